@@ -1,0 +1,18 @@
+# Compile and link options that every target of the project shares, as the interface target
+# zrfs_options.
+add_library(zrfs_options INTERFACE)
+target_include_directories(zrfs_options INTERFACE ${CMAKE_SOURCE_DIR})
+target_compile_options(zrfs_options INTERFACE -Wall -Wextra -Wshadow -Wno-unused-parameter)
+target_compile_definitions(zrfs_options INTERFACE $<$<BOOL:${WIN32}>:UNICODE _UNICODE
+                           NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00>)
+find_package(Threads REQUIRED)
+target_link_libraries(zrfs_options INTERFACE Threads::Threads)
+if(WIN32)
+  # One file to ship: the run-time libraries of the compiler go into each program and DLL.
+  target_link_options(zrfs_options INTERFACE -static)
+endif()
+if(ZRFS_SANITIZE)
+  target_compile_options(zrfs_options INTERFACE -fsanitize=address,undefined
+                         -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  target_link_options(zrfs_options INTERFACE -fsanitize=address,undefined)
+endif()

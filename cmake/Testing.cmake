@@ -1,0 +1,8 @@
+# zrfs_test(NAME area SOURCES a.cpp ... LIBS target ...): one GoogleTest program, one ctest entry.
+function(zrfs_test)
+  cmake_parse_arguments(T "" "NAME" "SOURCES;LIBS" ${ARGN})
+  add_executable(test_${T_NAME} ${T_SOURCES})
+  target_link_libraries(test_${T_NAME} PRIVATE zrfs_options zrfs_test_support ${T_LIBS} gtest_main)
+  add_test(NAME ${T_NAME} COMMAND test_${T_NAME})
+  set_tests_properties(${T_NAME} PROPERTIES TIMEOUT 600)
+endfunction()

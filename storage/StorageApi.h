@@ -1,0 +1,128 @@
+// The engine's public operations: 28 that the key store reaches through StorageFunctionTable, and
+// check and repair beside them.
+//
+// Every operation that takes a container or a file holds the container's lock while it runs; open,
+// create, close and check own their context. A null first argument is kInvalid and touches
+// nothing, but for StorageGetFileId and the two decoders, which test nothing.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/Text.h"
+#include "storage/core/Status.h"
+
+namespace storage {
+
+using platform::WChar;
+
+struct StorageContext;
+struct FileHandle;
+struct StorageSearchStruct;
+
+// Bit 0 of the container's flags. kNotOpen, kInvalid on a null output.
+Status StorageIsCorrupted(StorageContext* container, uint8_t* corrupted);
+// How names compare from now on; off in a new context.
+Status StorageSetCaseSensitive(StorageContext* container, uint8_t caseSensitive);
+// Closes handles and searches, writes what is left, and frees the context in every case. The
+// status is the first failure met.
+Status StorageClose(StorageContext* container);
+// Waits up to 60 s for the mutex that all processes share, and reloads the container if another
+// one wrote. Any lock type above 0 is alike. Handles and searches do not live across a reload.
+// To be released by the same thread. kInternal when the mutex cannot be had.
+Status StorageGetLock(StorageContext* container, int32_t lockType);
+Status StorageReleaseLock(StorageContext* container, int32_t lockType);
+// Makes or (openIfExists) opens a file; `truncate` empties it. The ignored arguments are part of
+// the table's form.
+Status StorageCreateFile(StorageContext* container, const WChar* path, uint8_t wantRead,
+                         uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite,
+                         uint32_t ignored1, const WChar* ignored2, uint32_t ignored3,
+                         FileHandle** file, uint8_t openIfExists, uint8_t truncate);
+// Closes the handle, ends its write transaction and frees it, also on failure.
+Status StorageCloseFile(FileHandle* file);
+Status StorageGetFileAttributes(StorageContext* container, const WChar* path,
+                                uint32_t* attributes);
+Status StorageOpenFile(StorageContext* container, const WChar* path, uint8_t wantRead,
+                       uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite,
+                       const WChar* ignored1, uint32_t ignored2, FileHandle** file);
+// A file, link or empty directory.
+Status StorageDeleteFile(StorageContext* container, const WChar* path);
+Status StorageMoveFile(StorageContext* container, const WChar* oldPath, const WChar* newPath);
+// `origin` 0 start, 1 current, 2 end of data; any other sets the position to 0. No bound is
+// checked; the low 32 bits of the new position are returned.
+Status StorageSeekFile(FileHandle* file, int32_t offset, uint16_t origin, uint32_t* position);
+Status StorageReadFile(FileHandle* file, void* buffer, uint32_t count, uint32_t* done);
+Status StorageWriteFile(FileHandle* file, const void* buffer, uint32_t count, uint32_t* done);
+Status StorageFindFirst(StorageContext* container, StorageSearchStruct* record, const WChar* path,
+                        uint32_t attributeMask, int32_t flags);
+// On kNoMore the search is closed as well.
+Status StorageFindNext(StorageContext* container, StorageSearchStruct* record);
+Status StorageFindClose(StorageContext* container, StorageSearchStruct* record);
+// Days since 1899-12-30 in UTC; each output may be null.
+Status StorageGetFileTimes(StorageContext* container, const WChar* path, double* created,
+                           double* modified, double* accessed);
+void StorageDecodeDate(double date, uint16_t* year, uint16_t* month, uint16_t* day);
+void StorageDecodeTime(double date, uint16_t* hour, uint16_t* minute, uint16_t* second,
+                       uint16_t* millisecond);
+Status StorageOpen(const WChar* path, StorageContext** container, uint16_t separator,
+                   void* reserved, uint8_t updateAccessTime);
+// Makes a container of page size 256 to 65536, a power of two. A null or empty banner is the
+// default one. kBadPageSize; 80 for an existing file without `overwrite`.
+Status StorageCreate(const WChar* path, uint8_t overwrite, uint32_t pageSize, const WChar* banner,
+                     StorageContext** container, uint16_t separator, void* reserved,
+                     uint8_t updateAccessTime);
+// Free share in percent above which a commit compacts; 0 is off.
+Status StorageSetAutoCompact(StorageContext* container, uint32_t percent);
+Status StorageIsDirectoryEmpty(StorageContext* container, const WChar* path, uint8_t* empty);
+Status StorageDeleteDirectory(StorageContext* container, const WChar* path);
+Status StorageCreateDirectory(StorageContext* container, const WChar* path);
+Status StorageGetFileId(FileHandle* file, uint32_t* fileId);
+Status StorageCompact(StorageContext* container, uint8_t* done);
+
+// Told of progress and findings; see include/ZrFsTypes.h for the codes' form.
+using CheckCallback = void (*)(void* userData, uint32_t code, uint32_t a, uint32_t b,
+                               uint8_t clean, uint8_t* cancel);
+inline constexpr uint32_t kCheckOnly = 1;
+inline constexpr uint32_t kCheckDeep = 2;
+// Checks, and without kCheckOnly repairs, a container that nobody has open. `userData` has room
+// for 64 units.
+Status StorageCheckAndRepair(const WChar* path, const void* unused1, uint32_t flags,
+                             const void* unused2, const void* unused3, void* userData,
+                             CheckCallback callback);
+
+// In this order; 28 pointers.
+struct StorageFunctionTable {
+    decltype(&storage::StorageIsCorrupted) StorageIsCorrupted;
+    decltype(&storage::StorageSetCaseSensitive) StorageSetCaseSensitive;
+    decltype(&storage::StorageClose) StorageClose;
+    decltype(&storage::StorageGetLock) StorageGetLock;
+    decltype(&storage::StorageReleaseLock) StorageReleaseLock;
+    decltype(&storage::StorageCreateFile) StorageCreateFile;
+    decltype(&storage::StorageCloseFile) StorageCloseFile;
+    decltype(&storage::StorageGetFileAttributes) StorageGetFileAttributes;
+    decltype(&storage::StorageOpenFile) StorageOpenFile;
+    decltype(&storage::StorageDeleteFile) StorageDeleteFile;
+    decltype(&storage::StorageMoveFile) StorageMoveFile;
+    decltype(&storage::StorageSeekFile) StorageSeekFile;
+    decltype(&storage::StorageReadFile) StorageReadFile;
+    decltype(&storage::StorageWriteFile) StorageWriteFile;
+    decltype(&storage::StorageFindFirst) StorageFindFirst;
+    decltype(&storage::StorageFindNext) StorageFindNext;
+    decltype(&storage::StorageFindClose) StorageFindClose;
+    decltype(&storage::StorageGetFileTimes) StorageGetFileTimes;
+    decltype(&storage::StorageDecodeDate) StorageDecodeDate;
+    decltype(&storage::StorageDecodeTime) StorageDecodeTime;
+    decltype(&storage::StorageOpen) StorageOpen;
+    decltype(&storage::StorageCreate) StorageCreate;
+    decltype(&storage::StorageSetAutoCompact) StorageSetAutoCompact;
+    decltype(&storage::StorageIsDirectoryEmpty) StorageIsDirectoryEmpty;
+    decltype(&storage::StorageDeleteDirectory) StorageDeleteDirectory;
+    decltype(&storage::StorageCreateDirectory) StorageCreateDirectory;
+    decltype(&storage::StorageGetFileId) StorageGetFileId;
+    decltype(&storage::StorageCompact) StorageCompact;
+};
+static_assert(sizeof(StorageFunctionTable) == 28 * sizeof(void*));
+
+// The table of the process, the engine's own operations until somebody replaces it.
+extern StorageFunctionTable g_storageFunctions;
+
+}  // namespace storage

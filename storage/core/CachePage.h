@@ -1,0 +1,37 @@
+// The descriptor of one cached page.
+#pragma once
+
+#include <cstdint>
+
+namespace storage {
+
+struct StorageTransaction;
+
+enum CachePageFlag : uint16_t {
+    kPageHasBuffer = 1,      // the buffer counts in cachedPages
+    kPageDirty = 2,          // the buffer differs from disk
+    kPageRemoved = 4,        // the page was freed
+    kPageInTransaction = 8,  // on a transaction's list
+    kPageNew = 16,           // allocated in the current transaction
+    kPageFreed = 32,         // freed in the current transaction
+    kPageChanged = 64,       // changed since the last commit; set together with kPageDirty
+    kPageOnLru = 128,
+};
+
+struct CachePage {
+    uint8_t* buffer;
+    uint32_t number;
+    uint32_t shadowPage;  // read from this page instead if not 0; nothing here sets it
+    StorageTransaction* transaction;
+    CachePage* lruPrev;
+    CachePage* lruNext;
+    CachePage* txPrev;
+    CachePage* txNext;
+    CachePage* hashNext;
+    uint32_t pinCount;
+    uint16_t flags;
+    uint16_t mapKind;  // kind for the page map at commit
+    uint32_t dirtyMapIndex;  // 1 + place in dirtyMapPages, 0 when not in it
+};
+
+}  // namespace storage

@@ -1,0 +1,57 @@
+// One cache for each container: every page above the raw layer passes here, pinned while used.
+#pragma once
+
+#include "storage/core/Context.h"
+
+namespace storage {
+
+// Finds or makes the descriptor of page `number` and pins it. `load` reads the page if it has no
+// buffer. With a transaction the page joins it: kSharing when another one has it. On failure
+// *page is null and nothing is pinned.
+Status GetPage(StorageContext* context, uint32_t number, CachePage** page, bool load,
+               StorageTransaction* transaction);
+
+// GetPage, then the test that the page is of kind `kind` (kAnyKind: no test) and, but for map
+// pages, belongs to `fileId`; kCorrupt otherwise. `allocate` makes a buffer of undefined content
+// when none was loaded.
+Status GetPageChecked(StorageContext* context, uint32_t number, uint16_t kind, CachePage** page,
+                      bool load, bool allocate, uint32_t fileId, StorageTransaction* transaction);
+
+// Drops a pin (or, without `unpin`, only files the page where it belongs). Null is ignored.
+void ReleasePage(StorageContext* context, CachePage* page, bool unpin = true);
+
+// The page's buffer was or will be changed by the transaction it is in. kReadOnly in a read-only
+// container.
+Status MarkPageChanged(StorageContext* context, CachePage* page);
+
+// A free page, or a new one at the end of the file, pinned, zeroed but for kind and number, and
+// on the transaction's list.
+Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** page,
+                    StorageTransaction* transaction);
+// Marks a page freed and gives up the caller's pin; its map slot changes at commit. kSharing when
+// somebody else has it pinned.
+Status FreePage(StorageContext* context, CachePage* page);
+// Frees every page of the chain from `first` on. A chain longer than the container is corrupt.
+Status FreePageChain(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId,
+                     StorageTransaction* transaction);
+
+// Writes the page if it is dirty.
+Status WriteCachedPage(StorageContext* context, CachePage* page);
+// Writes the dirty pages of a transaction, adjacent ones in one transfer.
+Status WriteTransactionPages(StorageContext* context, StorageTransaction* transaction);
+Status EvictPages(StorageContext* context);
+// Writes and drops all that is not pinned.
+Status DropCache(StorageContext* context);
+// Frees every descriptor, whatever its pins, without writing; for the end of a context.
+void DestroyCache(StorageContext* context);
+
+// For transactions: takes a page out of the cache without writing it.
+void DiscardPage(StorageContext* context, CachePage* page);
+// For compaction: gives a pinned page of the transaction another number.
+Status RenumberPage(StorageContext* context, CachePage* page, uint32_t number);
+
+// Page buffers, kept for reuse.
+uint8_t* AllocateBuffer(StorageContext* context);
+void ReleaseBuffer(StorageContext* context, uint8_t* buffer);
+
+}  // namespace storage

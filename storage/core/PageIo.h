@@ -1,0 +1,42 @@
+// Whole pages between the file and memory; nothing is cached here.
+#pragma once
+
+#include "storage/core/Context.h"
+
+namespace storage {
+
+// Reads `size` bytes at page `index` of `file`. kOk also after a plain short read at the end of
+// the file; what was not read is zeroed.
+Status ReadPageRaw(platform::PageFile* file, void* buffer, uint32_t size, uint64_t index,
+                   uint32_t pageSize);
+// Writes `size` bytes at page `index`; notes the write in `context` unless that is null.
+Status WritePageRaw(StorageContext* context, platform::PageFile* file, const void* buffer,
+                    uint32_t size, uint64_t index, uint32_t pageSize);
+// Sets the length of the file to `count` pages.
+Status CutFile(platform::PageFile* file, uint64_t count, uint32_t pageSize);
+
+// One page of the container, in native byte order in `buffer`. A page past the end marks a
+// writable container corrupted and is read all the same.
+Status ReadPage(StorageContext* context, void* buffer, uint32_t page);
+Status WritePage(StorageContext* context, const void* buffer, uint32_t page);
+// `count` adjacent pages from `page` on, in as few transfers as the byte order allows.
+Status WritePages(StorageContext* context, const void* const* buffers, uint32_t count,
+                  uint32_t page);
+// Page `index` of the pending redo log.
+Status ReadLogPage(StorageContext* context, void* buffer, uint32_t index);
+
+// Turns a page from one byte order to the other, in place. The direction tells in which order
+// the fields are that steer the conversion.
+enum class Direction { Read, Write };
+void ConvertPage(const StorageContext* context, void* page, Direction direction);
+uint16_t Swap16(uint16_t value);
+uint32_t Swap32(uint32_t value);
+
+// Sets the corruption bit and writes the superblock at once, in an open writable container.
+Status MarkCorrupted(StorageContext* context);
+// Where every corruption is noticed: marks the container and answers kCorrupt.
+Status Corrupt(StorageContext* context);
+// The superblock from memory to page 1.
+Status WriteSuperblock(StorageContext* context);
+
+}  // namespace storage

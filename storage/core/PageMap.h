@@ -1,0 +1,23 @@
+// The page map: which pages are free, and where the file grows.
+#pragma once
+
+#include "storage/core/Context.h"
+
+namespace storage {
+
+// Reads map pages not yet known: all of them, or up to the group `limit`, or (limit 0) until a
+// free page is known.
+Status ScanPageMap(StorageContext* context, bool all, uint32_t limit);
+// Writes a map slot and keeps the free counts. `force` writes it though it has the kind already,
+// and takes nothing off the counts (the page was never counted). kReadOnly.
+Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force);
+// kFull when there is none.
+Status FindFreePage(StorageContext* context, uint32_t* number);
+// A free page, or the first of a batch that grows the file. `buffer` is a page of the caller,
+// zeroed here; kind and number may have been written into it.
+Status AllocatePageNumber(StorageContext* context, uint16_t kind, uint32_t* number,
+                          uint8_t* buffer);
+// Writes the changed map pages. All are tried; the first failure is returned.
+Status FlushMapPages(StorageContext* context);
+
+}  // namespace storage

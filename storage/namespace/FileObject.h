@@ -1,0 +1,175 @@
+// The plain structures of the namespace: directory entries, objects, handles, blocks, searches.
+// They have no behaviour here; the headers beside this one do.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/Text.h"
+#include "storage/core/Context.h"
+#include "storage/core/Format.h"
+#include "storage/core/HashTable.h"
+#include "storage/core/ItemList.h"
+#include "storage/core/List.h"
+#include "storage/core/Transaction.h"
+
+namespace storage {
+
+struct FileBlock;
+struct FileHandle;
+struct FindContext;
+struct StorageSearchStruct;
+
+inline constexpr uint64_t kUnknownSize = 0xFFFFFFFFFFFFFFFF;
+inline constexpr uint32_t kIdleObjectLimit = 128;
+
+// One used entry of a directory in memory. Owned by the directory's list, or by its object while
+// it is in none (after a roll back, until the directory is loaded again).
+struct DirEntry {
+    WChar* name;        // the first 22 units, or the whole name; not zero-terminated
+    uint32_t nameUnits; // units at `name`
+    uint32_t nameLength;  // units of the whole name
+    uint32_t fileId;
+    uint32_t flags;
+    uint32_t attributes;
+    uint32_t entry;       // place over the whole chain of EntryPages
+    uint32_t headerPage;  // as on disk; kept so that a look-up needs no page
+    FileObject* object;   // while the child has one
+    WChar shortName[kEntryNameUnits];  // `name` points here for short names, else to the heap
+};
+enum DirEntryFlag : uint32_t {
+    kNameComplete = 2,
+    kEntryDetached = 4,  // in no list: the object owns the record
+};
+
+enum ObjectFlag : uint32_t {
+    kObjectCreated = 1,      // in the running transaction
+    kObjectDeleted = 2,
+    kObjectNameChanged = 4,
+    kObjectSizeChanged = 16,
+    kEntriesLoaded = 0x40,
+    kNamesSorted = 0x80,     // every name complete, the list in full order
+    kObjectIdle = 0x200,
+    kPageListComplete = 0x800,
+};
+inline constexpr uint32_t kCommitClears = 0xF;
+
+// What a roll back gives back to an object that was there before the transaction.
+struct ObjectSnapshot {
+    FileObject* parent;
+    uint32_t depth;
+    uint32_t headerPage;
+    uint32_t flags;
+    uint32_t entry;
+    uint32_t attributes;
+    WChar* name;  // heap copy made before the first change of the name, null while unchanged
+    uint32_t nameUnits;
+    uint32_t nameLength;
+    uint32_t nameFlags;
+};
+
+// The one image in memory of a file or directory, shared by all who reach it.
+//
+// `references` counts the holders of this object and of everything below it: who holds an object
+// holds one reference on each of its ancestors too.
+struct FileObject {
+    StorageContext* context;
+    uint32_t flags;
+    uint32_t fileId;
+    FileObject* hashNext;
+    FileObject* idlePrev;
+    FileObject* idleNext;
+    ObjectSnapshot saved;
+    DirEntry* entry;
+    FileObject* parent;
+    uint32_t headerPage;
+    uint32_t depth;  // the root has 1
+    int32_t references;
+    StorageTransaction* transaction;
+
+    // Directory.
+    PointerList<DirEntry> children;  // sorted
+    NumberList directoryPages;       // in chain order
+    NumberList freeEntries;          // taken from the front, added behind
+
+    // Stream.
+    uint64_t size;
+    uint64_t streamEnd;
+    uint16_t streamType;
+    uint32_t listCount;        // pageList's count as last written to the index
+    NumberList pageList;       // one a page of the stream, 0 for a hole
+    NumberList pageListPages;  // the index pages
+    int32_t denyReadCount;
+    int32_t denyWriteCount;
+    PointerList<FileHandle> handles;  // newest last
+    uint32_t readMethod;
+    uint32_t writeMethod;
+    uint32_t level;
+    uint32_t pagesPerBlock;
+    PointerList<FileBlock> blocks;  // in use, sorted by start
+    WChar* linkTarget;              // cached, null until read
+};
+
+struct FileHandle {
+    FileObject* object;  // null after close
+    StorageContext* context;
+    bool canRead;
+    bool canWrite;
+    bool deniesRead;
+    bool deniesWrite;
+    uint64_t position;
+    FileBlock* block;  // the block last used, with a reference
+    FileHandle* prev;
+    FileHandle* next;
+};
+
+enum BlockFlag : uint32_t {
+    kBlockInline = 1,
+    kBlockDirty = 2,
+    kBlockToPages = 16,   // must go to pages
+    kBlockPlainOnce = 32, // store plain this once
+    kBlockListed = 64,    // in the object's list
+};
+
+struct FileBlock {
+    uint64_t start;  // a multiple of capacity
+    uint32_t storedLength;
+    uint32_t dataLength;
+    uint32_t backupLength;
+    uint32_t capacity;
+    uint8_t* stored;  // capacity + 84 bytes
+    uint8_t* data;    // the same buffer when no method is set
+    uint8_t* backup;  // only when a method is set: the block as last stored
+    int32_t references;
+    uint32_t flags;
+    FileObject* object;
+    NumberList pages;
+};
+
+struct FindContext {
+    StorageContext* context;
+    StorageTransaction* transaction;
+    FileObject* directory;  // with its whole chain
+    WChar* prefix;
+    WChar* pattern;
+    uint32_t attributeMask;
+    uint32_t flags;
+    int32_t position;  // in the sorted list; -2 and -1 stand for "." and ".."
+    uint32_t savedId;
+    WChar* savedName;
+    uint32_t savedUnits;
+    StorageSearchStruct* record;
+    FindContext* prev;
+    FindContext* next;
+};
+
+// Every object, handle and search of a context.
+struct ObjectState {
+    FileObject* root = nullptr;
+    DirEntry* rootRecord = nullptr;
+    HashTable<FileObject, &FileObject::fileId, &FileObject::hashNext> fileObjects;
+    List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idle;  // newest first
+    List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;      // oldest first
+    List<FindContext, &FindContext::prev, &FindContext::next> searches;
+};
+
+}  // namespace storage

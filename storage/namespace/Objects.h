@@ -1,0 +1,41 @@
+// The life of objects: made, referenced, idle, evicted, in a transaction, destroyed.
+#pragma once
+
+#include "storage/namespace/FileObject.h"
+
+namespace storage {
+
+// The context's object state and its hooks; kNoMemory. Destroy frees every object, handle,
+// search and the state.
+Status CreateObjectState(StorageContext* context);
+void DestroyObjectState(StorageContext* context);
+// The root's entry and object, from the superblock.
+Status CreateRootObject(StorageContext* context);
+
+// An object with one reference, in the table and in its entry; null when there is no memory.
+FileObject* CreateObject(StorageContext* context, FileObject* parent, DirEntry* entry,
+                         uint32_t headerPage);
+// Takes the object and all below it out of memory, whoever refers to it.
+void DestroyObject(FileObject* object);
+void DestroyDirEntry(DirEntry* entry);
+
+inline void AddReference(FileObject* object) { ++object->references; }
+// Adds a user: takes the object off the idle list when it has one.
+void LeaveIdle(FileObject* object);
+// Puts an object with no reference and no transaction on the idle list.
+void SettleObject(FileObject* object);
+// Takes one reference off the object and each of its ancestors. Null is ignored.
+void ReleaseObjectChain(FileObject* object);
+// Destroys idle objects, oldest first, while there are too many objects.
+void EvictIdleObjects(StorageContext* context);
+
+// The object becomes part of the transaction, and a roll back will restore it. kSharing when
+// another transaction has it; kNoMemory.
+Status JoinTransaction(StorageTransaction* transaction, FileObject* object);
+// Keeps the object's name for a roll back, before it is changed the first time. kNoMemory.
+Status SaveName(FileObject* object);
+
+// Writes now as modified and accessed time of the object.
+Status TouchTimes(FileObject* object, StorageTransaction* transaction);
+
+}  // namespace storage
