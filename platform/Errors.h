@@ -26,6 +26,7 @@ inline constexpr Error kErrorNegativeSeek = 131;
 inline constexpr Error kErrorAlreadyExists = 183;
 inline constexpr Error kErrorFilenameTooLong = 206;
 inline constexpr Error kErrorDirectory = 267;
+inline constexpr Error kErrorNotOwner = 288;
 
 // The calling thread's last error, as the operations of the seam leave it.
 Error LastError() noexcept;

@@ -1,6 +1,8 @@
 // The process-wide logger of everything but the key store's trace: severities, scopes, sinks.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <list>
@@ -53,8 +55,9 @@ class Logger {
         int level;
     };
     Logger() = default;
+    static void TearDown();
 
-    int level_ = kError;
+    std::atomic<int> level_ = kError;
     mutable std::shared_mutex lock_;
     std::list<Sink> sinks_;
 };
@@ -99,6 +102,9 @@ class LogScope {
 }  // namespace Varnhold::Hob::Detail
 
 // A log site in a source file that defines ZRFS_LOG_FILE as its name for the log.
-#define ZRFS_LOG(severity, function, ...)                                              \
-    ::Varnhold::Hob::Detail::LogFormatted((severity), ZRFS_LOG_FILE, (function), __LINE__, \
-                                          __VA_ARGS__)
+// The arguments are evaluated only when the severity is enabled.
+#define ZRFS_LOG(severity, function, ...)                                                         \
+    (::Varnhold::Hob::Detail::Logger::Instance().IsEnabled(severity)                              \
+         ? ::Varnhold::Hob::Detail::LogFormatted((severity), ZRFS_LOG_FILE, (function), __LINE__, \
+                                                 __VA_ARGS__)                                     \
+         : void())
