@@ -1,0 +1,15 @@
+#include "Shared/UnImpersonator.h"
+
+#include "Shared/logging/Logger.h"
+
+#define ZRFS_LOG_FILE "Shared/UnImpersonator"
+
+using namespace Varnhold::Hob::Detail;
+
+UnImpersonator::UnImpersonator() {
+    constexpr const char* kFunction = "UnImpersonator::UnImpersonator";
+    LogScope scope(ZRFS_LOG_FILE, kFunction, __LINE__);
+    if (SavedToken() == nullptr || ::RevertToSelf()) return;
+    const DWORD error = ::GetLastError();
+    ZRFS_LOG(kError, kFunction, "Failed to stop impersonating [{}]", error);
+}

@@ -1,0 +1,26 @@
+// Remembers whom the calling thread impersonates and puts it back.
+#pragma once
+
+#include "W32Utils/Security.h"
+
+namespace w32utils {
+
+// A scope object that must live and die on one thread. At its end the thread has the token that
+// it had at its beginning; where it had none, any impersonation added in between ends. When the
+// thread's state could not be read at the beginning, nothing is changed at the end.
+class ImpersonationStateSaver {
+  public:
+    ImpersonationStateSaver();
+    ~ImpersonationStateSaver();
+    ImpersonationStateSaver(const ImpersonationStateSaver&) = delete;
+    ImpersonationStateSaver& operator=(const ImpersonationStateSaver&) = delete;
+
+    // The thread's token as it was, null when there was none; owned by this object.
+    HANDLE SavedToken() const { return token_.Get(); }
+
+  private:
+    bool saved_ = false;
+    CAccessToken token_;
+};
+
+}  // namespace w32utils
