@@ -23,6 +23,7 @@ inline constexpr Error kErrorInvalidParameter = 87;
 inline constexpr Error kErrorDiskFull = 112;
 inline constexpr Error kErrorInvalidName = 123;
 inline constexpr Error kErrorNegativeSeek = 131;
+inline constexpr Error kErrorFolderNotEmpty = 145;
 inline constexpr Error kErrorAlreadyExists = 183;
 inline constexpr Error kErrorFilenameTooLong = 206;
 inline constexpr Error kErrorDirectory = 267;
