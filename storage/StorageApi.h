@@ -34,13 +34,12 @@ Status StorageReleaseLock(StorageContext* container, int32_t lockType);
 // Makes or (openIfExists) opens a file; `truncate` empties it. The ignored arguments are part of
 // the table's form.
 Status StorageCreateFile(StorageContext* container, const WChar* path, uint8_t wantRead,
-                         uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite,
-                         uint32_t ignored1, const WChar* ignored2, uint32_t ignored3,
-                         FileHandle** file, uint8_t openIfExists, uint8_t truncate);
+                         uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite, uint32_t ignored1,
+                         const WChar* ignored2, uint32_t ignored3, FileHandle** file,
+                         uint8_t openIfExists, uint8_t truncate);
 // Closes the handle, ends its write transaction and frees it, also on failure.
 Status StorageCloseFile(FileHandle* file);
-Status StorageGetFileAttributes(StorageContext* container, const WChar* path,
-                                uint32_t* attributes);
+Status StorageGetFileAttributes(StorageContext* container, const WChar* path, uint32_t* attributes);
 Status StorageOpenFile(StorageContext* container, const WChar* path, uint8_t wantRead,
                        uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite,
                        const WChar* ignored1, uint32_t ignored2, FileHandle** file);
@@ -79,8 +78,8 @@ Status StorageGetFileId(FileHandle* file, uint32_t* fileId);
 Status StorageCompact(StorageContext* container, uint8_t* done);
 
 // Told of progress and findings; see include/ZrFsTypes.h for the codes' form.
-using CheckCallback = void (*)(void* userData, uint32_t code, uint32_t a, uint32_t b,
-                               uint8_t clean, uint8_t* cancel);
+using CheckCallback = void (*)(void* userData, uint32_t code, uint32_t a, uint32_t b, uint8_t clean,
+                               uint8_t* cancel);
 inline constexpr uint32_t kCheckOnly = 1;
 inline constexpr uint32_t kCheckDeep = 2;
 // Checks, and without kCheckOnly repairs, a container that nobody has open. `userData` has room

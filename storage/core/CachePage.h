@@ -21,7 +21,6 @@ enum CachePageFlag : uint16_t {
 struct CachePage {
     uint8_t* buffer;
     uint32_t number;
-    uint32_t shadowPage;  // read from this page instead if not 0; nothing here sets it
     StorageTransaction* transaction;
     CachePage* lruPrev;
     CachePage* lruNext;
@@ -30,7 +29,7 @@ struct CachePage {
     CachePage* hashNext;
     uint32_t pinCount;
     uint16_t flags;
-    uint16_t mapKind;  // kind for the page map at commit
+    uint16_t mapKind;        // kind for the page map at commit
     uint32_t dirtyMapIndex;  // 1 + place in dirtyMapPages, 0 when not in it
 };
 

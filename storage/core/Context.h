@@ -35,6 +35,7 @@ struct StorageContext {
     platform::Handle sharedMapping = nullptr;
     uint32_t* sharedGeneration = nullptr;
     uint32_t seenGeneration = 0;
+    uint32_t lockDepth = 0;  // locks taken and not released through this context
 
     std::recursive_mutex containerLock;
     bool active = false;
@@ -47,6 +48,7 @@ struct StorageContext {
     bool searchEnabled = true;
     bool wroteSinceLock = false;
     bool grewSinceFlush = false;
+    bool wroteSinceOpen = false;  // the superblock is due at close
     uint16_t separator = '/';
     uint32_t autoCompactPercent = 0;
     double lastAccess = 0;
@@ -72,8 +74,9 @@ struct StorageContext {
     uint32_t cacheLimit = kCacheLimit;
     uint32_t cachedPages = 0;  // buffers held
     bool evicting = false;
-    CachePage* sparePages = nullptr;   // descriptors kept for reuse, chained by hashNext
-    ItemList<uint8_t*> spareBuffers;   // page buffers kept for reuse
+    CachePage* sparePages = nullptr;  // descriptors kept for reuse, chained by hashNext
+    uint8_t* spareBuffers = nullptr;  // page buffers kept for reuse, chained by their first bytes
+    uint32_t spareCount = 0;          // of both kinds together, bounded
 
     // Page map.
     uint32_t freeCount = 0;
@@ -96,8 +99,5 @@ struct StorageContext {
     uint32_t MapGroup() const { return pageSize / 2; }  // pages from one map page to the next
     bool IsMapPage(uint32_t page) const { return (page & (MapGroup() - 1)) == 0; }
 };
-
-// Now in UTC as days since 1899-12-30, 0.0 when the clock is out of range.
-double CurrentDate();
 
 }  // namespace storage

@@ -12,7 +12,7 @@ namespace storage {
 inline constexpr uint32_t kMinPageShift = 8;
 inline constexpr uint32_t kMaxPageShift = 16;
 inline constexpr uint32_t kPageHeaderSize = 32;
-inline constexpr uint16_t kSignature = 0x574E;         // "NW" at offset 2 of the first page
+inline constexpr uint16_t kSignature = 0x574E;  // "NW" at offset 2 of the first page
 inline constexpr uint16_t kSwappedSignature = 0x4E57;
 
 // Page kinds; a map page's kind is its container's page shift.
@@ -31,7 +31,9 @@ enum PageKind : uint16_t {
 };
 // A map slot of 0 or above this counts as free.
 inline constexpr uint16_t kLastUsedSlot = 65519;
-inline constexpr bool SlotIsFree(uint16_t slot) { return slot == 0 || slot > kLastUsedSlot; }
+inline constexpr bool SlotIsFree(uint16_t slot) {
+    return slot == 0 || slot > kLastUsedSlot;
+}
 
 // Record types; a record of type t that moves to a page of its own makes a page of kind t + 32.
 enum RecordType : uint16_t {
@@ -92,10 +94,10 @@ inline constexpr uint32_t kFreshRecordsEnd = 84;   // end offset of an object wi
 
 // Offsets within a record.
 namespace record {
-inline constexpr uint32_t kType = 0;     // u16
-inline constexpr uint32_t kSize = 2;     // u16, the whole record
-inline constexpr uint32_t kInfo = 4;     // u32
-inline constexpr uint32_t kLink = 8;     // u32
+inline constexpr uint32_t kType = 0;  // u16
+inline constexpr uint32_t kSize = 2;  // u16, the whole record
+inline constexpr uint32_t kInfo = 4;  // u32
+inline constexpr uint32_t kLink = 8;  // u32
 inline constexpr uint32_t kPayload = 12;
 // FileInfoRecord.
 inline constexpr uint32_t kCreated = 16;   // f64
@@ -164,11 +166,19 @@ template <class T>
 void Store(void* page, size_t offset, T value) {
     std::memcpy(static_cast<uint8_t*>(page) + offset, &value, sizeof value);
 }
-inline uint16_t LoadU16(const void* page, size_t offset) { return Load<uint16_t>(page, offset); }
-inline uint32_t LoadU32(const void* page, size_t offset) { return Load<uint32_t>(page, offset); }
-inline uint64_t LoadU64(const void* page, size_t offset) { return Load<uint64_t>(page, offset); }
+inline uint16_t LoadU16(const void* page, size_t offset) {
+    return Load<uint16_t>(page, offset);
+}
+inline uint32_t LoadU32(const void* page, size_t offset) {
+    return Load<uint32_t>(page, offset);
+}
+inline uint64_t LoadU64(const void* page, size_t offset) {
+    return Load<uint64_t>(page, offset);
+}
 
-inline PageHeader* HeaderOf(uint8_t* page) { return reinterpret_cast<PageHeader*>(page); }
+inline PageHeader* HeaderOf(uint8_t* page) {
+    return reinterpret_cast<PageHeader*>(page);
+}
 inline HeaderPageHeader* HeaderPageOf(uint8_t* page) {
     return reinterpret_cast<HeaderPageHeader*>(page);
 }

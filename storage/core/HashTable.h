@@ -35,7 +35,8 @@ class HashTable {
     }
     void Remove(T* item) {
         if (buckets_ == nullptr) return;
-        for (T** link = &buckets_[Bucket(item->*Number)]; *link != nullptr; link = &((*link)->*Chain)) {
+        for (T** link = &buckets_[Bucket(item->*Number)]; *link != nullptr;
+             link = &((*link)->*Chain)) {
             if (*link != item) continue;
             *link = item->*Chain;
             item->*Chain = nullptr;
@@ -43,12 +44,7 @@ class HashTable {
             return;
         }
     }
-    // Any item, or null; for emptying the table.
-    T* Any() const {
-        for (uint32_t i = 0; i < size_ && count_ != 0; ++i)
-            if (buckets_[i] != nullptr) return buckets_[i];
-        return nullptr;
-    }
+    // Visits every item; the visit may remove the item it is given.
     template <class Visit>
     void ForEach(Visit visit) {
         for (uint32_t i = 0; i < size_; ++i) {

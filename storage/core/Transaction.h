@@ -31,8 +31,7 @@ struct StorageTransaction {
 // in the context by the layer that owns the objects.
 struct ObjectHooks {
     // The transaction committed. The object may be gone afterwards.
-    void (*committed)(StorageContext* context, StorageTransaction* transaction,
-                      FileObject* object);
+    void (*committed)(StorageContext* context, StorageTransaction* transaction, FileObject* object);
     // The transaction is rolled back; its pages are dropped already. The object may be gone
     // afterwards.
     void (*rolledBack)(StorageContext* context, StorageTransaction* transaction,

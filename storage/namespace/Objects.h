@@ -9,6 +9,12 @@ namespace storage {
 // search and the state.
 Status CreateObjectState(StorageContext* context);
 void DestroyObjectState(StorageContext* context);
+// Frees every object. The state stays, and the file handles in it, without an object; searches
+// must be closed before.
+void ClearObjectState(StorageContext* context);
+// Objects that nobody refers to go; the others forget what they know of pages, to read it again.
+// For when pages move beneath them; no transaction is running.
+void ForgetObjects(StorageContext* context);
 // The root's entry and object, from the superblock.
 Status CreateRootObject(StorageContext* context);
 
@@ -19,7 +25,9 @@ FileObject* CreateObject(StorageContext* context, FileObject* parent, DirEntry* 
 void DestroyObject(FileObject* object);
 void DestroyDirEntry(DirEntry* entry);
 
-inline void AddReference(FileObject* object) { ++object->references; }
+inline void AddReference(FileObject* object) {
+    ++object->references;
+}
 // Adds a user: takes the object off the idle list when it has one.
 void LeaveIdle(FileObject* object);
 // Puts an object with no reference and no transaction on the idle list.

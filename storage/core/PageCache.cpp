@@ -1,0 +1,390 @@
+#include "storage/core/PageCache.h"
+
+#include "storage/core/PageIo.h"
+#include "storage/core/PageMap.h"
+
+namespace storage {
+
+namespace {
+
+// Records and buffers kept for reuse. The sanitizer build keeps none, so that it sees every use
+// of one that was given back.
+#ifdef ZRFS_NO_POOLS
+constexpr uint32_t kSpareLimit = 0;
+#else
+constexpr uint32_t kSpareLimit = 128;
+#endif
+
+CachePage* AllocateDescriptor(StorageContext* context) {
+    CachePage* page = context->sparePages;
+    if (page != nullptr) {
+        context->sparePages = page->hashNext;
+        --context->spareCount;
+        *page = CachePage{};
+        return page;
+    }
+    return static_cast<CachePage*>(platform::HeapAllocateZeroed(sizeof(CachePage)));
+}
+
+void ReleaseDescriptor(StorageContext* context, CachePage* page) {
+    if (context->spareCount >= kSpareLimit) {
+        platform::HeapRelease(page);
+        return;
+    }
+    page->hashNext = context->sparePages;
+    context->sparePages = page;
+    ++context->spareCount;
+}
+
+void LeaveLru(StorageContext* context, CachePage* page) {
+    if ((page->flags & kPageOnLru) == 0) return;
+    context->lru.Remove(page);
+    page->flags &= static_cast<uint16_t>(~kPageOnLru);
+}
+
+void ForgetDirtyMapPage(StorageContext* context, CachePage* page) {
+    if (page->dirtyMapIndex == 0) return;
+    PointerList<CachePage>& list = context->dirtyMapPages;
+    const uint32_t index = page->dirtyMapIndex - 1;
+    list[index] = list.Last();
+    list[index]->dirtyMapIndex = index + 1;
+    list.Truncate(list.Count() - 1);
+    page->dirtyMapIndex = 0;
+}
+
+void DropBuffer(StorageContext* context, CachePage* page) {
+    if (page->buffer == nullptr) return;
+    ReleaseBuffer(context, page->buffer);
+    page->buffer = nullptr;
+    if ((page->flags & kPageHasBuffer) != 0) --context->cachedPages;
+    page->flags &= static_cast<uint16_t>(~(kPageHasBuffer | kPageDirty));
+}
+
+void DestroyDescriptor(StorageContext* context, CachePage* page) {
+    LeaveLru(context, page);
+    ForgetDirtyMapPage(context, page);
+    DropBuffer(context, page);
+    context->pageTable.Remove(page);
+    ReleaseDescriptor(context, page);
+}
+
+Status EvictHead(StorageContext* context) {
+    CachePage* page = context->lru.head;
+    if ((page->flags & kPageDirty) != 0) {
+        const void* buffer = page->buffer;
+        const Status status = WritePages(context, &buffer, 1, page->number);
+        if (status != kOk) return status;  // stays at the head, to be tried again
+    }
+    LeaveLru(context, page);
+    DropBuffer(context, page);
+    if ((page->flags & kPageInTransaction) == 0) DestroyDescriptor(context, page);
+    return kOk;
+}
+
+Status EvictDownTo(StorageContext* context, uint32_t limit) {
+    if (context->evicting) return kOk;
+    context->evicting = true;
+    Status status = kOk;
+    while (status == kOk && context->cachedPages > limit && !context->lru.Empty())
+        status = EvictHead(context);
+    context->evicting = false;
+    return status;
+}
+
+// Room for one buffer more, made before anything else changes.
+Status AttachBuffer(StorageContext* context, CachePage* page) {
+    if (context->cachedPages >= context->cacheLimit) {
+        const Status status =
+            EvictDownTo(context, context->cacheLimit == 0 ? 0 : context->cacheLimit - 1);
+        if (status != kOk) return status;
+    }
+    page->buffer = AllocateBuffer(context);
+    if (page->buffer == nullptr) return kNoMemory;
+    page->flags |= kPageHasBuffer;
+    ++context->cachedPages;
+    return kOk;
+}
+
+Status LoadBuffer(StorageContext* context, CachePage* page) {
+    Status status = AttachBuffer(context, page);
+    if (status != kOk) return status;
+    status = ReadPage(context, page->buffer, page->number);
+    if (status != kOk) DropBuffer(context, page);
+    return status;
+}
+
+CachePage* FindOrMakeDescriptor(StorageContext* context, uint32_t number) {
+    CachePage* page = context->pageTable.Find(number);
+    if (page != nullptr) return page;
+    page = AllocateDescriptor(context);
+    if (page == nullptr) return nullptr;
+    page->number = number;
+    if (context->pageTable.Insert(page)) return page;
+    ReleaseDescriptor(context, page);
+    return nullptr;
+}
+
+bool PassesKindCheck(const StorageContext* context, CachePage* page, uint16_t kind,
+                     uint32_t fileId) {
+    const uint16_t found = LoadU16(page->buffer, 0);
+    if (kind == context->pageShift) return found == 0 || found == kind;
+    return found == kind && HeaderOf(page->buffer)->fileId == fileId;
+}
+
+}  // namespace
+
+uint8_t* AllocateBuffer(StorageContext* context) {
+    uint8_t* buffer = context->spareBuffers;
+    if (buffer == nullptr) return static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
+    std::memcpy(&context->spareBuffers, buffer, sizeof buffer);
+    --context->spareCount;
+    return buffer;
+}
+
+void ReleaseBuffer(StorageContext* context, uint8_t* buffer) {
+    if (buffer == nullptr) return;
+    if (context->spareCount >= kSpareLimit) {
+        platform::HeapRelease(buffer);
+        return;
+    }
+    std::memcpy(buffer, &context->spareBuffers, sizeof buffer);
+    context->spareBuffers = buffer;
+    ++context->spareCount;
+}
+
+Status GetPage(StorageContext* context, uint32_t number, CachePage** out, bool load,
+               StorageTransaction* transaction) {
+    *out = nullptr;
+    CachePage* page = FindOrMakeDescriptor(context, number);
+    if (page == nullptr) return kNoMemory;
+    LeaveLru(context, page);
+    ++page->pinCount;
+    Status status = kOk;
+    if (load && page->buffer == nullptr) status = LoadBuffer(context, page);
+    if (status == kOk && transaction != nullptr) status = JoinPage(transaction, page);
+    if (status != kOk) {
+        ReleasePage(context, page);
+        return status;
+    }
+    *out = page;
+    return kOk;
+}
+
+Status GetPageChecked(StorageContext* context, uint32_t number, uint16_t kind, CachePage** out,
+                      bool load, bool allocate, uint32_t fileId, StorageTransaction* transaction) {
+    *out = nullptr;
+    if (!context->active) return kNotOpen;
+    CachePage* page = nullptr;
+    Status status = GetPage(context, number, &page, load, transaction);
+    if (status != kOk) return status;
+    if (page->buffer != nullptr) {
+        if (kind != kAnyKind && !PassesKindCheck(context, page, kind, fileId))
+            status = Corrupt(context);
+    } else if (allocate) {
+        status = AttachBuffer(context, page);
+    }
+    if (status != kOk) {
+        ReleasePage(context, page);
+        return status;
+    }
+    if (kind != kAnyKind) page->mapKind = kind;
+    *out = page;
+    return kOk;
+}
+
+void ReleasePage(StorageContext* context, CachePage* page, bool unpin) {
+    if (page == nullptr) return;
+    if (unpin) --page->pinCount;
+    if (page->pinCount != 0) return;
+    if ((page->flags & kPageInTransaction) != 0 && (page->flags & kPageChanged) == 0)
+        LeavePage(page->transaction, page);
+    if (page->buffer != nullptr) {
+        if ((page->flags & kPageOnLru) == 0) {
+            context->lru.PushBack(page);
+            page->flags |= kPageOnLru;
+        }
+        // A page that cannot be written now stays dirty and is tried again when room is needed.
+        if (context->cachedPages > context->cacheLimit) EvictPages(context);
+        return;
+    }
+    if ((page->flags & kPageInTransaction) != 0) return;
+    DestroyDescriptor(context, page);
+}
+
+Status MarkPageChanged(StorageContext* context, CachePage* page) {
+    if (context->readOnly) return kReadOnly;
+    page->flags |= kPageDirty | kPageChanged;
+    return kOk;
+}
+
+Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** out,
+                    StorageTransaction* transaction) {
+    *out = nullptr;
+    if (context->readOnly) return kReadOnly;
+    CachePage* page = AllocateDescriptor(context);
+    if (page == nullptr) return kNoMemory;
+    Status status = AttachBuffer(context, page);
+    if (status == kOk) status = AllocatePageNumber(context, kind, &page->number, page->buffer);
+    if (status == kOk && context->pageTable.Find(page->number) != nullptr) {
+        // The map called a page free that somebody uses.
+        status = Corrupt(context);
+    } else if (status == kOk && !context->pageTable.Insert(page)) {
+        SetPageKind(context, page->number, kFreePage, false);
+        status = kNoMemory;
+    }
+    if (status != kOk) {
+        DropBuffer(context, page);
+        ReleaseDescriptor(context, page);
+        return status;
+    }
+    HeaderOf(page->buffer)->kind = kind;
+    HeaderOf(page->buffer)->pageNumber = page->number;
+    page->mapKind = kind;
+    page->flags |= kPageDirty | kPageNew | kPageChanged;
+    page->pinCount = 1;
+    JoinPage(transaction, page);
+    *out = page;
+    return kOk;
+}
+
+// What the freed page held is not written: nothing refers to it once the transaction commits,
+// and a roll back finds it on disk as it was.
+Status FreePage(StorageContext* context, CachePage* page) {
+    Status status = kOk;
+    if (context->readOnly) {
+        status = kReadOnly;
+    } else if (page->pinCount > 1) {
+        status = kSharing;
+    } else {
+        page->mapKind = kFreePage;
+        page->flags |= kPageRemoved | kPageFreed | kPageChanged;
+        DropBuffer(context, page);
+    }
+    ReleasePage(context, page);
+    return status;
+}
+
+Status FreePageChain(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId,
+                     StorageTransaction* transaction) {
+    uint32_t left = context->totalPages;
+    for (uint32_t number = first; number != 0;) {
+        if (left-- == 0) return Corrupt(context);
+        CachePage* page = nullptr;
+        Status status =
+            GetPageChecked(context, number, kind, &page, true, false, fileId, transaction);
+        if (status != kOk) return status;
+        if ((page->flags & kPageFreed) != 0) {
+            ReleasePage(context, page);
+            return Corrupt(context);  // the chain came back to a page it passed
+        }
+        number = HeaderOf(page->buffer)->nextPage;
+        status = FreePage(context, page);
+        if (status != kOk) return status;
+    }
+    return kOk;
+}
+
+Status WriteCachedPage(StorageContext* context, CachePage* page) {
+    if ((page->flags & kPageDirty) == 0) return kOk;
+    if (page->buffer != nullptr) {
+        const Status status = WritePage(context, page->buffer, page->number);
+        if (status != kOk) return status;
+    }
+    page->flags &= static_cast<uint16_t>(~kPageDirty);
+    return kOk;
+}
+
+namespace {
+
+// Dirty pages gathered for writing: sorted, so that neighbours go out in one transfer.
+struct WriteBatch {
+    static constexpr uint32_t kCapacity = 64;
+    CachePage* pages[kCapacity];
+    uint32_t count = 0;
+
+    void Add(CachePage* page) {
+        uint32_t at = count++;
+        for (; at > 0 && pages[at - 1]->number > page->number; --at) pages[at] = pages[at - 1];
+        pages[at] = page;
+    }
+};
+
+Status WriteRun(StorageContext* context, CachePage* const* pages, uint32_t count) {
+    const void* buffers[WriteBatch::kCapacity];
+    for (uint32_t i = 0; i < count; ++i) buffers[i] = pages[i]->buffer;
+    const Status status = WritePages(context, buffers, count, pages[0]->number);
+    if (status != kOk) return status;
+    for (uint32_t i = 0; i < count; ++i) pages[i]->flags &= static_cast<uint16_t>(~kPageDirty);
+    return kOk;
+}
+
+Status WriteOut(StorageContext* context, WriteBatch* batch) {
+    for (uint32_t begin = 0; begin < batch->count;) {
+        uint32_t end = begin + 1;
+        while (end < batch->count && batch->pages[end]->number == batch->pages[end - 1]->number + 1)
+            ++end;
+        const Status status = WriteRun(context, batch->pages + begin, end - begin);
+        if (status != kOk) return status;
+        begin = end;
+    }
+    batch->count = 0;
+    return kOk;
+}
+
+}  // namespace
+
+Status WriteTransactionPages(StorageContext* context, StorageTransaction* transaction) {
+    WriteBatch batch;
+    for (CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
+        if ((page->flags & kPageDirty) == 0 || page->buffer == nullptr) continue;
+        batch.Add(page);
+        if (batch.count < WriteBatch::kCapacity) continue;
+        const Status status = WriteOut(context, &batch);
+        if (status != kOk) return status;
+    }
+    return WriteOut(context, &batch);
+}
+
+Status EvictPages(StorageContext* context) {
+    return EvictDownTo(context, context->cacheLimit);
+}
+
+Status DropCache(StorageContext* context) {
+    return EvictDownTo(context, 0);
+}
+
+void DestroyCache(StorageContext* context) {
+    context->pageTable.ForEach([context](CachePage* page) { DestroyDescriptor(context, page); });
+    while (CachePage* page = context->sparePages) {
+        context->sparePages = page->hashNext;
+        platform::HeapRelease(page);
+    }
+    while (uint8_t* buffer = context->spareBuffers) {
+        std::memcpy(&context->spareBuffers, buffer, sizeof buffer);
+        platform::HeapRelease(buffer);
+    }
+    context->spareCount = 0;
+    context->cachedPages = 0;
+    context->dirtyMapPages.Reset();
+    context->freeCounts.Reset();
+}
+
+void DiscardPage(StorageContext* context, CachePage* page) {
+    page->pinCount = 0;
+    DestroyDescriptor(context, page);
+}
+
+Status RenumberPage(StorageContext* context, CachePage* page, uint32_t number) {
+    CachePage* there = context->pageTable.Find(number);
+    if (there != nullptr && (there->pinCount != 0 || there->transaction != nullptr))
+        return Corrupt(context);
+    if (there != nullptr) DiscardPage(context, there);
+    context->pageTable.Remove(page);
+    page->number = number;
+    // The entry just taken out made room: this cannot need memory.
+    context->pageTable.Insert(page);
+    HeaderOf(page->buffer)->pageNumber = number;
+    return MarkPageChanged(context, page);
+}
+
+}  // namespace storage

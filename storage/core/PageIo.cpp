@@ -1,0 +1,225 @@
+#include "storage/core/PageIo.h"
+
+#include <algorithm>
+
+namespace storage {
+
+namespace {
+
+void Swap16At(uint8_t* bytes, size_t offset) {
+    Store<uint16_t>(bytes, offset, Swap16(LoadU16(bytes, offset)));
+}
+
+void Swap32At(uint8_t* bytes, size_t offset) {
+    Store<uint32_t>(bytes, offset, Swap32(LoadU32(bytes, offset)));
+}
+
+void Swap16Run(uint8_t* bytes, size_t offset, size_t count) {
+    for (size_t i = 0; i < count; ++i) Swap16At(bytes, offset + 2 * i);
+}
+
+void ReverseEight(uint8_t* bytes, size_t offset) {
+    std::reverse(bytes + offset, bytes + offset + 8);
+}
+
+void ConvertEntry(uint8_t* bytes, size_t offset) {
+    for (size_t field = 0; field < 20; field += 4) Swap32At(bytes, offset + field);
+    Swap16Run(bytes, offset + 20, kEntryNameUnits);
+}
+
+// inFileLog at 236 and logChainHead at 248 stay as they are: meant so, a container of the other
+// byte order carries them unconverted.
+void ConvertSuperblock(uint8_t* page) {
+    Swap16At(page, 12);
+    Swap16Run(page, 14, 2 + kBannerUnits);
+    for (size_t offset : {144, 148, 152, 156}) Swap32At(page, offset);
+    Swap16At(page, 160);
+    Swap16At(page, 162);
+    Swap32At(page, 164);
+    Swap32At(page, 168);
+    ConvertEntry(page, offsetof(Superblock, rootEntry));
+    Swap32At(page, 240);
+    Swap32At(page, 244);
+    Swap32At(page, 252);
+}
+
+void ConvertRecordBody(uint8_t* record, uint16_t type, uint32_t size) {
+    switch (type) {
+        case kFileInfoRecord:
+            if (size < kFileInfoSize) break;
+            ReverseEight(record, record::kCreated);
+            ReverseEight(record, record::kModified);
+            ReverseEight(record, record::kAccessed);
+            Swap32At(record, record::kFileSize);
+            Swap32At(record, record::kFileSize + 4);
+            break;
+        case kDirectoryRecord:
+            for (uint32_t at = record::kPayload; at + kEntrySize <= size; at += kEntrySize)
+                ConvertEntry(record, at);
+            break;
+        case 3:
+            if (size >= 16) Swap32At(record, record::kPayload);
+            break;
+        case kLinkRecord:
+            Swap16Run(record, record::kPayload, (size - record::kPayload) / 2);
+            break;
+        default:
+            break;
+    }
+}
+
+// Walks the records while they can be walked; what is behind a record that cannot be stays as it
+// is, both ways.
+void ConvertRecords(uint8_t* page, uint32_t pageSize, uint32_t endOffset, Direction direction) {
+    if (endOffset <= kRecordsStart || endOffset > pageSize) return;
+    for (uint32_t offset = kRecordsStart; offset + kRecordHeaderSize <= endOffset;) {
+        uint8_t* record = page + offset;
+        uint16_t type = LoadU16(record, record::kType);
+        uint16_t size = LoadU16(record, record::kSize);
+        if (direction == Direction::Read) {
+            type = Swap16(type);
+            size = Swap16(size);
+        }
+        if (size < kRecordHeaderSize || size > endOffset - offset) return;
+        Swap16At(record, record::kType);
+        Swap16At(record, record::kSize);
+        Swap32At(record, record::kInfo);
+        Swap32At(record, record::kLink);
+        ConvertRecordBody(record, type, size);
+        offset += size;
+    }
+}
+
+void ConvertHeaderPage(uint8_t* page, uint32_t pageSize, Direction direction) {
+    uint16_t endOffset = LoadU16(page, 32);
+    if (direction == Direction::Read) endOffset = Swap16(endOffset);
+    Swap16At(page, 32);
+    Swap32At(page, 28);
+    ConvertRecords(page, pageSize, endOffset, direction);
+}
+
+}  // namespace
+
+uint16_t Swap16(uint16_t value) {
+    return static_cast<uint16_t>(value << 8 | value >> 8);
+}
+
+uint32_t Swap32(uint32_t value) {
+    return value << 24 | (value & 0xFF00) << 8 | (value >> 8 & 0xFF00) | value >> 24;
+}
+
+void ConvertPage(const StorageContext* context, void* buffer, Direction direction) {
+    uint8_t* page = static_cast<uint8_t*>(buffer);
+    const uint32_t pageSize = context->pageSize;
+    uint16_t kind = LoadU16(page, 0);
+    Swap16At(page, 0);
+    if (direction == Direction::Read) kind = LoadU16(page, 0);
+    if (kind == context->pageShift) {
+        Swap16Run(page, 2, pageSize / 2 - 1);
+        return;
+    }
+    Swap32At(page, 4);
+    Swap32At(page, 8);
+    if (kind == kSuperblockPage) {
+        ConvertSuperblock(page);
+        return;
+    }
+    for (size_t offset : {12, 16, 20, 24}) Swap32At(page, offset);
+    if (kind == kHeaderPage) {
+        ConvertHeaderPage(page, pageSize, direction);
+        return;
+    }
+    Swap16At(page, 28);
+    Swap16At(page, 30);
+    if (kind == kNamePage || kind == kLinkPage) {
+        Swap16Run(page, kPageHeaderSize, context->payloadSize / 2);
+    } else if (kind == kEntryPage) {
+        const uint32_t count = context->payloadSize / kEntrySize;
+        for (uint32_t i = 0; i < count; ++i) ConvertEntry(page, kPageHeaderSize + i * kEntrySize);
+    }
+}
+
+Status ReadPageRaw(platform::PageFile* file, void* buffer, uint32_t size, uint64_t index,
+                   uint32_t pageSize) {
+    uint32_t done = 0;
+    const platform::Error error = file->Read(index * pageSize, buffer, size, &done);
+    if (done < size) std::memset(static_cast<uint8_t*>(buffer) + done, 0, size - done);
+    return static_cast<Status>(error);
+}
+
+namespace {
+
+Status WriteRaw(StorageContext* context, platform::PageFile* file, const void* const* buffers,
+                uint32_t count, uint32_t size, uint64_t offset) {
+    uint32_t done = 0;
+    const platform::Error error = file->Write(offset, buffers, count, size, &done);
+    if (error != 0) return static_cast<Status>(error);
+    if (done != count * size) return static_cast<Status>(platform::kErrorDiskFull);
+    if (context != nullptr) context->wroteSinceLock = context->wroteSinceOpen = true;
+    return kOk;
+}
+
+}  // namespace
+
+Status WritePageRaw(StorageContext* context, platform::PageFile* file, const void* buffer,
+                    uint32_t size, uint64_t index, uint32_t pageSize) {
+    return WriteRaw(context, file, &buffer, 1, size, index * pageSize);
+}
+
+Status CutFile(platform::PageFile* file, uint64_t count, uint32_t pageSize) {
+    return static_cast<Status>(file->Cut(count * pageSize));
+}
+
+Status ReadPage(StorageContext* context, void* buffer, uint32_t page) {
+    if (page >= context->totalPages && context->active && !context->readOnly)
+        MarkCorrupted(context);
+    const uint64_t address = uint64_t{context->basePage} + page;
+    const Status status =
+        ReadPageRaw(context->file, buffer, context->pageSize, address, context->pageSize);
+    if (status == kOk && context->byteSwapped) ConvertPage(context, buffer, Direction::Read);
+    return status;
+}
+
+Status WritePage(StorageContext* context, const void* buffer, uint32_t page) {
+    return WritePages(context, &buffer, 1, page);
+}
+
+Status WritePages(StorageContext* context, const void* const* buffers, uint32_t count,
+                  uint32_t page) {
+    const uint32_t size = context->pageSize;
+    const uint64_t address = uint64_t{context->basePage} + page;
+    if (!context->byteSwapped)
+        return WriteRaw(context, context->file, buffers, count, size, address * size);
+    for (uint32_t i = 0; i < count; ++i) {
+        std::memcpy(context->swapBuffer, buffers[i], size);
+        ConvertPage(context, context->swapBuffer, Direction::Write);
+        const Status status =
+            WritePageRaw(context, context->file, context->swapBuffer, size, address + i, size);
+        if (status != kOk) return status;
+    }
+    return kOk;
+}
+
+Status ReadLogPage(StorageContext* context, void* buffer, uint32_t index) {
+    const uint32_t size = context->pageSize;
+    if (!context->logInFile) return ReadPageRaw(context->logFile, buffer, size, index, size);
+    const uint64_t address = uint64_t{context->basePage} + context->totalPages - index - 1;
+    return ReadPageRaw(context->file, buffer, size, address, size);
+}
+
+Status WriteSuperblock(StorageContext* context) {
+    return WritePage(context, context->superblock, kSuperblockNumber);
+}
+
+Status MarkCorrupted(StorageContext* context) {
+    if (!context->active || context->readOnly || context->superblock == nullptr) return kOk;
+    context->Super()->flags |= kFlagCorrupted;
+    return WriteSuperblock(context);
+}
+
+Status Corrupt(StorageContext* context) {
+    MarkCorrupted(context);
+    return kCorrupt;
+}
+
+}  // namespace storage

@@ -1,0 +1,36 @@
+// A context comes to life, is emptied for another opening, and goes.
+#pragma once
+
+#include "storage/core/Context.h"
+
+namespace storage {
+
+// A context with its defaults, no container on it yet. Null when there is no memory.
+StorageContext* MakeContext();
+// Frees the context and all it holds, writing nothing. A lock still held is given up, and what
+// was written under it is made known first.
+void DestroyContext(StorageContext* context);
+
+enum class Closing {
+    Write,    // handles are closed, what is dirty goes to the file, the superblock last
+    Discard,  // another process changed the container: what is in memory is worth nothing
+    Fail,     // an opening failed: nothing in memory reached the file or is to reach it
+};
+// Ends the container on the context, which can be opened again afterwards. File handles stay
+// allocated, without an object, until they are closed or the context goes. The first failure met.
+Status CloseContainer(StorageContext* context, Closing closing);
+
+// A heap copy; null when there is no memory.
+WChar* CopyString(const WChar* text);
+// The path of the companion log: the text before the last dot (not at the very start), then
+// ".log". A path without such a dot gives ".log" alone, and a dot in a folder's name counts;
+// both are meant so. Null when there is no memory.
+WChar* MakeLogPath(const WChar* path);
+
+// The container at `path` on an empty context, the log beside it at `logPath` (may be null). Both
+// texts are copied. On failure the context is empty again.
+Status OpenContainer(StorageContext* context, const WChar* path, const WChar* logPath);
+Status FormatContainer(StorageContext* context, const WChar* path, const WChar* logPath,
+                       bool overwrite, uint32_t pageSize, const WChar* banner);
+
+}  // namespace storage

@@ -1,0 +1,20 @@
+// Where in a file the container begins: at its start, or behind a boot sector.
+#pragma once
+
+#include "storage/core/Context.h"
+
+namespace storage {
+
+// What the first bytes of a container tell.
+struct ContainerPlace {
+    uint64_t base = 0;  // in blocks of kLocateBlock bytes
+    bool byteSwapped = false;
+    uint16_t pageShift = 0;  // as it stands there, not checked
+};
+inline constexpr uint32_t kLocateBlock = 512;
+
+// Follows partition tables and volume boot sectors from the start of the file until a container
+// begins. kNotContainer when none does, or a Win32 error.
+Status LocateContainer(platform::PageFile* file, uint64_t fileSize, ContainerPlace* place);
+
+}  // namespace storage

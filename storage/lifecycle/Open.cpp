@@ -1,0 +1,134 @@
+// Opens a container: found, measured, recovered, and its root made ready.
+#include "Shared/security/LowIntegrityResource.h"
+#include "storage/core/PageCache.h"
+#include "storage/core/PageIo.h"
+#include "storage/core/Recovery.h"
+#include "storage/lifecycle/ContextLife.h"
+#include "storage/lifecycle/Locate.h"
+#include "storage/namespace/Objects.h"
+#include "storage/namespace/Records.h"
+
+namespace storage {
+
+namespace {
+
+platform::PageFile* OpenFile(const WChar* path, ResourceType type) {
+    const platform::Handle handle =
+        CreateLowIntegrityResource(static_cast<uint32_t>(type), path,
+                                   static_cast<uint32_t>(platform::Disposition::OpenExisting));
+    return platform::IsValid(handle) ? platform::AdoptFileHandle(handle, path) : nullptr;
+}
+
+// For reading and writing if that can be had, else for reading only.
+Status OpenEither(StorageContext* context) {
+    platform::SetLastError(platform::kErrorSuccess);
+    context->file = OpenFile(context->path, ResourceType::FileCreate);
+    if (context->file != nullptr) return kOk;
+    context->file = OpenFile(context->path, ResourceType::FileReadOnly);
+    context->readOnly = true;
+    if (context->file != nullptr) return kOk;
+    const platform::Error error = platform::LastError();
+    return error == 0 ? kNoMemory : static_cast<Status>(error);
+}
+
+Status MeasureFile(StorageContext* context) {
+    uint64_t size = 0;
+    if (context->file->Size(&size) != 0) size = 0;
+    ContainerPlace place;
+    const Status status = LocateContainer(context->file, size, &place);
+    if (status != kOk) return status;
+    if (place.pageShift < kMinPageShift || place.pageShift > kMaxPageShift) return kNotContainer;
+    context->byteSwapped = place.byteSwapped;
+    context->pageShift = place.pageShift;
+    context->pageSize = 1u << place.pageShift;
+    context->payloadSize = context->pageSize - kPageHeaderSize;
+    const uint64_t base = place.base * kLocateBlock >> place.pageShift;
+    const uint64_t pages = size >> place.pageShift;
+    // The map page, the superblock and the root's HeaderPage are the least there can be.
+    if (pages >= kUnknownPages || pages < base + 3) return kNotContainer;
+    context->basePage = static_cast<uint32_t>(base);
+    context->totalPages = static_cast<uint32_t>(pages - base);
+    return kOk;
+}
+
+Status LoadSuperblock(StorageContext* context) {
+    context->superblock = static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
+    context->swapBuffer = static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
+    if (context->superblock == nullptr || context->swapBuffer == nullptr) return kNoMemory;
+    const Status status = ReadPage(context, context->superblock, kSuperblockNumber);
+    if (status != kOk) return status;
+    // What is no superblock cannot be marked either.
+    return context->Super()->kind == kSuperblockPage ? kOk : kCorrupt;
+}
+
+Status ReplayPendingLog(StorageContext* context) {
+    if (context->Super()->logPending == 0 || context->readOnly) return kOk;
+    const bool chained =
+        (context->Super()->flags & kFlagChainedLog) != 0 && context->Super()->logChainHead != 0;
+    const Status status = chained ? RecoverChained(context) : RecoverSequential(context);
+    if (status != kOk) return status;
+    context->Super()->logPending = 0;
+    context->wroteSinceOpen = true;
+    return kOk;
+}
+
+// Walks the root's records up to the one that switches searches off. Every record on the way is
+// checked.
+Status ReadFindSettings(StorageContext* context, StorageTransaction* transaction) {
+    const FileObject* root = context->objects->root;
+    uint32_t left = context->totalPages;
+    for (uint32_t number = root->headerPage;;) {
+        if (left-- == 0) return Corrupt(context);
+        CachePage* page = nullptr;
+        Status status = GetPageChecked(context, number, kHeaderPage, &page, true, false,
+                                       root->fileId, transaction);
+        if (status != kOk) return status;
+        bool found = false;
+        for (uint32_t offset = 0; !found && NextRecord(context, page, &offset, &status);) {
+            const uint8_t* record = page->buffer + offset;
+            found = LoadU16(record, record::kType) == kFindSettingsRecord &&
+                    LoadU16(record, record::kSize) >= record::kPayload + 4;
+            if (found) context->searchEnabled = LoadU32(record, record::kPayload) == 0;
+        }
+        number = HeaderOf(page->buffer)->nextPage;
+        ReleasePage(context, page);
+        if (status != kOk || found || number == 0) return status;
+    }
+}
+
+Status OpenRoot(StorageContext* context) {
+    Status status = CreateRootObject(context);
+    if (status != kOk) return status;
+    StorageTransaction* transaction = nullptr;
+    status = BeginTransaction(context, &transaction, TransactionMode::Read);
+    if (status != kOk) return status;
+    status = ReadFindSettings(context, transaction);
+    EndReadTransaction(context, transaction);
+    return status;
+}
+
+Status OpenSteps(StorageContext* context) {
+    Status status = OpenEither(context);
+    if (status == kOk) status = MeasureFile(context);
+    if (status == kOk) status = LoadSuperblock(context);
+    if (status != kOk) return status;
+    context->active = true;
+    context->knownPages = kUnknownPages;
+    context->logInFile = context->Super()->inFileLog != 0;
+    status = ReplayPendingLog(context);
+    return status == kOk ? OpenRoot(context) : status;
+}
+
+}  // namespace
+
+Status OpenContainer(StorageContext* context, const WChar* path, const WChar* logPath) {
+    context->path = CopyString(path);
+    context->logPath = logPath == nullptr ? nullptr : CopyString(logPath);
+    Status status = context->path == nullptr || (logPath != nullptr && context->logPath == nullptr)
+                        ? kNoMemory
+                        : OpenSteps(context);
+    if (status != kOk) CloseContainer(context, Closing::Fail);
+    return status;
+}
+
+}  // namespace storage

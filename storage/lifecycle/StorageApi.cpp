@@ -1,0 +1,299 @@
+// The engine's public operations: the test of the first argument, the container's lock, and the
+// way to the routine that does the work.
+#include "storage/StorageApi.h"
+
+#include <mutex>
+
+#include "storage/core/Dates.h"
+#include "storage/core/PageMap.h"
+#include "storage/lifecycle/Compaction.h"
+#include "storage/lifecycle/ContextLife.h"
+#include "storage/lifecycle/Sharing.h"
+#include "storage/namespace/Handles.h"
+#include "storage/namespace/Operations.h"
+#include "storage/namespace/Search.h"
+#include "storage/namespace/Stream.h"
+
+namespace storage {
+
+namespace {
+
+// Runs `operation` on a container under its lock.
+template <class Operation>
+Status OnContainer(StorageContext* container, Operation operation) {
+    if (container == nullptr) return kInvalid;
+    const std::lock_guard guard(container->containerLock);
+    return operation();
+}
+
+// The same on an open container.
+template <class Operation>
+Status OnOpenContainer(StorageContext* container, Operation operation) {
+    return OnContainer(container, [&] { return container->active ? operation() : kNotOpen; });
+}
+
+template <class Operation>
+Status OnFile(FileHandle* file, Operation operation) {
+    if (file == nullptr) return kInvalid;
+    const std::lock_guard guard(file->context->containerLock);
+    return operation();
+}
+
+Status DeletePath(StorageContext* container, const WChar* path) {
+    return OnOpenContainer(container, [&] { return DeleteAt(container, path); });
+}
+
+Status SeekPosition(const FileHandle* file, int32_t offset, uint16_t origin, uint64_t* position) {
+    *position = 0;
+    if (file->object == nullptr) return kNoObject;
+    const uint64_t distance = static_cast<uint64_t>(int64_t{offset});
+    if (origin == 0) *position = distance;
+    if (origin == 1) *position = file->position + distance;
+    if (origin != 2) return kOk;
+    uint64_t size = 0;
+    const Status status = ReadSize(file->object, &size, file->object->transaction);
+    *position = size + distance;
+    return status;
+}
+
+}  // namespace
+
+Status StorageIsCorrupted(StorageContext* container, uint8_t* corrupted) {
+    return OnContainer(container, [&]() -> Status {
+        if (corrupted == nullptr) return kInvalid;
+        if (!container->active) return kNotOpen;
+        *corrupted = static_cast<uint8_t>(container->Super()->flags & kFlagCorrupted);
+        return kOk;
+    });
+}
+
+Status StorageSetCaseSensitive(StorageContext* container, uint8_t caseSensitive) {
+    return OnContainer(container, [&] {
+        container->caseSensitive = caseSensitive != 0;
+        return kOk;
+    });
+}
+
+Status StorageClose(StorageContext* container) {
+    if (container == nullptr) return kInvalid;
+    const Status status = CloseContainer(container, Closing::Write);
+    DestroyContext(container);
+    return status;
+}
+
+Status StorageGetLock(StorageContext* container, int32_t lockType) {
+    if (container == nullptr) return kInvalid;
+    return lockType == 0 ? kInternal : GetContainerLock(container);
+}
+
+Status StorageReleaseLock(StorageContext* container, int32_t lockType) {
+    if (container == nullptr) return kInvalid;
+    return lockType == 0 ? kInternal : ReleaseContainerLock(container);
+}
+
+Status StorageCreateFile(StorageContext* container, const WChar* path, uint8_t wantRead,
+                         uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite, uint32_t,
+                         const WChar*, uint32_t, FileHandle** file, uint8_t openIfExists,
+                         uint8_t truncate) {
+    return OnOpenContainer(container, [&] {
+        if (path == nullptr || file == nullptr) return kInvalid;
+        const FileAccess access{wantRead != 0, wantWrite != 0, denyRead != 0, denyWrite != 0};
+        return CreateFileAt(container, path, access, openIfExists != 0, truncate != 0, file);
+    });
+}
+
+Status StorageCloseFile(FileHandle* file) {
+    return OnFile(file, [&] {
+        const Status status = CloseStream(file, true);
+        FreeHandle(file);
+        return status;
+    });
+}
+
+Status StorageGetFileAttributes(StorageContext* container, const WChar* path,
+                                uint32_t* attributes) {
+    return OnOpenContainer(container, [&] {
+        if (path == nullptr || attributes == nullptr) return kInvalid;
+        return AttributesAt(container, path, attributes);
+    });
+}
+
+Status StorageOpenFile(StorageContext* container, const WChar* path, uint8_t wantRead,
+                       uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite, const WChar*,
+                       uint32_t, FileHandle** file) {
+    return OnOpenContainer(container, [&] {
+        if (path == nullptr || file == nullptr) return kInvalid;
+        const FileAccess access{wantRead != 0, wantWrite != 0, denyRead != 0, denyWrite != 0};
+        return OpenFileAt(container, path, access, file);
+    });
+}
+
+Status StorageDeleteFile(StorageContext* container, const WChar* path) {
+    if (container != nullptr && path == nullptr) return kInvalid;
+    return DeletePath(container, path);
+}
+
+Status StorageDeleteDirectory(StorageContext* container, const WChar* path) {
+    return StorageDeleteFile(container, path);
+}
+
+Status StorageMoveFile(StorageContext* container, const WChar* oldPath, const WChar* newPath) {
+    return OnOpenContainer(container, [&] {
+        if (oldPath == nullptr || newPath == nullptr) return kInvalid;
+        return MoveAt(container, oldPath, newPath);
+    });
+}
+
+Status StorageSeekFile(FileHandle* file, int32_t offset, uint16_t origin, uint32_t* position) {
+    return OnFile(file, [&] {
+        uint64_t target = 0;
+        const Status status = SeekPosition(file, offset, origin, &target);
+        if (status != kOk) return status;
+        file->position = target;
+        if (position != nullptr) *position = static_cast<uint32_t>(target);
+        return kOk;
+    });
+}
+
+Status StorageReadFile(FileHandle* file, void* buffer, uint32_t count, uint32_t* done) {
+    return OnFile(file, [&] {
+        if (done == nullptr || (buffer == nullptr && count != 0)) return kInvalid;
+        return ReadStream(file, buffer, count, done);
+    });
+}
+
+Status StorageWriteFile(FileHandle* file, const void* buffer, uint32_t count, uint32_t* done) {
+    return OnFile(file, [&] {
+        if (done == nullptr || (buffer == nullptr && count != 0)) return kInvalid;
+        return WriteStream(file, buffer, count, done);
+    });
+}
+
+Status StorageFindFirst(StorageContext* container, StorageSearchStruct* record, const WChar* path,
+                        uint32_t attributeMask, int32_t flags) {
+    return OnContainer(container, [&] {
+        if (record == nullptr || path == nullptr) return kInvalid;
+        return FindFirst(container, record, path, attributeMask, static_cast<uint32_t>(flags));
+    });
+}
+
+Status StorageFindNext(StorageContext* container, StorageSearchStruct* record) {
+    return OnContainer(container,
+                       [&] { return record == nullptr ? kInvalid : FindNext(container, record); });
+}
+
+Status StorageFindClose(StorageContext* container, StorageSearchStruct* record) {
+    return OnContainer(container,
+                       [&] { return record == nullptr ? kInvalid : FindClose(container, record); });
+}
+
+Status StorageGetFileTimes(StorageContext* container, const WChar* path, double* created,
+                           double* modified, double* accessed) {
+    return OnOpenContainer(container, [&] {
+        if (path == nullptr) return kInvalid;
+        return TimesAt(container, path, created, modified, accessed);
+    });
+}
+
+void StorageDecodeDate(double date, uint16_t* year, uint16_t* month, uint16_t* day) {
+    DecodeDate(date, year, month, day);
+}
+
+void StorageDecodeTime(double date, uint16_t* hour, uint16_t* minute, uint16_t* second,
+                       uint16_t* millisecond) {
+    DecodeTime(date, hour, minute, second, millisecond);
+}
+
+namespace {
+
+// The frame of open and create: a context, the log's path, `enter`, and the hand-over.
+template <class Enter>
+Status EnterContainer(const WChar* path, StorageContext** container, uint16_t separator,
+                      uint8_t updateAccessTime, Enter enter) {
+    if (container == nullptr || path == nullptr) return kInvalid;
+    *container = nullptr;
+    StorageContext* context = MakeContext();
+    WChar* logPath = context == nullptr ? nullptr : MakeLogPath(path);
+    Status status = kNoMemory;
+    if (logPath != nullptr) {
+        if (separator != 0) context->separator = separator;
+        context->updateAccessTime = updateAccessTime != 0;
+        status = enter(context, logPath);
+    }
+    platform::HeapRelease(logPath);
+    if (status == kOk) {
+        *container = context;
+    } else if (context != nullptr) {
+        DestroyContext(context);
+    }
+    return status;
+}
+
+}  // namespace
+
+Status StorageOpen(const WChar* path, StorageContext** container, uint16_t separator, void*,
+                   uint8_t updateAccessTime) {
+    return EnterContainer(path, container, separator, updateAccessTime,
+                          [&](StorageContext* context, const WChar* logPath) {
+                              return OpenContainer(context, path, logPath);
+                          });
+}
+
+Status StorageCreate(const WChar* path, uint8_t overwrite, uint32_t pageSize, const WChar* banner,
+                     StorageContext** container, uint16_t separator, void*,
+                     uint8_t updateAccessTime) {
+    return EnterContainer(path, container, separator, updateAccessTime,
+                          [&](StorageContext* context, const WChar* logPath) {
+                              return FormatContainer(context, path, logPath, overwrite != 0,
+                                                     pageSize, banner);
+                          });
+}
+
+Status StorageSetAutoCompact(StorageContext* container, uint32_t percent) {
+    return OnContainer(container, [&] {
+        container->autoCompactPercent = percent;
+        return kOk;
+    });
+}
+
+Status StorageIsDirectoryEmpty(StorageContext* container, const WChar* path, uint8_t* empty) {
+    return OnOpenContainer(container, [&] {
+        if (path == nullptr || empty == nullptr) return kInvalid;
+        return IsDirectoryEmptyAt(container, path, empty);
+    });
+}
+
+Status StorageCreateDirectory(StorageContext* container, const WChar* path) {
+    return OnOpenContainer(
+        container, [&] { return path == nullptr ? kInvalid : CreateDirectoryAt(container, path); });
+}
+
+Status StorageGetFileId(FileHandle* file, uint32_t* fileId) {
+    *fileId = file->object->fileId;
+    return kOk;
+}
+
+Status StorageCompact(StorageContext* container, uint8_t* done) {
+    return OnOpenContainer(container, [&] {
+        if (container->knownPages == kUnknownPages) {
+            const Status status = ScanPageMap(container, true, 0);
+            if (status != kOk) return status;
+        }
+        return CompactPages(container, done);
+    });
+}
+
+StorageFunctionTable g_storageFunctions = {
+    StorageIsCorrupted,     StorageSetCaseSensitive,  StorageClose,
+    StorageGetLock,         StorageReleaseLock,       StorageCreateFile,
+    StorageCloseFile,       StorageGetFileAttributes, StorageOpenFile,
+    StorageDeleteFile,      StorageMoveFile,          StorageSeekFile,
+    StorageReadFile,        StorageWriteFile,         StorageFindFirst,
+    StorageFindNext,        StorageFindClose,         StorageGetFileTimes,
+    StorageDecodeDate,      StorageDecodeTime,        StorageOpen,
+    StorageCreate,          StorageSetAutoCompact,    StorageIsDirectoryEmpty,
+    StorageDeleteDirectory, StorageCreateDirectory,   StorageGetFileId,
+    StorageCompact,
+};
+
+}  // namespace storage
