@@ -25,9 +25,7 @@ FileObject* CreateObject(StorageContext* context, FileObject* parent, DirEntry* 
 void DestroyObject(FileObject* object);
 void DestroyDirEntry(DirEntry* entry);
 
-inline void AddReference(FileObject* object) {
-    ++object->references;
-}
+inline void AddReference(FileObject* object) { ++object->references; }
 // Adds a user: takes the object off the idle list when it has one.
 void LeaveIdle(FileObject* object);
 // Puts an object with no reference and no transaction on the idle list.

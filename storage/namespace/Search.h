@@ -5,12 +5,7 @@
 
 namespace storage {
 
-enum FindFlag : uint32_t {
-    kFindFullName = 1,
-    kFindTimes = 2,
-    kFindSize = 4,
-    kFindWithDots = 0x8000
-};
+enum FindFlag : uint32_t { kFindFullName = 1, kFindTimes = 2, kFindSize = 4, kFindWithDots = 0x8000 };
 
 // The search record: the caller's, filled by the engine, which owns the strings in it.
 struct StorageSearchStruct {
