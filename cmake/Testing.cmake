@@ -1,8 +1,9 @@
 # zrfs_test(NAME area SOURCES a.cpp ... LIBS target ...): one GoogleTest program, one ctest entry.
+# Its main function is that of zrfs_test_support, unless one of the sources has one.
 function(zrfs_test)
   cmake_parse_arguments(T "" "NAME" "SOURCES;LIBS" ${ARGN})
   add_executable(test_${T_NAME} ${T_SOURCES})
-  target_link_libraries(test_${T_NAME} PRIVATE zrfs_options zrfs_test_support ${T_LIBS} gtest_main)
+  target_link_libraries(test_${T_NAME} PRIVATE zrfs_options zrfs_test_support ${T_LIBS} gtest)
   add_test(NAME ${T_NAME} COMMAND test_${T_NAME})
   set_tests_properties(${T_NAME} PROPERTIES TIMEOUT 600)
 endfunction()
