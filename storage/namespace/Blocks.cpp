@@ -10,7 +10,12 @@
 namespace storage {
 namespace {
 
+// The sanitizer build keeps none, so that it sees every use of one given back.
+#ifdef ZRFS_NO_POOLS
+constexpr uint32_t kPooledBlocks = 0;
+#else
 constexpr uint32_t kPooledBlocks = 16;
+#endif
 constexpr uint32_t kPooledRoom = 0x20000;  // larger buffers go back to the heap
 
 // Place in the object's list of the first block that starts at or behind `start`.

@@ -50,7 +50,7 @@ enum ObjectFlag : uint32_t {
     kNamesSorted = 0x80,     // every name complete, the list in full order
     kObjectIdle = 0x200,
     kPageListComplete = 0x800,
-    kBlockSettingsKnown = 0x1000,
+    kBlockSettingsKnown = 0x10000,
 };
 inline constexpr uint32_t kCommitClears = 0xF;
 

@@ -45,9 +45,9 @@ Status OpenOwnPage(FileObject* object, uint32_t number, uint16_t kind, PinnedPag
 }
 
 Status FreePinned(PinnedPage* page) {
-    const Status status = FreePage(page->context, page->page);
-    if (status == kOk) page->page = nullptr;
-    return status;
+    CachePage* freed = page->page;
+    page->page = nullptr;
+    return FreePage(page->context, freed);
 }
 
 Status FreeOwnPage(FileObject* object, uint32_t number, uint16_t kind,
