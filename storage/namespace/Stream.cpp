@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "storage/core/Dates.h"
 #include "storage/core/PageIo.h"
 #include "storage/namespace/BlockCode.h"
 #include "storage/namespace/Blocks.h"

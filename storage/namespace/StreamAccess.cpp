@@ -1,6 +1,7 @@
 // Reading and writing at a handle.
 #include <algorithm>
 
+#include "storage/core/Dates.h"
 #include "storage/namespace/Blocks.h"
 #include "storage/namespace/Objects.h"
 #include "storage/namespace/Stream.h"

@@ -1,6 +1,8 @@
 // The run-length code of blocks.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <random>
 
 #include "storage/namespace/Stream.h"
@@ -107,8 +109,9 @@ TEST(BlockCode, SurvivesRandomBytes) {
         for (uint8_t& byte : code) byte = random() % 3 == 0 ? 0xFF : static_cast<uint8_t>(random());
         Bytes reference;
         const bool decodes = Decode(code, 100000, &plain);
-        if (decodes && support::container::DecodeRunLengths(code, &reference))
+        if (decodes && support::container::DecodeRunLengths(code, &reference)) {
             EXPECT_EQ(plain, reference);
+        }
     }
 }
 
