@@ -27,6 +27,8 @@ void PrepareStreams() {
     if (_isatty(_fileno(stdout)) || _isatty(_fileno(stderr))) SetConsoleOutputCP(CP_UTF8);
 }
 
-bool ErrorIsTerminal() { return _isatty(_fileno(stderr)) != 0; }
+bool ErrorIsTerminal() {
+    return _isatty(_fileno(stderr)) != 0;
+}
 
 }  // namespace fbr

@@ -22,7 +22,9 @@ Progress::Progress(std::string what, uint64_t total)
       visible_(ErrorIsTerminal()),
       next_(std::chrono::steady_clock::now() + kInterval) {}
 
-Progress::~Progress() { Clear(); }
+Progress::~Progress() {
+    Clear();
+}
 
 void Progress::Step() {
     ++done_;

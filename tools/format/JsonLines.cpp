@@ -70,11 +70,16 @@ void LineReader::ReadMember() {
     constexpr char kWhat[] = "\"key\", \"name\", \"type\" or \"data\"";
     const std::string label = Utf8(ReadString(kWhat));
     Punctuation(':', "\":\" after the name of a member");
-    if (label == "key") Put(key, ReadString("a string in quotes for \"key\""), "key");
-    else if (label == "name") Put(name, ReadString("a string in quotes for \"name\""), "name");
-    else if (label == "type") Put(type, ReadType(), "type");
-    else if (label == "data") Put(data, ReadHex(), "data");
-    else Expected(kWhat);
+    if (label == "key")
+        Put(key, ReadString("a string in quotes for \"key\""), "key");
+    else if (label == "name")
+        Put(name, ReadString("a string in quotes for \"name\""), "name");
+    else if (label == "type")
+        Put(type, ReadType(), "type");
+    else if (label == "data")
+        Put(data, ReadHex(), "data");
+    else
+        Expected(kWhat);
 }
 
 WString LineReader::ReadString(const char* what) {

@@ -14,8 +14,12 @@ namespace {
 constexpr std::string_view kHeader5 = "Windows Registry Editor Version 5.00";
 constexpr std::string_view kHeader4 = "REGEDIT4";
 
-bool IsBlank(WChar unit) { return unit == ' ' || unit == '\t'; }
-bool IsLineEnd(WChar unit) { return unit == '\n' || unit == '\r'; }
+bool IsBlank(WChar unit) {
+    return unit == ' ' || unit == '\t';
+}
+bool IsLineEnd(WChar unit) {
+    return unit == '\n' || unit == '\r';
+}
 
 int HexDigit(WChar unit) {
     if (unit >= '0' && unit <= '9') return unit - '0';
@@ -79,8 +83,8 @@ class Reader {
     const WString text_;
     size_t position_ = 0;
     uint64_t line_ = 1;
-    bool ansi_ = false;    // a REGEDIT4 file
-    bool inKey_ = false;   // values may follow
+    bool ansi_ = false;   // a REGEDIT4 file
+    bool inKey_ = false;  // values may follow
     Document document_;
 };
 
@@ -125,10 +129,14 @@ void Reader::ReadHeader() {
 void Reader::ReadLine() {
     SkipBlanks();
     const WChar first = Peek();
-    if (first == '[') ReadKeyLine();
-    else if (first == '"' || first == '@') ReadValueLine();
-    else if (first == ';' || IsLineEnd(first)) EndOfLine("a comment");
-    else Expected("a key in brackets, a value name in quotes, \"@\" or a comment");
+    if (first == '[')
+        ReadKeyLine();
+    else if (first == '"' || first == '@')
+        ReadValueLine();
+    else if (first == ';' || IsLineEnd(first))
+        EndOfLine("a comment");
+    else
+        Expected("a key in brackets, a value name in quotes, \"@\" or a comment");
 }
 
 // A key ends at the last bracket of its line, for a name may hold brackets.
@@ -232,11 +240,16 @@ WChar Reader::ReadEscape() {
     if (!AtEnd()) ++position_;
     switch (unit) {
         case '\\':
-        case '"': return unit;
-        case 'n': return '\n';
-        case 'r': return '\r';
-        case '0': return 0;
-        default: Expected("\\, \", n, r or 0 after a backslash in quotes");
+        case '"':
+            return unit;
+        case 'n':
+            return '\n';
+        case 'r':
+            return '\r';
+        case '0':
+            return 0;
+        default:
+            Expected("\\, \", n, r or 0 after a backslash in quotes");
     }
 }
 
@@ -261,8 +274,8 @@ void Reader::ReadData(Record& record) {
         ReadBytes(record.data);
         if (ansi_ && IsText(record.type)) {
             WString wide;
-            AppendAnsi(wide, {reinterpret_cast<const char*>(record.data.data()),
-                              record.data.size()});
+            AppendAnsi(wide,
+                       {reinterpret_cast<const char*>(record.data.data()), record.data.size()});
             record.data.resize(wide.size() * 2);
             if (!wide.empty()) std::memcpy(record.data.data(), wide.data(), record.data.size());
         }

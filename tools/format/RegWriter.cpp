@@ -16,16 +16,25 @@ static_assert(std::endian::native == std::endian::little, "units go to the file 
 // A line of hexadecimal bytes is broken behind the comma that reaches this column.
 constexpr size_t kWrapColumn = 77;
 
-void AppendAscii(WString& out, std::string_view text) { out.append(text.begin(), text.end()); }
+void AppendAscii(WString& out, std::string_view text) {
+    out.append(text.begin(), text.end());
+}
 
 void AppendEscaped(WString& out, WStringView text) {
     for (const WChar unit : text) {
         switch (unit) {
-            case '\n': AppendAscii(out, "\\n"); break;
-            case '\r': AppendAscii(out, "\\r"); break;
+            case '\n':
+                AppendAscii(out, "\\n");
+                break;
+            case '\r':
+                AppendAscii(out, "\\r");
+                break;
             case '\\':
-            case '"': out += '\\'; [[fallthrough]];
-            default: out += unit;
+            case '"':
+                out += '\\';
+                [[fallthrough]];
+            default:
+                out += unit;
         }
     }
 }
@@ -76,15 +85,21 @@ void RegWriter::KeyLine(WStringView path, bool deletion) {
     for (size_t i = 0; i < full.size(); ++i) {
         const WChar unit = full[i];
         const bool asDeletion = i == 0 && unit == '-';
-        if (unit == '\r' || unit == '\n' || asDeletion) AppendKeyEscape(line_, unit);
-        else line_ += unit;
+        if (unit == '\r' || unit == '\n' || asDeletion)
+            AppendKeyEscape(line_, unit);
+        else
+            line_ += unit;
     }
     line_ += ']';
     EndLine();
 }
 
-void RegWriter::Key(WStringView path) { KeyLine(path, false); }
-void RegWriter::DeleteKey(WStringView path) { KeyLine(path, true); }
+void RegWriter::Key(WStringView path) {
+    KeyLine(path, false);
+}
+void RegWriter::DeleteKey(WStringView path) {
+    KeyLine(path, true);
+}
 
 void RegWriter::ValueName(WStringView name) {
     if (IsDefaultName(name)) {
@@ -136,6 +151,8 @@ void RegWriter::DeleteValue(WStringView name) {
     EndLine();
 }
 
-void RegWriter::Finish() { EndLine(); }
+void RegWriter::Finish() {
+    EndLine();
+}
 
 }  // namespace fbr

@@ -9,8 +9,12 @@
 namespace fbr {
 namespace {
 
-constexpr bool IsHigh(char32_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
-constexpr bool IsLow(char32_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
+constexpr bool IsHigh(char32_t unit) {
+    return unit >= 0xD800 && unit < 0xDC00;
+}
+constexpr bool IsLow(char32_t unit) {
+    return unit >= 0xDC00 && unit < 0xE000;
+}
 
 void AppendUtf8Character(std::string& out, char32_t c) {
     if (c < 0x80) {
@@ -25,10 +29,10 @@ void AppendUtf8Character(std::string& out, char32_t c) {
 
 // The characters of code page 1252 from 0x80 to 0x9F; the five free places keep their number, as
 // the system's own conversion does.
-constexpr char16_t kAnsi80[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+constexpr char16_t kAnsi80[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                  0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                  0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                  0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 WString DecodeUtf16(std::string_view bytes, bool bigEndian) {
     if (bytes.size() % 2 != 0) {
@@ -149,14 +153,20 @@ std::string Printable(WStringView text) {
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         const char32_t c = text[i];
-        if (c == '\n') out += "\\n";
-        else if (c == '\r') out += "\\r";
-        else if (c == '\t') out += "\\t";
-        else if (c == 0) out += "\\0";
+        if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else if (c == '\t')
+            out += "\\t";
+        else if (c == 0)
+            out += "\\0";
         else if (c < 0x20 || (c >= 0x7F && c < 0xA0) || IsLoneSurrogate(text, i))
             out += fmt::format("\\u{:04X}", static_cast<uint32_t>(c));
-        else if (IsHigh(c)) AppendUtf8(out, text.substr(i++, 2));
-        else AppendUtf8(out, text.substr(i, 1));
+        else if (IsHigh(c))
+            AppendUtf8(out, text.substr(i++, 2));
+        else
+            AppendUtf8(out, text.substr(i, 1));
     }
     return out;
 }

@@ -17,7 +17,9 @@ int HexDigit(char c) {
     return -1;
 }
 
-bool IsString(uint32_t type) { return type == kRegSz || type == kRegExpandSz; }
+bool IsString(uint32_t type) {
+    return type == kRegSz || type == kRegExpandSz;
+}
 
 WString Units(const Bytes& data) {
     WString text(data.size() / 2, WChar{});
@@ -61,15 +63,17 @@ void AppendText(Bytes& data, std::string_view word) {
 
 void ExpectOneWord(uint32_t type, const std::vector<std::string>& words) {
     if (words.size() != 1) {
-        throw DataError(fmt::format("expected one DATA for {}, not {}: put text with blanks in quotes",
-                                    TypeName(type), words.size()));
+        throw DataError(
+            fmt::format("expected one DATA for {}, not {}: put text with blanks in quotes",
+                        TypeName(type), words.size()));
     }
 }
 
 Bytes StringsFromWords(const std::vector<std::string>& words) {
     Bytes data;
     for (const std::string& word : words) {
-        if (word.empty()) throw DataError("expected no empty string: it would end the multi-string");
+        if (word.empty())
+            throw DataError("expected no empty string: it would end the multi-string");
         AppendText(data, word);
     }
     data.insert(data.end(), 2, 0);
@@ -178,11 +182,14 @@ Bytes DataFromWords(uint32_t type, bool hex, const std::vector<std::string>& wor
             AppendText(data, words[0]);
             return data;
         }
-        case kRegMultiSz: return StringsFromWords(words);
+        case kRegMultiSz:
+            return StringsFromWords(words);
         case kRegDword:
         case kRegDwordBigEndian:
-        case kRegQword: return NumberFromWords(type, words);
-        default: return BytesFromWords(words);
+        case kRegQword:
+            return NumberFromWords(type, words);
+        default:
+            return BytesFromWords(words);
     }
 }
 

@@ -19,17 +19,22 @@ std::string Advice(FBR_STATUS status, FBR_METHOD method) {
         case FSSTATUS_NOT_IMPLEMENTED:
             if (method == FS_VR_METHOD_TARN) return "";
             return "; this build has no store of that method, or the store has no such operation";
-        case FSSTATUS_LOCK_FAILED: return "; another process holds the store: try again when it ends";
-        case FSSTATUS_FILE_CORRUPT: return "; the file is damaged or is no store of this kind";
-        case FSSTATUS_VERSION_MISMATCH: return "; the store was made by another version";
-        case FSSTATUS_DIR_NOT_EMPTY: return "; it has subkeys";
-        default: return "";
+        case FSSTATUS_LOCK_FAILED:
+            return "; another process holds the store: try again when it ends";
+        case FSSTATUS_FILE_CORRUPT:
+            return "; the file is damaged or is no store of this kind";
+        case FSSTATUS_VERSION_MISMATCH:
+            return "; the store was made by another version";
+        case FSSTATUS_DIR_NOT_EMPTY:
+            return "; it has subkeys";
+        default:
+            return "";
     }
 }
 
 [[noreturn]] void Throw(const std::string& what, FBR_STATUS status, FBR_METHOD method) {
-    throw StoreError(
-        fmt::format("{}: {}{}", what, StatusText(status), Advice(status, method)), status);
+    throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), Advice(status, method)),
+                     status);
 }
 
 std::vector<std::string_view> Tokens(std::string_view path) {
@@ -46,7 +51,9 @@ std::filesystem::path Utf8Path(std::string_view text) {
     return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }
 
-WString RootedPath(WStringView path) { return kRootName + WString(path); }
+WString RootedPath(WStringView path) {
+    return kRootName + WString(path);
+}
 
 }  // namespace
 
@@ -68,7 +75,9 @@ WString NormalKeyPath(WStringView path) {
     return WString(path);
 }
 
-std::string ShowKey(WStringView path) { return Printable(RootedPath(path)); }
+std::string ShowKey(WStringView path) {
+    return Printable(RootedPath(path));
+}
 
 Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
     const std::string what = fmt::format("cannot open store {}", name_.path);
@@ -113,8 +122,8 @@ bool Store::HasKey(WStringView path) const {
 
 Key Store::CreateKey(WStringView path) const {
     FBR_KEY key = 0;
-    const FBR_STATUS status = FBR_CreateDirEx(0, RootedPath(path).c_str(), FSCREATEOPTIONS_NONE,
-                                              &key, handle_);
+    const FBR_STATUS status =
+        FBR_CreateDirEx(0, RootedPath(path).c_str(), FSCREATEOPTIONS_NONE, &key, handle_);
     if (status != FSSTATUS_SUCCESS && status != FSSTATUS_ALREADY_EXISTS) {
         Throw(fmt::format("cannot make key {} in {}", ShowKey(path), Name()), status, name_.method);
     }
@@ -138,7 +147,9 @@ WriteLock::WriteLock(const Store& store) : store_(store) {
     }
 }
 
-WriteLock::~WriteLock() { FBR_ReleaseLockEx(kLockForWriting, store_.Handle()); }
+WriteLock::~WriteLock() {
+    FBR_ReleaseLockEx(kLockForWriting, store_.Handle());
+}
 
 Key& Key::operator=(Key&& other) noexcept {
     if (this != &other) {
@@ -225,8 +236,8 @@ Value Key::Get(const WString& name) const {
                                        &size, &value.type, store_->Handle());
     const bool whole = status == FSSTATUS_SUCCESS && size < value.data.size();
     if (!whole && (status == FSSTATUS_SUCCESS || status == FSSTATUS_BUFFER_OVERFLOW)) {
-        status = FBR_QueryValue(handle_, name.c_str(), nullptr, 0, &size, &value.type,
-                                store_->Handle());
+        status =
+            FBR_QueryValue(handle_, name.c_str(), nullptr, 0, &size, &value.type, store_->Handle());
         if (status == FSSTATUS_BUFFER_OVERFLOW) {
             value.data.resize(size);
             status = FBR_QueryValue(handle_, name.c_str(), value.data.data(), value.data.size(),
@@ -239,8 +250,8 @@ Value Key::Get(const WString& name) const {
 }
 
 void Key::Set(const WString& name, uint32_t type, const Bytes& data) const {
-    const FBR_STATUS status = FBR_SetValue(handle_, name.c_str(), type, data.data(), data.size(),
-                                           store_->Handle());
+    const FBR_STATUS status =
+        FBR_SetValue(handle_, name.c_str(), type, data.data(), data.size(), store_->Handle());
     if (status != FSSTATUS_SUCCESS) Fail("cannot set " + ShowValue(name), status);
 }
 

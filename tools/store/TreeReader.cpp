@@ -28,8 +28,10 @@ void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
     enter(store.OpenKey(root));
     while (!levels.empty()) {
         Level& level = levels.back();
-        if (level.next == level.subkeys.size()) levels.pop_back();
-        else enter(level.key.OpenSubkey(level.subkeys[level.next++]));
+        if (level.next == level.subkeys.size())
+            levels.pop_back();
+        else
+            enter(level.key.OpenSubkey(level.subkeys[level.next++]));
     }
 }
 

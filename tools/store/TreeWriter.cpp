@@ -36,7 +36,9 @@ void TreeWriter::Key(WStringView path) {
     }
 }
 
-Key& TreeWriter::Current() { return levels_.back().key; }
+Key& TreeWriter::Current() {
+    return levels_.back().key;
+}
 
 void TreeWriter::Value(WStringView name, uint32_t type, const Bytes& data) {
     Current().Set(platform::WString(name), type, data);
@@ -49,6 +51,8 @@ void TreeWriter::DeleteKey(WStringView path) {
     store_.DeleteTree(path);
 }
 
-void TreeWriter::DeleteValue(WStringView name) { Current().DeleteValue(platform::WString(name)); }
+void TreeWriter::DeleteValue(WStringView name) {
+    Current().DeleteValue(platform::WString(name));
+}
 
 }  // namespace fbr
