@@ -11,6 +11,9 @@
 
 namespace fbr {
 
+using platform::WChar;
+using platform::WString;
+using platform::WStringView;
 using Bytes = std::vector<uint8_t>;
 
 // A file that cannot be read: the line (from 1) and what was expected there.

@@ -152,6 +152,7 @@ void Reader::ReadKeyLine() {
     if (!path.empty() && path.front() == '-') {
         record.kind = Record::Kind::kDeleteKey;
         path.remove_prefix(1);
+        if (path.empty()) Expected("the key to delete after \"-\"");
     }
     record.key = static_cast<uint32_t>(document_.keys.size());
     document_.keys.push_back(KeyPath(path));
