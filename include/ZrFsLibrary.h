@@ -17,8 +17,7 @@
 extern "C" {
 #endif
 
-FBR_API FBR_STATUS FBR_InitialiseEx(const FBR_WCHAR* path, FBR_STORE* handle,
-                                    FBR_METHOD method);
+FBR_API FBR_STATUS FBR_InitialiseEx(const FBR_WCHAR* path, FBR_STORE* handle, FBR_METHOD method);
 FBR_API FBR_STATUS FBR_DeInitialiseEx(FBR_STORE handle);
 
 FBR_API FBR_STATUS FBR_CheckFile(FBR_STORE handle);
@@ -32,14 +31,14 @@ FBR_API FBR_STATUS FBR_ReleaseLockEx(uint32_t lockType, FBR_STORE handle);
 FBR_API FBR_STATUS FBR_GetLockTypeEx(FBR_STORE handle, uint32_t* lockType);
 
 FBR_API FBR_STATUS FBR_DeleteValue(FBR_KEY key, const FBR_WCHAR* name, FBR_STORE handle);
-FBR_API FBR_STATUS FBR_SetValue(FBR_KEY key, const FBR_WCHAR* name, uint32_t type,
-                                const void* data, uint64_t size, FBR_STORE handle);
+FBR_API FBR_STATUS FBR_SetValue(FBR_KEY key, const FBR_WCHAR* name, uint32_t type, const void* data,
+                                uint64_t size, FBR_STORE handle);
 FBR_API FBR_STATUS FBR_QueryValue(FBR_KEY key, const FBR_WCHAR* name, void* buffer,
                                   uint64_t bufferSize, uint64_t* size, uint32_t* type,
                                   FBR_STORE handle);
 
-FBR_API FBR_STATUS FBR_CreateDirEx(FBR_KEY parent, const FBR_WCHAR* name,
-                                   FBR_CREATEOPTIONS options, FBR_KEY* key, FBR_STORE handle);
+FBR_API FBR_STATUS FBR_CreateDirEx(FBR_KEY parent, const FBR_WCHAR* name, FBR_CREATEOPTIONS options,
+                                   FBR_KEY* key, FBR_STORE handle);
 FBR_API FBR_STATUS FBR_OpenDirEx(FBR_KEY parent, const FBR_WCHAR* name, FBR_KEY* key,
                                  FBR_STORE handle);
 FBR_API FBR_STATUS FBR_DeleteDirEx(FBR_KEY key, FBR_STORE handle);
@@ -56,10 +55,9 @@ FBR_API FBR_STATUS FBR_GetFullName_DirEx(FBR_KEY key, FBR_WCHAR** name, FBR_STOR
 FBR_API FBR_STATUS FBR_DuplicateDirHandleEx(FBR_KEY key, FBR_KEY* newKey, FBR_STORE handle);
 FBR_API FBR_STATUS FBR_GetDirTimesEx(FBR_KEY key, FBR_SYSTEMTIME* time, FBR_STORE handle);
 
-FBR_API FBR_STATUS FBR_GetKeySecurityString(FBR_KEY key, FBR_WCHAR* buffer,
-                                            uint32_t* bufferChars, FBR_STORE handle);
-FBR_API FBR_STATUS FBR_SetKeySecurityString(FBR_KEY key, const FBR_WCHAR* sddl,
+FBR_API FBR_STATUS FBR_GetKeySecurityString(FBR_KEY key, FBR_WCHAR* buffer, uint32_t* bufferChars,
                                             FBR_STORE handle);
+FBR_API FBR_STATUS FBR_SetKeySecurityString(FBR_KEY key, const FBR_WCHAR* sddl, FBR_STORE handle);
 
 FBR_API void FBR_Release(void* memory);
 FBR_API void FBR_Logging(bool enable, const FBR_WCHAR* directory, uint32_t level,

@@ -3,8 +3,8 @@
 #define ZRFSTYPES_H
 
 #include <stdbool.h>
-#include <stdint.h>
 #include <stddef.h>
+#include <stdint.h>
 
 #if defined(_WIN32)
 typedef wchar_t FBR_WCHAR;
@@ -36,7 +36,7 @@ typedef enum _FSSTATUS {
     FSSTATUS_PATH_NOT_FOUND = 10,
     FSSTATUS_INVALID_NAME = 11,
     FSSTATUS_FILE_CORRUPT = 12,
-    FSSTATUS_NOT_IMPLEMENTED = 13,  /* the backend does not offer the operation */
+    FSSTATUS_NOT_IMPLEMENTED = 13, /* the backend does not offer the operation */
     FSSTATUS_OUT_OF_MEMORY = 14,
     FSSTATUS_ACCESS_DENIED = 15,
     FSSTATUS_SHARING_VIOLATION = 16,

@@ -1,0 +1,112 @@
+#include "FS_Library_DLL/FsEnumerate.h"
+
+#include "FS_Library_DLL/FsEngineStatus.h"
+#include "FS_Library_DLL/FsKeys.h"
+#include "FS_Library_DLL/FsNames.h"
+#include "FS_Library_DLL/FsTrace.h"
+
+using storage::Status;
+using storage::StorageSearchStruct;
+
+namespace {
+
+bool BuildPattern(WStringView path, FsText* pattern) {
+    const bool rooted = path.empty() || path.front() == '\\';
+    return (rooted || pattern->Append(WTEXT("\\"))) && pattern->Append(path) &&
+           (path.ends_with('\\') || pattern->Append(WTEXT("\\"))) && pattern->Append(WTEXT("*"));
+}
+
+StorageSearchStruct* SearchOf(FsHandleEntry* entry) {
+    if (entry->search == nullptr)
+        entry->search = static_cast<StorageSearchStruct*>(
+            platform::HeapAllocateZeroed(sizeof(StorageSearchStruct)));
+    return entry->search;
+}
+
+// Is the key still open that this search belongs to?
+bool StillWalks(int64_t key, const StorageSearchStruct* search, const FsStoreContext* context) {
+    const FsHandleEntry* entry = context->handles.FindKey(key);
+    return entry != nullptr && entry->search == search;
+}
+
+Status ShowEntries(int64_t key, StorageSearchStruct* search, FsStoreContext* context,
+                   const FsVisitor& visitor) {
+    for (uint32_t index = 0; visitor(index, search->name); ++index) {
+        // The visitor may have deleted the key, and the search with it.
+        if (!StillWalks(key, search, context)) return storage::kNoMore;
+        const Status code = FsEngine().StorageFindNext(context->container, search);
+        if (code != storage::kOk) return code;
+    }
+    return storage::kOk;
+}
+
+void EndSearch(int64_t key, StorageSearchStruct* search, FsStoreContext* context) {
+    if (!StillWalks(key, search, context)) return;
+    FsEngine().StorageFindClose(context->container, search);
+    context->handles.FindKey(key)->search = nullptr;
+    platform::HeapRelease(search);
+}
+
+Status Walk(int64_t key, FsEnumMode mode, FsStoreContext* context, const FsVisitor& visitor) {
+    if (context == nullptr || key == 0) return storage::kInvalid;
+    const FsGuard guard(context->lock);
+    FsHandleEntry* entry = context->handles.FindKey(key);
+    StorageSearchStruct* search = entry != nullptr ? SearchOf(entry) : nullptr;
+    FsText pattern;
+    if (search == nullptr) return storage::kInternal;
+    if (!BuildPattern(entry->Path(), &pattern)) {
+        EndSearch(key, search, context);
+        return storage::kInternal;
+    }
+    // By name and not through the table: a replaced table is not asked for a search's start.
+    Status code = storage::StorageFindFirst(context->container, search, pattern.Text(),
+                                            static_cast<uint32_t>(mode), 0);
+    if (code == storage::kOk) code = ShowEntries(key, search, context, visitor);
+    EndSearch(key, search, context);
+    return code;
+}
+
+// Adds the names to the caller's vector; one that finds no memory is skipped.
+FBR_STATUS CollectNames(int64_t key, std::vector<WString>& names, FsEnumMode mode,
+                        FsStoreContext* context) {
+    auto collect = [&names](uint32_t, const WChar* stored) {
+        FsHeapString name;
+        name.text = FsUnescapedCopy(stored);
+        if (name.text != nullptr) names.emplace_back(name.text);
+        return true;
+    };
+    return FS_EnumInt_PrivateEx(key, mode, context, collect);
+}
+
+}  // namespace
+
+FBR_STATUS FS_EnumInt_PrivateEx(int64_t key, FsEnumMode mode, FsStoreContext* context,
+                                FsVisitor visitor) {
+    const FsTraceScope trace("FS_EnumInt_PrivateEx", "[ENTER] FS_EnumInt_Private[{:X}] [{}] [{:X}]",
+                             key, mode, context);
+    const FBR_STATUS status = FsStatusFromEngine(Walk(key, mode, context, visitor));
+    FsHeapString fullName;  // fetched whether it is traced or not
+    FS_GetFullName_DirEx(key, &fullName.text, context);
+    trace.Exit("[EXIT] FS_EnumInt_Private[{}] [{:X}] [{}] [{:X}] S[{}] D[{}]", fullName.text, key,
+               mode, context, status);
+    return status;
+}
+
+FBR_STATUS FS_EnumInt_Private(int64_t key, uint32_t index, WChar** name, FsEnumMode mode,
+                              FsStoreContext* context) {
+    auto stopAtIndex = [=](uint32_t at, const WChar* stored) {
+        if (at != index) return true;
+        if (name != nullptr) *name = FsUnescapedCopy(stored);
+        return false;
+    };
+    return FS_EnumInt_PrivateEx(key, mode, context, stopAtIndex);
+}
+
+FBR_STATUS FS_EnumerateAllValues(int64_t key, std::vector<WString>& names,
+                                 FsStoreContext* context) {
+    return CollectNames(key, names, FsEnumMode::Values, context);
+}
+
+FBR_STATUS FS_EnumerateAllKeys(int64_t key, std::vector<WString>& names, FsStoreContext* context) {
+    return CollectNames(key, names, FsEnumMode::Keys, context);
+}

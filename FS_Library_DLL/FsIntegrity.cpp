@@ -1,0 +1,85 @@
+#include "FS_Library_DLL/FsIntegrity.h"
+
+#include "FS_Library_DLL/FsEngineStatus.h"
+#include "FS_Library_DLL/FsTrace.h"
+#include "storage/core/Context.h"
+
+using storage::Status;
+
+namespace {
+
+constexpr uint32_t kCorruptEntry = 15;
+constexpr size_t kNameUnits = 64;  // of the buffer that a callback gets as its user data
+
+void DefaultCallback(void* userData, uint32_t code, uint32_t a, uint32_t, uint8_t, uint8_t*) {
+    FS_ProgressUpdate(static_cast<const WChar*>(userData), code, a);
+}
+
+Status Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) {
+    WChar name[kNameUnits] = {};
+    // By name and not through the table: check and repair is not in it.
+    return storage::StorageCheckAndRepair(path, nullptr, flags, nullptr, nullptr, name,
+                                          callback != nullptr ? callback : DefaultCallback);
+}
+
+}  // namespace
+
+FBR_STATUS FS_CheckFileEx(const WChar* path, FBR_CheckCallback callback) {
+    constexpr const char* name = "FS_CheckFileEx";
+    FsTraceLine(kTraceScope, name, "[ENTER]");
+    Status code = storage::kInvalid;
+    if (path != nullptr) {
+        FsTraceLine(kTraceDetail, name, "Checking file [{}] ", path);
+        code = Check(path, storage::kCheckOnly | storage::kCheckDeep, callback);
+    }
+    FsTraceLine(kTraceScope, name, "[EXIT] File [{}] ", path);
+    return FsStatusFromEngine(code);
+}
+
+FBR_STATUS FS_CheckAndRepairFileEx(const WChar* path, FBR_CheckCallback callback) {
+    constexpr const char* name = "FS_CheckAndRepairFileEx";
+    FsTraceLine(kTraceScope, name, "[ENTER]");
+    FsTraceLine(kTraceScope, name, "Checking and repairing file [{}] ", path);
+    const Status code = Check(path, storage::kCheckDeep, callback);
+    FsTraceLine(kTraceScope, name, "[EXIT] File [{}] ", path);
+    return FsStatusFromEngine(code);
+}
+
+void FS_ProgressUpdate(const WChar* name, uint32_t code, uint32_t page) {
+    if (code != kCorruptEntry || name == nullptr) return;
+    if (!g_switches.trace) {
+        if (!g_switches.traceOnCorruption) return;
+        g_switches.trace = true;
+        FS_OpenTraceFile();
+    }
+    FsTraceLine(kTraceFailure, "FS_ProgressUpdate",
+                "Callback from FS_CheckFileEx. Corruption DirEntry : Page [{}] Entry Name [{}]",
+                page, name);
+}
+
+FBR_STATUS FsCheckStore(FsStoreContext* context) {
+    if (context == nullptr || context->container == nullptr || !g_switches.fileChecking)
+        return FSSTATUS_FAILED;
+    FsHeapString path;
+    {
+        const FsGuard guard(context->lock);
+        const WChar* own = context->container->path;
+        if (own != nullptr) path.text = FsHeapCopy(own);
+    }
+    return path.text != nullptr ? FS_CheckFileEx(path.text, nullptr) : FSSTATUS_FAILED;
+}
+
+// One byte of the output is written; callers pass a word that holds 0.
+FBR_STATUS FsIsCorrupted(uint32_t* corrupted, FsStoreContext* context) {
+    if (context == nullptr || corrupted == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    const FsGuard guard(context->lock);
+    return FsStatusFromEngine(
+        FsEngine().StorageIsCorrupted(context->container, reinterpret_cast<uint8_t*>(corrupted)));
+}
+
+FBR_STATUS FsCompact(uint32_t* done, FsStoreContext* context) {
+    if (context == nullptr || done == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    const FsGuard guard(context->lock);
+    return FsStatusFromEngine(
+        FsEngine().StorageCompact(context->container, reinterpret_cast<uint8_t*>(done)));
+}

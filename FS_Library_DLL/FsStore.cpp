@@ -1,0 +1,166 @@
+#include "FS_Library_DLL/FsStore.h"
+
+#include <new>
+
+#include "FS_Library_DLL/FsEngineStatus.h"
+#include "FS_Library_DLL/FsFiles.h"
+#include "FS_Library_DLL/FsKeys.h"
+#include "FS_Library_DLL/FsLocks.h"
+#include "FS_Library_DLL/FsTrace.h"
+#include "FS_Library_DLL/FsVolatileKeys.h"
+
+using storage::FileHandle;
+using storage::Status;
+using storage::StorageContext;
+
+namespace {
+
+constexpr const WChar* kVersionName = WTEXT("FBRVersion");
+constexpr uint32_t kDwordType = 4;
+
+// The containers of stores that failed to open behind the engine's back: they stay open until the
+// process ends, and are kept here so that they are not lost sight of.
+struct AbandonedContainer {
+    StorageContext* container;
+    AbandonedContainer* next;
+};
+std::atomic<AbandonedContainer*> g_abandoned{nullptr};
+
+void Abandon(StorageContext* container) {
+    auto* node =
+        static_cast<AbandonedContainer*>(platform::HeapAllocate(sizeof(AbandonedContainer)));
+    if (node == nullptr) return;
+    *node = {container, g_abandoned.load()};
+    while (!g_abandoned.compare_exchange_weak(node->next, node)) {
+    }
+}
+
+FsStoreContext* NewContext() {
+    void* memory = platform::HeapAllocateZeroed(sizeof(FsStoreContext));
+    return memory != nullptr ? new (memory) FsStoreContext : nullptr;
+}
+
+void DestroyContext(FsStoreContext* context) {
+    FsFreeLockStack(context);
+    context->~FsStoreContext();
+    platform::HeapRelease(context);
+}
+
+bool OpenRoot(int64_t* root, FsStoreContext* context) {
+    const FBR_STATUS status = FS_CreateDirEx(0, WTEXT("\\"), FSCREATEOPTIONS_NONE, root, context);
+    return status == FSSTATUS_SUCCESS || status == FSSTATUS_ALREADY_EXISTS;
+}
+
+// What goes wrong in here is dropped: the store opens all the same.
+void WriteVersion(int64_t root, FsStoreContext* context) {
+    FileHandle* file = nullptr;
+    if (FS_CreateFileEx(root, kVersionName, &file, context) != FSSTATUS_SUCCESS) return;
+    bool fromStart = true;
+    for (const uint32_t word : {kDwordType, uint32_t{sizeof(uint32_t)}, kStoreVersion}) {
+        uint64_t done = 0;
+        FS_WriteFileEx(file, &word, sizeof word, &done, fromStart, context);
+        fromStart = false;
+    }
+    FS_CloseFileEx(file, context);
+}
+
+// The third word of the record; the others are not looked at.
+uint32_t ReadVersion(FileHandle* file, FsStoreContext* context) {
+    uint32_t word = 0;
+    for (int i = 0; i < 3; ++i) {
+        uint64_t done = 0;
+        word = 0;
+        FS_ReadFileEx(file, &word, sizeof word, &done, i == 0, context);
+    }
+    return word;
+}
+
+Status CreateStore(const WChar* path, FsStoreContext* context) {
+    const Status code = FsEngine().StorageCreate(path, 0, kNewPageSize, nullptr,
+                                                 &context->container, kPathSeparator, nullptr, 0);
+    if (code != storage::kOk) return code;
+    FsEngine().StorageSetAutoCompact(context->container, 0);
+    int64_t root = 0;
+    if (OpenRoot(&root, context)) {
+        WriteVersion(root, context);
+        FS_CloseDirEx(root, context);
+    }
+    return storage::kOk;
+}
+
+uint32_t CheckVersion(FsStoreContext* context) {
+    int64_t root = 0;
+    if (!OpenRoot(&root, context)) return 0;
+    uint32_t version = kStoreVersion;
+    FileHandle* file = nullptr;
+    if (FS_OpenFileEx(root, kVersionName, &file, context) == FSSTATUS_SUCCESS) {
+        version = ReadVersion(file, context);
+        FS_CloseFileEx(file, context);
+    } else {
+        WriteVersion(root, context);
+    }
+    FS_CloseDirEx(root, context);
+    return version;
+}
+
+Status OpenStore(const WChar* path, FsStoreContext* context) {
+    const Status code =
+        FsEngine().StorageOpen(path, &context->container, kPathSeparator, nullptr, 0);
+    if (code != storage::kOk) return code;
+    return CheckVersion(context) == kStoreVersion ? storage::kOk : storage::kVersion;
+}
+
+Status CreateOrOpen(const WChar* path, FsStoreContext* context) {
+    if (path[0] == 0) return storage::kInvalid;
+    // What may not be looked at may still be opened.
+    const platform::Error error = platform::ProbePath(path);
+    const bool missing = error != platform::kErrorSuccess && error != platform::kErrorAccessDenied;
+    return missing ? CreateStore(path, context) : OpenStore(path, context);
+}
+
+Status Initialise(const WChar* path, FsStoreContext** out) {
+    FsStoreContext* context = NewContext();
+    if (context == nullptr) return storage::kNoMemory;
+    context->currentLock = kWriteLockToo;  // for the version record
+    *out = context;
+    Status code = CreateOrOpen(path, context);
+    context->currentLock = kNoLock;
+    if (code == storage::kOk) code = FsEngine().StorageSetCaseSensitive(context->container, 0);
+    if (code == storage::kOk) return code;
+    // A container that did open, with a version that is not ours, is not closed: meant.
+    if (context->container != nullptr) Abandon(context->container);
+    DestroyContext(context);
+    *out = nullptr;
+    return code;
+}
+
+}  // namespace
+
+FBR_STATUS FS_InitialiseEx(const WChar* path, FsStoreContext** out) {
+    constexpr const char* name = "FS_InitialiseEx";
+    FsTraceLine(kTraceScope, name, "[ENTER]");
+    Status code = storage::kInvalid;
+    if (path != nullptr && out != nullptr) {
+        if (g_switches.trace && FS_OpenTraceFile())
+            FsTraceLine(kTraceScope, name, "[ENTER] - after logging enabled");
+        code = Initialise(path, out);
+    }
+    const FBR_STATUS status = FsStatusFromEngine(code);
+    FsTraceLine(kTraceScope, name, "[EXIT]");
+    return status;
+}
+
+FBR_STATUS FsCloseStore(FsStoreContext* context) {
+    if (context == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    Status code = storage::kOk;
+    {
+        const FsGuard guard(context->lock);
+        FsDeleteVolatileKeys(context);
+        code = FsEngine().StorageClose(context->container);
+        context->container = nullptr;
+        context->handles.Clear();
+        FS_CloseTraceFile();
+    }
+    DestroyContext(context);
+    return FsStatusFromEngine(code);
+}

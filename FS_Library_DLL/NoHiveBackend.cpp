@@ -1,0 +1,6 @@
+// Stands in where there is no such backend.
+#include "FS_Library_DLL/Backends.h"
+
+std::unique_ptr<IFSInterface> CreateHiveBackend(const WString&) {
+    return CreateShellBackend();
+}

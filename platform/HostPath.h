@@ -1,0 +1,14 @@
+// How this system writes the paths of its files.
+#pragma once
+
+#include "platform/Text.h"
+
+namespace platform {
+
+#ifdef _WIN32
+inline constexpr WChar kHostSeparator = '\\';
+#else
+inline constexpr WChar kHostSeparator = '/';
+#endif
+
+}  // namespace platform
