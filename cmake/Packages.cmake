@@ -14,6 +14,7 @@ target_include_directories(zrfs_headers SYSTEM INTERFACE ${ZRFS_HEADERS})
 target_compile_definitions(zrfs_headers INTERFACE FMT_HEADER_ONLY)
 
 # GoogleTest is built from its sources, so that both builds and the sanitizers use the same one.
+set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
 set(INSTALL_GTEST OFF)
 set(gtest_force_shared_crt ON)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)

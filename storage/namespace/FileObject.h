@@ -50,6 +50,7 @@ enum ObjectFlag : uint32_t {
     kNamesSorted = 0x80,     // every name complete, the list in full order
     kObjectIdle = 0x200,
     kPageListComplete = 0x800,
+    kBlockSettingsKnown = 0x10000,
 };
 inline constexpr uint32_t kCommitClears = 0xF;
 
@@ -127,7 +128,6 @@ enum BlockFlag : uint32_t {
     kBlockDirty = 2,
     kBlockToPages = 16,   // must go to pages
     kBlockPlainOnce = 32, // store plain this once
-    kBlockListed = 64,    // in the object's list
 };
 
 struct FileBlock {
@@ -142,7 +142,19 @@ struct FileBlock {
     int32_t references;
     uint32_t flags;
     FileObject* object;
-    NumberList pages;
+    uint32_t room;         // bytes of the stored buffer
+    FileBlock* nextSpare;  // while in the pool
+};
+
+// Blocks kept for reuse with their stored buffers.
+struct BlockPool {
+    FileBlock* spare = nullptr;
+    uint32_t count = 0;
+
+    BlockPool() = default;
+    BlockPool(const BlockPool&) = delete;
+    BlockPool& operator=(const BlockPool&) = delete;
+    ~BlockPool();
 };
 
 struct FindContext {
@@ -170,6 +182,7 @@ struct ObjectState {
     List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idle;  // newest first
     List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;      // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;
+    BlockPool blocks;
 };
 
 }  // namespace storage

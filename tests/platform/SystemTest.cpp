@@ -26,12 +26,6 @@ TEST(Heap, GivesMemoryThatCanBeReleased) {
     platform::HeapRelease(zeroed);
 }
 
-TEST(Heap, AnswersNullWhenThereIsNoMemory) {
-    const size_t volatile tooMuch = SIZE_MAX / 4;
-    EXPECT_EQ(platform::HeapAllocate(tooMuch), nullptr);
-    EXPECT_EQ(platform::HeapAllocateZeroed(tooMuch), nullptr);
-}
-
 TEST(Clock, TellsTheTimeInUtc) {
     using std::chrono::system_clock;
     const platform::UtcTime now = platform::UtcNow();

@@ -1,0 +1,192 @@
+#include "Shared/logging/Logger.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <system_error>
+#include <thread>
+
+#include "tests/shared/LogCapture.h"
+#include "tests/support/ChildProcess.h"
+
+#define ZRFS_LOG_FILE "Shared/LoggerTest"
+
+namespace {
+
+using namespace Varnhold::Hob::Detail;
+using Messages = std::vector<std::string>;
+
+struct Unprintable {};
+struct Unreachable {};
+
+}  // namespace
+
+// What a formatter throws reaches the log site.
+template <>
+struct fmt::formatter<Unprintable> : fmt::formatter<int> {
+    template <class Context>
+    auto format(const Unprintable&, Context& context) const {
+        if (true) throw std::system_error(5, std::generic_category(), "broken");
+        return context.out();
+    }
+};
+template <>
+struct fmt::formatter<Unreachable> : fmt::formatter<int> {
+    template <class Context>
+    auto format(const Unreachable&, Context& context) const {
+        if (true) throw 7;
+        return context.out();
+    }
+};
+
+namespace {
+
+TEST(Logger, IsDisabledWithoutSinksAndEvaluatesNothing) {
+    for (int severity = 0; severity <= 4; ++severity) {
+        EXPECT_FALSE(Logger::Instance().IsEnabled(severity)) << severity;
+    }
+    int evaluated = 0;
+    ZRFS_LOG(kError, "Test", "{}", ++evaluated);
+    EXPECT_EQ(evaluated, 0);
+}
+
+TEST(Logger, HandsTheRecordToTheSinksOfItsLevel) {
+    const LogCapture errors(kError);
+    const LogCapture information(kInformation);
+    EXPECT_TRUE(Logger::Instance().IsEnabled(kInformation));
+    EXPECT_FALSE(Logger::Instance().IsEnabled(kScope));
+    ZRFS_LOG(kError, "Class::Failing", "{} of {}", 1, "two");
+    ZRFS_LOG(kInformation, "Class::Telling", "told");
+    ZRFS_LOG(kScope, "Class::Scope", "not seen");
+    EXPECT_EQ(errors.Messages(), Messages{"1 of two"});
+    EXPECT_EQ(information.Messages(), (Messages{"1 of two", "told"}));
+    EXPECT_EQ(errors.lines[0].severity, 1);
+    EXPECT_EQ(errors.lines[0].file, "Shared/LoggerTest");
+    EXPECT_EQ(errors.lines[0].function, "Class::Failing");
+    EXPECT_GT(errors.lines[0].line, 0);
+}
+
+TEST(Logger, IsEnabledWhenOneFilterAccepts) {
+    Logger& logger = Logger::Instance();
+    int accepted = kWarning;
+    const auto filter = [&accepted](int severity) { return severity == accepted; };
+    logger.AddSink(kScope, filter, [](const LogRecord&) {});
+    EXPECT_FALSE(logger.IsEnabled(kError));
+    EXPECT_TRUE(logger.IsEnabled(kWarning));
+    const LogCapture all;
+    EXPECT_TRUE(logger.IsEnabled(kError));
+    logger.RemoveSinks();
+    EXPECT_FALSE(logger.IsEnabled(kError));
+    EXPECT_FALSE(logger.IsEnabled(kWarning));
+}
+
+TEST(Logger, LetsSeveralThreadsLogAtOnce) {
+    std::atomic<int> inside{0};
+    Logger::Instance().AddSink(kError, nullptr, [&inside](const LogRecord&) {
+        ++inside;
+        EXPECT_TRUE(support::Eventually([&] { return inside >= 2; })) << "the other is kept out";
+    });
+    const auto log = [] { ZRFS_LOG(kError, "Test", "here"); };
+    std::thread other(log);
+    log();
+    other.join();
+    Logger::Instance().RemoveSinks();
+}
+
+TEST(Logger, LeavesAnEmptyMessageAndOneErrorForABadFormat) {
+    const LogCapture log;
+    ZRFS_LOG(kInformation, "Class::Site", "{} and {:d}", "text", "no number");
+    ASSERT_EQ(log.lines.size(), 2u);
+    EXPECT_EQ(log.lines[0].severity, kError);
+    EXPECT_EQ(log.lines[0].function, "Varnhold::Hob::Detail::HandleFormatExceptionGeneric");
+    EXPECT_EQ(log.lines[0].message,
+              "Failed to format formatString[{} and {:d}] msg[invalid type specifier]");
+    EXPECT_EQ(log.lines[1].function, "Class::Site");
+    EXPECT_EQ(log.lines[1].message, "");
+}
+
+TEST(Logger, TellsTheCodeOfASystemError) {
+    const LogCapture log;
+    EXPECT_EQ(FormatMessageSafely("x {}", Unprintable{}), "");
+    ASSERT_EQ(log.lines.size(), 1u);
+    const std::string start = "Failed to format formatString[x {}] msg[broken";
+    EXPECT_EQ(log.lines[0].message.substr(0, start.size()), start);
+    EXPECT_TRUE(log.lines[0].message.ends_with("] error_code[5]")) << log.lines[0].message;
+}
+
+TEST(Logger, SurvivesEveryOtherFailureToFormat) {
+    const LogCapture log;
+    EXPECT_EQ(FormatMessageSafely("x {}", Unreachable{}), "");
+    EXPECT_TRUE(log.lines.empty()) << "nothing can be told about what is no exception";
+    try {
+        throw std::runtime_error("reason");
+    } catch (...) {
+        EXPECT_EQ(HandleFormatExceptionGeneric(nullptr), "");
+    }
+    EXPECT_EQ(log.Messages(), Messages{"Failed to format formatString[(null)] msg[reason]"});
+}
+
+TEST(LogScope, WritesEntryAndExit) {
+    const LogCapture log;
+    {
+        const LogScope plain("File", "Plain", 3);
+        const LogScope told("File", "Told", 5, "key a");
+    }
+    EXPECT_EQ(log.Messages(), (Messages{"[ENTER]", "[ENTER] key a", "[EXIT] key a", "[EXIT]"}));
+    for (const auto& line : log.lines) EXPECT_EQ(line.severity, kScope);
+    EXPECT_EQ(log.lines[3].function, "Plain");
+    EXPECT_EQ(log.lines[3].line, 3);
+}
+
+TEST(LogScope, TellsAnExitByException) {
+    const LogCapture log;
+    try {
+        const LogScope plain("File", "Plain", 3);
+        const LogScope told("File", "Told", 5, "key a");
+        throw 1;
+    } catch (int) {
+        const LogScope handled("File", "Handled", 7);
+    }
+    EXPECT_EQ(log.Messages(), (Messages{"[ENTER]", "[ENTER] key a", "[EXCEPTION EXIT] key a",
+                                        "[EXCEPTION EXIT]", "[ENTER]", "[EXIT]"}));
+}
+
+// A scope in a destructor that runs because of an exception ends as usual: the count of exceptions
+// in flight has not changed since its beginning.
+TEST(LogScope, ComparesTheCountOfExceptions) {
+    struct CleansUp {
+        ~CleansUp() { const LogScope scope("File", "CleanUp", 1); }
+    };
+    const LogCapture log;
+    try {
+        const CleansUp cleansUp;
+        throw 1;
+    } catch (int) {
+    }
+    EXPECT_EQ(log.Messages(), (Messages{"[ENTER]", "[EXIT]"}));
+}
+
+int delivered = 0;
+
+void LogLate() {
+    const int before = delivered;
+    const bool enabled = Logger::Instance().IsEnabled(kError);
+    ZRFS_LOG(kError, "Late", "late");
+    Logger::Instance().Log(kError, "File", "Late", 1, "late");
+    { const LogScope scope("File", "Late", 1); }
+    std::_Exit(enabled || delivered != before || before != 1 ? 1 : 0);
+}
+
+// Exit handlers run in reverse order: the one set before the logger is made runs after its end.
+const support::ChildRole kLogLate("log-late", [](const std::vector<std::string>&) {
+    std::atexit(LogLate);
+    Logger::Instance().AddSink(kScope, nullptr, [](const LogRecord&) { ++delivered; });
+    ZRFS_LOG(kError, "Early", "early");
+    return 2;
+});
+
+TEST(Logger, DoesNothingOnceTheProcessTearsDown) {
+    EXPECT_EQ(support::ChildProcess("log-late", {}).Wait(), 0);
+}
+
+}  // namespace

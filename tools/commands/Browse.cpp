@@ -1,0 +1,142 @@
+// Commands that look at a store: ls, tree, get.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+#include "tools/commands/Cli.h"
+#include "tools/format/Text.h"
+#include "tools/format/TypeNames.h"
+#include "tools/format/ValueText.h"
+
+namespace fbr {
+namespace {
+
+constexpr size_t kShownBytes = 32;    // of binary data in a list
+constexpr size_t kWidestColumn = 40;  // names longer than this push their line aside
+
+struct Row {
+    std::string name, type, size, data;
+};
+
+size_t Width(const std::string& utf8) {
+    return static_cast<size_t>(
+        std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+std::string ShowName(WStringView name) {
+    return name.empty() ? "(Default)" : Printable(name);
+}
+
+void PrintRows(const std::vector<Row>& rows) {
+    size_t name = 0, type = 0, size = 0;
+    for (const Row& row : rows) {
+        name = std::max(name, std::min(Width(row.name), kWidestColumn));
+        type = std::max(type, row.type.size());
+        size = std::max(size, row.size.size());
+    }
+    for (const Row& row : rows) {
+        const size_t pad = name - std::min(name, Width(row.name));
+        std::cout << fmt::format("{}{:{}}  {:{}}  {:>{}}  {}\n", row.name, "", pad, row.type, type,
+                                 row.size, size, row.data);
+    }
+}
+
+void List(const Store& store, const WString& path) {
+    const Key key = store.OpenKey(path);
+    for (const WString& name : key.SubkeyNames()) std::cout << Printable(name) << "\\\n";
+    std::vector<Row> rows;
+    for (const WString& name : key.ValueNames()) {
+        const Value value = key.Get(name);
+        rows.push_back({ShowName(name), TypeName(value.type), std::to_string(value.data.size()),
+                        DataOnOneLine(value.type, value.data, kShownBytes)});
+    }
+    PrintRows(rows);
+}
+
+// One key on the way from the top of a tree to the line being drawn.
+struct Branch {
+    Key key;
+    std::vector<WString> subkeys;
+    size_t next = 0;
+    size_t indent = 0;  // length of the lines to the left of its subkeys
+};
+
+std::string ValueCount(const Key& key) {
+    const size_t count = key.ValueNames().size();
+    if (count == 0) return "";
+    return fmt::format(" ({} value{})", count, count == 1 ? "" : "s");
+}
+
+void DrawTree(const Store& store, const WString& path, uint64_t depth) {
+    std::string indent;
+    std::vector<Branch> branches;
+    Key top = store.OpenKey(path);
+    std::cout << ShowKey(path) << ValueCount(top) << '\n';
+    if (depth == 0) return;
+    auto names = top.SubkeyNames();
+    branches.push_back({std::move(top), std::move(names)});
+    while (!branches.empty()) {
+        Branch& branch = branches.back();
+        indent.resize(branch.indent);
+        if (branch.next == branch.subkeys.size()) {
+            branches.pop_back();
+            continue;
+        }
+        const WString& name = branch.subkeys[branch.next++];
+        const bool last = branch.next == branch.subkeys.size();
+        Key key = branch.key.OpenSubkey(name);
+        std::cout << indent << (last ? "└── " : "├── ") << Printable(name) << ValueCount(key)
+                  << '\n';
+        if (branches.size() >= depth) continue;
+        indent += last ? "    " : "│   ";
+        auto subkeys = key.SubkeyNames();
+        branches.push_back({std::move(key), std::move(subkeys), 0, indent.size()});
+    }
+}
+
+void Print(const Store& store, const WString& path, const WString& name, bool raw) {
+    const Value value = store.OpenKey(path).Get(name);
+    if (raw) {
+        std::cout.write(reinterpret_cast<const char*>(value.data.data()),
+                        static_cast<std::streamsize>(value.data.size()));
+    } else {
+        std::cout << DataInFull(value.type, value.data) << '\n';
+    }
+}
+
+struct Arguments {
+    std::string store, key, name;
+    uint64_t depth = UINT64_MAX;
+    bool raw = false;
+};
+
+}  // namespace
+
+void AddBrowseCommands(Cli& cli) {
+    const auto args = std::make_shared<Arguments>();
+    const auto open = [&cli, args] {
+        return Store(cli.StoreAt(args->store), Store::IfMissing::kFail);
+    };
+
+    CLI::App* ls = cli.Command("ls", "List the subkeys and values of a key");
+    cli.AddText(ls, "STORE", args->store, "the store")->required();
+    cli.AddText(ls, "KEY", args->key, "the key; the root if not given");
+    ls->callback([=] { List(open(), KeyArgument(args->key)); });
+
+    CLI::App* tree = cli.Command("tree", "Draw the keys below a key, with their value counts");
+    cli.AddText(tree, "STORE", args->store, "the store")->required();
+    cli.AddText(tree, "KEY", args->key, "the key; the root if not given");
+    tree->add_option("--depth", args->depth, "levels to draw; all if not given");
+    tree->callback([=] { DrawTree(open(), KeyArgument(args->key), args->depth); });
+
+    CLI::App* get = cli.Command("get", "Print one value");
+    cli.AddText(get, "STORE", args->store, "the store")->required();
+    cli.AddText(get, "KEY", args->key, "the key")->required();
+    cli.AddText(get, "NAME", args->name, "the value; the unnamed one if not given");
+    get->add_flag("--raw", args->raw, "write the bytes as they are");
+    get->callback([=] { Print(open(), KeyArgument(args->key), Wide(args->name), args->raw); });
+}
+
+}  // namespace fbr

@@ -1,0 +1,139 @@
+#include "tools/commands/Cli.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iostream>
+#include <utility>
+
+#include "tools/format/Text.h"
+#include "tools/format/TypeNames.h"
+#include "tools/format/ValueText.h"
+
+namespace fbr {
+namespace {
+
+// The parser takes a word in square brackets for a list. A mark in front hides it, and comes off
+// again where the word is used.
+constexpr char kShield = '\x01';
+
+std::string Shielded(std::string word) {
+    if (!word.empty() && (word.front() == '[' || word.front() == kShield)) {
+        word.insert(word.begin(), kShield);
+    }
+    return word;
+}
+
+std::string Unshielded(std::string word) {
+    if (!word.empty() && word.front() == kShield) word.erase(word.begin());
+    return word;
+}
+
+int Report(const char* text, int status) {
+    std::cout.flush();
+    std::cerr << "fbr: " << text << '\n';
+    return status;
+}
+
+}  // namespace
+
+Cli::Cli() : app_("Looks at, changes and carries small registries.", "fbr") {
+    app_.allow_windows_style_options(false);
+    app_.require_subcommand(1);
+    AddText(&app_, "--method", method_,
+            "how the store is kept: container (the default), native, hive, offline, or a number")
+        ->type_name("METHOD");
+    app_.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n",
+                           error.what());
+    });
+}
+
+CLI::App* Cli::Command(const std::string& name, const std::string& description) {
+    return app_.add_subcommand(name, description)->fallthrough();
+}
+
+CLI::Option* Cli::AddText(CLI::App* command, const std::string& name, std::string& target,
+                          const std::string& description) {
+    return command
+        ->add_option_function<std::string>(
+            name, [&target](const std::string& word) { target = Unshielded(word); }, description)
+        ->type_name("");
+}
+
+CLI::Option* Cli::AddOptionalText(CLI::App* command, const std::string& name,
+                                  std::optional<std::string>& target,
+                                  const std::string& description) {
+    return command
+        ->add_option_function<std::string>(
+            name, [&target](const std::string& word) { target = Unshielded(word); }, description)
+        ->type_name("");
+}
+
+CLI::Option* Cli::AddTexts(CLI::App* command, const std::string& name,
+                           std::vector<std::string>& target, const std::string& description) {
+    return command
+        ->add_option_function<std::vector<std::string>>(
+            name,
+            [&target](const std::vector<std::string>& words) {
+                target.clear();
+                for (const std::string& word : words) target.push_back(Unshielded(word));
+            },
+            description)
+        ->type_name("");
+}
+
+StoreName Cli::StoreAt(const std::string& path) const {
+    return {path, ParseMethod(method_)};
+}
+
+int Cli::Run(std::vector<std::string> words) {
+    for (std::string& word : words) word = Shielded(std::move(word));
+    std::reverse(words.begin(), words.end());
+    try {
+        app_.parse(std::move(words));
+        if (!std::cout.flush()) return Report("cannot write to standard output", kExitFailed);
+        return exitStatus_;
+    } catch (const CLI::ParseError& error) {
+        return app_.exit(error, std::cout, std::cerr) == 0 ? kExitOk : kExitUsage;
+    } catch (const UsageError& error) {
+        return Report(error.what(), kExitUsage);
+    } catch (const DataError& error) {
+        return Report(error.what(), kExitUsage);
+    } catch (const std::bad_alloc&) {
+        return Report("out of memory", kExitFailed);
+    } catch (const std::exception& error) {
+        return Report(error.what(), kExitFailed);
+    }
+}
+
+FBR_METHOD ParseMethod(const std::string& text) {
+    if (text == "container") return FS_VR_METHOD_TARN;
+    if (text == "native") return FS_VR_METHOD_NATIVE;
+    if (text == "hive") return FS_VR_METHOD_HIVE;
+    if (text == "offline") return FS_VR_METHOD_OFFLINE;
+    const auto number = ParseNumber(text, UINT32_MAX);
+    if (!number) {
+        throw UsageError(fmt::format(
+            "expected container, native, hive, offline or a number after --method, not \"{}\"",
+            text));
+    }
+    return static_cast<FBR_METHOD>(*number);
+}
+
+WString Wide(const std::string& text) {
+    WString out;
+    if (!FromStrictUtf8(text, out)) throw UsageError("expected arguments in UTF-8");
+    return out;
+}
+
+WString KeyArgument(const std::string& text) {
+    WString path = NormalKeyPath(Wide(text));
+    if (path.find(WTEXT("\\\\")) != WString::npos) {
+        throw UsageError(
+            fmt::format("expected names joined by single backslashes, not \"{}\"", text));
+    }
+    return path;
+}
+
+}  // namespace fbr

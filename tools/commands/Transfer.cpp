@@ -1,0 +1,153 @@
+// Commands that carry a store's content out and in: export, import.
+#include <fmt/format.h>
+
+#include <iostream>
+#include <memory>
+
+#include "tools/commands/Cli.h"
+#include "tools/commands/Files.h"
+#include "tools/console/Progress.h"
+#include "tools/format/JsonLines.h"
+#include "tools/format/RegReader.h"
+#include "tools/format/RegWriter.h"
+#include "tools/format/Text.h"
+#include "tools/store/TreeReader.h"
+#include "tools/store/TreeWriter.h"
+
+namespace fbr {
+namespace {
+
+struct Arguments {
+    std::string store, key, format, prefix, file;
+};
+
+void WriteTree(const Store& store, const WString& key, const std::string& format,
+               const WString& prefix, std::ostream& out) {
+    Progress progress("Exporting keys:", 0);
+    const auto step = [&progress] { progress.Step(); };
+    if (format == "jsonl") {
+        JsonLinesWriter writer(out, prefix);
+        ReadTree(store, key, writer, step);
+    } else {
+        RegWriter writer(out, prefix);
+        ReadTree(store, key, writer, step);
+        writer.Finish();
+    }
+}
+
+void Export(const StoreName& name, const Arguments& args) {
+    const WString key = KeyArgument(args.key), prefix = KeyArgument(args.prefix);
+    const Store store(name, Store::IfMissing::kFail);
+    if (args.file.empty()) {
+        WriteTree(store, key, args.format, prefix, std::cout);
+        return;
+    }
+    OutputFile file(args.file);
+    WriteTree(store, key, args.format, prefix, file.Stream());
+    file.Finish();
+}
+
+Document ReadDocument(const std::string& bytes, const std::string& format) {
+    const size_t first = bytes.find_first_not_of("\xEF\xBB\xBF \t\r\n");
+    const bool looksLikeJson = first != std::string::npos && bytes[first] == '{';
+    const bool json = format.empty() ? looksLikeJson : format == "jsonl";
+    return json ? ReadJsonLines(bytes) : ReadReg(bytes);
+}
+
+[[noreturn]] void ThrowAtLine(const std::string& file, uint64_t line, const std::string& text) {
+    throw std::runtime_error(fmt::format("{}:{}: {}", file, line, text));
+}
+
+// Takes `prefix` off each key; names compare as the store compares them.
+void TakePrefixOff(Document& document, const WString& prefix, const std::string& file) {
+    if (prefix.empty()) return;
+    std::vector<WString> full = document.keys;
+    for (const Record& record : document.records) {
+        const WString& path = full[record.key];
+        const bool begins =
+            path.size() >= prefix.size() &&
+            platform::CompareFolded(WStringView(path).substr(0, prefix.size()), prefix) == 0;
+        const bool below = begins && (path.size() == prefix.size() || path[prefix.size()] == '\\');
+        if (!below) {
+            ThrowAtLine(
+                file, record.line,
+                fmt::format("expected a key below {}, not {}", Printable(prefix), Printable(path)));
+        }
+        document.keys[record.key] = path.substr(std::min(prefix.size() + 1, path.size()));
+    }
+}
+
+void Apply(const Document& document, const Record& record, TreeWriter& writer) {
+    const WString& path = document.keys[record.key];
+    switch (record.kind) {
+        case Record::Kind::kKey:
+            writer.Key(path);
+            break;
+        case Record::Kind::kDeleteKey:
+            writer.DeleteKey(path);
+            break;
+        case Record::Kind::kValue:
+            writer.Key(path);
+            writer.Value(record.name, record.type, record.data);
+            break;
+        case Record::Kind::kDeleteValue:
+            writer.Key(path);
+            writer.DeleteValue(record.name);
+            break;
+    }
+}
+
+void ApplyAll(const Document& document, const Store& store, const std::string& file) {
+    const WriteLock lock(store);
+    Progress progress("Importing:", document.records.size());
+    TreeWriter writer(store);
+    for (const Record& record : document.records) {
+        try {
+            Apply(document, record, writer);
+        } catch (const StoreError& error) {
+            ThrowAtLine(file, record.line, error.what());
+        }
+        progress.Step();
+    }
+}
+
+// The file is read and understood whole before the store is touched.
+void Import(const StoreName& name, const Arguments& args) {
+    const WString prefix = KeyArgument(args.prefix);
+    Document document;
+    try {
+        document = ReadDocument(ReadInput(args.file), args.format);
+    } catch (const FormatError& error) {
+        ThrowAtLine(args.file, error.Line(), error.what());
+    }
+    TakePrefixOff(document, prefix, args.file);
+
+    Store store(name, Store::IfMissing::kCreate);
+    ApplyAll(document, store, args.file);
+    store.Close();
+}
+
+}  // namespace
+
+void AddTransferCommands(Cli& cli) {
+    const auto args = std::make_shared<Arguments>();
+    const CLI::IsMember formats({"reg", "jsonl"});
+
+    CLI::App* out = cli.Command("export", "Write a key and all below it as text");
+    cli.AddText(out, "STORE", args->store, "the store")->required();
+    cli.AddText(out, "KEY", args->key, "the key; the root if not given");
+    out->add_option("--format", args->format, "reg (the default) or jsonl")->check(formats);
+    cli.AddText(out, "--prefix", args->prefix, "a key to put in front of every key");
+    cli.AddText(out, "-o,--output", args->file, "the file; standard output if not given");
+    out->callback([&cli, args] { Export(cli.StoreAt(args->store), *args); });
+
+    CLI::App* in = cli.Command("import", "Read a file of text into a store, made if missing");
+    cli.AddText(in, "STORE", args->store, "the store")->required();
+    cli.AddText(in, "FILE", args->file, "a .reg or .jsonl file; - for standard input")->required();
+    in->add_option("--format", args->format, "reg or jsonl; seen from the file if not given")
+        ->check(formats);
+    cli.AddText(in, "--prefix", args->prefix, "a key to take off: all keys must stand below it");
+    in->callback([&cli, args] { Import(cli.StoreAt(args->store), *args); });
+}
+
+}  // namespace fbr

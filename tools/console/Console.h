@@ -1,0 +1,19 @@
+// What the tool needs of the system around it: its words, its streams, its terminal.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace fbr {
+
+// The words of the command line, in UTF-8, without the name of the program.
+std::vector<std::string> CommandLine(int argc, char** argv);
+
+// Lets standard input and output carry bytes as they are, and a terminal show UTF-8. Call it once,
+// before the first output.
+void PrepareStreams();
+
+// True when standard error is a terminal.
+bool ErrorIsTerminal();
+
+}  // namespace fbr

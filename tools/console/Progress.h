@@ -1,0 +1,36 @@
+// A progress bar on standard error, drawn on a terminal only.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace fbr {
+
+class Progress {
+  public:
+    // `what` is said in front of the bar. A `total` of 0 means that it is not known: the steps
+    // done are then counted.
+    Progress(std::string what, uint64_t total);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    // One more step done. Draws at most ten times a second.
+    void Step();
+
+    // Wipes the line, so that a message can follow. Step draws it again.
+    void Clear();
+
+  private:
+    void Draw() const;
+
+    const std::string what_;
+    const uint64_t total_;
+    const bool visible_;
+    uint64_t done_ = 0;
+    bool drawn_ = false;
+    std::chrono::steady_clock::time_point next_;
+};
+
+}  // namespace fbr

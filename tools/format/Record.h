@@ -1,0 +1,59 @@
+// What the text formats carry: a list of keys and values, and of deletions.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/Text.h"
+
+namespace fbr {
+
+using platform::WChar;
+using platform::WString;
+using platform::WStringView;
+using Bytes = std::vector<uint8_t>;
+
+// A file that cannot be read: the line (from 1) and what was expected there.
+class FormatError : public std::runtime_error {
+  public:
+    FormatError(uint64_t line, const std::string& expected)
+        : std::runtime_error("expected " + expected), line_(line) {}
+    uint64_t Line() const { return line_; }
+
+  private:
+    uint64_t line_;
+};
+
+// One change, in the order of the file. A value belongs to the key that its record names.
+struct Record {
+    enum class Kind : uint8_t { kKey, kValue, kDeleteKey, kDeleteValue };
+
+    Kind kind = Kind::kKey;
+    uint32_t key = 0;   // index into Document::keys
+    uint32_t type = 0;  // of a value
+    uint64_t line = 0;  // where it stands in the file, from 1
+    platform::WString name;
+    Bytes data;
+};
+
+// A file read whole. Keys are paths from the root: names joined by backslashes, none in front;
+// the root is the empty string.
+struct Document {
+    std::vector<platform::WString> keys;
+    std::vector<Record> records;
+};
+
+// Takes the content of a store in order: each key before its values, each parent before its
+// children. Key paths are as in Document.
+class RecordSink {
+  public:
+    virtual ~RecordSink() = default;
+    virtual void Key(platform::WStringView path) = 0;
+    // A value of the key given last.
+    virtual void Value(platform::WStringView name, uint32_t type, const Bytes& data) = 0;
+};
+
+}  // namespace fbr

@@ -1,0 +1,351 @@
+#include "tools/format/RegReader.h"
+
+#include <fmt/format.h>
+
+#include <cstring>
+#include <optional>
+
+#include "tools/format/Text.h"
+#include "tools/format/TypeNames.h"
+
+namespace fbr {
+namespace {
+
+constexpr std::string_view kHeader5 = "Windows Registry Editor Version 5.00";
+constexpr std::string_view kHeader4 = "REGEDIT4";
+
+bool IsBlank(WChar unit) {
+    return unit == ' ' || unit == '\t';
+}
+bool IsLineEnd(WChar unit) {
+    return unit == '\n' || unit == '\r';
+}
+
+int HexDigit(WChar unit) {
+    if (unit >= '0' && unit <= '9') return unit - '0';
+    const WChar folded = platform::Fold(unit);
+    return folded >= 'a' && folded <= 'f' ? folded - 'a' + 10 : -1;
+}
+
+bool IsText(uint32_t type) {
+    return type == kRegSz || type == kRegExpandSz || type == kRegMultiSz;
+}
+
+// The file is a stream of units with one position; each Read function starts at what it reads and
+// leaves the position behind it.
+class Reader {
+  public:
+    explicit Reader(WString text) : text_(std::move(text)) {}
+
+    Document Read() {
+        ReadHeader();
+        while (!AtEnd()) ReadLine();
+        return std::move(document_);
+    }
+
+  private:
+    [[noreturn]] void Expected(std::string_view what) const {
+        throw FormatError(line_, std::string(what));
+    }
+
+    bool AtEnd() const { return position_ >= text_.size(); }
+    // The unit at the position; a line end at the end of the file.
+    WChar Peek() const { return AtEnd() ? WChar{'\n'} : text_[position_]; }
+    bool Take(WChar unit) {
+        if (AtEnd() || text_[position_] != unit) return false;
+        ++position_;
+        return true;
+    }
+    bool TakeWord(std::string_view word);
+    void SkipBlanks() {
+        while (!AtEnd() && IsBlank(text_[position_])) ++position_;
+    }
+    void SkipToLineEnd() {
+        while (!AtEnd() && !IsLineEnd(text_[position_])) ++position_;
+    }
+    void TakeLineEnd();
+    void EndOfLine(std::string_view after);
+
+    void ReadHeader();
+    void ReadLine();
+    void ReadKeyLine();
+    WString KeyPath(WStringView text) const;
+    std::optional<WChar> KeyEscape(WStringView text) const;
+    void ReadValueLine();
+    WString ReadQuoted(std::string_view what);
+    WChar ReadEscape();
+    void ReadData(Record& record);
+    void ReadString(Record& record);
+    uint32_t ReadHexNumber(std::string_view what);
+    void ReadBytes(Bytes& data);
+    bool ContinueBytes();
+
+    const WString text_;
+    size_t position_ = 0;
+    uint64_t line_ = 1;
+    bool ansi_ = false;   // a REGEDIT4 file
+    bool inKey_ = false;  // values may follow
+    Document document_;
+};
+
+// The word in any case of its letters.
+bool Reader::TakeWord(std::string_view word) {
+    if (text_.size() - position_ < word.size()) return false;
+    for (size_t i = 0; i < word.size(); ++i) {
+        if (platform::Fold(text_[position_ + i]) != static_cast<WChar>(word[i])) return false;
+    }
+    position_ += word.size();
+    return true;
+}
+
+void Reader::TakeLineEnd() {
+    if (AtEnd()) return;
+    Take('\r');
+    Take('\n');
+    ++line_;
+}
+
+// What may stand behind the last thing of a line: blanks and a comment.
+void Reader::EndOfLine(std::string_view after) {
+    SkipBlanks();
+    if (Peek() == ';') SkipToLineEnd();
+    if (!IsLineEnd(Peek())) Expected(fmt::format("the end of the line after {}", after));
+    TakeLineEnd();
+}
+
+void Reader::ReadHeader() {
+    const size_t end = std::min(text_.find_first_of(WTEXT("\r\n")), text_.size());
+    WStringView first = WStringView(text_).substr(0, end);
+    while (!first.empty() && IsBlank(first.back())) first.remove_suffix(1);
+    const std::string header = Utf8(first);
+    if (header != kHeader5 && header != kHeader4) {
+        Expected(fmt::format("\"{}\" or \"{}\" as the first line", kHeader5, kHeader4));
+    }
+    ansi_ = header == kHeader4;
+    position_ = end;
+    TakeLineEnd();
+}
+
+void Reader::ReadLine() {
+    SkipBlanks();
+    const WChar first = Peek();
+    if (first == '[')
+        ReadKeyLine();
+    else if (first == '"' || first == '@')
+        ReadValueLine();
+    else if (first == ';' || IsLineEnd(first))
+        EndOfLine("a comment");
+    else
+        Expected("a key in brackets, a value name in quotes, \"@\" or a comment");
+}
+
+// A key ends at the last bracket of its line, for a name may hold brackets.
+void Reader::ReadKeyLine() {
+    const size_t begin = position_ + 1;
+    SkipToLineEnd();
+    const size_t end = text_.rfind(']', position_ - 1);
+    if (end == WString::npos || end < begin) Expected("\"]\" at the end of the key");
+    WStringView path = WStringView(text_).substr(begin, end - begin);
+
+    Record record;
+    record.line = line_;
+    if (!path.empty() && path.front() == '-') {
+        record.kind = Record::Kind::kDeleteKey;
+        path.remove_prefix(1);
+        if (path.empty()) Expected("the key to delete after \"-\"");
+    }
+    record.key = static_cast<uint32_t>(document_.keys.size());
+    document_.keys.push_back(KeyPath(path));
+    inKey_ = record.kind == Record::Kind::kKey;
+    document_.records.push_back(std::move(record));
+    position_ = end + 1;
+    EndOfLine("the key");
+}
+
+// Two backslashes, "u" and four hexadecimal digits at the start of `text`: a unit of a name that
+// a key line cannot carry.
+std::optional<WChar> Reader::KeyEscape(WStringView text) const {
+    if (text.size() < 7 || text.substr(0, 3) != WTEXT("\\\\u")) return std::nullopt;
+    int unit = 0;
+    for (const WChar digit : text.substr(3, 4)) {
+        if (HexDigit(digit) < 0) return std::nullopt;
+        unit = unit << 4 | HexDigit(digit);
+    }
+    if (unit == 0 || unit == '\\') return std::nullopt;
+    return static_cast<WChar>(unit);
+}
+
+// Names joined by single backslashes; one in front and one behind are let pass.
+WString Reader::KeyPath(WStringView text) const {
+    WString path;
+    path.reserve(text.size());
+    bool nameIsEmpty = true;
+    for (size_t i = 0; i < text.size();) {
+        const WStringView rest = text.substr(i);
+        if (const auto escaped = KeyEscape(rest)) {
+            path += *escaped;
+            nameIsEmpty = false;
+            i += 7;
+        } else if (rest[0] != '\\') {
+            if (rest[0] == 0) Expected("a key name without a zero character");
+            path += rest[0];
+            nameIsEmpty = false;
+            ++i;
+        } else {
+            if (nameIsEmpty && i != 0) Expected("a key name between two backslashes");
+            if (i != 0 && rest.size() > 1) path += '\\';
+            nameIsEmpty = true;
+            ++i;
+        }
+    }
+    return path;
+}
+
+void Reader::ReadValueLine() {
+    if (!inKey_) Expected("a key in brackets before the first value");
+    Record record;
+    record.kind = Record::Kind::kValue;
+    record.line = line_;
+    record.key = static_cast<uint32_t>(document_.keys.size() - 1);
+    if (!Take('@')) record.name = ReadQuoted("the value name");
+    if (record.name.find(WChar{}) != WString::npos) {
+        Expected("a value name without a zero character");
+    }
+    SkipBlanks();
+    if (!Take('=')) Expected("\"=\" after the value name");
+    SkipBlanks();
+    ReadData(record);
+    EndOfLine("the value");
+    document_.records.push_back(std::move(record));
+}
+
+// Text in quotes, which may run over line ends; they are part of it.
+WString Reader::ReadQuoted(std::string_view what) {
+    const uint64_t begin = line_;
+    Take('"');
+    WString out;
+    while (!Take('"')) {
+        if (AtEnd()) {
+            line_ = begin;
+            Expected(fmt::format("a quote at the end of {}", what));
+        }
+        const WChar unit = text_[position_++];
+        if (unit == '\n' || (unit == '\r' && Peek() != '\n')) ++line_;
+        out += unit == '\\' ? ReadEscape() : unit;
+    }
+    return out;
+}
+
+WChar Reader::ReadEscape() {
+    const WChar unit = Peek();
+    if (!AtEnd()) ++position_;
+    switch (unit) {
+        case '\\':
+        case '"':
+            return unit;
+        case 'n':
+            return '\n';
+        case 'r':
+            return '\r';
+        case '0':
+            return 0;
+        default:
+            Expected("\\, \", n, r or 0 after a backslash in quotes");
+    }
+}
+
+void Reader::ReadData(Record& record) {
+    if (Take('-')) {
+        record.kind = Record::Kind::kDeleteValue;
+    } else if (Peek() == '"') {
+        ReadString(record);
+    } else if (TakeWord("dword:")) {
+        SkipBlanks();
+        record.type = kRegDword;
+        const uint32_t number = ReadHexNumber("dword:");
+        for (int shift = 0; shift < 32; shift += 8) {
+            record.data.push_back(static_cast<uint8_t>(number >> shift));
+        }
+    } else if (TakeWord("hex:")) {
+        record.type = kRegBinary;
+        ReadBytes(record.data);
+    } else if (TakeWord("hex(")) {
+        record.type = ReadHexNumber("hex(");
+        if (!Take(')') || !Take(':')) Expected("\"):\" after the type number");
+        ReadBytes(record.data);
+        if (ansi_ && IsText(record.type)) {
+            WString wide;
+            AppendAnsi(wide,
+                       {reinterpret_cast<const char*>(record.data.data()), record.data.size()});
+            record.data.resize(wide.size() * 2);
+            if (!wide.empty()) std::memcpy(record.data.data(), wide.data(), record.data.size());
+        }
+    } else {
+        Expected("a string in quotes, \"dword:\", \"hex:\", \"hex(\" or \"-\" after \"=\"");
+    }
+}
+
+void Reader::ReadString(Record& record) {
+    record.type = kRegSz;
+    const WString text = ReadQuoted("the string");
+    record.data.resize((text.size() + 1) * 2);
+    std::memcpy(record.data.data(), text.c_str(), record.data.size());
+}
+
+uint32_t Reader::ReadHexNumber(std::string_view what) {
+    uint32_t number = 0;
+    int digits = 0;
+    for (; HexDigit(Peek()) >= 0 && digits < 8; ++digits) {
+        number = number << 4 | static_cast<uint32_t>(HexDigit(Peek()));
+        ++position_;
+    }
+    if (digits == 0 || HexDigit(Peek()) >= 0) {
+        Expected(fmt::format("one to eight hexadecimal digits after \"{}\"", what));
+    }
+    return number;
+}
+
+// Bytes of one or two digits between commas. A backslash goes on in the next line; a comma may
+// stand at the end of all.
+void Reader::ReadBytes(Bytes& data) {
+    bool needed = false;
+    for (;;) {
+        SkipBlanks();
+        if (Take('\\')) {
+            if (!ContinueBytes()) Expected("more bytes in the line after \"\\\"");
+            needed = true;
+        }
+        const int high = HexDigit(Peek());
+        if (high < 0) {
+            if (needed) Expected("a byte of two hexadecimal digits");
+            return;
+        }
+        ++position_;
+        const int low = HexDigit(Peek());
+        if (low >= 0) ++position_;
+        data.push_back(static_cast<uint8_t>(low < 0 ? high : high << 4 | low));
+        needed = false;
+        SkipBlanks();
+        if (!Take(',')) return;
+    }
+}
+
+// To the first byte of the next line with any; lines with nothing but a comment do not count.
+bool Reader::ContinueBytes() {
+    EndOfLine("\"\\\"");
+    while (!AtEnd()) {
+        SkipBlanks();
+        if (!IsLineEnd(Peek()) && Peek() != ';') return true;
+        EndOfLine("a comment");
+    }
+    return false;
+}
+
+}  // namespace
+
+Document ReadReg(std::string_view bytes) {
+    const auto isAnsiFile = [](std::string_view file) { return file.starts_with(kHeader4); };
+    return Reader(DecodeTextFile(bytes, isAnsiFile)).Read();
+}
+
+}  // namespace fbr

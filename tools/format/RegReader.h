@@ -1,0 +1,19 @@
+// Reads a registry export: UTF-16 or UTF-8, with or without a byte-order mark, LF or CR LF, with
+// the header "Windows Registry Editor Version 5.00" or "REGEDIT4".
+//
+// Data is taken as the file has it: nothing is terminated, cut or widened, except in a REGEDIT4
+// file, whose hex(1), hex(2) and hex(7) data is text in the Western code page and becomes UTF-16,
+// as does the file itself where it is not UTF-8.
+#pragma once
+
+#include <string_view>
+
+#include "tools/format/Record.h"
+
+namespace fbr {
+
+// The whole of `bytes` as a document. Throws FormatError at the first line that cannot be read.
+// Time and memory are in proportion to the size of `bytes`.
+Document ReadReg(std::string_view bytes);
+
+}  // namespace fbr

@@ -1,0 +1,174 @@
+#include "tools/format/Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "tools/format/Record.h"
+
+namespace fbr {
+namespace {
+
+constexpr bool IsHigh(char32_t unit) {
+    return unit >= 0xD800 && unit < 0xDC00;
+}
+constexpr bool IsLow(char32_t unit) {
+    return unit >= 0xDC00 && unit < 0xE000;
+}
+
+void AppendUtf8Character(std::string& out, char32_t c) {
+    if (c < 0x80) {
+        out += static_cast<char>(c);
+        return;
+    }
+    const int tail = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    constexpr uint8_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    out += static_cast<char>(kLead[tail] | (c >> (6 * tail)));
+    for (int i = tail - 1; i >= 0; --i) out += static_cast<char>(0x80 | ((c >> (6 * i)) & 0x3F));
+}
+
+// The characters of code page 1252 from 0x80 to 0x9F; the five free places keep their number, as
+// the system's own conversion does.
+constexpr char16_t kAnsi80[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                  0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                  0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                  0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+WString DecodeUtf16(std::string_view bytes, bool bigEndian) {
+    if (bytes.size() % 2 != 0) {
+        throw FormatError(1, "UTF-16 text with an even number of bytes");
+    }
+    WString text(bytes.size() / 2, WChar{});
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto first = static_cast<uint8_t>(bytes[2 * i]);
+        const auto second = static_cast<uint8_t>(bytes[2 * i + 1]);
+        text[i] = static_cast<WChar>(bigEndian ? first << 8 | second : second << 8 | first);
+    }
+    return text;
+}
+
+[[noreturn]] void ThrowNotUtf8(std::string_view bytes) {
+    size_t position = 0;
+    char32_t character = 0;
+    while (NextUtf8(bytes, position, character)) {
+    }
+    const auto line = 1 + std::count(bytes.begin(), bytes.begin() + position, '\n');
+    throw FormatError(static_cast<uint64_t>(line), "UTF-8 text (or UTF-16 with a byte-order mark)");
+}
+
+}  // namespace
+
+bool IsLoneSurrogate(WStringView text, size_t index) {
+    const char32_t unit = text[index];
+    if (IsHigh(unit)) return index + 1 >= text.size() || !IsLow(text[index + 1]);
+    if (IsLow(unit)) return index == 0 || !IsHigh(text[index - 1]);
+    return false;
+}
+
+void AppendUtf8(std::string& out, WStringView text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        char32_t c = text[i];
+        if (IsLoneSurrogate(text, i)) {
+            c = 0xFFFD;
+        } else if (IsHigh(c)) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
+        }
+        AppendUtf8Character(out, c);
+    }
+}
+
+std::string Utf8(WStringView text) {
+    std::string out;
+    out.reserve(text.size());
+    AppendUtf8(out, text);
+    return out;
+}
+
+bool NextUtf8(std::string_view text, size_t& position, char32_t& character) {
+    if (position >= text.size()) return false;
+    const auto lead = static_cast<uint8_t>(text[position]);
+    if (lead < 0x80) {
+        character = lead;
+        ++position;
+        return true;
+    }
+    const size_t tail = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
+    if (lead < 0xC2 || lead > 0xF4 || text.size() - position <= tail) return false;
+    char32_t c = lead & (0x3F >> tail);
+    for (size_t i = 1; i <= tail; ++i) {
+        const auto byte = static_cast<uint8_t>(text[position + i]);
+        if ((byte & 0xC0) != 0x80) return false;
+        c = c << 6 | (byte & 0x3F);
+    }
+    constexpr char32_t kLeast[] = {0, 0x80, 0x800, 0x10000};
+    if (c < kLeast[tail] || c > 0x10FFFF || IsHigh(c) || IsLow(c)) return false;
+    character = c;
+    position += tail + 1;
+    return true;
+}
+
+void AppendUnits(WString& out, char32_t character) {
+    if (character >= 0x10000) {
+        character -= 0x10000;
+        out += static_cast<WChar>(0xD800 + (character >> 10));
+        character = 0xDC00 + (character & 0x3FF);
+    }
+    out += static_cast<WChar>(character);
+}
+
+bool FromStrictUtf8(std::string_view text, WString& out) {
+    out.clear();
+    out.reserve(text.size());
+    size_t position = 0;
+    char32_t character = 0;
+    while (position < text.size()) {
+        if (!NextUtf8(text, position, character)) return false;
+        AppendUnits(out, character);
+    }
+    return true;
+}
+
+void AppendAnsi(WString& out, std::string_view bytes) {
+    for (const char byte : bytes) {
+        const auto c = static_cast<uint8_t>(byte);
+        out += static_cast<WChar>(c >= 0x80 && c < 0xA0 ? kAnsi80[c - 0x80] : c);
+    }
+}
+
+WString DecodeTextFile(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes)) {
+    if (bytes.starts_with("\xFF\xFE")) return DecodeUtf16(bytes.substr(2), false);
+    if (bytes.starts_with("\xFE\xFF")) return DecodeUtf16(bytes.substr(2), true);
+    if (bytes.size() >= 2 && bytes[0] != 0 && bytes[1] == 0) return DecodeUtf16(bytes, false);
+    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+    WString text;
+    if (FromStrictUtf8(bytes, text)) return text;
+    if (!allowAnsi(bytes)) ThrowNotUtf8(bytes);
+    text.clear();
+    AppendAnsi(text, bytes);
+    return text;
+}
+
+std::string Printable(WStringView text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char32_t c = text[i];
+        if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else if (c == '\t')
+            out += "\\t";
+        else if (c == 0)
+            out += "\\0";
+        else if (c < 0x20 || (c >= 0x7F && c < 0xA0) || IsLoneSurrogate(text, i))
+            out += fmt::format("\\u{:04X}", static_cast<uint32_t>(c));
+        else if (IsHigh(c))
+            AppendUtf8(out, text.substr(i++, 2));
+        else
+            AppendUtf8(out, text.substr(i, 1));
+    }
+    return out;
+}
+
+}  // namespace fbr

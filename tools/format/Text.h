@@ -1,0 +1,46 @@
+// Text at the tool's edges: strict UTF-8, UTF-16 in bytes, and the encodings of a text file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/Text.h"
+
+namespace fbr {
+
+using platform::WChar;
+using platform::WString;
+using platform::WStringView;
+
+// Appends `text` as UTF-8. A lone surrogate, which UTF-8 cannot carry, becomes U+FFFD.
+void AppendUtf8(std::string& out, WStringView text);
+std::string Utf8(WStringView text);
+
+// Decodes one character of `text` at `position` and moves past it. False when the bytes are not
+// UTF-8 (overlong forms and surrogates are not), and `position` then stays where it was.
+bool NextUtf8(std::string_view text, size_t& position, char32_t& character);
+
+// Appends a character as one or two units.
+void AppendUnits(WString& out, char32_t character);
+
+// UTF-8 to UTF-16; false, with `out` unspecified, when `text` is not UTF-8.
+bool FromStrictUtf8(std::string_view text, WString& out);
+
+// Bytes of the Western code page (1252) to UTF-16; every byte has a character.
+void AppendAnsi(WString& out, std::string_view bytes);
+
+// True for a unit that is half of a pair and does not stand beside its other half.
+bool IsLoneSurrogate(WStringView text, size_t index);
+
+// A whole text file in units, without its byte-order mark. UTF-16 is known by its mark (either
+// byte order) or, without one, by a zero second byte; everything else is taken for UTF-8, with or
+// without a mark. `allowAnsi` is asked when the bytes are not UTF-8: true takes them for the
+// Western code page. Throws FormatError.
+WString DecodeTextFile(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes));
+
+// Text for one line on a terminal: control characters and lone surrogates as \n, \r, \t, \0 or
+// \u and four digits; everything else as it stands.
+std::string Printable(WStringView text);
+
+}  // namespace fbr

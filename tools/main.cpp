@@ -1,0 +1,12 @@
+// fbr: the store on the command line.
+#include "tools/commands/Cli.h"
+#include "tools/console/Console.h"
+
+int main(int argc, char** argv) {
+    fbr::PrepareStreams();
+    fbr::Cli cli;
+    fbr::AddEditCommands(cli);
+    fbr::AddBrowseCommands(cli);
+    fbr::AddTransferCommands(cli);
+    return cli.Run(fbr::CommandLine(argc, argv));
+}

@@ -1,0 +1,134 @@
+// The library's flat interface as objects: what is opened closes with its object, and a failure is
+// an exception that says what failed, on what, and why.
+//
+// One thread at a time. A Key or a WriteLock does not outlive its Store.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "include/ZrFsLibrary.h"
+#include "tools/format/Record.h"
+
+namespace fbr {
+
+// A failed operation on a store. The text has all that a person needs.
+class StoreError : public std::runtime_error {
+  public:
+    StoreError(const std::string& text, FBR_STATUS status)
+        : std::runtime_error(text), status_(status) {}
+    FBR_STATUS Status() const { return status_; }
+
+  private:
+    FBR_STATUS status_;
+};
+
+// Which store: the path string of FBR_InitialiseEx and the method.
+struct StoreName {
+    std::string path;  // UTF-8
+    FBR_METHOD method = FS_VR_METHOD_TARN;
+};
+
+// The file on this machine that holds the store, where there is one: none for the live registry
+// and for a store behind a server.
+std::optional<std::filesystem::path> FileOf(const StoreName& name);
+
+// A path of the command line: names joined by backslashes, one in front or behind let pass.
+platform::WString NormalKeyPath(platform::WStringView path);
+// "\a\b" for the path "a\b", "\" for the root, ready for a message.
+std::string ShowKey(platform::WStringView path);
+
+struct Value {
+    uint32_t type = 0;
+    Bytes data;
+};
+
+class Key;
+
+class Store {
+  public:
+    // What to do when the file of the store is not there.
+    enum class IfMissing { kFail, kCreate };
+
+    Store(StoreName name, IfMissing ifMissing);
+    ~Store();
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    const std::string& Name() const { return name_.path; }
+    FBR_STORE Handle() const { return handle_; }
+
+    // Paths are as in Document: no backslash in front, the root is empty.
+    Key OpenKey(platform::WStringView path) const;
+    Key CreateKey(platform::WStringView path) const;
+    // The key and all below it. False when there is no such key.
+    bool DeleteTree(platform::WStringView path) const;
+    bool HasKey(platform::WStringView path) const;
+
+    // Writes what is still to be written and reports a failure of that, as the destructor cannot.
+    void Close();
+
+  private:
+    StoreName name_;
+    FBR_STORE handle_ = nullptr;
+};
+
+// The store's lock for changes, held from the constructor to the destructor.
+class WriteLock {
+  public:
+    explicit WriteLock(const Store& store);
+    ~WriteLock();
+    WriteLock(const WriteLock&) = delete;
+    WriteLock& operator=(const WriteLock&) = delete;
+
+  private:
+    const Store& store_;
+};
+
+// An open key.
+class Key {
+  public:
+    Key(const Store& store, platform::WString path, FBR_KEY handle)
+        : store_(&store), path_(std::move(path)), handle_(handle) {}
+    ~Key() { Close(); }
+    Key(Key&& other) noexcept
+        : store_(other.store_), path_(std::move(other.path_)), handle_(other.handle_) {
+        other.handle_ = 0;
+    }
+    Key& operator=(Key&& other) noexcept;
+
+    // The path from the root, without a backslash in front.
+    const platform::WString& Path() const { return path_; }
+
+    // A subkey by its one name.
+    Key OpenSubkey(platform::WStringView name) const;
+    Key CreateSubkey(platform::WStringView name) const;
+
+    std::vector<platform::WString> SubkeyNames() const;
+    std::vector<platform::WString> ValueNames() const;
+    bool HasSubkeys() const;
+
+    Value Get(const platform::WString& name) const;
+    void Set(const platform::WString& name, uint32_t type, const Bytes& data) const;
+    // False when there is no such value.
+    bool DeleteValue(const platform::WString& name) const;
+
+    // The key with its values; it must have no subkeys.
+    void Delete() const;
+    void Rename(const platform::WString& name) const;
+
+  private:
+    void Close() noexcept;
+    platform::WString Below(platform::WStringView name) const;
+    std::string ShowValue(platform::WStringView name) const;
+    [[noreturn]] void Fail(const std::string& what, FBR_STATUS status) const;
+
+    const Store* store_;
+    platform::WString path_;
+    FBR_KEY handle_;
+};
+
+}  // namespace fbr

@@ -1,0 +1,17 @@
+// Walks a key and all below it, depth first, however deep.
+#pragma once
+
+#include <functional>
+
+#include "tools/format/Record.h"
+#include "tools/store/Store.h"
+
+namespace fbr {
+
+// Gives `sink` the key at `root`, its values, then each subkey with all below it, in the store's
+// order. `onKey` is told of each key; it may be empty. At any time only the keys on the way from
+// the root to where the walk stands are open.
+void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
+              const std::function<void()>& onKey);
+
+}  // namespace fbr

@@ -1,0 +1,36 @@
+// Puts keys and values into a store, and keeps open what the next key is likely to need.
+#pragma once
+
+#include <vector>
+
+#include "tools/format/Record.h"
+#include "tools/store/Store.h"
+
+namespace fbr {
+
+// A sink for a store whose write lock the caller holds. The keys on the way to the key given last
+// stay open, so a list in tree order opens each key once.
+class TreeWriter : public RecordSink {
+  public:
+    explicit TreeWriter(const Store& store) : store_(store) {}
+
+    void Key(platform::WStringView path) override;
+    void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
+
+    // Deleting what is not there changes nothing.
+    void DeleteKey(platform::WStringView path);
+    void DeleteValue(platform::WStringView name);
+
+  private:
+    struct Level {
+        size_t length;  // of the part of path_ that leads to `key`
+        fbr::Key key;
+    };
+    fbr::Key& Current();
+
+    const Store& store_;
+    platform::WString path_;     // of the key given last
+    std::vector<Level> levels_;  // the root first; empty before the first key
+};
+
+}  // namespace fbr
