@@ -17,6 +17,7 @@ if(WIN32)
   target_link_options(zrfs_options INTERFACE -static)
 endif()
 if(ZRFS_SANITIZE)
+  target_compile_definitions(zrfs_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_definitions(zrfs_options INTERFACE ZRFS_NO_POOLS)
   target_compile_options(zrfs_options INTERFACE -fsanitize=address,undefined
                          -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
