@@ -41,6 +41,13 @@ enum DirEntryFlag : uint32_t {
     kEntryDetached = 4,  // in no list: the object owns the record
 };
 
+// Text of its own that keeps its room; storage/namespace/TextBuffer.h works on it.
+struct TextBuffer {
+    WChar* text = nullptr;  // zero-terminated, null before the first use
+    uint32_t units = 0;
+    uint32_t room = 0;  // units, the terminator included
+};
+
 enum ObjectFlag : uint32_t {
     kObjectCreated = 1,      // in the running transaction
     kObjectDeleted = 2,
@@ -50,11 +57,16 @@ enum ObjectFlag : uint32_t {
     kNamesSorted = 0x80,     // every name complete, the list in full order
     kObjectIdle = 0x200,
     kPageListComplete = 0x800,
+    kSortedSensitive = 0x1000,   // the list is in case-sensitive order
+    kDirectoryChanged = 0x2000,  // list, pages or free entries differ from before the transaction
+    kStreamChanged = 0x4000,     // so may the stream
+    kStreamReady = 0x8000,       // the stream record is there
     kBlockSettingsKnown = 0x10000,
 };
-inline constexpr uint32_t kCommitClears = 0xF;
+inline constexpr uint32_t kCommitClears = 0xF | kDirectoryChanged | kStreamChanged;
 
-// What a roll back gives back to an object that was there before the transaction.
+// What a roll back gives back to an object that was there before the transaction. A changed name
+// comes back from the entry on disk, when the directory is loaded again.
 struct ObjectSnapshot {
     FileObject* parent;
     uint32_t depth;
@@ -62,10 +74,6 @@ struct ObjectSnapshot {
     uint32_t flags;
     uint32_t entry;
     uint32_t attributes;
-    WChar* name;  // heap copy made before the first change of the name, null while unchanged
-    uint32_t nameUnits;
-    uint32_t nameLength;
-    uint32_t nameFlags;
 };
 
 // The one image in memory of a file or directory, shared by all who reach it.
@@ -91,6 +99,12 @@ struct FileObject {
     PointerList<DirEntry> children;  // sorted
     NumberList directoryPages;       // in chain order
     NumberList freeEntries;          // taken from the front, added behind
+    FileObject* orphanPrev;
+    FileObject* orphanNext;
+    // Children whose records are in no list since a roll back threw the list away; LoadDirectory
+    // takes them up again.
+    List<FileObject, &FileObject::orphanPrev, &FileObject::orphanNext> orphans;
+    uint32_t purgeNext;  // while the object is purged: children not yet looked at
 
     // Stream.
     uint64_t size;
@@ -161,17 +175,32 @@ struct FindContext {
     StorageContext* context;
     StorageTransaction* transaction;
     FileObject* directory;  // with its whole chain
-    WChar* prefix;
-    WChar* pattern;
+    TextBuffer prefix;
+    TextBuffer pattern;
     uint32_t attributeMask;
     uint32_t flags;
     int32_t position;  // in the sorted list; -2 and -1 stand for "." and ".."
     uint32_t savedId;
-    WChar* savedName;
-    uint32_t savedUnits;
-    StorageSearchStruct* record;
+    bool hasSavedName;
+    TextBuffer savedName;
+    TextBuffer name;      // the record's strings live here
+    TextBuffer fullName;
+    StorageSearchStruct* record;  // null once its search was given up
     FindContext* prev;
     FindContext* next;
+};
+
+// Directories that paths led to lately, by the text of the path: a second walk of the same path
+// costs one comparison.
+struct PathCache {
+    static constexpr uint32_t kPlaces = 4;
+    struct Place {
+        FileObject* directory = nullptr;  // null: unused
+        bool caseSensitive = false;
+        TextBuffer path;
+    };
+    Place places[kPlaces];
+    uint32_t next = 0;  // the place to be replaced
 };
 
 // Every object, handle and search of a context.
@@ -183,6 +212,14 @@ struct ObjectState {
     List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;      // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;
     BlockPool blocks;
+    PathCache paths;
+
+    // Records kept for reuse.
+    FileObject* spareObjects = nullptr;  // chained by hashNext
+    uint32_t spareObjectCount = 0;
+    FileHandle* spareHandles = nullptr;  // chained by next
+    uint32_t spareHandleCount = 0;
+    FindContext* spareSearch = nullptr;
 };
 
 }  // namespace storage

@@ -25,7 +25,9 @@ FileObject* CreateObject(StorageContext* context, FileObject* parent, DirEntry* 
 void DestroyObject(FileObject* object);
 void DestroyDirEntry(DirEntry* entry);
 
-inline void AddReference(FileObject* object) { ++object->references; }
+inline void AddReference(FileObject* object) {
+    ++object->references;
+}
 // Adds a user: takes the object off the idle list when it has one.
 void LeaveIdle(FileObject* object);
 // Puts an object with no reference and no transaction on the idle list.
@@ -38,8 +40,20 @@ void EvictIdleObjects(StorageContext* context);
 // The object becomes part of the transaction, and a roll back will restore it. kSharing when
 // another transaction has it; kNoMemory.
 Status JoinTransaction(StorageTransaction* transaction, FileObject* object);
-// Keeps the object's name for a roll back, before it is changed the first time. kNoMemory.
-Status SaveName(FileObject* object);
+// The transaction that a handle's writes run in: begins one and joins it when the object has
+// none. kNoMemory.
+Status EnsureOwnTransaction(FileObject* object);
+
+// No path leads to the object, or to anything below it, as it did before.
+void ForgetPath(FileObject* object);
+void ForgetPaths(StorageContext* context);
+
+// Makes a handle or search record, from those kept for reuse where there are some; null when
+// there is no memory. They are on no list.
+FileHandle* AllocateHandle(StorageContext* context);
+void RecycleHandle(StorageContext* context, FileHandle* handle);
+FindContext* AllocateSearch(StorageContext* context);
+void RecycleSearch(StorageContext* context, FindContext* search);
 
 // Writes now as modified and accessed time of the object.
 Status TouchTimes(FileObject* object, StorageTransaction* transaction);

@@ -1,0 +1,204 @@
+// The order of a directory's list, and the search in it.
+#include <algorithm>
+
+#include "storage/namespace/Directory.h"
+
+namespace storage {
+
+namespace {
+
+using platform::Fold;
+using platform::WStringView;
+
+// Names are compared on every step of every look-up: plain loops on plain pointers.
+inline int CompareUnits(const WChar* a, uint32_t aUnits, const WChar* b, uint32_t bUnits,
+                        bool caseSensitive) {
+    const uint32_t units = aUnits < bUnits ? aUnits : bUnits;
+    for (uint32_t i = 0; i < units; ++i) {
+        if (a[i] == b[i]) continue;
+        const uint32_t x = caseSensitive ? a[i] : Fold(a[i]);
+        const uint32_t y = caseSensitive ? b[i] : Fold(b[i]);
+        if (x != y) return x < y ? -1 : 1;
+    }
+    return aUnits == bUnits ? 0 : aUnits < bUnits ? -1 : 1;
+}
+
+inline uint32_t FirstUnits(uint32_t units) {
+    return units < kEntryNameUnits ? units : kEntryNameUnits;
+}
+
+inline int CompareFirstUnits(const WChar* a, uint32_t aUnits, const WChar* b, uint32_t bUnits,
+                             bool caseSensitive) {
+    return CompareUnits(a, FirstUnits(aUnits), b, FirstUnits(bUnits), caseSensitive);
+}
+
+bool IsComplete(const DirEntry* entry) {
+    return (entry->flags & kNameComplete) != 0;
+}
+
+bool SharesFirstUnits(const DirEntry* a, const DirEntry* b, bool caseSensitive) {
+    return CompareFirstUnits(a->name, a->nameUnits, b->name, b->nameUnits, caseSensitive) == 0;
+}
+
+// Back to the first 22 units, so that the names of a run are all complete or all incomplete.
+void ForgetTails(PointerList<DirEntry>& list, uint32_t first, uint32_t end) {
+    for (uint32_t i = first; i < end; ++i) {
+        DirEntry* entry = list[i];
+        if (entry->name == entry->shortName) continue;
+        platform::HeapRelease(entry->name);
+        entry->name = entry->shortName;
+        entry->nameUnits = kEntryNameUnits;
+        entry->flags &= ~kNameComplete;
+    }
+}
+
+// Reads the names around `position` that agree in their first 22 units and puts them in order.
+Status CompleteRun(FileObject* directory, uint32_t position, StorageTransaction* transaction) {
+    const bool caseSensitive = directory->context->caseSensitive;
+    PointerList<DirEntry>& list = directory->children;
+    const DirEntry* middle = list[position];
+    uint32_t first = position;
+    uint32_t end = position + 1;
+    while (first > 0 && SharesFirstUnits(list[first - 1], middle, caseSensitive)) --first;
+    while (end < list.Count() && SharesFirstUnits(list[end], middle, caseSensitive)) ++end;
+    Status status = kOk;
+    for (uint32_t i = first; i < end && status == kOk; ++i)
+        status = LoadFullName(directory, list[i], transaction);
+    if (status != kOk) ForgetTails(list, first, end);
+    std::sort(list.begin() + first, list.begin() + end,
+              [caseSensitive](const DirEntry* a, const DirEntry* b) {
+                  return CompareEntries(a, b, caseSensitive) < 0;
+              });
+    return status;
+}
+
+// The look-up goes by the case rule of now; the list may be from before it changed.
+Status EnsureOrder(FileObject* directory, StorageTransaction* transaction) {
+    const bool sortedSensitive = (directory->flags & kSortedSensitive) != 0;
+    if (sortedSensitive == directory->context->caseSensitive) return kOk;
+    directory->flags &= ~kNamesSorted;
+    return SortDirectory(directory, transaction);
+}
+
+// Where the record itself stands, or the list's count.
+uint32_t PositionOf(FileObject* directory, const DirEntry* entry) {
+    const PointerList<DirEntry>& list = directory->children;
+    const bool sensitive = (directory->flags & kSortedSensitive) != 0;
+    uint32_t low = 0;
+    uint32_t high = list.Count();
+    while (low < high) {
+        const uint32_t mid = low + (high - low) / 2;
+        if (CompareEntries(list[mid], entry, sensitive) < 0)
+            low = mid + 1;
+        else
+            high = mid;
+    }
+    for (; low < list.Count() && CompareEntries(list[low], entry, sensitive) == 0; ++low)
+        if (list[low] == entry) return low;
+    const int64_t place = list.Find(const_cast<DirEntry*>(entry));
+    return place < 0 ? list.Count() : static_cast<uint32_t>(place);
+}
+
+}  // namespace
+
+int CompareEntries(const DirEntry* a, const DirEntry* b, bool caseSensitive) {
+    if (a == b) return 0;
+    const bool aComplete = IsComplete(a);
+    const bool bComplete = IsComplete(b);
+    if (aComplete && bComplete)
+        return CompareUnits(a->name, a->nameUnits, b->name, b->nameUnits, caseSensitive);
+    const int first =
+        CompareFirstUnits(a->name, a->nameUnits, b->name, b->nameUnits, caseSensitive);
+    if (first != 0) return first;
+    if (!aComplete && !bComplete)
+        return a->fileId == b->fileId ? 0 : a->fileId > b->fileId ? -1 : 1;
+    // A name that ends here stands before all that go on; of those, what is not yet known stands
+    // before what is.
+    const DirEntry* complete = aComplete ? a : b;
+    const bool completeFirst = complete->nameUnits <= kEntryNameUnits;
+    return completeFirst == aComplete ? -1 : 1;
+}
+
+void SortEntries(FileObject* directory) {
+    const bool caseSensitive = directory->context->caseSensitive;
+    const auto before = [caseSensitive](const DirEntry* a, const DirEntry* b) {
+        return CompareEntries(a, b, caseSensitive) < 0;
+    };
+    PointerList<DirEntry>& list = directory->children;
+    if (!std::is_sorted(list.begin(), list.end(), before))
+        std::sort(list.begin(), list.end(), before);
+    directory->flags &= ~kSortedSensitive;
+    if (caseSensitive) directory->flags |= kSortedSensitive;
+}
+
+Status FindEntry(FileObject* directory, WStringView name, bool* found, uint32_t* position,
+                 StorageTransaction* transaction) {
+    *found = false;
+    *position = 0;
+    const Status status = EnsureOrder(directory, transaction);
+    if (status != kOk) return status;
+    const bool caseSensitive = directory->context->caseSensitive;
+    PointerList<DirEntry>& list = directory->children;
+    const WChar* text = name.data();
+    const uint32_t units = static_cast<uint32_t>(name.size());
+    uint32_t low = 0;
+    for (uint32_t high = list.Count(); low < high;) {
+        const uint32_t mid = low + (high - low) / 2;
+        const DirEntry* element = list[mid];
+        // An incomplete name goes on behind its 22 units, so that it is greater than a key of 22.
+        int order = CompareUnits(element->name, element->nameUnits, text,
+                                 IsComplete(element) ? units : FirstUnits(units), caseSensitive);
+        if (order == 0 && !IsComplete(element)) {
+            if (units <= kEntryNameUnits) {
+                order = 1;
+            } else {
+                const Status read = CompleteRun(directory, mid, transaction);
+                if (read != kOk) return read;
+                element = list[mid];
+                order = CompareUnits(element->name, element->nameUnits, text, units, caseSensitive);
+            }
+        }
+        if (order == 0) *found = true;
+        if (order < 0)
+            low = mid + 1;
+        else
+            high = mid;
+    }
+    *position = low;
+    return kOk;
+}
+
+Status SortDirectory(FileObject* directory, StorageTransaction* transaction) {
+    const bool sortedSensitive = (directory->flags & kSortedSensitive) != 0;
+    if ((directory->flags & kNamesSorted) != 0 &&
+        sortedSensitive == directory->context->caseSensitive)
+        return kOk;
+    bool anyRead = sortedSensitive != directory->context->caseSensitive;
+    Status status = kOk;
+    for (DirEntry* entry : directory->children) {
+        if (IsComplete(entry)) continue;
+        anyRead = true;
+        status = LoadFullName(directory, entry, transaction);
+        if (status != kOk) break;
+    }
+    if (status != kOk) ForgetTails(directory->children, 0, directory->children.Count());
+    if (anyRead) SortEntries(directory);
+    if (status == kOk) directory->flags |= kNamesSorted;
+    return status;
+}
+
+Status InsertEntry(FileObject* directory, DirEntry* entry, StorageTransaction* transaction) {
+    bool found = false;
+    uint32_t position = 0;
+    const Status status =
+        FindEntry(directory, {entry->name, entry->nameUnits}, &found, &position, transaction);
+    if (status != kOk) return status;
+    return directory->children.Insert(position, entry) ? kOk : kNoMemory;
+}
+
+void RemoveEntry(FileObject* directory, DirEntry* entry) {
+    const uint32_t position = PositionOf(directory, entry);
+    if (position < directory->children.Count()) directory->children.RemoveAt(position);
+}
+
+}  // namespace storage

@@ -1,0 +1,20 @@
+// Objects in transactions: what a commit makes of them, and what a roll back gives back.
+#pragma once
+
+#include "storage/namespace/FileObject.h"
+
+namespace storage {
+
+// The hooks by which a transaction reaches its objects.
+const ObjectHooks* TransactionHooks();
+
+// A live child whose record is in no list waits with its directory until that is loaded again.
+void AddOrphan(FileObject* directory, FileObject* child);
+// Takes the child out of that line. A child that no directory waits for is left alone.
+void RemoveOrphan(FileObject* child);
+
+// Throws away what memory knows of the directory's entries. Children that somebody uses become
+// orphans.
+void DropEntries(FileObject* directory);
+
+}  // namespace storage

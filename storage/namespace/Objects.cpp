@@ -1,0 +1,329 @@
+#include "storage/namespace/Objects.h"
+
+#include <new>
+
+#include "storage/core/PageCache.h"
+#include "storage/namespace/Membership.h"
+#include "storage/namespace/Search.h"
+#include "storage/namespace/Stream.h"
+#include "storage/namespace/TextBuffer.h"
+
+namespace storage {
+
+namespace {
+
+// The sanitizer build keeps no records for reuse, so that it sees every use of one given back.
+#ifdef ZRFS_NO_POOLS
+constexpr uint32_t kSpareObjects = 0;
+constexpr uint32_t kSpareHandles = 0;
+constexpr bool kSpareSearches = false;
+#else
+constexpr uint32_t kSpareObjects = 64;
+constexpr uint32_t kSpareHandles = 16;
+constexpr bool kSpareSearches = true;
+#endif
+
+FileObject* AllocateObject(ObjectState* state) {
+    FileObject* object = state->spareObjects;
+    if (object != nullptr) {
+        state->spareObjects = object->hashNext;
+        --state->spareObjectCount;
+        object->hashNext = nullptr;
+        return object;
+    }
+    void* memory = platform::HeapAllocate(sizeof(FileObject));
+    return memory == nullptr ? nullptr : new (memory) FileObject();
+}
+
+void DeleteObject(FileObject* object) {
+    object->~FileObject();
+    platform::HeapRelease(object);
+}
+
+// The list of handles keeps its room; nearly every object needs it and no other.
+void RecycleObject(ObjectState* state, FileObject* object) {
+    if (state->spareObjectCount >= kSpareObjects || object->handles.Count() != 0) {
+        DeleteObject(object);
+        return;
+    }
+    object->children.Reset();
+    object->directoryPages.Reset();
+    object->freeEntries.Reset();
+    object->pageList.Reset();
+    object->pageListPages.Reset();
+    object->hashNext = state->spareObjects;
+    state->spareObjects = object;
+    ++state->spareObjectCount;
+}
+
+void InitialiseObject(FileObject* object) {
+    object->flags = 0;
+    object->idlePrev = object->idleNext = nullptr;
+    object->saved = ObjectSnapshot{};
+    object->transaction = nullptr;
+    object->orphanPrev = object->orphanNext = nullptr;
+    object->orphans = {};
+    object->size = kUnknownSize;
+    object->streamEnd = kUnknownSize;
+    object->listCount = 0;
+    object->denyReadCount = object->denyWriteCount = 0;
+    object->readMethod = object->writeMethod = object->level = 0;
+    object->pagesPerBlock = 1;
+    object->linkTarget = nullptr;
+}
+
+uint16_t StreamTypeOf(const DirEntry* entry) {
+    if (entry->fileId == kRootFileId) return kRootDataRecord;
+    return (entry->attributes & kAttrLink) != 0 ? kLinkRecord : kDataRecord;
+}
+
+void LeaveTransaction(FileObject* object) {
+    if (object->transaction == nullptr) return;
+    PointerList<FileObject>& objects = object->transaction->objects;
+    const int64_t place = objects.Find(object);
+    if (place >= 0) objects.RemoveAt(static_cast<uint32_t>(place));
+    object->transaction = nullptr;
+}
+
+// One object, with nothing below it in memory any more.
+void FreeObject(FileObject* object) {
+    ObjectState* state = object->context->objects;
+    LeaveTransaction(object);
+    state->fileObjects.Remove(object);
+    LeaveIdle(object);
+    for (PathCache::Place& place : state->paths.places)
+        if (place.directory == object) place.directory = nullptr;
+    if (state->root == object) state->root = nullptr;
+    for (FileHandle* handle : object->handles) handle->object = nullptr;
+    DropStreamState(object);
+    object->handles.Clear();
+    DirEntry* entry = object->entry;
+    entry->object = nullptr;
+    if ((entry->flags & kEntryDetached) != 0) {
+        RemoveOrphan(object);
+        DestroyDirEntry(entry);
+    }
+    platform::HeapRelease(object->linkTarget);
+    object->linkTarget = nullptr;
+    RecycleObject(state, object);
+}
+
+// Takes records off the object's lists until one with an object turns up; null when none is left.
+FileObject* TakeChildObject(FileObject* object) {
+    while (!object->children.Empty()) {
+        DirEntry* entry = object->children.Last();
+        object->children.Truncate(object->children.Count() - 1);
+        if (entry->object == nullptr) {
+            DestroyDirEntry(entry);
+            continue;
+        }
+        entry->flags |= kEntryDetached;
+        object->orphans.PushBack(entry->object);
+        return entry->object;
+    }
+    return object->orphans.head;
+}
+
+void FreeSearch(FindContext* search) {
+    ReleaseText(&search->prefix);
+    ReleaseText(&search->pattern);
+    ReleaseText(&search->savedName);
+    ReleaseText(&search->name);
+    ReleaseText(&search->fullName);
+    platform::HeapRelease(search);
+}
+
+void DestroyObjects(ObjectState* state) {
+    // The tree first, then what a running transaction had taken out of it.
+    if (state->root != nullptr) DestroyObject(state->root);
+    while (state->fileObjects.Count() != 0) {
+        FileObject* last = nullptr;
+        state->fileObjects.ForEach([&last](FileObject* object) { last = object; });
+        while (last->parent != nullptr) last = last->parent;
+        last->entry->flags |= kEntryDetached;
+        DestroyObject(last);
+    }
+}
+
+}  // namespace
+
+Status CreateObjectState(StorageContext* context) {
+    void* memory = platform::HeapAllocate(sizeof(ObjectState));
+    if (memory == nullptr) return kNoMemory;
+    context->objects = new (memory) ObjectState();
+    context->objectHooks = TransactionHooks();
+    return kOk;
+}
+
+void DestroyObjectState(StorageContext* context) {
+    ObjectState* state = context->objects;
+    if (state == nullptr) return;
+    while (FindContext* search = state->searches.head) {
+        state->searches.Remove(search);
+        if (search->record != nullptr) *search->record = StorageSearchStruct{};
+        FreeSearch(search);
+    }
+    DestroyObjects(state);
+    while (FileHandle* handle = state->handles.head) {
+        state->handles.Remove(handle);
+        platform::HeapRelease(handle);
+    }
+    while (FileObject* object = state->spareObjects) {
+        state->spareObjects = object->hashNext;
+        DeleteObject(object);
+    }
+    while (FileHandle* handle = state->spareHandles) {
+        state->spareHandles = handle->next;
+        platform::HeapRelease(handle);
+    }
+    if (state->spareSearch != nullptr) FreeSearch(state->spareSearch);
+    for (PathCache::Place& place : state->paths.places) ReleaseText(&place.path);
+    state->~ObjectState();
+    platform::HeapRelease(state);
+    context->objects = nullptr;
+    context->objectHooks = nullptr;
+}
+
+Status CreateRootObject(StorageContext* context) {
+    const DirectoryEntry& bytes = context->Super()->rootEntry;
+    DirEntry* entry = static_cast<DirEntry*>(platform::HeapAllocateZeroed(sizeof(DirEntry)));
+    if (entry == nullptr) return kNoMemory;
+    entry->name = entry->shortName;
+    entry->fileId = bytes.fileId;
+    entry->flags = kNameComplete | kEntryDetached;  // it stands in no directory
+    entry->attributes = bytes.attributes;
+    entry->headerPage = bytes.headerPage;
+    FileObject* root = CreateObject(context, nullptr, entry, bytes.headerPage);
+    if (root == nullptr) {
+        DestroyDirEntry(entry);
+        return kNoMemory;
+    }
+    // Its first reference is never given back, so that the root is never idle.
+    context->objects->root = root;
+    context->objects->rootRecord = entry;
+    return kOk;
+}
+
+FileObject* CreateObject(StorageContext* context, FileObject* parent, DirEntry* entry,
+                         uint32_t headerPage) {
+    ObjectState* state = context->objects;
+    FileObject* object = AllocateObject(state);
+    if (object == nullptr) return nullptr;
+    InitialiseObject(object);
+    object->context = context;
+    object->fileId = entry->fileId;
+    if (!state->fileObjects.Insert(object)) {
+        RecycleObject(state, object);
+        return nullptr;
+    }
+    object->parent = parent;
+    object->depth = parent == nullptr ? 1 : parent->depth + 1;
+    object->entry = entry;
+    object->headerPage = headerPage;
+    object->streamType = StreamTypeOf(entry);
+    object->references = 1;
+    entry->object = object;
+    return object;
+}
+
+// Trees in memory may be as deep as a path can be long: no recursion.
+void DestroyObject(FileObject* top) {
+    FileObject* object = top;
+    for (;;) {
+        if (FileObject* child = TakeChildObject(object)) {
+            object = child;
+            continue;
+        }
+        FileObject* parent = object == top ? nullptr : object->parent;
+        FreeObject(object);
+        if (parent == nullptr) return;
+        object = parent;
+    }
+}
+
+void DestroyDirEntry(DirEntry* entry) {
+    if (entry->name != entry->shortName) platform::HeapRelease(entry->name);
+    platform::HeapRelease(entry);
+}
+
+void LeaveIdle(FileObject* object) {
+    if ((object->flags & kObjectIdle) == 0) return;
+    object->context->objects->idle.Remove(object);
+    object->flags &= ~kObjectIdle;
+}
+
+void SettleObject(FileObject* object) {
+    if (object->references > 0 || object->transaction != nullptr ||
+        (object->flags & kObjectIdle) != 0)
+        return;
+    object->context->objects->idle.PushFront(object);
+    object->flags |= kObjectIdle;
+}
+
+void ReleaseObjectChain(FileObject* object) {
+    for (; object != nullptr; object = object->parent) {
+        --object->references;
+        SettleObject(object);
+    }
+}
+
+void EvictIdleObjects(StorageContext* context) {
+    ObjectState* state = context->objects;
+    while (state->fileObjects.Count() > kIdleObjectLimit) {
+        FileObject* oldest = state->idle.tail;
+        if (oldest == nullptr || !oldest->children.Empty() || !oldest->orphans.Empty()) return;
+        DestroyObject(oldest);
+    }
+}
+
+void ForgetPath(FileObject* object) {
+    for (PathCache::Place& place : object->context->objects->paths.places)
+        for (FileObject* on = place.directory; on != nullptr; on = on->parent)
+            if (on == object) {
+                place.directory = nullptr;
+                break;
+            }
+}
+
+void ForgetPaths(StorageContext* context) {
+    for (PathCache::Place& place : context->objects->paths.places) place.directory = nullptr;
+}
+
+FileHandle* AllocateHandle(StorageContext* context) {
+    ObjectState* state = context->objects;
+    FileHandle* handle = state->spareHandles;
+    if (handle == nullptr)
+        return static_cast<FileHandle*>(platform::HeapAllocateZeroed(sizeof(FileHandle)));
+    state->spareHandles = handle->next;
+    --state->spareHandleCount;
+    *handle = FileHandle{};
+    return handle;
+}
+
+void RecycleHandle(StorageContext* context, FileHandle* handle) {
+    ObjectState* state = context->objects;
+    if (state->spareHandleCount >= kSpareHandles) {
+        platform::HeapRelease(handle);
+        return;
+    }
+    handle->next = state->spareHandles;
+    state->spareHandles = handle;
+    ++state->spareHandleCount;
+}
+
+FindContext* AllocateSearch(StorageContext* context) {
+    FindContext* search = context->objects->spareSearch;
+    context->objects->spareSearch = nullptr;
+    if (search != nullptr) return search;
+    void* memory = platform::HeapAllocate(sizeof(FindContext));
+    return memory == nullptr ? nullptr : new (memory) FindContext();
+}
+
+void RecycleSearch(StorageContext* context, FindContext* search) {
+    if (kSpareSearches && context->objects->spareSearch == nullptr)
+        context->objects->spareSearch = search;
+    else
+        FreeSearch(search);
+}
+
+}  // namespace storage
