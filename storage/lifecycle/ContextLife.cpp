@@ -44,8 +44,7 @@ void NoteFirst(Status* first, Status status) {
 
 Status CloseSearchesAndHandles(StorageContext* context) {
     Status first = kOk;
-    while (FindContext* search = context->objects->searches.tail)
-        FindClose(context, search->record);
+    CloseSearches(context);
     for (FileHandle* handle = context->objects->handles.tail; handle != nullptr;) {
         FileHandle* before = handle->prev;
         NoteFirst(&first, CloseStream(handle, true));
@@ -118,8 +117,7 @@ Status CloseContainer(StorageContext* context, Closing closing) {
             first = CloseSearchesAndHandles(context);
             NoteFirst(&first, WriteRemains(context));
         } else {
-            while (FindContext* search = context->objects->searches.tail)
-                FindClose(context, search->record);
+            CloseSearches(context);
         }
     }
     EmptyContext(context);

@@ -1,5 +1,6 @@
 #include "storage/namespace/AddEntry.h"
 
+#include "storage/core/Dates.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/namespace/Directory.h"
@@ -100,7 +101,7 @@ void CopyBlockSettings(FileObject* directory, FileObject* object, StorageTransac
     if (place.Link() == 0)
         AddRecord(object, kBlockSettingsRecord, place.Payload(), place.PayloadSize(), nullptr,
                   transaction);
-    object->flags &= ~kStreamReady;  // they are to be read again
+    object->flags &= ~kBlockSettingsKnown;  // they are to be read again
     ReleasePage(directory->context, place.page);
 }
 

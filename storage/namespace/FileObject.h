@@ -25,15 +25,15 @@ inline constexpr uint32_t kIdleObjectLimit = 128;
 // One used entry of a directory in memory. Owned by the directory's list, or by its object while
 // it is in none (after a roll back, until the directory is loaded again).
 struct DirEntry {
-    WChar* name;        // the first 22 units, or the whole name; not zero-terminated
-    uint32_t nameUnits; // units at `name`
+    WChar* name;          // the first 22 units, or the whole name; not zero-terminated
+    uint32_t nameUnits;   // units at `name`
     uint32_t nameLength;  // units of the whole name
     uint32_t fileId;
     uint32_t flags;
     uint32_t attributes;
-    uint32_t entry;       // place over the whole chain of EntryPages
-    uint32_t headerPage;  // as on disk; kept so that a look-up needs no page
-    FileObject* object;   // while the child has one
+    uint32_t entry;                    // place over the whole chain of EntryPages
+    uint32_t headerPage;               // as on disk; kept so that a look-up needs no page
+    FileObject* object;                // while the child has one
     WChar shortName[kEntryNameUnits];  // `name` points here for short names, else to the heap
 };
 enum DirEntryFlag : uint32_t {
@@ -49,12 +49,12 @@ struct TextBuffer {
 };
 
 enum ObjectFlag : uint32_t {
-    kObjectCreated = 1,      // in the running transaction
+    kObjectCreated = 1,  // in the running transaction
     kObjectDeleted = 2,
     kObjectNameChanged = 4,
     kObjectSizeChanged = 16,
     kEntriesLoaded = 0x40,
-    kNamesSorted = 0x80,     // every name complete, the list in full order
+    kNamesSorted = 0x80,  // every name complete, the list in full order
     kObjectIdle = 0x200,
     kPageListComplete = 0x800,
     kSortedSensitive = 0x1000,   // the list is in case-sensitive order
@@ -140,8 +140,8 @@ struct FileHandle {
 enum BlockFlag : uint32_t {
     kBlockInline = 1,
     kBlockDirty = 2,
-    kBlockToPages = 16,   // must go to pages
-    kBlockPlainOnce = 32, // store plain this once
+    kBlockToPages = 16,    // must go to pages
+    kBlockPlainOnce = 32,  // store plain this once
 };
 
 struct FileBlock {
@@ -183,7 +183,7 @@ struct FindContext {
     uint32_t savedId;
     bool hasSavedName;
     TextBuffer savedName;
-    TextBuffer name;      // the record's strings live here
+    TextBuffer name;  // the record's strings live here
     TextBuffer fullName;
     StorageSearchStruct* record;  // null once its search was given up
     FindContext* prev;
@@ -209,7 +209,7 @@ struct ObjectState {
     DirEntry* rootRecord = nullptr;
     HashTable<FileObject, &FileObject::fileId, &FileObject::hashNext> fileObjects;
     List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idle;  // newest first
-    List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;      // oldest first
+    List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;       // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;
     BlockPool blocks;
     PathCache paths;

@@ -16,8 +16,8 @@ Status TestSharing(const FileObject* object, bool wantRead, bool wantWrite) {
     return object->denyWriteCount > 0 ? kSharing : kOk;
 }
 
-// The stream record is there and the block settings are known; both hold while the object lives.
-Status PrepareStream(FileObject* object) {
+// A stream record, once there, stays while the object lives.
+Status EnsureStreamRecord(FileObject* object) {
     if ((object->flags & kStreamReady) != 0) return kOk;
     RecordPlace place;
     Status status = FindRecord(object, object->streamType, &place, 0, false, object->transaction);
@@ -25,7 +25,6 @@ Status PrepareStream(FileObject* object) {
     ReleasePage(object->context, place.page);
     if (status == kOk && missing)
         status = AddRecord(object, object->streamType, nullptr, 0, nullptr, object->transaction);
-    if (status == kOk) status = LoadBlockSettings(object, object->transaction);
     if (status == kOk) object->flags |= kStreamReady;
     return status;
 }
@@ -50,7 +49,8 @@ Status OpenStream(FileObject* object, FileHandle** out, bool wantRead, bool want
     // Not taken back when a later step fails; meant so.
     if (denyRead) ++object->denyReadCount;
     if (denyWrite) ++object->denyWriteCount;
-    status = PrepareStream(object);
+    status = EnsureStreamRecord(object);
+    if (status == kOk) status = LoadBlockSettings(object, object->transaction);
     if (status != kOk) return status;
     StorageContext* context = object->context;
     FileHandle* handle = AllocateHandle(context);

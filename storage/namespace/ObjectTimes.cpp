@@ -1,3 +1,4 @@
+#include "storage/core/Dates.h"
 #include "storage/core/PageCache.h"
 #include "storage/namespace/Objects.h"
 #include "storage/namespace/Records.h"

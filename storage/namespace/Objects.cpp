@@ -160,10 +160,10 @@ void DestroyObjectState(StorageContext* context) {
     if (state == nullptr) return;
     while (FindContext* search = state->searches.head) {
         state->searches.Remove(search);
-        if (search->record != nullptr) *search->record = StorageSearchStruct{};
+        if (search->record->search == search) *search->record = StorageSearchStruct{};
         FreeSearch(search);
     }
-    DestroyObjects(state);
+    ClearObjectState(context);
     while (FileHandle* handle = state->handles.head) {
         state->handles.Remove(handle);
         platform::HeapRelease(handle);
@@ -182,6 +182,21 @@ void DestroyObjectState(StorageContext* context) {
     platform::HeapRelease(state);
     context->objects = nullptr;
     context->objectHooks = nullptr;
+}
+
+void ClearObjectState(StorageContext* context) {
+    DestroyObjects(context->objects);
+    context->objects->rootRecord = nullptr;
+}
+
+void ForgetObjects(StorageContext* context) {
+    ObjectState* state = context->objects;
+    while (state->idle.tail != nullptr) DestroyObject(state->idle.tail);
+    state->fileObjects.ForEach([](FileObject* object) {
+        DropEntries(object);
+        DropStreamState(object);
+        object->flags &= ~kStreamReady;
+    });
 }
 
 Status CreateRootObject(StorageContext* context) {

@@ -8,10 +8,10 @@ namespace storage {
 // What a path leads to. The object comes with a reference on it and on each ancestor, to be given
 // back with ReleaseObjectChain.
 struct ResolvedPath {
-    FileObject* object = nullptr;       // the directory in parent mode, else the object itself
-    platform::WStringView lastName;     // the last component
-    platform::WStringView prefix;       // up to and including the separator before it
-    WChar* storage = nullptr;           // holds the text of a path that links replaced
+    FileObject* object = nullptr;    // the directory in parent mode, else the object itself
+    platform::WStringView lastName;  // the last component
+    platform::WStringView prefix;    // up to and including the separator before it
+    WChar* storage = nullptr;        // holds the text of a path that links replaced
 
     ResolvedPath() = default;
     ResolvedPath(const ResolvedPath&) = delete;

@@ -262,4 +262,13 @@ Status FindClose(StorageContext* context, StorageSearchStruct* record) {
     return kOk;
 }
 
+void CloseSearches(StorageContext* context) {
+    while (FindContext* search = context->objects->searches.tail) {
+        context->objects->searches.Remove(search);
+        // A record that was used again for another search holds that one.
+        if (search->record->search == search) *search->record = StorageSearchStruct{};
+        GiveUp(search);
+    }
+}
+
 }  // namespace storage

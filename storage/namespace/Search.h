@@ -5,7 +5,12 @@
 
 namespace storage {
 
-enum FindFlag : uint32_t { kFindFullName = 1, kFindTimes = 2, kFindSize = 4, kFindWithDots = 0x8000 };
+enum FindFlag : uint32_t {
+    kFindFullName = 1,
+    kFindTimes = 2,
+    kFindSize = 4,
+    kFindWithDots = 0x8000
+};
 
 // The search record: the caller's, filled by the engine, which owns the strings in it.
 struct StorageSearchStruct {
@@ -23,6 +28,8 @@ Status FindFirst(StorageContext* context, StorageSearchStruct* record, const WCh
                  uint32_t attributeMask, uint32_t flags);
 Status FindNext(StorageContext* context, StorageSearchStruct* record);
 Status FindClose(StorageContext* context, StorageSearchStruct* record);
+// Gives up every search. A record that still holds its search is cleared.
+void CloseSearches(StorageContext* context);
 bool MatchPattern(platform::WStringView name, platform::WStringView pattern, bool caseSensitive);
 
 }  // namespace storage
