@@ -83,13 +83,13 @@ FBR_API FBR_STATUS FBR_Compact(FBR_STORE handle, uint32_t* done);
 
 /* Takes the lock that all processes with this container share, waiting up to 60 seconds, and
  * brings the store up to date with what the others wrote. Types 1 and 2 allow writing, 3 does not.
- * Locks nest, on one thread; each is released once, by the thread that took it. Values must not be
- * read or written by another thread while this one waits for its first lock.
+ * Locks nest, on one thread; each is released once, by the thread that took it. A read or write
+ * that another thread has under way when the store is brought up to date fails.
  * FSSTATUS_LOCK_FAILED when the lock cannot be had, and for any other type. */
 FBR_API FBR_STATUS FBR_GetLockEx(uint32_t lockType, FBR_STORE handle);
 
-/* Releases the lock taken last, whatever the type given here. FSSTATUS_LOCK_FAILED when none was
- * held. */
+/* Releases the lock taken last, whatever the type given here. FSSTATUS_LOCK_FAILED when the
+ * store was never locked. */
 FBR_API FBR_STATUS FBR_ReleaseLockEx(uint32_t lockType, FBR_STORE handle);
 
 /* Writes the type of the lock in force, 0 for none. A store without locks writes nothing. */
