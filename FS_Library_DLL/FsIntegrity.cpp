@@ -1,9 +1,10 @@
 #include "FS_Library_DLL/FsIntegrity.h"
 
-#include "FS_Library_DLL/FsCheck.h"
 #include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsTrace.h"
 #include "storage/core/Context.h"
+
+using storage::Status;
 
 namespace {
 
@@ -14,9 +15,11 @@ void DefaultCallback(void* userData, uint32_t code, uint32_t a, uint32_t, uint8_
     FS_ProgressUpdate(static_cast<const WChar*>(userData), code, a);
 }
 
-FBR_STATUS Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) {
+Status Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) {
     WChar name[kNameUnits] = {};
-    return FsRunCheck(path, flags, name, callback != nullptr ? callback : DefaultCallback);
+    // By name and not through the table: check and repair is not in it.
+    return storage::StorageCheckAndRepair(path, nullptr, flags, nullptr, nullptr, name,
+                                          callback != nullptr ? callback : DefaultCallback);
 }
 
 }  // namespace
@@ -24,22 +27,22 @@ FBR_STATUS Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) 
 FBR_STATUS FS_CheckFileEx(const WChar* path, FBR_CheckCallback callback) {
     constexpr const char* name = "FS_CheckFileEx";
     FsTraceLine(kTraceScope, name, "[ENTER]");
-    FBR_STATUS status = FSSTATUS_INVALID_PARAMETER;
+    Status code = storage::kInvalid;
     if (path != nullptr) {
         FsTraceLine(kTraceDetail, name, "Checking file [{}] ", path);
-        status = Check(path, storage::kCheckOnly | storage::kCheckDeep, callback);
+        code = Check(path, storage::kCheckOnly | storage::kCheckDeep, callback);
     }
     FsTraceLine(kTraceScope, name, "[EXIT] File [{}] ", path);
-    return status;
+    return FsStatusFromEngine(code);
 }
 
 FBR_STATUS FS_CheckAndRepairFileEx(const WChar* path, FBR_CheckCallback callback) {
     constexpr const char* name = "FS_CheckAndRepairFileEx";
     FsTraceLine(kTraceScope, name, "[ENTER]");
     FsTraceLine(kTraceScope, name, "Checking and repairing file [{}] ", path);
-    const FBR_STATUS status = Check(path, storage::kCheckDeep, callback);
+    const Status code = Check(path, storage::kCheckDeep, callback);
     FsTraceLine(kTraceScope, name, "[EXIT] File [{}] ", path);
-    return status;
+    return FsStatusFromEngine(code);
 }
 
 void FS_ProgressUpdate(const WChar* name, uint32_t code, uint32_t page) {

@@ -1,0 +1,308 @@
+// bench_store [--keys N] [--dir FOLDER]
+//
+// Measures the key store in multiples of the bare page transfers of the same run, and says which
+// goals are met. Exit status 0 when all are, 3 when one is missed, 1 when an operation fails.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+#include "bench/BareFile.h"
+#include "bench/Content.h"
+#include "bench/Report.h"
+#include "include/ZrFsLibrary.h"
+
+namespace bench {
+namespace {
+
+constexpr uint32_t kPage = 512;
+constexpr uint32_t kWriteLock = 1;
+constexpr uint32_t kManyHandles = 10000;
+
+void Check(FBR_STATUS status, const char* what) {
+    if (status != FSSTATUS_SUCCESS)
+        throw std::runtime_error(std::string(what) + " gave status " +
+                                 std::to_string(static_cast<int>(status)));
+}
+
+// The bare calls on a cached file of `pages` pages.
+void MeasureBare(const std::filesystem::path& path, uint32_t pages, Timer* write, Timer* read) {
+    constexpr uint32_t kRounds = 41, kCalls = 2000;
+    BareFile file(path);
+    std::vector<uint8_t> page(kPage, 0x5A);
+    for (uint32_t i = 0; i < pages; ++i)
+        if (!file.Write(uint64_t{i} * kPage, page.data(), kPage))
+            throw std::runtime_error("cannot write the yardstick");
+    std::mt19937 dice(1);
+    std::vector<uint64_t> places(kCalls);
+    bool good = true;
+    for (uint32_t round = 0; round < kRounds; ++round) {
+        for (uint64_t& place : places) place = uint64_t{dice() % pages} * kPage;
+        write->Start();
+        for (uint64_t place : places) good &= file.Write(place, page.data(), kPage);
+        write->Stop(kCalls);
+        read->Start();
+        for (uint64_t place : places) good &= file.Read(place, page.data(), kPage);
+        read->Stop(kCalls);
+    }
+    if (!good) throw std::runtime_error("the yardstick came up short");
+}
+
+class StoreBench {
+  public:
+    StoreBench(const std::filesystem::path& path, uint32_t keys)
+        : path_(ToText(path.string())), content_(MakeContent(keys)) {
+        Open();
+        Check(FBR_GetLockEx(kWriteLock, store_), "FBR_GetLockEx");
+    }
+
+    Timer SetNew() {
+        Timer timer;
+        for (const KeyData& key : content_) {
+            FBR_KEY handle = 0;
+            Check(FBR_CreateDirEx(0, key.path.c_str(), FSCREATEOPTIONS_NONE, &handle, store_),
+                  "FBR_CreateDirEx");
+            timer.Start();
+            for (const ValueData& value : key.values) Set(handle, value);
+            timer.Stop(key.values.size());
+            handles_.push_back(handle);
+        }
+        return timer;
+    }
+
+    Timer Overwrite(uint32_t batches) {
+        Timer timer;
+        for (uint32_t batch = 0; batch < batches; ++batch) {
+            const auto places = Places(kBatch, Handles());
+            timer.Start();
+            for (const auto& [key, value] : places) Set(handles_[key], content_[key].values[value]);
+            timer.Stop(places.size());
+        }
+        return timer;
+    }
+
+    // Over all values, or only over the first `hot` of a fixed choice.
+    Timer Query(uint32_t batches, uint32_t hot = 0) {
+        Timer timer;
+        const auto fixed = Places(hot == 0 ? 1 : hot, Handles());
+        for (uint32_t batch = 0; batch < batches; ++batch) {
+            auto places = Places(kBatch, Handles());
+            if (hot != 0)
+                for (auto& place : places) place = fixed[dice_() % hot];
+            timer.Start();
+            for (const auto& [key, value] : places)
+                QueryOne(handles_[key], content_[key].values[value]);
+            timer.Stop(places.size());
+        }
+        return timer;
+    }
+
+    Timer EnumerateNames() {
+        Timer timer;
+        for (uint32_t key = 0; key < Handles(); ++key) {
+            timer.Start();
+            names_.clear();
+            Check(FBR_EnumerateAllValues(handles_[key], names_, store_), "FBR_EnumerateAllValues");
+            timer.Stop(names_.size());
+        }
+        return timer;
+    }
+
+    Timer EnumerateNamesAndData() {
+        Timer timer;
+        for (uint32_t key = 0; key < Handles(); ++key) {
+            timer.Start();
+            names_.clear();
+            Check(FBR_EnumerateAllValues(handles_[key], names_, store_), "FBR_EnumerateAllValues");
+            for (const Text& name : names_) {
+                uint64_t size = 0;
+                uint32_t type = 0;
+                Check(FBR_QueryValue(handles_[key], name.c_str(), buffer_, sizeof buffer_, &size,
+                                     &type, store_),
+                      "FBR_QueryValue");
+            }
+            timer.Stop(names_.size());
+        }
+        return timer;
+    }
+
+    // By index, the way of a caller without vectors.
+    Timer EnumerateByIndex() {
+        Timer timer;
+        for (uint32_t key = 0; key < Handles(); ++key) {
+            timer.Start();
+            uint32_t index = 0;
+            for (FBR_WCHAR* name = nullptr;
+                 FBR_EnumIntFileEx(handles_[key], index, &name, store_) == FSSTATUS_SUCCESS;
+                 ++index)
+                FBR_Release(name);
+            timer.Stop(index);
+        }
+        return timer;
+    }
+
+    Timer DeleteKeys(uint32_t count) {
+        Timer timer;
+        for (uint32_t key = Handles(); key-- > 0 && count > 0;) {
+            if (!content_[key].leaf) continue;
+            --count;
+            timer.Start();
+            Check(FBR_DeleteDirEx(handles_[key], store_), "FBR_DeleteDirEx");
+            timer.Stop(1);
+        }
+        return timer;
+    }
+
+    Timer Reopen(uint32_t times) {
+        Timer timer;
+        Check(FBR_ReleaseLockEx(kWriteLock, store_), "FBR_ReleaseLockEx");
+        Check(FBR_DeInitialiseEx(store_), "FBR_DeInitialiseEx");
+        for (uint32_t i = 0; i < times; ++i) {
+            const KeyData& key = content_[dice_() % 7];
+            timer.Start();
+            Open();
+            FBR_KEY handle = 0;
+            Check(FBR_OpenDirEx(0, key.path.c_str(), &handle, store_), "FBR_OpenDirEx");
+            QueryOne(handle, key.values[i % kValuesPerKey]);
+            Check(FBR_CloseDirEx(handle, store_), "FBR_CloseDirEx");
+            Check(FBR_DeInitialiseEx(store_), "FBR_DeInitialiseEx");
+            timer.Stop(1);
+        }
+        Open();
+        Check(FBR_GetLockEx(kWriteLock, store_), "FBR_GetLockEx");
+        handles_.clear();
+        for (const KeyData& key : content_) {
+            FBR_KEY handle = 0;
+            Check(FBR_OpenDirEx(0, key.path.c_str(), &handle, store_), "FBR_OpenDirEx");
+            handles_.push_back(handle);
+        }
+        return timer;
+    }
+
+    // New values in keys that exist, to compare the cost when many handles are open.
+    Timer SetMore(uint32_t keys, const char* prefix) {
+        Timer timer;
+        for (uint32_t key = 0; key < std::min(keys, Handles()); ++key) {
+            std::vector<ValueData> values = content_[key].values;
+            for (ValueData& value : values) value.name = ToText(prefix) + value.name;
+            timer.Start();
+            for (const ValueData& value : values) Set(handles_[key], value);
+            timer.Stop(values.size());
+        }
+        return timer;
+    }
+
+    void OpenManyHandles() {
+        for (uint32_t i = 0; i < kManyHandles; ++i) {
+            FBR_KEY handle = 0;
+            Check(FBR_OpenDirEx(0, content_[i % content_.size()].path.c_str(), &handle, store_),
+                  "FBR_OpenDirEx");
+            if (i % content_.size() < Handles()) handles_[i % content_.size()] = handle;
+        }
+    }
+
+    void Close() {
+        Check(FBR_ReleaseLockEx(kWriteLock, store_), "FBR_ReleaseLockEx");
+        Check(FBR_DeInitialiseEx(store_), "FBR_DeInitialiseEx");
+    }
+
+  private:
+    static constexpr uint32_t kBatch = 200;
+    using Place = std::pair<uint32_t, uint32_t>;
+
+    uint32_t Handles() const { return static_cast<uint32_t>(handles_.size()); }
+    void Open() {
+        Check(FBR_InitialiseEx(path_.c_str(), &store_, FS_VR_METHOD_TARN), "FBR_InitialiseEx");
+    }
+    void Set(FBR_KEY key, const ValueData& value) {
+        Check(FBR_SetValue(key, value.name.c_str(), value.type, value.data.data(),
+                           value.data.size(), store_),
+              "FBR_SetValue");
+    }
+    void QueryOne(FBR_KEY key, const ValueData& value) {
+        uint64_t size = 0;
+        uint32_t type = 0;
+        Check(
+            FBR_QueryValue(key, value.name.c_str(), buffer_, sizeof buffer_, &size, &type, store_),
+            "FBR_QueryValue");
+        if (size != value.data.size() || type != value.type ||
+            std::memcmp(buffer_, value.data.data(), size) != 0)
+            throw std::runtime_error("a value reads back wrong");
+    }
+    std::vector<Place> Places(uint32_t count, uint32_t keys) {
+        std::vector<Place> places(count);
+        for (Place& place : places)
+            place = {static_cast<uint32_t>(dice_() % keys),
+                     static_cast<uint32_t>(dice_() % kValuesPerKey)};
+        return places;
+    }
+
+    Text path_;
+    std::vector<KeyData> content_;
+    std::vector<FBR_KEY> handles_;  // one for each key of the content
+    std::vector<Text> names_;
+    FBR_STORE store_ = nullptr;
+    std::mt19937 dice_{7};
+    uint8_t buffer_[16384];
+};
+
+int Run(const std::filesystem::path& folder, uint32_t keys) {
+    std::filesystem::create_directories(folder);
+    const std::filesystem::path path = folder / "bench.fbr";
+    std::filesystem::remove(path);
+    StoreBench store(path, keys);
+    const Timer set = store.SetNew();
+    const uint32_t pages = static_cast<uint32_t>(std::filesystem::file_size(path) / kPage);
+    Timer write, read;
+    MeasureBare(folder / "yardstick", pages, &write, &read);
+
+    std::printf("%u keys with %u values, %u pages\n", keys, kValuesPerKey, pages);
+    Report report(write.MedianNs(), read.MedianNs());
+    report.Line("set a new value", set, Unit::PageWrites, 12);
+    report.Line("overwrite a value, same size", store.Overwrite(100), Unit::PageWrites, 14);
+    report.Line("query a value, uniform", store.Query(200), Unit::PageReads, 8);
+    report.Line("query a value, 100 hot ones", store.Query(200, 100), Unit::PageReads, 2);
+    report.Line("enumerate names and data, a value", store.EnumerateNamesAndData(), Unit::PageReads,
+                3);
+    report.Line("enumerate names only, a value", store.EnumerateNames(), Unit::PageReads, 0);
+    report.Line("enumerate names by index, a value", store.EnumerateByIndex(), Unit::PageReads, 0);
+    report.Line("reopen and read one value", store.Reopen(200), Unit::PageReads, 400);
+
+    std::printf("\nwith few and with %u open handles\n", kManyHandles);
+    report.Line("set a new value", store.SetMore(200, "few "), Unit::PageWrites, 0);
+    report.Line("query a value, 100 hot ones", store.Query(100, 100), Unit::PageReads, 0);
+    store.OpenManyHandles();
+    report.Line("set a new value, many handles", store.SetMore(200, "many "), Unit::PageWrites, 0);
+    report.Line("overwrite a value, many handles", store.Overwrite(50), Unit::PageWrites, 14);
+    report.Line("query a value, 100 hot ones, many handles", store.Query(100, 100), Unit::PageReads,
+                2);
+    store.Reopen(1);  // few handles again
+
+    std::printf("\n");
+    report.Line("delete a key with its 20 values", store.DeleteKeys(500), Unit::PageWrites, 40);
+    store.Close();
+    std::filesystem::remove(path);
+    std::filesystem::remove(folder / "yardstick");
+    return report.Missed() == 0 ? 0 : 3;
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    uint32_t keys = 2000;
+    std::filesystem::path folder = std::filesystem::temp_directory_path() / "zrfs-bench";
+    for (int i = 1; i + 1 < argc; i += 2) {
+        if (std::strcmp(argv[i], "--keys") == 0)
+            keys = static_cast<uint32_t>(std::max(1, std::atoi(argv[i + 1])));
+        if (std::strcmp(argv[i], "--dir") == 0) folder = argv[i + 1];
+    }
+    try {
+        return bench::Run(folder, keys);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bench_store: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,189 @@
+#include "tests/container/EngineStore.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace support::container {
+
+using storage::Status;
+
+namespace {
+
+constexpr uint16_t kSeparator = '\\';
+constexpr uint32_t kChunk = 4096;
+
+void Gather(const Item& item, const std::u16string& path, bool links, Content* content) {
+    for (const Item& child : item.children) {
+        if (child.kind == ItemKind::Link && !links) continue;
+        const std::u16string childPath = path + u"\\" + child.name;
+        if (child.kind == ItemKind::Directory) {
+            (*content)[childPath] = std::nullopt;
+            Gather(child, childPath, links, content);
+        } else {
+            Bytes body = child.body;
+            body.resize(child.size.value_or(body.size()));
+            (*content)[childPath] = body;
+        }
+    }
+}
+
+void Gather(const Found& found, const std::u16string& path, bool links, Content* content) {
+    for (const Found& child : found.children) {
+        if ((child.attributes & 32) != 0 && !links) continue;
+        const std::u16string childPath = path + u"\\" + child.name;
+        if ((child.attributes & 2) != 0) {
+            (*content)[childPath] = std::nullopt;
+            Gather(child, childPath, links, content);
+        } else {
+            (*content)[childPath] = child.body;
+        }
+    }
+}
+
+}  // namespace
+
+Content ContentOf(const Item& root, bool links) {
+    Content content;
+    Gather(root, u"", links, &content);
+    return content;
+}
+
+Content ContentOf(const Found& root, bool links) {
+    Content content;
+    Gather(root, u"", links, &content);
+    return content;
+}
+
+Status EngineStore::Open(const std::filesystem::path& path) {
+    Close();
+    return storage::StorageOpen(Wide(path).c_str(), &container_, kSeparator, nullptr, 0);
+}
+
+Status EngineStore::Create(const std::filesystem::path& path, uint32_t pageSize, bool overwrite,
+                           const std::u16string& banner) {
+    Close();
+    return storage::StorageCreate(Wide(path).c_str(), overwrite, pageSize, ToWide(banner).c_str(),
+                                  &container_, kSeparator, nullptr, 0);
+}
+
+Status EngineStore::Close() {
+    if (container_ == nullptr) return storage::kOk;
+    const Status status = storage::StorageClose(container_);
+    container_ = nullptr;
+    return status;
+}
+
+Status EngineStore::Put(const std::u16string& path, const Bytes& body) {
+    storage::FileHandle* file = nullptr;
+    Status status = storage::StorageCreateFile(container_, ToWide(path).c_str(), 1, 1, 0, 0, 0,
+                                               WTEXT(""), 0, &file, 1, 1);
+    if (status != storage::kOk) return status;
+    uint32_t done = 0;
+    if (!body.empty())
+        status =
+            storage::StorageWriteFile(file, body.data(), static_cast<uint32_t>(body.size()), &done);
+    const Status closed = storage::StorageCloseFile(file);
+    return status != storage::kOk ? status : closed;
+}
+
+Status EngineStore::Get(const std::u16string& path, Bytes* body, size_t limit) {
+    body->clear();
+    EngineFile file(*this, path, false);
+    if (file.Opened() != storage::kOk) return file.Opened();
+    Status status = storage::kOk;
+    while (status == storage::kOk && body->size() < limit) {
+        uint8_t chunk[kChunk];
+        uint32_t done = 0;
+        status = storage::StorageReadFile(file.Handle(), chunk, kChunk, &done);
+        body->insert(body->end(), chunk, chunk + std::min(done, kChunk));
+        if (status == storage::kOk && done == 0) break;
+    }
+    const Status closed = file.Close();
+    if (status == storage::kEndOfData) status = storage::kOk;
+    return status != storage::kOk ? status : closed;
+}
+
+Status EngineStore::MakeDirectory(const std::u16string& path) {
+    return storage::StorageCreateDirectory(container_, ToWide(path).c_str());
+}
+
+Status EngineStore::Delete(const std::u16string& path) {
+    return storage::StorageDeleteFile(container_, ToWide(path).c_str());
+}
+
+Status EngineStore::Move(const std::u16string& from, const std::u16string& to) {
+    return storage::StorageMoveFile(container_, ToWide(from).c_str(), ToWide(to).c_str());
+}
+
+Status EngineStore::List(const std::u16string& directory,
+                         std::vector<std::pair<std::u16string, uint32_t>>* entries, size_t limit) {
+    entries->clear();
+    storage::StorageSearchStruct record{};
+    Status status = storage::StorageFindFirst(container_, &record,
+                                              ToWide(directory + u"\\*").c_str(), 0xFFFFFFFF, 0);
+    while (status == storage::kOk && entries->size() < limit) {
+        entries->emplace_back(ToUnits(record.name), record.attributes);
+        status = storage::StorageFindNext(container_, &record);
+    }
+    storage::StorageFindClose(container_, &record);
+    return status == storage::kNoMore ? storage::kOk : status;
+}
+
+Content EngineStore::ReadAll(std::vector<std::string>* failures, size_t limit, int depth) {
+    std::vector<std::string> ignored;
+    Content content;
+    ReadBelow(u"", failures == nullptr ? &ignored : failures, limit, depth, &content);
+    return content;
+}
+
+void EngineStore::ReadBelow(const std::u16string& path, std::vector<std::string>* failures,
+                            size_t limit, int depth, Content* content) {
+    std::vector<std::pair<std::u16string, uint32_t>> entries;
+    const Status listed = List(path, &entries);
+    if (listed != storage::kOk) failures->push_back(Narrow(path) + ": " + std::to_string(listed));
+    for (const auto& [name, attributes] : entries) {
+        if ((attributes & 32) != 0) continue;
+        const std::u16string childPath = path + u"\\" + name;
+        if ((attributes & 2) != 0) {
+            (*content)[childPath] = std::nullopt;
+            if (depth > 0) ReadBelow(childPath, failures, limit, depth - 1, content);
+            continue;
+        }
+        Bytes body;
+        const Status status = Get(childPath, &body, limit);
+        if (status != storage::kOk)
+            failures->push_back(Narrow(childPath) + ": " + std::to_string(status));
+        (*content)[childPath] = body;
+    }
+}
+
+EngineFile::EngineFile(const EngineStore& store, const std::u16string& path, bool write) {
+    opened_ = storage::StorageOpenFile(store.Container(), ToWide(path).c_str(), 1, write, 0, 0,
+                                       WTEXT(""), 0, &file_);
+}
+
+Status EngineFile::Write(const Bytes& bytes) {
+    uint32_t done = 0;
+    return storage::StorageWriteFile(file_, bytes.data(), static_cast<uint32_t>(bytes.size()),
+                                     &done);
+}
+
+Status EngineFile::Seek(int32_t offset, uint16_t origin) {
+    uint32_t position = 0;
+    return storage::StorageSeekFile(file_, offset, origin, &position);
+}
+
+Status EngineFile::Close() {
+    if (file_ == nullptr) return storage::kOk;
+    const Status status = storage::StorageCloseFile(file_);
+    file_ = nullptr;
+    return status;
+}
+
+uint32_t LongTests() {
+    const char* times = std::getenv("ZRFS_LONG_TESTS");
+    const int value = times == nullptr ? 1 : std::atoi(times);
+    return static_cast<uint32_t>(std::max(value, 1));
+}
+
+}  // namespace support::container

@@ -1,0 +1,93 @@
+// A container in the engine's hands, in few words for tests.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "storage/StorageApi.h"
+#include "storage/namespace/Search.h"
+#include "tests/support/ContainerBuilder.h"
+#include "tests/support/ContainerReader.h"
+
+namespace support::container {
+
+inline platform::WString ToWide(const std::u16string& text) {
+    return platform::WString(text.begin(), text.end());
+}
+inline std::u16string ToUnits(const platform::WChar* text) {
+    return std::u16string(text, text + platform::Length(text));
+}
+inline std::u16string ToUnits(const std::string& ascii) {
+    return std::u16string(ascii.begin(), ascii.end());
+}
+inline std::string Narrow(const std::u16string& text) {
+    return platform::ToUtf8(ToWide(text));
+}
+
+// Path to content; directories have none. The root is not in it.
+using Content = std::map<std::u16string, std::optional<Bytes>>;
+
+// What a tree holds; links are left out unless `links`.
+Content ContentOf(const Item& root, bool links = true);
+Content ContentOf(const Found& root, bool links = true);
+
+class EngineStore {
+  public:
+    EngineStore() = default;
+    ~EngineStore() { Close(); }
+    EngineStore(const EngineStore&) = delete;
+    EngineStore& operator=(const EngineStore&) = delete;
+
+    storage::Status Open(const std::filesystem::path& path);
+    storage::Status Create(const std::filesystem::path& path, uint32_t pageSize = 512,
+                           bool overwrite = false, const std::u16string& banner = {});
+    storage::Status Close();
+    storage::StorageContext* Container() const { return container_; }
+
+    // A file made or emptied, and written; read as a whole, up to `limit` bytes.
+    storage::Status Put(const std::u16string& path, const Bytes& body);
+    storage::Status Get(const std::u16string& path, Bytes* body, size_t limit = 1 << 24);
+    storage::Status MakeDirectory(const std::u16string& path);
+    storage::Status Delete(const std::u16string& path);
+    storage::Status Move(const std::u16string& from, const std::u16string& to);
+    // Names and attributes in the order of the search, up to `limit`.
+    storage::Status List(const std::u16string& directory,
+                         std::vector<std::pair<std::u16string, uint32_t>>* entries,
+                         size_t limit = 1 << 20);
+    // All that can be reached, links left out. Every failure is noted as "path: status".
+    Content ReadAll(std::vector<std::string>* failures = nullptr, size_t limit = 1 << 24,
+                    int depth = 600);
+
+  private:
+    void ReadBelow(const std::u16string& path, std::vector<std::string>* failures, size_t limit,
+                   int depth, Content* content);
+
+    storage::StorageContext* container_ = nullptr;
+};
+
+// An open file handle.
+class EngineFile {
+  public:
+    EngineFile(const EngineStore& store, const std::u16string& path, bool write = true);
+    ~EngineFile() { Close(); }
+    EngineFile(const EngineFile&) = delete;
+    EngineFile& operator=(const EngineFile&) = delete;
+
+    storage::Status Opened() const { return opened_; }
+    storage::FileHandle* Handle() const { return file_; }
+    storage::Status Write(const Bytes& bytes);
+    storage::Status Seek(int32_t offset, uint16_t origin = 0);
+    storage::Status Close();
+
+  private:
+    storage::FileHandle* file_ = nullptr;
+    storage::Status opened_;
+};
+
+// Turns the long form of seeded tests on: ZRFS_LONG_TESTS holds how many times as long they run.
+uint32_t LongTests();
+
+}  // namespace support::container
