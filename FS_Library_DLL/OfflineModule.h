@@ -1,0 +1,16 @@
+// Where the functions of the offline registry library come from: the system's "offreg.dll", or the
+// provider in offreg/, which is linked in on systems that have no such library.
+#pragma once
+
+#include <cstdint>
+
+namespace offline {
+
+// Null when there is no such module; platform::LastError tells why. Each module that was loaded is
+// to be freed.
+void* LoadModule() noexcept;
+// The entry point of that name, null when there is none (platform::LastError tells why).
+void* FindEntry(void* module, const char* name) noexcept;
+void FreeModule(void* module) noexcept;
+
+}  // namespace offline
