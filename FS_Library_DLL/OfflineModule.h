@@ -11,6 +11,6 @@ namespace offline {
 void* LoadModule() noexcept;
 // The entry point of that name, null when there is none (platform::LastError tells why).
 void* FindEntry(void* module, const char* name) noexcept;
-void FreeModule(void* module) noexcept;
+void UnloadModule(void* module) noexcept;
 
 }  // namespace offline

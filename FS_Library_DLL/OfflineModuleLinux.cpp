@@ -48,6 +48,6 @@ void* FindEntry(void* /*module*/, const char* name) noexcept {
     return nullptr;
 }
 
-void FreeModule(void* /*module*/) noexcept {}
+void UnloadModule(void* /*module*/) noexcept {}
 
 }  // namespace offline

@@ -12,7 +12,7 @@ void* FindEntry(void* module, const char* name) noexcept {
     return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(module), name));
 }
 
-void FreeModule(void* module) noexcept {
+void UnloadModule(void* module) noexcept {
     FreeLibrary(static_cast<HMODULE>(module));
 }
 

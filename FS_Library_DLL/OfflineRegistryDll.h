@@ -67,7 +67,7 @@ class DynamicFunction<Result(Arguments...)> {
 class OfflineRegistryDll {
   private:
     struct ModuleFreer {
-        void operator()(void* module) const { offline::FreeModule(module); }
+        void operator()(void* module) const { offline::UnloadModule(module); }
     };
     std::unique_ptr<void, ModuleFreer> module_;
 
