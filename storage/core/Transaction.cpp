@@ -78,6 +78,7 @@ Status BeginTransaction(StorageContext* context, StorageTransaction** out, Trans
     if (transaction == nullptr) return kNoMemory;
     transaction->context = context;
     transaction->mode = mode;
+    transaction->failure = kOk;
     transaction->id = ++context->Super()->transactionCounter;
     context->transactions.PushBack(transaction);
     *out = transaction;
@@ -85,7 +86,8 @@ Status BeginTransaction(StorageContext* context, StorageTransaction** out, Trans
 }
 
 Status CommitTransaction(StorageContext* context, StorageTransaction* transaction) {
-    Status status = WriteTransactionPages(context, transaction);
+    Status status = transaction->failure;
+    if (status == kOk) status = WriteTransactionPages(context, transaction);
     if (status != kOk) {
         RollbackTransaction(context, transaction);
         return status;

@@ -23,6 +23,7 @@ struct StorageTransaction {
     uint32_t pageCount = 0;
     List<CachePage, &CachePage::txPrev, &CachePage::txNext> pages;  // newest first
     NumberList releasePages;  // freed in the map at the end, in either outcome
+    Status failure = 0;       // a change that could not be finished: commit rolls back instead
     StorageTransaction* prev = nullptr;
     StorageTransaction* next = nullptr;
 };

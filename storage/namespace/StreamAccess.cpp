@@ -10,18 +10,6 @@
 namespace storage {
 namespace {
 
-// An object that is changed through a handle has a transaction of its own, which ends with its
-// last handle. An operation on the name may have committed it early.
-Status EnsureTransaction(FileObject* object) {
-    if (object->transaction != nullptr) return kOk;
-    StorageTransaction* transaction = nullptr;
-    Status status = BeginTransaction(object->context, &transaction, TransactionMode::HeldByFile);
-    if (status != kOk) return status;
-    status = JoinTransaction(transaction, object);
-    if (status != kOk) EndReadTransaction(object->context, transaction);
-    return status;
-}
-
 Status NoteAccess(FileObject* object) {
     StorageContext* context = object->context;
     context->lastAccess = CurrentDate();
@@ -45,7 +33,7 @@ Status GetFirstBlock(FileHandle* handle) {
     if (status != kEndOfData || context->readOnly) return status;
     const uint64_t most = uint64_t{context->totalPages} * context->payloadSize;
     if (position - object->streamEnd > most) return status;
-    status = EnsureTransaction(object);
+    status = EnsureOwnTransaction(object);
     if (status == kOk)
         status = GetBlock(object, position, &handle->block, true, object->transaction);
     return status == kFull ? kEndOfData : status;
@@ -129,7 +117,7 @@ Status WriteStream(FileHandle* handle, const void* buffer, uint32_t count, uint3
     if (object == nullptr) return kNoObject;
     if (!handle->canWrite) return kAccess;
     if (object->context->readOnly) return kReadOnly;
-    Status status = EnsureTransaction(object);
+    Status status = EnsureOwnTransaction(object);
     if (status == kOk) status = ComputeStreamEnd(object, object->transaction);
     if (status == kOk)
         status = CopyToStream(handle, static_cast<const uint8_t*>(buffer), count, done);

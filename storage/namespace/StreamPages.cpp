@@ -44,6 +44,13 @@ Status OpenOwnPage(FileObject* object, uint32_t number, uint16_t kind, PinnedPag
     return status != kOk ? status : MarkPageChanged(object->context, page->page);
 }
 
+// Pages taken out of a chain cannot be put back one by one: when that fails half-way, only a roll
+// back makes the stream whole again.
+Status OrRollBack(Status status, StorageTransaction* transaction) {
+    if (status != kOk && transaction != nullptr) transaction->failure = status;
+    return status;
+}
+
 Status FreePinned(PinnedPage* page) {
     CachePage* freed = page->page;
     page->page = nullptr;
@@ -362,10 +369,10 @@ Status RemoveStreamPages(FileObject* object, uint32_t first, uint32_t end,
         if (status == kOk) status = FreePinned(&page);
         if (status == kOk) list[ordinal] = 0;
     }
-    if (status != kOk) return status;
-    if (!atLast) neighbours.Join();
-    if (toTheEnd) list.Truncate(first);
-    return UpdatePageList(object, first, end - 1, transaction);
+    if (status == kOk && !atLast) neighbours.Join();
+    if (status == kOk && toTheEnd) list.Truncate(first);
+    if (status == kOk) status = UpdatePageList(object, first, end - 1, transaction);
+    return OrRollBack(status, transaction);
 }
 
 Status UpdatePageList(FileObject* object, uint32_t first, uint32_t last,
@@ -404,7 +411,7 @@ Status FreeStreamPages(FileObject* object, StorageTransaction* transaction) {
         if (status == kOk && page.page != nullptr) status = FreePinned(&page);
         if (status == kOk) list.Truncate(list.Count() - 1);
     }
-    return status;
+    return OrRollBack(status, transaction);
 }
 
 }  // namespace storage

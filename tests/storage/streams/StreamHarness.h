@@ -69,7 +69,8 @@ class File {
     }
     Bytes Read(uint32_t count) {
         Bytes bytes;
-        EXPECT_EQ(TryRead(count, &bytes), bytes.empty() && count != 0 ? storage::kEndOfData : 0);
+        const Status status = TryRead(count, &bytes);
+        EXPECT_EQ(status, bytes.empty() && count != 0 ? storage::kEndOfData : 0);
         return bytes;
     }
     // What no public operation does to an open file.
@@ -148,7 +149,13 @@ class Store {
         file.Write(bytes);
         EXPECT_EQ(file.Close(), 0);
     }
-    Bytes Get(const char* name) { return OpenFile(name).Read(1u << 26); }
+    Bytes Get(const char* name) {
+        File file = OpenFile(name);
+        uint32_t size = 0;
+        EXPECT_EQ(storage::StorageSeekFile(file.Handle(), 0, 2, &size), 0);
+        file.Seek(0);
+        return file.Read(size + 1);
+    }
     Status Delete(const char* name) {
         return storage::StorageDeleteFile(context_, Wide(name).c_str());
     }

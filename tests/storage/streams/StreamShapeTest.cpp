@@ -148,10 +148,14 @@ TEST(StreamShape, AStreamEndOnAPageEndIsKeptAsOneMore) {
     file.SetStreamEnd(960);
     EXPECT_EQ(file.Object()->streamEnd, 961u);
     EXPECT_EQ(file.Object()->size, 960u);
-    file.SetStreamEnd(961);
-    EXPECT_EQ(file.Object()->streamEnd, 961u);
+    EXPECT_EQ(file.Object()->pageList.Count(), 3u);
     file.SetStreamEnd(959);
     EXPECT_EQ(file.Object()->streamEnd, 959u);
+    EXPECT_EQ(file.Object()->size, 960u);
+    EXPECT_EQ(file.Object()->pageList.Count(), 2u);
+    file.Seek(960);
+    file.Write({5});
+    EXPECT_EQ(file.Object()->streamEnd, 961u);
     EXPECT_EQ(file.Object()->size, 961u);
     file.SetStreamEnd(0);
     EXPECT_EQ(file.Object()->streamEnd, 0u);
@@ -163,8 +167,6 @@ TEST(StreamShape, EmptyingFreesThePagesAndLeavesNothingBehind) {
         Store store(512);
         store.Put("first", {1});
         store.Put("v", Bytes(size, 0xAA));
-        const uint32_t used = store.Closed().usedPages;
-        store.Open();
         File file = store.Create("v", true);
         EXPECT_EQ(file.Read(1), Bytes());
         // The gap reads as zeros though bytes stood there.
@@ -176,8 +178,7 @@ TEST(StreamShape, EmptyingFreesThePagesAndLeavesNothingBehind) {
         EXPECT_EQ(store.Get("v"), expected);
         const container::Reading reading = store.Closed();
         EXPECT_TRUE(reading.Sound()) << reading.Report();
-        EXPECT_LE(reading.usedPages, used);
-        EXPECT_LE(reading.usedPages, 7u);
+        EXPECT_LE(reading.usedPages, 5u);
         store.Open();
     }
 }
