@@ -39,6 +39,7 @@ size_t PagesOf(const WString& name) {
 const support::ChildRole kTry("try", [](const std::vector<std::string>& arguments) {
     const Handle mutex = CreateNamedMutex(FromUtf8(arguments[0]).c_str(), nullptr);
     const WaitResult result = WaitForMutex(mutex, 0);
+    CloseNamedMutex(mutex);
     return result == WaitResult::Granted ? 0 : result == WaitResult::Abandoned ? 1 : 2;
 });
 
