@@ -6,8 +6,8 @@
 namespace storage {
 
 // Removes an object, what is below it and all their pages. The object is in the transaction, and
-// the caller has the one reference on it. Goes on after an error; the first one is the result,
-// and the caller rolls back.
+// the caller has the one reference on it: kSharing when others have some. After an error the
+// caller rolls back.
 Status PurgeObject(FileObject* object, StorageTransaction* transaction);
 
 }  // namespace storage

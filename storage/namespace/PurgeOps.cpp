@@ -13,68 +13,67 @@ namespace storage {
 
 namespace {
 
-void Keep(Status* first, Status status) {
-    if (*first == kOk) *first = status;
-}
-
 // Frees what the records of one HeaderPage link to.
 Status FreeLinkedPages(StorageContext* context, CachePage* page, StorageTransaction* transaction) {
     Status status = kOk;
-    Status walked = kOk;
     uint32_t offset = 0;
-    while (NextRecord(context, page, &offset, &walked)) {
+    while (status == kOk && NextRecord(context, page, &offset, &status)) {
         const RecordPlace place{page, offset};
-        if (place.Link() == 0) continue;
         const uint16_t type = LoadU16(place.Bytes(), record::kType);
-        Keep(&status,
-             FreePageChain(context, place.Link(), static_cast<uint16_t>(type + kRecordKindBase),
-                           HeaderOf(page->buffer)->fileId, transaction));
+        status = FreePageChain(context, place.Link(), static_cast<uint16_t>(type + kRecordKindBase),
+                               HeaderOf(page->buffer)->fileId, transaction);
     }
-    Keep(&status, walked);
     return status;
 }
 
 Status FreeHeaderChain(FileObject* object, StorageTransaction* transaction) {
     StorageContext* context = object->context;
-    Status status = kOk;
     uint32_t left = context->totalPages;
     for (uint32_t number = object->headerPage; number != 0;) {
         if (left-- == 0) return Corrupt(context);
         CachePage* page = nullptr;
-        const Status got = GetPageChecked(context, number, kHeaderPage, &page, true, false,
-                                          object->fileId, transaction);
-        if (got != kOk) return status != kOk ? status : got;
-        Keep(&status, FreeLinkedPages(context, page, transaction));
+        Status status = GetPageChecked(context, number, kHeaderPage, &page, true, false,
+                                       object->fileId, transaction);
+        if (status != kOk) return status;
         number = HeaderOf(page->buffer)->nextPage;
-        Keep(&status, FreePage(context, page));
+        status = FreeLinkedPages(context, page, transaction);
+        if (status == kOk)
+            status = FreePage(context, page);
+        else
+            ReleasePage(context, page);
+        if (status != kOk) return status;
     }
-    return status;
+    return kOk;
 }
 
 // The pages of an object and its entry.
 Status FreeObjectPages(FileObject* object, StorageTransaction* transaction) {
-    StorageContext* context = object->context;
     FileObject* directory = object->parent;
     object->flags |= kStreamChanged;
     bool freed = false;
     Status status = FreeStream(object, &freed, transaction);
-    DirectoryEntry bytes;
-    const Status read = ReadDirEntry(directory, object->entry, &bytes, nullptr, transaction);
-    if (read != kOk) return status != kOk ? status : read;
-    if (bytes.fileId == 0) return status;
-    Keep(&status, FreeHeaderChain(object, transaction));
-    if (bytes.namePage != 0)
-        Keep(&status,
-             FreePageChain(context, bytes.namePage, kNamePage, object->fileId, transaction));
-    Keep(&status, WriteDirEntry(directory, DirectoryEntry{}, object->entry->entry, transaction));
+    DirectoryEntry bytes{};
+    if (status == kOk)
+        status = ReadDirEntry(directory, object->entry, &bytes, nullptr, transaction);
+    if (status != kOk || bytes.fileId == 0) return status;
+    status = FreeHeaderChain(object, transaction);
+    if (status == kOk)
+        status =
+            FreePageChain(object->context, bytes.namePage, kNamePage, object->fileId, transaction);
+    if (status == kOk)
+        status = WriteDirEntry(directory, DirectoryEntry{}, object->entry->entry, transaction);
     return status;
 }
 
-// First half of a purge: what stands in the way of it.
+// First half of a purge: what stands in the way of it. The handles are closed even if somebody
+// else holds the object.
 Status BeginPurge(FileObject* object, StorageTransaction* transaction) {
     Status status = object->references > 1 ? kSharing : kOk;
-    while (!object->handles.Empty()) Keep(&status, CloseStream(object->handles.Last(), true));
-    Keep(&status, LoadDirectory(object, transaction));
+    while (!object->handles.Empty()) {
+        const Status closed = CloseStream(object->handles.Last(), true);
+        if (status == kOk) status = closed;
+    }
+    if (status == kOk) status = LoadDirectory(object, transaction);
     object->purgeNext = object->children.Count();
     return status;
 }
@@ -82,30 +81,32 @@ Status BeginPurge(FileObject* object, StorageTransaction* transaction) {
 // Second half, when nothing is below the object any more.
 Status FinishPurge(FileObject* object, StorageTransaction* transaction) {
     const Status status = FreeObjectPages(object, transaction);
+    if (status != kOk) return status;
     ForgetPath(object);
     object->parent->flags |= kDirectoryChanged;
     RemoveEntry(object->parent, object->entry);
     object->flags |= kObjectDeleted;
     object->parent = nullptr;
-    return status;
+    return kOk;
 }
 
 // The next child, from the end of the list, in the transaction and with a reference; null when
-// none is left. Children that cannot be had are passed over.
-FileObject* TakePurgeChild(FileObject* object, Status* status, StorageTransaction* transaction) {
-    while (object->purgeNext > 0) {
-        DirEntry* entry = object->children[--object->purgeNext];
-        FileObject* child = nullptr;
-        Status got = OpenEntry(object, entry, &child);
-        if (got == kOk) {
-            got = JoinTransaction(transaction, child);
-            if (got == kOk) return child;
-            --child->references;
-            SettleObject(child);
-        }
-        Keep(status, got);
+// none is left.
+Status TakePurgeChild(FileObject* object, FileObject** child, StorageTransaction* transaction) {
+    *child = nullptr;
+    if (object->purgeNext == 0) return kOk;
+    FileObject* taken = nullptr;
+    Status status = OpenEntry(object, object->children[--object->purgeNext], &taken);
+    if (status != kOk) return status;
+    status = JoinTransaction(transaction, taken);
+    if (status == kOk) status = BeginPurge(taken, transaction);
+    if (status != kOk) {
+        --taken->references;
+        SettleObject(taken);
+        return status;
     }
-    return nullptr;
+    *child = taken;
+    return kOk;
 }
 
 }  // namespace
@@ -113,19 +114,23 @@ FileObject* TakePurgeChild(FileObject* object, Status* status, StorageTransactio
 // Depth first without recursion: what lies below a file that was used as a directory can be as
 // deep as its maker liked.
 Status PurgeObject(FileObject* top, StorageTransaction* transaction) {
+    FileObject* object = top;
     Status status = BeginPurge(top, transaction);
-    for (FileObject* object = top;;) {
-        if (FileObject* child = TakePurgeChild(object, &status, transaction)) {
-            Keep(&status, BeginPurge(child, transaction));
-            object = child;
-            continue;
-        }
+    while (status == kOk) {
+        FileObject* child = nullptr;
+        status = TakePurgeChild(object, &child, transaction);
+        if (child != nullptr) object = child;
+        if (status != kOk || child != nullptr) continue;
         FileObject* parent = object->parent;
-        Keep(&status, FinishPurge(object, transaction));
-        if (object == top) return status;
+        status = FinishPurge(object, transaction);
+        if (status != kOk) break;
+        if (object == top) return kOk;
         --object->references;
         object = parent;
     }
+    // The references of the way down to where it stopped.
+    for (; object != top; object = object->parent) --object->references;
+    return status;
 }
 
 namespace {
