@@ -68,8 +68,8 @@ Status ReplayPendingLog(StorageContext* context) {
     const Status status = chained ? RecoverChained(context) : RecoverSequential(context);
     if (status != kOk) return status;
     context->Super()->logPending = 0;
-    context->wroteSinceOpen = true;
-    return kOk;
+    // At once: the log is gone, and must not be looked for again once its pages have new owners.
+    return WriteSuperblock(context);
 }
 
 // Walks the root's records up to the one that switches searches off. Every record on the way is
