@@ -311,7 +311,8 @@ struct WriteBatch {
 
 Status WriteRun(StorageContext* context, CachePage* const* pages, uint32_t count) {
     const void* buffers[WriteBatch::kCapacity];
-    for (uint32_t i = 0; i < count; ++i) buffers[i] = pages[i]->buffer;
+    buffers[0] = pages[0]->buffer;
+    for (uint32_t i = 1; i < count; ++i) buffers[i] = pages[i]->buffer;
     const Status status = WritePages(context, buffers, count, pages[0]->number);
     if (status != kOk) return status;
     for (uint32_t i = 0; i < count; ++i) pages[i]->flags &= static_cast<uint16_t>(~kPageDirty);
