@@ -1,10 +1,9 @@
 #include "FS_Library_DLL/FsIntegrity.h"
 
+#include "FS_Library_DLL/FsCheck.h"
 #include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsTrace.h"
 #include "storage/core/Context.h"
-
-using storage::Status;
 
 namespace {
 
@@ -15,11 +14,9 @@ void DefaultCallback(void* userData, uint32_t code, uint32_t a, uint32_t, uint8_
     FS_ProgressUpdate(static_cast<const WChar*>(userData), code, a);
 }
 
-Status Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) {
+FBR_STATUS Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) {
     WChar name[kNameUnits] = {};
-    // By name and not through the table: check and repair is not in it.
-    return storage::StorageCheckAndRepair(path, nullptr, flags, nullptr, nullptr, name,
-                                          callback != nullptr ? callback : DefaultCallback);
+    return FsRunCheck(path, flags, name, callback != nullptr ? callback : DefaultCallback);
 }
 
 }  // namespace
@@ -27,22 +24,22 @@ Status Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) {
 FBR_STATUS FS_CheckFileEx(const WChar* path, FBR_CheckCallback callback) {
     constexpr const char* name = "FS_CheckFileEx";
     FsTraceLine(kTraceScope, name, "[ENTER]");
-    Status code = storage::kInvalid;
+    FBR_STATUS status = FSSTATUS_INVALID_PARAMETER;
     if (path != nullptr) {
         FsTraceLine(kTraceDetail, name, "Checking file [{}] ", path);
-        code = Check(path, storage::kCheckOnly | storage::kCheckDeep, callback);
+        status = Check(path, storage::kCheckOnly | storage::kCheckDeep, callback);
     }
     FsTraceLine(kTraceScope, name, "[EXIT] File [{}] ", path);
-    return FsStatusFromEngine(code);
+    return status;
 }
 
 FBR_STATUS FS_CheckAndRepairFileEx(const WChar* path, FBR_CheckCallback callback) {
     constexpr const char* name = "FS_CheckAndRepairFileEx";
     FsTraceLine(kTraceScope, name, "[ENTER]");
     FsTraceLine(kTraceScope, name, "Checking and repairing file [{}] ", path);
-    const Status code = Check(path, storage::kCheckDeep, callback);
+    const FBR_STATUS status = Check(path, storage::kCheckDeep, callback);
     FsTraceLine(kTraceScope, name, "[EXIT] File [{}] ", path);
-    return FsStatusFromEngine(code);
+    return status;
 }
 
 void FS_ProgressUpdate(const WChar* name, uint32_t code, uint32_t page) {

@@ -8,11 +8,7 @@
 
 #if defined(_WIN32)
 typedef wchar_t FBR_WCHAR;
-#if defined(ZRFS_BUILDING)
-#define FBR_API __declspec(dllexport)
-#else
-#define FBR_API
-#endif
+#define FBR_API /* the DLL's list of exports tells */
 #else
 #if !defined(__cplusplus)
 #include <uchar.h>
@@ -72,9 +68,16 @@ typedef struct IFSInterface* FBR_STORE;
 /* An open key; only its store can interpret it. */
 typedef int64_t FBR_KEY;
 
-/* Told of the progress and the findings of a check. `userData` is a buffer of 64 units that
- * holds an entry's name with code 15. `clean` is 255 until the run first writes, then 0. A
- * non-zero byte stored through `cancel` ends the run. */
+/* Told of the progress and the findings of a check, on the thread that runs it:
+ *
+ *   code        meaning                                                 a        b
+ *   1, 2, 3, 4  progress of the four passes                             page     pages in all
+ *   8           a reference from one page to another was bad            page
+ *   9           a page that nothing refers to                           page
+ *   15          a directory entry was bad; userData holds its name      page
+ *
+ * `userData` is a buffer of 64 units. `clean` is 255 until the run first writes, then 0. A non-zero
+ * byte stored through `cancel` ends the run. The callback may not use the file. */
 typedef void (*FBR_CheckCallback)(void* userData, uint32_t code, uint32_t a, uint32_t b,
                                   uint8_t clean, uint8_t* cancel);
 

@@ -89,9 +89,12 @@ Status Reload(StorageContext* context) {
 // `ownerDied`: what the dead owner wrote has no generation of its own. Everybody reads again.
 Status EnterLocked(StorageContext* context, bool ownerDied) {
     const std::lock_guard guard(context->containerLock);
+    // The word is gone with its last user, so that what others wrote and closed before the first
+    // lock cannot be told from nothing.
+    const bool firstLock = context->sharedGeneration == nullptr;
     Status status = OpenGeneration(context);
     if (status != kOk) return status;
-    if (ownerDied || context->seenGeneration != LoadGeneration(context) || !context->active)
+    if (firstLock || ownerDied || context->seenGeneration != LoadGeneration(context) || !context->active)
         status = Reload(context);
     if (status != kOk) return status;
     if (ownerDied) context->wroteSinceLock = true;
