@@ -107,7 +107,7 @@ TEST_F(Opening, AtMostReadsAReadOnlyContainer) {
         store.Unlock();
     }
     const Bytes before = support::ReadBytes(path);
-    // As an engine opens a file that it may not write.
+    // As an engine opens a file that it may not write, at the start and when it opens it again.
     struct ReadOnlyTable {
         storage::StorageFunctionTable saved = storage::g_storageFunctions;
         ReadOnlyTable() {
@@ -117,6 +117,11 @@ TEST_F(Opening, AtMostReadsAReadOnlyContainer) {
                 const storage::Status status =
                     storage::StorageOpen(where, opened, separator, reserved, update);
                 if (status == 0) (*opened)->readOnly = true;
+                return status;
+            };
+            table.StorageGetLock = [](storage::StorageContext* locked, int32_t type) {
+                const storage::Status status = storage::StorageGetLock(locked, type);
+                locked->readOnly = true;
                 return status;
             };
             EXPECT_EQ(FBR_SetTARN_Functions(&table), FSSTATUS_SUCCESS);
