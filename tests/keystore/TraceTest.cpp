@@ -1,0 +1,197 @@
+// The trace: its lines, its levels and the life of its file.
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "FS_Library_DLL/FsIntegrity.h"
+#include "FS_Library_DLL/FsSwitches.h"
+#include "platform/Clock.h"
+#include "tests/keystore/TestStore.h"
+
+namespace keystore {
+namespace {
+
+class Trace : public testing::Test {
+  protected:
+    Trace() { std::filesystem::create_directory(dir / "logs"); }
+    ~Trace() override { g_switches = {}; }
+
+    void Switch(bool on, uint32_t level, bool onCorruption = false) {
+        FBR_Logging(on, support::Wide(dir.Path()).c_str(), level, onCorruption);
+    }
+    std::filesystem::path LogFile() const {
+        return dir / "logs" / ("FBR_" + std::to_string(platform::ProcessId()) + ".log");
+    }
+    std::string Raw() const {
+        const Bytes bytes = support::ReadBytes(LogFile());
+        return std::string(bytes.begin(), bytes.end());
+    }
+    // The lines with what differs from run to run put aside: T and the tick, times, and addresses,
+    // which are the hexadecimal numbers of five digits and more.
+    std::vector<std::string> Lines() const {
+        std::istringstream text(Raw());
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(text, line);) {
+            EXPECT_EQ(line.back(), '\r');
+            line.pop_back();
+            line = std::regex_replace(line, std::regex("T *[0-9]+ -?[0-9]+ "), "");
+            line = std::regex_replace(line, std::regex("\\bD\\[[0-9.e+-]+\\]"), "D[*]");
+            line = std::regex_replace(line, std::regex("\\[[0-9A-F]{5,16}\\]"), "[*]");
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+    support::TempDir dir;
+    const WString path = dir.File("store.fbr");
+};
+
+TEST_F(Trace, LinesOfARun) {
+    Store store(path);
+    Switch(true, 4);
+    Store traced(path);
+    const size_t start = Lines().size();
+    FBR_KEY key = 0;
+    uint32_t value = 7;
+    uint64_t size = 0;
+    WChar* name = nullptr;
+    EXPECT_EQ(FBR_GetLockEx(2, traced.handle), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_CreateDirEx(0, WTEXT("a/b"), FSCREATEOPTIONS_VOLATILE, &key, traced.handle),
+              FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_SetValue(key, WTEXT(""), 4, &value, 4, traced.handle), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_QueryValue(key, WTEXT("none"), nullptr, 0, &size, nullptr, traced.handle),
+              FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(FBR_EnumIntFileEx(key, 0, &name, traced.handle), FSSTATUS_SUCCESS);
+    FBR_Release(name);
+    EXPECT_EQ(FBR_RenameDirEx(key, WTEXT("c"), traced.handle), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_CloseDirEx(key, traced.handle), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_ReleaseLockEx(2, traced.handle), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_SetValue(1, WTEXT("v"), 4, &value, 4, traced.handle), FSSTATUS_LOCK_FAILED);
+    std::vector<std::string> lines = Lines();
+    lines.erase(lines.begin(), lines.begin() + static_cast<ptrdiff_t>(start));
+    const std::vector<std::string> expected = {
+        "L 4 [FS_GetLockEx] [ENTER] L[2] GH[*]",
+        "L 3 [FS_GetLockEx] StorageGetLock returned [0]",
+        "L 4 [FS_GetLockEx] [EXIT] fsStatus = [0] L[2] GH[*] S[0] D[*]",
+        "L 4 [FS_CreateDirEx] [ENTER] DH[0] DN[a/b] CO[1] PDH[*] GH[*]",
+        "L 4 [FS_GetFullName_DirEx] [ENTER] [*] [*] [*]",
+        "L 4 [FS_GetFullName_DirEx] [EXIT] [\\a/b] [*] [*] [*] S[0] D[*]",
+        "L 4 [FS_CreateDirEx] [EXIT] FDN[\\a/b] DH[0] DN[a/b] CO[1] PDH[*] GH[*] S[0] D[*]",
+        "L 4 [FS_CreateFileEx] [ENTER] DH[*] DN[(Default)] PFH[*] GH[*]",
+        "L 4 [FS_GetFullName_DirEx] [ENTER] [*] [*] [*]",
+        "L 4 [FS_GetFullName_DirEx] [EXIT] [\\a/b] [*] [*] [*] S[0] D[*]",
+        "L 4 [FS_CreateFileEx] [EXIT] FDN[\\a/b] DH[*] DN[(Default)] PFH[*] GH[*] S[0] D[*]",
+        "L 4 [FS_WriteFileEx] [ENTER] FH[*] PFB[*] FBS[8] PFWS[*] PRST[true] GH[*]",
+        "L 4 [FS_WriteFileEx] [EXIT] FH[*] PFB[*] FBS[8] PFWS[*] FWS[8] FRST[true] GH[*] S[0] D[*]",
+        "L 4 [FS_WriteFileEx] [ENTER] FH[*] PFB[*] FBS[4] PFWS[*] PRST[false] GH[*]",
+        "L 4 [FS_WriteFileEx] [EXIT] FH[*] PFB[*] FBS[4] PFWS[*] FWS[4] FRST[false] GH[*] S[0] "
+        "D[*]",
+        "L 4 [FS_CloseFileEx] [ENTER] FH[*] GH[*]",
+        "L 4 [FS_CloseFileEx] [EXIT] GH[*] S[0] D[*]",
+        "L 4 [FS_OpenFileEx] [ENTER] DH[*] DN[none] PFH[*] GH[*]",
+        "L 4 [FS_GetFullName_DirEx] [ENTER] [*] [*] [*]",
+        "L 4 [FS_GetFullName_DirEx] [EXIT] [\\a/b] [*] [*] [*] S[0] D[*]",
+        "L 4 [FS_OpenFileEx] [EXIT] FDN[\\a/b] DH[*] DN[none] PFH[*] GH[*] S[3] D[*]",
+        "L 4 [FS_EnumInt_PrivateEx] [ENTER] FS_EnumInt_Private[*] [1] [*]",
+        "L 4 [FS_GetFullName_DirEx] [ENTER] [*] [*] [*]",
+        "L 4 [FS_GetFullName_DirEx] [EXIT] [\\a/b] [*] [*] [*] S[0] D[*]",
+        "L 4 [FS_EnumInt_PrivateEx] [EXIT] FS_EnumInt_Private[\\a/b] [*] [1] [*] S[0] D[*]",
+        "L 4 [FS_RenameDirEx] [ENTER] [*] [c] [*]",
+        "L 4 [FS_GetFullName_DirEx] [ENTER] [*] [*] [*]",
+        "L 4 [FS_GetFullName_DirEx] [EXIT] [\\c] [*] [*] [*] S[0] D[*]",
+        "L 4 [FS_RenameDirEx] [EXIT] [\\c] [*] [c] [*] S[0] D[*]",
+        "L 4 [FS_CloseDirEx] [ENTER] [*] [*]",
+        "L 4 [FS_CloseDirEx] [EXIT] [*] [*] S[0] D[*]",
+        "L 4 [FS_ReleaseLockEx] [ENTER] L[2] GH[*]",
+        "L 4 [FS_ReleaseLockEx] [EXIT] L[2] GH[*] S[0] D[*]",
+        "L 4 [FS_CreateFileEx] [ENTER] DH[1] DN[v] PFH[*] GH[*]",
+        "L 4 [FS_GetFullName_DirEx] [ENTER] [1] [*] [*]",
+        "L 4 [FS_GetFullName_DirEx] [EXIT] [(null)] [1] [*] [*] S[1] D[*]",
+        "L 4 [FS_CreateFileEx] [EXIT] FDN[(null)] DH[1] DN[v] PFH[*] GH[*] S[7] D[*]",
+    };
+    for (size_t i = 0; i < std::max(lines.size(), expected.size()); ++i)
+        EXPECT_EQ(i < lines.size() ? lines[i] : "", i < expected.size() ? expected[i] : "") << i;
+}
+
+TEST_F(Trace, OpeningHasItsOwnLines) {
+    Store(path).Close();
+    Switch(true, 4);
+    {
+        Store store(path);
+        const std::vector<std::string> lines = Lines();
+        ASSERT_GT(lines.size(), 2u);
+        EXPECT_EQ(lines.front(), "L 4 [FS_InitialiseEx] [ENTER] - after logging enabled")
+            << "the file was not open before";
+        EXPECT_EQ(lines.back(), "L 4 [FS_InitialiseEx] [EXIT]");
+    }
+}
+
+TEST_F(Trace, EachLineBeginsWithLevelThreadAndTick) {
+    Switch(true, 4);
+    Store store(path);
+    const std::string raw = Raw();
+    EXPECT_TRUE(std::regex_search(raw, std::regex("^L 4 T *[0-9]+ -?[0-9]+ \\[FS_")));
+}
+
+TEST_F(Trace, ALevelKeepsTheMoreImportantLines) {
+    Switch(true, 3);
+    Store store(path);
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Lines(), std::vector<std::string>{"L 3 [FS_GetLockEx] StorageGetLock returned [0]"});
+    EXPECT_EQ(FBR_GetLockEx(9, store.handle), FSSTATUS_LOCK_FAILED);
+    EXPECT_EQ(Lines().back(), "L 3 [FS_GetLockEx] StorageGetLock returned [-200]");
+}
+
+TEST_F(Trace, ANullDirectoryChangesNothing) {
+    Switch(true, 3);
+    FBR_Logging(false, nullptr, 1, true);
+    EXPECT_TRUE(g_switches.trace);
+    EXPECT_EQ(g_switches.traceLevel, 3u);
+    EXPECT_FALSE(g_switches.traceOnCorruption);
+    FBR_Logging(true, WString(1000, 'd').c_str(), 1, true);
+    EXPECT_EQ(WString(g_switches.logDirectory), WString(259, 'd'));
+    EXPECT_FALSE(g_switches.traceOnCorruption) << "one switch or the other";
+}
+
+TEST_F(Trace, WithoutItsFolderItIsSilent) {
+    std::filesystem::remove(dir / "logs");
+    Switch(true, 4);
+    Store store(path);
+    EXPECT_EQ(store.status, FSSTATUS_SUCCESS);
+    EXPECT_FALSE(std::filesystem::exists(dir / "logs"));
+}
+
+TEST_F(Trace, ClosingOneStoreSilencesTheOthersUntilTheNextIsOpened) {
+    Switch(true, 4);
+    Store one(path);
+    { Store two(dir.File("two.fbr")); }
+    const size_t length = Raw().size();
+    one.Lock();
+    EXPECT_EQ(Raw().size(), length);
+    Store three(dir.File("three.fbr"));
+    EXPECT_EQ(Lines().front(), "L 4 [FS_InitialiseEx] [ENTER] - after logging enabled")
+        << "the file starts anew";
+    const size_t before = Lines().size();
+    one.Unlock();
+    EXPECT_EQ(Lines().size(), before + 2);
+}
+
+TEST_F(Trace, CorruptionTurnsItOnWhenToldTo) {
+    Switch(false, 1, false);
+    FS_ProgressUpdate(WTEXT("name"), 15, 12);
+    EXPECT_FALSE(std::filesystem::exists(LogFile()));
+    Switch(false, 1, true);
+    FS_ProgressUpdate(nullptr, 15, 12);
+    FS_ProgressUpdate(WTEXT("name"), 8, 12);
+    EXPECT_FALSE(std::filesystem::exists(LogFile())) << "only corrupt entries with a name";
+    FS_ProgressUpdate(WTEXT("n\u00E4me"), 15, 12);
+    FS_ProgressUpdate(WTEXT("b"), 15, 13);
+    const std::string text =
+        "L 1 [FS_ProgressUpdate] Callback from FS_CheckFileEx. Corruption DirEntry : Page [";
+    EXPECT_EQ(Lines(), (std::vector<std::string>{text + "12] Entry Name [n\xC3\xA4me]",
+                                                 text + "13] Entry Name [b]"}));
+    Store(path).Close();  // closes the file for the next test
+}
+
+}  // namespace
+}  // namespace keystore
