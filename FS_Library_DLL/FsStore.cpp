@@ -93,12 +93,15 @@ uint32_t CheckVersion(FsStoreContext* context) {
     if (!OpenRoot(&root, context)) return 0;
     uint32_t version = kStoreVersion;
     FileHandle* file = nullptr;
-    if (FS_OpenFileEx(root, kVersionName, &file, context) == FSSTATUS_SUCCESS) {
+    const FBR_STATUS status = FS_OpenFileEx(root, kVersionName, &file, context);
+    if (status == FSSTATUS_SUCCESS) {
         version = ReadVersion(file, context);
         FS_CloseFileEx(file, context);
-    } else {
+    } else if (status == FSSTATUS_NOT_FOUND) {
         WriteVersion(root, context);
     }
+    // A record that is there and cannot be opened is taken for a good one, and is not written
+    // over: it may be readable the next time.
     FS_CloseDirEx(root, context);
     return version;
 }
