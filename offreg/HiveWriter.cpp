@@ -264,7 +264,8 @@ uint32_t Writer::AddData(const Bytes& data) {
     for (size_t i = 0; i < count; ++i) {
         const size_t start = i * big::kSegment;
         const size_t part = std::min<size_t>(data.size() - start, big::kSegment);
-        const uint32_t segment = cells_.Add(part);
+        // Some readers take the last four bytes of a segment's cell for padding.
+        const uint32_t segment = cells_.Add(part + 4);
         cells_.PutBytes(segment, 0, data.data() + start, part);
         cells_.Put(list, static_cast<uint32_t>(i * 4), segment);
     }

@@ -123,7 +123,7 @@ uint32_t Parser::TakeSid(Bytes* sid) {
         numbers.push_back(static_cast<uint32_t>(number));
     }
     *sid = MakeSid(authority, numbers);
-    return numbers.empty() ? kErrorInvalidSid : kSuccess;
+    return kSuccess;
 }
 
 bool Parser::TakeRights(uint32_t* mask) {

@@ -1,0 +1,246 @@
+// Programs that share no code with us read our hives, and we read theirs.
+#include <hivex.h>
+
+#include <array>
+#include <cstdio>
+#include <memory>
+
+#include "tests/offline/OfflineHive.h"
+
+using namespace offline_test;
+using support::TempDir;
+
+namespace {
+
+struct HiveCloser {
+    void operator()(hive_h* hive) const { hivex_close(hive); }
+};
+using Hivex = std::unique_ptr<hive_h, HiveCloser>;
+
+struct Freer {
+    void operator()(void* memory) const { free(memory); }
+};
+template <class T>
+using Owned = std::unique_ptr<T, Freer>;
+
+Hivex OpenWithHivex(const std::filesystem::path& path, int flags = 0) {
+    Hivex hive(hivex_open(path.c_str(), flags));
+    EXPECT_NE(hive, nullptr) << "hivex refuses " << path;
+    return hive;
+}
+
+// What hivex sees, in the shape of our own pictures; it tells no classes.
+void PictureByHivex(hive_h* hive, hive_node_h node, const WString& path, std::vector<Item>* items) {
+    items->push_back({path, 0, {}});
+    const Owned<hive_value_h[]> values(hivex_node_values(hive, node));
+    ASSERT_NE(values, nullptr);
+    for (size_t i = 0; values[i] != 0; ++i) {
+        const Owned<char> name(hivex_value_key(hive, values[i]));
+        hive_type type = hive_t_REG_NONE;
+        size_t size = 0;
+        const Owned<char> data(hivex_value_value(hive, values[i], &type, &size));
+        ASSERT_NE(data, nullptr) << name.get();
+        const auto* start = reinterpret_cast<const uint8_t*>(data.get());
+        items->push_back({path + WTEXT(":") + platform::FromUtf8(name.get()),
+                          static_cast<uint32_t>(type), Bytes(start, start + size)});
+    }
+    const Owned<hive_node_h[]> children(hivex_node_children(hive, node));
+    ASSERT_NE(children, nullptr);
+    for (size_t i = 0; children[i] != 0; ++i) {
+        const Owned<char> name(hivex_node_name(hive, children[i]));
+        PictureByHivex(hive, children[i], path + WTEXT("\\") + platform::FromUtf8(name.get()),
+                       items);
+    }
+}
+
+std::vector<Item> PictureByHivex(const std::filesystem::path& path) {
+    std::vector<Item> items;
+    const Hivex hive = OpenWithHivex(path);
+    if (hive != nullptr) PictureByHivex(hive.get(), hivex_root(hive.get()), WTEXT(""), &items);
+    return items;
+}
+
+std::vector<Item> PictureWithoutClasses(const TestHive& hive) {
+    std::vector<Item> items = Picture(hive);
+    for (Item& item : items) {
+        if (item.path.find(':') == WString::npos) item.data.clear();
+    }
+    return items;
+}
+
+// Runs a program and returns what it wrote; a failure of the program fails the test.
+std::string RunProgram(const std::string& command) {
+    std::string output;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        ADD_FAILURE() << "cannot run " << command;
+        return output;
+    }
+    std::array<char, 4096> piece;
+    while (const size_t got = fread(piece.data(), 1, piece.size(), pipe)) {
+        output.append(piece.data(), got);
+    }
+    EXPECT_EQ(pclose(pipe), 0) << command;
+    return output;
+}
+
+size_t Count(const std::string& text, const std::string& wanted) {
+    size_t count = 0;
+    for (size_t at = text.find(wanted); at != std::string::npos; at = text.find(wanted, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+// A hive with something of everything.
+void Fill(TestHive& hive) {
+    ORHKEY key = hive.Create(WTEXT("Software"), WTEXT("Shell"));
+    hive.Set(key, WTEXT(""), 1, TextBytes(WTEXT("unnamed value")));
+    hive.Set(key, WTEXT("Text"), 1, TextBytes(WTEXT("some text")));
+    hive.Set(key, WTEXT("Expand"), 2, TextBytes(WTEXT("%PATH%\\x")));
+    hive.Set(key, WTEXT("Number"), 4, {0x78, 0x56, 0x34, 0x12});
+    hive.Set(key, WTEXT("Bytes"), 3, {1, 2, 3, 4, 5});
+    hive.Set(key, WTEXT("Empty"), 3, {});
+    ORHKEY foreign = hive.Create(WTEXT("\x0416\x00FC"));
+    hive.Set(foreign, WTEXT("\x4E2D\x6587"), 1, TextBytes(WTEXT("\x4E2D")));
+    for (size_t size : {16344, 16345, 50000, 1000000}) {
+        const std::string name = "data " + std::to_string(size);
+        hive.Set(foreign, WString(name.begin(), name.end()), 3, Pattern(size));
+    }
+    ORHKEY many = hive.Create(WTEXT("Many"));
+    for (int i = 0; i < 3000; ++i) {
+        const std::string name = "Key" + std::to_string(i);
+        ORHKEY child = hive.CreateBelow(many, WString(name.begin(), name.end()));
+        hive.Set(child, WTEXT("i"), 4,
+                 {static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8), 0, 0});
+        ORCloseKey(child);
+    }
+}
+
+TEST(IndependentReaders, HivexReadsWhatWeWrote) {
+    TempDir dir;
+    TestHive hive;
+    Fill(hive);
+    hive.Save(dir.File("a.hiv"));
+    const std::vector<Item> theirs = PictureByHivex(dir / "a.hiv");
+    const std::vector<Item> ours = PictureWithoutClasses(hive);
+    ASSERT_EQ(theirs.size(), ours.size());
+    for (size_t i = 0; i < ours.size(); ++i) {
+        ASSERT_TRUE(theirs[i] == ours[i]) << platform::ToUtf8(ours[i].path);
+    }
+    const std::string xml = RunProgram("hivexml " + (dir / "a.hiv").string());
+    EXPECT_EQ(Count(xml, "<node name=\"Key"), 3000u);
+    EXPECT_EQ(Count(xml, "type=\"int32\""), 3001u);
+    EXPECT_EQ(Count(xml, "value=\"some text\""), 1u);
+}
+
+TEST(IndependentReaders, ReglookupReadsWhatWeWrote) {
+    TempDir dir;
+    TestHive hive;
+    Fill(hive);
+    hive.Save(dir.File("a.hiv"));
+    const std::string list =
+        RunProgram("reglookup -s " + (dir / "a.hiv").string() + " 2>/dev/null");
+    EXPECT_EQ(Count(list, "\n/Many/Key"), 6000u);
+    EXPECT_EQ(Count(list, "\n/Software/Text,SZ,some text,"), 1u);
+    EXPECT_EQ(Count(list, "\n/Software/Expand,EXPAND_SZ,%25PATH%25\\x,"), 1u);
+    EXPECT_EQ(Count(list, "\n/Software/Number,DWORD,0x12345678,"), 1u);
+    EXPECT_EQ(Count(list, "\n/Software/Bytes,BINARY,%01%02%03%04%05,"), 1u);
+    // Security: owner and group of every key, the class of the one that has it.
+    EXPECT_EQ(Count(list, ",S-1-5-32-544,S-1-5-18,"), 3004u);
+    EXPECT_EQ(Count(list, ",Shell\n"), 1u);
+}
+
+// reged does not survive names outside its code page, so it is shown a key without them.
+TEST(IndependentReaders, RegedReadsWhatWeWrote) {
+    TempDir dir;
+    TestHive hive;
+    Fill(hive);
+    hive.Save(dir.File("a.hiv"));
+    const std::string out = (dir / "out.reg").string();
+    RunProgram("reged -x " + (dir / "a.hiv").string() + " P '\\Software' " + out + " 2>&1");
+    const Bytes bytes = support::ReadBytes(dir / "out.reg");
+    const std::string text(bytes.begin(), bytes.end());
+    EXPECT_NE(text.find("\"Text\"=\"some text\""), std::string::npos) << text.substr(0, 2000);
+    EXPECT_NE(text.find("\"Number\"=dword:12345678"), std::string::npos);
+    EXPECT_NE(text.find("\"Bytes\"=hex:01,02,03,04,05"), std::string::npos);
+}
+
+TEST(IndependentReaders, RegfexportReadsWhatWeWrote) {
+    TempDir dir;
+    TestHive hive;
+    Fill(hive);
+    hive.Save(dir.File("a.hiv"));
+    const std::string text = RunProgram("regfexport " + (dir / "a.hiv").string());
+    EXPECT_EQ(Count(text, "Key: Key"), 3000u);
+    EXPECT_EQ(Count(text, "Class name: Shell"), 1u);
+    EXPECT_EQ(Count(text, "Data: some text"), 1u);
+    EXPECT_EQ(Count(text, "Data size: 1000000"), 1u);
+    EXPECT_NE(text.find("\xE4\xB8\xAD\xE6\x96\x87"), std::string::npos);
+}
+
+// hivex keeps no sizes of its own: it grows our lists, splits them, and leaves freed cells.
+TEST(IndependentReaders, WeReadWhatHivexMadeOfOurs) {
+    TempDir dir;
+    {
+        TestHive hive;
+        hive.Create(WTEXT("Base"));
+        hive.Set(hive.Open(WTEXT("Base")), WTEXT("old"), 1, TextBytes(WTEXT("text")));
+        hive.Create(WTEXT("Gone"));
+        hive.Save(dir.File("a.hiv"));
+    }
+    {
+        const Hivex hive = OpenWithHivex(dir / "a.hiv", HIVEX_OPEN_WRITE);
+        const hive_node_h root = hivex_root(hive.get());
+        ASSERT_EQ(
+            hivex_node_delete_child(hive.get(), hivex_node_get_child(hive.get(), root, "Gone")), 0);
+        const hive_node_h base = hivex_node_get_child(hive.get(), root, "Base");
+        Bytes large = Pattern(12000);
+        for (int i = 0; i < 2500; ++i) {
+            const std::string name = "n" + std::to_string(i * 7 % 2500) + "\xC3\xA9";
+            const hive_node_h child = hivex_node_add_child(hive.get(), base, name.c_str());
+            ASSERT_NE(child, 0u);
+            std::string valueName = "v";
+            hive_set_value value = {valueName.data(), hive_t_REG_BINARY, i % 100 == 0 ? 12000u : 3u,
+                                    reinterpret_cast<char*>(large.data())};
+            ASSERT_EQ(hivex_node_set_value(hive.get(), child, &value, 0), 0);
+        }
+        ASSERT_EQ(hivex_commit(hive.get(), (dir / "b.hiv").c_str(), 0), 0);
+    }
+    TestHive read(dir.File("b.hiv"));
+    EXPECT_TRUE(PictureWithoutClasses(read) == PictureByHivex(dir / "b.hiv"));
+    ORHKEY gone = nullptr;
+    EXPECT_EQ(OROpenKey(read.Root(), WTEXT("Gone"), &gone), 2u);
+    ORHKEY child = read.Open(WTEXT("base\\N700\x00C9"));
+    EXPECT_EQ(read.Get(child, WTEXT("V")), Pattern(12000));
+
+    // And the other way once more, through a hive that both have changed.
+    EXPECT_EQ(ORDeleteKey(child, nullptr), 0u);
+    read.Set(read.Open(WTEXT("Base\\n1\x00E9")), WTEXT("ours"), 3, Pattern(20000));
+    read.Save(dir.File("c.hiv"));
+    EXPECT_TRUE(PictureWithoutClasses(read) == PictureByHivex(dir / "c.hiv"));
+}
+
+TEST(IndependentReaders, WeReadWhatHivexshTyped) {
+    TempDir dir;
+    {
+        TestHive hive;
+        hive.Save(dir.File("a.hiv"));
+    }
+    const std::string script =
+        "add Typed\ncd Typed\nsetval 4\n@\nstring:hello\nwide\nexpandstring:%x%\nn\n"
+        "dword:0x12345678\nb\nhex:3:01,02,03,04,05\ncommit\n";
+    RunProgram("printf '" + std::string(script).replace(script.find("%x%"), 3, "%%x%%") +
+               "' | hivexsh -w " + (dir / "a.hiv").string());
+    TestHive read(dir.File("a.hiv"));
+    ORHKEY typed = read.Open(WTEXT("Typed"));
+    uint32_t type = 0;
+    EXPECT_EQ(read.Get(typed, WTEXT(""), &type), TextBytes(WTEXT("hello")));
+    EXPECT_EQ(type, 1u);
+    EXPECT_EQ(read.Get(typed, WTEXT("wide"), &type), TextBytes(WTEXT("%x%")));
+    EXPECT_EQ(type, 2u);
+    EXPECT_EQ(read.Get(typed, WTEXT("n"), &type), (Bytes{0x78, 0x56, 0x34, 0x12}));
+    EXPECT_EQ(read.Get(typed, WTEXT("b"), &type), (Bytes{1, 2, 3, 4, 5}));
+}
+
+}  // namespace

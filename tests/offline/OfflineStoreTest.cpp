@@ -1,0 +1,448 @@
+// The offline hive as a store, through the interface that every store has.
+#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
+
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <thread>
+
+#include "FS_Library_DLL/FileTime.h"
+#include "FS_Library_DLL/FsSwitches.h"
+#include "platform/FileSystem.h"
+#include "platform/Heap.h"
+#include "tests/offline/OfflineHive.h"
+
+using namespace offline_test;
+using support::TempDir;
+
+namespace {
+
+constexpr FBR_CREATEOPTIONS kStable = FSCREATEOPTIONS_NONE;
+
+// A store on a file of its own; closed with the object unless the test has done so.
+class OfflineStore : public ::testing::Test {
+  protected:
+    OfflineStore() : path_(dir_.File("user.dat")) { Open(); }
+    ~OfflineStore() override { Close(); }
+
+    void Open() {
+        store_ = std::make_unique<FsOfflineRegistryImpl>();
+        ASSERT_EQ(store_->FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
+    }
+    FBR_STATUS Close() {
+        if (store_ == nullptr) return FSSTATUS_SUCCESS;
+        for (const int64_t key : opened_) store_->FBR_CloseDirEx(key);
+        opened_.clear();
+        const FBR_STATUS status = store_->FBR_DeInitialiseEx();
+        store_.reset();
+        return status;
+    }
+    void Reopen() {
+        ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+        Open();
+    }
+    int64_t Create(const WString& name, int64_t parent = 0) {
+        int64_t key = 0;
+        EXPECT_EQ(store_->FBR_CreateDirEx(parent, name.c_str(), kStable, &key), FSSTATUS_SUCCESS);
+        opened_.insert(key);
+        return key;
+    }
+    int64_t OpenKey(const WString& name, FBR_STATUS expected = FSSTATUS_SUCCESS) {
+        int64_t key = 0;
+        EXPECT_EQ(store_->FBR_OpenDirEx(0, name.c_str(), &key), expected);
+        if (expected == FSSTATUS_SUCCESS) opened_.insert(key);
+        return key;
+    }
+    void CloseKey(int64_t key) {
+        opened_.erase(key);
+        EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+    }
+    void Set(int64_t key, const WString& name, const Bytes& data, uint32_t type = 3) {
+        EXPECT_EQ(store_->FBR_SetValue(key, name.c_str(), type, data.data(), data.size()),
+                  FSSTATUS_SUCCESS);
+    }
+    Bytes Get(int64_t key, const WString& name) {
+        Bytes data(2 << 20);
+        uint64_t size = 0;
+        uint32_t type = 0;
+        EXPECT_EQ(store_->FBR_QueryValue(key, name.c_str(), data.data(), data.size(), &size, &type),
+                  FSSTATUS_SUCCESS);
+        data.resize(size);
+        return data;
+    }
+    WString FullName(int64_t key) {
+        WChar* name = nullptr;
+        EXPECT_EQ(store_->FBR_GetFullName_DirEx(key, &name), FSSTATUS_SUCCESS);
+        return TakeText(name);
+    }
+    WString Name(int64_t key) {
+        WChar* name = nullptr;
+        EXPECT_EQ(store_->FBR_GetName_DirEx(key, &name), FSSTATUS_SUCCESS);
+        return TakeText(name);
+    }
+    std::vector<WString> Keys(int64_t key) {
+        std::vector<WString> names;
+        EXPECT_EQ(store_->FBR_EnumerateAllKeys(key, names), FSSTATUS_NO_MORE_ENTRIES);
+        return names;
+    }
+    static WString TakeText(WChar* text) {
+        WString copy = text != nullptr ? text : WTEXT("(null)");
+        platform::HeapRelease(text);
+        return copy;
+    }
+
+    TempDir dir_;
+    WString path_;
+    std::unique_ptr<FsOfflineRegistryImpl> store_;
+    std::set<int64_t> opened_;
+};
+
+TEST_F(OfflineStore, ANewHiveIsOnDiskOnlyAfterTheClose) {
+    EXPECT_EQ(Get(OpenKey(WTEXT("")), WTEXT("FBRVersion")), (Bytes{2, 0, 0, 0}));
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "user.dat"));
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(std::filesystem::exists(dir_ / "user.dat"));
+    Open();
+    EXPECT_EQ(Get(OpenKey(WTEXT("\\")), WTEXT("FBRVersion")), (Bytes{2, 0, 0, 0}));
+}
+
+TEST_F(OfflineStore, OnlyAChangeWritesTheFile) {
+    Create(WTEXT("a"));
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    // The file is made read-only and marked: written again, it would have lost both.
+    Bytes marked = support::ReadBytes(dir_ / "user.dat");
+    marked.back() ^= 0x55;
+    const auto touch = [&](auto change) {
+        support::WriteBytes(dir_ / "user.dat", marked);
+        Open();
+        change();
+        ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    };
+    int64_t key = 0;
+    touch([] {});
+    EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), marked);
+    touch([&] {
+        WChar text[512];
+        uint32_t units = 512;
+        EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT("a"), kStable, &key), FSSTATUS_ALREADY_EXISTS);
+        opened_.insert(key);
+        EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT(""), kStable, &key), FSSTATUS_SUCCESS);
+        EXPECT_EQ(store_->FBR_DeleteValue(OpenKey(WTEXT("a")), WTEXT("none")), FSSTATUS_NOT_FOUND);
+        EXPECT_EQ(store_->FBR_GetKeySecurityString(OpenKey(WTEXT("a")), text, &units),
+                  FSSTATUS_SUCCESS);
+        // A change of security alone is not saved; that is meant.
+        EXPECT_EQ(store_->FBR_SetKeySecurityString(OpenKey(WTEXT("a")), WTEXT("O:SYG:SY")),
+                  FSSTATUS_SUCCESS);
+    });
+    EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), marked);
+    touch([&] { Set(OpenKey(WTEXT("a")), WTEXT("v"), {1}); });
+    EXPECT_NE(support::ReadBytes(dir_ / "user.dat"), marked);
+}
+
+TEST_F(OfflineStore, SavesOverAReadOnlyFile) {
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    ASSERT_EQ(platform::SetAttributes(path_.c_str(), platform::kAttributeReadOnly), 0u);
+    Open();
+    Create(WTEXT("a"));
+    Reopen();
+    OpenKey(WTEXT("a"));
+}
+
+TEST_F(OfflineStore, TheRootIsOneHandleWithoutAName) {
+    const int64_t root = OpenKey(WTEXT("\\"));
+    EXPECT_EQ(OpenKey(WTEXT("")), root);
+    EXPECT_EQ(FullName(root), WTEXT("\\"));
+    EXPECT_EQ(Name(root), WTEXT(""));
+    CloseKey(root);
+    EXPECT_EQ(OpenKey(WTEXT("\\")), root);
+    EXPECT_EQ(store_->FBR_DeleteDirEx(root), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(store_->FBR_RenameDirEx(root, WTEXT("x")), FSSTATUS_INVALID_NAME);
+    Create(WTEXT("below"), root);
+}
+
+TEST_F(OfflineStore, CreatesTheParentsThatAreMissing) {
+    const int64_t key = Create(WTEXT("\\one\\\\two\\three\\"));
+    EXPECT_EQ(FullName(key), WTEXT("\\one\\\\two\\three"));
+    EXPECT_EQ(Name(key), WTEXT("three"));
+    const int64_t two = OpenKey(WTEXT("ONE\\two"));
+    EXPECT_EQ(FullName(two), WTEXT("\\ONE\\two"));
+    EXPECT_EQ(FullName(Create(WTEXT("four\\five"), two)), WTEXT("\\ONE\\two\\four\\five"));
+    int64_t again = 0;
+    EXPECT_EQ(store_->FBR_CreateDirEx(two, WTEXT("three"), kStable, &again),
+              FSSTATUS_ALREADY_EXISTS);
+    opened_.insert(again);
+    EXPECT_EQ(FullName(again), WTEXT("\\ONE\\two\\three"));
+    // The first component exists, the second cannot be made: no handle comes of that.
+    again = 77;
+    const WString tooLong = WTEXT("one\\new\\") + WString(256, 'n');
+    EXPECT_EQ(store_->FBR_CreateDirEx(0, tooLong.c_str(), kStable, &again), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(again, 77);
+    OpenKey(WTEXT("one\\none"), FSSTATUS_NOT_FOUND);
+}
+
+TEST_F(OfflineStore, QueriesTellTheSize) {
+    const int64_t key = Create(WTEXT("k"));
+    Set(key, WTEXT("v"), {1, 2, 3, 4, 5});
+    Set(key, WTEXT("empty"), {});
+    uint64_t size = 0;
+    uint32_t type = 0;
+    uint8_t data[8] = {};
+    EXPECT_EQ(store_->FBR_QueryValue(key, WTEXT("v"), nullptr, 0, &size, &type),
+              FSSTATUS_BUFFER_OVERFLOW);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(type, 3u);
+    EXPECT_EQ(store_->FBR_QueryValue(key, WTEXT("v"), data, 4, &size, &type),
+              FSSTATUS_BUFFER_OVERFLOW);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(data[0], 0);
+    EXPECT_EQ(store_->FBR_QueryValue(key, WTEXT("v"), data, 5, &size, nullptr), FSSTATUS_SUCCESS);
+    EXPECT_EQ(data[4], 5);
+    EXPECT_EQ(store_->FBR_QueryValue(key, WTEXT("v"), nullptr, 0, nullptr, nullptr),
+              FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_QueryValue(key, WTEXT("empty"), nullptr, 0, &size, &type),
+              FSSTATUS_SUCCESS);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(store_->FBR_QueryValue(key, WTEXT("none"), data, 8, &size, &type),
+              FSSTATUS_NOT_FOUND);
+    Set(key, WTEXT("big"), Pattern(1 << 20));
+    Reopen();
+    EXPECT_EQ(Get(OpenKey(WTEXT("k")), WTEXT("BIG")), Pattern(1 << 20));
+}
+
+TEST_F(OfflineStore, EnumeratesOneByOneAndAllAtOnce) {
+    const int64_t key = Create(WTEXT("k"));
+    std::vector<WString> values;
+    EXPECT_EQ(store_->FBR_EnumerateAllValues(key, values), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_TRUE(values.empty());
+    const WString longName(3000, 'v');
+    for (const WString& name : {WString(WTEXT("b")), WString(), longName, WString(WTEXT("a"))}) {
+        Set(key, name, {1});
+        if (name.size() < 256 && !name.empty()) Create(name, key);
+    }
+    EXPECT_EQ(store_->FBR_EnumerateAllValues(key, values), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(values, (std::vector<WString>{WTEXT("b"), WTEXT(""), longName, WTEXT("a")}));
+    EXPECT_EQ(Keys(key), (std::vector<WString>{WTEXT("a"), WTEXT("b")}));
+    WChar* name = nullptr;
+    for (uint32_t i = 0; i < values.size(); ++i) {
+        ASSERT_EQ(store_->FBR_EnumIntFileEx(key, i, &name), FSSTATUS_SUCCESS);
+        EXPECT_EQ(TakeText(name), values[i]);
+    }
+    EXPECT_EQ(store_->FBR_EnumIntFileEx(key, 4, &name), FSSTATUS_NO_MORE_ENTRIES);
+    ASSERT_EQ(store_->FBR_EnumIntDirEx(key, 1, &name), FSSTATUS_SUCCESS);
+    EXPECT_EQ(TakeText(name), WTEXT("b"));
+    EXPECT_EQ(store_->FBR_EnumIntDirEx(key, 2, &name), FSSTATUS_NO_MORE_ENTRIES);
+}
+
+TEST_F(OfflineStore, RenameRepairsTheKeysThatAreOpen) {
+    const int64_t key = Create(WTEXT("a\\b"));
+    const int64_t below = Create(WTEXT("a\\b\\d"));
+    const int64_t besides = Create(WTEXT("a\\bx"));
+    Set(key, WTEXT("v"), Pattern(5000));
+    Set(below, WTEXT("w"), {9}, 7);
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("c")), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FullName(key), WTEXT("\\a\\c"));
+    EXPECT_EQ(Name(key), WTEXT("c"));
+    EXPECT_EQ(FullName(below), WTEXT("\\a\\c\\d"));
+    EXPECT_EQ(FullName(besides), WTEXT("\\a\\bx"));
+    EXPECT_EQ(Get(key, WTEXT("v")), Pattern(5000));
+    Set(below, WTEXT("new"), {1});
+    Reopen();
+    OpenKey(WTEXT("a\\b"), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(Get(OpenKey(WTEXT("a\\c\\d")), WTEXT("w")), Bytes{9});
+    EXPECT_EQ(Get(OpenKey(WTEXT("a\\c\\d")), WTEXT("new")), Bytes{1});
+    OpenKey(WTEXT("a\\bx"));
+}
+
+TEST_F(OfflineStore, RenameLeavesAllAsItIsWhereItCannotBe) {
+    const int64_t key = Create(WTEXT("a\\b"));
+    Set(key, WTEXT("v"), {1});
+    Create(WTEXT("a\\c\\x"));
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("C")), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("B")), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("")), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(store_->FBR_RenameDirEx(OpenKey(WTEXT("a")), WTEXT("")), FSSTATUS_ALREADY_EXISTS);
+    // Into itself: the copy would never end.
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("b\\n")), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, nullptr), FSSTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(store_->FBR_RenameDirEx(0, WTEXT("n")), FSSTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(FullName(key), WTEXT("\\a\\b"));
+    EXPECT_EQ(Get(key, WTEXT("v")), Bytes{1});
+    EXPECT_EQ(Keys(OpenKey(WTEXT("a"))), (std::vector<WString>{WTEXT("b"), WTEXT("c")}));
+    EXPECT_EQ(Keys(OpenKey(WTEXT("a\\c"))), std::vector<WString>{WTEXT("x")});
+}
+
+// A tree too deep for its new place: the copy stops short without an error, as with every subkey
+// that cannot be made, and what was not copied goes with the old tree. A longer road down the same
+// tree shows that depth costs no stack.
+TEST_F(OfflineStore, DeepTreesAreCopiedAndDeleted) {
+    WString path = WTEXT("top");
+    for (int i = 0; i < 600; ++i) path += WTEXT("\\d");
+    Set(Create(path), WTEXT("v"), {1});
+    EXPECT_EQ(store_->FBR_RenameDirEx(OpenKey(WTEXT("top")), WTEXT("new")), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Get(OpenKey(WTEXT("new") + path.substr(3)), WTEXT("v")), Bytes{1});
+    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(WTEXT("new")), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Keys(OpenKey(WTEXT(""))), std::vector<WString>{});
+}
+
+TEST_F(OfflineStore, DeletesKeysAndTrees) {
+    const int64_t key = Create(WTEXT("a"));
+    Create(WTEXT("a\\b\\c"));
+    EXPECT_EQ(store_->FBR_DeleteDirEx(key), FSSTATUS_FAILED);
+    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(WTEXT("none")), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(WTEXT("a\\b")), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_DeleteDirEx(key), FSSTATUS_SUCCESS);
+    // The key is gone, its handle is still to be closed.
+    EXPECT_EQ(store_->FBR_SetValue(key, WTEXT("v"), 3, "", 0), FSSTATUS_FAILED);
+    CloseKey(key);
+    Reopen();
+    OpenKey(WTEXT("a"), FSSTATUS_NOT_FOUND);
+}
+
+TEST_F(OfflineStore, ADuplicateOutlivesItsOriginal) {
+    const int64_t key = Create(WTEXT("a"));
+    int64_t copy = 0;
+    ASSERT_EQ(store_->FBR_DuplicateDirHandleEx(key, &copy), FSSTATUS_SUCCESS);
+    CloseKey(key);
+    Set(copy, WTEXT("v"), {1});
+    EXPECT_EQ(FullName(copy), WTEXT("\\a"));
+    CloseKey(copy);
+    ASSERT_EQ(store_->FBR_DuplicateDirHandleEx(OpenKey(WTEXT("")), &copy), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FullName(copy), WTEXT("\\"));
+    CloseKey(copy);
+}
+
+TEST_F(OfflineStore, SecurityGoesInAndOutAsText) {
+    const int64_t key = Create(WTEXT("a"));
+    const WString text = WTEXT("O:SYG:BAD:(A;CI;KA;;;BA)(A;;KR;;;BU)");
+    ASSERT_EQ(store_->FBR_SetKeySecurityString(key, text.c_str()), FSSTATUS_SUCCESS);
+    Set(key, WTEXT("v"), {1});
+    Reopen();
+    const int64_t again = OpenKey(WTEXT("a"));
+    const auto need = static_cast<uint32_t>(text.size() + 1);
+    std::vector<WChar> buffer(need);
+    uint32_t units = need - 1;
+    EXPECT_EQ(store_->FBR_GetKeySecurityString(again, buffer.data(), &units),
+              FSSTATUS_BUFFER_OVERFLOW);
+    EXPECT_EQ(units, need);
+    units = 0;
+    EXPECT_EQ(store_->FBR_GetKeySecurityString(again, nullptr, &units), FSSTATUS_BUFFER_OVERFLOW);
+    EXPECT_EQ(units, need);
+    EXPECT_EQ(store_->FBR_GetKeySecurityString(again, buffer.data(), &units), FSSTATUS_SUCCESS);
+    EXPECT_EQ(units, need);
+    EXPECT_EQ(WString(buffer.data()), text);
+    EXPECT_EQ(store_->FBR_SetKeySecurityString(again, WTEXT("junk")), FSSTATUS_INVALID_NAME);
+}
+
+TEST_F(OfflineStore, TimesAreThoseOfTheLastChange) {
+    const int64_t key = Create(WTEXT("a"));
+    FBR_SYSTEMTIME time = {};
+    ASSERT_EQ(store_->FBR_GetDirTimesEx(key, &time), FSSTATUS_SUCCESS);
+    const platform::UtcTime now = platform::UtcNow();
+    const auto minutes = [](int day, int hour, int minute) {
+        return (day * 24 + hour) * 60 + minute;
+    };
+    EXPECT_LE(minutes(now.day, now.hour, now.minute) - minutes(time.wDay, time.wHour, time.wMinute),
+              5);
+    EXPECT_EQ(time.wYear, now.year);
+}
+
+TEST(FileTimes, AreCalendarTimes) {
+    const auto at = [](uint64_t ticks) {
+        FBR_SYSTEMTIME t = {};
+        EXPECT_TRUE(FileTimeToCalendar(ticks, &t));
+        char text[64];
+        snprintf(text, sizeof text, "%04d-%02d-%02d/%d %02d:%02d:%02d.%03d", t.wYear, t.wMonth,
+                 t.wDay, t.wDayOfWeek, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
+        return std::string(text);
+    };
+    EXPECT_EQ(at(0), "1601-01-01/1 00:00:00.000");
+    EXPECT_EQ(at(116444736000000000), "1970-01-01/4 00:00:00.000");
+    EXPECT_EQ(at(125963423999999999), "2000-02-29/2 23:59:59.999");
+    EXPECT_EQ(at(0x7FFFFFFFFFFFFFFF), "30828-09-14/4 02:48:05.477");
+    FBR_SYSTEMTIME untouched = {7, 7, 7, 7, 7, 7, 7, 7};
+    EXPECT_FALSE(FileTimeToCalendar(uint64_t{1} << 63, &untouched));
+    EXPECT_EQ(untouched.wYear, 7);
+}
+
+TEST_F(OfflineStore, AnswersForOperationsItHasNoUseFor) {
+    uint32_t number = 77;
+    EXPECT_EQ(store_->FBR_GetLockEx(2), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_GetLockTypeEx(&number), FSSTATUS_SUCCESS);
+    EXPECT_EQ(number, 77u);
+    EXPECT_EQ(store_->FBR_ReleaseLockEx(2), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_IsCorrupted(&number), FSSTATUS_SUCCESS);
+    EXPECT_EQ(number, 0u);
+    EXPECT_EQ(store_->FBR_Compact(&number), FSSTATUS_SUCCESS);
+    EXPECT_EQ(number, 1u);
+    EXPECT_EQ(store_->FBR_CheckFile(), FSSTATUS_FAILED);
+    g_switches.fileChecking = true;
+    EXPECT_EQ(store_->FBR_CheckFile(), FSSTATUS_SUCCESS);
+    g_switches.fileChecking = false;
+}
+
+TEST_F(OfflineStore, WhatIsNoHiveDoesNotOpenAndStays) {
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    const Bytes junk(5000, 'x');
+    support::WriteBytes(dir_ / "user.dat", junk);
+    FsOfflineRegistryImpl store;
+    EXPECT_EQ(store.FBR_InitialiseEx(path_.c_str()), FSSTATUS_FAILED);
+    EXPECT_EQ(store.FBR_InitialiseEx(nullptr), FSSTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(store.FBR_InitialiseEx(support::Wide(dir_ / "no" / "x").c_str()),
+              FSSTATUS_PATH_NOT_FOUND);
+    EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), junk);
+    Open();
+    store_.reset();
+}
+
+// The old file cannot be deleted, for it is a folder by now: changes are lost, nothing else.
+TEST_F(OfflineStore, AnOldFileThatStaysCostsTheChanges) {
+    std::filesystem::create_directories(dir_ / "user.dat" / "full");
+    EXPECT_EQ(Close(), FSSTATUS_DIR_NOT_EMPTY);
+    EXPECT_TRUE(std::filesystem::is_directory(dir_ / "user.dat"));
+    std::filesystem::remove_all(dir_ / "user.dat");
+}
+
+// The folder is gone by the time of the save.
+TEST_F(OfflineStore, AFailedCloseStillClosesTheStore) {
+    std::filesystem::remove_all(dir_.Path());
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_PATH_NOT_FOUND);
+    std::filesystem::create_directories(dir_.Path());
+    // Closed is closed: there is nothing left to save.
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "user.dat"));
+}
+
+TEST_F(OfflineStore, HandlesMayStayOpenAtTheClose) {
+    int64_t left = 0;
+    EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT("a"), kStable, &left), FSSTATUS_SUCCESS);
+    int64_t copy = 0;
+    EXPECT_EQ(store_->FBR_DuplicateDirHandleEx(OpenKey(WTEXT("")), &copy), FSSTATUS_SUCCESS);
+    CloseKey(copy);
+    Reopen();
+    OpenKey(WTEXT("a"));
+}
+
+TEST_F(OfflineStore, ThreadsShareAStore) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([this, t] {
+            for (int i = 0; i < 200; ++i) {
+                const std::string name = "t" + std::to_string(t) + "\\k" + std::to_string(i);
+                int64_t key = 0;
+                EXPECT_EQ(store_->FBR_CreateDirEx(0, WString(name.begin(), name.end()).c_str(),
+                                                  kStable, &key),
+                          FSSTATUS_SUCCESS);
+                EXPECT_EQ(store_->FBR_SetValue(key, WTEXT("v"), 4, &i, 4), FSSTATUS_SUCCESS);
+                EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    Reopen();
+    for (const WChar* top : {WTEXT("t0"), WTEXT("t3")}) {
+        EXPECT_EQ(Keys(OpenKey(top)).size(), 200u);
+    }
+}
+
+}  // namespace
