@@ -1,0 +1,56 @@
+// The offline registry library that is not there, or is not whole. The program lies in a folder
+// without it.
+#include <windows.h>
+
+#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
+#include "W32Utils/W32Exceptions.h"
+#include "platform/Text.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+struct Failure {
+    uint32_t code = 0;
+    std::string text;
+};
+
+Failure LoadLibraryOfStore() {
+    try {
+        const OfflineRegistryDll dll;
+    } catch (const w32utils::exception_t& thrown) {
+        return {thrown.Code(), thrown.what()};
+    }
+    return {};
+}
+
+std::wstring FolderOfProgram() {
+    wchar_t path[MAX_PATH];
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return std::filesystem::path(path).parent_path().wstring();
+}
+
+TEST(OfflineModule, AMissingLibraryIsToldApart) {
+    const Failure failure = LoadLibraryOfStore();
+    EXPECT_EQ(failure.code, static_cast<uint32_t>(ERROR_MOD_NOT_FOUND));
+    EXPECT_EQ(failure.text,
+              "OfflineRegistryDll::OfflineRegistryDll(),ln=39 : Can't find offline registry "
+              "library");
+    support::TempDir dir;
+    FsOfflineRegistryImpl store;
+    EXPECT_EQ(store.FBR_InitialiseEx(dir.File("x").c_str()), FSSTATUS_MODULE_NOT_FOUND);
+    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
+}
+
+TEST(OfflineModule, AMissingEntryPointIsNamedAndTheLibraryFreed) {
+    ASSERT_TRUE(SetDllDirectoryW((FolderOfProgram() + L"\\partial").c_str()));
+    const Failure failure = LoadLibraryOfStore();
+    EXPECT_EQ(failure.code, static_cast<uint32_t>(ERROR_PROC_NOT_FOUND));
+    EXPECT_EQ(failure.text,
+              "DynamicFunction<unsigned long __cdecl(void *,const wchar_t *,void **)>"
+              "::DoLoadDynamicFunc(),ln=45 : Failed to obtain address of 'OROpenKey'. Error 127");
+    EXPECT_EQ(GetModuleHandleW(L"offreg.dll"), nullptr);
+    SetDllDirectoryW(nullptr);
+}
+
+}  // namespace

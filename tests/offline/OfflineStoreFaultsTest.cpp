@@ -1,0 +1,73 @@
+// What a store leaves when its file cannot be written. Here the provider is part of the program, so
+// that the test can put itself between it and the disk.
+#include <filesystem>
+
+#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
+#include "platform/Heap.h"
+#include "platform/PageFile.h"
+#include "tests/offline/OfflineHive.h"
+
+using namespace offline_test;
+using support::TempDir;
+
+namespace {
+
+class FullDisk : public platform::PageFile {
+  public:
+    explicit FullDisk(PageFile* file) : file_(file) {}
+    platform::Error Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_t* done) override {
+        return file_->Read(offset, buffer, bytes, done);
+    }
+    platform::Error Write(uint64_t, const void* const*, uint32_t, uint32_t, uint32_t*) override {
+        return platform::kErrorDiskFull;
+    }
+    platform::Error Cut(uint64_t length) override { return file_->Cut(length); }
+    platform::Error Size(uint64_t* length) override { return file_->Size(length); }
+    platform::Error Flush() override { return file_->Flush(); }
+
+  private:
+    std::unique_ptr<PageFile> file_;
+};
+
+// The old file goes before the new one is written; a failure then leaves neither.
+TEST(OfflineStoreFaults, AFailedSaveLeavesNoFileAndAClosedStore) {
+    TempDir dir;
+    const WString path = dir.File("user.dat");
+    FsOfflineRegistryImpl store;
+    ASSERT_EQ(store.FBR_InitialiseEx(path.c_str()), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    ASSERT_TRUE(std::filesystem::exists(dir / "user.dat"));
+
+    ASSERT_EQ(store.FBR_InitialiseEx(path.c_str()), FSSTATUS_SUCCESS);
+    int64_t key = 0;
+    ASSERT_EQ(store.FBR_CreateDirEx(0, WTEXT("a"), FSCREATEOPTIONS_NONE, &key), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+    platform::SetPageFileWrapper([](platform::PageFile* file, const WChar*) -> platform::PageFile* {
+        return new FullDisk(file);
+    });
+    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_FAILED);
+    platform::SetPageFileWrapper(nullptr);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
+    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
+}
+
+TEST(OfflineStoreFaults, NamesThatFindNoMemoryAreOutOfMemory) {
+    TempDir dir;
+    FsOfflineRegistryImpl store;
+    ASSERT_EQ(store.FBR_InitialiseEx(dir.File("user.dat").c_str()), FSSTATUS_SUCCESS);
+    int64_t key = 0;
+    ASSERT_EQ(store.FBR_CreateDirEx(0, WTEXT("a"), FSCREATEOPTIONS_NONE, &key), FSSTATUS_SUCCESS);
+    int64_t root = 0;
+    ASSERT_EQ(store.FBR_OpenDirEx(0, WTEXT(""), &root), FSSTATUS_SUCCESS);
+    platform::SetAllocationGate([](size_t) { return false; });
+    WChar* name = nullptr;
+    EXPECT_EQ(store.FBR_GetName_DirEx(key, &name), FSSTATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(store.FBR_EnumIntDirEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(store.FBR_EnumIntFileEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
+    platform::SetAllocationGate(nullptr);
+    EXPECT_EQ(store.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+}
+
+}  // namespace
