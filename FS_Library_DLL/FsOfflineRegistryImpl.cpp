@@ -50,6 +50,8 @@ FsOfflineRegistryImpl::~FsOfflineRegistryImpl() {
 
 FBR_STATUS FsOfflineRegistryImpl::FBR_InitialiseEx(const WChar* path) {
     if (path == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    CloseAll();
+    dirty_ = false;
     hivePath_ = path;
     try {
         dll_ = std::make_unique<OfflineRegistryDll>();
@@ -61,7 +63,6 @@ FBR_STATUS FsOfflineRegistryImpl::FBR_InitialiseEx(const WChar* path) {
     if (status == FSSTATUS_NOT_FOUND) return MakeHive();
     if (status != FSSTATUS_SUCCESS) return status;
     rootProxy_ = std::make_unique<ORHandleProxy>(dll_.get(), hive);
-    dirty_ = false;
     return FSSTATUS_SUCCESS;
 }
 

@@ -25,8 +25,9 @@ TEST(SecurityText, ComesBackAsItWas) {
     for (const WChar* text : security_test::kUsual) {
         EXPECT_EQ(platform::ToUtf8(RoundTrip(text)), platform::ToUtf8(text));
     }
-    for (const WChar* text : {WTEXT("D:NO_ACCESS_CONTROL"), WTEXT("S:(ML;;NW;;;LW)"),
-                              WTEXT("S:P(AU;FA;KA;;;WD)(ML;CI;NWNR;;;HI)"), WTEXT("")}) {
+    for (const WChar* text :
+         {WTEXT("D:NO_ACCESS_CONTROL"), WTEXT("D:ARS:AI(AU;CIFA;SD;;;AN)"),
+          WTEXT("S:(ML;;NW;;;LW)"), WTEXT("S:P(AU;FA;KA;;;WD)(ML;CI;NWNR;;;HI)"), WTEXT("")}) {
         EXPECT_EQ(platform::ToUtf8(RoundTrip(text)), platform::ToUtf8(text));
     }
 }
@@ -37,6 +38,7 @@ TEST(SecurityText, ChoosesTheNameOfWhatIsMeant) {
     EXPECT_EQ(RoundTrip(WTEXT("D:(A;;131097;;;BU)")), WTEXT("D:(A;;KR;;;BU)"));
     EXPECT_EQ(RoundTrip(WTEXT("D:(A;;KX;;;BU)")), WTEXT("D:(A;;KR;;;BU)"));
     EXPECT_EQ(RoundTrip(WTEXT("G:S-1-0x5-18")), WTEXT("G:SY"));
+    EXPECT_EQ(RoundTrip(WTEXT("G:S-1-5")), WTEXT("G:S-1-5"));
     EXPECT_EQ(RoundTrip(WTEXT("O:S-1-5-80-1-2-3-4-4294967295")),
               WTEXT("O:S-1-5-80-1-2-3-4-4294967295"));
 }
