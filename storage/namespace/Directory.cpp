@@ -44,6 +44,7 @@ Status LoadEntry(FileObject* directory, const DirectoryEntry& bytes, uint32_t nu
         entry = static_cast<DirEntry*>(platform::HeapAllocateZeroed(sizeof(DirEntry)));
     if (entry == nullptr) return kNoMemory;
     FillEntry(entry, bytes, number);
+    entry->flags |= kEntryListed;
     directory->children.Add(entry);
     return kOk;
 }

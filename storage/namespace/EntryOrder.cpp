@@ -193,10 +193,14 @@ Status InsertEntry(FileObject* directory, DirEntry* entry, StorageTransaction* t
     const Status status =
         FindEntry(directory, {entry->name, entry->nameUnits}, &found, &position, transaction);
     if (status != kOk) return status;
-    return directory->children.Insert(position, entry) ? kOk : kNoMemory;
+    if (!directory->children.Insert(position, entry)) return kNoMemory;
+    entry->flags |= kEntryListed;
+    return kOk;
 }
 
 void RemoveEntry(FileObject* directory, DirEntry* entry) {
+    if ((entry->flags & kEntryListed) == 0) return;
+    entry->flags &= ~kEntryListed;
     const uint32_t position = PositionOf(directory, entry);
     if (position < directory->children.Count()) directory->children.RemoveAt(position);
 }

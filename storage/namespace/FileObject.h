@@ -39,6 +39,7 @@ struct DirEntry {
 enum DirEntryFlag : uint32_t {
     kNameComplete = 2,
     kEntryDetached = 4,  // in no list: the object owns the record
+    kEntryListed = 8,    // in its directory's list
 };
 
 // Text of its own that keeps its room; storage/namespace/TextBuffer.h works on it.

@@ -67,6 +67,7 @@ const ObjectHooks* TransactionHooks() {
 }
 
 void AddOrphan(FileObject* directory, FileObject* child) {
+    child->entry->flags &= ~kEntryListed;
     child->entry->flags |= kEntryDetached;
     directory->orphans.PushBack(child);
 }

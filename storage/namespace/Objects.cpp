@@ -117,8 +117,7 @@ FileObject* TakeChildObject(FileObject* object) {
             DestroyDirEntry(entry);
             continue;
         }
-        entry->flags |= kEntryDetached;
-        object->orphans.PushBack(entry->object);
+        AddOrphan(object, entry->object);
         return entry->object;
     }
     return object->orphans.head;

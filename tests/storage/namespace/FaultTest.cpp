@@ -295,6 +295,6 @@ TEST_P(Fault, LeavesOpenHandlesAndSearchesUsable) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(PageSizes, Fault, testing::Values(256u, 512u, 4096u));
+INSTANTIATE_TEST_SUITE_P(PageSizes, Fault, testing::Values(256u, 512u));
 
 }  // namespace tests
