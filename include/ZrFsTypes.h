@@ -8,12 +8,14 @@
 
 #if defined(_WIN32)
 typedef wchar_t FBR_WCHAR;
+#define FBR_TEXT(literal) L##literal
 #define FBR_API /* the DLL's list of exports tells */
 #else
 #if !defined(__cplusplus)
 #include <uchar.h>
 #endif
 typedef char16_t FBR_WCHAR; /* one UTF-16 code unit */
+#define FBR_TEXT(literal) u##literal
 #define FBR_API __attribute__((visibility("default")))
 #endif
 

@@ -120,23 +120,23 @@ void AddBrowseCommands(Cli& cli) {
         return Store(cli.StoreAt(args->store), Store::IfMissing::kFail);
     };
 
-    CLI::App* ls = cli.Command("ls", "List the subkeys and values of a key");
-    cli.AddText(ls, "STORE", args->store, "the store")->required();
-    cli.AddText(ls, "KEY", args->key, "the key; the root if not given");
-    ls->callback([=] { List(open(), KeyArgument(args->key)); });
+    cli.Add("ls", "List the subkeys and values of a key")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .Does([=] { List(open(), KeyArgument(args->key)); });
 
-    CLI::App* tree = cli.Command("tree", "Draw the keys below a key, with their value counts");
-    cli.AddText(tree, "STORE", args->store, "the store")->required();
-    cli.AddText(tree, "KEY", args->key, "the key; the root if not given");
-    tree->add_option("--depth", args->depth, "levels to draw; all if not given");
-    tree->callback([=] { DrawTree(open(), KeyArgument(args->key), args->depth); });
+    cli.Add("tree", "Draw the keys below a key, with their value counts")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .Number("--depth", args->depth, "levels to draw; all if not given")
+        .Does([=] { DrawTree(open(), KeyArgument(args->key), args->depth); });
 
-    CLI::App* get = cli.Command("get", "Print one value");
-    cli.AddText(get, "STORE", args->store, "the store")->required();
-    cli.AddText(get, "KEY", args->key, "the key")->required();
-    cli.AddText(get, "NAME", args->name, "the value; the unnamed one if not given");
-    get->add_flag("--raw", args->raw, "write the bytes as they are");
-    get->callback([=] { Print(open(), KeyArgument(args->key), Wide(args->name), args->raw); });
+    cli.Add("get", "Print one value")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("KEY", args->key, Need::kRequired, "the key")
+        .Text("NAME", args->name, Need::kOptional, "the value; the unnamed one if not given")
+        .Flag("--raw", args->raw, "write the bytes as they are")
+        .Does([=] { Print(open(), KeyArgument(args->key), Wide(args->name), args->raw); });
 }
 
 }  // namespace fbr

@@ -1,6 +1,7 @@
 #include "tools/commands/Cli.h"
 
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <iostream>
@@ -37,50 +38,74 @@ int Report(const char* text, int status) {
 
 }  // namespace
 
-Cli::Cli() : app_("Looks at, changes and carries small registries.", "fbr") {
-    app_.allow_windows_style_options(false);
-    app_.require_subcommand(1);
-    AddText(&app_, "--method", method_,
-            "how the store is kept: container (the default), native, hive, offline, or a number")
-        ->type_name("METHOD");
-    app_.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n",
-                           error.what());
-    });
-}
-
-CLI::App* Cli::Command(const std::string& name, const std::string& description) {
-    return app_.add_subcommand(name, description)->fallthrough();
-}
-
-CLI::Option* Cli::AddText(CLI::App* command, const std::string& name, std::string& target,
-                          const std::string& description) {
-    return command
-        ->add_option_function<std::string>(
+Command& Command::Text(const char* name, std::string& target, Need need, const char* description) {
+    app_->add_option_function<std::string>(
             name, [&target](const std::string& word) { target = Unshielded(word); }, description)
-        ->type_name("");
+        ->type_name("")
+        ->required(need == Need::kRequired);
+    return *this;
 }
 
-CLI::Option* Cli::AddOptionalText(CLI::App* command, const std::string& name,
-                                  std::optional<std::string>& target,
-                                  const std::string& description) {
-    return command
-        ->add_option_function<std::string>(
+Command& Command::Text(const char* name, std::optional<std::string>& target, Need need,
+                       const char* description) {
+    app_->add_option_function<std::string>(
             name, [&target](const std::string& word) { target = Unshielded(word); }, description)
-        ->type_name("");
+        ->type_name("")
+        ->required(need == Need::kRequired);
+    return *this;
 }
 
-CLI::Option* Cli::AddTexts(CLI::App* command, const std::string& name,
-                           std::vector<std::string>& target, const std::string& description) {
-    return command
-        ->add_option_function<std::vector<std::string>>(
+Command& Command::Texts(const char* name, std::vector<std::string>& target,
+                        const char* description) {
+    app_->add_option_function<std::vector<std::string>>(
             name,
             [&target](const std::vector<std::string>& words) {
-                target.clear();
                 for (const std::string& word : words) target.push_back(Unshielded(word));
             },
             description)
         ->type_name("");
+    return *this;
+}
+
+Command& Command::Choice(const char* name, std::string& target, std::vector<std::string> choices,
+                         const char* description) {
+    app_->add_option(name, target, description)->check(CLI::IsMember(std::move(choices)));
+    return *this;
+}
+
+Command& Command::Number(const char* name, uint64_t& target, const char* description) {
+    app_->add_option(name, target, description)->type_name("NUMBER");
+    return *this;
+}
+
+Command& Command::Flag(const char* name, bool& target, const char* description) {
+    app_->add_flag(name, target, description);
+    return *this;
+}
+
+void Command::Does(std::function<void()> work) {
+    app_->callback(std::move(work));
+}
+
+Cli::Cli()
+    : app_(std::make_unique<CLI::App>("Looks at, changes and carries small registries.", "fbr")) {
+    app_->allow_windows_style_options(false);
+    app_->require_subcommand(1);
+    Command(app_.get())
+        .Text("--method", method_, Need::kOptional,
+              "how the store is kept: container (the default), native, hive, offline, or a number");
+    app_->failure_message([](const CLI::App* app, const CLI::Error& error) {
+        const bool noCommand =
+            app->get_subcommands().empty() && error.get_name() == "RequiredError";
+        const std::string what = noCommand ? "expected a command" : error.what();
+        return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n", what);
+    });
+}
+
+Cli::~Cli() = default;
+
+Command Cli::Add(const char* name, const char* description) {
+    return Command(app_->add_subcommand(name, description)->fallthrough());
 }
 
 StoreName Cli::StoreAt(const std::string& path) const {
@@ -91,11 +116,11 @@ int Cli::Run(std::vector<std::string> words) {
     for (std::string& word : words) word = Shielded(std::move(word));
     std::reverse(words.begin(), words.end());
     try {
-        app_.parse(std::move(words));
+        app_->parse(std::move(words));
         if (!std::cout.flush()) return Report("cannot write to standard output", kExitFailed);
         return exitStatus_;
     } catch (const CLI::ParseError& error) {
-        return app_.exit(error, std::cout, std::cerr) == 0 ? kExitOk : kExitUsage;
+        return app_->exit(error, std::cout, std::cerr) == 0 ? kExitOk : kExitUsage;
     } catch (const UsageError& error) {
         return Report(error.what(), kExitUsage);
     } catch (const DataError& error) {

@@ -1,14 +1,18 @@
 // The command line: the commands hang themselves into it, one family a file.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
+#include <functional>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tools/store/Store.h"
+
+namespace CLI {
+class App;
+}
 
 namespace fbr {
 
@@ -23,32 +27,50 @@ class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+enum class Need { kRequired, kOptional };
+
+// One command and its arguments. A name without a dash in front is a positional argument. Targets
+// outlive the command; an argument that is not given leaves its target as it is.
+class Command {
+  public:
+    explicit Command(CLI::App* app) : app_(app) {}
+
+    Command& Text(const char* name, std::string& target, Need need, const char* description);
+    Command& Text(const char* name, std::optional<std::string>& target, Need need,
+                  const char* description);
+    Command& Texts(const char* name, std::vector<std::string>& target, const char* description);
+    Command& Choice(const char* name, std::string& target, std::vector<std::string> choices,
+                    const char* description);
+    Command& Number(const char* name, uint64_t& target, const char* description);
+    Command& Flag(const char* name, bool& target, const char* description);
+
+    // What the command does: throws what goes wrong.
+    void Does(std::function<void()> work);
+
+  private:
+    CLI::App* app_;
+};
+
 class Cli {
   public:
     Cli();
+    ~Cli();
+    Cli(const Cli&) = delete;
+    Cli& operator=(const Cli&) = delete;
 
-    // Adds a command. Its callback does the work and throws what goes wrong; it may set the exit
-    // status of a command that worked.
-    CLI::App* Command(const std::string& name, const std::string& description);
-    // Positional and option arguments. Every text of a command line goes through these.
-    static CLI::Option* AddText(CLI::App* command, const std::string& name, std::string& target,
-                                const std::string& description);
-    static CLI::Option* AddOptionalText(CLI::App* command, const std::string& name,
-                                        std::optional<std::string>& target,
-                                        const std::string& description);
-    static CLI::Option* AddTexts(CLI::App* command, const std::string& name,
-                                 std::vector<std::string>& target, const std::string& description);
+    Command Add(const char* name, const char* description);
 
     // The store of that path, with the method given on the command line.
     StoreName StoreAt(const std::string& path) const;
 
+    // The exit status of a command that worked, for those that have more than one.
     void SetExitStatus(int status) { exitStatus_ = status; }
 
     // Runs the command that `words` make; failures are reported on standard error. The exit status.
     int Run(std::vector<std::string> words);
 
   private:
-    CLI::App app_;
+    std::unique_ptr<CLI::App> app_;
     std::string method_ = "container";
     int exitStatus_ = kExitOk;
 };

@@ -109,35 +109,34 @@ void Rename(const StoreName& name, const Arguments& args) {
 void AddEditCommands(Cli& cli) {
     const auto args = std::make_shared<Arguments>();
 
-    CLI::App* create = cli.Command("create", "Make an empty store");
-    cli.AddText(create, "STORE", args->store, "the store; it must not be there yet")->required();
-    create->callback([&cli, args] { Create(cli.StoreAt(args->store)); });
+    cli.Add("create", "Make an empty store")
+        .Text("STORE", args->store, Need::kRequired, "the store; it must not be there yet")
+        .Does([&cli, args] { Create(cli.StoreAt(args->store)); });
 
-    CLI::App* set = cli.Command("set", "Set a value; makes its key if needed");
-    cli.AddText(set, "STORE", args->store, "the store")->required();
-    cli.AddText(set, "KEY", args->key, "the key")->required();
-    cli.AddOptionalText(set, "NAME", args->name, "the value; \"\" for the unnamed one")->required();
-    cli.AddText(set, "TYPE", args->type,
-                "sz, expand_sz, multi_sz, binary, dword, qword, none, or a number")
-        ->required();
-    cli.AddTexts(set, "DATA", args->data,
-                 "a string, strings, a number (decimal or 0x), or bytes as hexadecimal digits; put "
-                 "-- in front of the words of a command that begin with a dash");
-    set->add_flag("--hex", args->hex, "take DATA for bytes, whatever the type");
-    set->callback([&cli, args] { Set(cli.StoreAt(args->store), *args); });
+    cli.Add("set", "Set a value; makes its key if needed")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("KEY", args->key, Need::kRequired, "the key")
+        .Text("NAME", args->name, Need::kRequired, "the value; \"\" for the unnamed one")
+        .Text("TYPE", args->type, Need::kRequired,
+              "sz, expand_sz, multi_sz, binary, dword, qword, none, or a number")
+        .Texts("DATA", args->data,
+               "a string, strings, a number (decimal or 0x), or bytes as hexadecimal digits; "
+               "put -- before the first word that begins with a dash")
+        .Flag("--hex", args->hex, "take DATA for bytes, whatever the type")
+        .Does([&cli, args] { Set(cli.StoreAt(args->store), *args); });
 
-    CLI::App* rm = cli.Command("rm", "Remove a value, or a key with its values");
-    cli.AddText(rm, "STORE", args->store, "the store")->required();
-    cli.AddText(rm, "KEY", args->key, "the key")->required();
-    cli.AddOptionalText(rm, "NAME", args->name, "the value; the key itself if not given");
-    rm->add_flag("-r,--recursive", args->recursive, "with all keys below it");
-    rm->callback([&cli, args] { Remove(cli.StoreAt(args->store), *args); });
+    cli.Add("rm", "Remove a value, or a key with its values")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("KEY", args->key, Need::kRequired, "the key")
+        .Text("NAME", args->name, Need::kOptional, "the value; the key itself if not given")
+        .Flag("-r,--recursive", args->recursive, "with all keys below it")
+        .Does([&cli, args] { Remove(cli.StoreAt(args->store), *args); });
 
-    CLI::App* mv = cli.Command("mv", "Rename a key");
-    cli.AddText(mv, "STORE", args->store, "the store")->required();
-    cli.AddText(mv, "KEY", args->key, "the key")->required();
-    cli.AddOptionalText(mv, "NEWNAME", args->name, "its new name, in the same place")->required();
-    mv->callback([&cli, args] { Rename(cli.StoreAt(args->store), *args); });
+    cli.Add("mv", "Rename a key")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("KEY", args->key, Need::kRequired, "the key")
+        .Text("NEWNAME", args->name, Need::kRequired, "its new name, in the same place")
+        .Does([&cli, args] { Rename(cli.StoreAt(args->store), *args); });
 }
 
 }  // namespace fbr

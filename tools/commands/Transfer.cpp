@@ -131,23 +131,23 @@ void Import(const StoreName& name, const Arguments& args) {
 
 void AddTransferCommands(Cli& cli) {
     const auto args = std::make_shared<Arguments>();
-    const CLI::IsMember formats({"reg", "jsonl"});
+    const std::vector<std::string> formats = {"reg", "jsonl"};
 
-    CLI::App* out = cli.Command("export", "Write a key and all below it as text");
-    cli.AddText(out, "STORE", args->store, "the store")->required();
-    cli.AddText(out, "KEY", args->key, "the key; the root if not given");
-    out->add_option("--format", args->format, "reg (the default) or jsonl")->check(formats);
-    cli.AddText(out, "--prefix", args->prefix, "a key to put in front of every key");
-    cli.AddText(out, "-o,--output", args->file, "the file; standard output if not given");
-    out->callback([&cli, args] { Export(cli.StoreAt(args->store), *args); });
+    cli.Add("export", "Write a key and all below it as text")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .Choice("--format", args->format, formats, "reg (the default) or jsonl")
+        .Text("--prefix", args->prefix, Need::kOptional, "a key to put in front of every key")
+        .Text("-o,--output", args->file, Need::kOptional, "the file; standard output if not given")
+        .Does([&cli, args] { Export(cli.StoreAt(args->store), *args); });
 
-    CLI::App* in = cli.Command("import", "Read a file of text into a store, made if missing");
-    cli.AddText(in, "STORE", args->store, "the store")->required();
-    cli.AddText(in, "FILE", args->file, "a .reg or .jsonl file; - for standard input")->required();
-    in->add_option("--format", args->format, "reg or jsonl; seen from the file if not given")
-        ->check(formats);
-    cli.AddText(in, "--prefix", args->prefix, "a key to take off: all keys must stand below it");
-    in->callback([&cli, args] { Import(cli.StoreAt(args->store), *args); });
+    cli.Add("import", "Read a file of text into a store, made if missing")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("FILE", args->file, Need::kRequired, "a .reg or .jsonl file; - for standard input")
+        .Choice("--format", args->format, formats, "reg or jsonl; seen from the file if not given")
+        .Text("--prefix", args->prefix, Need::kOptional,
+              "a key to take off: all keys must stand below it")
+        .Does([&cli, args] { Import(cli.StoreAt(args->store), *args); });
 }
 
 }  // namespace fbr

@@ -1,0 +1,85 @@
+// The whole HKEY_LOCAL_MACHINE of a real installation, as regedit exports it, goes in and comes
+// out. The file is named by the first argument that is not for GoogleTest.
+#include <algorithm>
+#include <sstream>
+
+#include "tests/tool/Tool.h"
+#include "tools/format/RegWriter.h"
+
+namespace {
+
+using namespace formats;
+using namespace tool;
+
+std::filesystem::path g_export;
+
+class RealRegistry : public ToolTest {
+  protected:
+    void SetUp() override {
+        const Bytes bytes = support::ReadBytes(g_export);
+        original_.assign(bytes.begin(), bytes.end());
+        ASSERT_GT(original_.size(), 1'000'000u) << g_export;
+    }
+
+    // Keys, value names, types and bytes, in an order that two stores agree on.
+    static std::vector<std::string> ContentOf(const std::string& bytes) {
+        std::vector<std::string> lines;
+        for (const Item& item : ItemsOf(fbr::ReadReg(bytes))) {
+            std::ostringstream line;
+            line << item;
+            lines.push_back(line.str());
+        }
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    }
+
+    std::string original_;
+};
+
+// Our writer, given what our reader read, writes what regedit wrote.
+TEST_F(RealRegistry, IsWrittenByteForByteAsRegeditWroteIt) {
+    const fbr::Document document = fbr::ReadReg(original_);
+    std::ostringstream out;
+    fbr::RegWriter writer(out, {});
+    for (const Record& record : document.records) {
+        if (record.kind == Record::Kind::kKey)
+            writer.Key(document.keys[record.key]);
+        else
+            writer.Value(record.name, record.type, record.data);
+    }
+    writer.Finish();
+    EXPECT_GT(document.keys.size(), 10'000u);
+    EXPECT_TRUE(out.str() == original_);
+}
+
+TEST_F(RealRegistry, ComesBackUnchangedThroughAContainer) {
+    Good({"import", store_, Utf8(g_export)});
+    const std::string out = Good({"export", store_, "HKEY_LOCAL_MACHINE"});
+    const auto expected = ContentOf(original_);
+    EXPECT_GT(expected.size(), 30'000u);
+    EXPECT_TRUE(ContentOf(out) == expected);
+
+    Good({"export", store_, "--format", "jsonl", "-o", File("x.jsonl")});
+    Good({"import", File("y.fbr"), File("x.jsonl")});
+    EXPECT_TRUE(Good({"export", File("y.fbr"), "HKEY_LOCAL_MACHINE"}) == out);
+}
+
+TEST_F(RealRegistry, ComesBackUnchangedWithItsPrefixTakenOff) {
+    Good({"import", store_, Utf8(g_export), "--prefix", "HKEY_LOCAL_MACHINE"});
+    auto content = ContentOf(Good({"export", store_, "--prefix", "HKEY_LOCAL_MACHINE"}));
+    // The store's own value stands at its root.
+    const auto version = std::find_if(content.begin(), content.end(), [](const std::string& line) {
+        return line.find("[HKEY_LOCAL_MACHINE] \"FBRVersion\"") != line.npos;
+    });
+    ASSERT_NE(version, content.end());
+    content.erase(version);
+    EXPECT_TRUE(content == ContentOf(original_));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    if (argc > 1) g_export = argv[1];
+    return RUN_ALL_TESTS();
+}
