@@ -3,6 +3,7 @@
 namespace {
 
 using namespace tool;
+using formats::ItemsOf;
 
 std::string Source(const std::string& name) {
     const Bytes bytes = support::ReadBytes(std::filesystem::path(ZRFS_SOURCE_DIR) / name);
