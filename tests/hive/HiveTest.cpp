@@ -1,0 +1,297 @@
+// A hive store from its making to its end, and every way in which that fails.
+#include <filesystem>
+
+#include "Shared/Impersonator.h"
+#include "W32Utils/Security.h"
+#include "platform/Heap.h"
+#include "tests/hive/HiveFixture.h"
+
+namespace hive {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Hive = HiveStore;
+
+FBR_STATUS ReadVersion(IFSInterface& store, uint32_t* version) {
+    int64_t root = 0;
+    FBR_STATUS status = store.FBR_OpenDirEx(0, L"", &root);
+    if (status != FSSTATUS_SUCCESS) return status;
+    uint64_t size = 0;
+    uint32_t type = 0;
+    status = store.FBR_QueryValue(root, L"FBRVersion", version, sizeof *version, &size, &type);
+    EXPECT_EQ(type, static_cast<uint32_t>(REG_DWORD));
+    EXPECT_EQ(store.FBR_CloseDirEx(root), FSSTATUS_SUCCESS);
+    return status;
+}
+
+// Saves what is mounted to its file, as the system does at an unload and Wine does not.
+void SaveMount(const std::wstring& file) {
+    HKEY key = nullptr;
+    ASSERT_EQ(::RegOpenKeyExW(HKEY_USERS, kMount, 0, KEY_READ, &key), 0);
+    EXPECT_EQ(RunWithHivePrivileges([&] {
+                  return FsError::ToFsStatus(
+                      static_cast<FBR_WIN32ERROR>(::RegSaveKeyW(key, file.c_str(), nullptr)));
+              }),
+              FSSTATUS_SUCCESS);
+    ::RegCloseKey(key);
+}
+
+TEST_F(Hive, IsMadeWithItsFolderMountedUsedUnloadedAndMountedAgain) {
+    file_ = (folder_->Path() / "new" / "deeper" / "user.dat").wstring();
+    OpenListed();
+    EXPECT_TRUE(fs::exists(file_));
+    EXPECT_TRUE(IsMounted(kMount));
+    uint32_t version = 0;
+    EXPECT_EQ(ReadVersion(*store_, &version), FSSTATUS_SUCCESS);
+    EXPECT_EQ(version, 2u);
+    int64_t key = 0;
+    ASSERT_EQ(store_->FBR_CreateDirEx(0, L"a\\b", FSCREATEOPTIONS_NONE, &key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_SetValue(key, L"v", REG_SZ, L"text", 10), FSSTATUS_SUCCESS);
+    WChar* name = nullptr;
+    EXPECT_EQ(store_->FBR_GetFullName_DirEx(key, &name), FSSTATUS_SUCCESS);
+    EXPECT_EQ(std::wstring(name), L"\\a\\b");
+    platform::HeapRelease(name);
+    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+    SaveMount(file_);
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS) << log_->All();
+    EXPECT_FALSE(IsMounted(kMount));
+    EXPECT_TRUE(log_->Holds("has been mounted tp [ZrFsHiveTest]")) << log_->All();
+
+    UnlistHive(kMount);
+    store_ = std::make_unique<FsHiveRegistryImpl>(kMount);
+    OpenListed();
+    EXPECT_EQ(store_->FBR_OpenDirEx(0, L"a\\b", &key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS) << log_->All();
+}
+
+TEST_F(Hive, AfterAnUnloadWhatTheSystemLeftBesideItIsGone) {
+    OpenListed();
+    for (const char* name : {"user.dat.LOG1", "USER.DAT{1}.TM.blf", "user.dat2", "user.da",
+                             "user.txt", "other.dat.LOG1"}) {
+        Touch(*folder_ / name);
+    }
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(fs::exists(*folder_ / "user.dat.LOG1"));
+    EXPECT_FALSE(fs::exists(*folder_ / "USER.DAT{1}.TM.blf"));
+    EXPECT_FALSE(fs::exists(*folder_ / "user.dat2"));
+    for (const char* name : {"user.dat", "user.da", "user.txt", "other.dat.LOG1"}) {
+        EXPECT_TRUE(fs::exists(*folder_ / name)) << name;
+    }
+}
+
+TEST_F(Hive, WhatCannotBeRemovedIsLoggedAndDoesNotStopTheRest) {
+    for (const char* name : {"user.dat", "user.dat1", "user.dat2", "user.dat3"}) {
+        Touch(*folder_ / name);
+    }
+    ::SetFileAttributesW((file_ + L"1").c_str(), FILE_ATTRIBUTE_READONLY);
+    HANDLE held = ::CreateFileW((file_ + L"2").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                OPEN_EXISTING, 0, nullptr);
+    FsHiveRegistryImpl::CleanupOSGeneratedHiveFiles(L"\\??\\" + file_);
+    ::CloseHandle(held);
+    ::SetFileAttributesW((file_ + L"1").c_str(), FILE_ATTRIBUTE_NORMAL);
+    EXPECT_TRUE(fs::exists(file_ + L"1"));
+    EXPECT_TRUE(fs::exists(file_ + L"2"));
+    EXPECT_FALSE(fs::exists(file_ + L"3"));
+    EXPECT_TRUE(log_->Holds("Attemping clean up of [\\??\\")) << log_->All();
+    EXPECT_TRUE(log_->Holds("Deleting file [user.dat3]")) << log_->All();
+    EXPECT_TRUE(log_->Holds("Delete failed [C0000121]")) << log_->All();
+    EXPECT_TRUE(log_->Holds("Failed to open file for deleteing [C0000043]")) << log_->All();
+
+    // A path that names a folder only must not empty it; a missing folder is no matter.
+    FsHiveRegistryImpl::CleanupOSGeneratedHiveFiles(L"\\??\\" + folder_->Path().wstring() +
+                                                    L"\\\\");
+    FsHiveRegistryImpl::CleanupOSGeneratedHiveFiles(L"\\??\\C:\\no such folder\\user.dat");
+    FsHiveRegistryImpl::CleanupOSGeneratedHiveFiles(L"");
+    EXPECT_TRUE(fs::exists(file_));
+    EXPECT_TRUE(fs::exists(file_ + L"1"));
+}
+
+TEST_F(Hive, NamesInTheFolderThatNeedMoreRoomThanTheFirstBufferAreFoundToo) {
+    Touch(*folder_ / "user.dat.LOG1");
+    static decltype(NtDllFunctions::ZwQueryDirectoryFile) real =
+        GetNtDllFunctions()->ZwQueryDirectoryFile;
+    static int calls = 0;
+    calls = 0;
+    const support::ReplacedEntry narrow(
+        &NtDllFunctions::ZwQueryDirectoryFile,
+        +[](HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
+            PIO_STATUS_BLOCK outcome, PVOID answer, ULONG bytes, ULONG kind, BOOLEAN single,
+            PUNICODE_STRING mask, BOOLEAN restart) -> NTSTATUS {
+            if (++calls == 1) return static_cast<NTSTATUS>(0x80000005);
+            if (calls == 2) return outcome->Information = 0, 0;
+            EXPECT_EQ(bytes, 3072u);
+            return real(file, event, routine, context, outcome, answer, bytes, kind, single, mask,
+                        restart);
+        });
+    FsHiveRegistryImpl::CleanupOSGeneratedHiveFiles(L"\\??\\" + file_);
+    EXPECT_FALSE(fs::exists(*folder_ / "user.dat.LOG1"));
+}
+
+TEST_F(Hive, AMountThatIsThereIsUsedWhateverFileIsNamed) {
+    OpenListed();
+    FsHiveRegistryImpl second(kMount);
+    const std::wstring other = (*folder_ / "other.dat").wstring();
+    EXPECT_EQ(second.FBR_InitialiseEx(other.c_str()), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(fs::exists(other));
+    EXPECT_TRUE(
+        log_->Holds("2 FS_Library_DLL/FsHiveRegistryImpl FsHiveRegistryImpl::"
+                    "FBR_InitialiseEx: Assuming that ["))
+        << log_->All();
+    uint32_t version = 0;
+    EXPECT_EQ(ReadVersion(second, &version), FSSTATUS_SUCCESS);
+    // Whoever closes first unloads for both; nobody owns the mount. The root that the second still
+    // holds would keep it loaded.
+    EXPECT_EQ(second.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(IsMounted(kMount));
+}
+
+TEST_F(Hive, APlainKeyOfTheMountsNameIsRefused) {
+    HKEY key = nullptr;
+    ASSERT_EQ(::RegCreateKeyW(HKEY_USERS, kMount, &key), 0);
+    ::RegCloseKey(key);
+    EXPECT_EQ(Initialise(file_), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_FALSE(fs::exists(file_));
+    FsHiveRegistryImpl nameless(L"");
+    EXPECT_EQ(nameless.FBR_InitialiseEx(file_.c_str()), FSSTATUS_ALREADY_EXISTS);
+}
+
+TEST_F(Hive, PathsThatCannotBeAHive) {
+    EXPECT_EQ(store_->FBR_InitialiseEx(nullptr), FSSTATUS_INVALID_PARAMETER);
+    EXPECT_TRUE(log_->Holds("No hive file path given"));
+    EXPECT_EQ(Initialise(folder_->Path().wstring()), FSSTATUS_INVALID_NAME);
+    EXPECT_TRUE(log_->Holds("] is a directory"));
+    // A file where the folder should be.
+    Touch(*folder_ / "file");
+    EXPECT_EQ(Initialise((*folder_ / "file").wstring() + L"\\x\\user.dat"),
+              FSSTATUS_PATH_NOT_FOUND);
+    EXPECT_TRUE(
+        log_->Holds("1 FS_Library_DLL/FsHiveRegistryImpl FsHiveRegistryImpl::"
+                    "FBR_InitialiseEx: failed to create ["))
+        << log_->All();
+    // A file that another holds.
+    Touch(file_);
+    HANDLE held = ::CreateFileW(file_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                OPEN_EXISTING, 0, nullptr);
+    EXPECT_EQ(Initialise(file_), FSSTATUS_SHARING_VIOLATION);
+    EXPECT_TRUE(log_->Holds("Exception [32]")) << log_->All();
+    ::CloseHandle(held);
+    EXPECT_FALSE(IsMounted(kMount));
+}
+
+TEST_F(Hive, AFileThatIsNoHiveFailsToLoad) {
+    support::WriteBytes(file_, support::Bytes(5000, 'j'));
+    EXPECT_EQ(Initialise(file_), FSSTATUS_FAILED);
+    EXPECT_TRUE(log_->Holds("Load hive failure [1]")) << log_->All();
+}
+
+TEST_F(Hive, AnEmptyFileIsTakenForAMissingOne) {
+    support::WriteBytes(file_, {});
+    // Where the system refuses to save over an existing file, that refusal is the answer.
+    const FBR_STATUS status = Initialise(file_);
+    if (status == FSSTATUS_SUCCESS) {
+        EXPECT_GT(fs::file_size(file_), 0u);
+    } else {
+        EXPECT_EQ(status, FSSTATUS_ALREADY_EXISTS);
+        EXPECT_TRUE(log_->Holds("Create hive failure [8]")) << log_->All();
+    }
+}
+
+TEST_F(Hive, AHiveThatCannotBeSavedIsReported) {
+    // The folder itself, seen as missing: saving over it is refused.
+    struct Blind : FileSystemInterface {
+        DWORD GetFileAttributesW(LPCWSTR) override { return INVALID_FILE_ATTRIBUTES; }
+    };
+    const support::ReplacedInterface<FileSystemInterface> blind(std::make_shared<Blind>());
+    EXPECT_EQ(Initialise(folder_->Path().wstring()), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_TRUE(log_->Holds("Create hive failure [8]")) << log_->All();
+}
+
+TEST_F(Hive, ATemporaryKeyThatCannotBeMadeIsReported) {
+    struct NoNewKeys : RegistryInterface {
+        LSTATUS RegCreateKeyExW(HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES,
+                                PHKEY, LPDWORD) override {
+            return ERROR_ACCESS_DENIED;
+        }
+    };
+    const support::ReplacedInterface<RegistryInterface> none(std::make_shared<NoNewKeys>());
+    EXPECT_EQ(Initialise(file_), FSSTATUS_ACCESS_DENIED);
+    EXPECT_TRUE(log_->Holds("Temp hive failure [5]")) << log_->All();
+    EXPECT_FALSE(fs::exists(file_));
+}
+
+TEST_F(Hive, AFileWhoseSizeCannotBeReadIsReportedAndClosed) {
+    Touch(file_);
+    struct NoSizes : FileSystemInterface {
+        BOOL GetFileSizeEx(HANDLE, PLARGE_INTEGER) override {
+            ::SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        }
+    };
+    const support::ReplacedInterface<FileSystemInterface> none(std::make_shared<NoSizes>());
+    EXPECT_EQ(Initialise(file_), FSSTATUS_ACCESS_DENIED);
+    EXPECT_TRUE(log_->Holds("Exception [5]")) << log_->All();
+}
+
+TEST_F(Hive, AMountThatIsNotListedIsLeftAlone) {
+    ASSERT_EQ(Initialise(file_), FSSTATUS_SUCCESS);
+    Touch(*folder_ / "user.dat.LOG1");
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_NOT_FOUND);
+    EXPECT_TRUE(IsMounted(kMount));
+    EXPECT_TRUE(fs::exists(*folder_ / "user.dat.LOG1"));
+    EXPECT_TRUE(
+        log_->Holds("Failed to obtain hive file name for [\\registry\\user\\ZrFsHiveTest] "
+                    "[2]"))
+        << log_->All();
+}
+
+TEST_F(Hive, AnImpersonatingThreadIsOneAgainAfterEveryCall) {
+    w32utils::CAccessToken process;
+    ASSERT_TRUE(process.OpenProcessToken(TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_IMPERSONATE));
+    {
+        const Impersonator asUser(process.Get());
+        ASSERT_TRUE(asUser.Impersonates());
+        OpenListed();
+        EXPECT_TRUE(support::ProcessState::Now().threadHasToken);
+        EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS) << log_->All();
+        EXPECT_TRUE(support::ProcessState::Now().threadHasToken);
+        EXPECT_EQ(Initialise(folder_->Path().wstring()), FSSTATUS_INVALID_NAME);
+        EXPECT_TRUE(support::ProcessState::Now().threadHasToken);
+    }
+}
+
+// Takes a privilege from this process for good.
+void GiveUp(const wchar_t* name) {
+    HANDLE token = nullptr;
+    ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, &token);
+    TOKEN_PRIVILEGES change{};
+    change.PrivilegeCount = 1;
+    change.Privileges[0].Attributes = SE_PRIVILEGE_REMOVED;
+    ::LookupPrivilegeValueW(nullptr, name, &change.Privileges[0].Luid);
+    ::AdjustTokenPrivileges(token, FALSE, &change, 0, nullptr, nullptr);
+    ::CloseHandle(token);
+}
+
+// Runs in a process of its own, which ends with the status of opening.
+[[noreturn]] void OpenWithout(const wchar_t* privilege, const std::wstring& file) {
+    GiveUp(privilege);
+    const std::string before = support::ProcessState::Privileges();
+    FsHiveRegistryImpl store(kMount);
+    const FBR_STATUS opened = store.FBR_InitialiseEx(file.c_str());
+    const FBR_STATUS closed = store.FBR_DeInitialiseEx();
+    const bool clean = support::ProcessState::Privileges() == before;
+    ::ExitProcess(opened == closed && clean ? opened : 99);
+}
+
+TEST_F(Hive, WithoutEitherPrivilegeEveryStepIsDenied) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(OpenWithout(SE_BACKUP_NAME, file_), testing::ExitedWithCode(FSSTATUS_ACCESS_DENIED),
+                "");
+    EXPECT_EXIT(OpenWithout(SE_RESTORE_NAME, file_),
+                testing::ExitedWithCode(FSSTATUS_ACCESS_DENIED), "");
+    EXPECT_FALSE(IsMounted(kMount));
+}
+
+}  // namespace
+}  // namespace hive

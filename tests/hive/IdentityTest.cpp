@@ -1,0 +1,265 @@
+// Identities, impersonation scopes, sessions and privileges; the collection of the platform's
+// functions; reading and writing single registry values.
+#include <memory>
+
+#include "Shared/Impersonator.h"
+#include "Shared/UnImpersonator.h"
+#include "Shared/UserIdentity.h"
+#include "Shared/w32helpers.h"
+#include "W32Utils/RegistryUtil.h"
+#include "tests/support/windows/LogCapture.h"
+#include "tests/support/windows/ProcessState.h"
+#include "tests/support/windows/Replace.h"
+
+namespace {
+
+using support::LogCapture;
+using w32utils::CAccessToken;
+using w32utils::ProcessPrivilege;
+
+CAccessToken ProcessToken(DWORD access) {
+    CAccessToken token;
+    EXPECT_TRUE(token.OpenProcessToken(access));
+    return token;
+}
+
+bool ThreadHasToken() {
+    return support::ProcessState::Now().threadHasToken;
+}
+
+class Identity : public support::LeavesNothingBehind {
+  protected:
+    LogCapture log_;
+};
+
+TEST_F(Identity, OfTheProcessAndOfATokenGiven) {
+    const CUserIdentity own(CUserIdentity::kCurrentSession, nullptr);
+    EXPECT_EQ(own.GetUserSid().rfind(L"S-1-5-", 0), 0u);
+    EXPECT_FALSE(own.IsSystem());
+    EXPECT_FALSE(own.PrimaryGroup().IsEmpty());
+    DWORD session = 0;
+    ::ProcessIdToSessionId(::GetCurrentProcessId(), &session);
+    EXPECT_EQ(own.GetSessionId(), session);
+
+    // The token given is owned from then on: the fixture counts it.
+    CUserIdentity given(7, ProcessToken(TOKEN_QUERY).Detach());
+    EXPECT_EQ(given.GetUserSid(), own.GetUserSid());
+    EXPECT_EQ(given.GetSessionId(), 7u);
+    given.Attach(CUserIdentity::kCurrentSessionToo, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(given.GetSessionId(), session);
+    EXPECT_EQ(given.GetUserSid(), own.GetUserSid());
+    EXPECT_FALSE(log_.Holds("1 Shared")) << log_.All();
+}
+
+TEST_F(Identity, OfTheThreadsTokenBeforeTheProcesss) {
+    const CAccessToken process = ProcessToken(TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_IMPERSONATE);
+    ASSERT_TRUE(::ImpersonateLoggedOnUser(process.Get()));
+    {
+        const CUserIdentity identity(CUserIdentity::kCurrentSession, nullptr);
+        w32utils::TokenInformation kind;
+        ASSERT_TRUE(kind.Query(identity.Token(), TokenType) ||
+                    ::GetLastError() == ERROR_INSUFFICIENT_BUFFER);
+        EXPECT_EQ(kind.As<TOKEN_TYPE>(), TokenImpersonation);
+    }
+    ::RevertToSelf();
+}
+
+TEST_F(Identity, WhatCannotBeReadStaysEmptyAndIsLogged) {
+    const CUserIdentity blind(1, ProcessToken(TOKEN_DUPLICATE).Detach());
+    EXPECT_EQ(blind.GetUserSid(), L"");
+    EXPECT_TRUE(blind.PrimaryGroup().IsEmpty());
+    EXPECT_TRUE(
+        log_.Holds("1 Shared/UserIdentity CUserIdentity::Attach: CAccessToken::GetUser failed [5]"))
+        << log_.All();
+
+    struct NoTokens : ProcessInterface {
+        BOOL OpenProcessToken(HANDLE, DWORD, PHANDLE) override {
+            ::SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        }
+    };
+    const support::ReplacedInterface<ProcessInterface> none(std::make_shared<NoTokens>());
+    const CUserIdentity nobody(1, nullptr);
+    EXPECT_EQ(nobody.Token(), nullptr);
+    EXPECT_EQ(nobody.GetUserSid(), L"");
+    EXPECT_TRUE(log_.Holds("Getlast Error=[5]")) << log_.All();
+    EXPECT_NE(ProcessPrivilege::GetProcessPrivileges([](const auto&) { return true; }), 0u);
+    EXPECT_TRUE(log_.Holds("OpenProcessToken [5]")) << log_.All();
+}
+
+TEST_F(Identity, TheSaverPutsTheThreadBackInBothDirections) {
+    const CAccessToken process = ProcessToken(TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_IMPERSONATE);
+    {
+        const w32utils::ImpersonationStateSaver saver;
+        EXPECT_EQ(saver.SavedToken(), nullptr);
+        ASSERT_TRUE(::ImpersonateLoggedOnUser(process.Get()));
+    }
+    EXPECT_FALSE(ThreadHasToken());  // what was added in between is gone
+
+    ASSERT_TRUE(::ImpersonateLoggedOnUser(process.Get()));
+    {
+        const UnImpersonator asProcess;
+        EXPECT_NE(asProcess.SavedToken(), nullptr);
+        EXPECT_FALSE(ThreadHasToken());
+        const UnImpersonator again;
+        EXPECT_EQ(again.SavedToken(), nullptr);
+    }
+    EXPECT_TRUE(ThreadHasToken());
+    ::RevertToSelf();
+    EXPECT_TRUE(log_.Holds("3 W32Utils/ImpersonationStateSaver")) << log_.All();
+}
+
+TEST_F(Identity, TheImpersonatorLeavesAnImpersonatingThreadAsItIs) {
+    const CAccessToken process = ProcessToken(TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_IMPERSONATE);
+    {
+        const Impersonator first(process.Get());
+        EXPECT_TRUE(first.Impersonates());
+        {
+            const Impersonator second(process.Get());
+            EXPECT_FALSE(second.Impersonates());
+            EXPECT_EQ(second.Error(), 0u);
+        }
+        EXPECT_TRUE(ThreadHasToken());  // the inner scope has not ended the outer one's work
+    }
+    EXPECT_FALSE(ThreadHasToken());
+
+    const CAccessToken useless = ProcessToken(TOKEN_QUERY);
+    const Impersonator failed(useless.Get());
+    EXPECT_FALSE(failed.Impersonates());
+    EXPECT_EQ(failed.Error(), DWORD{ERROR_ACCESS_DENIED});
+}
+
+TEST_F(Identity, PrivilegesGoOnAndBack) {
+    ASSERT_FALSE(ProcessPrivilege::IsProcessPrivilegeEnabled(SE_BACKUP_NAME));
+    {
+        const ProcessPrivilege outer(SE_BACKUP_NAME);
+        EXPECT_EQ(outer.Error(), 0u);
+        EXPECT_TRUE(ProcessPrivilege::IsProcessPrivilegeEnabled(SE_BACKUP_NAME));
+        {
+            const ProcessPrivilege inner(SE_BACKUP_NAME);  // found on, so left on
+        }
+        EXPECT_TRUE(ProcessPrivilege::IsProcessPrivilegeEnabled(SE_BACKUP_NAME));
+        {
+            const ProcessPrivilege off(SE_BACKUP_NAME, false);
+            EXPECT_FALSE(ProcessPrivilege::IsProcessPrivilegeEnabled(SE_BACKUP_NAME));
+        }
+        EXPECT_TRUE(ProcessPrivilege::IsProcessPrivilegeEnabled(SE_BACKUP_NAME));
+    }
+    EXPECT_FALSE(ProcessPrivilege::IsProcessPrivilegeEnabled(SE_BACKUP_NAME));
+    EXPECT_EQ(ProcessPrivilege(SE_CREATE_TOKEN_NAME).Error(), DWORD{ERROR_NOT_ALL_ASSIGNED});
+    EXPECT_EQ(ProcessPrivilege(L"SeNoSuchPrivilege").Error(), DWORD{ERROR_NO_SUCH_PRIVILEGE});
+    int seen = 0;
+    EXPECT_EQ(ProcessPrivilege::GetProcessPrivileges([&](const auto&) { return ++seen < 3; }), 0u);
+    EXPECT_EQ(seen, 3);
+}
+
+TEST_F(Identity, SessionsByProcessAndByToken) {
+    const DWORD process = ::GetCurrentProcessId();
+    const DWORD session = w32utils::SessionId(process, nullptr);
+    EXPECT_NE(session, w32utils::kNoSession);
+    EXPECT_EQ(w32utils::SessionId(0xfffffff0, nullptr), w32utils::kNoSession);
+    EXPECT_TRUE(log_.Holds("ProcessIdToSessionId failed [87]")) << log_.All();
+
+    // The second way, which a process that may not be asked makes necessary.
+    const CAccessToken token = ProcessToken(TOKEN_QUERY);
+    EXPECT_EQ(w32utils::SessionIdByToken(process, token.Get()), session);
+    EXPECT_EQ(w32utils::SessionIdByToken(process, nullptr), session);
+    EXPECT_EQ(w32utils::SessionIdByToken(0xfffffff0, nullptr), w32utils::kNoSession);
+    EXPECT_TRUE(log_.Holds("Error, Unable to OpenProcess(), error=[87]")) << log_.All();
+    EXPECT_TRUE(log_.Holds("Unable to OpenThreadToken(), error=[1008]")) << log_.All();
+    const CAccessToken blind = ProcessToken(TOKEN_DUPLICATE);
+    EXPECT_EQ(w32utils::SessionIdFromToken(blind.Get()), w32utils::kNoSession);
+    EXPECT_TRUE(log_.Holds("GetTokenInformation() failed [5]")) << log_.All();
+}
+
+TEST(Services, TheCollectionHandsOutTheSameInstances) {
+    const auto services = Services::ServicesCollection::Instance();
+    EXPECT_EQ(services, Services::ServicesCollection::Instance());
+    EXPECT_EQ(services->Registry(), services->Registry());
+    EXPECT_EQ(services->FileSystem(), services->FileSystem());
+    EXPECT_EQ(services->Process(), services->Process());
+    EXPECT_EQ(services->Environment(), services->Environment());
+    EXPECT_EQ(services->Services(), services->Services());
+}
+
+TEST(Handles, TheCountThatTheFixturesTrustSeesASingleHandle) {
+    const size_t before = support::ProcessState::Handles();
+    HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    EXPECT_EQ(support::ProcessState::Handles(), before + 1);
+    ::CloseHandle(event);
+    EXPECT_EQ(support::ProcessState::Handles(), before);
+}
+
+class RegistryValues : public support::LeavesNothingBehind {
+  protected:
+    static constexpr const wchar_t* kKey = L"Software\\ZrFsValuesTest";
+
+    void SetUp() override {
+        LeavesNothingBehind::SetUp();
+        ::RegCreateKeyW(HKEY_LOCAL_MACHINE, kKey, &key_);
+    }
+    void TearDown() override {
+        ::RegCloseKey(key_);
+        ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
+        LeavesNothingBehind::TearDown();
+    }
+    void Set(const wchar_t* name, DWORD type, const void* data, DWORD bytes) {
+        ASSERT_EQ(::RegSetValueExW(key_, name, 0, type, static_cast<const BYTE*>(data), bytes), 0);
+    }
+    static std::wstring Read(const wchar_t* name, DWORD expected) {
+        DWORD error = 12345;
+        std::wstring text = registry_util::read_wstring(kKey, name, &error);
+        EXPECT_EQ(error, expected);
+        return text;
+    }
+
+    HKEY key_ = nullptr;
+};
+
+TEST_F(RegistryValues, TextIsReadOfTheTypesThatCanHoldIt) {
+    Set(L"sz", REG_SZ, L"text\0\0", 12);
+    Set(L"expand", REG_EXPAND_SZ, L"%x%", 6);
+    Set(L"binary", REG_BINARY, L"b", 2);
+    Set(L"multi", REG_MULTI_SZ, L"a\0b\0", 10);
+    Set(L"none", REG_NONE, L"n", 2);
+    Set(L"dword", REG_DWORD, "\1\0\0\0", 4);
+    Set(L"odd", REG_BINARY, "abc", 3);
+    Set(L"empty", REG_SZ, nullptr, 0);
+    EXPECT_EQ(Read(L"sz", 0), L"text");
+    EXPECT_EQ(Read(L"expand", 0), L"%x%");
+    EXPECT_EQ(Read(L"binary", 0), L"b");
+    EXPECT_EQ(Read(L"multi", 0), (std::wstring(L"a\0b", 3)));
+    EXPECT_EQ(Read(L"none", 0), L"n");
+    EXPECT_EQ(Read(L"dword", ERROR_BAD_FORMAT), L"");
+    EXPECT_EQ(Read(L"odd", ERROR_MORE_DATA), L"");
+    EXPECT_EQ(Read(L"empty", 0), L"");
+    EXPECT_EQ(Read(L"missing", ERROR_FILE_NOT_FOUND), L"");
+    EXPECT_EQ(registry_util::read_wstring(L"Software\\ZrNoSuchKey", L"x", nullptr), L"");
+}
+
+TEST_F(RegistryValues, ADwordIsWrittenAlsoWhereThePathIsTooLongForOneCall) {
+    struct ShortPaths : RegistryInterface {
+        LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR kind,
+                                DWORD options, REGSAM access, LPSECURITY_ATTRIBUTES security,
+                                PHKEY result, LPDWORD disposition) override {
+            if (::wcschr(subkey, L'\\') != nullptr) return ERROR_FILENAME_EXCED_RANGE;
+            return RegistryInterface::RegCreateKeyExW(key, subkey, reserved, kind, options, access,
+                                                      security, result, disposition);
+        }
+    };
+    const std::wstring path = std::wstring(kKey) + L"\\deep\\deeper";
+    {
+        const support::ReplacedInterface<RegistryInterface> registry(
+            std::make_shared<ShortPaths>());
+        EXPECT_EQ(registry_util::write_dword(HKEY_LOCAL_MACHINE, path, L"v", 2), 0u);
+    }
+    EXPECT_EQ(registry_util::write_dword(HKEY_LOCAL_MACHINE, path + L"\\x", L"v", 3), 0u);
+    DWORD value = 0;
+    DWORD bytes = sizeof value;
+    EXPECT_EQ(::RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), L"v", RRF_RT_REG_DWORD, nullptr,
+                             &value, &bytes),
+              0);
+    EXPECT_EQ(value, 2u);
+}
+
+}  // namespace

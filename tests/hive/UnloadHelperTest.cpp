@@ -1,0 +1,158 @@
+// The road from a refused unload to the helper process and its exit code.
+#include <filesystem>
+#include <thread>
+
+#include "FS_Library_DLL/CommandLineBuilder.h"
+#include "FS_Library_DLL/LoggedOnUserClient.h"
+#include "tests/hive/HiveFixture.h"
+
+namespace hive {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr wchar_t kClientKey[] = L"Software\\Varnhold\\Ombrelle";
+
+void SetClientPath(const std::wstring& path, const wchar_t* name = L"ClientPath") {
+    ASSERT_EQ(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kClientKey, name, REG_SZ, path.c_str(),
+                                static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t))),
+              0);
+}
+void RemoveClientPath() {
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\Varnhold");
+}
+
+// The folder of a helper program: "helper" has the real one, "stand-in" one that does as the mount
+// name says.
+std::wstring HelperFolder(const std::wstring& name) {
+    wchar_t self[MAX_PATH];
+    ::GetModuleFileNameW(nullptr, self, MAX_PATH);
+    return fs::path(self).parent_path().wstring() + L"\\" + name;
+}
+
+class UnloadHelper : public HiveStore {
+  protected:
+    void SetUp() override {
+        RemoveClientPath();
+        HiveStore::SetUp();
+    }
+    void TearDown() override {
+        HiveStore::TearDown();
+        RemoveClientPath();
+    }
+    // Opens the store with a key that stays open: its root, for Wine unloads a hive in which only
+    // other keys are open.
+    int64_t OpenWithKey() {
+        OpenListed();
+        Touch(*folder_ / "user.dat.LOG1");
+        int64_t key = 0;
+        EXPECT_EQ(store_->FBR_OpenDirEx(0, L"", &key), FSSTATUS_SUCCESS);
+        return key;
+    }
+    bool LogFileExists() const { return fs::exists(*folder_ / "user.dat.LOG1"); }
+};
+
+TEST(CommandLine, QuotesOnceAndKnowsItsPrefixesAndSeparators) {
+    EXPECT_EQ(LoggedOnUserClient::ParseCommandLineHiveUnload(L"c:\\client\\ZrLoggedOnUser", L"abc"),
+              L"\"c:\\client\\ZrLoggedOnUser\" -unload \"abc\"");
+    EXPECT_EQ(LoggedOnUserClient::ParseCommandLineHiveUnload(L"\"x\"", L"\"a b\""),
+              L"\"x\" -unload \"a b\"");
+    EXPECT_EQ(CommandLineBuilder::Quoted(L"\""), L"\"\"\"");
+    CommandLineBuilder builder(L" \tprogram");
+    builder.AddOption(L"a", {L"1", L"2"}, L"--", L"=");
+    builder.AddOption(L"b", {L"3"}, L"+", L":");
+    builder.AddOption(L"c", {L"  "}, L"/", L" ");
+    EXPECT_EQ(builder.Text(), L"program --a=1=2 -b 3 /c");
+}
+
+TEST_F(UnloadHelper, TheClientsPathComesLowerCasedWithOneBackslash) {
+    std::wstring path = L"kept";
+    EXPECT_EQ(GetClientPath(path, false), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(LoggedOnUserClient::GetAgentPath(path), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(path, L"ZrLoggedOnUser");
+    EXPECT_TRUE(log_->Holds("Failed to read agent directory from Registry!"));
+    for (const wchar_t* folder : {L"C:\\Some Client", L"C:\\Some Client\\"}) {
+        SetClientPath(folder);
+        EXPECT_EQ(LoggedOnUserClient::GetAgentPath(path), 0u);
+        EXPECT_EQ(path, L"c:\\some client\\ZrLoggedOnUser");
+    }
+    SetClientPath(L"D:\\X", L"ClientPath32");
+    EXPECT_EQ(GetClientPath(path, true), 0u);
+    EXPECT_EQ(path, L"d:\\x");
+    SetClientPath(std::wstring(259, L'P'));
+    EXPECT_EQ(GetClientPath(path, false), 0u);
+    EXPECT_EQ(path, std::wstring(259, L'p'));
+    SetClientPath(std::wstring(260, L'P'));
+    EXPECT_EQ(GetClientPath(path, false), DWORD{ERROR_MORE_DATA});
+}
+
+TEST_F(UnloadHelper, WithoutAClientNothingRunsAndTheHiveStays) {
+    const int64_t key = OpenWithKey();
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_NOT_FOUND);
+    EXPECT_TRUE(log_->Holds("Trying unload via ZrLoggedOnUser"));
+    EXPECT_TRUE(log_->Holds("cannot launch helper process!"));
+    EXPECT_TRUE(IsMounted(kMount));
+    EXPECT_TRUE(LogFileExists());
+    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+}
+
+TEST_F(UnloadHelper, TheHelperUnloadsWhatIsFreeAMomentLater) {
+    SetClientPath(HelperFolder(L"helper"));
+    const int64_t key = OpenWithKey();
+    std::thread user([&] {
+        ::Sleep(500);
+        store_->FBR_CloseDirEx(key);
+    });
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS) << log_->All();
+    user.join();
+    EXPECT_TRUE(log_->Holds("Creating process with command line [\"")) << log_->All();
+    EXPECT_FALSE(IsMounted(kMount));
+    EXPECT_FALSE(LogFileExists());
+}
+
+TEST_F(UnloadHelper, TheHelpersExitCodeCounts) {
+    SetClientPath(HelperFolder(L"stand-in"));
+    EXPECT_EQ(LoggedOnUserClient::UnloadHive(L"exit 0"), 0u);
+    EXPECT_EQ(LoggedOnUserClient::UnloadHive(L"exit 70000"), 70000u);
+    // And on the whole road: the stand-in takes this mount's name for a refusal.
+    const int64_t key = OpenWithKey();
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_ACCESS_DENIED) << log_->All();
+    EXPECT_TRUE(IsMounted(kMount));
+    EXPECT_TRUE(LogFileExists());
+    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+}
+
+TEST_F(UnloadHelper, AHelperThatTakesTooLongIsLeftToItself) {
+    SetClientPath(HelperFolder(L"stand-in"));
+    EXPECT_EQ(LoggedOnUserClient::UnloadHive(L"sleep 11000"), DWORD{ERROR_TIMEOUT});
+    EXPECT_TRUE(log_->Holds("WaitForSingleObject=[258]")) << log_->All();
+}
+
+TEST_F(UnloadHelper, AHelperThatCannotBeStartedCountsAsSuccess) {
+    SetClientPath(L"C:\\no such folder");
+    const int64_t key = OpenWithKey();
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(log_->Holds("CreateProcessAsUser failed - last error [")) << log_->All();
+    EXPECT_TRUE(IsMounted(kMount));
+    EXPECT_FALSE(LogFileExists());  // the files of a hive that is mounted yet were cleaned up
+    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+}
+
+TEST_F(UnloadHelper, ATokenThatCannotBeDuplicatedIsTheAnswer) {
+    struct NoTokens : ProcessInterface {
+        BOOL DuplicateTokenEx(HANDLE, DWORD, LPSECURITY_ATTRIBUTES, SECURITY_IMPERSONATION_LEVEL,
+                              TOKEN_TYPE, PHANDLE) override {
+            ::SetLastError(ERROR_BAD_IMPERSONATION_LEVEL);
+            return FALSE;
+        }
+    };
+    SetClientPath(HelperFolder(L"stand-in"));
+    const support::ReplacedInterface<ProcessInterface> none(std::make_shared<NoTokens>());
+    EXPECT_EQ(LoggedOnUserClient::UnloadHive(L"exit 0"), DWORD{ERROR_BAD_IMPERSONATION_LEVEL});
+    EXPECT_TRUE(log_->Holds("Failed to get thread token, Windows error code[1346]"));
+    // A thread with no token has none to start a process with.
+    EXPECT_EQ(LoggedOnUserClient::LaunchProcessAsUser(L"x"), DWORD{ERROR_NO_TOKEN});
+}
+
+}  // namespace
+}  // namespace hive

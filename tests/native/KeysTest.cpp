@@ -1,0 +1,241 @@
+// Keys of the live registry: opening and creating, the root that comes back, names, deletion.
+#include <aclapi.h>
+#include <sddl.h>
+
+#include "tests/native/LiveKey.h"
+
+namespace native {
+namespace {
+
+constexpr NTSTATUS kKeyDeleted = static_cast<NTSTATUS>(0xc000017c);
+
+using NativeKeys = LiveStore;
+
+TEST_F(NativeKeys, TheRootPathLosesOneTrailingBackslashAndIsNotTouchedByOpening) {
+    EXPECT_EQ(store_->FBR_InitialiseEx(nullptr), FSSTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(store_->FBR_InitialiseEx((rootPath_ + L"\\").c_str()), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(ExistsInRegistry(kTestKey));
+    // An open of a subkey fails, and brings the root into being all the same.
+    EXPECT_EQ(Probe(L"missing"), FSSTATUS_NOT_FOUND);
+    EXPECT_TRUE(ExistsInRegistry(kTestKey));
+    const int64_t key = Key(L"x");
+    WChar* name = nullptr;
+    EXPECT_EQ(store_->FBR_GetFullName_DirEx(key, &name), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Taken(name), L"\\x");
+    store_->FBR_CloseDirEx(key);
+}
+
+TEST_F(NativeKeys, CreateMakesParentsAndTellsAnExistingKey) {
+    EXPECT_EQ(Create(L"a\\b\\c"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Create(L"a\\b\\c"), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(Create(L"\\A\\B"), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(Create(L"p\\\\q"), FSSTATUS_SUCCESS);  // an empty part is dropped
+    EXPECT_TRUE(ExistsInRegistry(kTestKey + L"\\p\\q"));
+    const int64_t parent = Key(L"a");
+    EXPECT_EQ(Create(L"d\\e", parent), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Probe(L"d\\e", parent), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Probe(L"\\d", parent), FSSTATUS_FAILED);  // stands as it is below a parent
+    EXPECT_EQ(Probe(L"\\a\\d\\e"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_CreateDirEx(0, L"n", FSCREATEOPTIONS_NONE, nullptr),
+              FSSTATUS_INVALID_PARAMETER);
+    EXPECT_FALSE(ExistsInRegistry(kTestKey + L"\\n"));
+    store_->FBR_CloseDirEx(parent);
+}
+
+TEST_F(NativeKeys, ARootNameGivesADuplicateOfTheRootAndNeverAlreadyExists) {
+    EXPECT_EQ(Create(L"child"), FSSTATUS_SUCCESS);
+    for (const wchar_t* name : {L"", L"\\"}) {
+        EXPECT_EQ(Create(name), FSSTATUS_SUCCESS);
+        int64_t root = 0;
+        ASSERT_EQ(store_->FBR_OpenDirEx(0, name, &root), FSSTATUS_SUCCESS);
+        EXPECT_EQ(Probe(L"child", root), FSSTATUS_SUCCESS);
+        WChar* fullName = nullptr;
+        EXPECT_EQ(store_->FBR_GetFullName_DirEx(root, &fullName), FSSTATUS_SUCCESS);
+        EXPECT_EQ(Taken(fullName), L"");
+        EXPECT_EQ(store_->FBR_CloseDirEx(root), FSSTATUS_SUCCESS);
+    }
+    EXPECT_EQ(Probe(L"child"), FSSTATUS_SUCCESS);  // the root itself was not closed
+}
+
+TEST_F(NativeKeys, PathOnlyHoldsNoRootAndCreatesNothingByAnOpen) {
+    store_ = Open(true);
+    EXPECT_EQ(Probe(L""), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(Probe(L"x"), FSSTATUS_NOT_FOUND);
+    EXPECT_FALSE(ExistsInRegistry(kTestKey));
+    EXPECT_EQ(Create(L"x\\y"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Create(L"\\x\\y"), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(Create(L""), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Probe(L"\\x"), FSSTATUS_SUCCESS);
+    DeleteFromRegistry(kTestKey);  // no handle stands in the way of a new key
+    EXPECT_EQ(Create(L"z"), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(ExistsInRegistry(kTestKey + L"\\z"));
+}
+
+TEST_F(NativeKeys, ARootDeletedByAnotherComesBack) {
+    EXPECT_EQ(Create(L"x"), FSSTATUS_SUCCESS);
+    DeleteFromRegistry(kTestKey);
+    EXPECT_EQ(Probe(L"x"), FSSTATUS_NOT_FOUND);
+    EXPECT_TRUE(ExistsInRegistry(kTestKey));
+
+    DeleteFromRegistry(kTestKey);
+    EXPECT_EQ(Create(L"a\\b"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Probe(L"a\\b"), FSSTATUS_SUCCESS);
+
+    // A handle of a deleted key duplicates like any other; what is handed out must live.
+    DeleteFromRegistry(kTestKey);
+    int64_t root = 0;
+    ASSERT_EQ(store_->FBR_OpenDirEx(0, L"", &root), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_SetValue(root, L"v", REG_DWORD, "\1\0\0\0", 4), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_CloseDirEx(root), FSSTATUS_SUCCESS);
+}
+
+int g_calls = 0;
+
+TEST_F(NativeKeys, AKeyThatStaysDeletedIsTriedTwiceAndReported) {
+    ASSERT_EQ(Create(L"x"), FSSTATUS_SUCCESS);
+    g_calls = 0;
+    {
+        support::ReplacedEntry always(
+            &NtDllFunctions::ZwOpenKey, +[](PHANDLE, ACCESS_MASK, POBJECT_ATTRIBUTES) -> NTSTATUS {
+                ++g_calls;
+                return kKeyDeleted;
+            });
+        EXPECT_EQ(Probe(L"x"), FSSTATUS_FAILED);
+        EXPECT_EQ(g_calls, 2);
+    }
+    g_calls = 0;
+    {
+        // The root cannot be made anew: that failure is the answer.
+        support::ReplacedEntry once(
+            &NtDllFunctions::ZwDuplicateObject,
+            +[](HANDLE, HANDLE, HANDLE, PHANDLE, ACCESS_MASK, ULONG, ULONG) -> NTSTATUS {
+                ++g_calls;
+                return kKeyDeleted;
+            });
+        support::ReplacedEntry refuses(
+            &NtDllFunctions::ZwCreateKey,
+            +[](PHANDLE, ACCESS_MASK, POBJECT_ATTRIBUTES, ULONG, PUNICODE_STRING, ULONG,
+                PULONG) -> NTSTATUS { return static_cast<NTSTATUS>(0xc0000022); });
+        EXPECT_EQ(Probe(L""), FSSTATUS_ACCESS_DENIED);
+        EXPECT_EQ(g_calls, 1);
+    }
+    EXPECT_EQ(Probe(L"x"), FSSTATUS_SUCCESS);  // and a later use finds the root again
+}
+
+// Lets everyone read a key and open nothing more.
+void MakeReadOnly(const std::wstring& subkey) {
+    HKEY key = nullptr;
+    ASSERT_EQ(::RegOpenKeyExW(HKEY_CURRENT_USER, subkey.c_str(), 0, WRITE_DAC, &key), 0);
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(
+        L"D:P(A;;0x20019;;;WD)", SDDL_REVISION_1, &descriptor, nullptr));
+    EXPECT_EQ(::RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor), 0);
+    ::LocalFree(descriptor);
+    ::RegCloseKey(key);
+}
+
+TEST_F(NativeKeys, ADeniedParentOnTheWayDoesNotStopACreate) {
+    // The whole path is refused as missing once, so that the walk over the parts runs although the
+    // last key is there.
+    ASSERT_EQ(Create(L"shut\\open"), FSSTATUS_SUCCESS);
+    MakeReadOnly(kTestKey + L"\\shut");
+    static decltype(NtDllFunctions::ZwCreateKey) real = GetNtDllFunctions()->ZwCreateKey;
+    g_calls = 0;
+    support::ReplacedEntry first(
+        &NtDllFunctions::ZwCreateKey,
+        +[](PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES name, ULONG title,
+            PUNICODE_STRING kind, ULONG options, PULONG disposition) -> NTSTATUS {
+            if (++g_calls == 1) return static_cast<NTSTATUS>(0xc0000034);
+            return real(key, access, name, title, kind, options, disposition);
+        });
+    EXPECT_EQ(Create(L"shut\\open"), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(g_calls, 3);
+    // When the last key cannot be had either, the answer is the refusal and not the last failure.
+    g_calls = 0;
+    EXPECT_EQ(Create(L"shut\\new*\\x"), FSSTATUS_SUCCESS);  // Wine allows a child there
+    EXPECT_EQ(Create(L"shut"), FSSTATUS_ACCESS_DENIED);
+}
+
+TEST_F(NativeKeys, AWalkThatEndsInAFailureAfterARefusalReportsTheRefusal) {
+    ASSERT_EQ(Create(L"x"), FSSTATUS_SUCCESS);
+    g_calls = 0;
+    support::ReplacedEntry walk(
+        &NtDllFunctions::ZwCreateKey,
+        +[](PHANDLE, ACCESS_MASK, POBJECT_ATTRIBUTES, ULONG, PUNICODE_STRING, ULONG,
+            PULONG) -> NTSTATUS {
+            // The path, then its parts: refused, then another failure, which ends the walk.
+            constexpr ULONG kAnswers[] = {0xc0000034, 0xc0000022, 0xc000003a, 0};
+            return static_cast<NTSTATUS>(kAnswers[g_calls++]);
+        });
+    EXPECT_EQ(Create(L"a\\b\\c"), FSSTATUS_ACCESS_DENIED);
+    EXPECT_EQ(g_calls, 3);
+}
+
+TEST_F(NativeKeys, VolatileGoesForParentsToo) {
+    int64_t key = 0;
+    ASSERT_EQ(store_->FBR_CreateDirEx(0, L"v\\w", FSCREATEOPTIONS_VOLATILE, &key),
+              FSSTATUS_SUCCESS);
+    store_->FBR_CloseDirEx(key);
+    // A lasting key cannot stand below one that goes: so the parent is such a key as well.
+    EXPECT_EQ(Create(L"v\\lasting"), FSSTATUS_FAILED);
+}
+
+TEST_F(NativeKeys, NamesDuplicatesRenameAndTimes) {
+    const int64_t key = Key(L"one\\two");
+    WChar* name = nullptr;
+    EXPECT_EQ(store_->FBR_GetName_DirEx(key, &name), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Taken(name), L"two");
+    EXPECT_EQ(Create(L"one\\taken"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, L"TAKEN"), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, L"a\\b"), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, L"other and longer"), FSSTATUS_SUCCESS);
+
+    int64_t copy = 0;
+    EXPECT_EQ(store_->FBR_DuplicateDirHandleEx(key, &copy), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_GetFullName_DirEx(copy, &name), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Taken(name), L"\\one\\other and longer");
+
+    FBR_SYSTEMTIME time{};
+    SYSTEMTIME now;
+    ::GetSystemTime(&now);
+    EXPECT_EQ(store_->FBR_GetDirTimesEx(copy, &time), FSSTATUS_SUCCESS);
+    EXPECT_EQ(time.wYear, now.wYear);
+    EXPECT_EQ(store_->FBR_GetDirTimesEx(copy, nullptr), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_CloseDirEx(copy), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_CloseDirEx(copy), FSSTATUS_INVALID_HANDLE);
+    EXPECT_EQ(store_->FBR_GetName_DirEx(copy, &name), FSSTATUS_INVALID_HANDLE);
+
+    // A key above the root is shorter than the root's path.
+    HKEY user = nullptr;
+    ASSERT_EQ(::RegOpenKeyExW(HKEY_CURRENT_USER, L"Software", 0, KEY_READ, &user), 0);
+    EXPECT_EQ(store_->FBR_GetFullName_DirEx(reinterpret_cast<int64_t>(user), &name),
+              FSSTATUS_FAILED);
+    ::RegCloseKey(user);
+}
+
+TEST_F(NativeKeys, DeletesOneKeyAndWholeTrees) {
+    const int64_t key = Key(L"t\\a\\b");
+    EXPECT_EQ(Create(L"t\\a\\c"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_DeleteDirEx(key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Probe(L"t\\a\\b"), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);  // the handle outlives the key
+
+    const int64_t full = Key(L"t");
+    EXPECT_NE(store_->FBR_DeleteDirEx(full), FSSTATUS_SUCCESS);
+    store_->FBR_CloseDirEx(full);
+    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(L"t"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Probe(L"t"), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(L"t"), FSSTATUS_NOT_FOUND);
+}
+
+TEST_F(NativeKeys, KeyHandlesOutliveTheStore) {
+    const int64_t key = Key(L"x");
+    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    store_ = Open(false);
+    EXPECT_EQ(store_->FBR_SetValue(key, L"v", REG_SZ, L"t", 4), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+}
+
+}  // namespace
+}  // namespace native

@@ -1,0 +1,207 @@
+// Values and enumeration in the live registry.
+#include <algorithm>
+#include <cstring>
+#include <set>
+
+#include "tests/native/LiveKey.h"
+#include "tests/support/FailingHeap.h"
+
+namespace native {
+namespace {
+
+class NativeValues : public LiveStore {
+  protected:
+    void SetUp() override {
+        LiveStore::SetUp();
+        key_ = Key(L"k");
+    }
+    void TearDown() override {
+        EXPECT_EQ(store_->FBR_CloseDirEx(key_), FSSTATUS_SUCCESS);
+        LiveStore::TearDown();
+    }
+    FBR_STATUS Set(const std::wstring& name, const std::string& data, uint32_t type = REG_BINARY) {
+        return store_->FBR_SetValue(key_, name.c_str(), type, data.data(), data.size());
+    }
+
+    int64_t key_ = 0;
+};
+
+std::string Pattern(size_t bytes) {
+    std::string data(bytes, '\0');
+    for (size_t i = 0; i < bytes; ++i) data[i] = static_cast<char>('a' + i % 23);
+    return data;
+}
+
+// Every length around the room that a first query has to spare, with short and long names, into
+// buffers of every length around the data's: never a byte too many, the bytes that fit, and a
+// status that tells.
+TEST_F(NativeValues, QueriesAnswerRightForEveryShortfall) {
+    for (const std::wstring& name : {std::wstring(L"n"), std::wstring(40, L'n')}) {
+        for (size_t length : {1, 3, 4, 5, 23, 24, 25, 500, 5000}) {
+            const std::string data = Pattern(length);
+            ASSERT_EQ(Set(name, data, 77), FSSTATUS_SUCCESS);
+            for (size_t room = length > 3 ? length - 3 : 0; room < length + 3; ++room) {
+                std::string buffer(length + 8, '#');
+                uint64_t size = 0;
+                uint32_t type = 0;
+                const FBR_STATUS status =
+                    store_->FBR_QueryValue(key_, name.c_str(), buffer.data(), room, &size, &type);
+                EXPECT_EQ(size, length);
+                EXPECT_EQ(type, 77u);
+                const size_t given = std::min(room, length);
+                EXPECT_EQ(buffer.substr(0, given), data.substr(0, given)) << length << "/" << room;
+                EXPECT_EQ(buffer.substr(given), std::string(buffer.size() - given, '#'));
+                if (room >= length || status != FSSTATUS_BUFFER_OVERFLOW) {
+                    EXPECT_EQ(status, FSSTATUS_SUCCESS) << length << "/" << room;
+                }
+                if (name.size() > 2 && room < length) {
+                    EXPECT_EQ(status, FSSTATUS_BUFFER_OVERFLOW);
+                }
+            }
+        }
+    }
+}
+
+TEST_F(NativeValues, SizeQueriesEmptyValuesAndMissingOnes) {
+    uint64_t size = 99;
+    uint32_t type = 99;
+    ASSERT_EQ(Set(L"empty", ""), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_QueryValue(key_, L"empty", nullptr, 0, &size, &type), FSSTATUS_SUCCESS);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(type, static_cast<uint32_t>(REG_BINARY));
+    ASSERT_EQ(Set(L"long", Pattern(100)), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_QueryValue(key_, L"long", nullptr, 0, &size, nullptr),
+              FSSTATUS_BUFFER_OVERFLOW);
+    EXPECT_EQ(size, 100u);
+    EXPECT_EQ(store_->FBR_QueryValue(key_, L"long", nullptr, 0, nullptr, nullptr),
+              FSSTATUS_BUFFER_OVERFLOW);
+    EXPECT_EQ(store_->FBR_QueryValue(key_, L"none", nullptr, 0, &size, &type), FSSTATUS_NOT_FOUND);
+    // Sizes are counted in 32 bits: one that becomes no buffer at all is refused.
+    char byte;
+    EXPECT_EQ(store_->FBR_QueryValue(key_, L"long", &byte, 0xFFFFFFE8u, &size, &type),
+              FSSTATUS_FAILED);
+    EXPECT_EQ(store_->FBR_SetValue(key_, L"huge", REG_BINARY, &byte, uint64_t{1} << 32),
+              FSSTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(store_->FBR_SetValue(key_, L"null", REG_BINARY, nullptr, 4),
+              FSSTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(store_->FBR_SetValue(key_, L"null", REG_NONE, nullptr, 0), FSSTATUS_SUCCESS);
+}
+
+TEST_F(NativeValues, TheUnnamedValueIsNotTheOneCalledDefault) {
+    ASSERT_EQ(Set(L"(Default)", "named"), FSSTATUS_SUCCESS);
+    ASSERT_EQ(Set(L"", "unnamed"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_DeleteValue(key_, L""), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->FBR_DeleteValue(key_, L""), FSSTATUS_NOT_FOUND);
+    std::vector<WString> names;
+    EXPECT_EQ(store_->FBR_EnumerateAllValues(key_, names), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(names, std::vector<WString>{L"(Default)"});
+}
+
+TEST_F(NativeValues, EnumeratesNamesOfEveryLength) {
+    std::set<WString> expected;
+    for (size_t length : {0, 1, 2, 3, 255, 2040, 2060, 16383}) {
+        const WString name(length, L'v');
+        expected.insert(name);
+        ASSERT_EQ(Set(name, "x"), FSSTATUS_SUCCESS);
+    }
+    std::vector<WString> all{L"before"};
+    EXPECT_EQ(store_->FBR_EnumerateAllValues(key_, all), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(all.front(), L"before");  // names are added, what was there stays
+    EXPECT_EQ(std::set<WString>(all.begin() + 1, all.end()), expected);
+
+    std::set<WString> single;
+    WChar* name = nullptr;
+    for (uint32_t i = 0; store_->FBR_EnumIntFileEx(key_, i, &name) == FSSTATUS_SUCCESS; ++i) {
+        single.insert(Taken(name));
+    }
+    EXPECT_EQ(single, expected);
+    EXPECT_EQ(store_->FBR_EnumIntFileEx(key_, 8, &name), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(store_->FBR_EnumIntFileEx(key_, 0, nullptr), FSSTATUS_SUCCESS);
+
+    all.clear();
+    EXPECT_EQ(store_->FBR_EnumerateAllKeys(key_, all), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_TRUE(all.empty());
+}
+
+TEST_F(NativeValues, EnumeratesTenThousandSubkeys) {
+    constexpr int kCount = 10000;
+    for (int i = 0; i < kCount; ++i) {
+        int64_t child = 0;
+        ASSERT_EQ(
+            store_->FBR_CreateDirEx(key_, std::to_wstring(i).c_str(), FSCREATEOPTIONS_NONE, &child),
+            FSSTATUS_SUCCESS);
+        store_->FBR_CloseDirEx(child);
+    }
+    std::vector<WString> names;
+    EXPECT_EQ(store_->FBR_EnumerateAllKeys(key_, names), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(names.size(), size_t{kCount});
+    EXPECT_EQ(std::set<WString>(names.begin(), names.end()).size(), size_t{kCount});
+    WChar* name = nullptr;
+    EXPECT_EQ(store_->FBR_EnumIntDirEx(key_, kCount - 1, &name), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Taken(name), names.back());
+    EXPECT_EQ(store_->FBR_EnumIntDirEx(key_, kCount, &name), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(L"k"), FSSTATUS_SUCCESS);
+}
+
+TEST_F(NativeValues, NoMemoryIsToldAndLeavesNothing) {
+    ASSERT_EQ(Set(L"value", Pattern(1000)), FSSTATUS_SUCCESS);
+    WChar* name = nullptr;
+    char buffer[1000];
+    {
+        support::FailingHeap heap(1, true);
+        EXPECT_EQ(store_->FBR_EnumIntFileEx(key_, 0, &name), FSSTATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(store_->FBR_GetName_DirEx(key_, &name), FSSTATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(store_->FBR_GetFullName_DirEx(key_, &name), FSSTATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(store_->FBR_QueryValue(key_, L"value", buffer, sizeof buffer, nullptr, nullptr),
+                  FSSTATUS_OUT_OF_MEMORY);
+        std::vector<WString> names;
+        EXPECT_EQ(store_->FBR_EnumerateAllValues(key_, names), FSSTATUS_OUT_OF_MEMORY);
+    }
+    EXPECT_EQ(name, nullptr);
+    EXPECT_EQ(store_->FBR_QueryValue(key_, L"value", buffer, sizeof buffer, nullptr, nullptr),
+              FSSTATUS_SUCCESS);
+}
+
+// A provider of the native functions that lies about lengths is refused, and never read past.
+TEST_F(NativeValues, LyingAnswersAreRefused) {
+    using Answer = NTSTATUS(NTAPI*)(HANDLE, ULONG, ULONG, PVOID, ULONG, PULONG);
+    std::vector<WString> names;
+    WChar* name = nullptr;
+    {
+        support::ReplacedEntry endless(
+            &NtDllFunctions::ZwEnumerateKey,
+            Answer([](HANDLE, ULONG, ULONG, PVOID, ULONG bytes, PULONG needed) -> NTSTATUS {
+                *needed = bytes;
+                return static_cast<NTSTATUS>(0x80000005);
+            }));
+        EXPECT_EQ(store_->FBR_EnumerateAllKeys(key_, names), FSSTATUS_BUFFER_OVERFLOW);
+        EXPECT_EQ(store_->FBR_EnumIntDirEx(key_, 0, &name), FSSTATUS_BUFFER_OVERFLOW);
+    }
+    support::ReplacedEntry tooLong(
+        &NtDllFunctions::ZwEnumerateKey,
+        Answer([](HANDLE, ULONG, ULONG, PVOID answer, ULONG, PULONG) -> NTSTATUS {
+            const ULONG length = 0x7fffffff;
+            std::memcpy(static_cast<char*>(answer) + 12, &length, sizeof length);
+            return 0;
+        }));
+    EXPECT_EQ(store_->FBR_EnumerateAllKeys(key_, names), FSSTATUS_FAILED);
+    EXPECT_EQ(store_->FBR_EnumIntDirEx(key_, 0, &name), FSSTATUS_FAILED);
+    EXPECT_EQ(name, nullptr);
+    EXPECT_TRUE(names.empty());
+
+    ASSERT_EQ(Set(L"v", Pattern(8)), FSSTATUS_SUCCESS);
+    support::ReplacedEntry farAway(
+        &NtDllFunctions::ZwQueryValueKey,
+        +[](HANDLE, PUNICODE_STRING, ULONG, PVOID answer, ULONG, PULONG needed) -> NTSTATUS {
+            const ULONG fields[] = {0, 3, 0xfffffff0, 8};
+            std::memcpy(answer, fields, sizeof fields);
+            *needed = 28;
+            return 0;
+        });
+    char buffer[8];
+    EXPECT_EQ(store_->FBR_QueryValue(key_, L"v", buffer, sizeof buffer, nullptr, nullptr),
+              FSSTATUS_FAILED);
+}
+
+}  // namespace
+}  // namespace native
