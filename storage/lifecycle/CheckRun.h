@@ -1,0 +1,108 @@
+// What one run of check and repair knows of a container, and the steps it is made of. The run
+// works on the file itself: no cache, no transaction, no objects.
+#pragma once
+
+#include "storage/StorageApi.h"
+#include "storage/core/Context.h"
+#include "storage/core/PageIo.h"
+
+namespace storage {
+
+// Codes of CheckCallback.
+enum CheckCode : uint32_t {
+    kCheckRead = 1,
+    kCheckLinks = 2,
+    kCheckReferences = 3,
+    kCheckWrite = 4,
+    kFoundBadLink = 8,
+    kFoundLostPage = 9,
+    kFoundBadEntry = 15,
+};
+
+// The first 36 bytes of a page. For pages other than a HeaderPage the last three words are not
+// looked at through this, but for recordType and recordInfo in parentId's place.
+using PageDigest = HeaderPageHeader;
+
+struct CheckRun {
+    StorageContext* context = nullptr;
+    bool repair = false;
+    bool deep = false;
+    bool writable = false;
+    CheckCallback callback = nullptr;
+    void* userData = nullptr;
+
+    uint32_t pages = 0;  // T
+    uint8_t clean = 255;
+    bool cancelled = false;
+    uint32_t findings = 0;
+    uint32_t walked = 0;  // pages told of with kCheckLinks
+    uint32_t maxId = 0;
+    PageDigest* digests = nullptr;
+    uint16_t* slots = nullptr;  // of each page, as the map has them
+    uint8_t* marks = nullptr;
+    uint8_t* map = nullptr;     // page buffers
+    uint8_t* header = nullptr;  // the page that is being walked
+    uint8_t* other = nullptr;
+
+    CheckRun() = default;
+    CheckRun(const CheckRun&) = delete;
+    CheckRun& operator=(const CheckRun&) = delete;
+    ~CheckRun();
+
+    uint16_t RecordInfo(uint32_t page) const {
+        return static_cast<uint16_t>(digests[page].parentId >> 16);
+    }
+};
+
+enum PageMark : uint8_t {
+    kMarkInUse = 1,    // reached from the root
+    kMarkChanged = 2,  // the digest differs from the page
+};
+
+// An object to be walked.
+struct CheckItem {
+    uint32_t headerPage;
+    uint16_t streamType;
+};
+
+// Tells the callback; a cancel it answers with is noted.
+void Tell(CheckRun* run, uint32_t code, uint32_t a, uint32_t b);
+void TellBadLink(CheckRun* run, uint32_t page);
+void TellBadEntry(CheckRun* run, uint32_t page, const DirectoryEntry& entry);
+
+// A page with its digest in place of its header.
+Status LoadChecked(CheckRun* run, uint32_t page, uint8_t* buffer);
+// Puts the page where it belongs, in a repair run only, and takes its digest from it.
+Status StoreChecked(CheckRun* run, uint32_t page, const uint8_t* buffer);
+void NoteChange(CheckRun* run, uint32_t page);
+
+// True when `page` is a page of this kind and owner, which says that `from` refers to it, and
+// which nothing else has claimed.
+bool CanClaim(const CheckRun* run, uint32_t page, uint32_t from, uint16_t kind, uint32_t fileId);
+// The page is in use from now on; listPage must be `listPage`.
+void Claim(CheckRun* run, uint32_t page, uint32_t listPage);
+// CanClaim and Claim; a page that `from` has claimed already is told of.
+bool TryClaim(CheckRun* run, uint32_t page, uint32_t from, uint16_t kind, uint32_t fileId);
+// Claims the pages behind a claimed one, and cuts the chain where it goes wrong. *count, if
+// given, gets the number of pages from `first` on, *last the last of them.
+void ClaimChain(CheckRun* run, uint32_t first, uint32_t* count, uint32_t* last);
+
+// Walks all that the root reaches. kNotContainer when there is no root.
+Status CheckObjects(CheckRun* run);
+// The entries at `bytes`, in page `page` of directory `fileId`. Objects found are added to `work`.
+Status CheckEntries(CheckRun* run, uint32_t page, uint8_t* bytes, uint32_t count, uint32_t fileId,
+                    ItemList<CheckItem>* work, bool* changed);
+
+// The chain of an object's stream and the index of it.
+struct CheckStream {
+    uint32_t first = 0;  // claimed already; 0 for a stream without pages
+    uint16_t kind = 0;
+    uint32_t method = 0;
+    uint32_t pagesPerBlock = 1;
+    uint32_t index = 0;       // link of the PageListRecord, 0 without one
+    uint32_t indexOwner = 0;  // HeaderPage of that record
+};
+// *indexIsGood tells whether the index record may stay.
+Status CheckStreamPages(CheckRun* run, const CheckStream& stream, bool* indexIsGood);
+
+}  // namespace storage
