@@ -19,7 +19,7 @@ uint32_t UnitsUsed(const uint8_t* units, uint32_t count) {
 Status RightNameLength(CheckRun* run, const DirectoryEntry& entry, uint32_t* length) {
     *length = entry.nameLength;
     if (entry.namePage == 0) {
-        if (*length > kEntryNameUnits)
+        if (*length == 0 || *length > kEntryNameUnits)
             *length = UnitsUsed(reinterpret_cast<const uint8_t*>(entry.name), kEntryNameUnits);
         return kOk;
     }
