@@ -1,12 +1,16 @@
-// bench_store [--keys N] [--dir FOLDER]
+// bench_store [--keys N] [--dir FOLDER] [--clock wall or cpu] [--only TEXT] [--times N]
 //
 // Measures the key store in multiples of the bare page transfers of the same run, and says which
 // goals are met. Exit status 0 when all are, 3 when one is missed, 1 when an operation fails.
+// --only runs the phases whose names hold TEXT, --times each of them N times, for a look with a
+// profiler. With the clock "cpu" the time of the process counts, for machines that are busy with
+// other work.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 
 #include "bench/BareFile.h"
@@ -105,7 +109,7 @@ class StoreBench {
         for (uint32_t key = 0; key < Handles(); ++key) {
             timer.Start();
             names_.clear();
-            Check(FBR_EnumerateAllValues(handles_[key], names_, store_), "FBR_EnumerateAllValues");
+            EnumerateAll(handles_[key]);
             timer.Stop(names_.size());
         }
         return timer;
@@ -116,7 +120,7 @@ class StoreBench {
         for (uint32_t key = 0; key < Handles(); ++key) {
             timer.Start();
             names_.clear();
-            Check(FBR_EnumerateAllValues(handles_[key], names_, store_), "FBR_EnumerateAllValues");
+            EnumerateAll(handles_[key]);
             for (const Text& name : names_) {
                 uint64_t size = 0;
                 uint32_t type = 0;
@@ -217,6 +221,11 @@ class StoreBench {
     void Open() {
         Check(FBR_InitialiseEx(path_.c_str(), &store_, FS_VR_METHOD_TARN), "FBR_InitialiseEx");
     }
+    // A complete walk answers that there are no more.
+    void EnumerateAll(FBR_KEY key) {
+        if (FBR_EnumerateAllValues(key, names_, store_) != FSSTATUS_NO_MORE_ENTRIES)
+            throw std::runtime_error("FBR_EnumerateAllValues did not reach the end");
+    }
     void Set(FBR_KEY key, const ValueData& value) {
         Check(FBR_SetValue(key, value.name.c_str(), value.type, value.data.data(),
                            value.data.size(), store_),
@@ -249,43 +258,75 @@ class StoreBench {
     uint8_t buffer_[16384];
 };
 
-int Run(const std::filesystem::path& folder, uint32_t keys) {
-    std::filesystem::create_directories(folder);
-    const std::filesystem::path path = folder / "bench.fbr";
+struct Phase {
+    const char* name;
+    Unit unit;
+    double goal;  // 0 for none
+    std::function<Timer()> run;
+};
+
+// In this order; the values of the content are all there when the first one begins.
+std::vector<Phase> Phases(StoreBench* store) {
+    const auto reopen = [=] {
+        store->OpenManyHandles();
+        return Timer();
+    };
+    return {
+        {"overwrite a value, same size", Unit::PageWrites, 14,
+         [=] { return store->Overwrite(100); }},
+        {"query a value, uniform", Unit::PageReads, 8, [=] { return store->Query(200); }},
+        {"query a value, 100 hot ones", Unit::PageReads, 2, [=] { return store->Query(200, 100); }},
+        {"enumerate names and data, a value", Unit::PageReads, 3,
+         [=] { return store->EnumerateNamesAndData(); }},
+        {"enumerate names only, a value", Unit::PageReads, 0,
+         [=] { return store->EnumerateNames(); }},
+        {"enumerate names by index, a value", Unit::PageReads, 0,
+         [=] { return store->EnumerateByIndex(); }},
+        {"reopen and read one value", Unit::PageReads, 400, [=] { return store->Reopen(200); }},
+        {"set a new value, 2,000 handles", Unit::PageWrites, 0,
+         [=] { return store->SetMore(200, "few "); }},
+        {nullptr, Unit::PageReads, 0, reopen},
+        {"set a new value, 12,000 handles", Unit::PageWrites, 0,
+         [=] { return store->SetMore(200, "many "); }},
+        {"overwrite, 12,000 handles", Unit::PageWrites, 14, [=] { return store->Overwrite(50); }},
+        {"query 100 hot ones, 12,000 handles", Unit::PageReads, 2,
+         [=] { return store->Query(100, 100); }},
+        {nullptr, Unit::PageReads, 0, [=] { return store->Reopen(1); }},
+        {"delete a key with its 20 values", Unit::PageWrites, 40,
+         [=] { return store->DeleteKeys(500); }},
+    };
+}
+
+struct Options {
+    std::filesystem::path folder = std::filesystem::temp_directory_path() / "zrfs-bench";
+    uint32_t keys = 2000;
+    std::string only;  // phases whose names hold this
+    int times = 1;     // each of these phases
+};
+
+int Run(const Options& options) {
+    std::filesystem::create_directories(options.folder);
+    const std::filesystem::path path = options.folder / "bench.fbr";
     std::filesystem::remove(path);
-    StoreBench store(path, keys);
+    StoreBench store(path, options.keys);
     const Timer set = store.SetNew();
     const uint32_t pages = static_cast<uint32_t>(std::filesystem::file_size(path) / kPage);
     Timer write, read;
-    MeasureBare(folder / "yardstick", pages, &write, &read);
+    MeasureBare(options.folder / "yardstick", pages, &write, &read);
 
-    std::printf("%u keys with %u values, %u pages\n", keys, kValuesPerKey, pages);
+    std::printf("%u keys with %u values, %u pages\n", options.keys, kValuesPerKey, pages);
     Report report(write.MedianNs(), read.MedianNs());
     report.Line("set a new value", set, Unit::PageWrites, 12);
-    report.Line("overwrite a value, same size", store.Overwrite(100), Unit::PageWrites, 14);
-    report.Line("query a value, uniform", store.Query(200), Unit::PageReads, 8);
-    report.Line("query a value, 100 hot ones", store.Query(200, 100), Unit::PageReads, 2);
-    report.Line("enumerate names and data, a value", store.EnumerateNamesAndData(), Unit::PageReads,
-                3);
-    report.Line("enumerate names only, a value", store.EnumerateNames(), Unit::PageReads, 0);
-    report.Line("enumerate names by index, a value", store.EnumerateByIndex(), Unit::PageReads, 0);
-    report.Line("reopen and read one value", store.Reopen(200), Unit::PageReads, 400);
-
-    std::printf("\nwith few and with %u open handles\n", kManyHandles);
-    report.Line("set a new value", store.SetMore(200, "few "), Unit::PageWrites, 0);
-    report.Line("query a value, 100 hot ones", store.Query(100, 100), Unit::PageReads, 0);
-    store.OpenManyHandles();
-    report.Line("set a new value, many handles", store.SetMore(200, "many "), Unit::PageWrites, 0);
-    report.Line("overwrite a value, many handles", store.Overwrite(50), Unit::PageWrites, 14);
-    report.Line("query a value, 100 hot ones, many handles", store.Query(100, 100), Unit::PageReads,
-                2);
-    store.Reopen(1);  // few handles again
-
-    std::printf("\n");
-    report.Line("delete a key with its 20 values", store.DeleteKeys(500), Unit::PageWrites, 40);
+    for (const Phase& phase : Phases(&store)) {
+        const bool silent = phase.name == nullptr;
+        if (!silent && std::strstr(phase.name, options.only.c_str()) == nullptr) continue;
+        Timer timer = phase.run();
+        for (int again = 1; again < options.times && !silent; ++again) timer = phase.run();
+        if (!silent) report.Line(phase.name, timer, phase.unit, phase.goal);
+    }
     store.Close();
     std::filesystem::remove(path);
-    std::filesystem::remove(folder / "yardstick");
+    std::filesystem::remove(options.folder / "yardstick");
     return report.Missed() == 0 ? 0 : 3;
 }
 
@@ -293,15 +334,17 @@ int Run(const std::filesystem::path& folder, uint32_t keys) {
 }  // namespace bench
 
 int main(int argc, char** argv) {
-    uint32_t keys = 2000;
-    std::filesystem::path folder = std::filesystem::temp_directory_path() / "zrfs-bench";
+    bench::Options options;
     for (int i = 1; i + 1 < argc; i += 2) {
-        if (std::strcmp(argv[i], "--keys") == 0)
-            keys = static_cast<uint32_t>(std::max(1, std::atoi(argv[i + 1])));
-        if (std::strcmp(argv[i], "--dir") == 0) folder = argv[i + 1];
+        const std::string name = argv[i], value = argv[i + 1];
+        if (name == "--keys") options.keys = static_cast<uint32_t>(std::max(1, std::stoi(value)));
+        if (name == "--dir") options.folder = value;
+        if (name == "--only") options.only = value;
+        if (name == "--times") options.times = std::stoi(value);
+        if (name == "--clock") bench::Timer::UseCpuClock(value == "cpu");
     }
     try {
-        return bench::Run(folder, keys);
+        return bench::Run(options);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "bench_store: %s\n", error.what());
         return 1;

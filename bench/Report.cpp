@@ -1,12 +1,20 @@
 #include "bench/Report.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <ctime>
 
 namespace bench {
 
+double Timer::NowNs() {
+    if (cpuClock_) return static_cast<double>(std::clock()) * (1e9 / CLOCKS_PER_SEC);
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration<double, std::nano>(now).count();
+}
+
 void Timer::Stop(uint64_t operations) {
-    const double ns = std::chrono::duration<double, std::nano>(Clock::now() - start_).count();
+    const double ns = NowNs() - start_;
     totalNs_ += ns;
     operations_ += operations;
     if (operations > 0) perOperation_.push_back(ns / static_cast<double>(operations));

@@ -1,7 +1,6 @@
 // Timing by medians, and the lines of the report.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,16 +10,21 @@ namespace bench {
 // Times of batches of one operation.
 class Timer {
   public:
-    void Start() { start_ = Clock::now(); }
+    void Start() { start_ = NowNs(); }
     // Ends a batch of `operations`.
     void Stop(uint64_t operations);
     // Median over the batches of the time for one operation; the mean over all operations.
     double MedianNs() const;
     double MeanNs() const;
 
+    // For all timers: the time that this process runs instead of the time that passes.
+    static void UseCpuClock(bool use) { cpuClock_ = use; }
+
   private:
-    using Clock = std::chrono::steady_clock;
-    Clock::time_point start_;
+    static double NowNs();
+
+    static inline bool cpuClock_ = false;
+    double start_ = 0;
     std::vector<double> perOperation_;
     double totalNs_ = 0;
     uint64_t operations_ = 0;
