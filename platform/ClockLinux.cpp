@@ -13,18 +13,38 @@ timespec Monotonic() {
     return now;
 }
 
+// The clock is read far more often than the day changes.
+struct Day {
+    time_t number;  // since 1970-01-01
+    UtcTime start;
+};
+
+Day DayOf(time_t now, time_t secondsADay) {
+    tm parts{};
+    gmtime_r(&now, &parts);
+    UtcTime start{};
+    start.year = static_cast<uint16_t>(parts.tm_year + 1900);
+    start.month = static_cast<uint16_t>(parts.tm_mon + 1);
+    start.day = static_cast<uint16_t>(parts.tm_mday);
+    return {now / secondsADay, start};
+}
+
 }  // namespace
 
 UtcTime UtcNow() noexcept {
     if (hooks::clockSource != nullptr) return hooks::clockSource();
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    tm parts{};
-    gmtime_r(&now.tv_sec, &parts);
-    return {static_cast<uint16_t>(parts.tm_year + 1900), static_cast<uint16_t>(parts.tm_mon + 1),
-            static_cast<uint16_t>(parts.tm_mday),        static_cast<uint16_t>(parts.tm_hour),
-            static_cast<uint16_t>(parts.tm_min),         static_cast<uint16_t>(parts.tm_sec),
-            static_cast<uint16_t>(now.tv_nsec / 1000000)};
+    constexpr time_t kDay = 86400;
+    thread_local Day day{-1, {}};
+    if (now.tv_sec / kDay != day.number || now.tv_sec < 0) day = DayOf(now.tv_sec, kDay);
+    const uint32_t second = static_cast<uint32_t>(now.tv_sec % kDay + kDay) % kDay;
+    UtcTime time = day.start;
+    time.hour = static_cast<uint16_t>(second / 3600);
+    time.minute = static_cast<uint16_t>(second / 60 % 60);
+    time.second = static_cast<uint16_t>(second % 60);
+    time.millisecond = static_cast<uint16_t>(now.tv_nsec / 1000000);
+    return time;
 }
 
 uint32_t TickCount() noexcept {

@@ -22,9 +22,9 @@ uint32_t DaysIn(uint32_t month, uint32_t year) {
 
 int64_t OrdinalDay(const platform::UtcTime& time) {
     const uint32_t before = time.year - 1u;
-    int64_t day = int64_t{before} * 365 + before / 4 - before / 100 + before / 400 + time.day;
-    for (uint32_t month = 1; month < time.month; ++month) day += DaysIn(month, time.year);
-    return day;
+    constexpr uint16_t kBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+    const int64_t day = int64_t{before} * 365 + before / 4 - before / 100 + before / 400 + time.day;
+    return day + kBefore[time.month - 1] + (time.month > 2 && IsLeap(time.year) ? 1 : 0);
 }
 
 }  // namespace

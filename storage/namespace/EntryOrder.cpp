@@ -99,6 +99,15 @@ uint32_t PositionOf(FileObject* directory, const DirEntry* entry) {
     return place < 0 ? list.Count() : static_cast<uint32_t>(place);
 }
 
+// Callers ask for one name again and again.
+inline bool IsAt(const PointerList<DirEntry>& list, uint32_t position, const WChar* text,
+                 uint32_t units, bool caseSensitive) {
+    if (position >= list.Count()) return false;
+    const DirEntry* entry = list[position];
+    return IsComplete(entry) && entry->nameUnits == units &&
+           CompareUnits(entry->name, units, text, units, caseSensitive) == 0;
+}
+
 }  // namespace
 
 int CompareEntries(const DirEntry* a, const DirEntry* b, bool caseSensitive) {
@@ -127,6 +136,7 @@ void SortEntries(FileObject* directory) {
     PointerList<DirEntry>& list = directory->children;
     if (!std::is_sorted(list.begin(), list.end(), before))
         std::sort(list.begin(), list.end(), before);
+    directory->lastFound = 0;
     directory->flags &= ~kSortedSensitive;
     if (caseSensitive) directory->flags |= kSortedSensitive;
 }
@@ -141,6 +151,11 @@ Status FindEntry(FileObject* directory, WStringView name, bool* found, uint32_t*
     PointerList<DirEntry>& list = directory->children;
     const WChar* text = name.data();
     const uint32_t units = static_cast<uint32_t>(name.size());
+    if (IsAt(list, directory->lastFound, text, units, caseSensitive)) {
+        *found = true;
+        *position = directory->lastFound;
+        return kOk;
+    }
     uint32_t low = 0;
     for (uint32_t high = list.Count(); low < high;) {
         const uint32_t mid = low + (high - low) / 2;
@@ -164,7 +179,7 @@ Status FindEntry(FileObject* directory, WStringView name, bool* found, uint32_t*
         else
             high = mid;
     }
-    *position = low;
+    *position = directory->lastFound = low;
     return kOk;
 }
 

@@ -63,6 +63,7 @@ enum ObjectFlag : uint32_t {
     kStreamChanged = 0x4000,     // so may the stream
     kStreamReady = 0x8000,       // the stream record is there
     kBlockSettingsKnown = 0x10000,
+    kObjectRemembered = 0x20000,  // the path cache may know it, or something below it
 };
 inline constexpr uint32_t kCommitClears = 0xF | kDirectoryChanged | kStreamChanged;
 
@@ -98,6 +99,7 @@ struct FileObject {
 
     // Directory.
     PointerList<DirEntry> children;  // sorted
+    uint32_t lastFound;              // where in `children` the last look-up ended; a guess
     NumberList directoryPages;       // in chain order
     NumberList freeEntries;          // taken from the front, added behind
     FileObject* orphanPrev;
@@ -191,17 +193,18 @@ struct FindContext {
     FindContext* next;
 };
 
-// Directories that paths led to lately, by the text of the path: a second walk of the same path
-// costs one comparison.
+// Directories that paths led to, by the text of the path: a second walk of the same path costs one
+// comparison. Each text has one place, and the last one that came there has it.
 struct PathCache {
-    static constexpr uint32_t kPlaces = 4;
+    static constexpr uint32_t kPlaces = 256;  // a power of two
     struct Place {
-        FileObject* directory = nullptr;  // null: unused
+        FileObject* directory = nullptr;  // of use only while `epoch` is that of the cache
+        uint32_t epoch = 0;
         bool caseSensitive = false;
         TextBuffer path;
     };
     Place places[kPlaces];
-    uint32_t next = 0;  // the place to be replaced
+    uint32_t epoch = 1;  // a new one empties every place
 };
 
 // Every object, handle and search of a context.

@@ -63,6 +63,7 @@ void InitialiseObject(FileObject* object) {
     object->transaction = nullptr;
     object->orphanPrev = object->orphanNext = nullptr;
     object->orphans = {};
+    object->lastFound = 0;
     object->size = kUnknownSize;
     object->streamEnd = kUnknownSize;
     object->listCount = 0;
@@ -91,8 +92,9 @@ void FreeObject(FileObject* object) {
     LeaveTransaction(object);
     state->fileObjects.Remove(object);
     LeaveIdle(object);
-    for (PathCache::Place& place : state->paths.places)
-        if (place.directory == object) place.directory = nullptr;
+    if ((object->flags & kObjectRemembered) != 0)
+        for (PathCache::Place& place : state->paths.places)
+            if (place.directory == object) place.epoch = 0;
     if (state->root == object) state->root = nullptr;
     for (FileHandle* handle : object->handles) handle->object = nullptr;
     DropStreamState(object);
@@ -291,16 +293,21 @@ void EvictIdleObjects(StorageContext* context) {
 }
 
 void ForgetPath(FileObject* object) {
-    for (PathCache::Place& place : object->context->objects->paths.places)
-        for (FileObject* on = place.directory; on != nullptr; on = on->parent)
-            if (on == object) {
-                place.directory = nullptr;
-                break;
-            }
+    if ((object->flags & kObjectRemembered) == 0) return;
+    PathCache& paths = object->context->objects->paths;
+    for (PathCache::Place& place : paths.places) {
+        if (place.epoch != paths.epoch) continue;
+        FileObject* on = place.directory;
+        while (on != nullptr && on != object) on = on->parent;
+        if (on == object) place.epoch = 0;
+    }
 }
 
 void ForgetPaths(StorageContext* context) {
-    for (PathCache::Place& place : context->objects->paths.places) place.directory = nullptr;
+    PathCache& paths = context->objects->paths;
+    if (++paths.epoch != 0) return;
+    for (PathCache::Place& place : paths.places) place.epoch = 0;
+    paths.epoch = 1;
 }
 
 FileHandle* AllocateHandle(StorageContext* context) {

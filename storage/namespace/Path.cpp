@@ -48,26 +48,38 @@ void AddReferenceChain(FileObject* object) {
     }
 }
 
-FileObject* FindRemembered(StorageContext* context, WStringView path) {
-    for (const PathCache::Place& place : context->objects->paths.places) {
-        if (place.directory == nullptr || place.path.units != path.size() ||
-            place.caseSensitive != context->caseSensitive)
-            continue;
-        if (std::memcmp(place.path.text, path.data(), path.size() * sizeof(WChar)) == 0)
-            return place.directory;
+// The place of a text. Texts are short and end in what tells them apart.
+PathCache::Place* PlaceOf(StorageContext* context, WStringView path) {
+    uint64_t hash = path.size();
+    const auto mix = [&hash](uint64_t bits) { hash = (hash ^ bits) * 0x9E3779B97F4A7C15u; };
+    size_t at = 0;
+    for (; at + 4 <= path.size(); at += 4) {
+        uint64_t bits;
+        std::memcpy(&bits, path.data() + at, sizeof bits);
+        mix(bits ^ hash >> 32);
     }
-    return nullptr;
+    for (; at < path.size(); ++at) mix(path[at] ^ hash >> 32);
+    return &context->objects->paths.places[(hash >> 40) % PathCache::kPlaces];
+}
+
+FileObject* FindRemembered(StorageContext* context, WStringView path) {
+    const PathCache::Place* place = PlaceOf(context, path);
+    const bool same = place->epoch == context->objects->paths.epoch &&
+                      place->path.units == path.size() &&
+                      place->caseSensitive == context->caseSensitive &&
+                      std::memcmp(place->path.text, path.data(), path.size() * sizeof(WChar)) == 0;
+    return same ? place->directory : nullptr;
 }
 
 void Remember(StorageContext* context, WStringView path, FileObject* directory) {
     if (path.size() > kMaxRememberedUnits) return;
-    PathCache& paths = context->objects->paths;
-    PathCache::Place& place = paths.places[paths.next];
-    place.directory = nullptr;
-    if (!AssignText(&place.path, path)) return;  // then the next walk takes every step again
-    place.directory = directory;
-    place.caseSensitive = context->caseSensitive;
-    paths.next = (paths.next + 1) % PathCache::kPlaces;
+    PathCache::Place* place = PlaceOf(context, path);
+    place->epoch = 0;
+    if (!AssignText(&place->path, path)) return;  // then the next walk takes every step again
+    place->directory = directory;
+    place->caseSensitive = context->caseSensitive;
+    place->epoch = context->objects->paths.epoch;
+    for (FileObject* on = directory; on != nullptr; on = on->parent) on->flags |= kObjectRemembered;
 }
 
 // One walk from the root, until its end or a link that must be followed.
@@ -77,7 +89,7 @@ struct Walk {
     PathText path;
     bool parentMode;
     bool followLastLink;
-    bool mayRemember;          // no link was followed so far
+    bool mayRemember;          // no link was followed so far, and the cache did not know it
     FileObject* at = nullptr;  // with a reference on it and each ancestor
     size_t component = 0;      // the component that `at` was reached by, or that is wanted in it
     size_t componentEnd = 0;
@@ -91,6 +103,8 @@ struct Walk {
         if (at == nullptr) {
             at = context->objects->root;
             component = path.SkipSeparators(0);
+        } else {
+            mayRemember = false;
         }
         componentEnd = path.ComponentEnd(component);
         AddReferenceChain(at);
@@ -115,7 +129,8 @@ struct Walk {
         Start();
         for (;;) {
             const bool last = IsLast();
-            if (last && mayRemember && at->parent != nullptr) RememberParent();
+            if (last && mayRemember && at->parent != nullptr)
+                Remember(context, path.text.substr(0, component), at);
             if (last && parentMode) return kOk;
             const Status status = Step(last);
             if (status != kOk) {
@@ -126,10 +141,6 @@ struct Walk {
             component = path.SkipSeparators(componentEnd);
             componentEnd = path.ComponentEnd(component);
         }
-    }
-    void RememberParent() {
-        const WStringView directory = path.text.substr(0, component);
-        if (FindRemembered(context, directory) == nullptr) Remember(context, directory, at);
     }
 };
 
