@@ -205,10 +205,10 @@ class Random : public testing::TestWithParam<std::tuple<uint32_t, bool>> {};
 
 TEST_P(Random, OperationsLeaveWhatTheModelHolds) {
     const auto [pageSize, foreign] = GetParam();
-    for (uint32_t seed = 1; seed <= 3 * LongTests(); ++seed) {
+    for (uint32_t seed = 1; seed <= 2 * LongTests(); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         RandomRun run(pageSize, foreign, seed);
-        for (int step = 0; step < 300; ++step) {
+        for (int step = 0; step < 200; ++step) {
             SCOPED_TRACE("step " + std::to_string(step));
             run.Step();
             if (HasFatalFailure()) return;

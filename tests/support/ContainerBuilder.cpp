@@ -430,12 +430,12 @@ Bytes PartitionTable(uint32_t firstBlock, size_t bytes) {
     return sector;
 }
 
-Bytes VolumeSector(uint32_t sectorSize, uint32_t sectors, size_t bytes) {
+Bytes VolumeSector(uint32_t sectorSize, uint32_t sectors, size_t bytes, bool wide) {
     Bytes sector(bytes);
     Put16(sector.data(), 11, sectorSize);
     Put16(sector.data(), 14, 1);
     sector[16] = 2;
-    if (sectors <= 0xFFFF)
+    if (!wide)
         Put16(sector.data(), 19, sectors);
     else
         Put32(sector.data(), 32, sectors);

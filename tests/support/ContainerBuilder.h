@@ -128,8 +128,8 @@ Bytes Joined(const std::vector<Bytes>& pages);
 
 // What can lie before a container: a partition table or a volume's boot sector, filled up with
 // zeros to `bytes` bytes. The container begins at block `firstBlock` of 512 bytes, or behind
-// `sectors` sectors of `sectorSize` bytes.
+// `sectors` sectors of `sectorSize` bytes, told in the 32-bit field if `wide`.
 Bytes PartitionTable(uint32_t firstBlock, size_t bytes);
-Bytes VolumeSector(uint32_t sectorSize, uint32_t sectors, size_t bytes);
+Bytes VolumeSector(uint32_t sectorSize, uint32_t sectors, size_t bytes, bool wide = false);
 
 }  // namespace support::container
