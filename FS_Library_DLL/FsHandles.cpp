@@ -1,5 +1,7 @@
 #include "FS_Library_DLL/FsHandles.h"
 
+#include <cstring>
+
 using platform::HeapAllocate;
 using platform::HeapAllocateZeroed;
 using platform::HeapRelease;
@@ -12,7 +14,7 @@ bool FsHandleEntry::SetPath(WStringView text) {
         if (place == nullptr) return false;
     }
     // The new text may be part of the old one.
-    std::memmove(place, text.data(), text.size() * sizeof(WChar));
+    if (!text.empty()) std::memmove(place, text.data(), text.size() * sizeof(WChar));
     place[text.size()] = 0;
     if (path != place) DropPath();
     path = place;

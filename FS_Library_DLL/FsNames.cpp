@@ -112,11 +112,11 @@ bool FS_JoinPath(WStringView base, WStringView name, FsText* out) {
     WChar* text = out->Data();
     size_t length = 0;
     if (base.empty() || base[0] != '\\') text[length++] = '\\';
-    std::memcpy(text + length, base.data(), base.size() * sizeof(WChar));
+    base.copy(text + length, base.size());
     length += base.size();
     if (!name.empty()) {
         if (text[length - 1] != '\\') text[length++] = '\\';
-        std::memcpy(text + length, name.data(), name.size() * sizeof(WChar));
+        name.copy(text + length, name.size());
         length += name.size();
     }
     while (length > 0 && text[length - 1] == '\\') --length;

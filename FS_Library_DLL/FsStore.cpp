@@ -29,7 +29,10 @@ std::atomic<AbandonedContainer*> g_abandoned{nullptr};
 void Abandon(StorageContext* container) {
     auto* node =
         static_cast<AbandonedContainer*>(platform::HeapAllocate(sizeof(AbandonedContainer)));
-    if (node == nullptr) return;
+    if (node == nullptr) {
+        FsEngine().StorageClose(container);  // rather than lose it
+        return;
+    }
     *node = {container, g_abandoned.load()};
     while (!g_abandoned.compare_exchange_weak(node->next, node)) {
     }

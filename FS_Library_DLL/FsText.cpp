@@ -1,5 +1,7 @@
 #include "FS_Library_DLL/FsText.h"
 
+#include <cstring>
+
 bool FsText::Grow(size_t units) {
     const size_t capacity = units + units / 2 + 1;
     WChar* grown = static_cast<WChar*>(platform::HeapAllocate(capacity * sizeof(WChar)));
@@ -14,7 +16,7 @@ bool FsText::Grow(size_t units) {
 WChar* FsHeapCopy(WStringView text) {
     WChar* copy = static_cast<WChar*>(platform::HeapAllocate((text.size() + 1) * sizeof(WChar)));
     if (copy == nullptr) return nullptr;
-    std::memcpy(copy, text.data(), text.size() * sizeof(WChar));
+    text.copy(copy, text.size());
     copy[text.size()] = 0;
     return copy;
 }

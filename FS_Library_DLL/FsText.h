@@ -1,8 +1,6 @@
 // Text that is built on the stack while it is short: paths, stored names, patterns.
 #pragma once
 
-#include <cstring>
-
 #include "platform/Heap.h"
 #include "platform/Text.h"
 
@@ -32,7 +30,7 @@ class FsText {
     bool Reserve(size_t units) { return units < capacity_ || Grow(units); }
     bool Append(WStringView more) {
         if (!Reserve(length_ + more.size())) return false;
-        std::memcpy(text_ + length_, more.data(), more.size() * sizeof(WChar));
+        more.copy(text_ + length_, more.size());
         Truncate(length_ + more.size());
         return true;
     }

@@ -23,7 +23,7 @@ void FsAddVolatileKey(WStringView path, FsStoreContext* context) {
         platform::HeapAllocate(sizeof(FsVolatileKey) + (path.size() + 1) * sizeof(WChar)));
     if (key == nullptr) return;
     *key = {nullptr, path.size(), reinterpret_cast<WChar*>(key + 1)};
-    std::memcpy(key->path, path.data(), path.size() * sizeof(WChar));
+    path.copy(key->path, path.size());
     key->path[path.size()] = 0;
     FsVolatileKey* last = context->lastVolatileKey;
     (last != nullptr ? last->next : context->volatileKeys) = key;

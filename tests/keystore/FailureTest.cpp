@@ -20,7 +20,7 @@ struct Operation {
     const char* name;
     std::function<void(Store&)> prepare;
     std::function<FBR_STATUS(Store&)> run;
-    // Statuses of a second try after a first one that failed half-way.
+    // Statuses of a second try after a first one that failed when its work was done.
     std::vector<FBR_STATUS> again = {};
 };
 
@@ -128,12 +128,14 @@ const Operation kOperations[] = {
          const FBR_KEY key = store.Open(WTEXT("t\\sub"));
          return CloseAfter(FBR_RenameDirEx(key, WTEXT("renamed"), store.handle), key, store);
      },
-     {FSSTATUS_FAILED}},
-    {"delete a key", Prepare,
+     {FSSTATUS_INVALID_PARAMETER}},
+    {"delete a key",
+     Prepare,
      [](Store& store) {
          const FBR_KEY key = store.Open(WTEXT("t\\sub"));
          return CloseAfter(FBR_DeleteDirEx(key, store.handle), key, store);
-     }},
+     },
+     {FSSTATUS_INVALID_PARAMETER}},
     {"delete a tree",
      Prepare,
      [](Store& store) { return FBR_DeleteDirNamedEx(WTEXT("\\t"), store.handle); },
@@ -255,6 +257,8 @@ class Failures : public testing::TestWithParam<bool> {
             ASSERT_TRUE(status == FSSTATUS_SUCCESS ||
                         std::find(again.begin(), again.end(), status) != again.end())
                 << operation.name << " after a fault in call " << number << ": " << status;
+            // A rename that failed half-way can leave a hidden value, which keeps its key.
+            StartAnew();
         }
         FAIL() << operation.name << " never came to its end";
     }
