@@ -1,0 +1,124 @@
+#include <windows.h>
+
+#include <atomic>
+
+#include "Shared/w32helpers.h"
+#include "tests/contract/FilePlaces.h"
+
+namespace contract {
+
+namespace {
+
+// A name that no other place of this or another process has.
+std::wstring UniqueName() {
+    static std::atomic<int> counter{0};
+    return L"ZrFsContract-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
+           std::to_wstring(++counter);
+}
+
+// A key of the user's own hive, reached with a handle of the root or by paths alone.
+template <bool pathOnly>
+class LivePlace : public Place {
+  public:
+    static std::unique_ptr<Place> Make() { return std::make_unique<LivePlace>(); }
+    LivePlace() {
+        // The root that is not held comes into being by the user's hand.
+        HKEY key = nullptr;
+        if (pathOnly && ::RegCreateKeyW(HKEY_CURRENT_USER, name_.c_str(), &key) == 0) {
+            ::RegCloseKey(key);
+        }
+    }
+    ~LivePlace() override { ::RegDeleteTreeW(HKEY_CURRENT_USER, name_.c_str()); }
+    WString Path() const override {
+        // .Default is there on every system, and every user's hive is beside it.
+        return (pathOnly ? L"!REMOTE|" : L"") + UserPath() + L"\\" + name_;
+    }
+    FBR_METHOD Method() const override { return FS_VR_METHOD_NATIVE; }
+
+  private:
+    // The kernel's path of HKEY_CURRENT_USER: the one hive whose name begins a user's SID.
+    static std::wstring UserPath() {
+        wchar_t name[256];
+        for (DWORD i = 0; ::RegEnumKeyW(HKEY_USERS, i, name, 256) == 0; ++i) {
+            const std::wstring sid = name;
+            if (sid.rfind(L"S-1-5-21-", 0) == 0 && sid.find(L'_') == std::wstring::npos) {
+                return L"\\registry\\user\\" + sid;
+            }
+        }
+        return L"\\registry\\user\\.Default";
+    }
+    std::wstring name_ = UniqueName();
+};
+
+// A hive file that is mounted while the store is open.
+class HivePlace : public Place {
+  public:
+    static std::unique_ptr<Place> Make() { return std::make_unique<HivePlace>(); }
+    WString Path() const override { return File() + L"!" + mount_; }
+    FBR_METHOD Method() const override { return FS_VR_METHOD_HIVE; }
+
+    // Wine keeps no list of mounted hives, and writes none of their changes back: both are done
+    // here, and do no harm where the system does them too.
+    void Opened(FBR_STORE) override {
+        const std::wstring path = L"\\??\\" + File();
+        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, ListName().c_str(), REG_SZ, path.c_str(),
+                          static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
+    }
+    void Closing(FBR_STORE) override {
+        const w32utils::ProcessPrivilege backup(SE_BACKUP_NAME);
+        HKEY key = nullptr;
+        if (::RegOpenKeyExW(HKEY_USERS, mount_.c_str(), 0, KEY_READ, &key) != 0) return;
+        ::RegSaveKeyW(key, File().c_str(), nullptr);
+        ::RegCloseKey(key);
+    }
+    ~HivePlace() override {
+        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, ListName().c_str());
+    }
+
+  private:
+    static constexpr const wchar_t* kHiveList = L"System\\CurrentControlSet\\Control\\HiveList";
+    std::wstring File() const { return folder_.File("user.dat"); }
+    std::wstring ListName() const { return L"\\REGISTRY\\USER\\" + mount_; }
+
+    support::TempDir folder_;
+    std::wstring mount_ = UniqueName();
+};
+
+Differences LiveDifferences() {
+    return {.writesNeedLock = false,
+            .rootHasVersion = false,
+            .emptyNameIsDefault = false,
+            .shortBufferSucceeds = false,
+            .handleOutlivesKey = true,
+            .refusedDeleteTakesValues = false,
+            .unknownParentIsRoot = false,
+            .volatileEndsWithStore = false,
+            .keepsSecurity = false,
+            .rootFullName = L"",
+            .rootIsNamed = true,
+            .deleteBelowMissing = FSSTATUS_NOT_FOUND,
+            .volatileCreate = FSSTATUS_SUCCESS,
+            .renameTripsOverDeleted = false,
+            // The first is Windows's answer, the second Wine's.
+            .deleteWithSubkeys = {FSSTATUS_ALREADY_EXISTS, FSSTATUS_ACCESS_DENIED}};
+}
+
+Differences HiveDifferences() {
+    Differences differences = LiveDifferences();
+    differences.rootHasVersion = true;
+    differences.volatileEndsWithStore = true;
+    return differences;
+}
+
+}  // namespace
+
+const std::vector<Backend>& AllBackends() {
+    static const std::vector<Backend> all{ContainerBackend(),
+                                          {"Live", LivePlace<false>::Make, LiveDifferences()},
+                                          {"LiveByPath", LivePlace<true>::Make, LiveDifferences()},
+                                          {"Hive", HivePlace::Make, HiveDifferences()},
+                                          OfflineBackend()};
+    return all;
+}
+
+}  // namespace contract

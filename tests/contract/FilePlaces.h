@@ -1,0 +1,60 @@
+// Stores that are a file of their own: a container and an offline hive.
+#pragma once
+
+#include "tests/contract/Backend.h"
+#include "tests/support/TempDir.h"
+
+namespace contract {
+
+template <FBR_METHOD method>
+class FilePlace : public Place {
+  public:
+    static std::unique_ptr<Place> Make() { return std::make_unique<FilePlace>(); }
+    WString Path() const override { return folder_.File("store"); }
+    FBR_METHOD Method() const override { return method; }
+
+  private:
+    support::TempDir folder_;
+};
+
+inline Backend ContainerBackend() {
+    return {.name = "Container",
+            .makePlace = FilePlace<FS_VR_METHOD_TARN>::Make,
+            .differences = {.writesNeedLock = true,
+                            .rootHasVersion = true,
+                            .emptyNameIsDefault = true,
+                            .shortBufferSucceeds = true,
+                            .handleOutlivesKey = false,
+                            .refusedDeleteTakesValues = true,
+                            .unknownParentIsRoot = true,
+                            .volatileEndsWithStore = true,
+                            .keepsSecurity = false,
+                            .rootFullName = WTEXT(""),
+                            .rootIsNamed = false,
+                            .deleteBelowMissing = FSSTATUS_FAILED,
+                            .volatileCreate = FSSTATUS_SUCCESS,
+                            .renameTripsOverDeleted = false,
+                            .deleteWithSubkeys = {FSSTATUS_DIR_NOT_EMPTY}}};
+}
+
+inline Backend OfflineBackend() {
+    return {.name = "Offline",
+            .makePlace = FilePlace<FS_VR_METHOD_OFFLINE>::Make,
+            .differences = {.writesNeedLock = false,
+                            .rootHasVersion = true,
+                            .emptyNameIsDefault = false,
+                            .shortBufferSucceeds = false,
+                            .handleOutlivesKey = true,
+                            .refusedDeleteTakesValues = false,
+                            .unknownParentIsRoot = false,
+                            .volatileEndsWithStore = false,
+                            .keepsSecurity = true,
+                            .rootFullName = WTEXT("\\"),
+                            .rootIsNamed = false,
+                            .deleteBelowMissing = FSSTATUS_NOT_FOUND,
+                            .volatileCreate = FSSTATUS_INVALID_NAME,
+                            .renameTripsOverDeleted = true,
+                            .deleteWithSubkeys = {FSSTATUS_FAILED}}};
+}
+
+}  // namespace contract
