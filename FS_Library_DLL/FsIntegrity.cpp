@@ -1,6 +1,5 @@
 #include "FS_Library_DLL/FsIntegrity.h"
 
-#include "FS_Library_DLL/FsCheck.h"
 #include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsTrace.h"
 #include "storage/core/Context.h"
@@ -16,7 +15,10 @@ void DefaultCallback(void* userData, uint32_t code, uint32_t a, uint32_t, uint8_
 
 FBR_STATUS Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) {
     WChar name[kNameUnits] = {};
-    return FsRunCheck(path, flags, name, callback != nullptr ? callback : DefaultCallback);
+    // By name and not through the table: check and repair is not in it.
+    return FsStatusFromEngine(
+        storage::StorageCheckAndRepair(path, nullptr, flags, nullptr, nullptr, name,
+                                       callback != nullptr ? callback : DefaultCallback));
 }
 
 }  // namespace

@@ -146,6 +146,34 @@ TEST_F(Opening, AtMostReadsAReadOnlyContainer) {
     EXPECT_EQ(support::ReadBytes(path), before);
 }
 
+// Counts the findings of a check, through the exported callback.
+int g_findings;
+void CountFindings(void* name, uint32_t code, uint32_t, uint32_t, uint8_t, uint8_t*) {
+    EXPECT_NE(name, nullptr) << "the library's own buffer";
+    if (code > 4) ++g_findings;
+}
+
+TEST_F(Opening, ASoundStoreChecksClean) {
+    Store store(path);
+    store.Lock();
+    for (int i = 0; i < 40; ++i)
+        store.Set(store.Make(WTEXT("k:ey")), WString(static_cast<size_t>(i + 1), 'v'), Bytes(200));
+    EXPECT_EQ(FBR_CheckFile(store.handle), FSSTATUS_FAILED) << "checking is off";
+    FBR_FileChecking(true);
+    EXPECT_EQ(FBR_CheckFile(store.handle), FSSTATUS_SUCCESS);
+    FBR_FileChecking(false);
+    store.Unlock();
+    store.Close();
+    const Bytes before = support::ReadBytes(path);
+    g_findings = 0;
+    EXPECT_EQ(FBR_CheckFileEx(path.c_str(), CountFindings), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_CheckFileEx(path.c_str(), nullptr), FSSTATUS_SUCCESS);
+    EXPECT_EQ(support::ReadBytes(path), before);
+    EXPECT_EQ(FBR_CheckAndRepairFileEx(path.c_str(), CountFindings), FSSTATUS_SUCCESS);
+    EXPECT_EQ(g_findings, 0);
+    EXPECT_NE(FBR_CheckFileEx(dir.File("none").c_str(), nullptr), FSSTATUS_SUCCESS);
+}
+
 TEST_F(Opening, ACloseEndsTheStoreWhateverIsOpen) {
     Store store(path);
     store.Lock();
