@@ -200,7 +200,7 @@ TEST(RegReader, TakesTimeInProportionToTheFile) {
           repeated("\n"), repeated(" "), repeated(";")}) {
         ErrorOf([&] { ReadReg(kHeader + body); });
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
 }
 
 }  // namespace
