@@ -1,0 +1,38 @@
+// Which store paths a client may name.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+#include "include/ZrFsTypes.h"
+#include "platform/Text.h"
+
+namespace server {
+
+// The method number by which a client asks for a container: with the container's own number a
+// path with a server name stays local. No local backend uses it.
+inline constexpr uint32_t kMethodRemoteContainer = 4;
+
+// What the server opens for a client.
+struct StoreRequest {
+    FBR_METHOD method;
+    platform::WString path;
+};
+
+class PathGuard {
+  public:
+    // Without a root any file that the server (or the client it acts as) can open may be named,
+    // relative ones from the server's folder. With one, only files below it, relative ones from
+    // it, and no live registry.
+    explicit PathGuard(std::optional<std::filesystem::path> root);
+
+    // The store to open, or nothing when the method or the path is refused.
+    std::optional<StoreRequest> Admit(uint32_t method, const platform::WString& path) const;
+
+  private:
+    std::optional<platform::WString> AdmitFile(const platform::WString& path) const;
+
+    std::optional<std::filesystem::path> root_;
+};
+
+}  // namespace server

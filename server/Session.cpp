@@ -1,0 +1,345 @@
+#include "server/Session.h"
+
+#include <mutex>
+
+namespace server {
+
+using ipc::Request;
+using ipc::WireReader;
+using platform::WChar;
+using platform::WString;
+
+namespace {
+
+constexpr uint32_t kWriteLock = 1;
+constexpr uint32_t kReadLock = 3;
+// What a reply may carry besides the data itself.
+constexpr uint32_t kReplyOverhead = 64;
+constexpr uint32_t kLargestData = ipc::kLargestPacket - kReplyOverhead;
+
+bool Changes(Request code) {
+    switch (code) {
+        case Request::DeInitialiseEx:
+        case Request::Compact:
+        case Request::DeleteValue:
+        case Request::SetValue:
+        case Request::CreateDirEx:
+        case Request::DeleteDirEx:
+        case Request::DeleteDirNamedEx:
+        case Request::RenameDirEx:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// A string of the library's, given back at the end.
+class OwnedName {
+  public:
+    ~OwnedName() { FBR_Release(text_); }
+    WChar** Out() { return &text_; }
+    platform::WStringView View() const {
+        return text_ == nullptr ? platform::WStringView() : platform::WStringView(text_);
+    }
+
+  private:
+    WChar* text_ = nullptr;
+};
+
+}  // namespace
+
+// The store's lock for the time of one request.
+class Session::Locked {
+  public:
+    Locked(const Session& session, Request code)
+        : store_(session.lockable_ ? session.store_ : nullptr),
+          type_(Changes(code) ? kWriteLock : kReadLock) {
+        if (store_ != nullptr) status_ = FBR_GetLockEx(type_, store_);
+    }
+    ~Locked() {
+        if (store_ != nullptr && status_ == FSSTATUS_SUCCESS) FBR_ReleaseLockEx(type_, store_);
+    }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
+
+    bool Held() const { return status_ == FSSTATUS_SUCCESS; }
+    // The store is gone, and its lock with it.
+    void Forget() { store_ = nullptr; }
+
+  private:
+    FBR_STORE store_;
+    uint32_t type_;
+    FBR_STATUS status_ = FSSTATUS_SUCCESS;
+};
+
+Session::~Session() {
+    const std::shared_lock together(rules_->opening);
+    End();
+}
+
+bool Session::Find(uint64_t number, int64_t* key) const {
+    const auto found = keys_.find(number);
+    if (found == keys_.end()) return false;
+    *key = found->second;
+    return true;
+}
+
+uint64_t Session::Enter(int64_t key) {
+    keys_.emplace(++lastKey_, key);
+    return lastKey_;
+}
+
+std::optional<std::vector<uint8_t>> Session::Answer(std::span<const uint8_t> bytes) {
+    WireReader request(bytes);
+    const uint32_t code = request.U32();
+    if (!request.Good() || code >= ipc::kRequestCount) return std::nullopt;
+    Reply reply(code + 1);
+    if (static_cast<Request>(code) == Request::InitialiseEx) {
+        Open(request, reply);
+    } else {
+        const std::shared_lock together(rules_->opening);
+        Dispatch(static_cast<Request>(code), request, reply);
+    }
+    if (!request.AtEnd() || reply.Payload().size() > kLargestData) return std::nullopt;
+    return std::move(reply.Payload());
+}
+
+void Session::Dispatch(Request code, WireReader& request, Reply& reply) {
+    switch (code) {
+        case Request::DeInitialiseEx:
+            reply.U32(static_cast<uint32_t>(store_ == nullptr ? FSSTATUS_INVALID_HANDLE : End()));
+            break;
+        case Request::CheckFile:
+        case Request::IsCorrupted:
+        case Request::Compact:
+            NumberRequest(code, reply);
+            break;
+        case Request::DeleteValue:
+        case Request::SetValue:
+        case Request::QueryValue:
+            ValueRequest(code, request, reply);
+            break;
+        case Request::CreateDirEx:
+        case Request::OpenDirEx:
+        case Request::DuplicateDirHandleEx:
+            NewKeyRequest(code, request, reply);
+            break;
+        case Request::DeleteDirEx:
+        case Request::DeleteDirNamedEx:
+        case Request::RenameDirEx:
+        case Request::CloseDirEx:
+            KeyRequest(code, request, reply);
+            break;
+        case Request::GetDirTimesEx:
+            TimesRequest(request, reply);
+            break;
+        case Request::EnumerateAllValues:
+        case Request::EnumerateAllKeys:
+            NamesRequest(code, request, reply);
+            break;
+        default:
+            NameRequest(code, request, reply);
+            break;
+    }
+}
+
+void Session::Open(WireReader& request, Reply& reply) {
+    const WString path = request.String();
+    const uint32_t method = request.U32();
+    if (!request.AtEnd()) return;
+    const std::unique_lock alone(rules_->opening);
+    End();
+    const std::optional<StoreRequest> admitted = rules_->guard.Admit(method, path);
+    FBR_STATUS status = FSSTATUS_INVALID_PARAMETER;
+    if (admitted) status = FBR_InitialiseEx(admitted->path.c_str(), &store_, admitted->method);
+    lockable_ = status == FSSTATUS_SUCCESS && admitted->method == FS_VR_METHOD_TARN;
+    reply.U32(static_cast<uint32_t>(status));
+}
+
+FBR_STATUS Session::End() {
+    if (store_ == nullptr) return FSSTATUS_SUCCESS;
+    // Under the write lock, so that volatile keys go with the store.
+    Locked lock(*this, Request::DeInitialiseEx);
+    const FBR_STATUS status = FBR_DeInitialiseEx(store_);
+    lock.Forget();
+    store_ = nullptr;
+    keys_.clear();
+    return status;
+}
+
+void Session::NumberRequest(Request code, Reply& reply) {
+    uint32_t number = 0;
+    FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
+    if (store_ != nullptr) {
+        const Locked lock(*this, code);
+        if (!lock.Held()) {
+            status = FSSTATUS_LOCK_FAILED;
+        } else if (code == Request::CheckFile) {
+            status = FBR_CheckFile(store_);
+        } else {
+            status = code == Request::Compact ? FBR_Compact(store_, &number)
+                                              : FBR_IsCorrupted(store_, &number);
+        }
+    }
+    if (code != Request::CheckFile) reply.U32(number);
+    reply.U32(static_cast<uint32_t>(status));
+}
+
+void Session::ValueRequest(Request code, WireReader& request, Reply& reply) {
+    const uint64_t number = request.U64();
+    const WString name = request.String();
+    const uint32_t type = code == Request::SetValue ? request.U32() : 0;
+    const uint32_t size = code == Request::DeleteValue ? 0 : request.U32();
+    const auto data = code == Request::SetValue ? request.Bytes(size) : request.Bytes(0);
+    if (!request.AtEnd()) return;
+    int64_t key = 0;
+    FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
+    if (store_ != nullptr && Find(number, &key)) {
+        const Locked lock(*this, code);
+        if (!lock.Held()) {
+            status = FSSTATUS_LOCK_FAILED;
+        } else if (code == Request::QueryValue) {
+            return Query(key, name, size, reply);
+        } else {
+            status = code == Request::SetValue
+                         ? FBR_SetValue(key, name.c_str(), type, data.data(), size, store_)
+                         : FBR_DeleteValue(key, name.c_str(), store_);
+        }
+    }
+    if (code == Request::QueryValue) reply.U32(0).U32(0).U32(0);
+    reply.U32(static_cast<uint32_t>(status));
+}
+
+// A buffer size of 0 asks for the size alone.
+void Session::Query(int64_t key, const WString& name, uint32_t room, Reply& reply) {
+    uint64_t size = 0;
+    uint32_t type = 0;
+    FBR_STATUS status = FBR_QueryValue(key, name.c_str(), nullptr, 0, &size, &type, store_);
+    std::vector<uint8_t> data;
+    if (room != 0 && status == FSSTATUS_BUFFER_OVERFLOW) {
+        // No larger than what is there: the client's number is only a limit.
+        if (room > size) room = static_cast<uint32_t>(size);
+        if (room > kLargestData) room = kLargestData;
+        data.resize(room);
+        status = FBR_QueryValue(key, name.c_str(), data.data(), room, &size, &type, store_);
+        if (status != FSSTATUS_SUCCESS) data.clear();
+        if (size < data.size()) data.resize(static_cast<size_t>(size));
+    }
+    reply.U32(type).U32(static_cast<uint32_t>(size)).U32(static_cast<uint32_t>(data.size()));
+    reply.Bytes(data.data(), data.size()).U32(static_cast<uint32_t>(status));
+}
+
+void Session::NewKeyRequest(Request code, WireReader& request, Reply& reply) {
+    const uint64_t number = request.U64();
+    const uint32_t options = code == Request::CreateDirEx ? request.U32() : 0;
+    const WString name = code == Request::DuplicateDirHandleEx ? WString() : request.String();
+    if (!request.AtEnd()) return;
+    int64_t key = 0;
+    int64_t made = 0;
+    FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
+    // 0 is the root as a parent, and no key that could be duplicated.
+    const bool known = Find(number, &key) || (number == 0 && code != Request::DuplicateDirHandleEx);
+    if (store_ != nullptr && known) {
+        const Locked lock(*this, code);
+        if (!lock.Held()) {
+            status = FSSTATUS_LOCK_FAILED;
+        } else if (code == Request::CreateDirEx) {
+            status = FBR_CreateDirEx(key, name.c_str(), static_cast<FBR_CREATEOPTIONS>(options),
+                                     &made, store_);
+        } else {
+            status = code == Request::OpenDirEx ? FBR_OpenDirEx(key, name.c_str(), &made, store_)
+                                                : FBR_DuplicateDirHandleEx(key, &made, store_);
+        }
+    }
+    reply.U64(made == 0 ? 0 : Enter(made)).U32(static_cast<uint32_t>(status));
+}
+
+void Session::KeyRequest(Request code, WireReader& request, Reply& reply) {
+    const bool named = code == Request::DeleteDirNamedEx;
+    const uint64_t number = named ? 0 : request.U64();
+    const WString name = named || code == Request::RenameDirEx ? request.String() : WString();
+    if (!request.AtEnd()) return;
+    int64_t key = 0;
+    FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
+    if (store_ != nullptr && (named || Find(number, &key))) {
+        const Locked lock(*this, code);
+        if (!lock.Held()) {
+            status = FSSTATUS_LOCK_FAILED;
+        } else if (named) {
+            status = FBR_DeleteDirNamedEx(name.c_str(), store_);
+        } else if (code == Request::RenameDirEx) {
+            status = FBR_RenameDirEx(key, name.c_str(), store_);
+        } else if (code == Request::DeleteDirEx) {
+            status = FBR_DeleteDirEx(key, store_);
+        } else {
+            status = FBR_CloseDirEx(key, store_);
+            keys_.erase(number);
+        }
+    }
+    reply.U32(static_cast<uint32_t>(status));
+}
+
+void Session::NameRequest(Request code, WireReader& request, Reply& reply) {
+    const uint64_t number = request.U64();
+    const bool indexed = code == Request::EnumIntFileEx || code == Request::EnumIntDirEx;
+    const uint32_t index = indexed ? request.U32() : 0;
+    if (!request.AtEnd()) return;
+    int64_t key = 0;
+    OwnedName name;
+    FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
+    if (store_ != nullptr && Find(number, &key)) {
+        const Locked lock(*this, code);
+        if (!lock.Held()) {
+            status = FSSTATUS_LOCK_FAILED;
+        } else if (code == Request::EnumIntFileEx) {
+            status = FBR_EnumIntFileEx(key, index, name.Out(), store_);
+        } else if (code == Request::EnumIntDirEx) {
+            status = FBR_EnumIntDirEx(key, index, name.Out(), store_);
+        } else {
+            status = code == Request::GetName_DirEx
+                         ? FBR_GetName_DirEx(key, name.Out(), store_)
+                         : FBR_GetFullName_DirEx(key, name.Out(), store_);
+        }
+    }
+    reply.String(name.View()).U32(static_cast<uint32_t>(status));
+}
+
+void Session::TimesRequest(WireReader& request, Reply& reply) {
+    const uint64_t number = request.U64();
+    if (!request.AtEnd()) return;
+    int64_t key = 0;
+    FBR_SYSTEMTIME time{};
+    FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
+    if (store_ != nullptr && Find(number, &key)) {
+        const Locked lock(*this, Request::GetDirTimesEx);
+        status = lock.Held() ? FBR_GetDirTimesEx(key, &time, store_) : FSSTATUS_LOCK_FAILED;
+    }
+    // In the order of their names.
+    for (const uint16_t field : {time.wDay, time.wDayOfWeek, time.wHour, time.wMilliseconds,
+                                 time.wMinute, time.wMonth, time.wSecond, time.wYear})
+        reply.U16(field);
+    reply.U32(static_cast<uint32_t>(status));
+}
+
+void Session::NamesRequest(Request code, WireReader& request, Reply& reply) {
+    const uint64_t number = request.U64();
+    if (!request.AtEnd()) return;
+    int64_t key = 0;
+    std::vector<WString> names;
+    FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
+    if (store_ != nullptr && Find(number, &key)) {
+        const Locked lock(*this, code);
+        if (!lock.Held()) {
+            status = FSSTATUS_LOCK_FAILED;
+        } else {
+            status = code == Request::EnumerateAllValues
+                         ? FBR_EnumerateAllValues(key, names, store_)
+                         : FBR_EnumerateAllKeys(key, names, store_);
+        }
+    }
+    reply.U32(static_cast<uint32_t>(names.size()));
+    for (const WString& name : names) reply.String(name);
+    reply.U32(static_cast<uint32_t>(status));
+}
+
+}  // namespace server

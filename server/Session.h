@@ -1,0 +1,69 @@
+// One client's requests and the server's answers; the store and the keys behind them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <shared_mutex>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+#include "Shared/ipc/Wire.h"
+#include "include/ZrFsLibrary.h"
+#include "server/PathGuard.h"
+
+namespace server {
+
+// Shared by the sessions of one server.
+struct SessionRules {
+    explicit SessionRules(PathGuard pathGuard) : guard(std::move(pathGuard)) {}
+
+    PathGuard guard;
+    // Requests run side by side; the opening of a store runs alone, for it reads and may stamp
+    // the store before any lock of its own can be had.
+    std::shared_mutex opening;
+};
+
+// Answers the requests of one connection, one after another, from one thread at a time.
+//
+// A key value that goes to the client is a number of the session's own. Of a container, every
+// request runs under its lock: the write lock for those that change it and for the end, the read
+// lock for the others; so clients of this server, of another, and local callers can share it.
+class Session {
+  public:
+    explicit Session(SessionRules* rules) : rules_(rules) {}
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // The reply's payload, or nothing when the request is malformed and the connection is to end.
+    std::optional<std::vector<uint8_t>> Answer(std::span<const uint8_t> request);
+
+  private:
+    using Reply = ipc::WireWriter;
+    class Locked;
+
+    void Dispatch(ipc::Request code, ipc::WireReader& request, Reply& reply);
+    void Open(ipc::WireReader& request, Reply& reply);
+    FBR_STATUS End();
+    void NumberRequest(ipc::Request code, Reply& reply);
+    void ValueRequest(ipc::Request code, ipc::WireReader& request, Reply& reply);
+    void Query(int64_t key, const platform::WString& name, uint32_t room, Reply& reply);
+    void NewKeyRequest(ipc::Request code, ipc::WireReader& request, Reply& reply);
+    void KeyRequest(ipc::Request code, ipc::WireReader& request, Reply& reply);
+    void NameRequest(ipc::Request code, ipc::WireReader& request, Reply& reply);
+    void TimesRequest(ipc::WireReader& request, Reply& reply);
+    void NamesRequest(ipc::Request code, ipc::WireReader& request, Reply& reply);
+
+    // The store's key behind a client's number; false for a number that is not the session's.
+    bool Find(uint64_t number, int64_t* key) const;
+    uint64_t Enter(int64_t key);
+
+    SessionRules* rules_;
+    FBR_STORE store_ = nullptr;
+    bool lockable_ = false;
+    std::unordered_map<uint64_t, int64_t> keys_;
+    uint64_t lastKey_ = 0;
+};
+
+}  // namespace server
