@@ -1,5 +1,6 @@
 #include "FS_Library_DLL/FsIpcImpl.h"
 
+#include "FS_Library_DLL/Backends.h"
 #include "Shared/logging/Logger.h"
 
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsIpcImpl"
@@ -10,4 +11,8 @@ FBR_STATUS FsIpcImpl::FBR_InitialiseEx(const WChar* path) {
              "[{}] for [{}] type [{}]", static_cast<uint32_t>(status),
              path == nullptr ? "(null)" : platform::ToUtf8(path), static_cast<uint32_t>(method_));
     return status;
+}
+
+std::unique_ptr<IFSInterface> CreateIpcBackend(FBR_METHOD method, const WString& server) {
+    return std::make_unique<FsIpcImpl>(method, server);
 }

@@ -1,6 +1,0 @@
-// Stands in where there is no such backend.
-#include "FS_Library_DLL/Backends.h"
-
-std::unique_ptr<IFSInterface> CreateIpcBackend(FBR_METHOD, const WString&) {
-    return CreateShellBackend();
-}
