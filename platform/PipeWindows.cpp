@@ -98,10 +98,9 @@ class Overlapped {
 class ServerPipe final : public PipeConnection {
   public:
     ServerPipe(HANDLE pipe, HANDLE stop) : pipe_(pipe), stop_(stop) {}
-    ~ServerPipe() override {
-        DisconnectNamedPipe(pipe_);
-        CloseHandle(pipe_);
-    }
+    // Without disconnecting first, which would take the last reply from a client that has not
+    // read it yet.
+    ~ServerPipe() override { CloseHandle(pipe_); }
 
     Error Read(void* buffer, uint32_t bytes, uint32_t milliseconds) override {
         for (uint32_t done = 0; done < bytes;) {
