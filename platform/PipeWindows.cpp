@@ -32,7 +32,9 @@ Error ReadPipe(Handle pipe, void* buffer, uint32_t bytes, uint32_t* done) noexce
 
 Error WritePipe(Handle pipe, const void* buffer, uint32_t bytes) noexcept {
     DWORD put = 0;
-    return WriteFile(pipe, buffer, bytes, &put, nullptr) ? kErrorSuccess : GetLastError();
+    if (WriteFile(pipe, buffer, bytes, &put, nullptr)) return kErrorSuccess;
+    // A server that closed its end without disconnecting shows like this.
+    return GetLastError() == ERROR_NO_DATA ? kErrorBrokenPipe : GetLastError();
 }
 
 void ClosePipe(Handle pipe) noexcept {
