@@ -8,5 +8,6 @@ int main(int argc, char** argv) {
     fbr::AddEditCommands(cli);
     fbr::AddBrowseCommands(cli);
     fbr::AddTransferCommands(cli);
+    fbr::AddServeCommand(cli);
     return cli.Run(fbr::CommandLine(argc, argv));
 }

@@ -93,7 +93,8 @@ Cli::Cli()
     app_->require_subcommand(1);
     Command(app_.get())
         .Text("--method", method_, Need::kOptional,
-              "how the store is kept: container (the default), native, hive, offline, or a number");
+              "how the store is kept: container (the default), native, hive, offline, "
+              "remote-container (a container behind a server), or a number");
     app_->failure_message([](const CLI::App* app, const CLI::Error& error) {
         const bool noCommand =
             app->get_subcommands().empty() && error.get_name() == "RequiredError";
@@ -137,10 +138,12 @@ FBR_METHOD ParseMethod(const std::string& text) {
     if (text == "native") return FS_VR_METHOD_NATIVE;
     if (text == "hive") return FS_VR_METHOD_HIVE;
     if (text == "offline") return FS_VR_METHOD_OFFLINE;
+    if (text == "remote-container") return static_cast<FBR_METHOD>(4);  // what a server opens one by
     const auto number = ParseNumber(text, UINT32_MAX);
     if (!number) {
         throw UsageError(fmt::format(
-            "expected container, native, hive, offline or a number after --method, not \"{}\"",
+            "expected container, native, hive, offline, remote-container or a number after "
+            "--method, not \"{}\"",
             text));
     }
     return static_cast<FBR_METHOD>(*number);

@@ -87,5 +87,6 @@ platform::WString KeyArgument(const std::string& text);
 void AddBrowseCommands(Cli& cli);    // ls, tree, get
 void AddEditCommands(Cli& cli);      // create, set, rm, mv
 void AddTransferCommands(Cli& cli);  // export, import
+void AddServeCommand(Cli& cli);      // serve
 
 }  // namespace fbr

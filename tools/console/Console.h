@@ -16,4 +16,8 @@ void PrepareStreams();
 // True when standard error is a terminal.
 bool ErrorIsTerminal();
 
+// Calls `handler` when the person or the system asks the program to end; it must be fit for a
+// signal handler. Null takes it back.
+void OnInterrupt(void (*handler)());
+
 }  // namespace fbr

@@ -1,3 +1,4 @@
+#include <signal.h>
 #include <unistd.h>
 
 #include "tools/console/Console.h"
@@ -12,6 +13,24 @@ void PrepareStreams() {}
 
 bool ErrorIsTerminal() {
     return isatty(STDERR_FILENO) == 1;
+}
+
+namespace {
+
+void (*g_interrupt)() = nullptr;
+
+void HandleSignal(int) {
+    if (g_interrupt != nullptr) g_interrupt();
+}
+
+}  // namespace
+
+void OnInterrupt(void (*handler)()) {
+    g_interrupt = handler;
+    struct sigaction action = {};
+    action.sa_handler = handler != nullptr ? HandleSignal : SIG_DFL;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 }
 
 }  // namespace fbr

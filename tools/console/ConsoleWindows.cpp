@@ -31,4 +31,21 @@ bool ErrorIsTerminal() {
     return _isatty(_fileno(stderr)) != 0;
 }
 
+namespace {
+
+void (*g_interrupt)() = nullptr;
+
+BOOL WINAPI HandleControl(DWORD) {
+    if (g_interrupt == nullptr) return FALSE;
+    g_interrupt();
+    return TRUE;
+}
+
+}  // namespace
+
+void OnInterrupt(void (*handler)()) {
+    g_interrupt = handler;
+    SetConsoleCtrlHandler(HandleControl, handler != nullptr);
+}
+
 }  // namespace fbr

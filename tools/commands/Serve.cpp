@@ -1,0 +1,77 @@
+// fbr serve: stores for clients that cannot open them themselves.
+#include <fmt/format.h>
+
+#include <iostream>
+#include <memory>
+#include <mutex>
+
+#include "Shared/logging/Logger.h"
+#include "server/StoreServer.h"
+#include "tools/commands/Cli.h"
+#include "tools/console/Console.h"
+#include "tools/format/Text.h"
+
+namespace fbr {
+namespace {
+
+namespace log = Varnhold::Hob::Detail;
+
+// The server that an interrupt ends.
+server::StoreServer* g_running = nullptr;
+
+void StopRunning() {
+    if (g_running != nullptr) g_running->Stop();
+}
+
+void LogToStandardError(int level) {
+    log::Logger::Instance().AddSink(
+        level, [level](int severity) { return severity <= level; },
+        [](const log::LogRecord& record) {
+            static std::mutex lock;
+            const std::lock_guard guard(lock);
+            std::cerr << "fbr: " << record.message << '\n';
+        });
+}
+
+struct ServeArguments {
+    std::string name;
+    std::optional<std::string> root;
+    bool anyUser = false;
+    bool verbose = false;
+};
+
+void Serve(const ServeArguments& arguments) {
+    server::ServerOptions options;
+    options.name = Wide(arguments.name);
+    options.anyUser = arguments.anyUser;
+    if (arguments.root) options.root = std::filesystem::path(Wide(*arguments.root));
+    LogToStandardError(arguments.verbose ? log::kInformation : log::kWarning);
+    server::StoreServer server(std::move(options));
+    const platform::Error error = server.Listen();
+    if (error != 0)
+        throw std::runtime_error(
+            fmt::format("cannot listen on {}: error {}", server.Where(), error));
+    g_running = &server;
+    OnInterrupt(&StopRunning);
+    std::cerr << "fbr: listening on " << server.Where() << std::endl;
+    server.Run();
+    OnInterrupt(nullptr);
+    g_running = nullptr;
+    log::Logger::Instance().RemoveSinks();
+    std::cerr << "fbr: stopped, every store is closed" << std::endl;
+}
+
+}  // namespace
+
+void AddServeCommand(Cli& cli) {
+    const auto arguments = std::make_shared<ServeArguments>();
+    cli.Add("serve", "Serve stores to clients over a pipe until Ctrl-C")
+        .Text("NAME", arguments->name, Need::kRequired,
+              "the pipe's name; on Linux a path is taken as it is")
+        .Text("--root", arguments->root, Need::kOptional, "let clients open files below DIR only")
+        .Flag("--any-user", arguments->anyUser, "Linux: let in other users too")
+        .Flag("--verbose", arguments->verbose, "tell of clients that come and go")
+        .Does([arguments] { Serve(*arguments); });
+}
+
+}  // namespace fbr
