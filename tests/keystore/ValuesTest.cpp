@@ -36,6 +36,30 @@ TEST_F(Values, TenMebibytes) {
     EXPECT_EQ(again.Get(again.Open(WTEXT("k")), WTEXT("big")), data);
 }
 
+// Names and data tell the values apart, and the key stays usable under another name.
+TEST_F(Values, AHundredThousandInOneKey) {
+    constexpr uint32_t kCount = 100000;
+    const auto name = [](uint32_t n) { return platform::FromUtf8("value " + std::to_string(n)); };
+    const auto data = [](uint32_t n) {
+        return Bytes({static_cast<uint8_t>(n), static_cast<uint8_t>(n >> 8),
+                      static_cast<uint8_t>(n >> 16)});
+    };
+    for (uint32_t n = 0; n < kCount; ++n)
+        ASSERT_EQ(store.Set(key, name(n), data(n)), FSSTATUS_SUCCESS) << n;
+    EXPECT_EQ(FBR_RenameDirEx(key, WTEXT("other"), store.handle), FSSTATUS_SUCCESS);
+    store.Unlock();
+    store.Close();
+    Store again(path);
+    const FBR_KEY other = again.Open(WTEXT("other"));
+    std::vector<WString> names = again.Values(other);
+    std::sort(names.begin(), names.end());
+    ASSERT_EQ(std::unique(names.begin(), names.end()) - names.begin(), kCount);
+    for (uint32_t n = 0; n < kCount; n += 7) ASSERT_EQ(again.Get(other, name(n)), data(n)) << n;
+    EXPECT_EQ(again.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_DeleteDirEx(other, again.handle), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(again.Has(WTEXT("other")));
+}
+
 TEST_F(Values, ReplacingLeavesNothingOfTheOldValue) {
     store.Set(key, WTEXT("v"), Bytes(100, 1));
     store.Set(key, WTEXT("v"), Bytes(10, 2));
