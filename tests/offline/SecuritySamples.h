@@ -12,7 +12,9 @@ inline constexpr const platform::WChar* kUsual[] = {
     WTEXT("D:(A;;CCDCLCSWRPWPDTLOCRSDRCWDWO;;;BA)(A;;RC;;;OW)(A;;KR;;;RC)"),
     WTEXT("D:(A;;0x2000000;;;WD)(A;;FA;;;LS)(A;;GXGR;;;NS)"),
     WTEXT("O:SYG:SYD:S:(AU;SAFA;KA;;;WD)"),
-    WTEXT("D:AR(A;NP;WD;;;AN)S:(AU;CIFA;SD;;;AN)"),
+    // Flags of one list stand beside no other list: Wine writes them on both.
+    WTEXT("D:AR(A;NP;WD;;;AN)"),
+    WTEXT("D:(A;NP;WD;;;AN)S:(AU;CIFA;SD;;;AN)"),
 };
 
 }  // namespace security_test
