@@ -25,16 +25,18 @@ inline constexpr uint32_t kIdleObjectLimit = 128;
 // One used entry of a directory in memory. Owned by the directory's list, or by its object while
 // it is in none (after a roll back, until the directory is loaded again).
 struct DirEntry {
-    WChar* name;          // the first 22 units, or the whole name; not zero-terminated
-    uint32_t nameUnits;   // units at `name`
-    uint32_t nameLength;  // units of the whole name
-    uint32_t fileId;
+    // What a look-up compares stands together at the front, for a search by halves comes to most
+    // records cold.
+    WChar* name;         // the first 22 units, or the whole name; not zero-terminated
+    uint32_t nameUnits;  // units at `name`
     uint32_t flags;
-    uint32_t attributes;
-    uint32_t entry;                    // place over the whole chain of EntryPages
-    uint32_t headerPage;               // as on disk; kept so that a look-up needs no page
-    FileObject* object;                // while the child has one
     WChar shortName[kEntryNameUnits];  // `name` points here for short names, else to the heap
+    uint32_t nameLength;               // units of the whole name
+    uint32_t fileId;
+    uint32_t attributes;
+    uint32_t entry;       // place over the whole chain of EntryPages
+    uint32_t headerPage;  // as on disk; kept so that a look-up needs no page
+    FileObject* object;   // while the child has one
 };
 enum DirEntryFlag : uint32_t {
     kNameComplete = 2,
