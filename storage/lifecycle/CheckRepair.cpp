@@ -40,23 +40,6 @@ Status OpenForCheck(CheckRun* run, const WChar* path) {
     return error == 0 ? kNoMemory : static_cast<Status>(error);
 }
 
-// Finds the page size from page 1, for a container whose page 0 is destroyed. The byte order is
-// left as it is; meant so.
-Status ProbePageSize(StorageContext* context, uint64_t base) {
-    for (uint32_t shift = kMinPageShift; shift <= kMaxPageShift; ++shift) {
-        const uint64_t units = (uint64_t{1} << shift) / 256;
-        uint8_t block[256];
-        const Status status = ReadPageRaw(context->file, block, sizeof block,
-                                          base * kLocateBlock / 256 / units * units + units, 256);
-        if (status != kOk) return status;
-        const uint16_t kind = LoadU16(block, 0);
-        if (kind != kSuperblockPage && Swap16(kind) != kSuperblockPage) continue;
-        context->pageShift = shift;
-        return kOk;
-    }
-    return kNotContainer;
-}
-
 Status Measure(CheckRun* run) {
     StorageContext* context = run->context;
     uint64_t size = 0;
@@ -70,8 +53,8 @@ Status Measure(CheckRun* run) {
     context->byteSwapped = status == kOk && place.byteSwapped;
     context->pageShift = place.pageShift;
     if (!found) {
-        context->byteSwapped = false;
-        status = ProbePageSize(context, place.base);
+        context->byteSwapped = false;  // as a probe leaves it, whatever page 1 says; meant so
+        status = ProbePageShift(context->file, place.base, &context->pageShift);
         if (status != kOk) return status;
     }
     context->pageSize = 1u << context->pageShift;

@@ -55,4 +55,19 @@ Status LocateContainer(platform::PageFile* file, uint64_t fileSize, ContainerPla
     return kNotContainer;
 }
 
+Status ProbePageShift(platform::PageFile* file, uint64_t base, uint32_t* shift) {
+    for (uint32_t tried = kMinPageShift; tried <= kMaxPageShift; ++tried) {
+        const uint64_t units = (uint64_t{1} << tried) / 256;
+        uint8_t block[256];
+        const Status status = ReadPageRaw(file, block, sizeof block,
+                                          base * kLocateBlock / 256 / units * units + units, 256);
+        if (status != kOk) return status;
+        const uint16_t kind = LoadU16(block, 0);
+        if (kind != kSuperblockPage && Swap16(kind) != kSuperblockPage) continue;
+        *shift = tried;
+        return kOk;
+    }
+    return kNotContainer;
+}
+
 }  // namespace storage

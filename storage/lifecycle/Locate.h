@@ -17,4 +17,8 @@ inline constexpr uint32_t kLocateBlock = 512;
 // begins. kNotContainer when none does, or a Win32 error.
 Status LocateContainer(platform::PageFile* file, uint64_t fileSize, ContainerPlace* place);
 
+// The page size, as a power of two, of a container at `base` whose page 0 is destroyed: known by
+// page 1, of either byte order. kNotContainer when there is none, or a Win32 error.
+Status ProbePageShift(platform::PageFile* file, uint64_t base, uint32_t* shift);
+
 }  // namespace storage
