@@ -16,10 +16,17 @@ if(WIN32)
   # One file to ship: the run-time libraries of the compiler go into each program and DLL.
   target_link_options(zrfs_options INTERFACE -static)
 endif()
-if(ZRFS_SANITIZE)
+if(ZRFS_FUZZ AND NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  message(FATAL_ERROR "ZRFS_FUZZ needs clang: set CMAKE_C_COMPILER and CMAKE_CXX_COMPILER")
+endif()
+if(ZRFS_SANITIZE OR ZRFS_FUZZ)
   target_compile_definitions(zrfs_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_definitions(zrfs_options INTERFACE ZRFS_NO_POOLS)
   target_compile_options(zrfs_options INTERFACE -fsanitize=address,undefined
                          -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   target_link_options(zrfs_options INTERFACE -fsanitize=address,undefined)
+endif()
+if(ZRFS_FUZZ)
+  # Every library tells the fuzzer which ways a run took through it.
+  target_compile_options(zrfs_options INTERFACE -fsanitize=fuzzer-no-link -g -O1)
 endif()
