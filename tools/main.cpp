@@ -8,6 +8,7 @@ int main(int argc, char** argv) {
     fbr::AddEditCommands(cli);
     fbr::AddBrowseCommands(cli);
     fbr::AddTransferCommands(cli);
+    fbr::AddCompareCommands(cli);
     fbr::AddServeCommand(cli);
     return cli.Run(fbr::CommandLine(argc, argv));
 }

@@ -191,6 +191,12 @@ TEST_F(ToolTest, TakesAMethodByNameOrNumberAnywhere) {
     EXPECT_EQ(Bad(1, {"ls", store_, "--method", "3"})
                   .find("fbr: cannot open store " + store_ + ": FSSTATUS_NOT_IMPLEMENTED (13); "),
               0u);
+    // Where a system has no live registry it has no mounted hives either, and says so.
+    const std::string live = Fbr({"--method", "native", "ls", "\\registry\\user"}).err;
+    if (live.empty()) return;
+    EXPECT_NE(live.find("(13); the live registry is a part of Windows"), live.npos) << live;
+    EXPECT_NE(Bad(1, {"ls", store_ + "!m", "--method", "hive"}).find("open the file with"),
+              live.npos);
 }
 
 TEST_F(ToolTest, RefusesAFileThatIsNoStore) {

@@ -1,6 +1,7 @@
 // The whole HKEY_LOCAL_MACHINE of a real installation, as regedit exports it, goes in and comes
 // out. The file is named by the first argument that is not for GoogleTest.
 #include <algorithm>
+#include <array>
 #include <sstream>
 
 #include "tests/tool/Tool.h"
@@ -74,6 +75,33 @@ TEST_F(RealRegistry, ComesBackUnchangedWithItsPrefixTakenOff) {
     ASSERT_NE(version, content.end());
     content.erase(version);
     EXPECT_TRUE(content == ContentOf(original_));
+}
+
+// A user's key of the live registry; empty where there is none.
+std::string LiveUser(const std::string& listed) {
+    const size_t begin = listed.find("S-1-5-21-");
+    if (begin == std::string::npos) return "";
+    return "\\registry\\user\\" + listed.substr(begin, listed.find('\\', begin) - begin);
+}
+
+// Container, live registry where there is one, hive, container: each is copied from the one before.
+TEST_F(RealRegistry, ComesBackUnchangedThroughEveryKindOfStore) {
+    Good({"import", store_, Utf8(g_export), "--prefix", "HKEY_LOCAL_MACHINE"});
+    const std::string user = LiveUser(Fbr({"--method", "native", "ls", "\\registry\\user"}).out);
+    const std::string scratch = "Software\\ZrFsRoundTrip";
+    std::vector<std::array<std::string, 2>> stores = {{"container", store_}};
+    if (!user.empty()) stores.push_back({"native", user + "\\" + scratch});
+    stores.push_back({"offline", File("x.dat")});
+    stores.push_back({"container", File("y.fbr")});
+
+    for (size_t i = 1; i < stores.size(); ++i) {
+        const auto& [fromMethod, from] = stores[i - 1];
+        const auto& [toMethod, to] = stores[i];
+        Good({"--method", fromMethod, "copy", from, "--to-method", toMethod, "--to", to});
+        EXPECT_EQ(Good({"--method", toMethod, "diff", to, "--to", store_}), "") << to;
+    }
+    EXPECT_TRUE(Good({"export", File("y.fbr")}) == Good({"export", store_}));
+    if (!user.empty()) Good({"--method", "native", "rm", "-r", user, scratch});
 }
 
 }  // namespace

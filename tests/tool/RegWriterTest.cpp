@@ -33,14 +33,15 @@ TEST(RegWriter, LaysOutKeysAndEnds) {
     EXPECT_EQ(Written(
                   [](RegWriter& writer) {
                       writer.Key(WTEXT(""));
-                      writer.Value(WTEXT("(Default)"), 1, Sz(WTEXT("x")));
+                      writer.Value(WTEXT(""), 1, Sz(WTEXT("x")));
+                      writer.Value(WTEXT("(Default)"), 1, Sz(WTEXT("y")));
                       writer.Key(WTEXT("a\\b"));
                       writer.DeleteValue(WTEXT("v"));
                       writer.DeleteKey(WTEXT("a\\c"));
                   },
                   WTEXT("HKEY_CURRENT_USER\\Software")),
               "Windows Registry Editor Version 5.00\r\n"
-              "\r\n[HKEY_CURRENT_USER\\Software]\r\n@=\"x\"\r\n"
+              "\r\n[HKEY_CURRENT_USER\\Software]\r\n@=\"x\"\r\n\"(Default)\"=\"y\"\r\n"
               "\r\n[HKEY_CURRENT_USER\\Software\\a\\b]\r\n\"v\"=-\r\n"
               "\r\n[-HKEY_CURRENT_USER\\Software\\a\\c]\r\n\r\n");
 }

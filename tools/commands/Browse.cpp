@@ -25,8 +25,10 @@ size_t Width(const std::string& utf8) {
         std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
+// A value that is called "(Default)", beside the unnamed one, stands in quotes.
 std::string ShowName(WStringView name) {
-    return name.empty() ? "(Default)" : Printable(name);
+    if (name.empty()) return "(Default)";
+    return name == WTEXT("(Default)") ? "\"(Default)\"" : Printable(name);
 }
 
 void PrintRows(const std::vector<Row>& rows) {

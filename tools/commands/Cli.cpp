@@ -30,6 +30,15 @@ std::string Unshielded(std::string word) {
     return word;
 }
 
+// "--to --to-method M STORE" means "--to-method M --to STORE": the parser would have --to without
+// its words.
+void PutMethodFirst(std::vector<std::string>& words) {
+    const auto to = std::find(words.begin(), words.end(), "--to");
+    if (words.end() - to < 2 || !to[1].starts_with("--to-method")) return;
+    const bool joined = to[1].find('=') != std::string::npos;
+    std::rotate(to, to + 1, std::min(to + (joined ? 2 : 3), words.end()));
+}
+
 int Report(const char* text, int status) {
     std::cout.flush();
     std::cerr << "fbr: " << text << '\n';
@@ -64,6 +73,20 @@ Command& Command::Texts(const char* name, std::vector<std::string>& target,
             },
             description)
         ->type_name("");
+    return *this;
+}
+
+Command& Command::Pair(const char* name, std::vector<std::string>& target, const char* words,
+                       const char* description) {
+    app_->add_option_function<std::vector<std::string>>(
+            name,
+            [&target](const std::vector<std::string>& given) {
+                for (const std::string& word : given) target.push_back(Unshielded(word));
+            },
+            description)
+        ->type_name(words)
+        ->expected(1, 2)
+        ->required();
     return *this;
 }
 
@@ -110,10 +133,15 @@ Command Cli::Add(const char* name, const char* description) {
 }
 
 StoreName Cli::StoreAt(const std::string& path) const {
-    return {path, ParseMethod(method_)};
+    return StoreAt(path, method_);
+}
+
+StoreName Cli::StoreAt(const std::string& path, const std::string& method) {
+    return {path, ParseMethod(method)};
 }
 
 int Cli::Run(std::vector<std::string> words) {
+    PutMethodFirst(words);
     for (std::string& word : words) word = Shielded(std::move(word));
     std::reverse(words.begin(), words.end());
     try {
@@ -138,7 +166,8 @@ FBR_METHOD ParseMethod(const std::string& text) {
     if (text == "native") return FS_VR_METHOD_NATIVE;
     if (text == "hive") return FS_VR_METHOD_HIVE;
     if (text == "offline") return FS_VR_METHOD_OFFLINE;
-    if (text == "remote-container") return static_cast<FBR_METHOD>(4);  // what a server opens one by
+    if (text == "remote-container")
+        return static_cast<FBR_METHOD>(4);  // what a server opens one by
     const auto number = ParseNumber(text, UINT32_MAX);
     if (!number) {
         throw UsageError(fmt::format(

@@ -20,6 +20,7 @@ namespace fbr {
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
+inline constexpr int kExitDifferent = 3;
 
 // Words that do not make a command. The text says what was expected.
 class UsageError : public std::runtime_error {
@@ -39,6 +40,9 @@ class Command {
     Command& Text(const char* name, std::optional<std::string>& target, Need need,
                   const char* description);
     Command& Texts(const char* name, std::vector<std::string>& target, const char* description);
+    // One or two words behind an option; `words` names them in the help.
+    Command& Pair(const char* name, std::vector<std::string>& target, const char* words,
+                  const char* description);
     Command& Choice(const char* name, std::string& target, std::vector<std::string> choices,
                     const char* description);
     Command& Number(const char* name, uint64_t& target, const char* description);
@@ -62,6 +66,8 @@ class Cli {
 
     // The store of that path, with the method given on the command line.
     StoreName StoreAt(const std::string& path) const;
+    // The same with a method of its own.
+    static StoreName StoreAt(const std::string& path, const std::string& method);
 
     // The exit status of a command that worked, for those that have more than one.
     void SetExitStatus(int status) { exitStatus_ = status; }
@@ -87,6 +93,7 @@ platform::WString KeyArgument(const std::string& text);
 void AddBrowseCommands(Cli& cli);    // ls, tree, get
 void AddEditCommands(Cli& cli);      // create, set, rm, mv
 void AddTransferCommands(Cli& cli);  // export, import
+void AddCompareCommands(Cli& cli);   // copy, diff
 void AddServeCommand(Cli& cli);      // serve
 
 }  // namespace fbr

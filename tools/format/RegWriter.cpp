@@ -102,7 +102,7 @@ void RegWriter::DeleteKey(WStringView path) {
 }
 
 void RegWriter::ValueName(WStringView name) {
-    if (IsDefaultName(name)) {
+    if (name.empty()) {
         line_ += '@';
     } else {
         line_ += '"';

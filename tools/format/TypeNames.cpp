@@ -62,8 +62,4 @@ std::optional<uint32_t> ParseType(std::string_view text) {
     return static_cast<uint32_t>(*number);
 }
 
-bool IsDefaultName(platform::WStringView name) {
-    return name.empty() || name == WTEXT("(Default)");
-}
-
 }  // namespace fbr

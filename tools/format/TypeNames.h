@@ -1,4 +1,4 @@
-// The types of values: their numbers, their names, and the name that stands for no name.
+// The types of values: their numbers and their names.
 #pragma once
 
 #include <cstdint>
@@ -29,9 +29,5 @@ std::optional<uint32_t> ParseType(std::string_view text);
 
 // An unsigned number, decimal or 0x, not over `limit`. Nothing for anything else.
 std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit);
-
-// True for the name of a key's unnamed value: the empty string, or "(Default)", which a store
-// gives for it.
-bool IsDefaultName(platform::WStringView name);
 
 }  // namespace fbr

@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "FS_Library_DLL/IFSInterface.h"
 #include "tools/format/Text.h"
-#include "tools/format/TypeNames.h"
 #include "tools/store/Status.h"
 
 namespace fbr {
@@ -11,14 +11,30 @@ namespace {
 
 constexpr WChar kRootName[] = {'\\', 0};
 constexpr uint32_t kLockForWriting = 1;
+constexpr uint32_t kLockForReading = 3;
+// What a server opens a container by.
+constexpr auto kMethodRemoteContainer = static_cast<FBR_METHOD>(4);
 constexpr size_t kFirstBuffer = 1024;  // holds the data of most values
+
+// Why a store of that method cannot be opened here.
+std::string MissingMethod(FBR_METHOD method) {
+    switch (method) {
+        case FS_VR_METHOD_NATIVE:
+            return "; the live registry is a part of Windows, and this system has none";
+        case FS_VR_METHOD_HIVE:
+            return "; only Windows can mount a hive: open the file with --method offline";
+        case FS_VR_METHOD_VARNHOLD_TARN:
+            return "; the method is reserved";
+        default:
+            return "";
+    }
+}
 
 // What a bare status would leave a person to guess.
 std::string Advice(FBR_STATUS status, FBR_METHOD method) {
     switch (status) {
         case FSSTATUS_NOT_IMPLEMENTED:
-            if (method == FS_VR_METHOD_TARN) return "";
-            return "; this build has no store of that method, or the store has no such operation";
+            return MissingMethod(method);
         case FSSTATUS_LOCK_FAILED:
             return "; another process holds the store: try again when it ends";
         case FSSTATUS_FILE_CORRUPT:
@@ -51,6 +67,11 @@ std::filesystem::path Utf8Path(std::string_view text) {
     return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }
 
+bool IsRemote(const StoreName& name) {
+    const auto tokens = Tokens(name.path);
+    return name.method != FS_VR_METHOD_TARN && tokens.size() > 1 && tokens[0] != "!REMOTE";
+}
+
 WString RootedPath(WStringView path) {
     return kRootName + WString(path);
 }
@@ -61,9 +82,7 @@ WString RootedPath(WStringView path) {
 std::optional<std::filesystem::path> FileOf(const StoreName& name) {
     const auto tokens = Tokens(name.path);
     if (tokens.empty() || name.method == FS_VR_METHOD_NATIVE) return std::nullopt;
-    const bool remoteFlag = tokens[0] == "!REMOTE";
-    const bool local = tokens.size() == 1 || remoteFlag || name.method == FS_VR_METHOD_TARN;
-    if (!local) return std::nullopt;
+    if (IsRemote(name)) return std::nullopt;
     std::string_view file = tokens.size() == 1 ? tokens[0] : tokens[1];
     if (name.method == FS_VR_METHOD_HIVE) file = file.substr(0, file.find('!'));
     return Utf8Path(file);
@@ -81,15 +100,32 @@ std::string ShowKey(WStringView path) {
 
 Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
     const std::string what = fmt::format("cannot open store {}", name_.path);
-    const auto file = FileOf(name_);
-    std::error_code error;
-    if (ifMissing == IfMissing::kFail && file && !std::filesystem::exists(*file, error)) {
+    if (ifMissing == IfMissing::kFail && !IsThere()) {
         Throw(what, FSSTATUS_NOT_FOUND, name_.method);
     }
     WString path;
     if (!FromStrictUtf8(name_.path, path)) Throw(what, FSSTATUS_INVALID_NAME, name_.method);
     const FBR_STATUS status = FBR_InitialiseEx(path.c_str(), &handle_, name_.method);
     if (status != FSSTATUS_SUCCESS) Throw(what, status, name_.method);
+}
+
+// A live key that is opened comes into being, but for one that is asked for by its path alone.
+bool Store::IsThere() const {
+    std::error_code error;
+    if (const auto file = FileOf(name_)) return std::filesystem::exists(*file, error);
+    const bool live = name_.method == FS_VR_METHOD_NATIVE && Tokens(name_.path).size() == 1;
+    if (!live) return true;
+    WString path;
+    FBR_STORE byPath = nullptr;
+    if (!FromStrictUtf8("!REMOTE|" + name_.path, path) ||
+        FBR_InitialiseEx(path.c_str(), &byPath, name_.method) != FSSTATUS_SUCCESS) {
+        return true;  // opening the store itself will tell why
+    }
+    FBR_KEY root = 0;
+    const FBR_STATUS status = FBR_OpenDirEx(0, kRootName, &root, byPath);
+    if (status == FSSTATUS_SUCCESS) FBR_CloseDirEx(root, byPath);
+    FBR_DeInitialiseEx(byPath);
+    return status != FSSTATUS_NOT_FOUND;
 }
 
 Store::~Store() {
@@ -140,15 +176,24 @@ bool Store::DeleteTree(WStringView path) const {
     return true;
 }
 
-WriteLock::WriteLock(const Store& store) : store_(store) {
-    const FBR_STATUS status = FBR_GetLockEx(kLockForWriting, store.Handle());
+bool Store::KeepsUnnamedApart() const {
+    const bool container = IsRemote(name_) ? name_.method == kMethodRemoteContainer
+                                           : name_.method == FS_VR_METHOD_TARN;
+    return !container;
+}
+
+WriteLock::WriteLock(const Store& store) : StoreLock(store, kLockForWriting) {}
+ReadLock::ReadLock(const Store& store) : StoreLock(store, kLockForReading) {}
+
+StoreLock::StoreLock(const Store& store, uint32_t type) : store_(store), type_(type) {
+    const FBR_STATUS status = FBR_GetLockEx(type_, store.Handle());
     if (status != FSSTATUS_SUCCESS) {
         Throw(fmt::format("cannot lock store {}", store.Name()), status, FS_VR_METHOD_TARN);
     }
 }
 
-WriteLock::~WriteLock() {
-    FBR_ReleaseLockEx(kLockForWriting, store_.Handle());
+StoreLock::~StoreLock() {
+    FBR_ReleaseLockEx(type_, store_.Handle());
 }
 
 Key& Key::operator=(Key&& other) noexcept {
@@ -216,6 +261,11 @@ std::vector<WString> Key::ValueNames() const {
         Fail(fmt::format("cannot list the values of {} in {}", ShowKey(path_), store_->Name()),
              status);
     }
+    if (!store_->KeepsUnnamedApart()) {
+        for (WString& name : names) {
+            if (platform::CompareFolded(name, WTEXT("(Default)")) == 0) name.clear();
+        }
+    }
     return names;
 }
 
@@ -226,22 +276,25 @@ bool Key::HasSubkeys() const {
     return status == FSSTATUS_SUCCESS;
 }
 
+// Values are asked for at the store itself, for the exported functions call the unnamed value
+// "(Default)" before the store sees the name, and most stores take that for a name like any other.
+//
 // One call does for a small value. A store may fill a short buffer and say nothing of the rest,
 // so data that fills the buffer is asked for again by its size.
 Value Key::Get(const WString& name) const {
     Value value;
     value.data.resize(kFirstBuffer);
     uint64_t size = 0;
-    FBR_STATUS status = FBR_QueryValue(handle_, name.c_str(), value.data.data(), value.data.size(),
-                                       &size, &value.type, store_->Handle());
+    FBR_STATUS status = store_->Handle()->FBR_QueryValue(handle_, name.c_str(), value.data.data(),
+                                                         value.data.size(), &size, &value.type);
     const bool whole = status == FSSTATUS_SUCCESS && size < value.data.size();
     if (!whole && (status == FSSTATUS_SUCCESS || status == FSSTATUS_BUFFER_OVERFLOW)) {
         status =
-            FBR_QueryValue(handle_, name.c_str(), nullptr, 0, &size, &value.type, store_->Handle());
+            store_->Handle()->FBR_QueryValue(handle_, name.c_str(), nullptr, 0, &size, &value.type);
         if (status == FSSTATUS_BUFFER_OVERFLOW) {
             value.data.resize(size);
-            status = FBR_QueryValue(handle_, name.c_str(), value.data.data(), value.data.size(),
-                                    &size, &value.type, store_->Handle());
+            status = store_->Handle()->FBR_QueryValue(handle_, name.c_str(), value.data.data(),
+                                                      value.data.size(), &size, &value.type);
         }
     }
     if (status != FSSTATUS_SUCCESS) Fail("cannot read " + ShowValue(name), status);
@@ -251,7 +304,7 @@ Value Key::Get(const WString& name) const {
 
 void Key::Set(const WString& name, uint32_t type, const Bytes& data) const {
     const FBR_STATUS status =
-        FBR_SetValue(handle_, name.c_str(), type, data.data(), data.size(), store_->Handle());
+        store_->Handle()->FBR_SetValue(handle_, name.c_str(), type, data.data(), data.size());
     if (status != FSSTATUS_SUCCESS) Fail("cannot set " + ShowValue(name), status);
 }
 

@@ -44,6 +44,7 @@ std::string ShowKey(platform::WStringView path);
 struct Value {
     uint32_t type = 0;
     Bytes data;
+    bool operator==(const Value&) const = default;
 };
 
 class Key;
@@ -59,6 +60,7 @@ class Store {
     Store& operator=(const Store&) = delete;
 
     const std::string& Name() const { return name_.path; }
+    const StoreName& FullName() const { return name_; }
     FBR_STORE Handle() const { return handle_; }
 
     // Paths are as in Document: no backslash in front, the root is empty.
@@ -68,24 +70,47 @@ class Store {
     bool DeleteTree(platform::WStringView path) const;
     bool HasKey(platform::WStringView path) const;
 
+    // True when a key may have both an unnamed value and one with the name "(Default)". In a
+    // container those are the same.
+    bool KeepsUnnamedApart() const;
+    // True when the value FBRVersion of the root is the store's own.
+    bool RootHasVersion() const { return name_.method != FS_VR_METHOD_NATIVE; }
+
     // Writes what is still to be written and reports a failure of that, as the destructor cannot.
     void Close();
 
   private:
+    bool IsThere() const;
+
     StoreName name_;
     FBR_STORE handle_ = nullptr;
 };
 
-// The store's lock for changes, held from the constructor to the destructor.
-class WriteLock {
+// A lock of a store, held from the constructor to the destructor.
+class StoreLock {
   public:
-    explicit WriteLock(const Store& store);
-    ~WriteLock();
-    WriteLock(const WriteLock&) = delete;
-    WriteLock& operator=(const WriteLock&) = delete;
+    StoreLock(const StoreLock&) = delete;
+    StoreLock& operator=(const StoreLock&) = delete;
+
+  protected:
+    StoreLock(const Store& store, uint32_t type);
+    ~StoreLock();
 
   private:
     const Store& store_;
+    const uint32_t type_;
+};
+
+// For changes.
+class WriteLock : public StoreLock {
+  public:
+    explicit WriteLock(const Store& store);
+};
+
+// For reads that must all see one state: nobody else writes meanwhile.
+class ReadLock : public StoreLock {
+  public:
+    explicit ReadLock(const Store& store);
 };
 
 // An open key.
@@ -108,6 +133,7 @@ class Key {
     Key CreateSubkey(platform::WStringView name) const;
 
     std::vector<platform::WString> SubkeyNames() const;
+    // The unnamed value is the empty name, here and in the operations below.
     std::vector<platform::WString> ValueNames() const;
     bool HasSubkeys() const;
 

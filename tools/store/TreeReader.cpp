@@ -9,18 +9,12 @@ struct Level {
     size_t next = 0;
 };
 
-}  // namespace
-
-void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
-              const std::function<void()>& onKey) {
+// Depth first, however deep: `onKey` is told of each key before those below it.
+template <typename OnKey>
+void Walk(const Store& store, platform::WStringView root, OnKey onKey) {
     std::vector<Level> levels;
     const auto enter = [&](Key key) {
-        sink.Key(key.Path());
-        for (const platform::WString& name : key.ValueNames()) {
-            const Value value = key.Get(name);
-            sink.Value(name, value.type, value.data);
-        }
-        if (onKey) onKey();
+        onKey(key);
         auto subkeys = key.SubkeyNames();
         levels.push_back({std::move(key), std::move(subkeys)});
     };
@@ -33,6 +27,26 @@ void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
         else
             enter(level.key.OpenSubkey(level.subkeys[level.next++]));
     }
+}
+
+}  // namespace
+
+void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
+              const std::function<void()>& onKey) {
+    Walk(store, root, [&](const Key& key) {
+        sink.Key(key.Path());
+        for (const platform::WString& name : key.ValueNames()) {
+            const Value value = key.Get(name);
+            sink.Value(name, value.type, value.data);
+        }
+        if (onKey) onKey();
+    });
+}
+
+uint64_t CountKeys(const Store& store, platform::WStringView root) {
+    uint64_t keys = 0;
+    Walk(store, root, [&keys](const Key&) { ++keys; });
+    return keys;
 }
 
 }  // namespace fbr

@@ -14,4 +14,7 @@ namespace fbr {
 void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
               const std::function<void()>& onKey);
 
+// The number of keys that ReadTree will give.
+uint64_t CountKeys(const Store& store, platform::WStringView root);
+
 }  // namespace fbr

@@ -1,0 +1,212 @@
+// Commands that have two stores before them: copy, diff.
+#include <fmt/format.h>
+
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "tools/commands/Cli.h"
+#include "tools/commands/DifferenceReports.h"
+#include "tools/commands/Files.h"
+#include "tools/console/Console.h"
+#include "tools/console/Progress.h"
+#include "tools/store/TreeCopy.h"
+#include "tools/store/TreeReader.h"
+
+namespace fbr {
+namespace {
+
+struct Arguments {
+    std::string store, key, toMethod = "container", format, prefix, file;
+    std::vector<std::string> to;
+};
+
+// One end as the command line names it.
+struct End {
+    StoreName store;
+    WString key;
+};
+
+End ToEnd(const Arguments& args) {
+    return {Cli::StoreAt(args.to[0], args.toMethod),
+            KeyArgument(args.to.size() > 1 ? args.to[1] : "")};
+}
+
+bool IsSameStore(const StoreName& a, const StoreName& b) {
+    if (a.method != b.method) return false;
+    if (a.path == b.path) return true;
+    const auto first = FileOf(a), second = FileOf(b);
+    std::error_code error;
+    return first && second && std::filesystem::equivalent(*first, *second, error);
+}
+
+// Stores of the live registry are keys of one and the same store.
+WString LivePath(const End& end) {
+    return JoinKeys(NormalKeyPath(Wide(end.store.path)), end.key);
+}
+
+bool LeadsIntoItself(const End& from, const End& to) {
+    const bool live =
+        from.store.method == FS_VR_METHOD_NATIVE && to.store.method == from.store.method;
+    if (live) return IsAtOrBelow(LivePath(to), LivePath(from));
+    return IsSameStore(from.store, to.store) && IsAtOrBelow(to.key, from.key);
+}
+
+// Two stores, or one for both ends.
+class StorePair {
+  public:
+    // The key at `from` must be there, or nothing is made at `to`.
+    StorePair(const End& from, const End& to, Store::IfMissing ifMissing)
+        : from_(from.store, Store::IfMissing::kFail) {
+        from_.OpenKey(from.key);
+        if (!IsSameStore(from.store, to.store)) to_.emplace(to.store, ifMissing);
+    }
+    const Store& From() const { return from_; }
+    const Store& To() const { return to_ ? *to_ : from_; }
+    void Close() {
+        if (to_) to_->Close();
+        from_.Close();
+    }
+
+  private:
+    Store from_;
+    std::optional<Store> to_;
+};
+
+// Keeps others from changing either end. Every process takes its locks in the same order, so that
+// two of them never wait for each other.
+template <class LockOfTo>
+class BothLocks {
+  public:
+    explicit BothLocks(const StorePair& stores) {
+        const bool two = &stores.From() != &stores.To();
+        const bool fromFirst = two && stores.From().Name() < stores.To().Name();
+        if (fromFirst) from_.emplace(stores.From());
+        to_.emplace(stores.To());
+        if (two && !fromFirst) from_.emplace(stores.From());
+    }
+
+  private:
+    std::optional<ReadLock> from_;
+    std::optional<LockOfTo> to_;
+};
+
+// The bar needs to know how many keys there are, which nobody asks for who does not see it.
+uint64_t KeysToShow(const Place& place) {
+    return ErrorIsTerminal() ? CountKeys(place.store, place.key) : 0;
+}
+
+void Copy(Cli& cli, const End& from, const End& to) {
+    if (LeadsIntoItself(from, to)) {
+        throw UsageError(
+            fmt::format("expected a key outside of {} to copy it to", ShowKey(from.key)));
+    }
+    StorePair stores(from, to, Store::IfMissing::kCreate);
+    {
+        const BothLocks<WriteLock> locks(stores);
+        const Place source{stores.From(), from.key}, target{stores.To(), to.key};
+        Progress progress("Copying keys:", KeysToShow(source));
+        CopyTree(
+            source, target, [&progress] { progress.Step(); },
+            [&](const std::string& loss) {
+                progress.Clear();
+                std::cerr << "fbr: " << loss << '\n';
+                cli.SetExitStatus(kExitFailed);
+            });
+    }
+    stores.Close();
+}
+
+// What a comparison's report needs to know besides the differences: whether there were any, and
+// that the bar is out of the way.
+class Watcher : public DifferenceSink {
+  public:
+    Watcher(DifferenceSink& report, Progress& progress) : report_(report), progress_(progress) {}
+    bool SawAny() const { return any_; }
+
+    void KeyOnlyHere(WStringView path) override { Report().KeyOnlyHere(path); }
+    void KeyOnlyThere(WStringView path) override { Report().KeyOnlyThere(path); }
+    void ValueDiffers(WStringView path, const WString& name, const fbr::Value* here,
+                      const fbr::Value* there) override {
+        Report().ValueDiffers(path, name, here, there);
+    }
+
+  private:
+    DifferenceSink& Report() {
+        any_ = true;
+        progress_.Clear();
+        return report_;
+    }
+
+    DifferenceSink& report_;
+    Progress& progress_;
+    bool any_ = false;
+};
+
+// True when there are differences.
+bool WriteDifferences(const Place& here, const Place& there, const Arguments& args,
+                      std::ostream& out) {
+    Progress progress("Comparing keys:", KeysToShow(here));
+    const auto compare = [&](DifferenceSink& report) {
+        Watcher watcher(report, progress);
+        CompareTrees(here, there, watcher, [&progress] { progress.Step(); });
+        return watcher.SawAny();
+    };
+    if (args.format != "reg") {
+        DifferenceLines lines(out, here.key);
+        return compare(lines);
+    }
+    DifferenceReg reg(out, JoinKeys(KeyArgument(args.prefix), here.key), there);
+    const bool any = compare(reg);
+    reg.Finish();
+    return any;
+}
+
+void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
+    const StorePair stores(from, to, Store::IfMissing::kFail);
+    const BothLocks<ReadLock> locks(stores);
+    const Place here{stores.From(), from.key}, there{stores.To(), to.key};
+    bool different = false;
+    if (args.file.empty()) {
+        different = WriteDifferences(here, there, args, std::cout);
+    } else {
+        OutputFile file(args.file);
+        different = WriteDifferences(here, there, args, file.Stream());
+        file.Finish();
+    }
+    if (different) cli.SetExitStatus(kExitDifferent);
+}
+
+Command AddTwoStores(Cli& cli, const char* name, const char* description,
+                     const std::shared_ptr<Arguments>& args) {
+    Command command = cli.Add(name, description);
+    command.Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .Pair("--to", args->to, "STORE [KEY]", "the other store, and the key there")
+        .Text("--to-method", args->toMethod, Need::kOptional,
+              "how the other store is kept: container (the default) or as for --method");
+    return command;
+}
+
+}  // namespace
+
+void AddCompareCommands(Cli& cli) {
+    const auto args = std::make_shared<Arguments>();
+    const auto from = [&cli, args] {
+        return End{cli.StoreAt(args->store), KeyArgument(args->key)};
+    };
+
+    AddTwoStores(cli, "copy", "Copy a key and all below it to a store of any kind, made if missing",
+                 args)
+        .Does([=, &cli] { Copy(cli, from(), ToEnd(*args)); });
+
+    AddTwoStores(cli, "diff", "Compare a key and all below it with another; 0 same, 3 different",
+                 args)
+        .Choice("--format", args->format, {"lines", "reg"},
+                "lines (the default), or reg: a file to import into STORE, which makes it the same")
+        .Text("--prefix", args->prefix, Need::kOptional, "reg: a key to put in front of every key")
+        .Text("-o,--output", args->file, Need::kOptional, "the file; standard output if not given")
+        .Does([=, &cli] { Diff(cli, from(), ToEnd(*args), *args); });
+}
+
+}  // namespace fbr

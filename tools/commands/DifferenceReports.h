@@ -1,0 +1,60 @@
+// What a comparison found: as lines for people, and as a .reg file for programs.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <ostream>
+
+#include "tools/format/RegWriter.h"
+#include "tools/store/TreeCompare.h"
+
+namespace fbr {
+
+// One line a difference, with the key's path in the store that is here:
+//
+//   - \a\b\                       a key, and all below it, that is only here
+//   + \a\c\                       only there
+//   - \a "name" REG_SZ text       a value that is only here
+//   ~ \a "name" REG_SZ text -> REG_DWORD 1 (0x00000001)
+class DifferenceLines : public DifferenceSink {
+  public:
+    // `out` outlives the object. `key` is the one that is compared here.
+    DifferenceLines(std::ostream& out, platform::WString key) : out_(out), key_(std::move(key)) {}
+
+    void KeyOnlyHere(platform::WStringView path) override;
+    void KeyOnlyThere(platform::WStringView path) override;
+    void ValueDiffers(platform::WStringView path, const platform::WString& name,
+                      const fbr::Value* here, const fbr::Value* there) override;
+
+  private:
+    std::string Shown(platform::WStringView path) const;
+
+    std::ostream& out_;
+    const platform::WString key_;
+};
+
+// A registry export which, imported here, makes what is here like what is there.
+class DifferenceReg : public DifferenceSink, private RecordSink {
+  public:
+    // `out`, open in binary mode, and `there` outlive the object. `prefix` stands in front of every
+    // path.
+    DifferenceReg(std::ostream& out, platform::WString prefix, const Place& there)
+        : writer_(out, std::move(prefix)), there_(there) {}
+
+    void KeyOnlyHere(platform::WStringView path) override;
+    void KeyOnlyThere(platform::WStringView path) override;
+    void ValueDiffers(platform::WStringView path, const platform::WString& name,
+                      const fbr::Value* here, const fbr::Value* there) override;
+    // Call it once, after the last difference.
+    void Finish() { writer_.Finish(); }
+
+  private:
+    void Key(platform::WStringView path) override;
+    void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
+
+    RegWriter writer_;
+    const Place& there_;
+    std::optional<platform::WString> current_;  // the key whose values are being written
+};
+
+}  // namespace fbr

@@ -1,0 +1,33 @@
+#include "tools/store/Place.h"
+
+namespace fbr {
+
+using platform::CompareFolded;
+using platform::WString;
+using platform::WStringView;
+
+WString JoinKeys(WStringView key, WStringView relative) {
+    WString path(key);
+    if (!key.empty() && !relative.empty()) path += '\\';
+    return path += relative;
+}
+
+WStringView PathBelow(WStringView path, WStringView key) {
+    const size_t above = key.empty() ? 0 : key.size() + 1;
+    return path.size() > above ? path.substr(above) : WStringView();
+}
+
+bool IsAtOrBelow(WStringView path, WStringView key) {
+    if (key.empty()) return true;
+    if (path.size() < key.size() || CompareFolded(path.substr(0, key.size()), key) != 0) {
+        return false;
+    }
+    return path.size() == key.size() || path[key.size()] == '\\';
+}
+
+bool IsStoresOwn(const Place& place, WStringView relative, WStringView name) {
+    return place.key.empty() && relative.empty() && place.store.RootHasVersion() &&
+           CompareFolded(name, WTEXT("FBRVersion")) == 0;
+}
+
+}  // namespace fbr

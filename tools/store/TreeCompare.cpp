@@ -1,0 +1,110 @@
+#include "tools/store/TreeCompare.h"
+
+#include <algorithm>
+
+namespace fbr {
+namespace {
+
+using platform::CompareFolded;
+using platform::WString;
+using platform::WStringView;
+using Names = std::vector<WString>;
+
+Names Sorted(Names names) {
+    std::sort(names.begin(), names.end(),
+              [](const WString& a, const WString& b) { return CompareFolded(a, b) < 0; });
+    return names;
+}
+
+// Two sorted lists as one: each step gives the name that comes next, on the sides that have it.
+class Merge {
+  public:
+    Merge(Names here, Names there)
+        : here_(Sorted(std::move(here))), there_(Sorted(std::move(there))) {}
+
+    // False when both lists are at their ends. Null for a side that does not have the name.
+    bool Next(const WString*& here, const WString*& there) {
+        here = nextHere_ < here_.size() ? &here_[nextHere_] : nullptr;
+        there = nextThere_ < there_.size() ? &there_[nextThere_] : nullptr;
+        if (here != nullptr && there != nullptr) {
+            const int order = CompareFolded(*here, *there);
+            if (order < 0) there = nullptr;
+            if (order > 0) here = nullptr;
+        }
+        if (here != nullptr) ++nextHere_;
+        if (there != nullptr) ++nextThere_;
+        return here != nullptr || there != nullptr;
+    }
+
+  private:
+    Names here_, there_;
+    size_t nextHere_ = 0, nextThere_ = 0;
+};
+
+// A key that both sides have.
+struct Level {
+    Key here, there;
+    WString path;
+    Merge subkeys;
+};
+
+class Comparison {
+  public:
+    Comparison(const Place& here, const Place& there, DifferenceSink& sink,
+               const std::function<void()>& onKey)
+        : here_(here), there_(there), sink_(sink), onKey_(onKey) {}
+
+    void Run() {
+        Enter(here_.store.OpenKey(here_.key), there_.store.OpenKey(there_.key), {});
+        while (!levels_.empty()) {
+            Level& level = levels_.back();
+            const WString *here = nullptr, *there = nullptr;
+            if (!level.subkeys.Next(here, there))
+                levels_.pop_back();
+            else if (there == nullptr)
+                sink_.KeyOnlyHere(JoinKeys(level.path, *here));
+            else if (here == nullptr)
+                sink_.KeyOnlyThere(JoinKeys(level.path, *there));
+            else
+                Enter(level.here.OpenSubkey(*here), level.there.OpenSubkey(*there),
+                      JoinKeys(level.path, *here));
+        }
+    }
+
+  private:
+    void Enter(Key here, Key there, WString path) {
+        CompareValues(here, there, path);
+        if (onKey_) onKey_();
+        Merge subkeys(here.SubkeyNames(), there.SubkeyNames());
+        levels_.push_back({std::move(here), std::move(there), std::move(path), std::move(subkeys)});
+    }
+
+    void CompareValues(const Key& hereKey, const Key& thereKey, const WString& path) {
+        Merge names(hereKey.ValueNames(), thereKey.ValueNames());
+        const WString *here = nullptr, *there = nullptr;
+        while (names.Next(here, there)) {
+            const WString& name = here != nullptr ? *here : *there;
+            if (IsStoresOwn(here_, path, name) || IsStoresOwn(there_, path, name)) continue;
+            Value hereValue, thereValue;
+            if (here != nullptr) hereValue = hereKey.Get(*here);
+            if (there != nullptr) thereValue = thereKey.Get(*there);
+            if (here != nullptr && there != nullptr && hereValue == thereValue) continue;
+            sink_.ValueDiffers(path, name, here != nullptr ? &hereValue : nullptr,
+                               there != nullptr ? &thereValue : nullptr);
+        }
+    }
+
+    const Place &here_, &there_;
+    DifferenceSink& sink_;
+    const std::function<void()>& onKey_;
+    std::vector<Level> levels_;
+};
+
+}  // namespace
+
+void CompareTrees(const Place& here, const Place& there, DifferenceSink& sink,
+                  const std::function<void()>& onKey) {
+    Comparison(here, there, sink, onKey).Run();
+}
+
+}  // namespace fbr

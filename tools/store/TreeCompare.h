@@ -1,0 +1,29 @@
+// Compares a key and all below it with another one, of the same store or of another.
+#pragma once
+
+#include <functional>
+
+#include "tools/store/Place.h"
+
+namespace fbr {
+
+// Told of every difference. Paths are relative to the two keys that are compared. The differences
+// between the values of a key come before those below it, one key after the other.
+class DifferenceSink {
+  public:
+    virtual ~DifferenceSink() = default;
+    // A key, with all below it, that only one side has.
+    virtual void KeyOnlyHere(platform::WStringView path) = 0;
+    virtual void KeyOnlyThere(platform::WStringView path) = 0;
+    // A value of a key that both have: null on a side that does not have it.
+    virtual void ValueDiffers(platform::WStringView path, const platform::WString& name,
+                              const Value* here, const Value* there) = 0;
+};
+
+// Names are matched as a container matches them. A version value of either store is left out.
+// `onKey` is told of each key of `here`; it may be empty. Throws StoreError, also when one of the
+// two keys is not there.
+void CompareTrees(const Place& here, const Place& there, DifferenceSink& sink,
+                  const std::function<void()>& onKey);
+
+}  // namespace fbr

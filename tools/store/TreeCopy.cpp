@@ -1,0 +1,65 @@
+#include "tools/store/TreeCopy.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "tools/store/TreeReader.h"
+#include "tools/store/TreeWriter.h"
+
+namespace fbr {
+namespace {
+
+using platform::WString;
+using platform::WStringView;
+
+class Copier : public RecordSink {
+  public:
+    Copier(const Place& from, const Place& to,
+           const std::function<void(const std::string&)>& onLoss)
+        : from_(from), to_(to), onLoss_(onLoss), writer_(to.store) {}
+
+    void Key(WStringView path) override {
+        relative_ = PathBelow(path, from_.key);
+        unnamed_ = Unnamed::kNone;
+        writer_.Key(JoinKeys(to_.key, relative_));
+    }
+
+    void Value(WStringView name, uint32_t type, const Bytes& data) override {
+        if (IsStoresOwn(from_, relative_, name) || IsStoresOwn(to_, relative_, name)) return;
+        if (HasPlace(name)) writer_.Value(name, type, data);
+    }
+
+  private:
+    enum class Unnamed { kNone, kReal, kCalledDefault };
+
+    // Where the unnamed value and "(Default)" are one, the unnamed one has it.
+    bool HasPlace(WStringView name) {
+        if (to_.store.KeepsUnnamedApart()) return true;
+        const bool calledDefault = platform::CompareFolded(name, WTEXT("(Default)")) == 0;
+        if (!name.empty() && !calledDefault) return true;
+        const Unnamed kind = calledDefault ? Unnamed::kCalledDefault : Unnamed::kReal;
+        if (std::exchange(unnamed_, kind) == Unnamed::kNone) return true;
+        onLoss_(fmt::format(
+            "value \"(Default)\" of key {} in {} is left out: {} keeps the unnamed "
+            "value by that name",
+            ShowKey(JoinKeys(from_.key, relative_)), from_.store.Name(), to_.store.Name()));
+        return !calledDefault;
+    }
+
+    const Place &from_, &to_;
+    const std::function<void(const std::string&)>& onLoss_;
+    TreeWriter writer_;
+    WString relative_;  // of the key given last
+    Unnamed unnamed_ = Unnamed::kNone;
+};
+
+}  // namespace
+
+void CopyTree(const Place& from, const Place& to, const std::function<void()>& onKey,
+              const std::function<void(const std::string&)>& onLoss) {
+    Copier copier(from, to, onLoss);
+    ReadTree(from.store, from.key, copier, onKey);
+}
+
+}  // namespace fbr
