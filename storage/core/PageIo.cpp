@@ -4,6 +4,27 @@
 
 namespace storage {
 
+platform::PageFile* OpenPageFile(const WChar* path, ResourceType type, platform::Disposition how) {
+    const platform::Handle handle =
+        CreateLowIntegrityResource(static_cast<uint32_t>(type), path, static_cast<uint32_t>(how));
+    return platform::IsValid(handle) ? platform::AdoptFileHandle(handle, path) : nullptr;
+}
+
+Status OpenFailure() {
+    const platform::Error error = platform::LastError();
+    return error == 0 ? kNoMemory : static_cast<Status>(error);
+}
+
+Status OpenContainerFile(StorageContext* context, const WChar* path) {
+    constexpr auto kExisting = platform::Disposition::OpenExisting;
+    platform::SetLastError(platform::kErrorSuccess);
+    context->file = OpenPageFile(path, ResourceType::FileCreate, kExisting);
+    context->readOnly = context->file == nullptr;
+    if (context->readOnly)
+        context->file = OpenPageFile(path, ResourceType::FileReadOnly, kExisting);
+    return context->file != nullptr ? kOk : OpenFailure();
+}
+
 namespace {
 
 void Swap16At(uint8_t* bytes, size_t offset) {

@@ -1,9 +1,19 @@
 // Whole pages between the file and memory; nothing is cached here.
 #pragma once
 
+#include "Shared/security/LowIntegrityResource.h"
 #include "storage/core/Context.h"
 
 namespace storage {
+
+// Opens or makes a file with the label of low integrity. Null: it cannot be had, and
+// OpenFailure() says why.
+platform::PageFile* OpenPageFile(const WChar* path, ResourceType type, platform::Disposition how);
+// The system's error of the last opening, kNoMemory when it left none.
+Status OpenFailure();
+// The existing file at `path` becomes the context's: for reading and writing if that can be had,
+// else for reading only. The system's error, or kNoMemory.
+Status OpenContainerFile(StorageContext* context, const WChar* path);
 
 // Reads `size` bytes at page `index` of `file`. kOk also after a plain short read at the end of
 // the file; what was not read is zeroed.

@@ -1,6 +1,5 @@
 #include "storage/core/Recovery.h"
 
-#include "Shared/security/LowIntegrityResource.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
@@ -150,23 +149,15 @@ Status ReplayPages(Replay* replay, uint32_t pages) {
     return kOk;
 }
 
-platform::PageFile* OpenLog(const WChar* path, ResourceType type, platform::Disposition how) {
-    const platform::Handle handle =
-        CreateLowIntegrityResource(static_cast<uint32_t>(type), path, static_cast<uint32_t>(how));
-    return platform::IsValid(handle) ? platform::AdoptFileHandle(handle, path) : nullptr;
-}
-
 // The companion log for reading and writing; a missing one is made, and is empty.
 Status OpenCompanionLog(StorageContext* context) {
     if (context->logPath == nullptr) return kOk;
-    context->logFile =
-        OpenLog(context->logPath, ResourceType::FileCreate, platform::Disposition::OpenExisting);
+    context->logFile = OpenPageFile(context->logPath, ResourceType::FileCreate,
+                                    platform::Disposition::OpenExisting);
     if (context->logFile == nullptr)
-        context->logFile = OpenLog(context->logPath, ResourceType::FileCreate,
-                                   platform::Disposition::CreateAlways);
-    if (context->logFile != nullptr) return kOk;
-    const platform::Error error = platform::LastError();
-    return error == 0 ? kNoMemory : static_cast<Status>(error);
+        context->logFile = OpenPageFile(context->logPath, ResourceType::FileCreate,
+                                        platform::Disposition::CreateAlways);
+    return context->logFile != nullptr ? kOk : OpenFailure();
 }
 
 Status LogPageCount(StorageContext* context, uint32_t* pages) {

@@ -1,5 +1,4 @@
 // Check and repair: reading the container, freeing what nothing refers to, and the page map.
-#include "Shared/security/LowIntegrityResource.h"
 #include "storage/StorageApi.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
@@ -21,23 +20,10 @@ CheckRun::~CheckRun() {
 
 namespace {
 
-platform::PageFile* OpenFile(const WChar* path, ResourceType type) {
-    const platform::Handle handle =
-        CreateLowIntegrityResource(static_cast<uint32_t>(type), path,
-                                   static_cast<uint32_t>(platform::Disposition::OpenExisting));
-    return platform::IsValid(handle) ? platform::AdoptFileHandle(handle, path) : nullptr;
-}
-
 Status OpenForCheck(CheckRun* run, const WChar* path) {
-    StorageContext* context = run->context;
-    platform::SetLastError(platform::kErrorSuccess);
-    context->file = OpenFile(path, ResourceType::FileCreate);
-    run->writable = context->file != nullptr;
-    if (!run->writable) context->file = OpenFile(path, ResourceType::FileReadOnly);
-    context->readOnly = !run->writable;
-    if (context->file != nullptr) return run->repair && !run->writable ? kReadOnly : kOk;
-    const platform::Error error = platform::LastError();
-    return error == 0 ? kNoMemory : static_cast<Status>(error);
+    const Status status = OpenContainerFile(run->context, path);
+    run->writable = status == kOk && !run->context->readOnly;
+    return status == kOk && run->repair && !run->writable ? kReadOnly : status;
 }
 
 Status Measure(CheckRun* run) {

@@ -1,5 +1,4 @@
 // Formats a new container: the map page, the superblock, and the root's HeaderPage.
-#include "Shared/security/LowIntegrityResource.h"
 #include "storage/core/Dates.h"
 #include "storage/core/PageIo.h"
 #include "storage/lifecycle/ContextLife.h"
@@ -24,14 +23,10 @@ Status SetPageSize(StorageContext* context, uint32_t pageSize) {
 
 Status CreateFile(StorageContext* context, bool overwrite) {
     platform::SetLastError(platform::kErrorSuccess);
-    const platform::Handle handle = CreateLowIntegrityResource(
-        static_cast<uint32_t>(ResourceType::FileCreate), context->path,
-        static_cast<uint32_t>(overwrite ? platform::Disposition::CreateAlways
-                                        : platform::Disposition::CreateNew));
-    if (platform::IsValid(handle)) context->file = platform::AdoptFileHandle(handle, context->path);
-    if (context->file != nullptr) return kOk;
-    const platform::Error error = platform::LastError();
-    return error == 0 ? kNoMemory : static_cast<Status>(error);
+    context->file = OpenPageFile(
+        context->path, ResourceType::FileCreate,
+        overwrite ? platform::Disposition::CreateAlways : platform::Disposition::CreateNew);
+    return context->file != nullptr ? kOk : OpenFailure();
 }
 
 void FillMapPage(const StorageContext* context, uint8_t* page) {

@@ -1,5 +1,4 @@
 // Opens a container: found, measured, recovered, and its root made ready.
-#include "Shared/security/LowIntegrityResource.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/Recovery.h"
@@ -11,25 +10,6 @@
 namespace storage {
 
 namespace {
-
-platform::PageFile* OpenFile(const WChar* path, ResourceType type) {
-    const platform::Handle handle =
-        CreateLowIntegrityResource(static_cast<uint32_t>(type), path,
-                                   static_cast<uint32_t>(platform::Disposition::OpenExisting));
-    return platform::IsValid(handle) ? platform::AdoptFileHandle(handle, path) : nullptr;
-}
-
-// For reading and writing if that can be had, else for reading only.
-Status OpenEither(StorageContext* context) {
-    platform::SetLastError(platform::kErrorSuccess);
-    context->file = OpenFile(context->path, ResourceType::FileCreate);
-    if (context->file != nullptr) return kOk;
-    context->file = OpenFile(context->path, ResourceType::FileReadOnly);
-    context->readOnly = true;
-    if (context->file != nullptr) return kOk;
-    const platform::Error error = platform::LastError();
-    return error == 0 ? kNoMemory : static_cast<Status>(error);
-}
 
 Status MeasureFile(StorageContext* context) {
     uint64_t size = 0;
@@ -108,7 +88,7 @@ Status OpenRoot(StorageContext* context) {
 }
 
 Status OpenSteps(StorageContext* context) {
-    Status status = OpenEither(context);
+    Status status = OpenContainerFile(context, context->path);
     if (status == kOk) status = MeasureFile(context);
     if (status == kOk) status = LoadSuperblock(context);
     if (status != kOk) return status;
