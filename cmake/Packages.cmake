@@ -11,7 +11,10 @@ endforeach()
 
 add_library(zrfs_headers INTERFACE)
 target_include_directories(zrfs_headers SYSTEM INTERFACE ${ZRFS_HEADERS})
-target_compile_definitions(zrfs_headers INTERFACE FMT_HEADER_ONLY)
+
+# fmt as one object file: header-only it would cost seconds in every file that formats.
+add_library(zrfs_fmt STATIC cmake/fmt.cpp)
+target_link_libraries(zrfs_fmt PUBLIC zrfs_headers)
 
 # GoogleTest is built from its sources, so that both builds and the sanitizers use the same one.
 set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
