@@ -1,0 +1,144 @@
+#include "tests/container/Promise.h"
+
+#include <algorithm>
+
+#include "storage/core/Format.h"
+
+namespace support::container {
+
+using storage::Status;
+
+std::vector<uint32_t> CheckOutcome::Pages(uint32_t code) const {
+    std::vector<uint32_t> pages;
+    for (const Event& event : events)
+        if (event.code == code) pages.push_back(event.a);
+    std::sort(pages.begin(), pages.end());
+    return pages;
+}
+
+std::string CheckOutcome::Findings() const {
+    std::string text;
+    for (const Event& event : events)
+        if (event.code >= 8)
+            text += std::to_string(event.code) + ":" + std::to_string(event.a) + " ";
+    return text;
+}
+
+CheckOutcome CheckContainer(const std::filesystem::path& path, uint32_t flags,
+                            uint32_t cancelAtCode) {
+    struct State {
+        platform::WChar name[64];
+        CheckOutcome outcome;
+        uint32_t cancelAt;
+    } state{};
+    state.cancelAt = cancelAtCode;
+    const auto callback = [](void* data, uint32_t code, uint32_t a, uint32_t b, uint8_t clean,
+                             uint8_t* cancel) {
+        State* self = static_cast<State*>(data);
+        self->outcome.events.push_back({code, a, b, clean});
+        if (code == 15) self->outcome.name = ToUnits(self->name);
+        if (code == self->cancelAt) *cancel = 1;
+    };
+    state.outcome.status = storage::StorageCheckAndRepair(Wide(path).c_str(), nullptr, flags,
+                                                          nullptr, nullptr, &state, callback);
+    return state.outcome;
+}
+
+namespace {
+
+// One use of a container, with what goes wrong on the way.
+class Use {
+  public:
+    explicit Use(const std::filesystem::path& path) : path_(path) {}
+
+    std::vector<std::string> Run() {
+        Expect("to open", store_.Open(path_), {storage::kOk});
+        if (store_.Container() != nullptr) {
+            ReadBelow(u"", 0);
+            Write();
+            uint8_t corrupted = 7;
+            Expect("to ask for corruption",
+                   storage::StorageIsCorrupted(store_.Container(), &corrupted), {storage::kOk});
+            Expect("to find no corruption", corrupted, {0});
+            Expect("to close", store_.Close(), {storage::kOk});
+        }
+        return std::move(broken_);
+    }
+
+  private:
+    void Expect(const std::string& what, Status status, std::initializer_list<Status> good) {
+        if (std::find(good.begin(), good.end(), status) == good.end())
+            broken_.push_back(what + ": " + std::to_string(status));
+    }
+
+    void ReadBelow(const std::u16string& path, int depth) {
+        std::vector<std::pair<std::u16string, uint32_t>> entries;
+        // A name that damage cut or made the same as another is not found by its text.
+        Expect("to list " + Narrow(path), store_.List(path, &entries),
+               {storage::kOk, storage::kNotFound, storage::kParentMissing, storage::kSearchOff});
+        for (const auto& [name, attributes] : entries) {
+            // No path leads to a name without units, or one of a path's own.
+            if (name.empty() || name[0] == '.' || name.find(u'\\') != name.npos) continue;
+            const std::u16string child = path + u"\\" + name;
+            if ((attributes & storage::kAttrDirectory) != 0 && depth < kDepth)
+                ReadBelow(child, depth + 1);
+            if ((attributes & (storage::kAttrDirectory | storage::kAttrLink)) == 0) Read(child);
+        }
+    }
+
+    void Read(const std::u16string& path) {
+        Bytes body;
+        Expect("to read " + Narrow(path), store_.Get(path, &body, kReadLimit),
+               {storage::kOk, storage::kNotFound, storage::kParentMissing, storage::kBadBlock});
+    }
+
+    // Containers of a fixed or limited size may have no room, and something else the name.
+    void Write() {
+        Expect("to write", store_.Put(u"\\written after", Bytes(20000, 1)),
+               {storage::kOk, storage::kFull, storage::kExists, storage::kAccess});
+    }
+
+    static constexpr int kDepth = 600;
+    static constexpr size_t kReadLimit = 100000;
+    const std::filesystem::path& path_;
+    EngineStore store_;
+    std::vector<std::string> broken_;
+};
+
+// The container's bytes without what each opening changes.
+Bytes WithoutCounter(Bytes bytes) {
+    if (bytes.size() < 4 || bytes[0] + bytes[1] > 16) return bytes;
+    const size_t at =
+        (size_t{1} << (bytes[0] + bytes[1])) + offsetof(storage::Superblock, transactionCounter);
+    if (bytes.size() >= at + 4) Put32(bytes.data(), at, 0);
+    return bytes;
+}
+
+}  // namespace
+
+std::vector<std::string> UseContainer(const std::filesystem::path& path) {
+    std::vector<std::string> broken = Use(path).Run();
+    const CheckOutcome check = CheckContainer(path, kDeepCheck);
+    if (check.status != 0 || !check.FoundNothing())
+        broken.push_back("a check after use: " + std::to_string(check.status) + " " +
+                         check.Findings());
+    return broken;
+}
+
+std::vector<std::string> BrokenPromises(const std::filesystem::path& path,
+                                        const std::function<Bytes()>& contents) {
+    std::vector<std::string> broken;
+    const Bytes once = WithoutCounter(contents());
+    for (const uint32_t flags : {kDeepCheck, kRepair}) {
+        const std::string run = flags == kRepair ? "a second repair" : "a check";
+        const CheckOutcome outcome = CheckContainer(path, flags);
+        if (outcome.status != 0)
+            broken.push_back(run + " ends with " + std::to_string(outcome.status));
+        if (!outcome.FoundNothing()) broken.push_back(run + " finds " + outcome.Findings());
+        if (WithoutCounter(contents()) != once) broken.push_back(run + " changes the container");
+    }
+    for (std::string& sentence : UseContainer(path)) broken.push_back(std::move(sentence));
+    return broken;
+}
+
+}  // namespace support::container

@@ -1,0 +1,44 @@
+// What a repair promises of any container: that it is sound from then on, by the engine's own
+// judgement, and of use.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/container/EngineStore.h"
+
+namespace support::container {
+
+// What one run of check and repair told.
+struct CheckOutcome {
+    struct Event {
+        uint32_t code, a, b;
+        uint8_t clean;
+    };
+    storage::Status status = 0;
+    std::vector<Event> events;
+    std::u16string name;  // given with the last bad entry
+
+    // The pages told of with a code, rising.
+    std::vector<uint32_t> Pages(uint32_t code) const;
+    bool FoundNothing() const { return Pages(8).empty() && Pages(9).empty() && Pages(15).empty(); }
+    std::string Findings() const;
+};
+
+inline constexpr uint32_t kDeepCheck = 3, kRepair = 2;
+// `cancelAtCode`, when not 0, is the callback code at which the run is cancelled.
+CheckOutcome CheckContainer(const std::filesystem::path& path, uint32_t flags,
+                            uint32_t cancelAtCode = 0);
+
+// Opens the container, reads all of it, writes to it and checks it again. Every sentence is
+// something that did not go as it must; empty when all did.
+std::vector<std::string> UseContainer(const std::filesystem::path& path);
+
+// Of a container just repaired with status 0: a check and a second repair find nothing and change
+// no byte but the transaction counter, and it can be used. `contents` gives the file's bytes.
+std::vector<std::string> BrokenPromises(const std::filesystem::path& path,
+                                        const std::function<Bytes()>& contents);
+
+}  // namespace support::container

@@ -1,0 +1,77 @@
+#include "tests/support/MemoryFiles.h"
+
+#include <algorithm>
+
+namespace support {
+
+using platform::Error;
+using platform::kErrorSuccess;
+
+class MemoryFiles::File final : public ForwardingFile {
+  public:
+    File(platform::PageFile* shell, MemoryFiles& owner, std::shared_ptr<Bytes> bytes)
+        : ForwardingFile(shell), owner_(owner), bytes_(std::move(bytes)) {}
+
+    Error Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_t* done) override {
+        ++owner_.work_;
+        const uint64_t left = offset < bytes_->size() ? bytes_->size() - offset : 0;
+        *done = static_cast<uint32_t>(std::min<uint64_t>(left, bytes));
+        if (*done != 0) std::copy_n(bytes_->data() + offset, *done, static_cast<uint8_t*>(buffer));
+        return kErrorSuccess;
+    }
+    Error Write(uint64_t offset, const void* const* buffers, uint32_t count, uint32_t bytes,
+                uint32_t* done) override {
+        ++owner_.work_;
+        *done = count * bytes;
+        if (bytes_->size() < offset + *done) bytes_->resize(offset + *done);
+        for (uint32_t i = 0; i < count; ++i)
+            std::copy_n(static_cast<const uint8_t*>(buffers[i]), bytes,
+                        bytes_->data() + offset + size_t{i} * bytes);
+        return kErrorSuccess;
+    }
+    Error Cut(uint64_t length) override {
+        bytes_->resize(length);
+        return kErrorSuccess;
+    }
+    Error Size(uint64_t* length) override {
+        *length = bytes_->size();
+        return kErrorSuccess;
+    }
+    Error Flush() override { return kErrorSuccess; }
+
+  private:
+    MemoryFiles& owner_;
+    std::shared_ptr<Bytes> bytes_;
+};
+
+void MemoryFiles::Put(const std::filesystem::path& path, Bytes bytes) {
+    if (!std::filesystem::exists(path)) WriteBytes(path, {1});
+    files_[Wide(path)] = std::make_shared<Bytes>(std::move(bytes));
+}
+
+void MemoryFiles::Remove(const std::filesystem::path& path) {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+    files_.erase(Wide(path));
+}
+
+Bytes MemoryFiles::Get(const std::filesystem::path& path) const {
+    const auto found = files_.find(Wide(path));
+    return found == files_.end() || !std::filesystem::exists(path) ? Bytes() : *found->second;
+}
+
+platform::PageFile* MemoryFiles::Wrap(platform::PageFile* opened, const platform::WChar* path) {
+    std::shared_ptr<Bytes>& bytes = files_[path];
+    uint64_t length = 0;
+    // A shell without its one byte was made or emptied by the opening.
+    if (bytes == nullptr || (opened->Size(&length) == kErrorSuccess && length == 0)) {
+        bytes = std::make_shared<Bytes>();
+        const uint8_t mark = 1;
+        const void* buffer = &mark;
+        uint32_t done = 0;
+        opened->Write(0, &buffer, 1, 1, &done);
+    }
+    return new File(opened, *this, bytes);
+}
+
+}  // namespace support
