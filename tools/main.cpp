@@ -9,6 +9,8 @@ int main(int argc, char** argv) {
     fbr::AddBrowseCommands(cli);
     fbr::AddTransferCommands(cli);
     fbr::AddCompareCommands(cli);
+    fbr::AddIntegrityCommands(cli);
+    fbr::AddInspectCommands(cli);
     fbr::AddServeCommand(cli);
     return cli.Run(fbr::CommandLine(argc, argv));
 }

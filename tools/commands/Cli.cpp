@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <utility>
 
@@ -96,8 +97,17 @@ Command& Command::Choice(const char* name, std::string& target, std::vector<std:
     return *this;
 }
 
-Command& Command::Number(const char* name, uint64_t& target, const char* description) {
-    app_->add_option(name, target, description)->type_name("NUMBER");
+Command& Command::Number(const char* name, uint64_t& target, const char* description, Need need) {
+    const auto take = [name, &target](const std::string& word) {
+        const auto number = ParseNumber(word, UINT64_MAX);
+        if (!number) {
+            throw UsageError(fmt::format("expected a number for {}, not \"{}\"", name, word));
+        }
+        target = *number;
+    };
+    app_->add_option_function<std::string>(name, take, description)
+        ->type_name(name[0] == '-' ? "NUMBER" : "")
+        ->required(need == Need::kRequired);
     return *this;
 }
 
@@ -117,7 +127,13 @@ Cli::Cli()
     Command(app_.get())
         .Text("--method", method_, Need::kOptional,
               "how the store is kept: container (the default), native, hive, offline, "
-              "remote-container (a container behind a server), or a number");
+              "remote-container (a container behind a server), or a number")
+        .Text("--trace", traceFolder_, Need::kOptional,
+              "write what the library does to logs/FBR_PROCESS.log in this folder; they are made "
+              "if missing")
+        .Number("--trace-level", traceLevel_,
+                "how much of it: 1 failures, 3 detail, 4 all (the default)");
+    app_->parse_complete_callback([this] { StartTrace(); });
     app_->failure_message([](const CLI::App* app, const CLI::Error& error) {
         const bool noCommand =
             app->get_subcommands().empty() && error.get_name() == "RequiredError";
@@ -127,6 +143,19 @@ Cli::Cli()
 }
 
 Cli::~Cli() = default;
+
+void Cli::StartTrace() {
+    if (traceFolder_.empty()) return;
+    const WString folder = Wide(traceFolder_);
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(folder) / "logs", error);
+    if (error) {
+        throw std::runtime_error(
+            fmt::format("cannot trace to {}: cannot make its folder \"logs\"", traceFolder_));
+    }
+    const auto level = static_cast<uint32_t>(std::min<uint64_t>(traceLevel_, UINT32_MAX));
+    FBR_Logging(true, folder.c_str(), level, false);
+}
 
 Command Cli::Add(const char* name, const char* description) {
     return Command(app_->add_subcommand(name, description)->fallthrough());
@@ -138,6 +167,17 @@ StoreName Cli::StoreAt(const std::string& path) const {
 
 StoreName Cli::StoreAt(const std::string& path, const std::string& method) {
     return {path, ParseMethod(method)};
+}
+
+std::string Cli::ContainerAt(const std::string& path) const {
+    const StoreName name = StoreAt(path);
+    const auto file = FileOf(name);
+    if (name.method != FS_VR_METHOD_TARN || !file) {
+        throw UsageError(fmt::format(
+            "expected a container on this machine, not {} with --method {}", path, method_));
+    }
+    const std::u8string text = file->u8string();
+    return std::string(text.begin(), text.end());
 }
 
 int Cli::Run(std::vector<std::string> words) {

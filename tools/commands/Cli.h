@@ -20,7 +20,8 @@ namespace fbr {
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
-inline constexpr int kExitDifferent = 3;
+inline constexpr int kExitDifferent = 3;  // a diff found differences
+inline constexpr int kExitFindings = 3;   // a check or repair found damage
 
 // Words that do not make a command. The text says what was expected.
 class UsageError : public std::runtime_error {
@@ -45,7 +46,8 @@ class Command {
                   const char* description);
     Command& Choice(const char* name, std::string& target, std::vector<std::string> choices,
                     const char* description);
-    Command& Number(const char* name, uint64_t& target, const char* description);
+    Command& Number(const char* name, uint64_t& target, const char* description,
+                    Need need = Need::kOptional);
     Command& Flag(const char* name, bool& target, const char* description);
 
     // What the command does: throws what goes wrong.
@@ -68,6 +70,11 @@ class Cli {
     StoreName StoreAt(const std::string& path) const;
     // The same with a method of its own.
     static StoreName StoreAt(const std::string& path, const std::string& method);
+    // The file of a container on this machine, in UTF-8, for commands that work on nothing else.
+    // Throws UsageError for a store of another method.
+    std::string ContainerAt(const std::string& path) const;
+    // True when the library was told to trace.
+    bool Traces() const { return !traceFolder_.empty(); }
 
     // The exit status of a command that worked, for those that have more than one.
     void SetExitStatus(int status) { exitStatus_ = status; }
@@ -76,8 +83,12 @@ class Cli {
     int Run(std::vector<std::string> words);
 
   private:
+    void StartTrace();
+
     std::unique_ptr<CLI::App> app_;
     std::string method_ = "container";
+    std::string traceFolder_;
+    uint64_t traceLevel_ = 4;
     int exitStatus_ = kExitOk;
 };
 
@@ -90,10 +101,12 @@ platform::WString Wide(const std::string& text);
 platform::WString KeyArgument(const std::string& text);
 
 // The families. `cli` outlives the callbacks.
-void AddBrowseCommands(Cli& cli);    // ls, tree, get
-void AddEditCommands(Cli& cli);      // create, set, rm, mv
-void AddTransferCommands(Cli& cli);  // export, import
-void AddCompareCommands(Cli& cli);   // copy, diff
-void AddServeCommand(Cli& cli);      // serve
+void AddBrowseCommands(Cli& cli);     // ls, tree, get
+void AddEditCommands(Cli& cli);       // create, set, rm, mv
+void AddTransferCommands(Cli& cli);   // export, import
+void AddCompareCommands(Cli& cli);    // copy, diff
+void AddIntegrityCommands(Cli& cli);  // check, repair, compact
+void AddInspectCommands(Cli& cli);    // info, map, dump
+void AddServeCommand(Cli& cli);       // serve
 
 }  // namespace fbr

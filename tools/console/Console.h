@@ -13,8 +13,11 @@ std::vector<std::string> CommandLine(int argc, char** argv);
 // before the first output.
 void PrepareStreams();
 
-// True when standard error is a terminal.
+// True when the stream is a terminal.
+bool OutputIsTerminal();
 bool ErrorIsTerminal();
+// Columns of the terminal on standard output; 80 when there is none to ask.
+unsigned TerminalColumns();
 
 // Calls `handler` when the person or the system asks the program to end; it must be fit for a
 // signal handler. Null takes it back.

@@ -1,4 +1,5 @@
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "tools/console/Console.h"
@@ -11,8 +12,18 @@ std::vector<std::string> CommandLine(int argc, char** argv) {
 
 void PrepareStreams() {}
 
+bool OutputIsTerminal() {
+    return isatty(STDOUT_FILENO) == 1;
+}
+
 bool ErrorIsTerminal() {
     return isatty(STDERR_FILENO) == 1;
+}
+
+unsigned TerminalColumns() {
+    winsize size = {};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+    return known ? size.ws_col : 80;
 }
 
 namespace {

@@ -20,15 +20,38 @@ std::vector<std::string> CommandLine(int, char**) {
     return out;
 }
 
+namespace {
+
+// Colours and wiped lines are escape sequences; a console takes them when it is told to.
+void UnderstandEscapes(DWORD stream) {
+    DWORD mode = 0;
+    const HANDLE handle = GetStdHandle(stream);
+    if (!GetConsoleMode(handle, &mode)) return;
+    SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+}
+
+}  // namespace
+
 void PrepareStreams() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
-    if (_isatty(_fileno(stdout)) || _isatty(_fileno(stderr))) SetConsoleOutputCP(CP_UTF8);
+    if (OutputIsTerminal() || ErrorIsTerminal()) SetConsoleOutputCP(CP_UTF8);
+    for (const DWORD stream : {STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) UnderstandEscapes(stream);
+}
+
+bool OutputIsTerminal() {
+    return _isatty(_fileno(stdout)) != 0;
 }
 
 bool ErrorIsTerminal() {
     return _isatty(_fileno(stderr)) != 0;
+}
+
+unsigned TerminalColumns() {
+    CONSOLE_SCREEN_BUFFER_INFO info;
+    if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) return 80;
+    return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
 }
 
 namespace {

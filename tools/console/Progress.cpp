@@ -26,8 +26,8 @@ Progress::~Progress() {
     Clear();
 }
 
-void Progress::Step() {
-    ++done_;
+void Progress::At(uint64_t done) {
+    done_ = done;
     if (!visible_) return;
     const auto now = std::chrono::steady_clock::now();
     if (now < next_) return;

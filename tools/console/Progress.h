@@ -17,9 +17,11 @@ class Progress {
     Progress& operator=(const Progress&) = delete;
 
     // One more step done. Draws at most ten times a second.
-    void Step();
+    void Step() { At(done_ + 1); }
+    // So many steps done.
+    void At(uint64_t done);
 
-    // Wipes the line, so that a message can follow. Step draws it again.
+    // Wipes the line, so that a message can follow. The next step draws it again.
     void Clear();
 
   private:

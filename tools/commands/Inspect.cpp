@@ -1,0 +1,98 @@
+// Commands that read a container file as bytes and change nothing in it: info, map, dump.
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include "tools/commands/Cli.h"
+#include "tools/commands/Files.h"
+#include "tools/console/Console.h"
+#include "tools/inspect/Dump.h"
+#include "tools/inspect/Info.h"
+#include "tools/inspect/Picture.h"
+
+namespace fbr {
+namespace {
+
+constexpr uint32_t kTerminalRows = 32;
+constexpr uint32_t kSvgRows = 128;
+constexpr uint64_t kSmallestPage = 256, kLargestPage = 65536;
+
+struct Arguments {
+    std::string store, svg;
+    uint64_t page = 0, pageSize = 0;
+    bool json = false;
+};
+
+Image ImageOf(const Cli& cli, const Arguments& args) {
+    const uint64_t size = args.pageSize;
+    if (size != 0 && (size < kSmallestPage || size > kLargestPage || !std::has_single_bit(size))) {
+        throw UsageError("expected a power of 2 from 256 to 65536 after --page-size, not " +
+                         std::to_string(size));
+    }
+    return Image(cli.ContainerAt(args.store), static_cast<uint32_t>(size));
+}
+
+// A power of 2, so that the numbers in front of the rows are round.
+uint32_t ColumnsThatFit(unsigned terminal) {
+    constexpr unsigned kNumber = 12, kFewest = 16, kMost = 256;
+    const unsigned room = terminal > kNumber ? terminal - kNumber : 0;
+    return std::bit_floor(std::clamp(room, kFewest, kMost));
+}
+
+uint32_t ColumnsOfSquare(uint32_t pages) {
+    uint32_t columns = 16;
+    while (columns < kSvgRows && columns * columns < pages) columns *= 2;
+    return columns;
+}
+
+void Map(const Image& image, const std::string& svg) {
+    if (svg.empty()) {
+        const bool colour = OutputIsTerminal() && std::getenv("NO_COLOR") == nullptr;
+        DrawText(MakePicture(image, ColumnsThatFit(TerminalColumns()), kTerminalRows), colour,
+                 std::cout);
+        return;
+    }
+    OutputFile file(svg);
+    DrawSvg(MakePicture(image, ColumnsOfSquare(image.PageCount()), kSvgRows), file.Stream());
+    file.Finish();
+}
+
+void Dump(const Image& image, uint64_t page) {
+    const uint64_t count = uint64_t{image.PageCount()} + (image.TrailingBytes() != 0 ? 1 : 0);
+    if (page >= count) {
+        throw std::runtime_error("cannot dump page " + std::to_string(page) + " of " +
+                                 image.Name() + ": it has " + std::to_string(count) + " pages");
+    }
+    DumpPage(image, static_cast<uint32_t>(page), std::cout);
+}
+
+}  // namespace
+
+void AddInspectCommands(Cli& cli) {
+    const auto args = std::make_shared<Arguments>();
+    constexpr const char* kPageSize =
+        "bytes in a page, for a file so damaged that it does not tell; a container of a store has "
+        "512";
+
+    cli.Add("info", "Tell what a container file holds; changes nothing")
+        .Text("STORE", args->store, Need::kRequired, "the container's file")
+        .Flag("--json", args->json, "as one JSON object")
+        .Number("--page-size", args->pageSize, kPageSize)
+        .Does([&cli, args] { WriteInfo(ImageOf(cli, *args), args->json, std::cout); });
+
+    cli.Add("map", "Draw which page of a container file is for what; changes nothing")
+        .Text("STORE", args->store, Need::kRequired, "the container's file")
+        .Text("--svg", args->svg, Need::kOptional, "draw into this file, for a browser")
+        .Number("--page-size", args->pageSize, kPageSize)
+        .Does([&cli, args] { Map(ImageOf(cli, *args), args->svg); });
+
+    cli.Add("dump", "Show one page of a container file, its fields and its bytes; changes nothing")
+        .Text("STORE", args->store, Need::kRequired, "the container's file")
+        .Number("PAGE", args->page, "the page's number, from 0", Need::kRequired)
+        .Number("--page-size", args->pageSize, kPageSize)
+        .Does([&cli, args] { Dump(ImageOf(cli, *args), args->page); });
+}
+
+}  // namespace fbr
