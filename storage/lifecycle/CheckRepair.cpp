@@ -16,6 +16,7 @@ CheckRun::~CheckRun() {
     platform::HeapRelease(map);
     platform::HeapRelease(header);
     platform::HeapRelease(other);
+    for (const PageWindow& window : windows) platform::HeapRelease(window.bytes);
 }
 
 namespace {
@@ -103,7 +104,7 @@ Status ReadPages(CheckRun* run) {
         if (!isMap) run->slots[page] = LoadU16(run->map, (page & (context->MapGroup() - 1)) * 2);
         if (isMap || page == kSuperblockNumber || run->deep || run->slots[page] != 0) {
             uint8_t* buffer = isMap ? run->map : run->header;
-            const Status status = ReadPage(context, buffer, page);
+            const Status status = ReadForCheck(run, page, buffer);
             if (status != kOk) return status;
             std::memcpy(&run->digests[page], buffer, sizeof(PageDigest));
         }
@@ -267,23 +268,6 @@ void TellBadEntry(CheckRun* run, uint32_t page, const DirectoryEntry& entry) {
         name[kEntryNameUnits] = 0;
     }
     Tell(run, kFoundBadEntry, page, 0);
-}
-
-Status LoadChecked(CheckRun* run, uint32_t page, uint8_t* buffer) {
-    const Status status = ReadPage(run->context, buffer, page);
-    const bool isHeader = run->digests[page].kind == kHeaderPage;
-    if (status == kOk)
-        std::memcpy(buffer, &run->digests[page],
-                    isHeader ? sizeof(HeaderPageHeader) : sizeof(PageHeader));
-    return status;
-}
-
-Status StoreChecked(CheckRun* run, uint32_t page, const uint8_t* buffer) {
-    std::memcpy(&run->digests[page], buffer, sizeof(PageDigest));
-    if (!run->repair) return kOk;
-    run->marks[page] &= static_cast<uint8_t>(~kMarkChanged);
-    run->clean = 0;
-    return WritePage(run->context, buffer, page);
 }
 
 void NoteChange(CheckRun* run, uint32_t page) {

@@ -23,6 +23,14 @@ enum CheckCode : uint32_t {
 // looked at through this, but for recordType and recordInfo in parentId's place.
 using PageDigest = HeaderPageHeader;
 
+// Adjacent pages as they were read last, in one transfer. A page is mostly near one that was
+// looked at just before it.
+struct PageWindow {
+    uint8_t* bytes = nullptr;
+    uint32_t first = kUnknownPages;  // a multiple of the window's pages
+};
+inline constexpr uint32_t kPageWindows = 2;
+
 struct CheckRun {
     StorageContext* context = nullptr;
     bool repair = false;
@@ -43,6 +51,7 @@ struct CheckRun {
     uint8_t* map = nullptr;     // page buffers
     uint8_t* header = nullptr;  // the page that is being walked
     uint8_t* other = nullptr;
+    PageWindow windows[kPageWindows];  // the one used last in front
 
     CheckRun() = default;
     CheckRun(const CheckRun&) = delete;
@@ -70,6 +79,10 @@ void Tell(CheckRun* run, uint32_t code, uint32_t a, uint32_t b);
 void TellBadLink(CheckRun* run, uint32_t page);
 void TellBadEntry(CheckRun* run, uint32_t page, const DirectoryEntry& entry);
 
+// A page as it is in the file, in native byte order.
+Status ReadForCheck(CheckRun* run, uint32_t page, uint8_t* buffer);
+// What was read of the page is read anew the next time. To be called when it is written.
+void ForgetRead(CheckRun* run, uint32_t page);
 // A page with its digest in place of its header.
 Status LoadChecked(CheckRun* run, uint32_t page, uint8_t* buffer);
 // Puts the page where it belongs, in a repair run only, and takes its digest from it.
