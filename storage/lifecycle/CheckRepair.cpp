@@ -1,4 +1,6 @@
 // Check and repair: reading the container, freeing what nothing refers to, and the page map.
+#include <algorithm>
+
 #include "storage/StorageApi.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
@@ -175,6 +177,12 @@ uint16_t RightSlot(const CheckRun* run, uint32_t page) {
     return keep ? run->slots[page] : uint16_t{kFreePage};
 }
 
+// True when the map page in run->other says that all of its group is free.
+bool GroupIsFree(const CheckRun* run) {
+    const uint32_t size = run->context->pageSize;
+    return std::all_of(run->other + 2, run->other + size, [](uint8_t byte) { return byte == 0; });
+}
+
 // Fourth pass, in a check as well: each map page as the pages demand it, written where it differs.
 Status WriteMap(CheckRun* run) {
     StorageContext* context = run->context;
@@ -186,7 +194,8 @@ Status WriteMap(CheckRun* run) {
         for (uint32_t k = 1; k < context->MapGroup() && first + k < run->pages; ++k)
             Store(run->other, 2 * k, RightSlot(run, first + k));
         // The end of a container with its log inside has no map pages yet.
-        const bool none = context->logInFile && LoadU16(run->map, 0) == 0;
+        const bool none =
+            context->logInFile && first != 0 && LoadU16(run->map, 0) == 0 && GroupIsFree(run);
         if (run->writable && !none && std::memcmp(run->map, run->other, context->pageSize) != 0)
             status = WritePage(context, run->other, first);
         if (status != kOk) return status;

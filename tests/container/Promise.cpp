@@ -73,16 +73,20 @@ class Use {
 
     void ReadBelow(const std::u16string& path, int depth) {
         std::vector<std::pair<std::u16string, uint32_t>> entries;
-        // A name that damage cut or made the same as another is not found by its text.
+        // A name that damage cut or made the same as another is not found by its text. Entries that
+        // stand in a record are given a page first, for which there may be no room.
         Expect("to list " + Narrow(path), store_.List(path, &entries),
-               {storage::kOk, storage::kNotFound, storage::kParentMissing, storage::kSearchOff});
+               {storage::kOk, storage::kNotFound, storage::kParentMissing, storage::kSearchOff,
+                storage::kFull});
         for (const auto& [name, attributes] : entries) {
             // No path leads to a name without units, or one of a path's own.
             if (name.empty() || name[0] == '.' || name.find(u'\\') != name.npos) continue;
             const std::u16string child = path + u"\\" + name;
-            if ((attributes & storage::kAttrDirectory) != 0 && depth < kDepth)
+            if ((attributes & storage::kAttrLink) != 0) continue;
+            if ((attributes & storage::kAttrDirectory) == 0)
+                Read(child);
+            else if (depth < kDepth)
                 ReadBelow(child, depth + 1);
-            if ((attributes & (storage::kAttrDirectory | storage::kAttrLink)) == 0) Read(child);
         }
     }
 

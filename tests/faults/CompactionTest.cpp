@@ -1,0 +1,250 @@
+// Compaction of stores and containers of all shapes: the file shrinks to the pages in use, all
+// reads the same, whoever has something open goes on, and a failure leaves everything as it was.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/container/Promise.h"
+#include "tests/container/Shapes.h"
+#include "tests/faults/Registry.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/FailingHeap.h"
+#include "tests/support/FaultFile.h"
+#include "tests/support/MemoryFiles.h"
+
+namespace faults {
+namespace {
+
+namespace container = support::container;
+using container::EngineFile;
+using container::EngineStore;
+
+// What the file at `path` holds must agree with itself, and be all the file holds.
+container::Reading ReadSound(const Bytes& bytes) {
+    container::Reading reading = container::ReadContainer(bytes);
+    EXPECT_TRUE(reading.Sound()) << reading.Report();
+    return reading;
+}
+
+// Nothing in the file is free.
+void ExpectFull(const container::Reading& reading) {
+    const uint32_t group = reading.pageSize / 2;
+    const uint32_t mapPages = (reading.pageCount + group - 1) / group;
+    EXPECT_EQ(reading.usedPages + mapPages + 1, reading.pageCount);
+}
+
+struct Shape {
+    uint32_t pageSize;
+    bool foreign;
+};
+
+class Compaction : public testing::TestWithParam<Shape> {
+  protected:
+    container::Form FormOf(uint32_t freePages) const {
+        container::Form form;
+        form.pageSize = GetParam().pageSize;
+        form.foreign = GetParam().foreign;
+        form.freePages = freePages;
+        return form;
+    }
+    // A container of everything, in which pages are free all over.
+    Bytes Sparse(uint32_t seed) {
+        std::mt19937 random(seed);
+        container::Item root = container::RichTree(GetParam().pageSize);
+        for (uint32_t i = 0; i < 40; ++i) {
+            const std::string name = "filler " + std::to_string(i);
+            root.children.insert(
+                root.children.begin() + random() % root.children.size(),
+                container::File(container::ToUnits(name), container::Pattern(random() % 4000)));
+        }
+        memory_.Put(path_, container::Builder(FormOf(seed % 3), root).Finish());
+        EngineStore store;
+        EXPECT_EQ(store.Open(path_), storage::kOk);
+        for (uint32_t i = 0; i < 40; ++i) {
+            const std::string name = "\\filler " + std::to_string(i);
+            if (random() % 4 != 0) {
+                EXPECT_EQ(store.Delete(container::ToUnits(name)), storage::kOk);
+            }
+        }
+        EXPECT_EQ(store.Close(), storage::kOk);
+        return memory_.Get(path_);
+    }
+    void ExpectCompact(const container::Content& before) {
+        const Bytes bytes = memory_.Get(path_);
+        const container::Reading after = ReadSound(bytes);
+        EXPECT_EQ(container::ContentOf(after.root), before);
+        ExpectFull(after);
+        EXPECT_TRUE(container::CheckContainer(path_, container::kDeepCheck).FoundNothing());
+    }
+
+    support::TempDir dir_;
+    const std::filesystem::path path_ = dir_ / "c.dat";
+    support::MemoryFiles memory_;
+};
+
+TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
+    for (uint32_t seed = 1; seed <= 6 * container::LongTests(); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        const container::Content before = container::ContentOf(ReadSound(Sparse(seed)).root);
+        EngineStore store;
+        ASSERT_EQ(store.Open(path_), storage::kOk);
+        // Some of it is in memory when the pages move, and some is not.
+        if (seed % 2 == 0) store.ReadAll();
+        uint8_t done = 7;
+        {
+            // An open file has a transaction, and nothing is done.
+            EngineFile open(store, u"\\long", false);
+            ASSERT_EQ(storage::StorageCompact(store.Container(), &done), storage::kOk);
+            EXPECT_EQ(done, 0);
+        }
+        ASSERT_EQ(storage::StorageCompact(store.Container(), &done), storage::kOk);
+        EXPECT_EQ(done, 255);
+        ExpectCompact(before);
+        container::Content after = store.ReadAll();
+        for (const auto& [path, body] : after) EXPECT_EQ(body, before.at(path));
+        EXPECT_EQ(store.Put(u"\\deep\\after", container::Pattern(3000)), storage::kOk);
+        EXPECT_EQ(store.Close(), storage::kOk);
+        ReadSound(memory_.Get(path_));
+    }
+}
+
+// Once for a full container and once for one that is free at its end only.
+TEST_P(Compaction, OfAContainerWithNothingToMoveMovesNothing) {
+    for (const uint32_t freePages : {0u, 5u}) {
+        const container::Item tree = container::RichTree(GetParam().pageSize);
+        const Bytes full = container::Builder(FormOf(0), tree).Finish();
+        memory_.Put(path_, container::Builder(FormOf(freePages), tree).Finish());
+        EngineStore store;
+        ASSERT_EQ(store.Open(path_), storage::kOk);
+        EXPECT_EQ(storage::StorageCompact(store.Container(), nullptr), storage::kOk);
+        EXPECT_EQ(store.Close(), storage::kOk);
+        EXPECT_EQ(memory_.Get(path_).size(), full.size());
+        EXPECT_EQ(container::ContentOf(ReadSound(memory_.Get(path_)).root),
+                  container::ContentOf(tree));
+    }
+}
+
+// Any call that fails, and each from then on or only this one, leaves the container as it was, or
+// compact but for the cut.
+TEST_P(Compaction, ThatFailsIsRolledBack) {
+    const Bytes sparse = Sparse(1);
+    const container::Content before = container::ContentOf(ReadSound(sparse).root);
+    for (const bool inHeap : {true, false}) {
+        bool hit = true;
+        for (uint64_t number = 1; hit; number += 1 + number / 40) {
+            SCOPED_TRACE((inHeap ? "allocation " : "file call ") + std::to_string(number));
+            memory_.Put(path_, sparse);
+            support::FaultFile files;
+            EngineStore store;
+            ASSERT_EQ(store.Open(path_), storage::kOk);
+            storage::Status status = storage::kOk;
+            if (inHeap) {
+                const support::FailingHeap heap(number);
+                status = storage::StorageCompact(store.Container(), nullptr);
+                hit = heap.Hits() != 0;
+            } else {
+                files.Reset();
+                files.FailAny(number, platform::kErrorGenFailure);
+                status = storage::StorageCompact(store.Container(), nullptr);
+                hit = files.Hits() != 0;
+                files.Reset();
+            }
+            if (!hit) {
+                EXPECT_EQ(status, storage::kOk);
+            }
+            std::vector<std::string> failures;
+            const container::Content now = store.ReadAll(&failures);
+            EXPECT_TRUE(failures.empty()) << failures.front();
+            for (const auto& [path, body] : now) EXPECT_EQ(body, before.at(path));
+            EXPECT_EQ(store.Put(u"\\after", container::Pattern(5000)), storage::kOk);
+            EXPECT_EQ(store.Close(), storage::kOk);
+            const container::CheckOutcome check =
+                container::CheckContainer(path_, container::kDeepCheck);
+            EXPECT_TRUE(check.FoundNothing()) << check.Findings();
+            container::Content after =
+                container::ContentOf(container::ReadContainer(memory_.Get(path_)).root);
+            EXPECT_EQ(after.erase(u"\\after"), 1u);
+            EXPECT_EQ(after, before);
+            if (HasFailure()) return;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, Compaction,
+                         testing::Values(Shape{256, false}, Shape{256, true}, Shape{512, false},
+                                         Shape{4096, false}));
+
+// A store in another process, which sees the compacted file when it takes the lock.
+const support::ChildRole kCompact("compact", [](const std::vector<std::string>& arguments) {
+    Store store(support::Wide(arguments[0]));
+    uint32_t done = 0;
+    const bool good = store.Lock() == FSSTATUS_SUCCESS &&
+                      FBR_Compact(store.handle, &done) == FSSTATUS_SUCCESS && done == 255 &&
+                      store.Unlock() == FSSTATUS_SUCCESS;
+    return good ? 0 : 1;
+});
+
+class CompactionOfAStore : public testing::Test {
+  protected:
+    // Random work on the store and the model; afterwards half of the root's keys are gone.
+    void Work(int steps) {
+        for (int i = 0; i < steps; ++i) {
+            const Step step = RandomStep(&random_, model_);
+            if (step.kind == Step::Kind::Compact || !Apply(step, &model_)) continue;
+            ASSERT_EQ(Apply(step, &store_), FSSTATUS_SUCCESS);
+        }
+        for (size_t left = model_.keys.size() / 2; left > 0; --left) {
+            const Step step{Step::Kind::DeleteKey, {model_.keys.begin()->first}, {}};
+            ASSERT_TRUE(Apply(step, &model_));
+            ASSERT_EQ(Apply(step, &store_), FSSTATUS_SUCCESS);
+        }
+    }
+    // Those of the file, which has grown less.
+    void ExpectCompact(size_t before) {
+        const Bytes bytes = support::ReadBytes(dir_ / "s.fbr");
+        EXPECT_LT(bytes.size(), before);
+        const container::Reading reading = ReadSound(bytes);
+        ExpectFull(reading);
+        EXPECT_EQ(ContentOf(reading), model_);
+    }
+    size_t Size() const { return std::filesystem::file_size(dir_ / "s.fbr"); }
+
+    support::TempDir dir_;
+    Store store_{dir_.File("s.fbr")};
+    std::mt19937 random_{5};
+    Key model_;
+};
+
+TEST_F(CompactionOfAStore, LeavesOpenKeysToGoOn) {
+    ASSERT_EQ(store_.Lock(), FSSTATUS_SUCCESS);
+    const FBR_KEY key = store_.Make(WTEXT("\\k9\\sub"));
+    ASSERT_EQ(store_.Set(key, WTEXT("v"), Bytes(500, 1)), FSSTATUS_SUCCESS);
+    model_.keys[u"k9"].keys[u"sub"].values[u"v"] = {keystore::kRegBinary, Bytes(500, 1)};
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_NO_FATAL_FAILURE(Work(300));
+        const size_t before = Size();
+        uint32_t done = 0;
+        ASSERT_EQ(FBR_Compact(store_.handle, &done), FSSTATUS_SUCCESS);
+        EXPECT_EQ(done, 255u);
+        ExpectCompact(before);
+        EXPECT_EQ(store_.Get(key, WTEXT("v")), Bytes(500, 1));
+        ASSERT_EQ(store_.Set(key, WTEXT("w"), Bytes(5000, 2)), FSSTATUS_SUCCESS);
+        model_.keys[u"k9"].keys[u"sub"].values[u"w"] = {keystore::kRegBinary, Bytes(5000, 2)};
+    }
+}
+
+TEST_F(CompactionOfAStore, InAnotherProcessIsSeenAtTheNextLock) {
+    ASSERT_EQ(store_.Lock(), FSSTATUS_SUCCESS);
+    ASSERT_NO_FATAL_FAILURE(Work(400));
+    ASSERT_EQ(store_.Unlock(), FSSTATUS_SUCCESS);
+    const size_t before = Size();
+    EXPECT_EQ(support::ChildProcess("compact", {(dir_ / "s.fbr").string()}).Wait(), 0);
+    ExpectCompact(before);
+    ASSERT_EQ(store_.Lock(), FSSTATUS_SUCCESS);
+    ASSERT_NO_FATAL_FAILURE(Work(200));
+    EXPECT_EQ(store_.Close(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(ContentOf(ReadSound(support::ReadBytes(dir_ / "s.fbr"))), model_);
+}
+
+}  // namespace
+}  // namespace faults

@@ -1,0 +1,120 @@
+#include "tests/faults/Registry.h"
+
+namespace faults {
+
+namespace {
+
+WString Wide(const std::u16string& text) {
+    return WString(text.begin(), text.end());
+}
+
+WString Joined(const std::vector<std::u16string>& path) {
+    WString text;
+    for (const std::u16string& part : path) text += WTEXT("\\") + Wide(part);
+    return text;
+}
+
+std::u16string Numbered(const char16_t* stem, uint32_t number) {
+    std::u16string name = stem;
+    for (const char digit : std::to_string(number)) name += static_cast<char16_t>(digit);
+    return name;
+}
+
+Bytes RandomData(std::mt19937* random) {
+    const uint32_t sizes[] = {0, 4, 20, 60, 300, 600, 2000, 9000};
+    Bytes data(sizes[(*random)() % std::size(sizes)]);
+    for (uint8_t& byte : data) byte = static_cast<uint8_t>((*random)());
+    return data;
+}
+
+FBR_STATUS OnKey(const Step& step, Store* store, FBR_KEY key) {
+    const WString name = Wide(step.name);
+    switch (step.kind) {
+        case Step::Kind::Set:
+            return store->Set(key, name, step.value.data, step.value.type);
+        case Step::Kind::DeleteValue:
+            return FBR_DeleteValue(key, name.c_str(), store->handle);
+        default:
+            return FBR_RenameDirEx(key, name.c_str(), store->handle);
+    }
+}
+
+}  // namespace
+
+Key* FindKey(Key* root, const std::vector<std::u16string>& path) {
+    Key* key = root;
+    for (const std::u16string& part : path) {
+        const auto found = key->keys.find(part);
+        if (found == key->keys.end()) return nullptr;
+        key = &found->second;
+    }
+    return key;
+}
+
+bool Apply(const Step& step, Key* root) {
+    if (step.kind == Step::Kind::Compact) return true;
+    if (step.kind == Step::Kind::Set) {
+        Key* key = root;
+        for (const std::u16string& part : step.path) key = &key->keys[part];
+        key->values[step.name] = step.value;
+        return true;
+    }
+    Key* key = FindKey(root, step.path);
+    if (key == nullptr) return false;
+    if (step.kind == Step::Kind::DeleteValue) return key->values.erase(step.name) != 0;
+    const std::vector<std::u16string> above(step.path.begin(), step.path.end() - 1);
+    Key* parent = FindKey(root, above);
+    if (step.kind == Step::Kind::Rename && parent->keys.count(step.name) != 0) return false;
+    auto node = parent->keys.extract(step.path.back());
+    if (step.kind == Step::Kind::DeleteKey) return true;
+    node.key() = step.name;
+    parent->keys.insert(std::move(node));
+    return true;
+}
+
+FBR_STATUS Apply(const Step& step, Store* store) {
+    const WString path = Joined(step.path);
+    if (step.kind == Step::Kind::DeleteKey)
+        return FBR_DeleteDirNamedEx(path.c_str(), store->handle);
+    if (step.kind == Step::Kind::Compact) {
+        uint32_t done = 0;
+        return FBR_Compact(store->handle, &done);
+    }
+    const FBR_KEY key = step.path.empty()              ? store->Root()
+                        : step.kind == Step::Kind::Set ? store->Make(path)
+                                                       : store->Open(path);
+    if (key == 0) return FSSTATUS_FAILED;
+    const FBR_STATUS status = OnKey(step, store, key);
+    FBR_CloseDirEx(key, store->handle);
+    return status;
+}
+
+Step RandomStep(std::mt19937* random, const Key& root) {
+    const auto roll = [random](uint32_t below) {
+        return static_cast<uint32_t>((*random)() % below);
+    };
+    Step step{Step::Kind::Set, {}, Numbered(roll(6) == 0 ? u"v/:" : u"v", roll(12)), {}};
+    for (uint32_t depth = roll(4); depth > 0; --depth)
+        step.path.push_back(Numbered(roll(9) == 0 ? u"a key with a long name " : u"k", roll(4)));
+    const uint32_t what = roll(20);
+    if (what < 11) {
+        step.value = {1 + roll(11), RandomData(random)};
+    } else if (what < 15) {
+        step.kind = Step::Kind::DeleteValue;
+        if (!root.keys.empty() && roll(3) != 0) step.path = {root.keys.begin()->first};
+    } else if (!step.path.empty()) {
+        step.kind = what < 17 ? Step::Kind::DeleteKey : Step::Kind::Rename;
+        if (step.kind == Step::Kind::Rename) step.name = Numbered(u"k", roll(6));
+    } else if (what > 16) {
+        step.kind = Step::Kind::Compact;
+    }
+    return step;
+}
+
+Key ContentOf(const support::container::Reading& reading) {
+    Key root = RegistryOf(reading.root);
+    root.values.erase(u"FBRVersion");
+    return root;
+}
+
+}  // namespace faults

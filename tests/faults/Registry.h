@@ -1,0 +1,43 @@
+// A registry in plain memory and random work that is done on it and on a store alike.
+#pragma once
+
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/keystore/TestStore.h"
+#include "tests/support/ContainerReader.h"
+
+namespace faults {
+
+using keystore::Store;
+using platform::WString;
+using support::Bytes;
+using support::container::Key;
+using support::container::Value;
+
+// One step of work. Values are set in keys that the step makes when they are missing.
+struct Step {
+    enum class Kind { Set, DeleteValue, DeleteKey, Rename, Compact };
+    Kind kind;
+    std::vector<std::u16string> path;  // of the key
+    std::u16string name;               // of the value, or the new name of the key
+    Value value = {};
+};
+
+// The key at `path`, null when it is missing.
+Key* FindKey(Key* root, const std::vector<std::u16string>& path);
+
+// Does the step on the model. False when there is nothing to do it on, and nothing is changed.
+bool Apply(const Step& step, Key* root);
+// Does a step that Apply did, on the store; the first failure.
+FBR_STATUS Apply(const Step& step, Store* store);
+
+// A step like those that a program makes, repeatable by the state of `random`.
+Step RandomStep(std::mt19937* random, const Key& root);
+
+// What a store holds, read from its bytes, without the value that tells its version.
+Key ContentOf(const support::container::Reading& reading);
+
+}  // namespace faults
