@@ -145,11 +145,9 @@ void Dumper::Fields() const {
         return Structure(kSuperblockFields, 0);
     }
     Heading("Page header");
-    if (kind == storage::kHeaderPage) {
-        Structure(kHeaderPageFields, 0);
-        return Records();
-    }
     Structure(kPageHeaderFields, 0);
+    Structure(HeaderEndFields(kind), 0);
+    if (kind == storage::kHeaderPage) return Records();
     if (UseOfKind(kind) != Use::kUnknown && UseOfKind(kind) != Use::kFree) PayloadOf(kind);
 }
 

@@ -26,22 +26,16 @@ constexpr Field kPageHeader[] = {
     {"nextPage", offsetof(PageHeader, nextPage), 4},
     {"fileId", offsetof(PageHeader, fileId), 4},
     {"level", offsetof(PageHeader, level), 4},
-    {"recordType", offsetof(PageHeader, recordType), 2, Show::kRecordType},
-    {"recordInfo", offsetof(PageHeader, recordInfo), 2},
 };
 
-constexpr Field kHeaderPage[] = {
-    {"kind", offsetof(HeaderPageHeader, kind), 2, Show::kKind},
-    {"pendingKind", offsetof(HeaderPageHeader, pendingKind), 2, Show::kKind},
-    {"pageNumber", offsetof(HeaderPageHeader, pageNumber), 4},
-    {"listPage", offsetof(HeaderPageHeader, listPage), 4},
-    {"prevPage", offsetof(HeaderPageHeader, prevPage), 4},
-    {"nextPage", offsetof(HeaderPageHeader, nextPage), 4},
-    {"fileId", offsetof(HeaderPageHeader, fileId), 4},
-    {"level", offsetof(HeaderPageHeader, level), 4},
+constexpr Field kHeaderPageEnd[] = {
     {"parentId", offsetof(HeaderPageHeader, parentId), 4},
     {"endOffset", offsetof(HeaderPageHeader, endOffset), 2},
     {"padding", offsetof(HeaderPageHeader, padding), 2},
+};
+constexpr Field kOtherPageEnd[] = {
+    {"recordType", offsetof(PageHeader, recordType), 2, Show::kMovedRecord},
+    {"recordInfo", offsetof(PageHeader, recordInfo), 2},
 };
 
 constexpr Field kEntry[] = {
@@ -171,10 +165,14 @@ std::string KindName(uint64_t number) {
 }  // namespace
 
 const std::span<const Field> kPageHeaderFields = kPageHeader;
-const std::span<const Field> kHeaderPageFields = kHeaderPage;
 const std::span<const Field> kSuperblockFields = kSuperblock;
 const std::span<const Field> kEntryFields = kEntry;
 const std::span<const Field> kRecordFields = kRecord;
+
+std::span<const Field> HeaderEndFields(uint16_t kind) {
+    if (kind == storage::kHeaderPage) return kHeaderPageEnd;
+    return kOtherPageEnd;
+}
 
 std::span<const Field> PayloadFields(uint16_t recordType) {
     switch (recordType) {
@@ -252,6 +250,9 @@ Shown ShowField(const Field& field, const uint8_t* structure) {
             break;
         case Show::kRecordType:
             shown.meaning = RecordName(static_cast<uint16_t>(number));
+            break;
+        case Show::kMovedRecord:
+            shown.meaning = number == 0 ? "" : RecordName(static_cast<uint16_t>(number));
             break;
         case Show::kAttributes:
             shown.meaning = NamesOf(kAttributeBits, number);

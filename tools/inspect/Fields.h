@@ -16,6 +16,7 @@ enum class Show : uint8_t {
     kHex,
     kKind,
     kRecordType,
+    kMovedRecord,  // the same, 0 for none
     kAttributes,
     kFlags,
     kMethod,
@@ -30,11 +31,13 @@ struct Field {
     Show show = Show::kNumber;
 };
 
-extern const std::span<const Field> kPageHeaderFields;
-extern const std::span<const Field> kHeaderPageFields;
 extern const std::span<const Field> kSuperblockFields;
 extern const std::span<const Field> kEntryFields;
-// The four numbers that every record begins with; `size` and what is behind them by type.
+// What the headers of all pages begin with, and what is behind it by the kind of the page.
+extern const std::span<const Field> kPageHeaderFields;
+std::span<const Field> HeaderEndFields(uint16_t kind);
+// The four numbers that every record begins with, and what is behind them by the type of the
+// record.
 extern const std::span<const Field> kRecordFields;
 std::span<const Field> PayloadFields(uint16_t recordType);
 

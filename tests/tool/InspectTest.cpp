@@ -1,0 +1,156 @@
+// info, map and dump on containers of every shape, sound and damaged.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "tests/container/Shapes.h"
+#include "tests/support/Damage.h"
+#include "tests/support/TempDir.h"
+#include "tools/inspect/Dump.h"
+#include "tools/inspect/Info.h"
+#include "tools/inspect/Picture.h"
+
+namespace {
+
+using namespace support::container;
+using support::Bytes;
+using support::TempDir;
+
+std::string Json(const fbr::Image& image) {
+    static const std::string text = R"("([^"\\]|\\.)*")", member = text + ":([0-9]+|" + text + ")",
+                             object = "\\{" + member + "(," + member + ")*\\}";
+    static const std::regex whole("\\{(" + text + ":" + object + ",)+\"problems\":\\[(" + text +
+                                  ",?)*\\]\\}\n");
+    std::ostringstream out;
+    fbr::WriteInfo(image, true, out);
+    EXPECT_TRUE(std::regex_match(out.str(), whole)) << out.str();
+    return out.str();
+}
+
+// The text of every page's fields, without where the page lies in the file, and its bytes.
+std::vector<std::string> FieldsOfAll(const fbr::Image& image) {
+    std::vector<std::string> all;
+    for (uint32_t page = 0; page < image.PageCount(); ++page) {
+        std::ostringstream out;
+        fbr::DumpPage(image, page, out);
+        const std::string text = out.str();
+        EXPECT_LT(text.size(), 80 * image.PageSize() + 4096) << page;
+        all.push_back(text.substr(text.find('\n'), text.find("\nBytes") - text.find('\n')));
+    }
+    return all;
+}
+
+// Everything that the three commands say of the file; it may only be refused as unreadable.
+std::string LookAtAll(const std::string& path, uint32_t pageSize) {
+    try {
+        const fbr::Image image(path, pageSize);
+        std::ostringstream out;
+        fbr::WriteInfo(image, false, out);
+        fbr::DrawText(fbr::MakePicture(image, 16, 4), true, out);
+        fbr::DrawSvg(fbr::MakePicture(image, 32, 32), out);
+        FieldsOfAll(image);
+        if (image.TrailingBytes() != 0) fbr::DumpPage(image, image.PageCount(), out);
+        return out.str() + Json(image);
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(std::string(error.what()).find("cannot read " + path), 0u) << error.what();
+        return "";
+    }
+}
+
+Form FormOf(uint32_t pageSize, bool foreign, uint32_t freePages) {
+    Form form;
+    form.pageSize = pageSize;
+    form.foreign = foreign;
+    form.freePages = freePages;
+    return form;
+}
+
+class InspectTest : public testing::Test {
+  protected:
+    std::string Put(const Bytes& bytes) const {
+        support::WriteBytes(dir_ / "x.fbr", bytes);
+        const std::u8string path = (dir_ / "x.fbr").u8string();
+        return std::string(path.begin(), path.end());
+    }
+    const TempDir dir_;
+};
+
+// Of RichTree.
+constexpr char kContents[] = "\"contents\":{\"keys\":7,\"values\":38,\"links\":3,\"depth\":2,";
+
+TEST_F(InspectTest, TellsTheSameWhateverTheByteOrderAndThePlace) {
+    for (const uint32_t pageSize : {256u, 512u, 4096u}) {
+        Form form = FormOf(pageSize, false, 5);
+        const Item root = RichTree(pageSize);
+        const Builder builder(form, root);
+        const Bytes plain = builder.Finish();
+        const std::string path = Put(plain);
+        const fbr::Image image(path, 0);
+        const std::string json = Json(image);
+        const auto fields = FieldsOfAll(image);
+        const size_t comparable = json.find("\"superblock\"");
+
+        EXPECT_NE(json.find(kContents), std::string::npos) << json;
+        EXPECT_NE(json.find("\"pages\":{\"free\":5,\"map\":"), std::string::npos) << json;
+        EXPECT_NE(json.find("\"problems\":[]"), std::string::npos) << json;
+        const uint32_t entryPage = builder.At(u"").entryPages.at(0);
+        EXPECT_NE(fields[entryPage].find("name                  \"small\""), std::string::npos);
+
+        for (const bool foreign : {false, true}) {
+            form.foreign = foreign;
+            form.prefix = PartitionTable(8, 4096);
+            const fbr::Image other(Put(Builder(form, root).Finish()), 0);
+            EXPECT_EQ(other.ByteSwapped(), foreign);
+            EXPECT_EQ(Json(other).substr(Json(other).find("\"superblock\"")),
+                      json.substr(comparable));
+            EXPECT_EQ(FieldsOfAll(other), fields);
+            // Without page 0 the contents are still there, found by way of page 1.
+            form.prefix.clear();
+            Bytes headless = Builder(form, root).Finish();
+            std::fill_n(headless.begin(), pageSize, uint8_t{0});
+            const std::string told = Json(fbr::Image(Put(headless), 0));
+            EXPECT_NE(told.find(kContents), std::string::npos) << told;
+            EXPECT_NE(told.find("damaged map pages: 1"), std::string::npos) << told;
+        }
+    }
+}
+
+TEST_F(InspectTest, LooksAtDamageOfAllKinds) {
+    for (const uint32_t pageSize : {256u, 512u}) {
+        for (const bool foreign : {false, true}) {
+            const Form form = FormOf(pageSize, foreign, 0);
+            const Bytes sound = Builder(form, RichTree(pageSize)).Finish();
+            for (uint32_t seed = 0; seed < 6; ++seed) {
+                SCOPED_TRACE(testing::Message() << pageSize << ' ' << foreign << ' ' << seed);
+                Bytes bytes = sound;
+                Damage damage(bytes, pageSize, foreign, seed);
+                for (uint32_t i = 0; i < 4u << seed; ++i) damage.Strike();
+                bytes.resize(bytes.size() - seed * 300);
+                EXPECT_NE(LookAtAll(Put(bytes), pageSize), "") << "the size of a page is given";
+            }
+        }
+    }
+    for (const size_t size : {0u, 1u, 511u, 512u, 700u, 1536u, 40000u}) {
+        const std::string path = Put(Pattern(size, 7));
+        EXPECT_EQ(LookAtAll(path, 0), "") << size;
+        LookAtAll(path, 256);
+    }
+}
+
+TEST_F(InspectTest, DrawsEachPageOnce) {
+    Builder builder(FormOf(512, false, 600), RichTree(512));
+    builder.SetSlot(300, 1234);
+    const fbr::Image image(Put(builder.Finish()), 0);
+    const fbr::Picture fine = fbr::MakePicture(image, 64, 64);
+    ASSERT_EQ(fine.cells.size(), image.PageCount());
+    EXPECT_EQ(fine.cells[256], fbr::Use::kMap);
+    EXPECT_EQ(fine.cells[300], fbr::Use::kUnknown);
+    EXPECT_EQ(fine.cells.back(), fbr::Use::kFree);
+    const fbr::Picture coarse = fbr::MakePicture(image, 16, 2);
+    EXPECT_EQ(coarse.counts, fine.counts);
+    ASSERT_LE(coarse.cells.size(), 32u);
+    EXPECT_EQ(coarse.cells[300 / coarse.pagesPerCell], fbr::Use::kUnknown) << "damage shows";
+}
+
+}  // namespace
