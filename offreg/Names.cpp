@@ -8,7 +8,7 @@ namespace offreg {
 namespace {
 
 struct UpcaseTable {
-    UpcaseTable() {
+    constexpr UpcaseTable() {
         for (uint32_t unit = 0; unit < 0x10000; ++unit) upper[unit] = static_cast<uint16_t>(unit);
         for (const UpcaseRun& run : kUpcaseRuns) {
             for (uint32_t unit = run.first; unit <= run.last; unit += run.step) {
@@ -19,24 +19,22 @@ struct UpcaseTable {
     uint16_t upper[0x10000];
 };
 
-const UpcaseTable& Table() noexcept {
-    static const UpcaseTable table;
-    return table;
-}
+// Made by the compiler: under Wine a static of a function takes two handles that the unloading of
+// this library does not give back.
+constexpr UpcaseTable kTable;
 
 }  // namespace
 
 uint16_t Upcase(WChar unit) noexcept {
-    return Table().upper[static_cast<uint16_t>(unit)];
+    return kTable.upper[static_cast<uint16_t>(unit)];
 }
 
 int CompareNames(WStringView a, WStringView b) noexcept {
-    const UpcaseTable& table = Table();
     const size_t common = std::min(a.size(), b.size());
     for (size_t i = 0; i < common; ++i) {
         if (a[i] == b[i]) continue;
-        const int difference = int{table.upper[static_cast<uint16_t>(a[i])]} -
-                               int{table.upper[static_cast<uint16_t>(b[i])]};
+        const int difference = int{kTable.upper[static_cast<uint16_t>(a[i])]} -
+                               int{kTable.upper[static_cast<uint16_t>(b[i])]};
         if (difference != 0) return difference;
     }
     return a.size() == b.size() ? 0 : a.size() < b.size() ? -1 : 1;

@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include "FS_Library_DLL/IFSInterface.h"
+
 namespace server {
 
 using ipc::Request;
@@ -185,6 +187,8 @@ void Session::NumberRequest(Request code, Reply& reply) {
     reply.U32(static_cast<uint32_t>(status));
 }
 
+// A name goes to the store as the client gave it: the exported functions would make another one of
+// the empty name, and so did those that the client called.
 void Session::ValueRequest(Request code, WireReader& request, Reply& reply) {
     const uint64_t number = request.U64();
     const WString name = request.String();
@@ -202,8 +206,8 @@ void Session::ValueRequest(Request code, WireReader& request, Reply& reply) {
             return Query(key, name, size, reply);
         } else {
             status = code == Request::SetValue
-                         ? FBR_SetValue(key, name.c_str(), type, data.data(), size, store_)
-                         : FBR_DeleteValue(key, name.c_str(), store_);
+                         ? store_->FBR_SetValue(key, name.c_str(), type, data.data(), size)
+                         : store_->FBR_DeleteValue(key, name.c_str());
         }
     }
     if (code == Request::QueryValue) reply.U32(0).U32(0).U32(0);
@@ -214,14 +218,14 @@ void Session::ValueRequest(Request code, WireReader& request, Reply& reply) {
 void Session::Query(int64_t key, const WString& name, uint32_t room, Reply& reply) {
     uint64_t size = 0;
     uint32_t type = 0;
-    FBR_STATUS status = FBR_QueryValue(key, name.c_str(), nullptr, 0, &size, &type, store_);
+    FBR_STATUS status = store_->FBR_QueryValue(key, name.c_str(), nullptr, 0, &size, &type);
     std::vector<uint8_t> data;
     if (room != 0 && status == FSSTATUS_BUFFER_OVERFLOW) {
         // No larger than what is there: the client's number is only a limit.
         if (room > size) room = static_cast<uint32_t>(size);
         if (room > kLargestData) room = kLargestData;
         data.resize(room);
-        status = FBR_QueryValue(key, name.c_str(), data.data(), room, &size, &type, store_);
+        status = store_->FBR_QueryValue(key, name.c_str(), data.data(), room, &size, &type);
         if (status != FSSTATUS_SUCCESS) data.clear();
         if (size < data.size()) data.resize(static_cast<size_t>(size));
     }

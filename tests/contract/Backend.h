@@ -44,6 +44,8 @@ struct Differences {
     FBR_STATUS volatileCreate;      // what the making of a volatile key answers
     bool renameTripsOverDeleted;    // a rename above a key once renamed and since deleted takes
                                     // effect, and answers FSSTATUS_NOT_FOUND
+    bool renameInPlaceDuplicates;   // Wine: a key renamed to a name that sorts right behind its own
+                                    // is listed twice, and the sibling that follows not at all
     std::vector<FBR_STATUS> deleteWithSubkeys;  // what FBR_DeleteDirEx may answer then
 };
 
@@ -55,6 +57,10 @@ struct Backend {
     std::unique_ptr<Place> (*makePlace)();
     Differences differences;
 };
+
+// What a test must leave as it found it, as text: the number of open handles and, where there are
+// such things, the thread's token and the privileges that are on.
+std::string ProcessState();
 
 // The kinds that this system has. A new one needs an entry there and nothing else.
 const std::vector<Backend>& AllBackends();

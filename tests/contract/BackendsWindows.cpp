@@ -4,6 +4,7 @@
 
 #include "Shared/w32helpers.h"
 #include "tests/contract/FilePlaces.h"
+#include "tests/support/windows/ProcessState.h"
 
 namespace contract {
 
@@ -99,6 +100,7 @@ Differences LiveDifferences() {
             .deleteBelowMissing = FSSTATUS_NOT_FOUND,
             .volatileCreate = FSSTATUS_SUCCESS,
             .renameTripsOverDeleted = false,
+            .renameInPlaceDuplicates = true,
             // The first is Windows's answer, the second Wine's.
             .deleteWithSubkeys = {FSSTATUS_ALREADY_EXISTS, FSSTATUS_ACCESS_DENIED}};
 }
@@ -111,6 +113,12 @@ Differences HiveDifferences() {
 }
 
 }  // namespace
+
+std::string ProcessState() {
+    const support::ProcessState now = support::ProcessState::Now();
+    return std::to_string(now.handles) + " handles, " + (now.threadHasToken ? "a" : "no") +
+           " token, privileges " + now.privileges;
+}
 
 const std::vector<Backend>& AllBackends() {
     static const std::vector<Backend> all{ContainerBackend(),

@@ -7,15 +7,17 @@
 namespace contract {
 namespace {
 
-class Contract : public testing::TestWithParam<Backend> {
+class Contract : public StoreTest {
   protected:
     void SetUp() override {
+        StoreTest::SetUp();
         place_ = GetParam().makePlace();
         Reopen();
     }
     void TearDown() override {
         store_.reset();
         place_.reset();
+        StoreTest::TearDown();
     }
     void Reopen() {
         store_.reset();

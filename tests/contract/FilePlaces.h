@@ -34,6 +34,7 @@ inline Backend ContainerBackend() {
                             .deleteBelowMissing = FSSTATUS_FAILED,
                             .volatileCreate = FSSTATUS_SUCCESS,
                             .renameTripsOverDeleted = false,
+                            .renameInPlaceDuplicates = false,
                             .deleteWithSubkeys = {FSSTATUS_DIR_NOT_EMPTY}}};
 }
 
@@ -54,6 +55,7 @@ inline Backend OfflineBackend() {
                             .deleteBelowMissing = FSSTATUS_NOT_FOUND,
                             .volatileCreate = FSSTATUS_INVALID_NAME,
                             .renameTripsOverDeleted = true,
+                            .renameInPlaceDuplicates = false,
                             .deleteWithSubkeys = {FSSTATUS_FAILED}}};
 }
 

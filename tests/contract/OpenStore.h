@@ -85,6 +85,22 @@ class OpenStore {
     Place& place_;
 };
 
+// A test on one kind of store, which leaves the process as it found it. What the system opens once
+// for good, it has opened before by a store of that kind.
+class StoreTest : public testing::TestWithParam<Backend> {
+  protected:
+    void SetUp() override {
+        const auto place = GetParam().makePlace();
+        SCOPED_TRACE("");
+        { OpenStore(*place).Make(WTEXT("k")); }
+        before_ = ProcessState();
+    }
+    void TearDown() override { EXPECT_EQ(ProcessState(), before_); }
+
+  private:
+    std::string before_;
+};
+
 // One byte of data after the other, different for each seed.
 std::string Bytes(size_t size, uint32_t seed = 0);
 // One unit a character; for names that are plain ASCII.
