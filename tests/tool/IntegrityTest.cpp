@@ -49,6 +49,31 @@ TEST_F(IntegrityTest, ReportsDamageAndMendsIt) {
     EXPECT_EQ(Good({"get", store_, "kept", "v"}), "data\n");
 }
 
+TEST_F(IntegrityTest, TellsWhatACheckPutsRight) {
+    const std::string sound = Read("x.fbr");
+    const std::string count = std::to_string(sound.size() / 512);
+    const auto damaged = [&sound](size_t at, char byte) {
+        std::string bytes = sound;
+        bytes[at] = byte;
+        return bytes;
+    };
+    const std::pair<std::string, std::string> cases[] = {
+        {damaged(0, 77), "page 0: wrong page map, put right\n"},
+        {damaged(6, 0), "page 0: wrong page map, put right\n"},
+        {damaged(512 + 244, 3), "page 1: wrong superblock, put right\n"},
+        {sound + "tail", "page " + count + ": no whole page, cut off\n"},
+    };
+    for (const auto& [bytes, line] : cases) {
+        Write("x.fbr", bytes);
+        const ProcessResult result = Fbr({"check", store_});
+        EXPECT_EQ(result.status, 3) << line;
+        EXPECT_EQ(result.out.find(line + store_ + ": " + count + " pages, 1 finding"), 0u)
+            << result.out;
+        EXPECT_EQ(Read("x.fbr"), sound) << line;
+        Good({"check", store_});
+    }
+}
+
 TEST_F(IntegrityTest, CompactsToThePagesInUse) {
     for (int i = 0; i < 20; ++i) {
         Good({"set", store_, "gone\\" + std::to_string(i), "v", "sz", std::string(800, 'x')});

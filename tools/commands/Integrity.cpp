@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <numeric>
 
 #include "tools/commands/Cli.h"
 #include "tools/console/Console.h"
@@ -20,6 +22,8 @@ constexpr uint32_t kLastPass = 4;
 constexpr const char* kPasses[kLastPass] = {
     "Reading pages:", "Following references:", "Looking for lost pages:", "Writing the page map:"};
 constexpr uint32_t kBadEntry = 15;
+// What a run puts right without telling its callback.
+constexpr uint32_t kWrongMap = 100, kWrongSuperblock = 101, kPartialPage = 102;
 struct Finding {
     uint32_t code;
     const char* line;
@@ -30,6 +34,9 @@ constexpr Finding kFindings[] = {
     {8, "bad reference to or from another page", "bad reference", "bad references"},
     {9, "lost page, in use to the page map but nothing refers to it", "lost page", "lost pages"},
     {kBadEntry, "bad directory entry", "bad directory entry", "bad directory entries"},
+    {kWrongMap, "wrong page map, put right", "wrong map page", "wrong map pages"},
+    {kWrongSuperblock, "wrong superblock, put right", "wrong superblock", "wrong superblocks"},
+    {kPartialPage, "no whole page, cut off", "partial page", "partial pages"},
 };
 
 std::atomic<bool> g_stop = false;
@@ -43,7 +50,9 @@ struct CheckRun {
 
     void Pass(uint32_t code, uint32_t done, uint32_t total);
     void Found(uint32_t code, uint32_t page, const WChar* name);
-    uint64_t All() const { return counts[0] + counts[1] + counts[2]; }
+    uint64_t All() const {
+        return std::accumulate(std::begin(counts), std::end(counts), uint64_t{0});
+    }
 };
 CheckRun* g_run = nullptr;  // a callback is not told whose it is
 
@@ -76,6 +85,33 @@ void Told(void* userData, uint32_t code, uint32_t a, uint32_t b, uint8_t,
         g_run->Found(code, a, static_cast<const WChar*>(userData));
     }
     if (g_stop) *cancel = 1;
+}
+
+// The parts of a file that a run may change where it tells of no finding.
+struct Frame {
+    uint64_t trailing = 0;
+    std::map<uint32_t, PageBytes> pages;  // of the map, and the superblock
+};
+
+Frame FrameOf(const Image& image) {
+    Frame frame = {image.TrailingBytes(), {}};
+    const uint32_t group = image.PageSize() / 2;
+    for (uint64_t page = 0; page < image.PageCount(); page += group) {
+        frame.pages[static_cast<uint32_t>(page)] = image.Raw(static_cast<uint32_t>(page));
+    }
+    if (image.PageCount() > 1) frame.pages[1] = image.Raw(1);
+    return frame;
+}
+
+// Tells what changed since `before`: damage, too, for nothing is changed that was right.
+void FindChanges(const Frame& before, const Image& image, CheckRun* run) {
+    const Frame after = FrameOf(image);
+    for (const auto& [page, bytes] : after.pages) {
+        const auto old = before.pages.find(page);
+        if (old == before.pages.end() || old->second == bytes) continue;
+        run->Found(page == 1 ? kWrongSuperblock : kWrongMap, page, nullptr);
+    }
+    if (before.trailing != after.trailing) run->Found(kPartialPage, image.PageCount(), nullptr);
 }
 
 // The file of the trace is opened with a store, and a check opens none: an opening that cannot
@@ -114,7 +150,7 @@ std::string Summary(const CheckRun& run, bool repair) {
 
 void Check(Cli& cli, const std::string& store, bool repair) {
     const std::string file = cli.ContainerAt(store);
-    const Image image(file, 0);  // tells better what is wrong with a file that is no container
+    const Frame before = FrameOf(Image(file, 0));  // also refuses a file that is no container
     if (cli.Traces()) OpenTrace();
     CheckRun run;
     g_run = &run;
@@ -126,6 +162,7 @@ void Check(Cli& cli, const std::string& store, bool repair) {
     g_run = nullptr;
     run.progress.reset();
     if (status != FSSTATUS_SUCCESS) Fail(file, repair, status);
+    if (run.All() == 0) FindChanges(before, Image(file, 0), &run);
     std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages, Summary(run, repair));
     if (run.All() != 0) cli.SetExitStatus(kExitFindings);
 }
