@@ -19,8 +19,15 @@ typedef char16_t FBR_WCHAR; /* one UTF-16 code unit */
 #define FBR_API __attribute__((visibility("default")))
 #endif
 
+/* An enumeration may hold any number of 32 bits: a server's status, or bits of later days. */
+#ifdef __cplusplus
+#define FBR_BITS32 : unsigned int
+#else
+#define FBR_BITS32
+#endif
+
 /* The result of every operation. */
-typedef enum _FSSTATUS {
+typedef enum _FSSTATUS FBR_BITS32 {
     FSSTATUS_SUCCESS = 0,
     FSSTATUS_FAILED = 1,            /* general failure */
     FSSTATUS_INVALID_PARAMETER = 2, /* null or empty argument, unknown method */
@@ -44,7 +51,7 @@ typedef enum _FSSTATUS {
 } FBR_STATUS;
 
 /* The store behind a handle. */
-typedef enum _FS_VIRTUAL_REGISTRY_METHOD {
+typedef enum _FS_VIRTUAL_REGISTRY_METHOD FBR_BITS32 {
     FS_VR_METHOD_TARN = 1,          /* a single-file container */
     FS_VR_METHOD_NATIVE = 2,        /* the live registry */
     FS_VR_METHOD_VARNHOLD_TARN = 3, /* reserved: never opens */
@@ -53,7 +60,7 @@ typedef enum _FS_VIRTUAL_REGISTRY_METHOD {
 } FBR_METHOD;
 
 /* Bits for FBR_CreateDirEx. */
-typedef enum _FSCREATEOPTIONS {
+typedef enum _FSCREATEOPTIONS FBR_BITS32 {
     FSCREATEOPTIONS_NONE = 0,
     FSCREATEOPTIONS_VOLATILE = 1 /* the key goes when the store is closed under a write lock */
 } FBR_CREATEOPTIONS;
