@@ -143,16 +143,14 @@ class ServerListener final : public PipeListener {
     }
 
     std::unique_ptr<PipeConnection> Accept() override {
+        if (next_ == INVALID_HANDLE_VALUE) next_ = CreateInstance(name_, false);
         if (next_ == INVALID_HANDLE_VALUE) return nullptr;
-        Overlapped overlapped;
-        DWORD unused = 0;
-        const BOOL connected = ConnectNamedPipe(next_, overlapped.Start());
-        if (connected || GetLastError() != ERROR_PIPE_CONNECTED) {
-            const Error error = overlapped.Finish(next_, connected, stop_, kForever, &unused);
-            if (error != kErrorSuccess) {
-                SetLastError(error);
-                return nullptr;
-            }
+        Error error = Connected();
+        // The client came and went before it was looked for.
+        for (; error == kErrorBrokenPipe; error = Connected()) DisconnectNamedPipe(next_);
+        if (error != kErrorSuccess) {
+            SetLastError(error);
+            return nullptr;
         }
         auto connection = std::make_unique<ServerPipe>(next_, stop_);
         next_ = CreateInstance(name_, false);
@@ -169,6 +167,15 @@ class ServerListener final : public PipeListener {
     }
 
   private:
+    // Waits for a client of the next instance.
+    Error Connected() {
+        Overlapped overlapped;
+        DWORD unused = 0;
+        const BOOL connected = ConnectNamedPipe(next_, overlapped.Start());
+        if (!connected && GetLastError() == ERROR_PIPE_CONNECTED) return kErrorSuccess;
+        return overlapped.Finish(next_, connected, stop_, kForever, &unused);
+    }
+
     WString name_;
     HANDLE next_;
     HANDLE stop_;

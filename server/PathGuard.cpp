@@ -1,11 +1,16 @@
 #include "server/PathGuard.h"
 
-#include <algorithm>
+#include <stdexcept>
+
+#include "platform/HostPath.h"
+#include "platform/RealPath.h"
 
 namespace server {
 
 namespace fs = std::filesystem;
+using platform::kHostSeparator;
 using platform::WString;
+using platform::WStringView;
 
 namespace {
 
@@ -13,31 +18,45 @@ WString ToText(const fs::path& path) {
     return platform::FromUtf8(path.string<char>());
 }
 
-// The companion of a container is named after the text before its path's last dot. Where the
-// file's own name has none, that would be somewhere else.
-bool NamesItsOwnLog(const fs::path& path) {
-    return path.filename().native().find(fs::path::value_type('.')) != fs::path::string_type::npos;
-}
-
-bool IsBelow(const fs::path& path, const fs::path& root) {
-    const auto [end, ignored] = std::mismatch(root.begin(), root.end(), path.begin(), path.end());
-    return end == root.end() && path != root;
+// The log beside a container, which is named after the text before its path's last dot, is
+// there or not, and no link. Where the file's own name has no dot, the log would be elsewhere.
+bool HasItsLogBeside(const WString& file) {
+    const size_t dot = file.rfind('.');
+    if (dot == WString::npos || dot < file.rfind(kHostSeparator)) return false;
+    const WString log = file.substr(0, dot) + WTEXT(".log");
+    WString real;
+    return platform::RealPath(log, &real) == 0 && platform::CompareFolded(real, log) == 0;
 }
 
 }  // namespace
 
 PathGuard::PathGuard(std::optional<fs::path> root) {
-    if (root) root_ = fs::canonical(*root);
+    if (!root) return;
+    if (!fs::is_directory(*root) || platform::RealPath(ToText(fs::absolute(*root)), &root_) != 0)
+        throw std::runtime_error(root->string() + " is not a folder that can be served");
+    if (root_.back() != kHostSeparator) root_.push_back(kHostSeparator);
 }
 
 std::optional<WString> PathGuard::AdmitFile(const WString& path) const {
-    if (!root_) return path;
-    const fs::path named(path);
-    std::error_code error;
-    // Links are followed before the test, so that none leads out.
-    const fs::path real = fs::weakly_canonical(named.is_absolute() ? named : *root_ / named, error);
-    if (error || !IsBelow(real, *root_) || !NamesItsOwnLog(real)) return std::nullopt;
-    return ToText(real);
+    if (root_.empty()) return path;
+    WString whole;
+    try {
+        whole = ToText(fs::path(root_) / fs::path(path));  // an absolute path stays itself
+    } catch (const std::exception&) {
+        return std::nullopt;  // no text
+    }
+    WString real;
+    if (platform::RealPath(whole, &real) != 0 || !real.starts_with(root_) ||
+        real.size() == root_.size() || !HasItsLogBeside(real))
+        return std::nullopt;
+    return real;
+}
+
+// A hive that is mounted already is served as it is, whatever file was named.
+bool PathGuard::AdmitMount(const WString& name) const {
+    return root_.empty() ||
+           (!name.empty() && name.find('\\') == WString::npos && name.front() != '.' &&
+            platform::CompareFolded(WStringView(name).substr(0, 2), WTEXT("S-")) != 0);
 }
 
 std::optional<StoreRequest> PathGuard::Admit(uint32_t method, const WString& path) const {
@@ -50,10 +69,10 @@ std::optional<StoreRequest> PathGuard::Admit(uint32_t method, const WString& pat
             request.method = FS_VR_METHOD_TARN;
             break;
         case FS_VR_METHOD_NATIVE:
-            return root_ ? std::nullopt : std::optional(request);
+            return root_.empty() ? std::optional(request) : std::nullopt;
         case FS_VR_METHOD_HIVE: {
             const size_t mark = path.find('!');
-            if (mark == WString::npos) return std::nullopt;
+            if (mark == WString::npos || !AdmitMount(path.substr(mark + 1))) return std::nullopt;
             mount = path.substr(mark);
             request.path = path.substr(0, mark);
             break;
@@ -64,7 +83,10 @@ std::optional<StoreRequest> PathGuard::Admit(uint32_t method, const WString& pat
             return std::nullopt;
     }
     const std::optional<WString> file = AdmitFile(request.path);
-    if (!file) return std::nullopt;
+    // The signs of the path grammar: where a folder has one in its name, the store would be
+    // looked for elsewhere.
+    if (!file || file->find('|') != WString::npos) return std::nullopt;
+    if (!mount.empty() && file->find('!') != WString::npos) return std::nullopt;
     request.path = *file + mount;
     return request;
 }

@@ -23,7 +23,9 @@ class PathGuard {
   public:
     // Without a root any file that the server (or the client it acts as) can open may be named,
     // relative ones from the server's folder. With one, only files below it, relative ones from
-    // it, and no live registry.
+    // it; no live registry, nor a hive under a name that the system mounts hives by.
+    //
+    // Throws std::runtime_error when the root is no folder.
     explicit PathGuard(std::optional<std::filesystem::path> root);
 
     // The store to open, or nothing when the method or the path is refused.
@@ -31,8 +33,10 @@ class PathGuard {
 
   private:
     std::optional<platform::WString> AdmitFile(const platform::WString& path) const;
+    bool AdmitMount(const platform::WString& name) const;
 
-    std::optional<std::filesystem::path> root_;
+    // The root's real path and the separator behind it; empty without a root.
+    platform::WString root_;
 };
 
 }  // namespace server

@@ -1,8 +1,7 @@
 #include "server/Session.h"
 
-#include <mutex>
-
 #include "FS_Library_DLL/IFSInterface.h"
+#include "platform/RealPath.h"
 
 namespace server {
 
@@ -74,9 +73,27 @@ class Session::Locked {
     FBR_STATUS status_ = FSSTATUS_SUCCESS;
 };
 
-Session::~Session() {
-    const std::shared_lock together(rules_->opening);
-    End();
+// Who waits to be alone holds up those who come later, so that they cannot keep it waiting.
+std::shared_lock<std::shared_mutex> Gate::Share() {
+    const std::lock_guard turn(turn_);
+    return std::shared_lock(body_);
+}
+
+std::unique_lock<std::shared_mutex> Gate::Alone() {
+    const std::lock_guard turn(turn_);
+    return std::unique_lock(body_);
+}
+
+std::shared_ptr<Gate> SessionRules::GateOf(const WString& path) {
+    WString name;
+    if (platform::RealPath(path, &name) != 0) name = path;
+    for (WChar& unit : name) unit = platform::Fold(unit);
+    const std::lock_guard held(lock_);
+    std::erase_if(gates_, [](const auto& entry) { return entry.second.expired(); });
+    std::weak_ptr<Gate>& entry = gates_[name];
+    std::shared_ptr<Gate> gate = entry.lock();
+    if (gate == nullptr) entry = gate = std::make_shared<Gate>();
+    return gate;
 }
 
 bool Session::Find(uint64_t number, int64_t* key) const {
@@ -99,22 +116,26 @@ std::optional<std::vector<uint8_t>> Session::Answer(std::span<const uint8_t> byt
     if (static_cast<Request>(code) == Request::InitialiseEx) {
         Open(request, reply);
     } else {
-        const std::shared_lock together(rules_->opening);
+        const auto gate = gate_;  // for as long as it is shared
+        std::shared_lock<std::shared_mutex> together;
+        if (gate != nullptr) together = gate->Share();
         Dispatch(static_cast<Request>(code), request, reply);
     }
     if (!request.AtEnd() || reply.Payload().size() > kLargestData) return std::nullopt;
     return std::move(reply.Payload());
 }
 
+// A request with bytes left over is malformed, and must not be carried out.
 void Session::Dispatch(Request code, WireReader& request, Reply& reply) {
     switch (code) {
         case Request::DeInitialiseEx:
+            if (!request.AtEnd()) return;
             reply.U32(static_cast<uint32_t>(store_ == nullptr ? FSSTATUS_INVALID_HANDLE : End()));
             break;
         case Request::CheckFile:
         case Request::IsCorrupted:
         case Request::Compact:
-            NumberRequest(code, reply);
+            if (request.AtEnd()) NumberRequest(code, reply);
             break;
         case Request::DeleteValue:
         case Request::SetValue:
@@ -149,23 +170,38 @@ void Session::Open(WireReader& request, Reply& reply) {
     const WString path = request.String();
     const uint32_t method = request.U32();
     if (!request.AtEnd()) return;
-    const std::unique_lock alone(rules_->opening);
-    End();
+    Close();
     const std::optional<StoreRequest> admitted = rules_->guard.Admit(method, path);
     FBR_STATUS status = FSSTATUS_INVALID_PARAMETER;
-    if (admitted) status = FBR_InitialiseEx(admitted->path.c_str(), &store_, admitted->method);
-    lockable_ = status == FSSTATUS_SUCCESS && admitted->method == FS_VR_METHOD_TARN;
+    if (admitted) {
+        auto gate = rules_->GateOf(admitted->path);
+        const auto alone = gate->Alone();
+        status = FBR_InitialiseEx(admitted->path.c_str(), &store_, admitted->method);
+        lockable_ = admitted->method == FS_VR_METHOD_TARN;
+        if (status == FSSTATUS_SUCCESS) gate_ = std::move(gate);
+    }
     reply.U32(static_cast<uint32_t>(status));
 }
 
+void Session::Close() {
+    if (store_ == nullptr) return;
+    const auto gate = gate_;
+    const auto together = gate->Share();
+    End();
+}
+
+// The gate is shared.
 FBR_STATUS Session::End() {
     if (store_ == nullptr) return FSSTATUS_SUCCESS;
     // Under the write lock, so that volatile keys go with the store.
     Locked lock(*this, Request::DeInitialiseEx);
+    // Keys may be more than the store knows of, and may hold it open.
+    for (const auto& [number, key] : keys_) FBR_CloseDirEx(key, store_);
+    keys_.clear();
     const FBR_STATUS status = FBR_DeInitialiseEx(store_);
     lock.Forget();
     store_ = nullptr;
-    keys_.clear();
+    gate_.reset();
     return status;
 }
 
@@ -340,6 +376,12 @@ void Session::NamesRequest(Request code, WireReader& request, Reply& reply) {
                          ? FBR_EnumerateAllValues(key, names, store_)
                          : FBR_EnumerateAllKeys(key, names, store_);
         }
+    }
+    size_t bytes = 0;
+    for (const WString& name : names) bytes += sizeof(uint32_t) + (name.size() + 1) * 2;
+    if (bytes > kLargestData) {  // one by one they can be had
+        names.clear();
+        status = FSSTATUS_FAILED;
     }
     reply.U32(static_cast<uint32_t>(names.size()));
     for (const WString& name : names) reply.String(name);

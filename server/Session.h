@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <shared_mutex>
 #include <span>
@@ -14,14 +16,30 @@
 
 namespace server {
 
+// Requests to one store run side by side; the opening of the store runs alone, for it reads and
+// may stamp the store before any lock of its own can be had. First come, first served.
+class Gate {
+  public:
+    std::shared_lock<std::shared_mutex> Share();
+    std::unique_lock<std::shared_mutex> Alone();
+
+  private:
+    std::mutex turn_;
+    std::shared_mutex body_;
+};
+
 // Shared by the sessions of one server.
-struct SessionRules {
+class SessionRules {
+  public:
     explicit SessionRules(PathGuard pathGuard) : guard(std::move(pathGuard)) {}
 
-    PathGuard guard;
-    // Requests run side by side; the opening of a store runs alone, for it reads and may stamp
-    // the store before any lock of its own can be had.
-    std::shared_mutex opening;
+    const PathGuard guard;
+    // The one of the store that lies there.
+    std::shared_ptr<Gate> GateOf(const platform::WString& path);
+
+  private:
+    std::mutex lock_;
+    std::unordered_map<platform::WString, std::weak_ptr<Gate>> gates_;
 };
 
 // Answers the requests of one connection, one after another, from one thread at a time.
@@ -32,12 +50,14 @@ struct SessionRules {
 class Session {
   public:
     explicit Session(SessionRules* rules) : rules_(rules) {}
-    ~Session();
+    ~Session() { Close(); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     // The reply's payload, or nothing when the request is malformed and the connection is to end.
     std::optional<std::vector<uint8_t>> Answer(std::span<const uint8_t> request);
+    // Closes the store, if one is open.
+    void Close();
 
   private:
     using Reply = ipc::WireWriter;
@@ -60,6 +80,7 @@ class Session {
     uint64_t Enter(int64_t key);
 
     SessionRules* rules_;
+    std::shared_ptr<Gate> gate_;  // of the open store
     FBR_STORE store_ = nullptr;
     bool lockable_ = false;
     std::unordered_map<uint64_t, int64_t> keys_;

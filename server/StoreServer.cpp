@@ -14,47 +14,7 @@ namespace log = Varnhold::Hob::Detail;
 
 namespace {
 
-constexpr uint32_t kFirstPiece = 1u << 16;  // a packet's room grows as its bytes arrive
-
-// Acts as the client for the time of one request.
-class AsClient {
-  public:
-    explicit AsClient(PipeConnection* connection)
-        : connection_(connection), error_(connection->Impersonate()) {}
-    ~AsClient() {
-        if (error_ == 0) connection_->EndImpersonation();
-    }
-    AsClient(const AsClient&) = delete;
-    AsClient& operator=(const AsClient&) = delete;
-    Error Result() const { return error_; }
-
-  private:
-    PipeConnection* connection_;
-    Error error_;
-};
-
-// The size a packet announces is only a claim: memory is taken as the bytes come.
-Error ReadPayload(PipeConnection* connection, uint32_t size, uint32_t stall,
-                  std::vector<uint8_t>* payload) {
-    payload->clear();
-    while (payload->size() < size) {
-        const size_t have = payload->size();
-        const size_t piece = std::min<size_t>(size - have, std::max<size_t>(have, kFirstPiece));
-        payload->resize(have + piece);
-        const Error error =
-            connection->Read(payload->data() + have, static_cast<uint32_t>(piece), stall);
-        if (error != 0) return error;
-    }
-    return platform::kErrorSuccess;
-}
-
-Error WritePacket(PipeConnection* connection, const std::vector<uint8_t>& payload, uint32_t stall) {
-    const auto size = static_cast<uint32_t>(payload.size());
-    ipc::WireWriter packet(ipc::kPacketMagic);
-    packet.U32(size + ipc::kPacketHeaderSize).Bytes(payload.data(), size);
-    return connection->Write(packet.Payload().data(),
-                             static_cast<uint32_t>(packet.Payload().size()), stall);
-}
+constexpr uint32_t kPauseAfterFailure = 100;  // milliseconds
 
 }  // namespace
 
@@ -80,9 +40,18 @@ void StoreServer::Stop() noexcept {
 }
 
 void StoreServer::Run() {
-    while (auto connection = listener_->Accept()) {
+    for (;;) {
+        auto connection = listener_->Accept();
+        const Error error = platform::LastError();
         JoinWorkers(false);
-        StartWorker(std::move(connection));
+        if (connection != nullptr) {
+            StartWorker(std::move(connection));
+            continue;
+        }
+        if (error == platform::kErrorOperationAborted) break;
+        // Out of descriptors or memory, perhaps: clients that go will make room.
+        ZRFS_LOG(log::kError, "StoreServer::Run", "Taking a client failed [{}]", error);
+        platform::SleepMilliseconds(kPauseAfterFailure);
     }
     JoinWorkers(true);
     listener_.reset();
@@ -92,7 +61,7 @@ void StoreServer::StartWorker(std::unique_ptr<PipeConnection> connection) {
     Worker& worker = workers_.emplace_back();
     try {
         worker.thread = std::thread([this, &worker, held = std::move(connection)]() mutable {
-            Serve(held.get());
+            ServeConnection(held.get(), &rules_, options_.stallMilliseconds);
             held.reset();
             worker.done = true;
         });
@@ -112,65 +81,6 @@ void StoreServer::JoinWorkers(bool all) {
         worker->thread.join();
         worker = workers_.erase(worker);
     }
-}
-
-void StoreServer::Serve(PipeConnection* connection) {
-    ZRFS_LOG(log::kInformation, "StoreServer::Serve", "Client connected");
-    try {
-        Session session(&rules_);
-        while (ServeOne(connection, &session)) {
-        }
-    } catch (const std::exception& error) {
-        ZRFS_LOG(log::kError, "StoreServer::Serve", "Connection given up: {}", error.what());
-    }
-    ZRFS_LOG(log::kInformation, "StoreServer::Serve", "Client gone");
-}
-
-// False when the connection is to end.
-bool StoreServer::ServeOne(PipeConnection* connection, Session* session) {
-    constexpr const char* kName = "StoreServer::ServeOne";
-    const uint32_t stall = options_.stallMilliseconds;
-    uint8_t header[ipc::kPacketHeaderSize];
-    // Between packets a client may take its time; within one it may not.
-    Error error = connection->Read(header, 1, platform::kForever);
-    if (error == 0) error = connection->Read(header + 1, sizeof header - 1, stall);
-    if (error != 0) {
-        const bool usual =
-            error == platform::kErrorBrokenPipe || error == platform::kErrorOperationAborted;
-        if (!usual) ZRFS_LOG(log::kWarning, kName, "Reading a packet failed [{}]", error);
-        return false;
-    }
-    ipc::WireReader fields(header);
-    const uint32_t magic = fields.U32();
-    const uint32_t total = fields.U32();
-    if (magic != ipc::kPacketMagic || total <= ipc::kPacketHeaderSize ||
-        total > ipc::kLargestPacket) {
-        ZRFS_LOG(log::kWarning, kName, "Packet refused: magic [{}] size [{}]", magic, total);
-        return false;
-    }
-    std::vector<uint8_t> request;
-    error = ReadPayload(connection, total - ipc::kPacketHeaderSize, stall, &request);
-    if (error != 0) {
-        ZRFS_LOG(log::kWarning, kName, "A packet was not finished [{}]", error);
-        return false;
-    }
-    std::optional<std::vector<uint8_t>> reply;
-    {
-        const AsClient identity(connection);
-        if (identity.Result() != 0) {
-            ZRFS_LOG(log::kError, kName, "The client's identity cannot be taken [{}]",
-                     identity.Result());
-            return false;
-        }
-        reply = session->Answer(request);
-    }
-    if (!reply) {
-        ZRFS_LOG(log::kWarning, kName, "Malformed request of [{}] bytes", request.size());
-        return false;
-    }
-    error = WritePacket(connection, *reply, stall);
-    if (error != 0) ZRFS_LOG(log::kWarning, kName, "Sending a reply failed [{}]", error);
-    return error == 0;
 }
 
 }  // namespace server

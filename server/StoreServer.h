@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "platform/Pipe.h"
-#include "server/Session.h"
+#include "server/Conversation.h"
 
 namespace server {
 
@@ -27,7 +27,7 @@ struct ServerOptions {
 // sends a packet that is too large or not one of the protocol. Logs through the scoped logging.
 class StoreServer {
   public:
-    // Throws std::filesystem::filesystem_error when the root cannot be looked at.
+    // Throws std::runtime_error when the root is no folder.
     explicit StoreServer(ServerOptions options);
     ~StoreServer();
     StoreServer(const StoreServer&) = delete;
@@ -45,8 +45,6 @@ class StoreServer {
         std::thread thread;
         std::atomic<bool> done{false};
     };
-    void Serve(platform::PipeConnection* connection);
-    bool ServeOne(platform::PipeConnection* connection, Session* session);
     void StartWorker(std::unique_ptr<platform::PipeConnection> connection);
     void JoinWorkers(bool all);
 

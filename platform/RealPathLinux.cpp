@@ -1,0 +1,24 @@
+#include "platform/RealPath.h"
+
+#include <filesystem>
+
+namespace platform {
+
+namespace fs = std::filesystem;
+
+Error RealPath(const WString& path, WString* real) noexcept {
+    try {
+        const fs::path found = fs::weakly_canonical(fs::path(path));
+        // The tail that is not there was not followed; a dangling link stands at its head.
+        fs::path head = found;
+        while (!fs::exists(fs::symlink_status(head)) && head.has_relative_path())
+            head = head.parent_path();
+        if (fs::is_symlink(fs::symlink_status(head))) return kErrorInvalidName;
+        *real = found.u16string();
+        return kErrorSuccess;
+    } catch (const std::exception&) {
+        return kErrorInvalidName;
+    }
+}
+
+}  // namespace platform
