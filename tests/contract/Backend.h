@@ -38,6 +38,8 @@ struct Differences {
     bool unknownParentIsRoot;      // a closed parent stands for the root
     bool volatileEndsWithStore;    // a volatile key is gone when the store is opened again
     bool keepsSecurity;            // security strings are implemented
+    bool listsReplace;             // names gathered take the place of what the vector holds
+    bool endHasName;               // past the end an enumeration gives an empty name, not none
     const FBR_WCHAR* rootFullName;  // what FBR_GetFullName_DirEx says of the root
     bool rootIsNamed;               // FBR_GetName_DirEx of the root is not empty
     FBR_STATUS deleteBelowMissing;  // FBR_DeleteDirNamedEx of a key whose parent is missing

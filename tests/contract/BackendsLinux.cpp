@@ -10,7 +10,7 @@ std::string ProcessState() {
 }
 
 const std::vector<Backend>& AllBackends() {
-    static const std::vector<Backend> all{ContainerBackend(), OfflineBackend()};
+    static const std::vector<Backend> all{ContainerBackend(), RemoteBackend(), OfflineBackend()};
     return all;
 }
 

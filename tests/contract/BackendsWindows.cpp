@@ -95,6 +95,8 @@ Differences LiveDifferences() {
             .unknownParentIsRoot = false,
             .volatileEndsWithStore = false,
             .keepsSecurity = false,
+            .listsReplace = false,
+            .endHasName = false,
             .rootFullName = L"",
             .rootIsNamed = true,
             .deleteBelowMissing = FSSTATUS_NOT_FOUND,
@@ -122,6 +124,7 @@ std::string ProcessState() {
 
 const std::vector<Backend>& AllBackends() {
     static const std::vector<Backend> all{ContainerBackend(),
+                                          RemoteBackend(),
                                           {"Live", LivePlace<false>::Make, LiveDifferences()},
                                           {"LiveByPath", LivePlace<true>::Make, LiveDifferences()},
                                           {"Hive", HivePlace::Make, HiveDifferences()},

@@ -1,7 +1,9 @@
-// Stores that are a file of their own: a container and an offline hive.
+// Stores that are a file of their own: a container, alone and behind a server, and an offline hive.
 #pragma once
 
+#include "server/PathGuard.h"
 #include "tests/contract/Backend.h"
+#include "tests/remote/RunningServer.h"
 #include "tests/support/TempDir.h"
 
 namespace contract {
@@ -17,6 +19,20 @@ class FilePlace : public Place {
     support::TempDir folder_;
 };
 
+// A container that a server of this process opens.
+class RemotePlace : public Place {
+  public:
+    static std::unique_ptr<Place> Make() { return std::make_unique<RemotePlace>(); }
+    WString Path() const override { return server_.Pipe() + WTEXT("|") + folder_.File("x.fbr"); }
+    FBR_METHOD Method() const override {
+        return static_cast<FBR_METHOD>(server::kMethodRemoteContainer);
+    }
+
+  private:
+    support::TempDir folder_;
+    remote_test::RunningServer server_;
+};
+
 inline Backend ContainerBackend() {
     return {.name = "Container",
             .makePlace = FilePlace<FS_VR_METHOD_TARN>::Make,
@@ -29,6 +45,8 @@ inline Backend ContainerBackend() {
                             .unknownParentIsRoot = true,
                             .volatileEndsWithStore = true,
                             .keepsSecurity = false,
+                            .listsReplace = false,
+                            .endHasName = false,
                             .rootFullName = WTEXT(""),
                             .rootIsNamed = false,
                             .deleteBelowMissing = FSSTATUS_FAILED,
@@ -36,6 +54,18 @@ inline Backend ContainerBackend() {
                             .renameTripsOverDeleted = false,
                             .renameInPlaceDuplicates = false,
                             .deleteWithSubkeys = {FSSTATUS_DIR_NOT_EMPTY}}};
+}
+
+// As the container, but for what the way to it changes.
+inline Backend RemoteBackend() {
+    Backend backend = ContainerBackend();
+    backend.name = "Remote";
+    backend.makePlace = RemotePlace::Make;
+    backend.differences.writesNeedLock = false;
+    backend.differences.unknownParentIsRoot = false;
+    backend.differences.listsReplace = true;
+    backend.differences.endHasName = true;
+    return backend;
 }
 
 inline Backend OfflineBackend() {
@@ -50,6 +80,8 @@ inline Backend OfflineBackend() {
                             .unknownParentIsRoot = false,
                             .volatileEndsWithStore = false,
                             .keepsSecurity = true,
+                            .listsReplace = false,
+                            .endHasName = false,
                             .rootFullName = WTEXT("\\"),
                             .rootIsNamed = false,
                             .deleteBelowMissing = FSSTATUS_NOT_FOUND,

@@ -28,7 +28,8 @@ std::set<WString> Names(FBR_KEY key, EnumerateAll all, EnumerateOne one, FBR_STO
     }
     name = nullptr;
     EXPECT_EQ(one(key, count, &name, store), FSSTATUS_NO_MORE_ENTRIES);
-    EXPECT_EQ(name, nullptr);
+    EXPECT_TRUE(name == nullptr || *name == 0);
+    FBR_Release(name);
     std::set<WString> names(together.begin(), together.end());
     EXPECT_EQ(names.size(), together.size()) << "a name came twice";
     return names;

@@ -194,12 +194,12 @@ TEST(RemoteClient, LocksAndSecurityNeedNoServer) {
 
 TEST(RemoteClient, RefusesRepliesThatLieAndTouchesNothing) {
     const char* const kQueryReplies[] = {
-        "09000000 03000000 02000000 02000000 eeff 00000000",      // another request's code
-        "08000000",                                               // nothing behind the code
-        "08000000 03000000 02000000 02000000 ee",                 // data cut
-        "08000000 03000000 02000000 ffffffff eeff 00000000",      // a count past the reply
+        "09000000 03000000 02000000 02000000 eeff 00000000",          // another request's code
+        "08000000",                                                   // nothing behind the code
+        "08000000 03000000 02000000 02000000 ee",                     // data cut
+        "08000000 03000000 02000000 ffffffff eeff 00000000",          // a count past the reply
         "08000000 03000000 06000000 06000000 010203040506 00000000",  // more than the buffer
-        "08000000 03000000 02000000 02000000 eeff 0000",          // status cut
+        "08000000 03000000 02000000 02000000 eeff 0000",              // status cut
     };
     std::vector<Bytes> packets;
     for (const char* reply : kQueryReplies) packets.push_back(Packet(Hex(reply)));

@@ -8,8 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/Clock.h"
-#include "platform/Pipe.h"
+#include "tests/remote/RunningServer.h"
 
 namespace remote_test {
 
@@ -29,24 +28,18 @@ inline Bytes Hex(const std::string& text) {
     return bytes;
 }
 
-inline platform::WString UniquePipe(const char* purpose) {
-    static int counter = 0;
-    return platform::FromUtf8("zrfs-test-" + std::string(purpose) + "-" +
-                              std::to_string(platform::ProcessId()) + "-" +
-                              std::to_string(++counter));
-}
-
 class ScriptedServer {
   public:
     // Answers the first connection's requests with `packets` in turn, written as they are, then
     // closes the connection; `connections` of those follow one another.
-    explicit ScriptedServer(platform::WString name, std::vector<Bytes> packets,
-                            int connections = 1)
+    explicit ScriptedServer(platform::WString name, std::vector<Bytes> packets, int connections = 1)
         : packets_(std::move(packets)), stop_(platform::StopSignal::Create()) {
         listener_ = platform::PipeListener::Listen(name.c_str(), false, stop_.get());
         EXPECT_NE(listener_, nullptr) << platform::LastError();
         thread_ = std::thread([this, connections] {
             for (int i = 0; i < connections && listener_ != nullptr; ++i) ServeOne();
+            // A client that comes again must not wait for somebody who will not answer.
+            listener_.reset();
         });
     }
     ~ScriptedServer() {

@@ -1,0 +1,47 @@
+// A client that sends bytes as they are.
+#pragma once
+
+#include "tests/remote/ScriptedServer.h"
+
+namespace remote_test {
+
+class RawClient {
+  public:
+    explicit RawClient(const platform::WString& pipe) : pipe_(platform::OpenPipe(pipe.c_str())) {
+        // On Windows the server may not have come round to the next instance yet.
+        while (!platform::IsValid(pipe_) && platform::LastError() == platform::kErrorPipeBusy) {
+            platform::SleepMilliseconds(1);
+            pipe_ = platform::OpenPipe(pipe.c_str());
+        }
+        EXPECT_TRUE(platform::IsValid(pipe_)) << platform::LastError();
+    }
+    ~RawClient() { platform::ClosePipe(pipe_); }
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+
+    void Send(const Bytes& bytes) {
+        platform::WritePipe(pipe_, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    }
+    // The next packet whole, or nothing when the server has ended the connection.
+    Bytes Receive() {
+        Bytes packet(8);
+        if (!Read(packet.data(), 8)) return {};
+        const uint32_t total = packet[4] | packet[5] << 8 | packet[6] << 16 | packet[7] << 24;
+        packet.resize(total);
+        return Read(packet.data() + 8, total - 8) ? packet : Bytes();
+    }
+    Bytes Ask(const Bytes& payload) {
+        Send(Packet(payload));
+        return Receive();
+    }
+
+  private:
+    bool Read(uint8_t* to, uint32_t size) {
+        for (uint32_t done = 0; size > 0; to += done, size -= done)
+            if (platform::ReadPipe(pipe_, to, size, &done) != 0 || done == 0) return false;
+        return true;
+    }
+    platform::Handle pipe_;
+};
+
+}  // namespace remote_test
