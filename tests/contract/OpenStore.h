@@ -90,9 +90,10 @@ class OpenStore {
 class StoreTest : public testing::TestWithParam<Backend> {
   protected:
     void SetUp() override {
-        const auto place = GetParam().makePlace();
-        SCOPED_TRACE("");
-        { OpenStore(*place).Make(WTEXT("k")); }
+        {
+            const auto place = GetParam().makePlace();
+            OpenStore(*place).Make(WTEXT("k"));
+        }
         before_ = ProcessState();
     }
     void TearDown() override { EXPECT_EQ(ProcessState(), before_); }
