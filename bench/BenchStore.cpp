@@ -15,6 +15,7 @@
 
 #include "bench/BareFile.h"
 #include "bench/Content.h"
+#include "bench/RemoteQuery.h"
 #include "bench/Report.h"
 #include "include/ZrFsLibrary.h"
 
@@ -325,6 +326,13 @@ int Run(const Options& options) {
         if (!silent) report.Line(phase.name, timer, phase.unit, phase.goal);
     }
     store.Close();
+    constexpr const char* kLocal = "query one small value, local store";
+    constexpr const char* kRemote = "query one small value, over a pipe";
+    if (std::strstr(kRemote, options.only.c_str()) != nullptr) {
+        const RemoteQuery query = MeasureRemoteQuery(path, MakeContent(1).front());
+        report.Line(kLocal, query.local, Unit::PageReads, 0);
+        report.Line(kRemote, query.remote, Unit::PageReads, 0);
+    }
     std::filesystem::remove(path);
     std::filesystem::remove(options.folder / "yardstick");
     return report.Missed() == 0 ? 0 : 3;
