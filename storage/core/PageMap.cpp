@@ -127,6 +127,14 @@ Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool
     return status;
 }
 
+Status PreparePageKind(StorageContext* context, uint32_t number, uint32_t count) {
+    CachePage* page = nullptr;
+    const Status status = GetMapPage(context, number, &page);
+    if (status != kOk) return status;
+    ReleasePage(context, page);
+    return context->dirtyMapPages.Reserve(context->dirtyMapPages.Count() + count) ? kOk : kNoMemory;
+}
+
 Status FindFreePage(StorageContext* context, uint32_t* number) {
     const uint32_t group = context->MapGroup();
     uint64_t start = context->firstFree == kUnknownPages ? 0 : context->firstFree;

@@ -47,6 +47,25 @@ Status ReleaseListedPages(StorageContext* context, StorageTransaction* transacti
     return status;
 }
 
+// Gets all that the map needs before the first page is written: what fails from there on leaves
+// pages on the disk that the map does not know of.
+Status PrepareMap(StorageContext* context, StorageTransaction* transaction) {
+    const uint32_t groupMask = ~(context->MapGroup() - 1);
+    uint32_t prepared = 0, last = kUnknownPages;
+    const auto prepare = [&](uint32_t number) {
+        if ((number & groupMask) == last) return Status{kOk};
+        last = number & groupMask;
+        return PreparePageKind(context, number, ++prepared);
+    };
+    Status status = kOk;
+    for (CachePage* page = transaction->pages.head; page != nullptr && status == kOk;
+         page = page->txNext)
+        if ((page->flags & (kPageNew | kPageFreed)) != 0) status = prepare(page->number);
+    for (uint32_t i = 0; i < transaction->releasePages.Count() && status == kOk; ++i)
+        status = prepare(transaction->releasePages[i]);
+    return status;
+}
+
 // Brings the map in line with the pages made and freed.
 Status EnterPagesInMap(StorageContext* context, StorageTransaction* transaction) {
     for (CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
@@ -87,6 +106,7 @@ Status BeginTransaction(StorageContext* context, StorageTransaction** out, Trans
 
 Status CommitTransaction(StorageContext* context, StorageTransaction* transaction) {
     Status status = transaction->failure;
+    if (status == kOk) status = PrepareMap(context, transaction);
     if (status == kOk) status = WriteTransactionPages(context, transaction);
     if (status != kOk) {
         RollbackTransaction(context, transaction);

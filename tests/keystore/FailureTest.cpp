@@ -3,9 +3,10 @@
 //
 // A write that fails within a commit can leave some pages of the change on the disk and others not,
 // for pages are written in place: what the operation was about may be damaged then, and is found to
-// be. What it was not about stays readable.
+// be, and mended by a repair. What it was not about stays readable, before and after.
 #include <functional>
 
+#include "tests/container/Promise.h"
 #include "tests/keystore/TestStore.h"
 #include "tests/support/FailingHeap.h"
 #include "tests/support/FaultFile.h"
@@ -158,6 +159,15 @@ const Operation kOperations[] = {
          FBR_SYSTEMTIME time{};
          return CloseAfter(FBR_GetDirTimesEx(key, &time, store.handle), key, store);
      }},
+    {"compact", Prepare,
+     [](Store& store) {
+         FBR_DeleteDirNamedEx(WTEXT("\\t\\sub"), store.handle);
+         uint32_t done = 0;
+         return FBR_Compact(store.handle, &done);
+     }},
+    {"check", Prepare, [](Store& store) { return FBR_CheckFileEx(store.path.c_str(), nullptr); }},
+    {"repair", Prepare,
+     [](Store& store) { return FBR_CheckAndRepairFileEx(store.path.c_str(), nullptr); }},
     {"take and release a lock", Prepare,
      [](Store& store) {
          FBR_STATUS status = store.Lock(kLockWriteToo);
@@ -219,6 +229,18 @@ class Failures : public testing::TestWithParam<bool> {
         EXPECT_EQ(FBR_IsCorrupted(store->handle, &corrupted), FSSTATUS_SUCCESS);
         ASSERT_EQ(corrupted, 0u) << what << ", call " << number;
     }
+    // Closed and repaired it is sound, and what the operation was not about is still there.
+    void ExpectRepairable(const char* what, uint64_t number) {
+        namespace container = support::container;
+        store.reset();
+        const std::filesystem::path file = dir / "store.fbr";
+        ASSERT_EQ(container::CheckContainer(file, container::kRepair).status, 0)
+            << what << ", call " << number;
+        ASSERT_TRUE(container::CheckContainer(file, container::kDeepCheck).FoundNothing())
+            << what << ", call " << number;
+        store = std::make_unique<Store>(path);
+        ExpectIntact(what, number);
+    }
     // A store like the first one, with nothing left of what failed before.
     void StartAnew() {
         store.reset();
@@ -247,6 +269,7 @@ class Failures : public testing::TestWithParam<bool> {
             if (afterwards == Afterwards::MayBeDamaged) {
                 operation.run(*store);
                 ASSERT_NO_FATAL_FAILURE(ExpectIntact(operation.name, number));
+                ASSERT_NO_FATAL_FAILURE(ExpectRepairable(operation.name, number));
                 StartAnew();
                 continue;
             }
