@@ -1,6 +1,7 @@
 // What every store promises, whatever it is kept in.
 #include <algorithm>
 
+#include "FS_Library_DLL/IFSInterface.h"
 #include "platform/Clock.h"
 #include "tests/contract/OpenStore.h"
 
@@ -341,6 +342,41 @@ TEST_P(Contract, WritesNeedTheLockWhereThereIsOne) {
     }
     ASSERT_EQ(FBR_GetLockEx(2, store_->Get()), FSSTATUS_SUCCESS);
     EXPECT_EQ(store_->Make(WTEXT("later")), FSSTATUS_SUCCESS);
+}
+
+TEST_P(Contract, LocksAndChecksThatMeanNothingSaySo) {
+    if (Differs().writesNeedLock) return;
+    FBR_STORE store = store_->Get();
+    uint32_t number = 77;
+    EXPECT_EQ(FBR_GetLockTypeEx(store, &number), FSSTATUS_SUCCESS);
+    EXPECT_EQ(number, 77u);
+    EXPECT_EQ(FBR_GetLockEx(99, store), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_Compact(store, &number), FSSTATUS_SUCCESS);
+    EXPECT_EQ(number, 1u);
+    EXPECT_EQ(FBR_Compact(store, nullptr), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_IsCorrupted(store, nullptr), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_CheckFile(store), FSSTATUS_FAILED);
+    FBR_FileChecking(true);
+    EXPECT_EQ(FBR_CheckFile(store), FSSTATUS_SUCCESS);
+    FBR_FileChecking(false);
+}
+
+// Below the exported functions the empty name is the unnamed value, where a store has one.
+TEST_P(Contract, TheStoresOwnOperationsReachTheUnnamedValue) {
+    const OpenKey key = store_->Create(WTEXT("k"));
+    IFSInterface& store = *store_->Get();
+    ASSERT_EQ(store_->Set(key, WTEXT("(Default)"), "called"), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.FBR_SetValue(key, WTEXT(""), 3, "real", 4), FSSTATUS_SUCCESS);
+    char data[8] = {};
+    uint64_t size = 0;
+    EXPECT_EQ(store.FBR_QueryValue(key, WTEXT(""), data, sizeof data, &size, nullptr),
+              FSSTATUS_SUCCESS);
+    EXPECT_EQ(std::string(data, size), "real");
+    const bool one = Differs().emptyNameIsDefault;
+    EXPECT_EQ(store_->Get(key, WTEXT("(Default)")).bytes, one ? "real" : "called");
+    EXPECT_EQ(store_->Values(key).size(), one ? 1u : 2u);
+    EXPECT_EQ(FBR_DeleteValue(key, WTEXT(""), store_->Get()), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->Values(key).size(), one ? 0u : 1u);
 }
 
 TEST_P(Contract, SecurityStringsAreImplementedOrSaidNotToBe) {

@@ -1,10 +1,9 @@
-// The table of native functions and what happens where it has gaps; the slots that do nothing; and
-// what other programs see.
+// The table of native functions and what happens where it has gaps; and what other programs
+// see.
 #include <cstring>
 #include <functional>
 #include <set>
 
-#include "FS_Library_DLL/FsSwitches.h"
 #include "tests/native/LiveKey.h"
 
 namespace native {
@@ -69,28 +68,6 @@ TEST_F(NativeTable, AMissingEntryFailsItsOperationAndNoOther) {
         EXPECT_EQ(store_->FBR_DeleteValue(key, L"v"), FSSTATUS_NOT_FOUND);
     }
     EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
-}
-
-TEST_F(NativeTable, LocksChecksAndSecurityDoNothingAndSaySo) {
-    EXPECT_EQ(store_->FBR_GetLockEx(2), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store_->FBR_ReleaseLockEx(2), FSSTATUS_SUCCESS);
-    uint32_t number = 77;
-    EXPECT_EQ(store_->FBR_GetLockTypeEx(&number), FSSTATUS_SUCCESS);
-    EXPECT_EQ(number, 77u);
-    EXPECT_EQ(store_->FBR_IsCorrupted(&number), FSSTATUS_SUCCESS);
-    EXPECT_EQ(number, 0u);
-    EXPECT_EQ(store_->FBR_Compact(&number), FSSTATUS_SUCCESS);
-    EXPECT_EQ(number, 1u);
-    EXPECT_EQ(store_->FBR_IsCorrupted(nullptr), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store_->FBR_Compact(nullptr), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store_->FBR_CheckFile(), FSSTATUS_FAILED);
-    g_switches.fileChecking = true;
-    EXPECT_EQ(store_->FBR_CheckFile(), FSSTATUS_SUCCESS);
-    g_switches.fileChecking = false;
-    WChar text[4];
-    uint32_t chars = 4;
-    EXPECT_EQ(store_->FBR_GetKeySecurityString(1, text, &chars), FSSTATUS_NOT_IMPLEMENTED);
-    EXPECT_EQ(store_->FBR_SetKeySecurityString(1, L"D:"), FSSTATUS_NOT_IMPLEMENTED);
 }
 
 // Runs a program of the system and gives its exit code.

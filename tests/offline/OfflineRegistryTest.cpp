@@ -3,8 +3,8 @@
 
 #include "offreg/HiveFormat.h"
 #include "offreg/Names.h"
-#include "platform/PageFile.h"
 #include "tests/offline/OfflineHive.h"
+#include "tests/support/FaultFile.h"
 
 using namespace offline_test;
 using support::TempDir;
@@ -236,48 +236,22 @@ TEST(OfflineRegistry, OpeningTellsMissingFromEmptyFromDamaged) {
     EXPECT_EQ(hive, nullptr);
 }
 
-// The fault tests: a file that fails, where and how the test says.
-struct Fault {
-    int writesLeft = 0;
-    bool failFlush = false;
-};
-Fault fault;
-
-class FailingFile : public platform::PageFile {
-  public:
-    explicit FailingFile(PageFile* file) : file_(file) {}
-    platform::Error Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_t* done) override {
-        return file_->Read(offset, buffer, bytes, done);
-    }
-    platform::Error Write(uint64_t offset, const void* const* buffers, uint32_t count,
-                          uint32_t bytes, uint32_t* done) override {
-        if (fault.writesLeft-- <= 0) return platform::kErrorDiskFull;
-        return file_->Write(offset, buffers, count, bytes, done);
-    }
-    platform::Error Cut(uint64_t length) override { return file_->Cut(length); }
-    platform::Error Size(uint64_t* length) override { return file_->Size(length); }
-    platform::Error Flush() override {
-        return fault.failFlush ? platform::kErrorDiskFull : file_->Flush();
-    }
-
-  private:
-    std::unique_ptr<PageFile> file_;
-};
-
 TEST(OfflineRegistry, ASaveIsCompleteOrNotThere) {
     TempDir dir;
     TestHive hive;
     hive.Set(hive.Root(), WTEXT("big"), kBinary, Pattern(9 << 20));
-    platform::SetPageFileWrapper([](platform::PageFile* file, const WChar*) -> platform::PageFile* {
-        return new FailingFile(file);
-    });
     const WString path = dir.File("a.hiv");
-    for (const Fault& next : {Fault{0, false}, Fault{1, false}, Fault{2, false}, Fault{99, true}}) {
-        fault = next;
+    using support::FileCall;
+    for (const auto& [kind, number] : {std::pair{FileCall::Write, 1},
+                                       {FileCall::Write, 2},
+                                       {FileCall::Write, 3},
+                                       {FileCall::Flush, 1}}) {
+        support::FaultFile faults;
+        faults.Fail(kind, static_cast<uint64_t>(number), platform::kErrorDiskFull);
         EXPECT_EQ(ORSaveHive(hive.Root(), path.c_str(), 6, 1), 112u);
+        EXPECT_EQ(faults.Hits(), 1u);
         EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
     }
-    platform::SetPageFileWrapper(nullptr);
     EXPECT_EQ(ORSaveHive(hive.Root(), path.c_str(), 6, 9), 87u);
     EXPECT_EQ(ORSaveHive(hive.Root(), support::Wide(dir / "no" / "a.hiv").c_str(), 6, 1), 3u);
     hive.Save(path);

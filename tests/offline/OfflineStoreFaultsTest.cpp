@@ -3,31 +3,14 @@
 #include <filesystem>
 
 #include "FS_Library_DLL/FsOfflineRegistryImpl.h"
-#include "platform/Heap.h"
-#include "platform/PageFile.h"
 #include "tests/offline/OfflineHive.h"
+#include "tests/support/FailingHeap.h"
+#include "tests/support/FaultFile.h"
 
 using namespace offline_test;
 using support::TempDir;
 
 namespace {
-
-class FullDisk : public platform::PageFile {
-  public:
-    explicit FullDisk(PageFile* file) : file_(file) {}
-    platform::Error Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_t* done) override {
-        return file_->Read(offset, buffer, bytes, done);
-    }
-    platform::Error Write(uint64_t, const void* const*, uint32_t, uint32_t, uint32_t*) override {
-        return platform::kErrorDiskFull;
-    }
-    platform::Error Cut(uint64_t length) override { return file_->Cut(length); }
-    platform::Error Size(uint64_t* length) override { return file_->Size(length); }
-    platform::Error Flush() override { return file_->Flush(); }
-
-  private:
-    std::unique_ptr<PageFile> file_;
-};
 
 // The old file goes before the new one is written; a failure then leaves neither.
 TEST(OfflineStoreFaults, AFailedSaveLeavesNoFileAndAClosedStore) {
@@ -42,11 +25,11 @@ TEST(OfflineStoreFaults, AFailedSaveLeavesNoFileAndAClosedStore) {
     int64_t key = 0;
     ASSERT_EQ(store.FBR_CreateDirEx(0, WTEXT("a"), FSCREATEOPTIONS_NONE, &key), FSSTATUS_SUCCESS);
     ASSERT_EQ(store.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
-    platform::SetPageFileWrapper([](platform::PageFile* file, const WChar*) -> platform::PageFile* {
-        return new FullDisk(file);
-    });
-    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_FAILED);
-    platform::SetPageFileWrapper(nullptr);
+    {
+        support::FaultFile faults;
+        faults.Fail(support::FileCall::Write, 1, platform::kErrorDiskFull);
+        EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_FAILED);
+    }
     EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
     EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
     EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
@@ -60,12 +43,13 @@ TEST(OfflineStoreFaults, NamesThatFindNoMemoryAreOutOfMemory) {
     ASSERT_EQ(store.FBR_CreateDirEx(0, WTEXT("a"), FSCREATEOPTIONS_NONE, &key), FSSTATUS_SUCCESS);
     int64_t root = 0;
     ASSERT_EQ(store.FBR_OpenDirEx(0, WTEXT(""), &root), FSSTATUS_SUCCESS);
-    platform::SetAllocationGate([](size_t) { return false; });
-    WChar* name = nullptr;
-    EXPECT_EQ(store.FBR_GetName_DirEx(key, &name), FSSTATUS_OUT_OF_MEMORY);
-    EXPECT_EQ(store.FBR_EnumIntDirEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
-    EXPECT_EQ(store.FBR_EnumIntFileEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
-    platform::SetAllocationGate(nullptr);
+    {
+        const support::FailingHeap heap(1, true);
+        WChar* name = nullptr;
+        EXPECT_EQ(store.FBR_GetName_DirEx(key, &name), FSSTATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(store.FBR_EnumIntDirEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(store.FBR_EnumIntFileEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
+    }
     EXPECT_EQ(store.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
     EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
 }
