@@ -252,6 +252,7 @@ Status WalkObject(CheckRun* run, const CheckItem& item, ItemList<CheckItem>* wor
     ObjectWalk walk{run, work, item.streamType, run->digests[item.headerPage].fileId,
                     item.headerPage};
     if (walk.fileId > run->maxId) run->maxId = walk.fileId;
+    if (!run->objects.Add(item.headerPage)) return kNoMemory;
     ClaimChain(run, item.headerPage, nullptr, nullptr);
     Status status = kOk;
     for (uint32_t page = item.headerPage; status == kOk && page != 0;
@@ -336,6 +337,7 @@ Status CheckObjects(CheckRun* run) {
         work.Truncate(work.Count() - 1);
         status = WalkObject(run, item, &work);
     }
+    if (status == kOk) status = CheckIds(run);
     while (status == kOk && !run->cancelled && run->walked + 1 < run->pages)
         Tell(run, kCheckLinks, ++run->walked, run->pages);
     return status;

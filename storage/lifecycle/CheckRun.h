@@ -4,6 +4,7 @@
 
 #include "storage/StorageApi.h"
 #include "storage/core/Context.h"
+#include "storage/core/ItemList.h"
 #include "storage/core/PageIo.h"
 
 namespace storage {
@@ -52,6 +53,7 @@ struct CheckRun {
     uint8_t* header = nullptr;  // the page that is being walked
     uint8_t* other = nullptr;
     PageWindow windows[kPageWindows];  // the one used last in front
+    NumberList objects;                // first HeaderPages of all that the walk came to
 
     CheckRun() = default;
     CheckRun(const CheckRun&) = delete;
@@ -102,6 +104,8 @@ void ClaimChain(CheckRun* run, uint32_t first, uint32_t* count, uint32_t* last);
 
 // Walks all that the root reaches. kNotContainer when there is no root.
 Status CheckObjects(CheckRun* run);
+// Gives each of the objects found an id of its own.
+Status CheckIds(CheckRun* run);
 // The entries at `bytes`, in page `page` of directory `fileId`. Objects found are added to `work`.
 Status CheckEntries(CheckRun* run, uint32_t page, uint8_t* bytes, uint32_t count, uint32_t fileId,
                     ItemList<CheckItem>* work, bool* changed);

@@ -186,4 +186,13 @@ uint32_t LongTests() {
     return static_cast<uint32_t>(std::max(value, 1));
 }
 
+uint32_t Rounds(uint32_t rounds) {
+#ifdef __SANITIZE_ADDRESS__
+    constexpr uint32_t kSlower = 6;
+#else
+    constexpr uint32_t kSlower = 1;
+#endif
+    return LongTests() > 1 ? rounds * LongTests() : (rounds + kSlower - 1) / kSlower;
+}
+
 }  // namespace support::container

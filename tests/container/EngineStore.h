@@ -89,5 +89,8 @@ class EngineFile {
 
 // Turns the long form of seeded tests on: ZRFS_LONG_TESTS holds how many times as long they run.
 uint32_t LongTests();
+// How many rounds a seeded test does that does `rounds` in the short form: fewer under the
+// sanitizers, which are slow, and more in the long form.
+uint32_t Rounds(uint32_t rounds);
 
 }  // namespace support::container

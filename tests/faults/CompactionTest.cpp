@@ -83,7 +83,7 @@ class Compaction : public testing::TestWithParam<Shape> {
 };
 
 TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
-    for (uint32_t seed = 1; seed <= 6 * container::LongTests(); ++seed) {
+    for (uint32_t seed = 1; seed <= container::Rounds(6); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         const container::Content before = container::ContentOf(ReadSound(Sparse(seed)).root);
         EngineStore store;
@@ -131,7 +131,7 @@ TEST_P(Compaction, ThatFailsIsRolledBack) {
     const container::Content before = container::ContentOf(ReadSound(sparse).root);
     for (const bool inHeap : {true, false}) {
         bool hit = true;
-        for (uint64_t number = 1; hit; number += 1 + number / 40) {
+        for (uint64_t number = 1; hit; number += 1 + (container::Rounds(6) < 6 ? 7 : number / 40)) {
             SCOPED_TRACE((inHeap ? "allocation " : "file call ") + std::to_string(number));
             memory_.Put(path_, sparse);
             support::FaultFile files;

@@ -300,7 +300,7 @@ TEST_P(Crash, LeavesWhatWasThereBefore) {
         }
         run.End();
         Judge judge(run);
-        CrashEverywhere(run, &judge, length > 1 ? 1 : 11);
+        CrashEverywhere(run, &judge, length > 1 ? 1 : 66 / container::Rounds(6));
         judge.Print(script.name);
         if (HasFatalFailure()) return;
         EXPECT_LE(judge.LostRate(), script.lostAtMost);

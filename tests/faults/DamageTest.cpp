@@ -49,7 +49,7 @@ class DamageTest : public testing::TestWithParam<Shape> {
 };
 
 TEST_P(DamageTest, IsMendedOnceAndForAll) {
-    const uint32_t rounds = 100 * container::LongTests();
+    const uint32_t rounds = container::Rounds(100);
     uint32_t lost = 0, refused = 0;
     for (uint32_t seed = 1; seed <= rounds && !HasFailure(); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));

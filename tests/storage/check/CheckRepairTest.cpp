@@ -206,6 +206,38 @@ TEST(CheckRepair, MendsWhatItFinds) {
     for (const Case& one : cases) RunCase(one);
 }
 
+// Every page of one object said to be another's, with its entry.
+void ShareId(Builder& builder, const char16_t* path, const char16_t* other) {
+    const container::Place& place = builder.At(path);
+    const uint32_t id = builder.At(other).fileId;
+    Put32(builder.Page(place.entryPage), place.entryOffset, id);
+    for (const Pages& pages : {place.headerPages, place.entryPages, place.namePages,
+                               place.streamPages, place.indexPages})
+        for (const uint32_t page : pages) Put32(builder.Page(page), 20, id);
+}
+
+TEST(CheckRepair, ObjectsThatShareAnIdAllStay) {
+    const std::u16string longName = u"\\" + std::u16string(100, u'n');
+    for (const std::u16string& path : {std::u16string(u"\\d"), std::u16string(u"\\long"),
+                                       std::u16string(u"\\small"), longName}) {
+        Builder builder(Sized(512), SmallTree());
+        const container::Reading before = container::ReadContainer(builder.Finish());
+        for (const char16_t* other : {u"\\paged", u""}) {
+            ShareId(builder, path.c_str(), other);
+            if (path == u"\\d")
+                Put32(builder.Page(builder.At(u"\\d\\in").headerPage), 28,
+                      builder.At(other).fileId);
+            Patient patient(builder.Finish());
+            EXPECT_FALSE(patient.Check().Pages(15).empty());
+            EXPECT_EQ(patient.Repair().status, 0);
+            const container::Reading after = patient.Read();
+            EXPECT_TRUE(after.Sound()) << after.Report();
+            EXPECT_EQ(container::RegistryOf(after.root), container::RegistryOf(before.root));
+            patient.ExpectMended();
+        }
+    }
+}
+
 TEST(CheckRepair, AMapThatIsGoneIsBuiltFromThePages) {
     Builder builder(Sized(512), SmallTree());
     const Bytes sound = builder.Finish();
@@ -286,7 +318,9 @@ TEST(CheckRepair, CutsAPartialPageAndClearsTheCorruptionBit) {
 
 TEST(CheckRepair, PageZeroIsFoundAgainThroughPageOne) {
     for (const uint32_t pageSize : {256u, 512u, 8192u}) {
-        Builder builder(Sized(pageSize), container::RichTree(pageSize));
+        Form form = Sized(pageSize);
+        form.inFileLog = pageSize == 512;
+        Builder builder(form, container::RichTree(pageSize));
         Bytes bytes = builder.Finish();
         const Bytes sound = bytes;
         std::fill_n(bytes.begin(), pageSize, uint8_t{0});
