@@ -92,17 +92,5 @@ TEST(Reader, SeesWhatDoesNotAgree) {
     EXPECT_FALSE(ReadContainer(freed.Finish()).Sound());
 }
 
-TEST(RunLengths, AreThoseOfTheFormat) {
-    const Bytes plain = {'A', 'B', 'B', 'B', 'B', 'B', 0xFF};
-    const Bytes code = {'A', 0xFF, 5, 'B', 0xFF, 1, 0xFF, 0xFF, 0};
-    EXPECT_EQ(EncodeRunLengths(plain), code);
-    Bytes decoded;
-    EXPECT_TRUE(DecodeRunLengths(code, &decoded));
-    EXPECT_EQ(decoded, plain);
-    EXPECT_TRUE(DecodeRunLengths({0xFF, 0x81, 0x01, 7, 0xFF, 0}, &decoded));
-    EXPECT_EQ(decoded, Bytes(129, 7));
-    EXPECT_FALSE(DecodeRunLengths({'A', 0xFF, 5, 'B'}, &decoded));
-}
-
 }  // namespace
 }  // namespace support::container

@@ -50,22 +50,4 @@ TEST(Pattern, FoldsOnlyAToZ) {
     EXPECT_FALSE(MatchPattern(WTEXT("["), WTEXT("{"), false));
 }
 
-// Every short pattern ends on every short name.
-TEST(Pattern, AlwaysEnds) {
-    const WChar units[] = {'a', 'b', '.', '*', '?'};
-    for (uint32_t p = 0; p < 625; ++p) {
-        const WString pattern{units[p % 5], units[p / 5 % 5], units[p / 25 % 5], units[p / 125]};
-        for (uint32_t n = 0; n < 81; ++n) {
-            const WString name{units[n % 3], units[n / 3 % 3], units[n / 9 % 3], units[n / 27]};
-            const bool plain = pattern.find_first_of(WTEXT("*?")) == WString::npos;
-            const bool matches = MatchPattern(name, pattern, true);
-            if (plain) {
-                EXPECT_EQ(matches, name == pattern);
-            } else if (!matches) {
-                EXPECT_NE(name, pattern);
-            }
-        }
-    }
-}
-
 }  // namespace tests

@@ -102,17 +102,4 @@ TEST(BlockCode, RefusesCodeThatLies) {
     EXPECT_FALSE(storage::DecodeRuns(twice, sizeof twice, nullptr, &length));
 }
 
-TEST(BlockCode, SurvivesRandomBytes) {
-    std::mt19937 random(11);
-    for (int round = 0; round < 20000; ++round) {
-        Bytes code(random() % 40), plain;
-        for (uint8_t& byte : code) byte = random() % 3 == 0 ? 0xFF : static_cast<uint8_t>(random());
-        Bytes reference;
-        const bool decodes = Decode(code, 100000, &plain);
-        if (decodes && support::container::DecodeRunLengths(code, &reference)) {
-            EXPECT_EQ(plain, reference);
-        }
-    }
-}
-
 }  // namespace
