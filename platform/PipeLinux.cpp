@@ -19,6 +19,7 @@ namespace platform {
 namespace {
 
 constexpr int kBacklog = 128;
+constexpr int kShortageMilliseconds = 100;
 
 // A descriptor as a handle, shifted so that 0 is never one.
 Handle ToHandle(int descriptor) {
@@ -207,14 +208,22 @@ class SocketListener final : public PipeListener {
                 return std::make_unique<SocketConnection>(client, stop_);
             const int number = errno;
             if (client >= 0) close(client);
-            if (client < 0 && number != EINTR && number != EAGAIN && number != ECONNABORTED) {
+            if (client >= 0 || number == EINTR || number == EAGAIN || number == ECONNABORTED)
+                continue;
+            if (!IsShortage(number)) {
                 SetLastError(FromErrno(number));
                 return nullptr;
             }
+            // The client stays in the queue until others have left.
+            pollfd stopped{stop_, POLLIN, 0};
+            poll(&stopped, 1, kShortageMilliseconds);
         }
     }
 
   private:
+    static bool IsShortage(int number) {
+        return number == EMFILE || number == ENFILE || number == ENOBUFS || number == ENOMEM;
+    }
     bool MayEnter(int client) const {
         ucred peer{};
         socklen_t size = sizeof peer;
