@@ -165,9 +165,9 @@ const Operation kOperations[] = {
          uint32_t done = 0;
          return FBR_Compact(store.handle, &done);
      }},
-    {"check", Prepare, [](Store& store) { return FBR_CheckFileEx(store.path.c_str(), nullptr); }},
+    {"check", Prepare, [](Store& store) { return FBR_CheckFileEx(store.file.c_str(), nullptr); }},
     {"repair", Prepare,
-     [](Store& store) { return FBR_CheckAndRepairFileEx(store.path.c_str(), nullptr); }},
+     [](Store& store) { return FBR_CheckAndRepairFileEx(store.file.c_str(), nullptr); }},
     {"take and release a lock", Prepare,
      [](Store& store) {
          FBR_STATUS status = store.Lock(kLockWriteToo);
@@ -233,10 +233,10 @@ class Failures : public testing::TestWithParam<bool> {
     void ExpectRepairable(const char* what, uint64_t number) {
         namespace container = support::container;
         store.reset();
-        const std::filesystem::path file = dir / "store.fbr";
-        ASSERT_EQ(container::CheckContainer(file, container::kRepair).status, 0)
+        const std::filesystem::path where = dir / "store.fbr";
+        ASSERT_EQ(container::CheckContainer(where, container::kRepair).status, 0)
             << what << ", call " << number;
-        ASSERT_TRUE(container::CheckContainer(file, container::kDeepCheck).FoundNothing())
+        ASSERT_TRUE(container::CheckContainer(where, container::kDeepCheck).FoundNothing())
             << what << ", call " << number;
         store = std::make_unique<Store>(path);
         ExpectIntact(what, number);

@@ -28,7 +28,7 @@ inline constexpr uint32_t kLockRead = 3;
 // One handle on a store, closed at the end.
 class Store {
   public:
-    explicit Store(const WString& where) : path(where) {
+    explicit Store(const WString& path) : file(path) {
         status = FBR_InitialiseEx(path.c_str(), &handle, FS_VR_METHOD_TARN);
     }
     ~Store() { Close(); }
@@ -95,7 +95,7 @@ class Store {
         return name;
     }
 
-    const WString path;
+    const WString file;
     FBR_STORE handle = nullptr;
     FBR_STATUS status;
 };

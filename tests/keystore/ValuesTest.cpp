@@ -41,8 +41,8 @@ TEST_F(Values, AHundredThousandInOneKey) {
     constexpr uint32_t kCount = 100000;
     const auto name = [](uint32_t n) { return platform::FromUtf8("value " + std::to_string(n)); };
     const auto data = [](uint32_t n) {
-        return Bytes({static_cast<uint8_t>(n), static_cast<uint8_t>(n >> 8),
-                      static_cast<uint8_t>(n >> 16)});
+        return Bytes(
+            {static_cast<uint8_t>(n), static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n >> 16)});
     };
     for (uint32_t n = 0; n < kCount; ++n)
         ASSERT_EQ(store.Set(key, name(n), data(n)), FSSTATUS_SUCCESS) << n;
