@@ -74,12 +74,38 @@ class Session::Locked {
 };
 
 // Who waits to be alone holds up those who come later, so that they cannot keep it waiting.
-std::shared_lock<std::shared_mutex> Gate::Share() {
+void SharedLock::lock() {
+    for (int found = 0; !holders_.compare_exchange_strong(found, kAlone); found = 0) {
+        holders_.wait(found);
+    }
+}
+
+void SharedLock::unlock() {
+    holders_ = 0;
+    holders_.notify_all();
+}
+
+void SharedLock::lock_shared() {
+    for (int found = holders_;;) {
+        if (found == kAlone) {
+            holders_.wait(kAlone);
+            found = holders_;
+        } else if (holders_.compare_exchange_weak(found, found + 1)) {
+            return;
+        }
+    }
+}
+
+void SharedLock::unlock_shared() {
+    if (--holders_ == 0) holders_.notify_all();
+}
+
+std::shared_lock<SharedLock> Gate::Share() {
     const std::lock_guard turn(turn_);
     return std::shared_lock(body_);
 }
 
-std::unique_lock<std::shared_mutex> Gate::Alone() {
+std::unique_lock<SharedLock> Gate::Alone() {
     const std::lock_guard turn(turn_);
     return std::unique_lock(body_);
 }
@@ -117,7 +143,7 @@ std::optional<std::vector<uint8_t>> Session::Answer(std::span<const uint8_t> byt
         Open(request, reply);
     } else {
         const auto gate = gate_;  // for as long as it is shared
-        std::shared_lock<std::shared_mutex> together;
+        std::shared_lock<SharedLock> together;
         if (gate != nullptr) together = gate->Share();
         Dispatch(static_cast<Request>(code), request, reply);
     }

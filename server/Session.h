@@ -1,6 +1,7 @@
 // One client's requests and the server's answers; the store and the keys behind them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -16,16 +17,30 @@
 
 namespace server {
 
+// Held by many or by one. A std::shared_mutex would do, but MinGW's run time never gives back the
+// two handles that each one takes.
+class SharedLock {
+  public:
+    void lock();
+    void unlock();
+    void lock_shared();
+    void unlock_shared();
+
+  private:
+    static constexpr int kAlone = -1;
+    std::atomic<int> holders_{0};
+};
+
 // Requests to one store run side by side; the opening of the store runs alone, for it reads and
 // may stamp the store before any lock of its own can be had. First come, first served.
 class Gate {
   public:
-    std::shared_lock<std::shared_mutex> Share();
-    std::unique_lock<std::shared_mutex> Alone();
+    std::shared_lock<SharedLock> Share();
+    std::unique_lock<SharedLock> Alone();
 
   private:
     std::mutex turn_;
-    std::shared_mutex body_;
+    SharedLock body_;
 };
 
 // Shared by the sessions of one server.

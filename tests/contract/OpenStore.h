@@ -90,6 +90,7 @@ class OpenStore {
 class StoreTest : public testing::TestWithParam<Backend> {
   protected:
     void SetUp() override {
+        SCOPED_TRACE("");
         {
             const auto place = GetParam().makePlace();
             OpenStore(*place).Make(WTEXT("k"));

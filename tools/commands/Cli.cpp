@@ -40,6 +40,14 @@ void PutMethodFirst(std::vector<std::string>& words) {
     std::rotate(to, to + 1, std::min(to + (joined ? 2 : 3), words.end()));
 }
 
+CLI::Option& AddWords(CLI::App& app, const char* name, std::vector<std::string>& target,
+                      const char* description) {
+    const auto take = [&target](const std::vector<std::string>& words) {
+        for (const std::string& word : words) target.push_back(Unshielded(word));
+    };
+    return *app.add_option_function<std::vector<std::string>>(name, take, description);
+}
+
 int Report(const char* text, int status) {
     std::cout.flush();
     std::cerr << "fbr: " << text << '\n';
@@ -67,27 +75,13 @@ Command& Command::Text(const char* name, std::optional<std::string>& target, Nee
 
 Command& Command::Texts(const char* name, std::vector<std::string>& target,
                         const char* description) {
-    app_->add_option_function<std::vector<std::string>>(
-            name,
-            [&target](const std::vector<std::string>& words) {
-                for (const std::string& word : words) target.push_back(Unshielded(word));
-            },
-            description)
-        ->type_name("");
+    AddWords(*app_, name, target, description).type_name("");
     return *this;
 }
 
 Command& Command::Pair(const char* name, std::vector<std::string>& target, const char* words,
                        const char* description) {
-    app_->add_option_function<std::vector<std::string>>(
-            name,
-            [&target](const std::vector<std::string>& given) {
-                for (const std::string& word : given) target.push_back(Unshielded(word));
-            },
-            description)
-        ->type_name(words)
-        ->expected(1, 2)
-        ->required();
+    AddWords(*app_, name, target, description).type_name(words)->expected(1, 2)->required();
     return *this;
 }
 
