@@ -93,7 +93,8 @@ class Use {
     void Read(const std::u16string& path) {
         Bytes body;
         Expect("to read " + Narrow(path), store_.Get(path, &body, kReadLimit),
-               {storage::kOk, storage::kNotFound, storage::kParentMissing, storage::kBadBlock});
+               {storage::kOk, storage::kNotFound, storage::kParentMissing, storage::kBadBlock,
+                storage::kFull});
     }
 
     // Containers of a fixed or limited size may have no room, and something else the name.

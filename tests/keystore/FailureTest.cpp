@@ -338,15 +338,20 @@ TEST_P(Failures, OfOpeningAndClosing) {
 
 TEST_P(Failures, OfMakingAStore) {
     const WString fresh = dir.File("fresh.fbr");
-    bool hit = true;
-    for (uint64_t number = 1; hit && number < kMostCalls; ++number) {
-        std::filesystem::remove(dir / "fresh.fbr");
-        const HeapFault fault(number, GetParam());
-        Store made(fresh);
-        EXPECT_EQ(made.handle != nullptr, made.status == FSSTATUS_SUCCESS);
-        hit = fault.Hit();
+    const MakeFault faults[] = {
+        [&](uint64_t number) { return std::make_unique<HeapFault>(number, GetParam()); },
+        [&](uint64_t number) { return std::make_unique<FileFault>(files, number, GetParam()); }};
+    for (const MakeFault& makeFault : faults) {
+        bool hit = true;
+        for (uint64_t number = 1; hit && number < kMostCalls; ++number) {
+            std::filesystem::remove(dir / "fresh.fbr");
+            const std::unique_ptr<Fault> fault = makeFault(number);
+            Store made(fresh);
+            EXPECT_EQ(made.handle != nullptr, made.status == FSSTATUS_SUCCESS);
+            hit = fault->Hit();
+        }
+        EXPECT_FALSE(hit);
     }
-    EXPECT_FALSE(hit);
 }
 
 INSTANTIATE_TEST_SUITE_P(OnceAndFromThenOn, Failures, testing::Bool());
