@@ -76,7 +76,7 @@ FBR_API FBR_STATUS FBR_CheckAndRepairFileEx(const FBR_WCHAR* path, FBR_CheckCall
 FBR_API FBR_STATUS FBR_IsCorrupted(FBR_STORE handle, uint32_t* corrupted);
 
 /* Gives free pages back to the disk. [W] in effect: hold a lock. Pass a word that holds 0; its
- * lowest byte becomes 1 when there was something to do. */
+ * lowest byte becomes 255 when the store was gone through. */
 FBR_API FBR_STATUS FBR_Compact(FBR_STORE handle, uint32_t* done);
 
 /* ---- Locks ---- */

@@ -1,5 +1,8 @@
 #include "server/Session.h"
 
+#include <mutex>
+#include <shared_mutex>
+
 #include "FS_Library_DLL/IFSInterface.h"
 #include "platform/RealPath.h"
 
@@ -73,43 +76,6 @@ class Session::Locked {
     FBR_STATUS status_ = FSSTATUS_SUCCESS;
 };
 
-// Who waits to be alone holds up those who come later, so that they cannot keep it waiting.
-void SharedLock::lock() {
-    for (int found = 0; !holders_.compare_exchange_strong(found, kAlone); found = 0) {
-        holders_.wait(found);
-    }
-}
-
-void SharedLock::unlock() {
-    holders_ = 0;
-    holders_.notify_all();
-}
-
-void SharedLock::lock_shared() {
-    for (int found = holders_;;) {
-        if (found == kAlone) {
-            holders_.wait(kAlone);
-            found = holders_;
-        } else if (holders_.compare_exchange_weak(found, found + 1)) {
-            return;
-        }
-    }
-}
-
-void SharedLock::unlock_shared() {
-    if (--holders_ == 0) holders_.notify_all();
-}
-
-std::shared_lock<SharedLock> Gate::Share() {
-    const std::lock_guard turn(turn_);
-    return std::shared_lock(body_);
-}
-
-std::unique_lock<SharedLock> Gate::Alone() {
-    const std::lock_guard turn(turn_);
-    return std::unique_lock(body_);
-}
-
 std::shared_ptr<Gate> SessionRules::GateOf(const WString& path) {
     WString name;
     if (platform::RealPath(path, &name) != 0) name = path;
@@ -143,8 +109,8 @@ std::optional<std::vector<uint8_t>> Session::Answer(std::span<const uint8_t> byt
         Open(request, reply);
     } else {
         const auto gate = gate_;  // for as long as it is shared
-        std::shared_lock<SharedLock> together;
-        if (gate != nullptr) together = gate->Share();
+        std::shared_lock<Gate> together;
+        if (gate != nullptr) together = std::shared_lock(*gate);
         Dispatch(static_cast<Request>(code), request, reply);
     }
     if (!request.AtEnd() || reply.Payload().size() > kLargestData) return std::nullopt;
@@ -201,7 +167,7 @@ void Session::Open(WireReader& request, Reply& reply) {
     FBR_STATUS status = FSSTATUS_INVALID_PARAMETER;
     if (admitted) {
         auto gate = rules_->GateOf(admitted->path);
-        const auto alone = gate->Alone();
+        const std::lock_guard alone(*gate);
         status = FBR_InitialiseEx(admitted->path.c_str(), &store_, admitted->method);
         lockable_ = admitted->method == FS_VR_METHOD_TARN;
         if (status == FSSTATUS_SUCCESS) gate_ = std::move(gate);
@@ -212,7 +178,7 @@ void Session::Open(WireReader& request, Reply& reply) {
 void Session::Close() {
     if (store_ == nullptr) return;
     const auto gate = gate_;
-    const auto together = gate->Share();
+    const std::shared_lock together(*gate);
     End();
 }
 

@@ -1,47 +1,23 @@
 // One client's requests and the server's answers; the store and the keys behind them.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <shared_mutex>
 #include <span>
 #include <unordered_map>
 #include <vector>
 
 #include "Shared/ipc/Wire.h"
 #include "include/ZrFsLibrary.h"
+#include "platform/SharedLock.h"
 #include "server/PathGuard.h"
 
 namespace server {
 
-// Held by many or by one. A std::shared_mutex would do, but MinGW's run time never gives back the
-// two handles that each one takes.
-class SharedLock {
-  public:
-    void lock();
-    void unlock();
-    void lock_shared();
-    void unlock_shared();
-
-  private:
-    static constexpr int kAlone = -1;
-    std::atomic<int> holders_{0};
-};
-
-// Requests to one store run side by side; the opening of the store runs alone, for it reads and
-// may stamp the store before any lock of its own can be had. First come, first served.
-class Gate {
-  public:
-    std::shared_lock<SharedLock> Share();
-    std::unique_lock<SharedLock> Alone();
-
-  private:
-    std::mutex turn_;
-    SharedLock body_;
-};
+// One for each store. Requests share it; the opening of the store has it alone, for it reads and
+// may stamp the store before any lock of the store's own can be had.
+using Gate = platform::SharedLock;
 
 // Shared by the sessions of one server.
 class SessionRules {
@@ -53,7 +29,7 @@ class SessionRules {
     std::shared_ptr<Gate> GateOf(const platform::WString& path);
 
   private:
-    std::mutex lock_;
+    platform::SharedLock lock_;
     std::unordered_map<platform::WString, std::weak_ptr<Gate>> gates_;
 };
 

@@ -39,6 +39,7 @@ struct Differences {
     bool volatileEndsWithStore;    // a volatile key is gone when the store is opened again
     bool keepsSecurity;            // security strings are implemented
     bool listsReplace;             // names gathered take the place of what the vector holds
+    uint32_t compactDone;          // what FBR_Compact writes, once it was possible
     bool endHasName;               // past the end an enumeration gives an empty name, not none
     const FBR_WCHAR* rootFullName;  // what FBR_GetFullName_DirEx says of the root
     bool rootIsNamed;               // FBR_GetName_DirEx of the root is not empty

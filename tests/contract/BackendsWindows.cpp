@@ -96,6 +96,7 @@ Differences LiveDifferences() {
             .volatileEndsWithStore = false,
             .keepsSecurity = false,
             .listsReplace = false,
+            .compactDone = 1,
             .endHasName = false,
             .rootFullName = L"",
             .rootIsNamed = true,
