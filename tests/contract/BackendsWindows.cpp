@@ -123,9 +123,19 @@ std::string ProcessState() {
            " token, privileges " + now.privileges;
 }
 
+namespace {
+
+Backend RemoteBackendHere() {
+    Backend backend = RemoteBackend();
+    backend.leavesNoHandle = false;
+    return backend;
+}
+
+}  // namespace
+
 const std::vector<Backend>& AllBackends() {
     static const std::vector<Backend> all{ContainerBackend(),
-                                          RemoteBackend(),
+                                          RemoteBackendHere(),
                                           {"Live", LivePlace<false>::Make, LiveDifferences()},
                                           {"LiveByPath", LivePlace<true>::Make, LiveDifferences()},
                                           {"Hive", HivePlace::Make, HiveDifferences()},
