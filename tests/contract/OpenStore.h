@@ -92,7 +92,6 @@ class StoreTest : public testing::TestWithParam<Backend> {
     void SetUp() override {
         SCOPED_TRACE("");
         {
-            SCOPED_TRACE("");
             const auto place = GetParam().makePlace();
             OpenStore(*place).Make(WTEXT("k"));
         }
