@@ -24,7 +24,7 @@ if(ZRFS_SANITIZE OR ZRFS_FUZZ)
   target_compile_definitions(zrfs_options INTERFACE ZRFS_NO_POOLS)
   target_compile_options(zrfs_options INTERFACE -fsanitize=address,undefined
                          -fno-sanitize-recover=undefined -fno-omit-frame-pointer
-                         -Wno-maybe-uninitialized)  # false inside the standard library
+                         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)  # false in its own library
   target_link_options(zrfs_options INTERFACE -fsanitize=address,undefined)
 endif()
 if(ZRFS_FUZZ)
