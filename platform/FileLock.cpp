@@ -90,9 +90,8 @@ FileLock::~FileLock() {
     delete slot_;
 }
 
-// With the guard held.
-bool FileLock::JoinSlot() {
-    if (slot_ != nullptr) return true;
+bool FileLock::Join() {
+    const std::lock_guard guard(Guard());
     FileIdentity identity;
     if (file_->Identity(&identity) != kErrorSuccess) return false;
     Slot* slot = s_slots;
@@ -111,7 +110,7 @@ bool FileLock::JoinSlot() {
 
 FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void (**waiting)()) {
     std::unique_lock guard(Guard());
-    if (!JoinSlot()) return Result::Failed;
+    if (slot_ == nullptr) return Result::Failed;
     *nested = slot_->owner == &t_held && slot_->holder == this;
     if (*nested) {
         ++slot_->depth;

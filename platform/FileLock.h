@@ -25,6 +25,9 @@ class FileLock : public HeapObject {
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
 
+    // Finds those who share the file; comes before all else, once. False when there is no memory.
+    bool Join();
+
     enum class Result {
         Granted,
         OwnerDied,  // granted; the one who had it before ended without a release
@@ -51,7 +54,6 @@ class FileLock : public HeapObject {
     friend struct HeldLocks;
     static Slot* s_slots;
 
-    bool JoinSlot();
     Result AcquireSlot(uint32_t milliseconds, bool* nested, void (**waiting)());
     Result AcquireFile(uint32_t milliseconds, void (*waiting)());
     void FreeSlot();

@@ -177,7 +177,7 @@ Status AttachLock(StorageContext* context) {
         if (status != kOk) return status;
     }
     context->lock = new platform::FileLock(context->file, context->lockMutex);
-    return context->lock != nullptr ? kOk : kNoMemory;
+    return context->lock != nullptr && context->lock->Join() ? kOk : kNoMemory;
 }
 
 void DetachLock(StorageContext* context) {
@@ -256,6 +256,14 @@ void LeaveWrite(StorageContext* context) {
     if (!context->lock->Release()) context->lock->ReleaseAll();
 }
 
+Status MakeUsable(StorageContext* context) {
+    if (context->active && !context->stale) return kOk;
+    if (context->lock == nullptr) return context->active ? kOk : kNotOpen;
+    // Operations at work go on with what they have.
+    if (context->active && (context->writers != 0 || context->reading != 0)) return kOk;
+    return Reload(context, context->IsLocked());
+}
+
 namespace {
 
 // A read under the lock of a reader who may not write: nothing keeps the writers off, so that the
@@ -288,7 +296,7 @@ Status BeginRead(StorageContext* context) {
     context->readsBefore = context->pageReads;
     Status status = kOk;
     if (!context->active) {
-        status = context->lock != nullptr ? Reload(context, context->IsLocked()) : kNotOpen;
+        status = MakeUsable(context);
     } else if (context->IsLocked()) {
         if (context->readOnly) status = ReadUnderWeakLock(context);
         if (status == kOk && context->stale) status = Reload(context, true);

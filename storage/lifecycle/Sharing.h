@@ -26,6 +26,10 @@ Status GetContainerLock(StorageContext* context, const LockPatience& patience = 
 // kInternal when another thread has the lock, or when it was never taken.
 Status ReleaseContainerLock(StorageContext* context);
 
+// Before an operation: what could not be read, or is not to be trusted, is read again. kNotOpen when
+// there is no file.
+Status MakeUsable(StorageContext* context);
+
 // Brackets a read by an owner of containerLock, lock or no lock; nothing is written in between.
 // BeginRead answers kSharing when a change is under way: try again, with the locks left in between.
 // EndRead answers kOk when what was read was one state of the file; kSharing: do it again.

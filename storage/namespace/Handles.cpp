@@ -25,7 +25,8 @@ Status EnsureStreamRecord(FileObject* object) {
     ReleasePage(object->context, place.page);
     if (status != kOk) return status;
     // A reader makes nothing: to it a stream that is not there is empty.
-    if (missing && object->transaction == nullptr) return kOk;
+    if (missing && object->transaction == nullptr)
+        return object->context->readOnly ? kReadOnly : kOk;
     if (missing)
         status = AddRecord(object, object->streamType, nullptr, 0, nullptr, object->transaction);
     if (status == kOk) object->flags |= kStreamReady;

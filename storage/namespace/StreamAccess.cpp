@@ -119,9 +119,10 @@ Status WriteStream(FileHandle* handle, const void* buffer, uint32_t count, uint3
     if (!object->context->MayChange()) return kReadOnly;
     Status status = EnsureOwnTransaction(object);
     if (status != kOk) return status;
+    const uint32_t before = object->context->changes;
     status = WriteAt(handle, buffer, count, done);
     // What was written in part is not to become final with the close of the file.
-    if (status != kOk && object->transaction != nullptr) object->transaction->failure = status;
+    if (status != kOk && *done + (object->context->changes - before) != 0 && object->transaction != nullptr) object->transaction->failure = status;
     return status;
 }
 
