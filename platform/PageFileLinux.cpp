@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 
 #include "platform/ErrnoLinux.h"
@@ -242,23 +241,6 @@ Error DeleteFileByPath(const WChar* path) noexcept {
     const NativePath native(path);
     if (native.Status() != kErrorSuccess) return Leave(native.Status());
     return Leave(unlink(native.Text()) == 0 ? kErrorSuccess : native.Explain(errno));
-}
-
-Error PublishFile(const WChar* from, const WChar* to) noexcept {
-    const NativePath source(from);
-    const NativePath target(to);
-    if (source.Status() != kErrorSuccess) return Leave(source.Status());
-    if (target.Status() != kErrorSuccess) return Leave(target.Status());
-    if (renameat2(AT_FDCWD, source.Text(), AT_FDCWD, target.Text(), RENAME_NOREPLACE) == 0)
-        return Leave(kErrorSuccess);
-    // A file system without that: a second name, then the first one goes.
-    if (errno == EINVAL || errno == ENOSYS) {
-        if (link(source.Text(), target.Text()) == 0) {
-            unlink(source.Text());
-            return Leave(kErrorSuccess);
-        }
-    }
-    return Leave(errno == EEXIST ? kErrorAlreadyExists : target.Explain(errno));
 }
 
 Error ProbePath(const WChar* path) noexcept {

@@ -201,10 +201,6 @@ Error DeleteFileByPath(const WChar* path) noexcept {
     return DeleteFileW(path) ? Leave(kErrorSuccess) : Failure();
 }
 
-Error PublishFile(const WChar* from, const WChar* to) noexcept {
-    return MoveFileExW(from, to, 0) ? Leave(kErrorSuccess) : Failure();
-}
-
 Error ProbePath(const WChar* path) noexcept {
     return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES ? Leave(kErrorSuccess) : Failure();
 }

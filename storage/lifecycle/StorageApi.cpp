@@ -287,7 +287,8 @@ Status StorageCompact(StorageContext* container, uint8_t* done) {
     });
 }
 
-StorageFunctionTable g_storageFunctions = {
+StorageFunctionTable OwnFunctions() {
+    return {
     StorageIsCorrupted,     StorageSetCaseSensitive,  StorageClose,
     StorageGetLock,         StorageReleaseLock,       StorageCreateFile,
     StorageCloseFile,       StorageGetFileAttributes, StorageOpenFile,
@@ -299,5 +300,8 @@ StorageFunctionTable g_storageFunctions = {
     StorageDeleteDirectory, StorageCreateDirectory,   StorageGetFileId,
     StorageCompact,
 };
+}
+
+StorageFunctionTable g_storageFunctions = OwnFunctions();
 
 }  // namespace storage
