@@ -127,8 +127,11 @@ bool FsHandleTable::RenamePrefix(WStringView from, WStringView to) {
 }
 
 bool FsHandleTable::RenameKeys(WStringView from, WStringView to) {
-    return RenameChain(keysByPath_.TakeEqual(from), from, to) &&
-           RenameChain(keysByPath_.TakeBelow(from), from, to);
+    // Both are taken out before one is put back: the new path may lie below the old one.
+    FsPathNode* equal = keysByPath_.TakeEqual(from);
+    FsPathNode* below = keysByPath_.TakeBelow(from);
+    const bool done = RenameChain(equal, from, to);
+    return RenameChain(below, from, to) && done;
 }
 
 bool FsHandleTable::RenameChain(FsPathNode* keys, WStringView from, WStringView to) {

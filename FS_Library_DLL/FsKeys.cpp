@@ -67,7 +67,9 @@ Status CreateKey(int64_t parent, const WChar* name, FBR_CREATEOPTIONS options, i
     const FsGuard guard(context->lock);
     FsText path;
     if (!ResolveUnderParent(parent, stored, context, &path)) return storage::kInvalid;
-    const Status code = FsChange(
+    // The root is there: to open it is no change, and must not wait for those who change something.
+    const bool isRoot = path.Length() == 0;
+    const Status code = isRoot ? storage::kOk : FsChange(
         context, [&] { return CreateKeyPath(path, context); },
         [](Status made) { return made == storage::kOk || made == storage::kExists; });
     if (code != storage::kOk && code != storage::kExists) return code;
