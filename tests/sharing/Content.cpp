@@ -124,6 +124,10 @@ std::string PairKey(uint32_t pair) {
     return "\\pair" + std::to_string(pair);
 }
 
+std::string FromKey(uint32_t number) {
+    return "\\from" + std::to_string(number / 50);
+}
+
 std::string OwnName(uint32_t sequence) {
     return "v" + std::to_string(sequence % kOwnValues);
 }

@@ -48,6 +48,8 @@ inline constexpr uint32_t kOwnValues = 20;
 inline constexpr uint32_t kPairs = 4;
 std::string OwnKey(uint32_t writer);
 std::string PairKey(uint32_t pair);
+// Where the role that works from another folder sets its value `number`.
+std::string FromKey(uint32_t number);
 std::string OwnName(uint32_t sequence);
 uint32_t SizeOf(uint32_t sequence);
 

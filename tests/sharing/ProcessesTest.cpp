@@ -22,9 +22,10 @@ class Processes : public testing::Test {
         Store store(path);
         for (int i = 0; i < count; ++i) {
             const std::string name = number + "-" + std::to_string(i);
+            const std::string key = FromKey(static_cast<uint32_t>(i));
             Bytes data;
-            EXPECT_EQ(store.Get("\\from", name, &data), FSSTATUS_SUCCESS) << name;
-            EXPECT_EQ(data, Sealed("\\from", name, {}, 300)) << name;
+            EXPECT_EQ(store.Get(key, name, &data), FSSTATUS_SUCCESS) << name;
+            EXPECT_EQ(data, Sealed(key, name, {}, 300)) << name;
         }
     }
 
@@ -82,7 +83,7 @@ TEST_F(Processes, GetsWithoutALockBesideAWriterAreWholeAndNeverOlder) {
 }
 
 TEST_F(Processes, ThatOpenLockSetReleaseAndCloseUseNoIdTwiceAndLoseNothing) {
-    const int values = LongForm() ? 2000 : 150;
+    const int values = LongForm() ? 5000 : 400;
     ASSERT_EQ(Store(path).status, FSSTATUS_SUCCESS);
     for (const char* number : {"0", "1", "2", "3"})
         troupe.Start("sharing-set-from", {troupe.File(""), path, number, std::to_string(values)});

@@ -209,9 +209,10 @@ void SetFrom(const Words& words, Tally* tally) {
     std::filesystem::current_path(words[0]);
     for (int i = 0; i < std::stoi(words[3]); ++i) {
         const std::string name = words[2] + "-" + std::to_string(i);
+        const std::string key = FromKey(static_cast<uint32_t>(i));
         Store store(words[1]);
         if (!tally->Went(store.status, "open") || !tally->Went(store.Lock(), "lock")) return;
-        tally->Did(store.Set("\\from", name, Sealed("\\from", name, {}, 300)), "set");
+        tally->Did(store.Set(key, name, Sealed(key, name, {}, 300)), "set");
         tally->Went(store.Unlock(), "release");
         tally->Went(store.Close(), "close");
     }
