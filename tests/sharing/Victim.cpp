@@ -91,6 +91,17 @@ void Differences(const Key& before, const Key& found, const std::string& path, s
         if (before.keys.count(name) == 0) *text += "+ " + path + "\\" + Name(name) + "\n";
 }
 
+// A value makes room for the last key of a path, and not for one on the way to it.
+bool IsInTheWay(const Key& root, const std::vector<std::u16string>& path) {
+    const Key* key = &root;
+    for (size_t i = 0; i + 1 < path.size(); ++i) {
+        const auto below = key->keys.find(path[i]);
+        if (below == key->keys.end()) return key->values.count(path[i]) != 0;
+        key = &below->second;
+    }
+    return false;
+}
+
 }  // namespace
 
 Step Steps::Next() {
@@ -105,6 +116,7 @@ Step Steps::Next() {
             std::generate(step.value.data.begin(), step.value.data.end(),
                           [&] { return static_cast<uint8_t>(random_()); });
         }
+        if (IsInTheWay(content_, step.path)) continue;
         if (faults::Apply(step, &content_)) return step;
     }
 }
