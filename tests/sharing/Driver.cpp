@@ -95,6 +95,12 @@ std::optional<Tally> Player::Finish() {
     return tally;
 }
 
+std::optional<Tally> Player::FinishSoon() {
+    if (WaitForFile(report_.string())) return Finish();
+    Kill();
+    return std::nullopt;
+}
+
 Troupe::Troupe() {
     std::filesystem::permissions(dir_.Path(), std::filesystem::perms::all);
 }

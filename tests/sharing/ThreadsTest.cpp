@@ -91,7 +91,7 @@ void Change(Store* store, uint32_t thread, uint32_t roll, Tally* tally) {
 
 void UseStore(Store* store, uint32_t thread, int64_t end, Tally* tally) {
     std::mt19937 random(thread);
-    while (NowMs() < end && tally->Good()) {
+    while (NowMs() < end) {
         const uint32_t roll = static_cast<uint32_t>(random() % 10000);
         if (thread < 3 || (thread < 5 && roll % 4 == 0)) {
             Change(store, thread, roll, tally);
