@@ -205,6 +205,20 @@ void ExpectChanges(const std::string& path, uint32_t writer, uint64_t done) {
     EXPECT_EQ(lost, 0u) << "of writer " << writer << ", first " << first;
 }
 
+void ExpectValuesFrom(const std::string& path, const std::string& number, int count) {
+    Store store(path);
+    int lost = 0;
+    for (int i = 0; i < count; ++i) {
+        const std::string name = number + "-" + std::to_string(i);
+        const std::string key = FromKey(static_cast<uint32_t>(i));
+        Bytes data;
+        const bool good =
+            store.Get(key, name, &data) == FSSTATUS_SUCCESS && data == Sealed(key, name, {}, 300);
+        if (!good) ++lost;
+    }
+    EXPECT_EQ(lost, 0) << "of " << count << " from number " << number;
+}
+
 std::string Findings::Line() const {
     std::string text = "status " + std::to_string(status);
     for (const auto& [code, count] : codes)

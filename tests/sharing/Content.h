@@ -48,7 +48,7 @@ inline constexpr uint32_t kOwnValues = 20;
 inline constexpr uint32_t kPairs = 4;
 std::string OwnKey(uint32_t writer);
 std::string PairKey(uint32_t pair);
-// Where the role that works from another folder sets its value `number`.
+// Where the role that works from a folder sets its value `number`.
 std::string FromKey(uint32_t number);
 std::string OwnName(uint32_t sequence);
 uint32_t SizeOf(uint32_t sequence);
@@ -61,6 +61,8 @@ FBR_STATUS ChangeShared(Store* store, uint32_t writer, uint32_t sequence);
 void JudgeShared(const Key& root, Tally* tally);
 // The writer's values are those that `done` changes left, and no older ones.
 void ExpectChanges(const std::string& path, uint32_t writer, uint64_t done);
+// The same for the first values of the role that works from a folder, by its number.
+void ExpectValuesFrom(const std::string& path, const std::string& number, int count);
 
 // ---- The file ----
 

@@ -26,19 +26,9 @@ class Linux : public testing::Test {
     // Sets values with an opening and a lock for each, which must not be held up.
     void ExpectSetsInGoodTime() {
         const std::optional<Tally> tally =
-            troupe.Start("sharing-set-from", {troupe.File(""), path, "x", "5"})->FinishSoon();
+            troupe.Start("sharing-set-from", {troupe.File(""), path, "x", "5", "0"})->FinishSoon();
         ASSERT_TRUE(tally.has_value()) << "it waits";
         EXPECT_TRUE(tally->done == 5 && tally->Good() && tally->busy == 0) << tally->Line();
-    }
-    void ExpectAllValuesFrom(const std::string& number, int count) {
-        Store store(path);
-        for (int i = 0; i < count; ++i) {
-            const std::string name = number + "-" + std::to_string(i);
-            const std::string key = FromKey(static_cast<uint32_t>(i));
-            Bytes data;
-            EXPECT_EQ(store.Get(key, name, &data), FSSTATUS_SUCCESS) << name;
-            EXPECT_EQ(data, Sealed(key, name, {}, 300)) << name;
-        }
     }
 
     Troupe troupe;
@@ -57,12 +47,15 @@ class LinuxUsers : public Linux {
 
 TEST_F(LinuxUsers, WhoMayWriteMeetOneLock) {
     Mode(0666);
-    const Words from = {troupe.File(""), path};
-    troupe.Start("sharing-set-from", {from[0], path, "0", "100"}, kNobody);
-    troupe.Start("sharing-set-from", {from[0], path, "1", "100"}, kSomebody);
-    troupe.Start("sharing-set-from", {from[0], path, "2", "100"});
+    const std::string moment = std::to_string(NowMs() + 100);
+    const auto start = [&](const char* number, const char* user) {
+        troupe.Start("sharing-set-from", {troupe.File(""), path, number, "200", moment}, user);
+    };
+    start("0", kNobody);
+    start("1", kSomebody);
+    start("2", "");
     troupe.FinishWell();
-    for (const char* number : {"0", "1", "2"}) ExpectAllValuesFrom(number, 100);
+    for (const char* number : {"0", "1", "2"}) ExpectValuesFrom(path, number, 200);
     ExpectSound(path);
 }
 
@@ -87,7 +80,7 @@ TEST_F(LinuxUsers, AStrangerWhoLaysFilesInTheWayHoldsNobodyUp) {
     ExpectSetsInGoodTime();
     stranger->Kill();
     for (size_t i = 1; i < words.size(); ++i) fs::remove(words[i]);
-    ExpectAllValuesFrom("x", 5);
+    ExpectValuesFrom(path, "x", 5);
 }
 
 TEST_F(LinuxUsers, AStrangerWhoLocksTheFileForReadingHoldsNobodyUp) {
@@ -96,7 +89,7 @@ TEST_F(LinuxUsers, AStrangerWhoLocksTheFileForReadingHoldsNobodyUp) {
     ASSERT_TRUE(WaitForFile(troupe.File("ready")));
     ExpectSetsInGoodTime();
     stranger->Kill();
-    ExpectAllValuesFrom("x", 5);
+    ExpectValuesFrom(path, "x", 5);
 }
 
 TEST_F(LinuxUsers, WhoMayOnlyReadTakesALockOfTypeThreeThatHoldsNobodyUp) {
@@ -123,13 +116,13 @@ TEST_F(Linux, AChangeThatFailedIsNotWrittenOverThoseOfOthers) {
     const Words words = {path, troupe.File("ready"), troupe.File("go")};
     Player* failing = troupe.Start("sharing-fail-and-close", words);
     ASSERT_TRUE(WaitForFile(words[1]));
-    Player* other = troupe.Start("sharing-set-from", {troupe.File(""), path, "x", "300"});
+    Player* other = troupe.Start("sharing-set-from", {troupe.File(""), path, "x", "300", "0"});
     EXPECT_TRUE(other->Finish().value_or(Tally()).Good());
     std::ofstream(words[2]) << "go";
     const std::optional<Tally> tally = failing->Finish();
     ASSERT_TRUE(tally.has_value());
     EXPECT_TRUE(tally->Good()) << tally->Line();
-    ExpectAllValuesFrom("x", 300);
+    ExpectValuesFrom(path, "x", 300);
     ExpectOnlyLostPages(path);
 }
 
@@ -156,11 +149,11 @@ TEST_F(Linux, ACompactionThatIsInterruptedOrKilledLosesNothing) {
     {
         Store store(path);
         ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-        for (uint32_t i = 0; i < 120; ++i) {
+        for (uint32_t i = 0; i < 500; ++i) {
             const std::string key = "\\k" + std::to_string(i % 40) + "\\" + std::to_string(i);
             ASSERT_EQ(store.Set(key, "v", Sealed(key, "v", {0, i}, SizeOf(i))), FSSTATUS_SUCCESS);
         }
-        for (uint32_t i = 0; i < 120; i += 2) {
+        for (uint32_t i = 0; i < 500; i += 2) {
             const std::string key = "\\k" + std::to_string(i % 40) + "\\" + std::to_string(i);
             ASSERT_EQ(FBR_DeleteDirNamedEx(Wide(key).c_str(), store.handle), FSSTATUS_SUCCESS);
         }
@@ -171,7 +164,7 @@ TEST_F(Linux, ACompactionThatIsInterruptedOrKilledLosesNothing) {
     ASSERT_EQ(support::RunProcess(support::ProgramNamed("fbr"), {"compact", path}).status, 0);
     const int64_t took = (NowMs() - began) * 1000 + 500;
     std::mt19937 random(3);
-    for (int round = 0; round < (LongForm() ? 100 : 16); ++round) {
+    for (int round = 0; round < (LongForm() ? 100 : 20); ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         support::WriteBytes(path, fragmented);
         InterruptCompaction(path, round % 2 == 0 ? SIGINT : SIGKILL, random() % took);

@@ -18,16 +18,6 @@ class Processes : public testing::Test {
         all.insert(all.end(), words.begin(), words.end());
         for (int i = 0; i < count; ++i) troupe.Start(role, all);
     }
-    void ExpectValuesFrom(const std::string& number, int count) {
-        Store store(path);
-        for (int i = 0; i < count; ++i) {
-            const std::string name = number + "-" + std::to_string(i);
-            const std::string key = FromKey(static_cast<uint32_t>(i));
-            Bytes data;
-            EXPECT_EQ(store.Get(key, name, &data), FSSTATUS_SUCCESS) << name;
-            EXPECT_EQ(data, Sealed(key, name, {}, 300)) << name;
-        }
-    }
 
     Troupe troupe;
     const std::string path = troupe.File("s.fbr");
@@ -85,10 +75,12 @@ TEST_F(Processes, GetsWithoutALockBesideAWriterAreWholeAndNeverOlder) {
 TEST_F(Processes, ThatOpenLockSetReleaseAndCloseUseNoIdTwiceAndLoseNothing) {
     const int values = LongForm() ? 5000 : 400;
     ASSERT_EQ(Store(path).status, FSSTATUS_SUCCESS);
+    const std::string moment = std::to_string(NowMs() + 100);
     for (const char* number : {"0", "1", "2", "3"})
-        troupe.Start("sharing-set-from", {troupe.File(""), path, number, std::to_string(values)});
+        troupe.Start("sharing-set-from",
+                     {troupe.File(""), path, number, std::to_string(values), moment});
     troupe.FinishWell();
-    for (const char* number : {"0", "1", "2", "3"}) ExpectValuesFrom(number, values);
+    for (const char* number : {"0", "1", "2", "3"}) ExpectValuesFrom(path, number, values);
     ExpectSound(path);
 }
 
@@ -106,10 +98,12 @@ TEST_F(Processes, MeetOneLockUnderEveryNameOfTheFile) {
     if (!refused) names.push_back({troupe.File(""), troupe.File("hard.fbr")});
     fs::create_directory_symlink(troupe.File("sub"), troupe.File("folder"), refused);
     if (!refused) names.push_back({troupe.File(""), troupe.File("folder/../s.fbr")});
+    const std::string moment = std::to_string(NowMs() + 100);
     for (size_t i = 0; i < names.size(); ++i)
-        troupe.Start("sharing-set-from", {names[i][0], names[i][1], std::to_string(i), "40"});
+        troupe.Start("sharing-set-from",
+                     {names[i][0], names[i][1], std::to_string(i), "40", moment});
     troupe.FinishWell();
-    for (size_t i = 0; i < names.size(); ++i) ExpectValuesFrom(std::to_string(i), 40);
+    for (size_t i = 0; i < names.size(); ++i) ExpectValuesFrom(path, std::to_string(i), 40);
     ExpectSound(path);
 }
 

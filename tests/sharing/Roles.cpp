@@ -22,6 +22,10 @@ class Clock {
     int64_t end_;
 };
 
+void WaitUntil(const std::string& moment) {
+    while (NowMs() < std::stoll(moment)) std::this_thread::yield();
+}
+
 void Pause(int milliseconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
@@ -194,7 +198,7 @@ const ChildRole kCompact("sharing-compact", Role<Compact>);
 
 // STORE NUMBER MOMENT: opens a store that may be missing at a moment, and sets a value in it.
 void Make(const Words& words, Tally* tally) {
-    while (NowMs() < std::stoll(words[2])) std::this_thread::yield();
+    WaitUntil(words[2]);
     Store store(words[0]);
     if (!tally->Went(store.status, "open") || !tally->Went(store.Lock(), "lock")) return;
     const Bytes data = Sealed("\\made", words[1], {}, 100);
@@ -204,9 +208,11 @@ void Make(const Words& words, Tally* tally) {
 }
 const ChildRole kMake("sharing-make", Role<Make>);
 
-// FOLDER STORE NUMBER COUNT: sets that many values, with an opening each, from a folder.
+// FOLDER STORE NUMBER COUNT MOMENT: sets that many values from a moment on, with an opening each,
+// from a folder.
 void SetFrom(const Words& words, Tally* tally) {
     std::filesystem::current_path(words[0]);
+    WaitUntil(words[4]);
     for (int i = 0; i < std::stoi(words[3]); ++i) {
         const std::string name = words[2] + "-" + std::to_string(i);
         const std::string key = FromKey(static_cast<uint32_t>(i));
