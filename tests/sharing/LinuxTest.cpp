@@ -126,6 +126,28 @@ TEST_F(Linux, AChangeThatFailedIsNotWrittenOverThoseOfOthers) {
     ExpectOnlyLostPages(path);
 }
 
+TEST_F(Linux, AFileThatIsGoneOrReplacedIsToldAtTheNextLock) {
+    const std::string other = troupe.File("other.fbr");
+    for (const bool replaced : {true, false}) {
+        SCOPED_TRACE(replaced);
+        MakeShared(other, 1);
+        Store store(path);
+        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+        ASSERT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+        const Bytes theirs = support::ReadBytes(other);
+        if (replaced) {
+            fs::rename(other, path);
+        } else {
+            fs::remove(path);
+        }
+        EXPECT_NE(store.Lock(), FSSTATUS_SUCCESS);
+        EXPECT_NE(ChangeShared(&store, 0, 1), FSSTATUS_SUCCESS);
+        store.Close();
+        EXPECT_EQ(fs::exists(path), replaced);
+        EXPECT_TRUE(!replaced || support::ReadBytes(path) == theirs);
+    }
+}
+
 // Starts "fbr compact", and ends it by a signal after a time.
 void InterruptCompaction(const std::string& path, int signal, int64_t microseconds) {
     const std::string program = support::ProgramNamed("fbr").string();

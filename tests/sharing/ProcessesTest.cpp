@@ -107,6 +107,23 @@ TEST_F(Processes, MeetOneLockUnderEveryNameOfTheFile) {
     ExpectSound(path);
 }
 
+TEST_F(Processes, KeepTheFileOfARelativePathWhereverTheyGo) {
+    fs::create_directories(troupe.File("other"));
+    const fs::path before = fs::current_path();
+    fs::current_path(troupe.File(""));
+    Store store("s.fbr");
+    fs::current_path(troupe.File("other"));
+    EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(ChangeShared(&store, 0, 1), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
+    fs::current_path(before);
+    EXPECT_FALSE(fs::exists(troupe.File("other/s.fbr")));
+    Store again(path);
+    Bytes data;
+    EXPECT_EQ(again.Get(OwnKey(0), OwnName(1), &data), FSSTATUS_SUCCESS);
+}
+
 TEST_F(Processes, CheckAndRepairBesideAWriterTakeNothingFromIt) {
     MakeShared(path, 1);
     const Words words = {path, std::to_string(time), "0"};
