@@ -34,7 +34,7 @@ class Threads : public testing::Test {
         for (const Tally& tally : tallies) {
             EXPECT_TRUE(tally.Good()) << tally.Line();
             EXPECT_GT(tally.done, 0u);
-            EXPECT_EQ(tally.busy, 0u) << tally.Line();
+            EXPECT_LE(tally.busy * 20, tally.done) << tally.Line();
         }
     }
     void MakeValues() {
@@ -72,43 +72,55 @@ void ListAndJudge(Store* store, uint32_t roll, Tally* tally) {
         tally->Wrong(KeyOf(roll) + " lists " + std::to_string(names.size()));
 }
 
-// One change under the lock: a value that stays, or a key of the thread's own that comes and goes.
-void Change(Store* store, uint32_t thread, uint32_t roll, Tally* tally) {
-    if (!tally->Went(store->Lock(), "lock")) return;
-    const std::string key = KeyOf(roll), name = NameOf(roll / 8);
-    const std::string own = "\\own" + std::to_string(thread);
-    const Seal seal{thread, roll};
-    if (roll % 3 != 0) {
-        tally->Did(store->Set(key, name, Sealed(key, name, seal, SizeOf(roll))), "set");
-    } else if (roll % 2 != 0) {
-        tally->Did(store->Set(own, "v", Sealed(own, "v", seal, SizeOf(roll))), "set its own");
-    } else {
-        const FBR_STATUS status = FBR_DeleteDirNamedEx(Wide(own).c_str(), store->handle);
-        tally->Did(status == FSSTATUS_NOT_FOUND ? FSSTATUS_SUCCESS : status, "delete");
-    }
-    tally->Went(store->Unlock(), "release");
-}
+// A thread at work on a store that others use as well.
+class User {
+  public:
+    User(Store* store, uint32_t thread, Tally* tally)
+        : store_(store), thread_(thread), tally_(tally), random_(thread) {}
 
-void UseStore(Store* store, uint32_t thread, int64_t end, Tally* tally) {
-    std::mt19937 random(thread);
-    while (NowMs() < end) {
-        const uint32_t roll = static_cast<uint32_t>(random() % 10000);
-        if (thread < 3 || (thread < 5 && roll % 4 == 0)) {
-            Change(store, thread, roll, tally);
-        } else if (roll % 5 == 0) {
-            ListAndJudge(store, roll, tally);
-        } else {
-            GetAndJudge(store, roll, tally);
+    void WorkUntil(int64_t end) {
+        while (NowMs() < end) {
+            const uint32_t roll = static_cast<uint32_t>(random_() % 10000);
+            if (thread_ < 3 || (thread_ < 5 && roll % 4 == 0)) {
+                Change(roll);
+            } else if (roll % 5 == 0) {
+                ListAndJudge(store_, roll, tally_);
+            } else {
+                GetAndJudge(store_, roll, tally_);
+            }
         }
     }
-}
+
+  private:
+    // Under the lock: a value that stays, or a key of the thread's own that comes and goes.
+    void Change(uint32_t roll) {
+        if (!tally_->Went(store_->Lock(), "lock")) return;
+        const std::string own = "\\own" + std::to_string(thread_);
+        const bool shared = roll % 3 != 0;
+        const std::string key = shared ? KeyOf(roll) : own, name = NameOf(roll / 8);
+        if (!shared && hasOwn_) {
+            tally_->Did(FBR_DeleteDirNamedEx(Wide(own).c_str(), store_->handle), "delete");
+        } else {
+            const Bytes data = Sealed(key, name, {thread_, roll}, SizeOf(roll));
+            tally_->Did(store_->Set(key, name, data), "set");
+        }
+        if (!shared) hasOwn_ = !hasOwn_;
+        tally_->Went(store_->Unlock(), "release");
+    }
+
+    Store* store_;
+    const uint32_t thread_;
+    Tally* tally_;
+    std::mt19937 random_;
+    bool hasOwn_ = false;
+};
 
 TEST_F(Threads, EightOnOneStoreGetWholeAnswers) {
     MakeValues();
     {
         Store store(path);
         InThreads(MixTime(1500), [&](uint32_t thread, int64_t end, Tally* tally) {
-            UseStore(&store, thread, end, tally);
+            User(&store, thread, tally).WorkUntil(end);
         });
         EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
     }
@@ -119,7 +131,7 @@ TEST_F(Threads, EightWithStoresOfTheirOwnOnOneFileGetWholeAnswers) {
     MakeValues();
     InThreads(MixTime(1500), [&](uint32_t thread, int64_t end, Tally* tally) {
         Store store(path);
-        UseStore(&store, thread, end, tally);
+        User(&store, thread, tally).WorkUntil(end);
         tally->Went(store.Close(), "close");
     });
     ExpectSound(path);
