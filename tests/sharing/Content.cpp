@@ -98,10 +98,13 @@ FBR_STATUS Store::Set(const std::string& path, const std::string& name, const By
 
 FBR_STATUS Store::Get(const std::string& path, const std::string& name, Bytes* data) {
     OpenKey key(handle);
-    FBR_STATUS result = FBR_OpenDirEx(0, Wide(path).c_str(), &key.key, handle);
-    if (result != FSSTATUS_SUCCESS) return result;
+    const FBR_STATUS result = FBR_OpenDirEx(0, Wide(path).c_str(), &key.key, handle);
+    return result == FSSTATUS_SUCCESS ? Get(key.key, name, data) : result;
+}
+
+FBR_STATUS Store::Get(FBR_KEY key, const std::string& name, Bytes* data) {
     Value value;
-    result = Query(handle, key.key, Wide(name), &value);
+    const FBR_STATUS result = Query(handle, key, Wide(name), &value);
     *data = std::move(value.data);
     return result;
 }

@@ -31,6 +31,7 @@ class Store {
     // By the path of a key, which is made if need be.
     FBR_STATUS Set(const std::string& key, const std::string& name, const Bytes& data);
     FBR_STATUS Get(const std::string& key, const std::string& name, Bytes* data);
+    FBR_STATUS Get(FBR_KEY key, const std::string& name, Bytes* data);
 
     FBR_STORE handle = nullptr;
     FBR_STATUS status;

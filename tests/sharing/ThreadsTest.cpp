@@ -52,30 +52,20 @@ class Threads : public testing::Test {
     const std::string path = troupe.File("s.fbr");
 };
 
-void GetAndJudge(Store* store, uint32_t roll, Tally* tally) {
-    const std::string key = KeyOf(roll), name = NameOf(roll / 8);
-    Bytes data;
-    std::string wrong;
-    if (tally->Did(store->Get(key, name, &data), "get") && !ReadSeal(data, key, name, &wrong))
-        tally->Wrong(wrong);
-}
+// A store with its keys open.
+struct OpenStore : Store {
+    explicit OpenStore(const std::string& path) : Store(path) {
+        for (uint32_t i = 0; i < kKeys; ++i)
+            FBR_OpenDirEx(0, Wide(KeyOf(i)).c_str(), &keys[i], handle);
+    }
+    FBR_KEY keys[kKeys] = {};
+};
 
-void ListAndJudge(Store* store, uint32_t roll, Tally* tally) {
-    FBR_KEY key = 0;
-    if (!tally->Went(FBR_OpenDirEx(0, Wide(KeyOf(roll)).c_str(), &key, store->handle), "open key"))
-        return;
-    std::vector<Text> names;
-    const FBR_STATUS status = FBR_EnumerateAllValues(key, names, store->handle);
-    FBR_CloseDirEx(key, store->handle);
-    if (tally->Did(status == FSSTATUS_NO_MORE_ENTRIES ? FSSTATUS_SUCCESS : status, "list") &&
-        names.size() != kNames)
-        tally->Wrong(KeyOf(roll) + " lists " + std::to_string(names.size()));
-}
-
-// A thread at work on a store that others use as well.
+// A thread at work on a store, by its open keys and by paths. In each key the values of NameOf stay
+// and one more comes and goes.
 class User {
   public:
-    User(Store* store, uint32_t thread, Tally* tally)
+    User(OpenStore* store, uint32_t thread, Tally* tally)
         : store_(store), thread_(thread), tally_(tally), random_(thread) {}
 
     void WorkUntil(int64_t end) {
@@ -84,31 +74,71 @@ class User {
             if (thread_ < 3 || (thread_ < 5 && roll % 4 == 0)) {
                 Change(roll);
             } else if (roll % 5 == 0) {
-                ListAndJudge(store_, roll, tally_);
+                List(roll);
             } else {
-                GetAndJudge(store_, roll, tally_);
+                Get(roll);
             }
         }
     }
 
   private:
-    // Under the lock: a value that stays, or a key of the thread's own that comes and goes.
-    void Change(uint32_t roll) {
-        if (!tally_->Went(store_->Lock(), "lock")) return;
-        const std::string own = "\\own" + std::to_string(thread_);
-        const bool shared = roll % 3 != 0;
-        const std::string key = shared ? KeyOf(roll) : own, name = NameOf(roll / 8);
-        if (!shared && hasOwn_) {
-            tally_->Did(FBR_DeleteDirNamedEx(Wide(own).c_str(), store_->handle), "delete");
-        } else {
-            const Bytes data = Sealed(key, name, {thread_, roll}, SizeOf(roll));
-            tally_->Did(store_->Set(key, name, data), "set");
-        }
-        if (!shared) hasOwn_ = !hasOwn_;
-        tally_->Went(store_->Unlock(), "release");
+    FBR_KEY HandleOf(uint32_t roll) const { return store_->keys[roll % kKeys]; }
+
+    void Get(uint32_t roll) {
+        const bool guest = roll % 7 == 0;
+        const std::string key = KeyOf(roll), name = guest ? kGuest : NameOf(roll / 8);
+        Bytes data;
+        std::string wrong;
+        const FBR_STATUS status = roll % 3 == 0 ? store_->Get(key, name, &data)
+                                                : store_->Get(HandleOf(roll), name, &data);
+        if (guest && status == FSSTATUS_NOT_FOUND) return;
+        if (tally_->Did(status, "get " + name) && !ReadSeal(data, key, name, &wrong))
+            tally_->Wrong(wrong);
     }
 
-    Store* store_;
+    void List(uint32_t roll) {
+        std::vector<Text> names;
+        const FBR_STATUS status = FBR_EnumerateAllValues(HandleOf(roll), names, store_->handle);
+        if (!tally_->Did(status == FSSTATUS_NO_MORE_ENTRIES ? FSSTATUS_SUCCESS : status, "list"))
+            return;
+        if (names.size() != kNames && names.size() != kNames + 1)
+            tally_->Wrong(KeyOf(roll) + " lists " + std::to_string(names.size()));
+    }
+
+    void Change(uint32_t roll) {
+        if (!tally_->Went(store_->Lock(), "lock")) return;
+        if (roll % 5 == 0) {
+            ChangeGuest(roll);
+        } else if (roll % 5 == 1) {
+            ChangeOwn(roll);
+        } else {
+            SetIn(KeyOf(roll), NameOf(roll / 8), roll);
+        }
+        tally_->Went(store_->Unlock(), "release");
+    }
+    void SetIn(const std::string& key, const std::string& name, uint32_t roll) {
+        const Bytes data = Sealed(key, name, {thread_, roll}, SizeOf(roll));
+        tally_->Did(store_->Set(key, name, data), "set " + name);
+    }
+    void ChangeGuest(uint32_t roll) {
+        if (roll % 2 != 0) return SetIn(KeyOf(roll), kGuest, roll);
+        const FBR_STATUS status =
+            FBR_DeleteValue(HandleOf(roll), Wide(kGuest).c_str(), store_->handle);
+        tally_->Did(status == FSSTATUS_NOT_FOUND ? FSSTATUS_SUCCESS : status, "delete value");
+    }
+    // A key of the thread's own.
+    void ChangeOwn(uint32_t roll) {
+        const std::string own = "\\own" + std::to_string(thread_);
+        if (hasOwn_) {
+            tally_->Did(FBR_DeleteDirNamedEx(Wide(own).c_str(), store_->handle), "delete key");
+        } else {
+            SetIn(own, "v", roll);
+        }
+        hasOwn_ = !hasOwn_;
+    }
+
+    static constexpr const char* kGuest = "guest";
+    OpenStore* store_;
     const uint32_t thread_;
     Tally* tally_;
     std::mt19937 random_;
@@ -118,7 +148,7 @@ class User {
 TEST_F(Threads, EightOnOneStoreGetWholeAnswers) {
     MakeValues();
     {
-        Store store(path);
+        OpenStore store(path);
         InThreads(MixTime(1500), [&](uint32_t thread, int64_t end, Tally* tally) {
             User(&store, thread, tally).WorkUntil(end);
         });
@@ -130,7 +160,7 @@ TEST_F(Threads, EightOnOneStoreGetWholeAnswers) {
 TEST_F(Threads, EightWithStoresOfTheirOwnOnOneFileGetWholeAnswers) {
     MakeValues();
     InThreads(MixTime(1500), [&](uint32_t thread, int64_t end, Tally* tally) {
-        Store store(path);
+        OpenStore store(path);
         User(&store, thread, tally).WorkUntil(end);
         tally->Went(store.Close(), "close");
     });
