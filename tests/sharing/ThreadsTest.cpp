@@ -85,7 +85,7 @@ class User {
     FBR_KEY HandleOf(uint32_t roll) const { return store_->keys[roll % kKeys]; }
 
     void Get(uint32_t roll) {
-        const bool guest = roll % 7 == 0;
+        const bool guest = roll % 7 < 3;
         const std::string key = KeyOf(roll), name = guest ? kGuest : NameOf(roll / 8);
         Bytes data;
         std::string wrong;
@@ -107,9 +107,9 @@ class User {
 
     void Change(uint32_t roll) {
         if (!tally_->Went(store_->Lock(), "lock")) return;
-        if (roll % 5 == 0) {
+        if (roll % 5 < 2) {
             ChangeGuest(roll);
-        } else if (roll % 5 == 1) {
+        } else if (roll % 5 == 2) {
             ChangeOwn(roll);
         } else {
             SetIn(KeyOf(roll), NameOf(roll / 8), roll);
