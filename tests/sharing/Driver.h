@@ -71,6 +71,7 @@ class Player {
 class Troupe {
   public:
     Troupe();
+    std::string Folder() const { return dir_.Path().string(); }
     std::string File(const std::string& file) const { return (dir_ / file).string(); }
     // `user` is a user's number, for those who may change theirs.
     Player* Start(const std::string& role, const Words& words, const std::string& user = {});

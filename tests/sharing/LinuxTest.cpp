@@ -26,7 +26,7 @@ class Linux : public testing::Test {
     // Sets values with an opening and a lock for each, which must not be held up.
     void ExpectSetsInGoodTime() {
         const std::optional<Tally> tally =
-            troupe.Start("sharing-set-from", {troupe.File(""), path, "x", "5", "0"})->FinishSoon();
+            troupe.Start("sharing-set-from", {troupe.Folder(), path, "x", "5", "0"})->FinishSoon();
         ASSERT_TRUE(tally.has_value()) << "it waits";
         EXPECT_TRUE(tally->done == 5 && tally->Good() && tally->busy == 0) << tally->Line();
     }
@@ -49,7 +49,7 @@ TEST_F(LinuxUsers, WhoMayWriteMeetOneLock) {
     Mode(0666);
     const std::string moment = std::to_string(NowMs() + 100);
     const auto start = [&](const char* number, const char* user) {
-        troupe.Start("sharing-set-from", {troupe.File(""), path, number, "200", moment}, user);
+        troupe.Start("sharing-set-from", {troupe.Folder(), path, number, "200", moment}, user);
     };
     start("0", kNobody);
     start("1", kSomebody);
@@ -116,7 +116,7 @@ TEST_F(Linux, AChangeThatFailedIsNotWrittenOverThoseOfOthers) {
     const Words words = {path, troupe.File("ready"), troupe.File("go")};
     Player* failing = troupe.Start("sharing-fail-and-close", words);
     ASSERT_TRUE(WaitForFile(words[1]));
-    Player* other = troupe.Start("sharing-set-from", {troupe.File(""), path, "x", "300", "0"});
+    Player* other = troupe.Start("sharing-set-from", {troupe.Folder(), path, "x", "300", "0"});
     EXPECT_TRUE(other->Finish().value_or(Tally()).Good());
     std::ofstream(words[2]) << "go";
     const std::optional<Tally> tally = failing->Finish();

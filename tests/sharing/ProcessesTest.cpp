@@ -78,7 +78,7 @@ TEST_F(Processes, ThatOpenLockSetReleaseAndCloseUseNoIdTwiceAndLoseNothing) {
     const std::string moment = std::to_string(NowMs() + 100);
     for (const char* number : {"0", "1", "2", "3"})
         troupe.Start("sharing-set-from",
-                     {troupe.File(""), path, number, std::to_string(values), moment});
+                     {troupe.Folder(), path, number, std::to_string(values), moment});
     troupe.FinishWell();
     for (const char* number : {"0", "1", "2", "3"}) ExpectValuesFrom(path, number, values);
     ExpectSound(path);
@@ -88,16 +88,16 @@ TEST_F(Processes, MeetOneLockUnderEveryNameOfTheFile) {
     fs::create_directories(troupe.File("sub"));
     ASSERT_EQ(Store(path).status, FSSTATUS_SUCCESS);
     std::vector<Words> names = {{troupe.File("sub"), "../s.fbr"},
-                                {troupe.File(""), "s.fbr"},
-                                {troupe.File(""), path},
+                                {troupe.Folder(), "s.fbr"},
+                                {troupe.Folder(), path},
                                 {troupe.File("sub"), troupe.File("sub/.././s.fbr")}};
     std::error_code refused;
     fs::create_symlink(path, troupe.File("symbolic.fbr"), refused);
-    if (!refused) names.push_back({troupe.File(""), troupe.File("symbolic.fbr")});
+    if (!refused) names.push_back({troupe.Folder(), troupe.File("symbolic.fbr")});
     fs::create_hard_link(path, troupe.File("hard.fbr"), refused);
-    if (!refused) names.push_back({troupe.File(""), troupe.File("hard.fbr")});
+    if (!refused) names.push_back({troupe.Folder(), troupe.File("hard.fbr")});
     fs::create_directory_symlink(troupe.File("sub"), troupe.File("folder"), refused);
-    if (!refused) names.push_back({troupe.File(""), troupe.File("folder/../s.fbr")});
+    if (!refused) names.push_back({troupe.Folder(), troupe.File("folder/../s.fbr")});
     const std::string moment = std::to_string(NowMs() + 100);
     for (size_t i = 0; i < names.size(); ++i)
         troupe.Start("sharing-set-from",
@@ -110,7 +110,7 @@ TEST_F(Processes, MeetOneLockUnderEveryNameOfTheFile) {
 TEST_F(Processes, KeepTheFileOfARelativePathWhereverTheyGo) {
     fs::create_directories(troupe.File("other"));
     const fs::path before = fs::current_path();
-    fs::current_path(troupe.File(""));
+    fs::current_path(troupe.Folder());
     Store store("s.fbr");
     fs::current_path(troupe.File("other"));
     EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
