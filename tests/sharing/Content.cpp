@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <thread>
 
 namespace sharing {
 namespace {
@@ -220,6 +221,22 @@ void ExpectValuesFrom(const std::string& path, const std::string& number, int co
         if (!good) ++lost;
     }
     EXPECT_EQ(lost, 0) << "of " << count << " from number " << number;
+}
+
+void ExpectOneLock(Troupe* troupe, const std::string& path, const std::string& folder,
+                   const std::string& name) {
+    SCOPED_TRACE(name);
+    const std::string ready = troupe->File("ready");
+    std::filesystem::remove(ready);
+    Player* holder = troupe->Start("sharing-hold", {path, "1", ready});
+    ASSERT_TRUE(WaitForFile(ready));
+    Player* user = troupe->Start("sharing-set-from", {folder, name, "x", "3", "0"});
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    EXPECT_FALSE(user->HasReported()) << "it has a lock of its own";
+    holder->Kill();
+    const std::optional<Tally> tally = user->FinishSoon();
+    ASSERT_TRUE(tally.has_value()) << "it waits for nobody";
+    EXPECT_TRUE(tally->Good() && tally->done == 3) << tally->Line();
 }
 
 std::string Findings::Line() const {

@@ -64,6 +64,9 @@ void JudgeShared(const Key& root, Tally* tally);
 void ExpectChanges(const std::string& path, uint32_t writer, uint64_t done);
 // The same for the first values of the role that works from a folder, by its number.
 void ExpectValuesFrom(const std::string& path, const std::string& number, int count);
+// Who uses the file by this name, from a folder, waits for who holds its lock by `path`.
+void ExpectOneLock(Troupe* troupe, const std::string& path, const std::string& folder,
+                   const std::string& name);
 
 // ---- The file ----
 

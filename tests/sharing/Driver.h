@@ -53,6 +53,7 @@ class Player {
            const std::string& user);
     // Waits for the end of the role. No tally when it crashed.
     std::optional<Tally> Finish();
+    bool HasReported() const { return std::filesystem::exists(report_); }
     // The same in good time; a role that hangs is killed.
     std::optional<Tally> FinishSoon();
     void Kill() {
