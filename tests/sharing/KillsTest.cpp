@@ -34,7 +34,10 @@ class Kills : public testing::Test {
         Player* victim = troupe.Start(
             "sharing-victim", {path, progress, std::to_string(seed), seed % 2 ? "often" : "once"});
         const uint64_t goal = 1 + random() % 60;
-        ASSERT_TRUE(support::Eventually([&] { return StepsDone(progress) >= goal; }));
+        ASSERT_TRUE(support::Eventually(
+            [&] { return StepsDone(progress) >= goal || victim->HasReported(); }));
+        if (victim->HasReported())
+            FAIL() << "it ended by itself: " << victim->Finish().value_or(Tally()).Line();
         SleepMicroseconds(random() % 2000);
         victim->Kill();
         const uint64_t done = StepsDone(progress);

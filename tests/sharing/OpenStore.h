@@ -45,8 +45,8 @@ struct Findings {
     FBR_STATUS status = FSSTATUS_FAILED;
     std::map<uint32_t, uint32_t> codes;  // without those of progress
     std::string Line() const;
-    // A sound file, or one with pages that are in use and nothing refers to.
     bool Sound() const { return status == FSSTATUS_SUCCESS && codes.empty(); }
+    // Sound but for pages that are in use and that nothing refers to.
     bool OnlyLostPages() const;
 };
 Findings CheckFile(const std::string& path);
