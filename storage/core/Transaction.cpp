@@ -193,6 +193,8 @@ Status EndChange(StorageContext* context) {
     if (!context->changing) return kOk;
     Superblock* super = context->Super();
     super->changing = 0;
+    // Who read the file in the middle of the change must not take what he has for its end.
+    ++super->transactionCounter;
     const Status status = WriteSuperblock(context);
     if (status == kOk) {
         context->changing = false;
