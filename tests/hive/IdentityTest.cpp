@@ -2,6 +2,7 @@
 // functions; reading and writing single registry values.
 #include <memory>
 
+#include "FS_Library_DLL/HivePrivileges.h"
 #include "Shared/Impersonator.h"
 #include "Shared/UnImpersonator.h"
 #include "Shared/UserIdentity.h"
@@ -107,6 +108,31 @@ TEST_F(Identity, TheSaverPutsTheThreadBackInBothDirections) {
     EXPECT_TRUE(ThreadHasToken());
     ::RevertToSelf();
     EXPECT_TRUE(log_.Holds("3 W32Utils/ImpersonationStateSaver")) << log_.All();
+}
+
+// A thread whose token cannot be opened may be anybody: nothing is done as the process there.
+TEST_F(Identity, AThreadThatMayStillBeAUserDoesNothingAsTheProcess) {
+    ACL nothing{};
+    SECURITY_DESCRIPTOR closed{};
+    ASSERT_TRUE(::InitializeAcl(&nothing, sizeof nothing, ACL_REVISION));
+    ::InitializeSecurityDescriptor(&closed, SECURITY_DESCRIPTOR_REVISION);
+    ::SetSecurityDescriptorDacl(&closed, TRUE, &nothing, FALSE);
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, &closed, FALSE};
+    const CAccessToken process = ProcessToken(TOKEN_QUERY | TOKEN_DUPLICATE);
+    HANDLE copy = nullptr;
+    ASSERT_TRUE(::DuplicateTokenEx(process.Get(), TOKEN_IMPERSONATE | TOKEN_QUERY, &attributes,
+                                   SecurityImpersonation, TokenImpersonation, &copy));
+    CAccessToken user;
+    user.Attach(copy);
+    ASSERT_TRUE(::SetThreadToken(nullptr, user.Get()));
+    EXPECT_EQ(UnImpersonator().Error(), DWORD{ERROR_ACCESS_DENIED});
+    bool ran = false;
+    EXPECT_EQ(RunWithHivePrivileges([&] { return ran = true, FSSTATUS_SUCCESS; }),
+              FSSTATUS_ACCESS_DENIED);
+    EXPECT_FALSE(ran);
+    ::RevertToSelf();
+    EXPECT_EQ(UnImpersonator().Error(), 0u);
+    EXPECT_TRUE(log_.Holds("Failed to get thread token. Error [5].")) << log_.All();
 }
 
 TEST_F(Identity, TheImpersonatorLeavesAnImpersonatingThreadAsItIs) {
