@@ -1,6 +1,8 @@
 // Identities, impersonation scopes, sessions and privileges; the collection of the platform's
 // functions; reading and writing single registry values.
+#include <atomic>
 #include <memory>
+#include <thread>
 
 #include "FS_Library_DLL/HivePrivileges.h"
 #include "Shared/Impersonator.h"
@@ -8,6 +10,7 @@
 #include "Shared/UserIdentity.h"
 #include "Shared/w32helpers.h"
 #include "W32Utils/RegistryUtil.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/windows/LogCapture.h"
 #include "tests/support/windows/ProcessState.h"
 #include "tests/support/windows/Replace.h"
@@ -177,6 +180,27 @@ TEST_F(Identity, PrivilegesGoOnAndBack) {
     int seen = 0;
     EXPECT_EQ(ProcessPrivilege::GetProcessPrivileges([&](const auto&) { return ++seen < 3; }), 0u);
     EXPECT_EQ(seen, 3);
+}
+
+TEST_F(Identity, HivePrivilegesStayOnUntilTheLastThreadIsDone) {
+    std::atomic<bool> inside{false}, ended{false};
+    bool kept = false;
+    std::thread other([&] {
+        RunWithHivePrivileges([&] {
+            inside = true;
+            support::Eventually([&] { return ended.load(); });
+            kept = ProcessPrivilege::IsProcessPrivilegeEnabled(SE_RESTORE_NAME);
+            return FSSTATUS_SUCCESS;
+        });
+    });
+    RunWithHivePrivileges([&] {
+        support::Eventually([&] { return inside.load(); });
+        return FSSTATUS_SUCCESS;
+    });
+    ended = true;
+    other.join();
+    EXPECT_TRUE(kept);
+    EXPECT_FALSE(ProcessPrivilege::IsProcessPrivilegeEnabled(SE_RESTORE_NAME));
 }
 
 TEST_F(Identity, SessionsByProcessAndByToken) {
