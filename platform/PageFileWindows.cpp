@@ -180,8 +180,18 @@ Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
     const DWORD access = readOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE;
     auto* security = static_cast<SECURITY_ATTRIBUTES*>(const_cast<void*>(attributes));
     ::SetLastError(kErrorSuccess);
-    return CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, security, disposition,
-                       FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file =
+        CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, security, disposition,
+                    FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr);
+    const Error told = ::GetLastError();
+    // A device keeps no pages, though some take and give bytes.
+    if (file != INVALID_HANDLE_VALUE && GetFileType(file) != FILE_TYPE_DISK) {
+        CloseHandle(file);
+        ::SetLastError(kErrorInvalidName);
+        return INVALID_HANDLE_VALUE;
+    }
+    ::SetLastError(told);
+    return file;
 }
 
 PageFile* AdoptFileHandle(Handle handle, const WChar* path) noexcept {
