@@ -110,14 +110,14 @@ TEST_F(Processes, KeepTheFileOfARelativePathWhereverTheyGo) {
     Store store("s.fbr");
     fs::current_path(troupe.File("other"));
     EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-    EXPECT_EQ(ChangeShared(&store, 0, 1), FSSTATUS_SUCCESS);
+    EXPECT_EQ(ChangeShared(&store, 0, 0), FSSTATUS_SUCCESS);
     EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
     EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
     fs::current_path(before);
     EXPECT_FALSE(fs::exists(troupe.File("other/s.fbr")));
     Store again(path);
     Bytes data;
-    EXPECT_EQ(again.Get(OwnKey(0), OwnName(1), &data), FSSTATUS_SUCCESS);
+    EXPECT_EQ(again.Get(OwnKey(0), OwnName(0), &data), FSSTATUS_SUCCESS);
 }
 
 TEST_F(Processes, CheckAndRepairBesideAWriterTakeNothingFromIt) {
