@@ -103,9 +103,10 @@ uint32_t FreeName(const CheckNames& names, const DirectoryEntry& entry, WChar* n
         for (uint32_t rest = number; rest != 0 || count == 0; rest /= 10)
             digits[count++] = static_cast<WChar>('0' + rest % 10);
         while (count > 0) name[units++] = digits[--count];
-        *hash = HashOf(name, units);
+        const uint64_t now = HashOf(name, units);
         const bool taken = std::any_of(&names[0], &names[0] + names.Count(),
-                                       [hash](const CheckName& n) { return n.hash == *hash; });
+                                       [now](const CheckName& n) { return n.hash == now; });
+        *hash = now;
         if (!taken) return units;
     }
 }
@@ -123,7 +124,9 @@ Status Rename(CheckRun* run, CheckNames* names, CheckName* name) {
     TellBadEntry(run, name->page, entry);
     LetNamePagesGo(run, entry.namePage);
     WChar text[kEntryNameUnits];
-    entry.nameLength = FreeName(*names, entry, text, &name->hash);
+    uint64_t hash = 0;
+    entry.nameLength = FreeName(*names, entry, text, &hash);
+    name->hash = hash;
     entry.namePage = 0;
     std::memset(entry.name, 0, sizeof entry.name);
     for (uint32_t i = 0; i < entry.nameLength; ++i) entry.name[i] = text[i];

@@ -160,7 +160,7 @@ bool ObjectWalk::RecordIsGood(uint32_t page, uint8_t* record, bool* changed) {
     if (link == 0 && type == streamType && stream.inlinePage == 0 && stream.first == 0) {
         stream.inlinePage = page;
         stream.inlineSize = LoadU16(record, record::kSize) - kRecordHeaderSize;
-        stream.inlineCoded = LoadU32(record, record::kInfo) != 0 && stream.method != 0;
+        stream.inlineInfo = LoadU32(record, record::kInfo);
     }
     if (link == 0) return type != kPageListRecord;
     if (type != kFileInfoRecord && type != kBlockSettingsRecord && type != kFindSettingsRecord)

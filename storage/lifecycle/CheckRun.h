@@ -169,7 +169,7 @@ struct CheckStream {
     uint32_t indexOwner = 0;  // HeaderPage of that record
     uint32_t inlinePage = 0;  // HeaderPage of a stream record without pages
     uint32_t inlineSize = 0;
-    bool inlineCoded = false;
+    uint32_t inlineInfo = 0;  // not 0 when its bytes are coded by `method`
     uint64_t stored = 0;  // bytes that the stream can have with the pages it has
 };
 // *indexIsGood tells whether the index record may stay.

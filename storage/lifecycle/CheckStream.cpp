@@ -33,7 +33,16 @@ struct StreamWalk {
     void Relink();
     void ClaimPages(bool indexed);
     uint32_t CountListed() const;
+    void ThrowOutIndex();
 };
+
+// Told of where the index is, and where it is referred to; nothing is left that it says of itself.
+void StreamWalk::ThrowOutIndex() {
+    TellBadLink(run, stream.index);
+    TellBadLink(run, stream.indexOwner);
+    PageDigest& digest = Digest(stream.index);
+    digest.prevPage = digest.nextPage = digest.listPage = 0;
+}
 
 bool StreamWalk::NextLevelIsGood(uint32_t level, uint32_t before) const {
     if (level == before + 1) return true;
@@ -162,9 +171,10 @@ void StreamWalk::ClaimPages(bool indexed) {
 Status CheckStreamPages(CheckRun* run, CheckStream* stream, bool* indexIsGood) {
     *indexIsGood = stream->index == 0;
     if (stream->first == 0) {
-        if (stream->index != 0) TellBadLink(run, stream->index);
+        if (stream->index != 0) StreamWalk{run, *stream, 0, {}, {}, {}}.ThrowOutIndex();
         const uint64_t block = uint64_t{stream->pagesPerBlock} * run->context->payloadSize;
-        stream->stored = stream->inlineCoded ? block : stream->inlineSize;
+        const bool coded = stream->inlineInfo != 0 && stream->method != 0;
+        stream->stored = coded ? block : stream->inlineSize;
         return kOk;
     }
     StreamWalk walk{run, *stream, run->digests[stream->first].fileId, {}, {}, {}};
@@ -181,7 +191,7 @@ Status CheckStreamPages(CheckRun* run, CheckStream* stream, bool* indexIsGood) {
                 if (page != 0 && !walk.chain.Add(page)) return kNoMemory;
         }
     }
-    if (stream->index != 0 && !indexed) TellBadLink(run, stream->index);
+    if (stream->index != 0 && !indexed) walk.ThrowOutIndex();
     *indexIsGood = stream->index == 0 || indexed;
     walk.ClaimPages(indexed);
     const uint64_t blocks = run->digests[walk.chain.Last()].level / stream->pagesPerBlock + 1;
