@@ -98,16 +98,16 @@ Status TakePage(CompactionRun* run, uint32_t number, const CachePage* source, Ca
 Status MovePage(CompactionRun* run, uint32_t from, uint32_t to) {
     StorageContext* context = run->context;
     CachePage *source = nullptr, *page = nullptr;
-    Status status = GetPage(context, from, &source, true, nullptr);
+    Status status = GetPage(context, from, &source, true, run->transaction);
     if (status != kOk) return status;
     const uint16_t kind = HeaderOf(source->buffer)->kind;
-    if (kind == kFreePage || source->pinCount > 1) status = Corrupt(context);  // the map lied
+    if (kind == kFreePage) status = Corrupt(context);  // the map lied
     if (status == kOk) status = TakePage(run, to, source, &page);
-    if (status == kOk && !run->transaction->releasePages.Add(from)) status = kNoMemory;
-    // What the transaction changed in the old page has gone along; what it is if the transaction
-    // fails stands in the file.
-    if (source->transaction == run->transaction) LeavePage(run->transaction, source);
-    DiscardPage(context, source);
+    // What the transaction changed in the old page has gone along.
+    if (status == kOk)
+        status = FreePage(context, source);
+    else
+        ReleasePage(context, source);
     if (status == kOk) status = FixNeighbours(run, page, from);
     if (status == kOk) status = FixChildReferences(context, page, from, run->transaction);
     if (status == kOk && kind == kHeaderPage &&
