@@ -20,7 +20,7 @@ StorageContext* MakeContext() {
     if (memory == nullptr) return nullptr;
     StorageContext* context = new (memory) StorageContext();
     context->lastAccess = context->created = CurrentDate();
-    context->compact = &CompactPages;
+    context->compact = [](StorageContext* owner, uint8_t* done) { return CompactPages(owner, done); };
     context->enterWrite = &EnterWrite;
     context->leaveWrite = &LeaveWrite;
     if (CreateObjectState(context) == kOk) return context;
