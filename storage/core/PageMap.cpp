@@ -263,7 +263,12 @@ Status GrowFile(StorageContext* context, uint16_t kind, uint32_t* number) {
     Status status = PlanGrowth(context, &growth);
     if (status != kOk) return status;
     status = WriteGrowth(context, growth, kind);
-    if (status != kOk) return status;
+    if (status != kOk) {
+        // No part of a page stays behind the end.
+        CutFile(context->file, uint64_t{context->basePage} + context->totalPages,
+                context->pageSize);
+        return status;
+    }
     for (uint32_t i = 0; i < growth.count && status == kOk; ++i) {
         const uint32_t page = growth.first + i;
         context->totalPages = page + 1;

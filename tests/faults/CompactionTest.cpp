@@ -93,7 +93,7 @@ TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
         uint8_t done = 7;
         {
             // An open file has a transaction, and nothing is done.
-            EngineFile open(store, u"\\long", false);
+            EngineFile open(store, u"\\long", true);
             ASSERT_EQ(storage::StorageCompact(store.Container(), &done), storage::kOk);
             EXPECT_EQ(done, 0);
         }

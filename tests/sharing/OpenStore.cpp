@@ -60,8 +60,10 @@ FBR_STATUS ReadKey(FBR_STORE store, FBR_KEY key, Key* out) {
 std::mutex checking;
 Findings* told = nullptr;  // a callback is not told whose it is
 
-void Told(void*, uint32_t code, uint32_t, uint32_t, uint8_t, uint8_t*) {
+void Told(void*, uint32_t code, uint32_t page, uint32_t, uint8_t, uint8_t*) {
     if (code > 4) ++told->codes[code];
+    if (code == 8) told->bad.insert(page);
+    if (code == 9) told->lost.insert(page);
 }
 
 }  // namespace
@@ -125,7 +127,8 @@ std::string Findings::Line() const {
 bool Findings::OnlyLostPages() const {
     return status == FSSTATUS_SUCCESS &&
            std::all_of(codes.begin(), codes.end(),
-                       [](const auto& code) { return code.first == 9; });
+                       [](const auto& code) { return code.first == 8 || code.first == 9; }) &&
+           std::includes(lost.begin(), lost.end(), bad.begin(), bad.end());
 }
 
 Findings CheckFile(const std::string& path) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "include/ZrFsLibrary.h"
@@ -44,9 +45,11 @@ FBR_STATUS ReadAll(FBR_STORE store, Key* root);
 struct Findings {
     FBR_STATUS status = FSSTATUS_FAILED;
     std::map<uint32_t, uint32_t> codes;  // without those of progress
+    std::set<uint32_t> bad, lost;        // the pages that codes 8 and 9 told of
     std::string Line() const;
     bool Sound() const { return status == FSSTATUS_SUCCESS && codes.empty(); }
-    // Sound but for pages that are in use and that nothing refers to.
+    // Sound but for pages that are in use and that nothing refers to; what they themselves refer to
+    // need not refer back.
     bool OnlyLostPages() const;
 };
 Findings CheckFile(const std::string& path);

@@ -46,7 +46,7 @@ class MemoryFiles::File final : public ForwardingFile {
 
 void MemoryFiles::Put(const std::filesystem::path& path, Bytes bytes) {
     if (!std::filesystem::exists(path)) WriteBytes(path, {1});
-    files_[Wide(path)] = std::make_shared<Bytes>(std::move(bytes));
+    files_[Wide(path)].bytes = std::make_shared<Bytes>(std::move(bytes));
 }
 
 void MemoryFiles::Remove(const std::filesystem::path& path) {
@@ -57,11 +57,28 @@ void MemoryFiles::Remove(const std::filesystem::path& path) {
 
 Bytes MemoryFiles::Get(const std::filesystem::path& path) const {
     const auto found = files_.find(Wide(path));
-    return found == files_.end() || !std::filesystem::exists(path) ? Bytes() : *found->second;
+    return found == files_.end() || !std::filesystem::exists(path) ? Bytes() : *found->second.bytes;
+}
+
+MemoryFiles::Entry& MemoryFiles::EntryOf(const platform::WString& path,
+                                         const platform::FileIdentity& identity) {
+    if (!files_.contains(path)) {
+        for (auto at = files_.begin(); at != files_.end(); ++at) {
+            if (!(at->second.identity == identity)) continue;
+            auto renamed = files_.extract(at);
+            renamed.key() = path;
+            return files_.insert(std::move(renamed)).position->second;
+        }
+    }
+    return files_[path];
 }
 
 platform::PageFile* MemoryFiles::Wrap(platform::PageFile* opened, const platform::WChar* path) {
-    std::shared_ptr<Bytes>& bytes = files_[path];
+    platform::FileIdentity identity;
+    opened->Identity(&identity);
+    Entry& entry = EntryOf(path, identity);
+    entry.identity = identity;
+    std::shared_ptr<Bytes>& bytes = entry.bytes;
     uint64_t length = 0;
     // A shell without its one byte was made or emptied by the opening.
     if (bytes == nullptr || (opened->Size(&length) == kErrorSuccess && length == 0)) {

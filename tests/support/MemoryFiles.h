@@ -27,7 +27,14 @@ class MemoryFiles final : public FileWrapper {
   private:
     class File;
 
-    std::map<platform::WString, std::shared_ptr<Bytes>> files_;
+    struct Entry {
+        std::shared_ptr<Bytes> bytes;
+        platform::FileIdentity identity;  // of the shell, once it was opened
+    };
+    // The entry of a file just opened, which may have had another name before.
+    Entry& EntryOf(const platform::WString& path, const platform::FileIdentity& identity);
+
+    std::map<platform::WString, Entry> files_;
     uint64_t work_ = 0;
 };
 
