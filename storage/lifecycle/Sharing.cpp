@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "Shared/security/LowIntegrityResource.h"
+#include "platform/LockPatience.h"
 #include "storage/lifecycle/ContextLife.h"
 
 namespace storage {
@@ -120,7 +121,8 @@ Status GetContainerLock(StorageContext* context) {
         if (OpenMutex(context) != kOk) return kInternal;
     }
     // Not under containerLock: the owner needs that to get on and let the mutex go.
-    const platform::WaitResult result = platform::WaitForMutex(context->lockMutex, kLockWait);
+    const platform::WaitResult result =
+        platform::WaitForMutex(context->lockMutex, platform::LockWaitOf(kLockWait));
     const bool ownerDied = result == platform::WaitResult::Abandoned;
     if (result != platform::WaitResult::Granted && !ownerDied) return kInternal;
     const Status status = EnterLocked(context, ownerDied);

@@ -169,7 +169,10 @@ class Nobody final : public platform::PipeConnection {
         return 0;
     }
     platform::Error Impersonate() override { return platform::kErrorAccessDenied; }
-    void EndImpersonation() override { ADD_FAILURE() << "not acted for"; }
+    platform::Error EndImpersonation() override {
+        ADD_FAILURE() << "not acted for";
+        return 0;
+    }
 
   private:
     const Bytes sent_ = Packet(Hex(kOpen));
