@@ -37,7 +37,8 @@ WString Base(int client) {
 
 RandomWork WorkOf(int client) {
     return RandomWork(static_cast<uint32_t>(client) + 1, Base(client),
-                      contract::RemoteBackend().differences);
+                      contract::Behind<contract::FilePlace<FS_VR_METHOD_TARN>>(contract::ContainerBackend())
+                          .differences);
 }
 
 // Its operations in a key of its own; `done` is told of each one that was answered.
