@@ -45,8 +45,8 @@ class RootTest : public testing::Test {
 TEST_F(RootTest, NothingOutsideIsReachedByAnyOperationOrSpelling) {
     const auto root = platform::RootFolder::Open(Wide(root_));
     ASSERT_NE(root, nullptr);
-    std::vector<fs::path> roads = {outside_, root_ / ".." / "outside", root_ / "sub" / ".." / ".." /
-                                                                           "outside"};
+    std::vector<fs::path> roads = {outside_, root_ / ".." / "outside",
+                                   root_ / "sub" / ".." / ".." / "outside"};
     std::error_code noLinks;
     fs::create_directory_symlink(outside_, root_ / "link", noLinks);
     if (!noLinks) roads.push_back(root_ / "link");
