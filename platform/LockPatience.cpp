@@ -2,25 +2,26 @@
 
 #include <algorithm>
 
+#include "platform/ThreadSlot.h"
+
 namespace platform {
 namespace {
 
-constexpr uint32_t kWithoutLimit = 0xFFFFFFFF;
-
-thread_local uint32_t t_patience = kWithoutLimit;
+ThreadSlot g_patience;  // one more than the milliseconds, or 0 for no limit
 
 }  // namespace
 
-LockPatience::LockPatience(uint32_t milliseconds) noexcept : before_(t_patience) {
-    t_patience = milliseconds;
+LockPatience::LockPatience(uint32_t milliseconds) noexcept : before_(g_patience.Get()) {
+    g_patience.Set(uintptr_t{milliseconds} + 1);
 }
 
 LockPatience::~LockPatience() {
-    t_patience = before_;
+    g_patience.Set(before_);
 }
 
 uint32_t LockWaitOf(uint32_t usual) noexcept {
-    return std::min(usual, t_patience);
+    const uintptr_t limit = g_patience.Get();
+    return limit == 0 ? usual : static_cast<uint32_t>(std::min<uintptr_t>(usual, limit - 1));
 }
 
 }  // namespace platform

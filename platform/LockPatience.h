@@ -15,7 +15,7 @@ class LockPatience {
     LockPatience& operator=(const LockPatience&) = delete;
 
   private:
-    uint32_t before_;
+    uintptr_t before_;
 };
 
 // `usual`, or what the thread has patience for when that is less.

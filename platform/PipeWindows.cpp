@@ -42,16 +42,17 @@ bool IsCaller(PSID user) {
     return is;
 }
 
-// Anybody may make a pipe of a name that is free, and wait for whoever asks there.
+// Anybody may make a pipe of a name that is free, and wait for whoever asks there. Only a system
+// that keeps no owners of pipes gives none.
 bool MayBeAsked(HANDLE pipe) {
     PSID owner = nullptr;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     if (GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
                         nullptr, nullptr, &descriptor) != ERROR_SUCCESS)
         return false;
-    const bool may = owner != nullptr && (IsCaller(owner) ||
-                                          IsWellKnownSid(owner, WinLocalSystemSid) ||
-                                          IsWellKnownSid(owner, WinBuiltinAdministratorsSid));
+    const bool may = owner == nullptr || IsCaller(owner) ||
+                     IsWellKnownSid(owner, WinLocalSystemSid) ||
+                     IsWellKnownSid(owner, WinBuiltinAdministratorsSid);
     LocalFree(descriptor);
     return may;
 }

@@ -1,22 +1,24 @@
 #include "platform/RootFolder.h"
 
+#include "platform/ThreadSlot.h"
+
 namespace platform {
 namespace {
 
-thread_local const RootFolder* t_root = nullptr;
+ThreadSlot g_root;
 
 }  // namespace
 
-WithinRoot::WithinRoot(const RootFolder* root) noexcept : before_(t_root) {
-    t_root = root;
+WithinRoot::WithinRoot(const RootFolder* root) noexcept : before_(CurrentRoot()) {
+    g_root.Set(reinterpret_cast<uintptr_t>(root));
 }
 
 WithinRoot::~WithinRoot() {
-    t_root = before_;
+    g_root.Set(reinterpret_cast<uintptr_t>(before_));
 }
 
 const RootFolder* CurrentRoot() noexcept {
-    return t_root;
+    return reinterpret_cast<const RootFolder*>(g_root.Get());
 }
 
 }  // namespace platform
