@@ -106,7 +106,12 @@ Error NativePath::EnterRoot() noexcept {
     if (length == 0 || length > NAME_MAX || IsDots(leaf, length)) return kErrorAccessDenied;
     const auto from = static_cast<int>(reinterpret_cast<intptr_t>(root.Folder()));
     folder_ = OpenFolderOf(from, text_ + prefix.size(), leaf);
-    if (folder_ < 0) return errno == ENOENT ? kErrorPathNotFound : kErrorAccessDenied;
+    if (folder_ < 0) {
+        const bool isLink = errno == ELOOP || errno == ENOTDIR;
+        return errno == ENOENT ? kErrorPathNotFound
+               : isLink        ? kErrorAccessDenied
+                               : FromErrno(errno);
+    }
     char inFolder[PATH_MAX];
     std::snprintf(inFolder, sizeof inFolder, "/proc/self/fd/%d/%s", folder_, leaf);
     std::strcpy(text_, inFolder);
