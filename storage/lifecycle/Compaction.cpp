@@ -153,7 +153,7 @@ Status MoveAndWrite(CompactionRun* run) {
     if (status != kOk) return status;
     uint32_t entered = 0;
     status = MoveAll(run);
-    if (status == kOk) status = WriteTransactionPages(context, run->transaction);
+    if (status == kOk) status = WriteTransactionPages(context, run->transaction, 0, 0);
     if (status == kOk) status = EnterMoves(run, &entered);
     if (status == kOk) status = FlushMapPages(context);
     if (status != kOk) {
@@ -172,7 +172,7 @@ Status CutTail(StorageContext* context, uint32_t top) {
     if (!context->logInFile) {
         status = CutFile(context->file, uint64_t{context->basePage} + top, context->pageSize);
         if (status == kOk) context->totalPages = top;
-        context->wroteSinceLock = context->wroteSinceOpen = true;
+        context->wroteSinceLock = true;
     }
     const uint32_t group = context->MapGroup();
     context->knownPages = top;

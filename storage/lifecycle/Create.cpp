@@ -2,6 +2,7 @@
 #include "storage/core/Dates.h"
 #include "storage/core/PageIo.h"
 #include "storage/lifecycle/ContextLife.h"
+#include "storage/lifecycle/Sharing.h"
 #include "storage/namespace/Objects.h"
 
 namespace storage {
@@ -92,7 +93,10 @@ Status FormatSteps(StorageContext* context, bool overwrite, uint32_t pageSize,
     if (context->superblock == nullptr || context->swapBuffer == nullptr) return kNoMemory;
     status = CreateFile(context, overwrite);
     if (status != kOk) return status;
+    status = AttachLock(context);
+    if (status != kOk) return status;
     FillSuperblock(context->Super(), banner);
+    context->seenCounter = context->Super()->transactionCounter;
     status = WritePagesOfNew(context);
     if (status != kOk) return status;
     if (!context->freeCounts.Add(0)) return kNoMemory;

@@ -29,7 +29,10 @@ Status OnContainer(StorageContext* container, Operation operation) {
 // The same on an open container.
 template <class Operation>
 Status OnOpenContainer(StorageContext* container, Operation operation) {
-    return OnContainer(container, [&] { return container->active ? operation() : kNotOpen; });
+    return OnContainer(container, [&] {
+        const Status status = MakeUsable(container);
+        return status == kOk ? operation() : status;
+    });
 }
 
 template <class Operation>
@@ -171,7 +174,7 @@ Status StorageWriteFile(FileHandle* file, const void* buffer, uint32_t count, ui
 
 Status StorageFindFirst(StorageContext* container, StorageSearchStruct* record, const WChar* path,
                         uint32_t attributeMask, int32_t flags) {
-    return OnContainer(container, [&] {
+    return OnOpenContainer(container, [&] {
         if (record == nullptr || path == nullptr) return kInvalid;
         return FindFirst(container, record, path, attributeMask, static_cast<uint32_t>(flags));
     });
@@ -275,11 +278,12 @@ Status StorageGetFileId(FileHandle* file, uint32_t* fileId) {
 
 Status StorageCompact(StorageContext* container, uint8_t* done) {
     return OnOpenContainer(container, [&] {
-        if (container->knownPages == kUnknownPages) {
-            const Status status = ScanPageMap(container, true, 0);
-            if (status != kOk) return status;
-        }
-        return CompactPages(container, done);
+        Status status = container->readOnly ? kReadOnly : EnterWrite(container, true);
+        if (status != kOk) return status;
+        if (container->knownPages == kUnknownPages) status = ScanPageMap(container, true, 0);
+        if (status == kOk) status = CompactPages(container, done);
+        LeaveWrite(container);
+        return status;
     });
 }
 
