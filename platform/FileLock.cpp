@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "platform/Clock.h"
-#include "platform/LockPatience.h"
+#include "platform/LockWaitLimit.h"
 
 namespace platform {
 

@@ -6,7 +6,7 @@
 
 #include "FS_Library_DLL/IFSInterface.h"
 #include "platform/Clock.h"
-#include "platform/LockPatience.h"
+#include "platform/LockWaitLimit.h"
 #include "platform/RealPath.h"
 
 namespace server {
@@ -125,7 +125,7 @@ uint64_t Session::Enter(int64_t key) {
 
 std::optional<std::vector<uint8_t>> Session::Answer(std::span<const uint8_t> bytes) {
     const platform::WithinRoot within(rules_->guard.Root());
-    const platform::LockPatience patience(kLockTurn);
+    const platform::LockWaitLimit limit(kLockTurn);
     return Carry(bytes);
 }
 
@@ -207,8 +207,8 @@ FBR_STATUS Session::OpenStore(const StoreRequest& request) {
     if (error != 0 && error != platform::kErrorPathNotFound) return FSSTATUS_INVALID_PARAMETER;
     auto gate = rules_->GateOf(request.path);
     const std::lock_guard alone(*gate);
-    const FBR_STATUS status = Patiently(
-        [&] { return FBR_InitialiseEx(request.path.c_str(), &store_, request.method); });
+    const FBR_STATUS status =
+        Patiently([&] { return FBR_InitialiseEx(request.path.c_str(), &store_, request.method); });
     if (status != FSSTATUS_SUCCESS) return status;
     gate_ = std::move(gate);
     folder_ = std::move(folder);
@@ -225,7 +225,7 @@ void Session::Abandon() {
 void Session::Close() {
     if (store_ == nullptr) return;
     const platform::WithinRoot within(rules_->guard.Root());
-    const platform::LockPatience patience(kLockTurn);
+    const platform::LockWaitLimit limit(kLockTurn);
     const auto gate = gate_;
     const std::shared_lock together(*gate);
     End();

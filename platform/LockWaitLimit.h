@@ -7,18 +7,18 @@ namespace platform {
 
 // For as long as one lives, a wait of the thread for a store's lock ends after so many
 // milliseconds where it would end later. They nest; the latest counts.
-class LockPatience {
+class LockWaitLimit {
   public:
-    explicit LockPatience(uint32_t milliseconds) noexcept;
-    ~LockPatience();
-    LockPatience(const LockPatience&) = delete;
-    LockPatience& operator=(const LockPatience&) = delete;
+    explicit LockWaitLimit(uint32_t milliseconds) noexcept;
+    ~LockWaitLimit();
+    LockWaitLimit(const LockWaitLimit&) = delete;
+    LockWaitLimit& operator=(const LockWaitLimit&) = delete;
 
   private:
     uintptr_t before_;
 };
 
-// `usual`, or what the thread has patience for when that is less.
+// `usual`, or the limit of the thread when that is less.
 uint32_t LockWaitOf(uint32_t usual) noexcept;
 
 }  // namespace platform
