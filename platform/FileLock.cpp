@@ -65,7 +65,13 @@ FileLock::Slot* FileLock::s_slots = nullptr;
 
 HeldLocks::~HeldLocks() {
     if (count == 0) return;
-    const std::lock_guard guard(Guard());
+    // At the end of the process nobody may be left who would let the guard go.
+    std::unique_lock guard(Guard(), std::try_to_lock);
+    for (int i = 0; i < 100 && !guard.owns_lock(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        guard.try_lock();
+    }
+    if (!guard.owns_lock()) return;
     for (FileLock::Slot* slot = FileLock::s_slots; slot != nullptr; slot = slot->next) {
         if (slot->owner != this) continue;
         // A named mutex is given up by the system itself.

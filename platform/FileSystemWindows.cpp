@@ -45,13 +45,14 @@ Error RemoveFolder(const WChar* path) noexcept {
     return Change(path, [&] { return RemoveDirectoryW(path); });
 }
 
-Error RenameNew(const WChar* from, const WChar* to) noexcept {
+Error RenameNew(const WChar* from, const WChar* to, bool durable) noexcept {
     const HeldFolder target(to);
     if (target.Status() != kErrorSuccess) {
         ::SetLastError(target.Status());
         return target.Status();
     }
-    return Change(from, [&] { return MoveFileExW(from, to, MOVEFILE_WRITE_THROUGH); });
+    const DWORD flags = durable ? MOVEFILE_WRITE_THROUGH : 0;
+    return Change(from, [&] { return MoveFileExW(from, to, flags); });
 }
 
 }  // namespace platform

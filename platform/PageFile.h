@@ -61,9 +61,6 @@ void SetPageFileWrapper(PageFileWrapper wrapper) noexcept;
 // Where the mark stands. No file is as long.
 inline constexpr uint64_t kMarkOffset = 0x4000000000000000;
 
-// Gives the file at `from` the name `to`, on the same volume, unless something has that name
-// (kErrorAlreadyExists). 0 or an error number.
-Error PublishFile(const WChar* from, const WChar* to) noexcept;
 // Deletes a file by path. 0 or an error number.
 Error DeleteFileByPath(const WChar* path) noexcept;
 // 0 when something exists at `path`, else the reason why it cannot be looked at.

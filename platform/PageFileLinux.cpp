@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 
 #include "platform/ErrnoLinux.h"
+#include "platform/FileMarkLinux.h"
 #include "platform/HeapObject.h"
 #include "platform/Hooks.h"
 #include "platform/PathLinux.h"
@@ -37,15 +37,16 @@ class LinuxPageFile final : public PageFile, public HeapObject {
     Error Identity(FileIdentity* identity) override;
     bool IsWritable() const override { return !readOnly_; }
     bool IsAt(const WChar* path) override;
-    Error TakeMark(bool* taken) override;
-    void DropMark() override;
-    bool IsMarkedElsewhere() override;
+    Error TakeMark(bool* taken) override { return mark_.Take(descriptor_, taken); }
+    void DropMark() override { mark_.Drop(descriptor_); }
+    bool IsMarkedElsewhere() override { return FileMark::IsTakenElsewhere(descriptor_); }
 
   private:
     Error WriteRun(uint64_t offset, iovec* parts, int count, uint32_t* done);
 
     int descriptor_;
     bool readOnly_;
+    FileMark mark_;
 };
 
 Error LinuxPageFile::Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_t* done) {
@@ -142,38 +143,6 @@ bool LinuxPageFile::IsAt(const WChar* path) {
            fstat(descriptor_, &own) == 0 && there.st_dev == own.st_dev && there.st_ino == own.st_ino;
 }
 
-// A lock of the open file description: it holds between processes and users, between two openings
-// in one process, and ends with the description.
-struct flock MarkRange(short type) {
-    struct flock range {};
-    range.l_type = type;
-    range.l_whence = SEEK_SET;
-    range.l_start = static_cast<off_t>(kMarkOffset);
-    range.l_len = 1;
-    return range;
-}
-
-Error LinuxPageFile::TakeMark(bool* taken) {
-    *taken = false;
-    struct flock range = MarkRange(F_WRLCK);
-    while (fcntl(descriptor_, F_OFD_SETLK, &range) != 0) {
-        if (errno == EINTR) continue;
-        return Leave(errno == EAGAIN || errno == EACCES ? kErrorSuccess : FromErrno(errno));
-    }
-    *taken = true;
-    return Leave(kErrorSuccess);
-}
-
-void LinuxPageFile::DropMark() {
-    struct flock range = MarkRange(F_UNLCK);
-    fcntl(descriptor_, F_OFD_SETLK, &range);
-}
-
-bool LinuxPageFile::IsMarkedElsewhere() {
-    struct flock range = MarkRange(F_RDLCK);
-    return fcntl(descriptor_, F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
-}
-
 // What a file handle points to between the opening and the making of the page file.
 struct OpenedFile : HeapObject {
     int descriptor;
@@ -242,23 +211,6 @@ Error DeleteFileByPath(const WChar* path) noexcept {
     const NativePath native(path);
     if (native.Status() != kErrorSuccess) return Leave(native.Status());
     return Leave(unlink(native.Text()) == 0 ? kErrorSuccess : native.Explain(errno));
-}
-
-Error PublishFile(const WChar* from, const WChar* to) noexcept {
-    const NativePath source(from);
-    const NativePath target(to);
-    if (source.Status() != kErrorSuccess) return Leave(source.Status());
-    if (target.Status() != kErrorSuccess) return Leave(target.Status());
-    if (renameat2(AT_FDCWD, source.Text(), AT_FDCWD, target.Text(), RENAME_NOREPLACE) == 0)
-        return Leave(kErrorSuccess);
-    // A file system without that: a second name, then the first one goes.
-    if (errno == EINVAL || errno == ENOSYS) {
-        if (link(source.Text(), target.Text()) == 0) {
-            unlink(source.Text());
-            return Leave(kErrorSuccess);
-        }
-    }
-    return Leave(errno == EEXIST ? kErrorAlreadyExists : target.Explain(errno));
 }
 
 Error ProbePath(const WChar* path) noexcept {

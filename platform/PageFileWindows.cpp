@@ -189,11 +189,13 @@ Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
                     cut ? OPEN_ALWAYS : disposition,
                     FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return file;
-    const Error error = folder.Verify(file);
-    if (error == kErrorSuccess && (!cut || SetEndOfFile(file))) return file;
-    CloseHandle(file);
-    Leave(error != kErrorSuccess ? error : kErrorAccessDenied);
-    return INVALID_HANDLE_VALUE;
+    const Error told = ::GetLastError();
+    // A device keeps no pages, though some take and give bytes.
+    Error error = GetFileType(file) != FILE_TYPE_DISK ? kErrorInvalidName : folder.Verify(file);
+    if (error == kErrorSuccess && cut && !SetEndOfFile(file)) error = Failure();
+    if (error != kErrorSuccess) CloseHandle(file);
+    Leave(error != kErrorSuccess ? error : told);
+    return error == kErrorSuccess ? file : INVALID_HANDLE_VALUE;
 }
 
 PageFile* AdoptFileHandle(Handle handle, const WChar* path) noexcept {
@@ -213,14 +215,6 @@ Error DeleteFileByPath(const WChar* path) noexcept {
     const HeldFolder folder(path);
     if (folder.Status() != kErrorSuccess) return Leave(folder.Status());
     return DeleteFileW(path) ? Leave(kErrorSuccess) : Failure();
-}
-
-Error PublishFile(const WChar* from, const WChar* to) noexcept {
-    const HeldFolder source(from);
-    const HeldFolder target(to);
-    if (source.Status() != kErrorSuccess) return Leave(source.Status());
-    if (target.Status() != kErrorSuccess) return Leave(target.Status());
-    return MoveFileExW(from, to, 0) ? Leave(kErrorSuccess) : Failure();
 }
 
 Error ProbePath(const WChar* path) noexcept {

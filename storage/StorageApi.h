@@ -82,11 +82,26 @@ using CheckCallback = void (*)(void* userData, uint32_t code, uint32_t a, uint32
                                uint8_t* cancel);
 inline constexpr uint32_t kCheckOnly = 1;
 inline constexpr uint32_t kCheckDeep = 2;
-// Checks, and without kCheckOnly repairs, a container that nobody has open. `userData` has room
-// for 64 units.
+// A repair gives a pending redo log up instead of replaying it: the way out when it cannot be.
+inline constexpr uint32_t kCheckDiscardLog = 4;
+// The caller holds the container's lock already, and the run takes none.
+inline constexpr uint32_t kCheckLocked = 8;
+// Checks, and without kCheckOnly repairs, a container, under its lock: kSharing when somebody else
+// has it for longer than 5 seconds. A check writes nothing, whatever it finds, and tells all that a
+// repair would mend: 9 for each page that is in use to the map and reached by nothing; 15 for an
+// entry whose object, name or place among its neighbours is wrong; 8 for every other wrong field,
+// with the page it is on (of the map its own page, of the superblock and a log that cannot be
+// replayed page 1, of a part of a page at the end the number of pages). A repair whose pending log
+// cannot be replayed is kCorrupt and changes nothing. `userData` has room for 64 units.
 Status StorageCheckAndRepair(const WChar* path, const void* unused1, uint32_t flags,
                              const void* unused2, const void* unused3, void* userData,
                              CheckCallback callback);
+
+// Compacts the container file at `path` under its lock, which is given back before the end.
+// `progress` (may be null) is asked between steps and ends the run with kCancelled when it answers
+// false: what was moved until then stays moved, and the container is sound. kSharing as above.
+using CompactProgress = bool (*)(void* userData);
+Status StorageCompactFile(const WChar* path, void* userData, CompactProgress progress);
 
 // In this order; 28 pointers.
 struct StorageFunctionTable {
@@ -121,6 +136,8 @@ struct StorageFunctionTable {
 };
 static_assert(sizeof(StorageFunctionTable) == 28 * sizeof(void*));
 
+// The engine's own operations.
+StorageFunctionTable OwnFunctions();
 // The table of the process, the engine's own operations until somebody replaces it.
 extern StorageFunctionTable g_storageFunctions;
 

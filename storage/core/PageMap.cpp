@@ -1,5 +1,7 @@
 #include "storage/core/PageMap.h"
 
+#include <algorithm>
+
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 
@@ -34,9 +36,26 @@ GroupCount CountGroup(StorageContext* context, const uint8_t* slots, uint32_t ma
     return count;
 }
 
+// A container of fixed size takes its pages from those behind the last one in use, so that these do
+// not count as free.
+void EndBehindLastUsed(StorageContext* context, uint32_t lastUsed) {
+    const uint32_t group = context->MapGroup();
+    const uint32_t known = lastUsed + 1;
+    context->knownPages = known;
+    for (uint32_t g = known / group; g < context->freeCounts.Count(); ++g) {
+        const uint32_t first = g * group + 1, end = std::min((g + 1) * group, context->totalPages);
+        const uint32_t behind = end - std::min(end, std::max(first, known));
+        context->freeCounts[g] -= behind;
+        context->freeCount -= behind;
+    }
+    if (context->lastFree >= known) context->lastFree = lastUsed;
+}
+
 }  // namespace
 
 Status ScanPageMap(StorageContext* context, bool all, uint32_t limit) {
+    // Where such a container ends is known when all of its map is.
+    all = all || context->logInFile;
     uint64_t map = uint64_t{context->mapPagesKnown} << (context->pageShift - 1);
     uint32_t lastUsed = static_cast<uint32_t>(map) - 1;
     while (map < context->totalPages) {
@@ -49,7 +68,7 @@ Status ScanPageMap(StorageContext* context, bool all, uint32_t limit) {
         const bool mapped = LoadU16(page->buffer, 0) != 0;
         if (!mapped && context->logInFile) {
             ReleasePage(context, page);
-            context->knownPages = lastUsed + 1;
+            EndBehindLastUsed(context, lastUsed);
             return kOk;
         }
         if (!context->freeCounts.Add(0)) {
@@ -70,7 +89,10 @@ Status ScanPageMap(StorageContext* context, bool all, uint32_t limit) {
         if (map >= context->totalPages) break;
         if (enough) return kOk;
     }
-    context->knownPages = context->logInFile ? lastUsed + 1 : context->totalPages;
+    if (context->logInFile)
+        EndBehindLastUsed(context, lastUsed);
+    else
+        context->knownPages = context->totalPages;
     return kOk;
 }
 
@@ -228,7 +250,7 @@ Status WriteGrowth(StorageContext* context, const Growth& growth, uint16_t kind)
 
 // Enters one page behind the known ones into the map.
 Status AppendToMap(StorageContext* context, uint32_t page, uint16_t kind) {
-    if (context->IsMapPage(page)) {
+    if (context->IsMapPage(page) && page / context->MapGroup() == context->mapPagesKnown) {
         if (!context->freeCounts.Add(0)) return kNoMemory;
         ++context->mapPagesKnown;
     }

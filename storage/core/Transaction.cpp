@@ -193,6 +193,8 @@ Status EndChange(StorageContext* context) {
     if (!context->changing) return kOk;
     Superblock* super = context->Super();
     super->changing = 0;
+    // Who read the file in the middle of the change must not take what he has for its end.
+    ++super->transactionCounter;
     const Status status = WriteSuperblock(context);
     if (status == kOk) {
         context->changing = false;
@@ -206,10 +208,10 @@ Status EndChange(StorageContext* context) {
 Status BeginTransaction(StorageContext* context, StorageTransaction** out, TransactionMode mode) {
     *out = nullptr;
     if (!context->active) return kNotOpen;
-    if (mode == TransactionMode::Write && context->batch != nullptr) {
-        ++context->batch->nested;
-        context->batch->changesBefore = context->changes;
+    if (mode != TransactionMode::HeldByFile && context->batch != nullptr) {
         *out = context->batch;
+        if (mode == TransactionMode::Write && context->batch->nested++ == 0)
+            context->batch->changesBefore = context->changes;
         return kOk;
     }
     const bool writes = mode != TransactionMode::Read && !context->readOnly;
@@ -296,6 +298,7 @@ Status EndBatch(StorageContext* context, bool keep) {
 }
 
 void EndReadTransaction(StorageContext* context, StorageTransaction* transaction) {
+    if (transaction == context->batch) return;
     LetPagesGo(context, transaction);
     EndRecord(context, transaction);
 }

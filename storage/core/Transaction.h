@@ -26,7 +26,7 @@ struct StorageTransaction {
     Status failure = 0;       // a change that could not be finished: commit rolls back instead
     bool writes = false;      // has its part in the file's lock
     uint32_t nested = 0;      // operations at work in a batch
-    uint32_t changesBefore = 0;  // context->changes when the last of them began
+    uint32_t changesBefore = 0;  // context->changes when the first of them began
     StorageTransaction* prev = nullptr;
     StorageTransaction* next = nullptr;
 };

@@ -16,7 +16,7 @@ uint32_t UnitsUsed(const uint8_t* units, uint32_t count) {
 }
 
 // What the name's length can be, given the pages that it has.
-Status RightNameLength(CheckRun* run, const DirectoryEntry& entry, uint32_t* length) {
+Status PossibleLength(CheckRun* run, const DirectoryEntry& entry, uint32_t* length) {
     *length = entry.nameLength;
     if (entry.namePage == 0) {
         if (*length == 0 || *length > kEntryNameUnits)
@@ -44,44 +44,74 @@ uint16_t StreamTypeOf(const DirectoryEntry& entry) {
     return (entry.attributes & kAttrLink) != 0 ? kLinkRecord : kDataRecord;
 }
 
-Status CheckEntry(CheckRun* run, uint32_t page, DirectoryEntry* entry, uint32_t fileId,
-                  ItemList<CheckItem>* work) {
-    if (!EntryIsGood(run, page, *entry)) {
-        TellBadEntry(run, page, *entry);
+// The key store makes keys and values, and nothing that is both, hidden or a link.
+uint32_t RightAttributes(const CheckRun* run, const DirectoryEntry& entry) {
+    if (!run->isStore) return entry.attributes;
+    const bool isKey = (entry.attributes & kAttrDirectory) != 0;
+    return (entry.attributes & kAttrInherited) | (isKey ? kAttrDirectory : kAttrFile);
+}
+
+// One used entry. `entry` is free afterwards when nothing can be made of it.
+struct EntryCheck {
+    CheckRun* run;
+    const EntryPlace& place;
+    ItemList<CheckItem>* work;
+    CheckNames* names;
+
+    Status Check(DirectoryEntry* entry, uint32_t offset);
+    Status CheckName(DirectoryEntry* entry, uint32_t offset);
+};
+
+Status EntryCheck::CheckName(DirectoryEntry* entry, uint32_t offset) {
+    uint32_t length = 0, right = 0;
+    storage::CheckName name{0, place.page, offset, entry->fileId, false, false};
+    Status status = PossibleLength(run, *entry, &length);
+    if (status == kOk) status = JudgeName(run, *entry, length, &name, &right);
+    if (status == kOk && right != length) status = JudgeName(run, *entry, right, &name, &length);
+    if (status != kOk) return status;
+    const uint32_t attributes = RightAttributes(run, *entry);
+    name.changed = right != entry->nameLength;
+    if (name.changed || attributes != entry->attributes) TellBadEntry(run, place.page, *entry);
+    entry->nameLength = right;
+    entry->attributes = attributes;
+    return names->Add(name) ? kOk : kNoMemory;
+}
+
+Status EntryCheck::Check(DirectoryEntry* entry, uint32_t offset) {
+    if (!EntryIsGood(run, place.page, *entry)) {
+        TellBadEntry(run, place.page, *entry);
         entry->fileId = entry->headerPage = 0;
         entry->nameLength = entry->namePage = 0;
         return kOk;
     }
     Claim(run, entry->headerPage, 0);
-    if (run->digests[entry->headerPage].parentId != fileId) {
-        run->digests[entry->headerPage].parentId = fileId;
+    if (run->digests[entry->headerPage].parentId != place.fileId) {
+        run->digests[entry->headerPage].parentId = place.fileId;
         NoteChange(run, entry->headerPage);
         TellBadLink(run, entry->headerPage);
     }
-    uint32_t length = 0;
     if (entry->namePage != 0) Claim(run, entry->namePage, 0);
-    const Status status = RightNameLength(run, *entry, &length);
+    const Status status = CheckName(entry, offset);
     if (status != kOk) return status;
-    if (length != entry->nameLength) {
-        TellBadEntry(run, page, *entry);
-        entry->nameLength = length;
-    }
-    return work->Add(CheckItem{entry->headerPage, StreamTypeOf(*entry)}) ? kOk : kNoMemory;
+    const bool isValue = run->isStore && (entry->attributes & kAttrDirectory) == 0;
+    const CheckItem item{entry->headerPage, StreamTypeOf(*entry), isValue};
+    return work->Add(item) ? kOk : kNoMemory;
 }
 
 }  // namespace
 
-Status CheckEntries(CheckRun* run, uint32_t page, uint8_t* bytes, uint32_t count, uint32_t fileId,
-                    ItemList<CheckItem>* work, bool* changed) {
-    for (uint32_t i = 0; i < count; ++i) {
-        uint8_t* place = bytes + i * kEntrySize;
-        const DirectoryEntry before = Load<DirectoryEntry>(place, 0);
+Status CheckEntries(CheckRun* run, const EntryPlace& place, ItemList<CheckItem>* work,
+                    CheckNames* names, bool* changed) {
+    EntryCheck check{run, place, work, names};
+    for (uint32_t i = 0; i < place.count; ++i) {
+        const uint32_t offset = place.offset + i * kEntrySize;
+        const DirectoryEntry before = Load<DirectoryEntry>(place.buffer, offset);
         if (before.fileId == 0) continue;
         DirectoryEntry entry = before;
-        const Status status = CheckEntry(run, page, &entry, fileId, work);
+        const Status status = check.Check(&entry, offset);
         if (status != kOk) return status;
         if (std::memcmp(&entry, &before, sizeof entry) == 0) continue;
-        Store(place, 0, entry);
+        Store(place.buffer, offset, entry);
         *changed = true;
     }
     return kOk;

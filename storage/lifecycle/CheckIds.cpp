@@ -102,7 +102,6 @@ Status IdChange::ChangeEntry() {
     if (place == nullptr) return kCorrupt;
     DirectoryEntry entry = Load<DirectoryEntry>(place, 0);
     TellBadEntry(run, page, entry);
-    if (!run->repair) return kOk;
     TakeChain(entry.namePage);
     entry.fileId = id;
     Store(place, 0, entry);
@@ -112,8 +111,6 @@ Status IdChange::ChangeEntry() {
 Status ChangeId(CheckRun* run, uint32_t headerPage, uint32_t id) {
     IdChange change{run, headerPage, id};
     Status status = change.ChangeEntry();
-    // Without repair the pages are as they were, and not to be walked.
-    if (!run->repair) return status;
     for (uint32_t page = headerPage; page != 0 && status == kOk; page = run->digests[page].nextPage)
         status = change.TakeHeaderPage(page);
     if (status == kOk) change.TakeChain(headerPage);

@@ -2,6 +2,7 @@
 // to is of the right kind and owner, says that it is referred to from there, and was not reached
 // before; so that each page in use is claimed once, and loops are never entered.
 #include "storage/core/Dates.h"
+#include "storage/lifecycle/CheckRecords.h"
 #include "storage/lifecycle/CheckRun.h"
 
 namespace storage {
@@ -16,22 +17,6 @@ void SetField(CheckRun* run, uint32_t page, uint32_t* field, uint32_t value) {
     *field = value;
     NoteChange(run, page);
     TellBadLink(run, page);
-}
-
-bool IsLegalKind(uint16_t kind) {
-    switch (kind) {
-        case kNamePage:
-        case kHeaderPage:
-        case kEntryPage:
-        case kDataPage:
-        case kRecordPage:
-        case kLinkPage:
-        case kRootDataPage:
-        case kPageListPage:
-            return true;
-        default:
-            return false;
-    }
 }
 
 // One object while its HeaderPages are walked.
@@ -54,6 +39,7 @@ struct ObjectWalk {
     Status DropIndexRecord();
 
     NumberList entryChains = {};
+    CheckNames names = {};
 };
 
 uint8_t* Buffer(const ObjectWalk* walk) {
@@ -69,17 +55,6 @@ void PutFileInfo(uint8_t* at) {
     const double now = CurrentDate();
     for (const uint32_t offset : {record::kCreated, record::kModified, record::kAccessed})
         Store(at, offset, now);
-}
-
-// The end of the records that can be walked.
-uint32_t WalkableEnd(const uint8_t* page, uint32_t end) {
-    uint32_t at = kRecordsStart;
-    while (at + kRecordHeaderSize <= end) {
-        const uint32_t size = LoadU16(page, at + record::kSize);
-        if (size < kRecordHeaderSize || at + size > end) break;
-        at += size;
-    }
-    return at;
 }
 
 void RemoveBytes(uint8_t* page, uint32_t at, uint32_t count) {
@@ -110,6 +85,10 @@ void ObjectWalk::MendArea(uint32_t page, bool* changed) {
         std::memset(Buffer(this) + kRecordsStart, 0, pageSize - kRecordsStart);
         header->endOffset = kRecordsStart;
     } else {
+        if (MendRecordSizes(Buffer(this))) {
+            *changed = true;
+            TellBadLink(run, page);
+        }
         const uint32_t end = WalkableEnd(Buffer(this), header->endOffset);
         if (end == header->endOffset) return;
         header->endOffset = static_cast<uint16_t>(end);
@@ -151,9 +130,9 @@ bool ObjectWalk::LinkIsGood(uint32_t page, const uint8_t* record) {
         stream.indexOwner = page;
         return true;
     }
-    if (!IsLegalKind(kind) || kind == kHeaderPage || !TryClaim(run, link, page, kind, fileId))
+    if (!IsObjectPage(kind) || kind == kHeaderPage || !TryClaim(run, link, page, kind, fileId))
         return false;
-    if (type == streamType && stream.first == 0) {
+    if (type == streamType && stream.first == 0 && stream.inlinePage == 0) {
         // Its index decides about listPage.
         Claim(run, link, run->digests[link].listPage);
         stream.first = link;
@@ -177,6 +156,11 @@ bool ObjectWalk::RecordIsGood(uint32_t page, uint8_t* record, bool* changed) {
             stream.method = LoadU32(record, record::kPayload);
             stream.pagesPerBlock = LoadU16(record, kSettingsPagesPerBlock);
         }
+    }
+    if (link == 0 && type == streamType && stream.inlinePage == 0 && stream.first == 0) {
+        stream.inlinePage = page;
+        stream.inlineSize = LoadU16(record, record::kSize) - kRecordHeaderSize;
+        stream.inlineInfo = LoadU32(record, record::kInfo);
     }
     if (link == 0) return type != kPageListRecord;
     if (type != kFileInfoRecord && type != kBlockSettingsRecord && type != kFindSettingsRecord)
@@ -207,8 +191,9 @@ Status ObjectWalk::WalkPage(uint32_t page) {
             LoadU32(record, record::kLink) == 0) {
             // Counted by the record's size, as all who read them do; its info says the same or
             // nothing.
-            status = CheckEntries(run, page, record + record::kPayload,
-                                  (size - kRecordHeaderSize) / kEntrySize, fileId, work, &changed);
+            const EntryPlace place{page, Buffer(this), at + record::kPayload,
+                                   (size - kRecordHeaderSize) / kEntrySize, fileId};
+            status = CheckEntries(run, place, work, &names, &changed);
         }
         at += size;
     }
@@ -224,8 +209,8 @@ Status ObjectWalk::WalkEntryPages() {
             Status status = LoadChecked(run, page, Buffer(this));
             bool changed = false;
             if (status == kOk)
-                status = CheckEntries(run, page, Buffer(this) + kPageHeaderSize, count, fileId,
-                                      work, &changed);
+                status = CheckEntries(run, {page, Buffer(this), kPageHeaderSize, count, fileId},
+                                      work, &names, &changed);
             if (status == kOk && changed) status = StoreChecked(run, page, Buffer(this));
             if (status != kOk) return status;
         }
@@ -259,28 +244,64 @@ Status WalkObject(CheckRun* run, const CheckItem& item, ItemList<CheckItem>* wor
          page = run->digests[page].nextPage)
         status = walk.WalkPage(page);
     if (status == kOk) status = walk.WalkEntryPages();
+    if (status == kOk) status = CheckDirectoryNames(run, &walk.names);
     bool indexIsGood = true;
-    if (status == kOk) status = CheckStreamPages(run, walk.stream, &indexIsGood);
+    if (status == kOk) status = CheckStreamPages(run, &walk.stream, &indexIsGood);
+    if (status == kOk) status = CheckStreamSize(run, item.headerPage, walk.stream, item.isValue);
     return status == kOk && !indexIsGood ? walk.DropIndexRecord() : status;
 }
 
+bool RootIsGood(const CheckRun* run, const DirectoryEntry& root) {
+    return CanClaim(run, root.headerPage, kSuperblockNumber, kHeaderPage, root.fileId);
+}
+
+// The root is page 2 and has id 1, whatever page 1 and page 2 say: where one of them is damaged,
+// the other and the records tell that it is there. A page that is of no use to tell is left alone.
+Status MendRoot(CheckRun* run, DirectoryEntry* root) {
+    PageDigest& digest = run->digests[kRootHeaderNumber];
+    const Status status = LoadChecked(run, kRootHeaderNumber, run->header);
+    if (status != kOk) return status;
+    const uint8_t* first = run->header + kRecordsStart;
+    const bool ownNumbers = digest.pageNumber == kRootHeaderNumber || digest.fileId == kRootFileId;
+    const bool hasRecords = LoadU16(first, record::kType) == kFileInfoRecord &&
+                            LoadU16(first, record::kSize) == kFileInfoSize;
+    const bool isHeader = digest.kind == kHeaderPage;
+    if (!ownNumbers || !(hasRecords || isHeader)) return kNotContainer;
+    root->headerPage = kRootHeaderNumber;
+    root->fileId = kRootFileId;
+    const PageDigest before = digest;
+    digest.kind = kHeaderPage;
+    digest.pageNumber = kRootHeaderNumber;
+    digest.prevPage = kSuperblockNumber;
+    digest.fileId = kRootFileId;
+    if (std::memcmp(&before, &digest, sizeof digest) != 0) {
+        NoteChange(run, kRootHeaderNumber);
+        TellBadLink(run, kRootHeaderNumber);
+    }
+    return kOk;
+}
+
 Status CheckRoot(CheckRun* run, ItemList<CheckItem>* work) {
-    Superblock* super = run->context->Super();
-    DirectoryEntry* root = &super->rootEntry;
+    DirectoryEntry* root = &run->context->Super()->rootEntry;
     const DirectoryEntry before = *root;
     run->marks[kSuperblockNumber] |= kMarkInUse;
     run->maxId = kRootFileId;
     if (root->fileId == 0) root->fileId = kRootFileId;
     root->nameLength = root->namePage = 0;
-    const bool good = TryClaim(run, root->headerPage, kSuperblockNumber, kHeaderPage, root->fileId);
-    if (!good || std::memcmp(&before, root, sizeof before) != 0) {
+    std::memset(root->name, 0, sizeof root->name);
+    Status status = kOk;
+    if (!RootIsGood(run, *root)) status = MendRoot(run, root);
+    if (status != kOk || std::memcmp(&before, root, sizeof before) != 0) {
         TellBadEntry(run, kSuperblockNumber, before);
-        if (run->repair) NoteChange(run, kSuperblockNumber);
+        NoteChange(run, kSuperblockNumber);
     }
-    if (!good) return kNotContainer;
-    SetField(run, root->headerPage, &run->digests[root->headerPage].prevPage, kSuperblockNumber);
+    if (status != kOk) return status;
+    PageDigest& digest = run->digests[root->headerPage];
+    SetField(run, root->headerPage, &digest.prevPage, kSuperblockNumber);
+    SetField(run, root->headerPage, &digest.level, 0);
+    SetField(run, root->headerPage, &digest.parentId, 0);
     Claim(run, root->headerPage, 0);
-    return work->Add(CheckItem{root->headerPage, kRootDataRecord}) ? kOk : kNoMemory;
+    return work->Add(CheckItem{root->headerPage, kRootDataRecord, false}) ? kOk : kNoMemory;
 }
 
 }  // namespace
@@ -331,6 +352,7 @@ void ClaimChain(CheckRun* run, uint32_t first, uint32_t* count, uint32_t* last) 
 Status CheckObjects(CheckRun* run) {
     ItemList<CheckItem> work;
     Status status = CheckRoot(run, &work);
+    if (status == kOk) status = LookForStore(run);
     while (status == kOk && !work.Empty()) {
         if (run->cancelled) return kCancelled;
         const CheckItem item = work.Last();

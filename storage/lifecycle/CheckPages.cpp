@@ -67,9 +67,8 @@ Status LoadChecked(CheckRun* run, uint32_t page, uint8_t* buffer) {
 
 Status StoreChecked(CheckRun* run, uint32_t page, const uint8_t* buffer) {
     std::memcpy(&run->digests[page], buffer, sizeof(PageDigest));
-    if (!run->repair) return kOk;
     run->marks[page] &= static_cast<uint8_t>(~kMarkChanged);
-    run->clean = 0;
+    if (run->repair) run->clean = 0;
     ForgetRead(run, page);
     return WritePage(run->context, buffer, page);
 }

@@ -1,13 +1,17 @@
-// Check and repair: reading the container, freeing what nothing refers to, and the page map.
-#include <algorithm>
+// Check and repair: one run, from the opening of the file to its end. A check does all that a repair
+// does but for the last step: both work on the file with their changes laid over it in memory, so
+// that a check tells what a repair would mend, and a run that ends early has changed nothing.
+#include <new>
 
 #include "storage/StorageApi.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/Recovery.h"
+#include "storage/lifecycle/CheckOverlay.h"
 #include "storage/lifecycle/CheckRun.h"
 #include "storage/lifecycle/ContextLife.h"
 #include "storage/lifecycle/Locate.h"
+#include "storage/lifecycle/RunLock.h"
 
 namespace storage {
 
@@ -23,10 +27,25 @@ CheckRun::~CheckRun() {
 
 namespace {
 
+// A check reads and nothing else, and needs no more of the file than that.
 Status OpenForCheck(CheckRun* run, const WChar* path) {
-    const Status status = OpenContainerFile(run->context, path);
-    run->writable = status == kOk && !run->context->readOnly;
-    return status == kOk && run->repair && !run->writable ? kReadOnly : status;
+    StorageContext* context = run->context;
+    Status status = kOk;
+    if (run->repair) {
+        status = OpenContainerFile(context, path);
+        if (status == kOk && context->readOnly) status = kReadOnly;
+    } else {
+        platform::SetLastError(platform::kErrorSuccess);
+        context->file = OpenPageFile(path, ResourceType::FileReadOnly,
+                                     platform::Disposition::OpenExisting);
+        if (context->file == nullptr) status = OpenFailure();
+    }
+    if (status == kOk && !run->callerHoldsLock) status = run->lock.Take(path);
+    if (status != kOk) return status;
+    run->overlay = new (std::nothrow) CheckOverlay(context->file);
+    if (run->overlay == nullptr) return kNoMemory;
+    context->file = run->overlay;
+    return kOk;
 }
 
 Status Measure(CheckRun* run) {
@@ -53,6 +72,8 @@ Status Measure(CheckRun* run) {
     if (pages >= kUnknownPages || pages < base + 3) return kNotContainer;
     context->basePage = static_cast<uint32_t>(base);
     run->pages = context->totalPages = static_cast<uint32_t>(pages - base);
+    run->trailing = (size & (context->pageSize - 1)) != 0;
+    run->overlay->SetPageSize(context->pageSize);
     return kOk;
 }
 
@@ -73,27 +94,55 @@ Status AllocateRun(CheckRun* run) {
     return all ? kOk : kNoMemory;
 }
 
-// A pending log is replayed before a repair. One that cannot be leaves the container as it is.
-Status ReplayLog(CheckRun* run) {
+Status LoadSuperblock(CheckRun* run) {
     StorageContext* context = run->context;
-    context->swapBuffer = Allocate(1, context->pageSize);
-    context->superblock = Allocate(1, context->pageSize);
-    if (context->swapBuffer == nullptr || context->superblock == nullptr) return kNoMemory;
-    Status status = ReadPage(context, context->superblock, kSuperblockNumber);
-    if (status != kOk) return status;
-    const Superblock* super = context->Super();
-    context->logInFile = super->inFileLog != 0;
-    if (!run->repair || super->kind != kSuperblockPage || super->logPending == 0) return kOk;
+    const Status status = ReadPage(context, context->superblock, kSuperblockNumber);
+    context->logInFile = context->Super()->inFileLog != 0;
+    return status;
+}
+
+Status Replay(CheckRun* run, LogUse use) {
+    StorageContext* context = run->context;
     context->active = true;
     context->knownPages = kUnknownPages;
+    const Superblock* super = context->Super();
     const bool chained = (super->flags & kFlagChainedLog) != 0 && super->logChainHead != 0;
-    status = chained ? RecoverChained(context) : RecoverSequential(context);
+    Status status = chained ? RecoverChained(context) : RecoverSequential(context, use);
     if (status == kOk) {
         context->Super()->logPending = 0;
         status = WriteSuperblock(context);
     }
     context->active = false;
+    DestroyTransactions(context);
     DestroyCache(context);
+    context->mapPagesKnown = context->freeCount = context->lastFree = 0;
+    context->firstFree = kUnknownPages;
+    return status;
+}
+
+// A pending log is replayed in memory first. What it makes of the container is what is checked;
+// a repair then replays it in the file. A log that cannot be replayed is a finding of a check, and
+// keeps a repair from changing anything.
+Status ReplayLog(CheckRun* run) {
+    StorageContext* context = run->context;
+    context->swapBuffer = Allocate(1, context->pageSize);
+    context->superblock = Allocate(1, context->pageSize);
+    if (context->swapBuffer == nullptr || context->superblock == nullptr) return kNoMemory;
+    Status status = LoadSuperblock(run);
+    const Superblock* super = context->Super();
+    if (status != kOk || super->kind != kSuperblockPage || super->logPending == 0) return status;
+    run->hadLog = true;
+    if (run->discardLog) return kOk;
+    status = Replay(run, LogUse::Look);
+    if (status == kOk ? run->repair : status == kCorrupt && !run->repair) {
+        run->overlay->Drop();
+        status = LoadSuperblock(run);
+        if (status == kOk && run->repair) {
+            context->file = run->overlay->File();
+            status = Replay(run, LogUse::Replay);
+            context->file = run->overlay;
+        }
+    }
     return status == kOk ? Measure(run) : status;
 }
 
@@ -121,109 +170,31 @@ bool SuperblockIsRight(const CheckRun* run, const Superblock* super) {
            super->reserved8 == 0 && super->logPending == 0 && super->lastFileId >= run->maxId &&
            super->layoutA == 1 && super->layoutB == 76 && super->layoutC == kEntrySize &&
            super->layoutD == 0 && super->rootEntry.attributes == kAttrDirectory &&
-           (super->maxPages == 0 || super->maxPages >= run->pages);
+           (super->maxPages == 0 || super->maxPages >= run->pages) &&
+           (super->flags & kFlagCorrupted) == 0;
 }
 
 void MendSuperblock(const CheckRun* run, Superblock* super) {
     super->kind = kSuperblockPage;
     super->pageNumber = kSuperblockNumber;
     super->reserved8 = 0;
+    if (super->logPending != 0) super->logChainHead = 0;
     super->logPending = 0;
-    super->lastFileId = run->maxId;
+    if (super->lastFileId < run->maxId) super->lastFileId = run->maxId;
     super->layoutA = 1;
     super->layoutB = 76;
     super->layoutC = kEntrySize;
     super->layoutD = 0;
     super->rootEntry.attributes = kAttrDirectory;
-    super->transactionCounter = 1;
+    super->flags &= ~kFlagCorrupted;
     if (super->maxPages < run->pages) super->maxPages = 0;
 }
 
-bool IsLost(const CheckRun* run, uint32_t page) {
-    return (run->marks[page] & kMarkInUse) == 0 && !SlotIsFree(run->slots[page]) &&
-           run->digests[page].kind != 0;
-}
-
-// Third pass: pages in use to the map that nothing refers to are freed, and what the walk changed
-// only in memory is written.
-Status FreeLostPages(CheckRun* run) {
-    StorageContext* context = run->context;
-    for (uint32_t page = 1; page < run->pages && !run->cancelled; ++page) {
-        if (context->IsMapPage(page)) continue;
-        if (IsLost(run, page)) {
-            run->digests[page].kind = kFreePage;
-            run->digests[page].pageNumber = page;
-            NoteChange(run, page);
-            Tell(run, kFoundLostPage, page, 0);
-        } else if ((run->marks[page] & kMarkInUse) == 0) {
-            run->marks[page] &= static_cast<uint8_t>(~kMarkChanged);
-        }
-        if (page != kSuperblockNumber && (run->marks[page] & kMarkChanged) != 0) {
-            Status status = LoadChecked(run, page, run->other);
-            if (status == kOk) status = StoreChecked(run, page, run->other);
-            if (status != kOk) return status;
-        }
-        Tell(run, kCheckWrite, page, run->pages);
-    }
-    return kOk;
-}
-
-// The slot that a page is to have. A check gives no page free that has anything in it: what it
-// found is not mended, and the references to such a page may still stand.
-uint16_t RightSlot(const CheckRun* run, uint32_t page) {
-    if (page == kSuperblockNumber) return kSuperblockPage;
-    if ((run->marks[page] & kMarkInUse) != 0) return run->digests[page].kind;
-    const bool keep = SlotIsFree(run->slots[page]) || run->digests[page].kind != 0;
-    return keep ? run->slots[page] : uint16_t{kFreePage};
-}
-
-// True when the map page in run->other says that all of its group is free.
-bool GroupIsFree(const CheckRun* run) {
-    const uint32_t size = run->context->pageSize;
-    return std::all_of(run->other + 2, run->other + size, [](uint8_t byte) { return byte == 0; });
-}
-
-// Fourth pass, in a check as well: each map page as the pages demand it, written where it differs.
-Status WriteMap(CheckRun* run) {
-    StorageContext* context = run->context;
-    for (uint32_t first = 0; first < run->pages && !run->cancelled; first += context->MapGroup()) {
-        Status status = ReadPage(context, run->map, first);
-        if (status != kOk) return status;
-        std::memset(run->other, 0, context->pageSize);
-        Store(run->other, 0, static_cast<uint16_t>(context->pageShift));
-        for (uint32_t k = 1; k < context->MapGroup() && first + k < run->pages; ++k)
-            Store(run->other, 2 * k, RightSlot(run, first + k));
-        // The end of a container with its log inside has no map pages yet.
-        const bool none =
-            context->logInFile && first != 0 && LoadU16(run->map, 0) == 0 && GroupIsFree(run);
-        if (run->writable && !none && std::memcmp(run->map, run->other, context->pageSize) != 0)
-            status = WritePage(context, run->other, first);
-        if (status != kOk) return status;
-        run->clean = 0;
-        Tell(run, kCheckWrite, first, run->pages);
-    }
-    return kOk;
-}
-
-Status FinishSuperblock(CheckRun* run) {
-    Superblock* super = run->context->Super();
-    std::memcpy(run->other, super, run->context->pageSize);
-    if (run->repair && !SuperblockIsRight(run, super)) MendSuperblock(run, super);
-    // A check that found something does not call the container sound.
-    if (run->repair || run->findings == 0) super->flags &= ~kFlagCorrupted;
-    const bool changed = std::memcmp(run->other, super, run->context->pageSize) != 0 ||
-                         (run->marks[kSuperblockNumber] & kMarkChanged) != 0;
-    return changed ? WriteSuperblock(run->context) : kOk;
-}
-
-Status CutTail(CheckRun* run) {
-    StorageContext* context = run->context;
-    uint64_t size = 0;
-    const platform::Error error = context->file->Size(&size);
-    if (error != 0) return static_cast<Status>(error);
-    const uint64_t pages = uint64_t{run->pages} + context->basePage;
-    return size == pages << context->pageShift ? kOk
-                                               : CutFile(context->file, pages, context->pageSize);
+void CheckSuperblock(CheckRun* run) {
+    if (SuperblockIsRight(run, run->context->Super())) return;
+    TellBadLink(run, kSuperblockNumber);
+    NoteChange(run, kSuperblockNumber);
+    MendSuperblock(run, run->context->Super());
 }
 
 Status RunPasses(CheckRun* run) {
@@ -232,15 +203,13 @@ Status RunPasses(CheckRun* run) {
     };
     Status status = ended(ReadPages(run));
     if (status == kOk) status = ended(CheckObjects(run));
-    for (uint32_t page = 0; status == kOk && page < run->pages; ++page) {
-        Tell(run, kCheckReferences, page, run->pages);
-        status = ended(kOk);
-    }
-    if (status == kOk && run->repair) status = ended(FreeLostPages(run));
-    if (status == kOk) status = ended(WriteMap(run));
-    if (status != kOk || !run->writable) return status;
-    status = CutTail(run);
-    return status == kOk ? FinishSuperblock(run) : status;
+    if (status == kOk) status = ended(FindLostPages(run));
+    if (status == kOk) status = ended(CheckMap(run));
+    if (status != kOk) return status;
+    CheckSuperblock(run);
+    if (run->trailing) TellBadLink(run, run->pages);
+    if (run->cancelled) return kCancelled;
+    return run->repair ? WriteRepair(run) : kOk;
 }
 
 Status CheckFile(CheckRun* run, const WChar* path) {
@@ -252,7 +221,11 @@ Status CheckFile(CheckRun* run, const WChar* path) {
     if (status == kOk) status = Measure(run);
     if (status == kOk) status = ReplayLog(run);
     if (status == kOk) status = AllocateRun(run);
-    return status == kOk ? RunPasses(run) : status;
+    if (status == kOk) status = RunPasses(run);
+    // What the log held is in no file any more once nothing asks for it.
+    if (status == kOk && run->repair && run->discardLog && run->hadLog && !context->logInFile)
+        platform::DeleteFileByPath(context->logPath);
+    return status;
 }
 
 }  // namespace
@@ -291,6 +264,8 @@ Status StorageCheckAndRepair(const WChar* path, const void*, uint32_t flags, con
     if (run.context == nullptr) return kNoMemory;
     run.repair = (flags & kCheckOnly) == 0;
     run.deep = (flags & kCheckDeep) != 0;
+    run.discardLog = run.repair && (flags & kCheckDiscardLog) != 0;
+    run.callerHoldsLock = (flags & kCheckLocked) != 0;
     run.callback = callback;
     run.userData = userData;
     const Status status = CheckFile(&run, path);

@@ -6,6 +6,7 @@
 #include "storage/core/Context.h"
 #include "storage/core/ItemList.h"
 #include "storage/core/PageIo.h"
+#include "storage/lifecycle/RunLock.h"
 
 namespace storage {
 
@@ -32,11 +33,18 @@ struct PageWindow {
 };
 inline constexpr uint32_t kPageWindows = 2;
 
+class CheckOverlay;
+
 struct CheckRun {
     StorageContext* context = nullptr;
+    RunLock lock;
     bool repair = false;
     bool deep = false;
-    bool writable = false;
+    bool discardLog = false;
+    bool callerHoldsLock = false;
+    bool hadLog = false;
+    bool trailing = false;  // a part of a page at the end of the file
+    CheckOverlay* overlay = nullptr;  // the context's file
     CheckCallback callback = nullptr;
     void* userData = nullptr;
 
@@ -54,6 +62,7 @@ struct CheckRun {
     uint8_t* other = nullptr;
     PageWindow windows[kPageWindows];  // the one used last in front
     NumberList objects;                // first HeaderPages of all that the walk came to
+    bool isStore = false;              // a container of the key store, whose names are in its form
 
     CheckRun() = default;
     CheckRun(const CheckRun&) = delete;
@@ -68,13 +77,31 @@ struct CheckRun {
 enum PageMark : uint8_t {
     kMarkInUse = 1,    // reached from the root
     kMarkChanged = 2,  // the digest differs from the page
+    kMarkLost = 4,     // in use to the map only
 };
+
+inline bool IsObjectPage(uint16_t kind) {
+    return (kind >= kNamePage && kind <= kLinkPage && kind != 35) || kind == kRootDataPage ||
+           kind == kPageListPage;
+}
 
 // An object to be walked.
 struct CheckItem {
     uint32_t headerPage;
     uint16_t streamType;
+    bool isValue;  // of the key store: a file with the value's type and size in front
 };
+
+// A used entry of the directory that is walked.
+struct CheckName {
+    uint64_t hash;  // of the whole name, by which two of them are the same
+    uint32_t page;
+    uint32_t offset;
+    uint32_t fileId;
+    bool bad;      // no path leads to it
+    bool changed;  // the run gave it another length
+};
+using CheckNames = ItemList<CheckName>;
 
 // Tells the callback; a cancel it answers with is noted.
 void Tell(CheckRun* run, uint32_t code, uint32_t a, uint32_t b);
@@ -87,7 +114,7 @@ Status ReadForCheck(CheckRun* run, uint32_t page, uint8_t* buffer);
 void ForgetRead(CheckRun* run, uint32_t page);
 // A page with its digest in place of its header.
 Status LoadChecked(CheckRun* run, uint32_t page, uint8_t* buffer);
-// Puts the page where it belongs, in a repair run only, and takes its digest from it.
+// Lays the page over the file and takes its digest from it.
 Status StoreChecked(CheckRun* run, uint32_t page, const uint8_t* buffer);
 void NoteChange(CheckRun* run, uint32_t page);
 
@@ -102,13 +129,37 @@ bool TryClaim(CheckRun* run, uint32_t page, uint32_t from, uint16_t kind, uint32
 // given, gets the number of pages from `first` on, *last the last of them.
 void ClaimChain(CheckRun* run, uint32_t first, uint32_t* count, uint32_t* last);
 
+// Third pass: tells of each page that is in use to the map and was not reached, and of its links.
+Status FindLostPages(CheckRun* run);
+// Fourth pass: lays map pages over the file that are as the pages demand it, where they differ.
+Status CheckMap(CheckRun* run);
+// Writes all that the run found to be changed to the file.
+Status WriteRepair(CheckRun* run);
+
 // Walks all that the root reaches. kNotContainer when there is no root.
 Status CheckObjects(CheckRun* run);
 // Gives each of the objects found an id of its own.
 Status CheckIds(CheckRun* run);
-// The entries at `bytes`, in page `page` of directory `fileId`. Objects found are added to `work`.
-Status CheckEntries(CheckRun* run, uint32_t page, uint8_t* bytes, uint32_t count, uint32_t fileId,
-                    ItemList<CheckItem>* work, bool* changed);
+// The entries at `offset` in `buffer`, which is page `page` of directory `fileId`. Objects found are
+// added to `work`, their names to `names`.
+struct EntryPlace {
+    uint32_t page;
+    uint8_t* buffer;
+    uint32_t offset;
+    uint32_t count;
+    uint32_t fileId;
+};
+Status CheckEntries(CheckRun* run, const EntryPlace& place, ItemList<CheckItem>* work,
+                    CheckNames* names, bool* changed);
+// What the name of an entry, of the given length, is to a path that should lead to it. *right is
+// another length with which it is better, or `length`.
+Status JudgeName(CheckRun* run, const DirectoryEntry& entry, uint32_t length, CheckName* name,
+                 uint32_t* right);
+// Gives a free name to each entry that no path leads to, for what it is called or because a
+// neighbour is called the same.
+Status CheckDirectoryNames(CheckRun* run, CheckNames* names);
+// Sets isStore.
+Status LookForStore(CheckRun* run);
 
 // The chain of an object's stream and the index of it.
 struct CheckStream {
@@ -118,8 +169,15 @@ struct CheckStream {
     uint32_t pagesPerBlock = 1;
     uint32_t index = 0;       // link of the PageListRecord, 0 without one
     uint32_t indexOwner = 0;  // HeaderPage of that record
+    uint32_t inlinePage = 0;  // HeaderPage of a stream record without pages
+    uint32_t inlineSize = 0;
+    uint32_t inlineInfo = 0;  // not 0 when its bytes are coded by `method`
+    uint64_t stored = 0;  // bytes that the stream can have with the pages it has
 };
 // *indexIsGood tells whether the index record may stay.
-Status CheckStreamPages(CheckRun* run, const CheckStream& stream, bool* indexIsGood);
+Status CheckStreamPages(CheckRun* run, CheckStream* stream, bool* indexIsGood);
+// The size that the object tells of, and that which a value tells of, against what is stored.
+Status CheckStreamSize(CheckRun* run, uint32_t headerPage, const CheckStream& stream,
+                       bool isValue);
 
 }  // namespace storage

@@ -15,11 +15,14 @@ struct StreamWalk {
     NumberList indexPages;
 
     PageDigest& Digest(uint32_t page) { return run->digests[page]; }
-    void Change(uint32_t page, uint32_t* field, uint32_t value) {
-        if (*field == value) return;
+    bool Set(uint32_t page, uint32_t* field, uint32_t value) {
+        if (*field == value) return false;
         *field = value;
         NoteChange(run, page);
-        TellBadLink(run, page);
+        return true;
+    }
+    void Change(uint32_t page, uint32_t* field, uint32_t value) {
+        if (Set(page, field, value)) TellBadLink(run, page);
     }
 
     bool NextLevelIsGood(uint32_t level, uint32_t before) const;
@@ -30,7 +33,16 @@ struct StreamWalk {
     void Relink();
     void ClaimPages(bool indexed);
     uint32_t CountListed() const;
+    void ThrowOutIndex();
 };
+
+// Told of where the index is, and where it is referred to; nothing is left that it says of itself.
+void StreamWalk::ThrowOutIndex() {
+    TellBadLink(run, stream.index);
+    TellBadLink(run, stream.indexOwner);
+    PageDigest& digest = Digest(stream.index);
+    digest.prevPage = digest.nextPage = digest.listPage = 0;
+}
 
 bool StreamWalk::NextLevelIsGood(uint32_t level, uint32_t before) const {
     if (level == before + 1) return true;
@@ -115,8 +127,15 @@ void StreamWalk::Relink() {
         const uint32_t page = listed[i];
         if (page == 0) continue;
         if (before != 0) {
-            Change(before, &Digest(before).nextPage, page);
-            Change(page, &Digest(page).prevPage, before);
+            // A link that is wrong at one end is told of at both.
+            const bool held =
+                Digest(before).nextPage == page && Digest(page).prevPage == before;
+            if (!held) {
+                TellBadLink(run, before);
+                TellBadLink(run, page);
+            }
+            Set(before, &Digest(before).nextPage, page);
+            Set(page, &Digest(page).prevPage, before);
         }
         before = page;
     }
@@ -149,16 +168,19 @@ void StreamWalk::ClaimPages(bool indexed) {
 
 }  // namespace
 
-Status CheckStreamPages(CheckRun* run, const CheckStream& stream, bool* indexIsGood) {
-    *indexIsGood = stream.index == 0;
-    if (stream.first == 0) {
-        if (stream.index != 0) TellBadLink(run, stream.index);
+Status CheckStreamPages(CheckRun* run, CheckStream* stream, bool* indexIsGood) {
+    *indexIsGood = stream->index == 0;
+    if (stream->first == 0) {
+        if (stream->index != 0) StreamWalk{run, *stream, 0, {}, {}, {}}.ThrowOutIndex();
+        const uint64_t block = uint64_t{stream->pagesPerBlock} * run->context->payloadSize;
+        const bool coded = stream->inlineInfo != 0 && stream->method != 0;
+        stream->stored = coded ? block : stream->inlineSize;
         return kOk;
     }
-    StreamWalk walk{run, stream, run->digests[stream.first].fileId, {}, {}, {}};
+    StreamWalk walk{run, *stream, run->digests[stream->first].fileId, {}, {}, {}};
     Status status = walk.ReadChain();
     bool indexed = false;
-    if (status == kOk && stream.index != 0) status = walk.ReadIndex(&indexed);
+    if (status == kOk && stream->index != 0) status = walk.ReadIndex(&indexed);
     if (status != kOk) return status;
     if (indexed && !walk.Agree()) {
         indexed = walk.CountListed() >= walk.chain.Count();
@@ -169,9 +191,11 @@ Status CheckStreamPages(CheckRun* run, const CheckStream& stream, bool* indexIsG
                 if (page != 0 && !walk.chain.Add(page)) return kNoMemory;
         }
     }
-    if (stream.index != 0 && !indexed) TellBadLink(run, stream.index);
-    *indexIsGood = stream.index == 0 || indexed;
+    if (stream->index != 0 && !indexed) walk.ThrowOutIndex();
+    *indexIsGood = stream->index == 0 || indexed;
     walk.ClaimPages(indexed);
+    const uint64_t blocks = run->digests[walk.chain.Last()].level / stream->pagesPerBlock + 1;
+    stream->stored = blocks * stream->pagesPerBlock * run->context->payloadSize;
     return kOk;
 }
 

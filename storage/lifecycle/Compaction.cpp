@@ -10,55 +10,63 @@ namespace storage {
 
 namespace {
 
-struct PageMove {
+constexpr uint32_t kBatch = 64;  // pages that one transaction moves at most
+
+// A HeaderPage that was moved, whose object may be in memory.
+struct ObjectMove {
+    uint32_t fileId;
     uint32_t from;
     uint32_t to;
-    uint16_t kind;
 };
 
-// One run. Nothing of it reaches the file before every move is made in memory: the cache takes
-// all it needs, and the pages that will be overwritten are kept as they were.
 struct CompactionRun {
     StorageContext* context;
     StorageTransaction* transaction = nullptr;
-    uint32_t top;     // pages from here on are given up
-    uint32_t cursor;  // free pages from here on are taken
-    ItemList<PageMove> moves;
-    SavedPages saved;
+    uint32_t end = 0;     // where the file is to end: nothing behind it stays
+    uint32_t top = 0;     // pages from here on have been looked at
+    uint32_t target = 0;  // free pages from here on have been taken
+    uint32_t moved = 0;   // by the running transaction
+    ItemList<ObjectMove> objects;
 
-    explicit CompactionRun(StorageContext* owner)
-        : context(owner), top(owner->knownPages), cursor(owner->knownPages), saved(owner) {}
+    explicit CompactionRun(StorageContext* owner) : context(owner) {}
 };
 
-// The highest free page below `limit`, 0 when there is none.
-Status FindFreeBelow(CompactionRun* run, uint32_t limit, uint32_t* found) {
-    StorageContext* context = run->context;
+// Where the file ends when every free page is given up. A map page goes with the pages behind it,
+// but for the last free page, which takes none along.
+uint32_t EndWithout(const StorageContext* context, uint32_t freePages) {
+    uint32_t end = context->knownPages;
+    for (uint32_t free = freePages; free != 0 && end > kRootHeaderNumber; --free) {
+        if (context->IsMapPage(end - 1)) --end;
+        --end;
+    }
+    return end;
+}
+
+// Looks down from *page for one whose slot is free, or in use, not below `least`; 0 for none.
+Status FindDown(StorageContext* context, bool free, uint32_t least, uint32_t* page) {
     const uint32_t group = context->MapGroup();
-    uint32_t end = limit < run->cursor ? limit : run->cursor;
-    *found = 0;
-    while (end > 0) {
+    uint32_t end = *page;
+    *page = 0;
+    while (end > least) {
         const uint32_t map = (end - 1) / group * group;
-        if (context->freeCounts[map / group] != 0) {
-            CachePage* page = nullptr;
-            const Status status = GetPage(context, map, &page, true, nullptr);
-            if (status != kOk) return status;
-            for (uint32_t number = end; number-- > map + 1 && *found == 0;)
-                if (SlotIsFree(LoadU16(page->buffer, 2 * (number - map)))) *found = number;
-            ReleasePage(context, page);
-            if (*found != 0) break;
-        }
+        CachePage* slots = nullptr;
+        const Status status = GetPage(context, map, &slots, true, nullptr);
+        if (status != kOk) return status;
+        for (uint32_t number = end; number-- > map + 1 && number >= least && *page == 0;)
+            if (SlotIsFree(LoadU16(slots->buffer, 2 * (number - map))) == free) *page = number;
+        ReleasePage(context, slots);
+        if (*page != 0) return kOk;
         end = map;
     }
-    run->cursor = *found;
     return kOk;
 }
 
 // The object of a moved HeaderPage, if it is in memory, follows the page.
-void MoveObject(StorageContext* context, uint32_t fileId, uint32_t from, uint32_t to) {
-    FileObject* object = context->objects->fileObjects.Find(fileId);
-    if (object == nullptr || object->headerPage != from) return;
-    object->headerPage = to;
-    if (object->entry != nullptr) object->entry->headerPage = to;
+void MoveObject(StorageContext* context, const ObjectMove& move) {
+    FileObject* object = context->objects->fileObjects.Find(move.fileId);
+    if (object == nullptr || object->headerPage != move.from) return;
+    object->headerPage = move.to;
+    if (object->entry != nullptr) object->entry->headerPage = move.to;
 }
 
 Status FixNeighbours(CompactionRun* run, CachePage* page, uint32_t from) {
@@ -66,117 +74,106 @@ Status FixNeighbours(CompactionRun* run, CachePage* page, uint32_t from) {
     for (const uint32_t neighbour : {header->prevPage, header->nextPage, header->listPage}) {
         if (neighbour == 0) continue;
         const Status status = FixPageReference(run->context, neighbour, from, page->number,
-                                               run->transaction, header->kind, &run->saved);
+                                               run->transaction, header->kind);
         if (status != kOk) return status;
     }
     return kOk;
+}
+
+// The free page `number` as a new page of the transaction, with the content of `source`.
+Status TakePage(CompactionRun* run, uint32_t number, const CachePage* source, CachePage** page) {
+    StorageContext* context = run->context;
+    Status status = GetPageChecked(context, number, kAnyKind, page, false, true, 0,
+                                   run->transaction);
+    if (status != kOk) return status;
+    std::memcpy((*page)->buffer, source->buffer, context->pageSize);
+    HeaderOf((*page)->buffer)->pageNumber = number;
+    (*page)->mapKind = HeaderOf(source->buffer)->kind;
+    status = MarkPageChanged(context, *page);
+    (*page)->flags |= kPageNew;
+    if (status == kOk) status = SetPageKind(context, number, (*page)->mapKind, false);
+    return status;
 }
 
 Status MovePage(CompactionRun* run, uint32_t from, uint32_t to) {
     StorageContext* context = run->context;
-    CachePage* page = nullptr;
-    Status status = GetPage(context, from, &page, true, run->transaction);
+    CachePage *source = nullptr, *page = nullptr;
+    Status status = GetPage(context, from, &source, true, run->transaction);
     if (status != kOk) return status;
-    const uint16_t kind = HeaderOf(page->buffer)->kind;
-    if (kind == kFreePage) {
-        status = Corrupt(context);  // the map lied
-    } else if (!run->moves.Add(PageMove{from, to, kind})) {
-        status = kNoMemory;
-    }
-    if (status == kOk) status = RenumberPage(context, page, to);
-    if (status == kOk) status = FixNeighbours(run, page, from);
+    const uint16_t kind = HeaderOf(source->buffer)->kind;
+    if (kind == kFreePage) status = Corrupt(context);  // the map lied
+    if (status == kOk) status = TakePage(run, to, source, &page);
+    // What the transaction changed in the old page has gone along.
     if (status == kOk)
-        status = FixChildReferences(context, page, from, run->transaction, &run->saved);
-    if (status == kOk && kind == kHeaderPage)
-        MoveObject(context, HeaderOf(page->buffer)->fileId, from, to);
+        status = FreePage(context, source);
+    else
+        ReleasePage(context, source);
+    if (status == kOk) status = FixNeighbours(run, page, from);
+    if (status == kOk) status = FixChildReferences(context, page, from, run->transaction);
+    if (status == kOk && kind == kHeaderPage &&
+        !run->objects.Add(ObjectMove{HeaderOf(page->buffer)->fileId, from, to}))
+        status = kNoMemory;
     ReleasePage(context, page);
     return status;
 }
 
-Status MoveAll(CompactionRun* run) {
+// Moves pages until there are enough of them for one transaction, or no more behind the end.
+Status MoveSome(CompactionRun* run, bool* more) {
     StorageContext* context = run->context;
-    for (uint32_t free = context->freeCount; free != 0; --free) {
-        // A map page never moves; once no page is behind it, it is given up.
-        if (run->top > 0 && context->IsMapPage(run->top - 1)) --run->top;
-        uint32_t target = 0;
-        const Status status = FindFreeBelow(run, run->top, &target);
+    for (*more = true; run->moved < kBatch; ++run->moved) {
+        uint32_t from = run->top;
+        Status status = FindDown(context, false, run->end, &from);
+        *more = from != 0;
+        if (status != kOk || !*more) return status;
+        uint32_t to = run->target;
+        status = FindDown(context, true, 0, &to);
+        if (status == kOk && to == 0) status = Corrupt(context);  // the counts lied
+        if (status == kOk) status = MovePage(run, from, to);
         if (status != kOk) return status;
-        if (target == 0) return Corrupt(context);  // the counts lied
-        --run->top;
-        if (target == run->top) continue;
-        const Status moved = MovePage(run, run->top, target);
-        if (moved != kOk) return moved;
+        run->top = from;
+        run->target = to;
     }
     return kOk;
 }
 
-Status EnterMoves(CompactionRun* run, uint32_t* entered) {
-    for (*entered = 0; *entered < run->moves.Count(); ++*entered) {
-        const PageMove& move = run->moves[*entered];
-        Status status = SetPageKind(run->context, move.to, move.kind, false);
-        if (status == kOk) {
-            status = SetPageKind(run->context, move.from, kFreePage, false);
-            if (status != kOk) SetPageKind(run->context, move.to, kFreePage, false);
-        }
-        if (status != kOk) return status;
-    }
-    return kOk;
-}
-
-void TakeMovesBack(CompactionRun* run, uint32_t entered) {
-    while (entered-- > 0) {
-        const PageMove& move = run->moves[entered];
-        SetPageKind(run->context, move.from, move.kind, false);
-        SetPageKind(run->context, move.to, kFreePage, false);
-    }
-    if (FlushMapPages(run->context) != kOk) return;  // stay dirty for the next commit
-}
-
-// Everything in memory and in the file back to what it was.
-void Undo(CompactionRun* run, uint32_t entered) {
-    TakeMovesBack(run, entered);
-    run->saved.WriteBack();
-    for (uint32_t i = run->moves.Count(); i-- > 0;) {
-        const PageMove& move = run->moves[i];
-        if (move.kind != kHeaderPage) continue;
-        run->context->objects->fileObjects.ForEach([&](FileObject* object) {
-            if (object->headerPage == move.to)
-                MoveObject(run->context, object->fileId, move.to, move.from);
-        });
-    }
-    RollbackTransaction(run->context, run->transaction);
-}
-
-Status MoveAndWrite(CompactionRun* run) {
+// One transaction. What objects in memory knew of pages is forgotten before it.
+Status MoveBatch(CompactionRun* run, bool* more) {
     StorageContext* context = run->context;
+    ForgetObjects(context);
+    run->objects.Clear();
+    run->moved = 0;
+    run->transaction = nullptr;
     Status status = BeginTransaction(context, &run->transaction, TransactionMode::Write);
     if (status != kOk) return status;
-    uint32_t entered = 0;
-    status = MoveAll(run);
-    if (status == kOk) status = WriteTransactionPages(context, run->transaction, 0, 0);
-    if (status == kOk) status = EnterMoves(run, &entered);
-    if (status == kOk) status = FlushMapPages(context);
-    if (status != kOk) {
-        Undo(run, entered);
-        return status;
-    }
-    return CommitTransaction(context, run->transaction);
+    // All that a batch changes stays in memory until it is committed.
+    const uint32_t limit = context->cacheLimit;
+    context->cacheLimit = kUnknownPages;
+    status = MoveSome(run, more);
+    if (status == kOk)
+        status = CommitTransaction(context, run->transaction);
+    else
+        RollbackTransaction(context, run->transaction);
+    context->cacheLimit = limit;
+    if (status == kOk)
+        for (const ObjectMove& move : run->objects) MoveObject(context, move);
+    EvictPages(context);
+    return status;
 }
 
-// What is behind `top` is gone.
-Status CutTail(StorageContext* context, uint32_t top) {
+// What is behind `end` is gone.
+Status CutTail(StorageContext* context, uint32_t end) {
     Status status = kOk;
     context->pageTable.ForEach([&](CachePage* page) {
-        if (page->number >= top && page->pinCount == 0) DiscardPage(context, page);
+        if (page->number >= end && page->pinCount == 0) DiscardPage(context, page);
     });
     if (!context->logInFile) {
-        status = CutFile(context->file, uint64_t{context->basePage} + top, context->pageSize);
-        if (status == kOk) context->totalPages = top;
+        status = CutFile(context->file, uint64_t{context->basePage} + end, context->pageSize);
+        if (status == kOk) context->totalPages = end;
         context->wroteSinceLock = true;
     }
     const uint32_t group = context->MapGroup();
-    context->knownPages = top;
-    context->mapPagesKnown = (top + group - 1) / group;
+    context->knownPages = end;
+    context->mapPagesKnown = (end + group - 1) / group;
     context->freeCounts.Truncate(context->mapPagesKnown);
     for (uint32_t& count : context->freeCounts) count = 0;
     context->freeCount = context->lastFree = 0;
@@ -184,25 +181,43 @@ Status CutTail(StorageContext* context, uint32_t top) {
     return status;
 }
 
+Status MoveAll(CompactionRun* run, void* userData, CompactProgress progress) {
+    StorageContext* context = run->context;
+    for (bool more = true; more;) {
+        if (progress != nullptr && !progress(userData)) return kCancelled;
+        const Status status = MoveBatch(run, &more);
+        if (status != kOk) return status;
+        if (context->stale) return kInternal;  // the file is to be read again
+    }
+    // A commit may have needed pages of its own for a while; they are free again.
+    uint32_t last = context->knownPages;
+    Status status = FindDown(context, false, run->end, &last);
+    if (status != kOk || last != 0) return status;
+    if (run->end < context->knownPages) status = CutTail(context, run->end);
+    return status;
+}
+
 }  // namespace
 
-Status CompactPages(StorageContext* context, uint8_t* done) {
+Status CompactPages(StorageContext* context, uint8_t* done, void* userData,
+                    CompactProgress progress) {
     if (!context->active) return kNotOpen;
     if (done != nullptr) *done = 0;
     if (context->readOnly) return kReadOnly;
     if (!context->transactions.Empty()) return kOk;
     if (done != nullptr) *done = 255;
-    ForgetObjects(context);
-    context->compacting = true;
-    const uint32_t limit = context->cacheLimit;
-    context->cacheLimit = kUnknownPages;
     CompactionRun run(context);
-    Status status = MoveAndWrite(&run);
-    if (status == kOk && run.top < context->knownPages) status = CutTail(context, run.top);
+    run.end = run.target = EndWithout(context, context->freeCount);
+    run.top = context->knownPages;
+    // No commit of a batch compacts.
+    context->compacting = true;
+    const Status status = MoveAll(&run, userData, progress);
     context->compacting = false;
-    context->cacheLimit = limit;
-    EvictPages(context);
     return status;
+}
+
+Status CompactPages(StorageContext* context, uint8_t* done) {
+    return CompactPages(context, done, nullptr, nullptr);
 }
 
 }  // namespace storage

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "platform/RealPath.h"
 #include "storage/core/Dates.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
@@ -19,7 +20,7 @@ StorageContext* MakeContext() {
     if (memory == nullptr) return nullptr;
     StorageContext* context = new (memory) StorageContext();
     context->lastAccess = context->created = CurrentDate();
-    context->compact = &CompactPages;
+    context->compact = [](StorageContext* owner, uint8_t* done) { return CompactPages(owner, done); };
     context->enterWrite = &EnterWrite;
     context->leaveWrite = &LeaveWrite;
     if (CreateObjectState(context) == kOk) return context;
@@ -121,6 +122,11 @@ WChar* CopyString(const WChar* text) {
     WChar* copy = static_cast<WChar*>(platform::HeapAllocate(bytes));
     if (copy != nullptr) std::memcpy(copy, text, bytes);
     return copy;
+}
+
+WChar* CopyRealPath(const WChar* path) {
+    platform::WString real;
+    return CopyString(platform::RealPath(path, &real) == 0 ? real.c_str() : path);
 }
 
 WChar* MakeLogPath(const WChar* path) {

@@ -25,6 +25,8 @@ Status ReloadContainer(StorageContext* context, bool locked);
 
 // A heap copy; null when there is no memory.
 WChar* CopyString(const WChar* text);
+// A heap copy of the path that `path` really leads to, or of the text itself when it leads nowhere.
+WChar* CopyRealPath(const WChar* path);
 // The path of the companion log: the text before the last dot (not at the very start), then
 // ".log". A path without such a dot gives ".log" alone, and a dot in a folder's name counts;
 // both are meant so. Null when there is no memory.

@@ -110,8 +110,8 @@ Status FormatSteps(StorageContext* context, bool overwrite, uint32_t pageSize,
 
 Status FormatContainer(StorageContext* context, const WChar* path, const WChar* logPath,
                        bool overwrite, uint32_t pageSize, const WChar* banner) {
-    context->path = CopyString(path);
-    context->logPath = CopyString(logPath);
+    context->path = CopyRealPath(path);
+    context->logPath = CopyRealPath(logPath);
     const Status status = context->path == nullptr || context->logPath == nullptr
                               ? kNoMemory
                               : FormatSteps(context, overwrite, pageSize, banner);

@@ -105,8 +105,9 @@ Status LoadContainer(StorageContext* context, bool locked) {
 }
 
 Status OpenContainer(StorageContext* context, const WChar* path, const WChar* logPath) {
-    context->path = CopyString(path);
-    context->logPath = logPath == nullptr ? nullptr : CopyString(logPath);
+    // Where the file is, not what it was called: the program may change its folder.
+    context->path = CopyRealPath(path);
+    context->logPath = logPath == nullptr ? nullptr : CopyRealPath(logPath);
     Status status = context->path == nullptr || (logPath != nullptr && context->logPath == nullptr)
                         ? kNoMemory
                         : OpenContainerFile(context, context->path);

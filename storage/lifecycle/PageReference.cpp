@@ -5,24 +5,6 @@
 
 namespace storage {
 
-SavedPages::~SavedPages() {
-    for (const Saved& saved : pages_) ReleaseBuffer(context_, saved.buffer);
-}
-
-Status SavedPages::Keep(const CachePage* page) {
-    if ((page->flags & kPageChanged) != 0) return kOk;
-    uint8_t* buffer = AllocateBuffer(context_);
-    if (buffer == nullptr) return kNoMemory;
-    std::memcpy(buffer, page->buffer, context_->pageSize);
-    if (pages_.Add(Saved{page->number, buffer})) return kOk;
-    ReleaseBuffer(context_, buffer);
-    return kNoMemory;
-}
-
-void SavedPages::WriteBack() {
-    for (const Saved& saved : pages_) WritePage(context_, saved.buffer, saved.number);
-}
-
 namespace {
 
 // The references of one page, each by its offset. A visit that answers anything but kOk ends the
@@ -133,28 +115,27 @@ Status ReplaceIn(StorageContext* context, uint8_t* page, Replacement* replacemen
 }  // namespace
 
 Status FixPageReference(StorageContext* context, uint32_t number, uint32_t old, uint32_t now,
-                        StorageTransaction* transaction, uint16_t kind, SavedPages* saved) {
+                        StorageTransaction* transaction, uint16_t kind) {
     if (number >= context->knownPages || context->IsMapPage(number)) return Corrupt(context);
     CachePage* page = nullptr;
     Status status = GetPage(context, number, &page, true, transaction);
     if (status != kOk) return status;
     Replacement replacement{old, now, kind};
-    status = saved->Keep(page);
     // Marked first: a page that turns out wrong half-way is thrown away with the transaction.
-    if (status == kOk) status = MarkPageChanged(context, page);
+    status = MarkPageChanged(context, page);
     if (status == kOk) status = ReplaceIn(context, page->buffer, &replacement);
     ReleasePage(context, page);
     return status;
 }
 
 Status FixChildReferences(StorageContext* context, CachePage* page, uint32_t old,
-                          StorageTransaction* transaction, SavedPages* saved) {
+                          StorageTransaction* transaction) {
     const uint16_t kind = HeaderOf(page->buffer)->kind;
     return VisitReferences(
         context, page->buffer, [&](ReferenceField, uint32_t offset, uint16_t) -> Status {
             const uint32_t child = LoadU32(page->buffer, offset);
             if (child == 0) return kOk;
-            return FixPageReference(context, child, old, page->number, transaction, kind, saved);
+            return FixPageReference(context, child, old, page->number, transaction, kind);
         });
 }
 

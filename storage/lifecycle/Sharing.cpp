@@ -6,7 +6,6 @@
 
 #include "Shared/security/LowIntegrityResource.h"
 #include "platform/LockWaitLimit.h"
-#include "platform/RealPath.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
@@ -39,9 +38,9 @@ struct SharedName {
     }
 };
 
-Status OpenMutex(StorageContext* context, const WChar* path) {
+Status OpenMutex(StorageContext* context) {
     if (!platform::HasNamedObjects()) return kOk;
-    const SharedName name(kMutexPrefix, path);
+    const SharedName name(kMutexPrefix, context->path);
     context->lockMutex =
         CreateLowIntegrityResource(static_cast<uint32_t>(ResourceType::Mutex), name.text, 0);
     if (platform::IsValid(context->lockMutex)) return kOk;
@@ -172,12 +171,8 @@ bool Granted(platform::FileLock::Result result) {
 }  // namespace
 
 Status AttachLock(StorageContext* context) {
-    platform::WString real;
-    if (platform::HasNamedObjects()) {
-        if (platform::RealPath(context->path, &real) != 0) real = context->path;
-        const Status status = OpenMutex(context, real.c_str());
-        if (status != kOk) return status;
-    }
+    const Status status = OpenMutex(context);
+    if (status != kOk) return status;
     context->lock = new platform::FileLock(context->file, context->lockMutex);
     return context->lock != nullptr && context->lock->Join() ? kOk : kNoMemory;
 }
@@ -218,6 +213,10 @@ Status ReleaseContainerLock(StorageContext* context) {
     if (!lock->IsMine()) return context->everLocked && !lock->IsHeld() ? kOk : kInternal;
     if (lock->Depth() == 1) SettleBeforeRelease(context);
     return lock->Release() ? kOk : kInternal;
+}
+
+bool IsLockedByOthers(const StorageContext* context) {
+    return context->lock != nullptr && context->lock->IsHeld() && !context->lock->IsMine();
 }
 
 Status EnterWrite(StorageContext* context, bool mayReload) {

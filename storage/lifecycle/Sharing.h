@@ -26,6 +26,9 @@ Status GetContainerLock(StorageContext* context, const LockPatience& patience = 
 // kInternal when another thread has the lock, or when it was never taken.
 Status ReleaseContainerLock(StorageContext* context);
 
+// Does another thread have the lock through this container?
+bool IsLockedByOthers(const StorageContext* context);
+
 // Before an operation: what could not be read, or is not to be trusted, is read again. kNotOpen when
 // there is no file.
 Status MakeUsable(StorageContext* context);

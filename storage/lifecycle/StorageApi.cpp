@@ -8,6 +8,7 @@
 #include "storage/core/PageMap.h"
 #include "storage/lifecycle/Compaction.h"
 #include "storage/lifecycle/ContextLife.h"
+#include "storage/lifecycle/RunLock.h"
 #include "storage/lifecycle/Sharing.h"
 #include "storage/namespace/Handles.h"
 #include "storage/namespace/Operations.h"
@@ -56,6 +57,16 @@ Status SeekPosition(const FileHandle* file, int32_t offset, uint16_t origin, uin
     uint64_t size = 0;
     const Status status = ReadSize(file->object, &size, file->object->transaction);
     *position = size + distance;
+    return status;
+}
+
+Status CompactScanned(StorageContext* container, uint8_t* done, void* userData = nullptr,
+                      CompactProgress progress = nullptr) {
+    Status status = container->readOnly ? kReadOnly : EnterWrite(container, true);
+    if (status != kOk) return status;
+    if (container->knownPages == kUnknownPages) status = ScanPageMap(container, true, 0);
+    if (status == kOk) status = CompactPages(container, done, userData, progress);
+    LeaveWrite(container);
     return status;
 }
 
@@ -277,17 +288,27 @@ Status StorageGetFileId(FileHandle* file, uint32_t* fileId) {
 }
 
 Status StorageCompact(StorageContext* container, uint8_t* done) {
-    return OnOpenContainer(container, [&] {
-        Status status = container->readOnly ? kReadOnly : EnterWrite(container, true);
-        if (status != kOk) return status;
-        if (container->knownPages == kUnknownPages) status = ScanPageMap(container, true, 0);
-        if (status == kOk) status = CompactPages(container, done);
-        LeaveWrite(container);
-        return status;
-    });
+    return OnOpenContainer(container, [&] { return CompactScanned(container, done); });
 }
 
-StorageFunctionTable g_storageFunctions = {
+Status StorageCompactFile(const WChar* path, void* userData, CompactProgress progress) {
+    if (path == nullptr) return kInvalid;
+    StorageContext* container = nullptr;
+    Status status = StorageOpen(path, &container, '\\', nullptr, 0);
+    if (status != kOk) return status;
+    status = LockContainerForRun(container);
+    if (status == kOk) {
+        status = OnOpenContainer(container, [&] {
+            return CompactScanned(container, nullptr, userData, progress);
+        });
+        ReleaseContainerLock(container);
+    }
+    const Status closed = StorageClose(container);
+    return status == kOk ? closed : status;
+}
+
+StorageFunctionTable OwnFunctions() {
+    return {
     StorageIsCorrupted,     StorageSetCaseSensitive,  StorageClose,
     StorageGetLock,         StorageReleaseLock,       StorageCreateFile,
     StorageCloseFile,       StorageGetFileAttributes, StorageOpenFile,
@@ -299,5 +320,8 @@ StorageFunctionTable g_storageFunctions = {
     StorageDeleteDirectory, StorageCreateDirectory,   StorageGetFileId,
     StorageCompact,
 };
+}
+
+StorageFunctionTable g_storageFunctions = OwnFunctions();
 
 }  // namespace storage

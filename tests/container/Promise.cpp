@@ -97,9 +97,12 @@ class Use {
                 storage::kFull});
     }
 
-    // Containers of a fixed or limited size may have no room, and something else the name.
+    // Containers of a fixed or limited size may have no room, and something else the name. What is
+    // written is a value, for the container may be one of the key store.
     void Write() {
-        Expect("to write", store_.Put(u"\\written after", Bytes(20000, 1)),
+        Bytes value(20000, 1);
+        Put32(value.data(), 4, static_cast<uint32_t>(value.size() - 8));
+        Expect("to write", store_.Put(u"\\written after", value),
                {storage::kOk, storage::kFull, storage::kExists, storage::kAccess});
     }
 

@@ -3,6 +3,7 @@
 
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
+#include "tests/faults/Registry.h"
 #include "tests/support/Damage.h"
 #include "tests/support/MemoryFiles.h"
 
@@ -77,6 +78,65 @@ TEST_P(DamageTest, IsMendedOnceAndForAll) {
     }
     EXPECT_LT(lost, rounds / 4);
     EXPECT_LT(refused, rounds / 2);
+}
+
+// What is listed in a store, and cannot be opened or read.
+void ExpectReadable(Store* store, FBR_KEY key, const WString& path, int depth,
+                    std::vector<std::string>* unreadable) {
+    for (const WString& name : store->Values(key))
+        if (!store->Get(key, name))
+            unreadable->push_back("value " + platform::ToUtf8(path + WTEXT("\\\\") + name));
+    for (const WString& name : store->Keys(key)) {
+        const WString below = path + WTEXT("\\") + name;
+        const FBR_KEY child = store->Open(name, key);
+        if (child == 0) {
+            unreadable->push_back("key " + platform::ToUtf8(below));
+        } else if (depth < 50) {
+            ExpectReadable(store, child, below, depth + 1, unreadable);
+        }
+        if (child != 0) FBR_CloseDirEx(child, store->handle);
+    }
+}
+
+TEST(DamagedStore, IsReadableAsAWholeOnceItIsRepaired) {
+    support::TempDir dir;
+    const std::filesystem::path path = dir / "s.fbr";
+    support::MemoryFiles memory;
+    {
+        Store store(dir.File("s.fbr"));
+        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+        std::mt19937 random(3);
+        Key model;
+        for (int i = 0; i < 150; ++i) {
+            const Step step = RandomStep(&random, model);
+            if (Apply(step, &model)) Apply(step, &store);
+        }
+        for (const char16_t* name : {u"k1", u"k:2", u"a name that is longer than its entry has room"})
+            store.Set(store.Make(WTEXT("\\k0")), WString(name, name + std::char_traits<char16_t>::length(name)), Bytes(30, 7));
+    }
+    const Bytes sound = memory.Get(path);
+    const uint32_t rounds = container::Rounds(150);
+    uint32_t opened = 0;
+    for (uint32_t seed = 1; seed <= rounds && !testing::Test::HasFailure(); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        Bytes bytes = sound;
+        container::Damage damage(bytes, 512, false, seed);
+        for (uint32_t i = 0; i <= seed % 9; ++i) damage.Strike();
+        memory.Put(path, bytes);
+        const container::CheckOutcome check = container::CheckContainer(path, container::kDeepCheck);
+        EXPECT_EQ(memory.Get(path), bytes);
+        const container::CheckOutcome repair = container::CheckContainer(path, container::kRepair);
+        EXPECT_EQ(check.Findings(), repair.Findings());
+        if (repair.status != storage::kOk) continue;
+        Store store(dir.File("s.fbr"));
+        if (store.status == FSSTATUS_VERSION_MISMATCH) continue;
+        ASSERT_EQ(store.status, FSSTATUS_SUCCESS);
+        ++opened;
+        std::vector<std::string> unreadable;
+        ExpectReadable(&store, store.Root(), {}, 0, &unreadable);
+        for (const std::string& what : unreadable) ADD_FAILURE() << what;
+    }
+    EXPECT_GT(opened, rounds / 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, DamageTest,

@@ -91,7 +91,7 @@ TEST(FileLock, PassesOnFromAThreadThatEndsAndAnOpeningThatCloses) {
     Locked other(dir.File("f"));
     EXPECT_EQ(other.Take(), Result::OwnerDied);
     EXPECT_FALSE(one.lock->IsHeld());
-    other = Locked(dir.File("f"));
+    other.lock.reset();
     EXPECT_EQ(one.Take(), Result::Granted);
 }
 

@@ -27,6 +27,7 @@ class Patient {
     Outcome Check() { return Run(container::kDeepCheck); }
     Outcome Repair() { return Run(container::kRepair); }
     Bytes Contents() { return support::ReadBytes(path_); }
+    const std::filesystem::path& Path() const { return path_; }
     const support::TempDir& Dir() const { return dir_; }
     container::Reading Read() { return container::ReadContainer(Contents()); }
 
