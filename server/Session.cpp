@@ -248,12 +248,13 @@ FBR_STATUS Session::End() {
 void Session::NumberRequest(Request code, Reply& reply) {
     uint32_t number = 0;
     FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
-    if (store_ != nullptr) {
+    if (store_ != nullptr && code == Request::CheckFile) {
+        // It takes the lock itself, for an opening of its own.
+        status = Patiently([this] { return FBR_CheckFile(store_); });
+    } else if (store_ != nullptr) {
         const Locked lock(*this, code);
         if (!lock.Held()) {
             status = FSSTATUS_LOCK_FAILED;
-        } else if (code == Request::CheckFile) {
-            status = FBR_CheckFile(store_);
         } else {
             status = code == Request::Compact ? FBR_Compact(store_, &number)
                                               : FBR_IsCorrupted(store_, &number);
