@@ -8,7 +8,7 @@
 // security strings are not implemented. `method` travels to the server as it is. Any thread.
 class FsIpcImpl : public IFSInterface {
   public:
-    FsIpcImpl(FBR_METHOD method, const WString& server) : method_(method), client_(server) {}
+    FsIpcImpl(FBR_METHOD method, const WString& server);
 
     FBR_STATUS FBR_InitialiseEx(const WChar* path) override;
     FBR_STATUS FBR_DeInitialiseEx() override { return client_.FBR_DeInitialiseEx(); }

@@ -13,6 +13,7 @@
 #include "platform/Clock.h"
 #include "platform/HostPath.h"
 #include "platform/Resources.h"
+#include "platform/RootFolder.h"
 
 using platform::WString;
 
@@ -121,6 +122,7 @@ bool FS_OpenTraceFile() {
     if (g_file.file != nullptr || g_switches.logDirectory[0] == 0) return false;
     try {
         const WString path = LogPath();
+        const platform::WithinRoot anywhere(nullptr);  // the log is no client's file
         const platform::Handle handle = platform::OpenFileHandle(
             path.c_str(), false, static_cast<uint32_t>(platform::Disposition::CreateAlways),
             nullptr);

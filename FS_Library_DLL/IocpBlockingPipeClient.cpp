@@ -27,7 +27,7 @@ Error IocpPipeClient::Connect() {
     constexpr const char* kName = "w32utils::IocpPipeClient::Connect";
     Close();
     for (int missing = 0;;) {
-        handle_ = platform::OpenPipe(pipeName_.c_str());
+        handle_ = platform::OpenPipe(pipeName_.c_str(), disclosure_);
         if (IsConnected()) return platform::kErrorSuccess;
         const Error error = platform::LastError();
         const bool notFound = error == platform::kErrorFileNotFound;

@@ -15,7 +15,8 @@ namespace w32utils {
 class IocpPipeClient {
   public:
     // `pipeName` is the name without its prefix.
-    explicit IocpPipeClient(platform::WString pipeName) : pipeName_(std::move(pipeName)) {}
+    IocpPipeClient(platform::WString pipeName, platform::Disclosure disclosure)
+        : pipeName_(std::move(pipeName)), disclosure_(disclosure) {}
     ~IocpPipeClient() { Close(); }
     IocpPipeClient(const IocpPipeClient&) = delete;
     IocpPipeClient& operator=(const IocpPipeClient&) = delete;
@@ -35,6 +36,7 @@ class IocpPipeClient {
   private:
     platform::Handle handle_ = nullptr;
     platform::WString pipeName_;
+    const platform::Disclosure disclosure_;
 };
 
 inline constexpr platform::Error kErrorInvalidData = 13;

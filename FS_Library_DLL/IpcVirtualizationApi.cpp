@@ -39,7 +39,7 @@ WChar* CopyToHeap(const WString& text) {
 }  // namespace
 
 bool CIpcVirtualizationApiClient::SendAndReceive(const std::vector<uint8_t>& request) {
-    if (request.size() > ipc::kLargestPacket - ipc::kPacketHeaderSize) return false;
+    if (request.size() > ipc::kLargestPayload) return false;
     if (!pipe_.IsConnected() && pipe_.Connect() != 0) return false;
     const auto size = static_cast<uint32_t>(request.size());
     platform::Error error = pipe_.WritePacket(request.data(), size);
@@ -145,7 +145,7 @@ FBR_STATUS CIpcVirtualizationApiClient::FBR_DeleteValue(int64_t key, const WStri
 FBR_STATUS CIpcVirtualizationApiClient::FBR_SetValue(int64_t key, const WString& name,
                                                      uint32_t type, const void* data,
                                                      uint64_t size) {
-    if (size > ipc::kLargestPacket || (data == nullptr && size != 0)) return FSSTATUS_FAILED;
+    if (size > ipc::kLargestPayload || (data == nullptr && size != 0)) return FSSTATUS_FAILED;
     WireWriter request = BeginWithKey(Request::SetValue, key);
     request.String(name).U32(type).U32(static_cast<uint32_t>(size));
     request.Bytes(data, static_cast<size_t>(size));

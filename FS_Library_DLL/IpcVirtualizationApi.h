@@ -15,7 +15,8 @@
 // slots and have their arguments. docs/remote-protocol.md has the packets.
 class CIpcVirtualizationApiClient {
   public:
-    explicit CIpcVirtualizationApiClient(WString pipeName) : pipe_(std::move(pipeName)) {}
+    CIpcVirtualizationApiClient(WString pipeName, platform::Disclosure disclosure)
+        : pipe_(std::move(pipeName), disclosure) {}
 
     FBR_STATUS FBR_InitialiseEx(const WString& path, FBR_METHOD method);
     FBR_STATUS FBR_DeInitialiseEx();

@@ -7,6 +7,7 @@ SOCKET is the path that `fbr serve` prints, STORE a store's path as the server s
 method number (4, a container, if none is given). The packets are told in docs/remote-protocol.md.
 """
 
+import os
 import socket
 import struct
 import sys
@@ -24,6 +25,16 @@ class Store:
     def __init__(self, path):
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self.socket.connect(path)
+        self.trust(path)
+
+    def trust(self, path):
+        """Anybody may have laid a socket where a server is looked for, to hear what is asked."""
+        peer = self.socket.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
+        user = struct.unpack("iII", peer)[1]
+        folder = os.stat(os.path.dirname(os.path.abspath(path)))
+        alone = folder.st_uid == user and folder.st_mode & 0o022 == 0
+        if user not in (0, os.geteuid()) and not alone:
+            raise PermissionError(f"{path} is served by user {user}, who is nobody to ask")
 
     def receive(self, size):
         data = b""

@@ -35,7 +35,7 @@ void PrepareReply(uint32_t code) {
 }  // namespace
 
 namespace platform {
-Handle OpenPipe(const WChar*) noexcept {
+Handle OpenPipe(const WChar*, Disclosure) noexcept {
     return reinterpret_cast<Handle>(16);
 }
 void ClosePipe(Handle) noexcept {}

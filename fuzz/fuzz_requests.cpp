@@ -96,7 +96,7 @@ class InMemory final : public platform::PipeConnection {
         return 0;
     }
     Error Impersonate() override { return 0; }
-    void EndImpersonation() override {}
+    Error EndImpersonation() override { return 0; }
 
   private:
     std::vector<uint8_t> sent_;

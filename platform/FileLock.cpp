@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/Clock.h"
+#include "platform/LockWaitLimit.h"
 
 namespace platform {
 
@@ -183,6 +184,7 @@ void FileLock::FreeSlot() {
 }
 
 FileLock::Result FileLock::Acquire(uint32_t milliseconds, void (*waiting)()) {
+    milliseconds = LockWaitOf(milliseconds);
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
     bool nested = false;
     const Result slot = AcquireSlot(milliseconds, &nested, &waiting);

@@ -58,6 +58,7 @@ Error SetAttributes(const WChar* path, uint32_t attributes) noexcept {
     if (native.Status() != kErrorSuccess) return Leave(native.Status());
     struct stat found;
     if (stat(native.Text(), &found) != 0) return Leave(native.Explain(errno));
+    if (native.NoFollow() != 0) return Leave(kErrorAccessDenied);  // it might be a link by now
     const mode_t mode = (attributes & kAttributeReadOnly) != 0
                             ? found.st_mode & ~mode_t{S_IWUSR | S_IWGRP | S_IWOTH}
                             : found.st_mode | S_IWUSR;

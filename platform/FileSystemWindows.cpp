@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "platform/RootFolder.h"
+
 namespace platform {
 namespace {
 
@@ -14,6 +16,15 @@ Error Outcome(bool done) {
     return error != kErrorSuccess ? error : kErrorGenFailure;
 }
 
+// Calls what changes the file or folder at `path`, where the thread may.
+template <class Call>
+Error Change(const WChar* path, Call call) {
+    const HeldFolder folder(path);
+    if (folder.Status() == kErrorSuccess) return Outcome(call() != 0);
+    ::SetLastError(folder.Status());
+    return folder.Status();
+}
+
 }  // namespace
 
 Error GetAttributes(const WChar* path, uint32_t* attributes) noexcept {
@@ -23,19 +34,25 @@ Error GetAttributes(const WChar* path, uint32_t* attributes) noexcept {
 }
 
 Error SetAttributes(const WChar* path, uint32_t attributes) noexcept {
-    return Outcome(SetFileAttributesW(path, attributes) != 0);
+    return Change(path, [&] { return SetFileAttributesW(path, attributes); });
 }
 
 Error MakeFolder(const WChar* path) noexcept {
-    return Outcome(CreateDirectoryW(path, nullptr) != 0);
+    return Change(path, [&] { return CreateDirectoryW(path, nullptr); });
 }
 
 Error RemoveFolder(const WChar* path) noexcept {
-    return Outcome(RemoveDirectoryW(path) != 0);
+    return Change(path, [&] { return RemoveDirectoryW(path); });
 }
 
 Error RenameNew(const WChar* from, const WChar* to, bool durable) noexcept {
-    return Outcome(MoveFileExW(from, to, durable ? MOVEFILE_WRITE_THROUGH : 0) != 0);
+    const HeldFolder target(to);
+    if (target.Status() != kErrorSuccess) {
+        ::SetLastError(target.Status());
+        return target.Status();
+    }
+    const DWORD flags = durable ? MOVEFILE_WRITE_THROUGH : 0;
+    return Change(from, [&] { return MoveFileExW(from, to, flags); });
 }
 
 }  // namespace platform

@@ -168,7 +168,7 @@ Error OpenRegular(const WChar* path, bool readOnly, uint32_t disposition, int* d
     if (native.Status() != kErrorSuccess) return native.Status();
     const int flags = OpenFlags(readOnly, disposition);
     if (flags < 0) return kErrorInvalidParameter;
-    *descriptor = open(native.Text(), flags, 0666);
+    *descriptor = open(native.Text(), flags | native.NoFollow(), 0666);
     if (*descriptor < 0) return native.Explain(errno);
     struct stat found;
     if (fstat(*descriptor, &found) == 0 && S_ISREG(found.st_mode)) return kErrorSuccess;

@@ -8,6 +8,7 @@
 #include "platform/HeapObject.h"
 #include "platform/Hooks.h"
 #include "platform/Resources.h"
+#include "platform/RootFolder.h"
 
 namespace platform {
 namespace {
@@ -179,19 +180,22 @@ Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
                       const void* attributes) noexcept {
     const DWORD access = readOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE;
     auto* security = static_cast<SECURITY_ATTRIBUTES*>(const_cast<void*>(attributes));
-    ::SetLastError(kErrorSuccess);
+    const HeldFolder folder(path);
+    if (Leave(folder.Status()) != kErrorSuccess) return INVALID_HANDLE_VALUE;
+    // What is not below the thread's root must not be cut before that is known.
+    const bool cut = folder.IsLimited() && disposition == CREATE_ALWAYS;
     const HANDLE file =
-        CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, security, disposition,
+        CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, security,
+                    cut ? OPEN_ALWAYS : disposition,
                     FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return file;
     const Error told = ::GetLastError();
     // A device keeps no pages, though some take and give bytes.
-    if (file != INVALID_HANDLE_VALUE && GetFileType(file) != FILE_TYPE_DISK) {
-        CloseHandle(file);
-        ::SetLastError(kErrorInvalidName);
-        return INVALID_HANDLE_VALUE;
-    }
-    ::SetLastError(told);
-    return file;
+    Error error = GetFileType(file) != FILE_TYPE_DISK ? kErrorInvalidName : folder.Verify(file);
+    if (error == kErrorSuccess && cut && !SetEndOfFile(file)) error = Failure();
+    if (error != kErrorSuccess) CloseHandle(file);
+    Leave(error != kErrorSuccess ? error : told);
+    return error == kErrorSuccess ? file : INVALID_HANDLE_VALUE;
 }
 
 PageFile* AdoptFileHandle(Handle handle, const WChar* path) noexcept {
@@ -208,10 +212,14 @@ PageFile* AdoptFileHandle(Handle handle, const WChar* path) noexcept {
 }
 
 Error DeleteFileByPath(const WChar* path) noexcept {
+    const HeldFolder folder(path);
+    if (folder.Status() != kErrorSuccess) return Leave(folder.Status());
     return DeleteFileW(path) ? Leave(kErrorSuccess) : Failure();
 }
 
 Error ProbePath(const WChar* path) noexcept {
+    const HeldFolder folder(path);
+    if (folder.Status() != kErrorSuccess) return Leave(folder.Status());
     return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES ? Leave(kErrorSuccess) : Failure();
 }
 

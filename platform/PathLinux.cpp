@@ -1,11 +1,15 @@
 #include "platform/PathLinux.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
 #include "platform/ErrnoLinux.h"
+#include "platform/RootFolder.h"
 
 namespace platform {
 namespace {
@@ -44,15 +48,74 @@ Error Convert(const WChar* path, char (&out)[PATH_MAX]) {
     return kErrorSuccess;
 }
 
+bool IsDots(const char* component, size_t length) {
+    return (length == 1 || length == 2) && std::strncmp(component, "..", length) == 0;
+}
+
+// Opens the folder of the component `leaf`, which stands behind `path` and a slash, one component
+// after the other and no link among them. -1 and errno on failure.
+int OpenFolderOf(int from, const char* path, const char* leaf) {
+    constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    int folder = openat(from, ".", kFlags);
+    while (path < leaf && folder >= 0) {
+        const char* end = std::strchr(path, '/');
+        const auto length = static_cast<size_t>(end - path);
+        if (length > 0) {
+            char component[NAME_MAX + 1];
+            const bool fits = length <= NAME_MAX && !IsDots(path, length);
+            if (fits) std::memcpy(component, path, length);
+            component[fits ? length : 0] = 0;
+            const int next = fits ? openat(folder, component, kFlags) : -1;
+            const int number = fits ? errno : EACCES;
+            close(folder);
+            folder = next;
+            errno = number;
+        }
+        path = end + 1;
+    }
+    return folder;
+}
+
 }  // namespace
 
 NativePath::NativePath(const WChar* path) noexcept {
     text_[0] = 0;
     try {
         status_ = Convert(path, text_);
+        if (status_ == kErrorSuccess && CurrentRoot() != nullptr) status_ = EnterRoot();
     } catch (const std::bad_alloc&) {
         status_ = kErrorOutOfMemory;
     }
+}
+
+NativePath::~NativePath() {
+    if (folder_ >= 0) close(folder_);
+}
+
+int NativePath::NoFollow() const noexcept {
+    return folder_ >= 0 ? O_NOFOLLOW : 0;
+}
+
+// From here on the text is the last component's, in a folder that is held open.
+Error NativePath::EnterRoot() noexcept {
+    const RootFolder& root = *CurrentRoot();
+    const std::string prefix = ToUtf8(root.Path());
+    if (std::strncmp(text_, prefix.c_str(), prefix.size()) != 0) return kErrorAccessDenied;
+    const char* leaf = std::strrchr(text_, '/') + 1;
+    const size_t length = std::strlen(leaf);
+    if (length == 0 || length > NAME_MAX || IsDots(leaf, length)) return kErrorAccessDenied;
+    const auto from = static_cast<int>(reinterpret_cast<intptr_t>(root.Folder()));
+    folder_ = OpenFolderOf(from, text_ + prefix.size(), leaf);
+    if (folder_ < 0) {
+        const bool isLink = errno == ELOOP || errno == ENOTDIR;
+        return errno == ENOENT ? kErrorPathNotFound
+               : isLink        ? kErrorAccessDenied
+                               : FromErrno(errno);
+    }
+    char inFolder[PATH_MAX];
+    std::snprintf(inFolder, sizeof inFolder, "/proc/self/fd/%d/%s", folder_, leaf);
+    std::strcpy(text_, inFolder);
+    return kErrorSuccess;
 }
 
 Error NativePath::Explain(int number) const noexcept {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -35,13 +36,45 @@ std::string RuntimeFolder() {
     return "/tmp/zrfs-" + std::to_string(geteuid());
 }
 
-// The folder of the user's pipes, which nobody else may enter.
-bool EnsureRuntimeFolder(const std::string& folder) {
-    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return false;
+// A folder of the user's own pipes, which nobody else may enter. Somebody else may have laid it.
+bool IsOwnFolder(const std::string& folder) {
     struct stat state;
     if (lstat(folder.c_str(), &state) != 0) return false;
     errno = EACCES;
     return S_ISDIR(state.st_mode) && state.st_uid == geteuid() && (state.st_mode & 077) == 0;
+}
+
+bool EnsureRuntimeFolder(const std::string& folder) {
+    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return false;
+    return IsOwnFolder(folder);
+}
+
+bool IsInRuntimeFolder(const std::string& path) {
+    const std::string folder = RuntimeFolder();
+    return path.starts_with(folder + "/") && path.find('/', folder.size() + 1) == path.npos;
+}
+
+// Who may write in the folder that a path stands in, if that is one user alone; the system's own
+// user, who may write anywhere, does not count.
+bool OnlyWriterBeside(const std::string& path, uid_t* writer) {
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == 0 ? "/" : path.substr(0, slash);
+    struct stat state;
+    if (stat(folder.c_str(), &state) != 0) return false;
+    *writer = state.st_uid;
+    return (state.st_mode & 022) == 0;
+}
+
+// Requests go to a server of the caller's or the system's own user. To another's only where the
+// caller names a path in a folder of that user's, in which nobody else can have laid the socket.
+bool MayBeAsked(int server, const std::string& path) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(server, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+    errno = EACCES;
+    if (peer.uid == geteuid() || peer.uid == 0) return true;
+    uid_t writer = 0;
+    return !IsInRuntimeFolder(path) && OnlyWriterBeside(path, &writer) && writer == peer.uid;
 }
 
 bool FillAddress(const WChar* name, sockaddr_un* address) {
@@ -73,7 +106,7 @@ std::string PipePath(const WChar* name) {
     return RuntimeFolder() + "/" + text;
 }
 
-Handle OpenPipe(const WChar* name) noexcept {
+Handle OpenPipe(const WChar* name, Disclosure) noexcept {
     sockaddr_un address;
     if (!FillAddress(name, &address)) return nullptr;
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -81,7 +114,14 @@ Handle OpenPipe(const WChar* name) noexcept {
         SetLastError(FromErrno(errno));
         return nullptr;
     }
-    if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    const std::string path = address.sun_path;
+    if (IsInRuntimeFolder(path) && !IsOwnFolder(RuntimeFolder())) {
+        SetLastError(ConnectError(errno));
+        close(descriptor);
+        return nullptr;
+    }
+    if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        !MayBeAsked(descriptor, path)) {
         SetLastError(ConnectError(errno));
         close(descriptor);
         return nullptr;
@@ -184,17 +224,63 @@ class SocketConnection final : public PipeConnection {
     }
 
     Error Impersonate() override { return kErrorSuccess; }
-    void EndImpersonation() override {}
+    Error EndImpersonation() override { return kErrorSuccess; }
 
   private:
     int descriptor_;
     int stop_;
 };
 
+bool IsSameFile(int descriptor, const std::string& path) {
+    struct stat open, named;
+    return fstat(descriptor, &open) == 0 && lstat(path.c_str(), &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+// What only one server of a name can have: the lock of a file beside its socket. It ends with its
+// holder, whatever becomes of that one.
+class NameLock {
+  public:
+    explicit NameLock(const std::string& socketPath) : path_(socketPath + ".lock") {}
+    ~NameLock() {
+        if (descriptor_ < 0) return;
+        unlink(path_.c_str());  // while it is held, so that nobody else holds one of that name
+        close(descriptor_);
+    }
+    NameLock(const NameLock&) = delete;
+    NameLock& operator=(const NameLock&) = delete;
+
+    Error Take() {
+        for (;;) {
+            const int file =
+                open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+            if (file < 0) return FromErrno(errno);
+            const int failed = flock(file, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+            if (failed == 0 && IsSameFile(file, path_)) {
+                descriptor_ = file;
+                return kErrorSuccess;
+            }
+            close(file);
+            if (failed == EWOULDBLOCK) return kErrorPipeBusy;
+            if (failed != 0 && failed != EINTR) return FromErrno(failed);
+            // The one who had it took the file away in between: there is a new one, or none.
+        }
+    }
+
+  private:
+    std::string path_;
+    int descriptor_ = -1;
+};
+
 class SocketListener final : public PipeListener {
   public:
-    SocketListener(int descriptor, std::string path, bool anyUser, int stop)
-        : descriptor_(descriptor), path_(std::move(path)), anyUser_(anyUser), stop_(stop) {}
+    SocketListener(int descriptor, std::unique_ptr<NameLock> lock, std::string path, bool anyUser,
+                   int stop)
+        : lock_(std::move(lock)),
+          descriptor_(descriptor),
+          path_(std::move(path)),
+          anyUser_(anyUser),
+          stop_(stop) {}
     ~SocketListener() override {
         unlink(path_.c_str());
         close(descriptor_);
@@ -231,23 +317,29 @@ class SocketListener final : public PipeListener {
                             peer.uid == geteuid());
     }
 
+    std::unique_ptr<NameLock> lock_;  // let go last
     int descriptor_;
     std::string path_;
     bool anyUser_;
     int stop_;
 };
 
-// A socket file that nobody listens on any more is in the way of a new server.
-bool RemoveDeadSocket(const WChar* name, const char* path) {
-    const Handle pipe = OpenPipe(name);
-    if (IsValid(pipe)) {
-        ClosePipe(pipe);
-        SetLastError(kErrorPipeBusy);
+// A socket file that nobody listens on any more is in the way of a new server. The caller holds
+// the name's lock.
+bool RemoveDeadSocket(const sockaddr_un& address) {
+    const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (probe < 0) {
+        SetLastError(FromErrno(errno));
         return false;
     }
+    const auto* general = reinterpret_cast<const sockaddr*>(&address);
+    const bool answered = connect(probe, general, sizeof address) == 0 || errno == EAGAIN;
+    close(probe);
     struct stat state;
-    if (lstat(path, &state) == 0 && S_ISSOCK(state.st_mode)) unlink(path);
-    return true;
+    if (!answered && lstat(address.sun_path, &state) == 0 && S_ISSOCK(state.st_mode))
+        unlink(address.sun_path);
+    if (answered) SetLastError(kErrorPipeBusy);
+    return !answered;
 }
 
 }  // namespace
@@ -263,12 +355,17 @@ std::unique_ptr<PipeListener> PipeListener::Listen(const WChar* name, bool anyUs
     sockaddr_un address;
     if (!FillAddress(name, &address)) return nullptr;
     const std::string path = address.sun_path;
-    const bool inFolder = path.starts_with(RuntimeFolder() + "/");
-    if (inFolder && !EnsureRuntimeFolder(RuntimeFolder())) {
+    if (IsInRuntimeFolder(path) && !EnsureRuntimeFolder(RuntimeFolder())) {
         SetLastError(FromErrno(errno));
         return nullptr;
     }
-    if (!RemoveDeadSocket(name, address.sun_path)) return nullptr;
+    auto lock = std::make_unique<NameLock>(path);
+    const Error taken = lock->Take();
+    if (taken != kErrorSuccess) {
+        SetLastError(taken);
+        return nullptr;
+    }
+    if (!RemoveDeadSocket(address)) return nullptr;
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (descriptor < 0 ||
         bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
@@ -277,7 +374,7 @@ std::unique_ptr<PipeListener> PipeListener::Listen(const WChar* name, bool anyUs
         if (descriptor >= 0) close(descriptor);
         return nullptr;
     }
-    return std::make_unique<SocketListener>(descriptor, path, anyUser,
+    return std::make_unique<SocketListener>(descriptor, std::move(lock), path, anyUser,
                                             static_cast<EventStop*>(stop)->Descriptor());
 }
 

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
+
 namespace platform {
 namespace {
 
@@ -11,16 +13,73 @@ WString FullName(const WChar* name) {
     return L"\\\\.\\pipe\\" + WString(name);
 }
 
+// The system would take some names for paths that lead away from the pipes: those with a part of
+// dots and blanks alone, an empty part, a slash or a drive's colon.
+bool IsPipeName(WStringView name) {
+    if (name.find_first_of(L"/:") != WStringView::npos) return false;
+    for (;;) {
+        const size_t end = name.find(L'\\');
+        if (name.substr(0, end).find_first_not_of(L". ") == WStringView::npos) return false;
+        if (end == WStringView::npos) return true;
+        name.remove_prefix(end + 1);
+    }
+}
+
+bool IsUserOf(HANDLE token, PSID user) {
+    BYTE buffer[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    DWORD bytes = 0;
+    return GetTokenInformation(token, TokenUser, buffer, sizeof buffer, &bytes) &&
+           EqualSid(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, user);
+}
+
+bool IsCaller(PSID user) {
+    HANDLE token = nullptr;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token) &&
+        !OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return false;
+    const bool is = IsUserOf(token, user);
+    CloseHandle(token);
+    return is;
+}
+
+// Anybody may make a pipe of a name that is free, and wait for whoever asks there. Only a system
+// that keeps no owners of pipes gives none.
+bool MayBeAsked(HANDLE pipe) {
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
+                        nullptr, nullptr, &descriptor) != ERROR_SUCCESS)
+        return false;
+    const bool may = owner == nullptr || IsCaller(owner) ||
+                     IsWellKnownSid(owner, WinLocalSystemSid) ||
+                     IsWellKnownSid(owner, WinBuiltinAdministratorsSid);
+    LocalFree(descriptor);
+    return may;
+}
+
 }  // namespace
 
 std::string PipePath(const WChar* name) {
     return ToUtf8(FullName(name));
 }
 
-Handle OpenPipe(const WChar* name) noexcept {
-    // No quality of service is asked for, so the server may impersonate the caller.
-    return CreateFileW(FullName(name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+// Nothing has been sent when the owner is looked at, and before something is, no server can act
+// for the client.
+Handle OpenPipe(const WChar* name, Disclosure disclosure) noexcept {
+    if (!IsPipeName(name)) {
+        SetLastError(kErrorInvalidName);
+        return nullptr;
+    }
+    const DWORD level =
+        disclosure == Disclosure::Impersonate ? SECURITY_IMPERSONATION : SECURITY_IDENTIFICATION;
+    const HANDLE pipe = CreateFileW(FullName(name).c_str(), GENERIC_READ | GENERIC_WRITE, 0,
+                                    nullptr, OPEN_EXISTING, SECURITY_SQOS_PRESENT | level, nullptr);
+    if (pipe == INVALID_HANDLE_VALUE) return nullptr;
+    const bool isPipe = GetFileType(pipe) == FILE_TYPE_PIPE;
+    if (isPipe && MayBeAsked(pipe)) return pipe;
+    CloseHandle(pipe);
+    SetLastError(isPipe ? kErrorAccessDenied : kErrorInvalidName);
+    return nullptr;
 }
 
 Error ReadPipe(Handle pipe, void* buffer, uint32_t bytes, uint32_t* done) noexcept {
@@ -126,7 +185,9 @@ class ServerPipe final : public PipeConnection {
     Error Impersonate() override {
         return ImpersonateNamedPipeClient(pipe_) ? kErrorSuccess : GetLastError();
     }
-    void EndImpersonation() override { RevertToSelf(); }
+    Error EndImpersonation() override {
+        return RevertToSelf() || SetThreadToken(nullptr, nullptr) ? kErrorSuccess : GetLastError();
+    }
 
   private:
     HANDLE pipe_;
@@ -192,6 +253,10 @@ std::unique_ptr<StopSignal> StopSignal::Create() {
 // The default descriptor of a pipe lets its owner and administrators write; every request is
 // answered under the client's own identity, whoever it is.
 std::unique_ptr<PipeListener> PipeListener::Listen(const WChar* name, bool, StopSignal* stop) {
+    if (!IsPipeName(name)) {
+        SetLastError(kErrorInvalidName);
+        return nullptr;
+    }
     const WString full = FullName(name);
     const HANDLE first = ServerListener::CreateInstance(full, true);
     if (first == INVALID_HANDLE_VALUE) return nullptr;

@@ -1,6 +1,7 @@
 #include "server/Conversation.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "Shared/logging/Logger.h"
 #include "server/Session.h"
@@ -22,12 +23,16 @@ class AsClient {
   public:
     explicit AsClient(PipeConnection* connection)
         : connection_(connection), error_(connection->Impersonate()) {}
-    ~AsClient() {
-        if (error_ == 0) connection_->EndImpersonation();
-    }
+    ~AsClient() { End(); }
     AsClient(const AsClient&) = delete;
     AsClient& operator=(const AsClient&) = delete;
     Error Result() const { return error_; }
+    // What the end of it gives, which is looked at once.
+    Error End() {
+        return connection_ == nullptr || error_ != 0
+                   ? platform::kErrorSuccess
+                   : std::exchange(connection_, nullptr)->EndImpersonation();
+    }
 
   private:
     PipeConnection* connection_;
@@ -86,13 +91,18 @@ bool ServeOne(PipeConnection* connection, Session* session, uint32_t stall) {
     }
     std::optional<std::vector<uint8_t>> reply;
     {
-        const AsClient identity(connection);
+        AsClient identity(connection);
         if (identity.Result() != 0) {
             ZRFS_LOG(log::kError, kName, "The client's identity cannot be taken [{}]",
                      identity.Result());
             return false;
         }
         reply = session->Answer(request);
+        error = identity.End();
+    }
+    if (error != 0) {
+        ZRFS_LOG(log::kError, kName, "The client's identity cannot be laid down [{}]", error);
+        return false;
     }
     if (!reply) {
         ZRFS_LOG(log::kWarning, kName, "Malformed request of [{}] bytes", request.size());
@@ -103,20 +113,34 @@ bool ServeOne(PipeConnection* connection, Session* session, uint32_t stall) {
     return error == 0;
 }
 
+// Nothing is written to a store in the server's own name.
+void CloseAsClient(PipeConnection* connection, Session* session) {
+    const AsClient identity(connection);
+    if (identity.Result() != 0) {
+        ZRFS_LOG(log::kError, "CloseAsClient", "A store stays open [{}]", identity.Result());
+        session->Abandon();
+    }
+    try {
+        session->Close();
+    } catch (const std::exception& error) {
+        ZRFS_LOG(log::kError, "CloseAsClient", "A store stays open: {}", error.what());
+        session->Abandon();
+    }
+}
+
 }  // namespace
 
 void ServeConnection(PipeConnection* connection, SessionRules* rules, uint32_t stallMilliseconds) {
     constexpr const char* kName = "ServeConnection";
     ZRFS_LOG(log::kInformation, kName, "Client connected");
+    Session session(rules);
     try {
-        Session session(rules);
         while (ServeOne(connection, &session, stallMilliseconds)) {
         }
-        const AsClient identity(connection);
-        session.Close();
     } catch (const std::exception& error) {
         ZRFS_LOG(log::kError, kName, "Connection given up: {}", error.what());
     }
+    CloseAsClient(connection, &session);
     ZRFS_LOG(log::kInformation, kName, "Client gone");
 }
 

@@ -1,5 +1,6 @@
 #include "server/PathGuard.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "platform/HostPath.h"
@@ -32,9 +33,10 @@ bool HasItsLogBeside(const WString& file) {
 
 PathGuard::PathGuard(std::optional<fs::path> root) {
     if (!root) return;
-    if (!fs::is_directory(*root) || platform::RealPath(ToText(fs::absolute(*root)), &root_) != 0)
+    folder_ = platform::RootFolder::Open(ToText(fs::absolute(*root)));
+    if (folder_ == nullptr)
         throw std::runtime_error(root->string() + " is not a folder that can be served");
-    if (root_.back() != kHostSeparator) root_.push_back(kHostSeparator);
+    root_ = folder_->Path();
 }
 
 std::optional<WString> PathGuard::AdmitFile(const WString& path) const {
@@ -52,10 +54,19 @@ std::optional<WString> PathGuard::AdmitFile(const WString& path) const {
     return real;
 }
 
-// A hive that is mounted already is served as it is, whatever file was named.
+// A hive that is mounted already is served as it is, whatever file was named, and unloaded at the
+// end. So no two names may be one to the system, or to the helper that is told what to unload in a
+// command line: letters and digits of which there is but one spelling, and few signs.
 bool PathGuard::AdmitMount(const WString& name) const {
+    constexpr WStringView kSigns = WTEXT("-_.{}");
+    const auto isPlain = [&](platform::WChar unit) {
+        const platform::WChar folded = platform::Fold(unit);
+        return (folded >= 'a' && folded <= 'z') || (unit >= '0' && unit <= '9') ||
+               kSigns.find(unit) != WStringView::npos;
+    };
+    if (name.empty() || !std::all_of(name.begin(), name.end(), isPlain)) return false;
     return root_.empty() ||
-           (!name.empty() && name.find('\\') == WString::npos && name.front() != '.' &&
+           (name.front() != '.' && name.back() != '.' &&
             platform::CompareFolded(WStringView(name).substr(0, 2), WTEXT("S-")) != 0);
 }
 

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 
 #include "include/ZrFsTypes.h"
+#include "platform/RootFolder.h"
 #include "platform/Text.h"
 
 namespace server {
@@ -23,7 +25,8 @@ class PathGuard {
   public:
     // Without a root any file that the server (or the client it acts as) can open may be named,
     // relative ones from the server's folder. With one, only files below it, relative ones from
-    // it; no live registry, nor a hive under a name that the system mounts hives by.
+    // it; no live registry, nor a hive under a name that the system mounts hives by. That a path
+    // was admitted does not say where it leads when it is opened: Root does.
     //
     // Throws std::runtime_error when the root is no folder.
     explicit PathGuard(std::optional<std::filesystem::path> root);
@@ -31,12 +34,15 @@ class PathGuard {
     // The store to open, or nothing when the method or the path is refused.
     std::optional<StoreRequest> Admit(uint32_t method, const platform::WString& path) const;
 
+    // What the files are to be opened within; null without a root.
+    const platform::RootFolder* Root() const { return folder_.get(); }
+
   private:
     std::optional<platform::WString> AdmitFile(const platform::WString& path) const;
     bool AdmitMount(const platform::WString& name) const;
 
-    // The root's real path and the separator behind it; empty without a root.
-    platform::WString root_;
+    std::shared_ptr<const platform::RootFolder> folder_;
+    platform::WString root_;  // its path; empty without a root
 };
 
 }  // namespace server

@@ -1,9 +1,12 @@
 #include "server/Session.h"
 
+#include <algorithm>
 #include <mutex>
 #include <shared_mutex>
 
 #include "FS_Library_DLL/IFSInterface.h"
+#include "platform/Clock.h"
+#include "platform/LockWaitLimit.h"
 #include "platform/RealPath.h"
 
 namespace server {
@@ -17,9 +20,14 @@ namespace {
 
 constexpr uint32_t kWriteLock = 1;
 constexpr uint32_t kReadLock = 3;
-// What a reply may carry besides the data itself.
-constexpr uint32_t kReplyOverhead = 64;
-constexpr uint32_t kLargestData = ipc::kLargestPacket - kReplyOverhead;
+// How long a request waits for the store's lock, and how much of that at a time: a stop is noticed
+// in between.
+constexpr uint32_t kLockWait = 60000;  // milliseconds
+constexpr uint32_t kLockTurn = 200;
+// What is left of a payload for a value's data behind the code, its type, length and count, and
+// before the status; and for a list's strings behind the code and their count.
+constexpr uint32_t kLargestData = ipc::kLargestPayload - 5 * sizeof(uint32_t);
+constexpr uint32_t kLargestList = ipc::kLargestPayload - 3 * sizeof(uint32_t);
 
 bool Changes(Request code) {
     switch (code) {
@@ -52,13 +60,28 @@ class OwnedName {
 
 }  // namespace
 
+// Makes a call that may have to wait for the store's lock, again and again while the wait is all
+// that it fails for.
+template <class Call>
+FBR_STATUS Session::Patiently(Call call) const {
+    const uint32_t start = platform::TickCount();
+    for (;;) {
+        const uint32_t turn = platform::TickCount();
+        const FBR_STATUS status = call();
+        const uint32_t now = platform::TickCount();
+        const bool waited = status == FSSTATUS_LOCK_FAILED && now - turn > kLockTurn / 2;
+        if (!waited || now - start >= kLockWait || rules_->stopping) return status;
+    }
+}
+
 // The store's lock for the time of one request.
 class Session::Locked {
   public:
     Locked(const Session& session, Request code)
         : store_(session.lockable_ ? session.store_ : nullptr),
           type_(Changes(code) ? kWriteLock : kReadLock) {
-        if (store_ != nullptr) status_ = FBR_GetLockEx(type_, store_);
+        if (store_ != nullptr)
+            status_ = session.Patiently([this] { return FBR_GetLockEx(type_, store_); });
     }
     ~Locked() {
         if (store_ != nullptr && status_ == FSSTATUS_SUCCESS) FBR_ReleaseLockEx(type_, store_);
@@ -101,6 +124,12 @@ uint64_t Session::Enter(int64_t key) {
 }
 
 std::optional<std::vector<uint8_t>> Session::Answer(std::span<const uint8_t> bytes) {
+    const platform::WithinRoot within(rules_->guard.Root());
+    const platform::LockWaitLimit limit(kLockTurn);
+    return Carry(bytes);
+}
+
+std::optional<std::vector<uint8_t>> Session::Carry(std::span<const uint8_t> bytes) {
     WireReader request(bytes);
     const uint32_t code = request.U32();
     if (!request.Good() || code >= ipc::kRequestCount) return std::nullopt;
@@ -113,7 +142,7 @@ std::optional<std::vector<uint8_t>> Session::Answer(std::span<const uint8_t> byt
         if (gate != nullptr) together = std::shared_lock(*gate);
         Dispatch(static_cast<Request>(code), request, reply);
     }
-    if (!request.AtEnd() || reply.Payload().size() > kLargestData) return std::nullopt;
+    if (!request.AtEnd() || reply.Payload().size() > ipc::kLargestPayload) return std::nullopt;
     return std::move(reply.Payload());
 }
 
@@ -165,18 +194,38 @@ void Session::Open(WireReader& request, Reply& reply) {
     Close();
     const std::optional<StoreRequest> admitted = rules_->guard.Admit(method, path);
     FBR_STATUS status = FSSTATUS_INVALID_PARAMETER;
-    if (admitted) {
-        auto gate = rules_->GateOf(admitted->path);
-        const std::lock_guard alone(*gate);
-        status = FBR_InitialiseEx(admitted->path.c_str(), &store_, admitted->method);
-        lockable_ = admitted->method == FS_VR_METHOD_TARN;
-        if (status == FSSTATUS_SUCCESS) gate_ = std::move(gate);
-    }
+    if (admitted) status = OpenStore(*admitted);
     reply.U32(static_cast<uint32_t>(status));
+}
+
+FBR_STATUS Session::OpenStore(const StoreRequest& request) {
+    lockable_ = request.method == FS_VR_METHOD_TARN;
+    auto folder = std::make_unique<platform::HeldFolder>(request.path.c_str());
+    const platform::Error error = folder->Status();
+    // Those that open files by themselves get no path that somebody could still lay elsewhere.
+    if (error == platform::kErrorPathNotFound && !lockable_) return FSSTATUS_NOT_FOUND;
+    if (error != 0 && error != platform::kErrorPathNotFound) return FSSTATUS_INVALID_PARAMETER;
+    auto gate = rules_->GateOf(request.path);
+    const std::lock_guard alone(*gate);
+    const FBR_STATUS status =
+        Patiently([&] { return FBR_InitialiseEx(request.path.c_str(), &store_, request.method); });
+    if (status != FSSTATUS_SUCCESS) return status;
+    gate_ = std::move(gate);
+    folder_ = std::move(folder);
+    return status;
+}
+
+void Session::Abandon() {
+    store_ = nullptr;
+    keys_.clear();
+    gate_.reset();
+    folder_.reset();
 }
 
 void Session::Close() {
     if (store_ == nullptr) return;
+    const platform::WithinRoot within(rules_->guard.Root());
+    const platform::LockWaitLimit limit(kLockTurn);
     const auto gate = gate_;
     const std::shared_lock together(*gate);
     End();
@@ -192,20 +241,20 @@ FBR_STATUS Session::End() {
     keys_.clear();
     const FBR_STATUS status = FBR_DeInitialiseEx(store_);
     lock.Forget();
-    store_ = nullptr;
-    gate_.reset();
+    Abandon();
     return status;
 }
 
 void Session::NumberRequest(Request code, Reply& reply) {
     uint32_t number = 0;
     FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
-    if (store_ != nullptr) {
+    if (store_ != nullptr && code == Request::CheckFile) {
+        // It takes the lock itself, for an opening of its own.
+        status = Patiently([this] { return FBR_CheckFile(store_); });
+    } else if (store_ != nullptr) {
         const Locked lock(*this, code);
         if (!lock.Held()) {
             status = FSSTATUS_LOCK_FAILED;
-        } else if (code == Request::CheckFile) {
-            status = FBR_CheckFile(store_);
         } else {
             status = code == Request::Compact ? FBR_Compact(store_, &number)
                                               : FBR_IsCorrupted(store_, &number);
@@ -242,22 +291,34 @@ void Session::ValueRequest(Request code, WireReader& request, Reply& reply) {
     reply.U32(static_cast<uint32_t>(status));
 }
 
-// A buffer size of 0 asks for the size alone.
+// A buffer size of 0 asks for the size alone. The answer to that is the same of every store, of
+// which some call the size without the data a success.
 void Session::Query(int64_t key, const WString& name, uint32_t room, Reply& reply) {
     uint64_t size = 0;
     uint32_t type = 0;
-    FBR_STATUS status = store_->FBR_QueryValue(key, name.c_str(), nullptr, 0, &size, &type);
     std::vector<uint8_t> data;
-    if (room != 0 && status == FSSTATUS_BUFFER_OVERFLOW) {
+    const auto ask = [&](void* to, uint64_t bytes) {
+        return store_->FBR_QueryValue(key, name.c_str(), to, bytes, &size, &type);
+    };
+    FBR_STATUS status = ask(nullptr, 0);
+    const bool isThere = status == FSSTATUS_SUCCESS || status == FSSTATUS_BUFFER_OVERFLOW;
+    if (isThere && size != 0) status = FSSTATUS_BUFFER_OVERFLOW;
+    // What nobody locks may grow between two questions.
+    while (isThere && data.size() < std::min<uint64_t>(room, size)) {
         // No larger than what is there: the client's number is only a limit.
-        if (room > size) room = static_cast<uint32_t>(size);
-        if (room > kLargestData) room = kLargestData;
-        data.resize(room);
-        status = store_->FBR_QueryValue(key, name.c_str(), data.data(), room, &size, &type);
-        if (status != FSSTATUS_SUCCESS) data.clear();
-        if (size < data.size()) data.resize(static_cast<size_t>(size));
+        const uint64_t bytes = std::min<uint64_t>(room, size);
+        if (bytes > kLargestData) {
+            status = FSSTATUS_FAILED;
+            break;
+        }
+        data.resize(static_cast<size_t>(bytes));
+        status = ask(data.data(), bytes);
+        if (status != FSSTATUS_BUFFER_OVERFLOW) break;
     }
-    reply.U32(type).U32(static_cast<uint32_t>(size)).U32(static_cast<uint32_t>(data.size()));
+    if (status != FSSTATUS_SUCCESS) data.clear();
+    if (size < data.size()) data.resize(static_cast<size_t>(size));
+    const auto told = static_cast<uint32_t>(std::min<uint64_t>(size, UINT32_MAX));
+    reply.U32(type).U32(told).U32(static_cast<uint32_t>(data.size()));
     reply.Bytes(data.data(), data.size()).U32(static_cast<uint32_t>(status));
 }
 
@@ -371,7 +432,7 @@ void Session::NamesRequest(Request code, WireReader& request, Reply& reply) {
     }
     size_t bytes = 0;
     for (const WString& name : names) bytes += sizeof(uint32_t) + (name.size() + 1) * 2;
-    if (bytes > kLargestData) {  // one by one they can be had
+    if (bytes > kLargestList) {  // one by one they can be had
         names.clear();
         status = FSSTATUS_FAILED;
     }

@@ -1,6 +1,7 @@
 // One client's requests and the server's answers; the store and the keys behind them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 
 #include "Shared/ipc/Wire.h"
 #include "include/ZrFsLibrary.h"
+#include "platform/RootFolder.h"
 #include "platform/SharedLock.h"
 #include "server/PathGuard.h"
 
@@ -25,6 +27,8 @@ class SessionRules {
     explicit SessionRules(PathGuard pathGuard) : guard(std::move(pathGuard)) {}
 
     const PathGuard guard;
+    // Once set, nobody waits for a store's lock any more.
+    std::atomic<bool> stopping{false};
     // The one of the store that lies there.
     std::shared_ptr<Gate> GateOf(const platform::WString& path);
 
@@ -38,6 +42,7 @@ class SessionRules {
 // A key value that goes to the client is a number of the session's own. Of a container, every
 // request runs under its lock: the write lock for those that change it and for the end, the read
 // lock for the others; so clients of this server, of another, and local callers can share it.
+// While the thread works for the client it reaches no file but those below the server's root.
 class Session {
   public:
     explicit Session(SessionRules* rules) : rules_(rules) {}
@@ -49,14 +54,20 @@ class Session {
     std::optional<std::vector<uint8_t>> Answer(std::span<const uint8_t> request);
     // Closes the store, if one is open.
     void Close();
+    // Leaves the store as it is, for a client that the server can no longer act for.
+    void Abandon();
 
   private:
     using Reply = ipc::WireWriter;
     class Locked;
 
+    std::optional<std::vector<uint8_t>> Carry(std::span<const uint8_t> request);
     void Dispatch(ipc::Request code, ipc::WireReader& request, Reply& reply);
     void Open(ipc::WireReader& request, Reply& reply);
+    FBR_STATUS OpenStore(const StoreRequest& request);
     FBR_STATUS End();
+    template <class Call>
+    FBR_STATUS Patiently(Call call) const;
     void NumberRequest(ipc::Request code, Reply& reply);
     void ValueRequest(ipc::Request code, ipc::WireReader& request, Reply& reply);
     void Query(int64_t key, const platform::WString& name, uint32_t room, Reply& reply);
@@ -72,6 +83,7 @@ class Session {
 
     SessionRules* rules_;
     std::shared_ptr<Gate> gate_;  // of the open store
+    std::unique_ptr<platform::HeldFolder> folder_;
     FBR_STORE store_ = nullptr;
     bool lockable_ = false;
     std::unordered_map<uint64_t, int64_t> keys_;

@@ -36,6 +36,7 @@ Error StoreServer::Listen() {
 }
 
 void StoreServer::Stop() noexcept {
+    rules_.stopping = true;
     if (stop_ != nullptr) stop_->Signal();
 }
 

@@ -21,7 +21,9 @@ struct ServerOptions {
 };
 
 // Made, listening, run and stopped: Run returns after Stop, when every connection has ended and
-// its store is closed. Stop may be called from any thread and from a signal or console handler.
+// its store is closed; for a lock that somebody else holds it waits no longer than a moment, and
+// the volatile keys of that store stay. Stop may be called from any thread and from a signal or
+// console handler.
 //
 // A connection ends, and the others go on, when its client vanishes, stalls within a packet, or
 // sends a packet that is too large or not one of the protocol. Logs through the scoped logging.

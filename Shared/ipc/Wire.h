@@ -38,8 +38,9 @@ inline constexpr uint32_t kRequestCount = 22;
 
 inline constexpr uint32_t kPacketMagic = 42;
 inline constexpr uint32_t kPacketHeaderSize = 8;  // u32 magic, u32 total size
-// The largest packet either side takes, header included.
+// The largest packet either side takes, header included, and what of it is payload.
 inline constexpr uint32_t kLargestPacket = 64u << 20;
+inline constexpr uint32_t kLargestPayload = kLargestPacket - kPacketHeaderSize;
 
 // Builds a payload. May throw std::bad_alloc.
 class WireWriter {

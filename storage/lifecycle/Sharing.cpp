@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "Shared/security/LowIntegrityResource.h"
+#include "platform/LockWaitLimit.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
@@ -117,7 +118,8 @@ Status EndForeignChange(StorageContext* context) {
 // A reader that may not write waits here for the change to end; nobody can keep it from the file.
 Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t milliseconds) {
     using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::milliseconds(milliseconds);
+    const auto end =
+        Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
     for (;;) {
         const Status status = ReadMark(context, mark);
         if (status != kOk) return status;

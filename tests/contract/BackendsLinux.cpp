@@ -10,7 +10,10 @@ std::string ProcessState() {
 }
 
 const std::vector<Backend>& AllBackends() {
-    static const std::vector<Backend> all{ContainerBackend(), RemoteBackend(), OfflineBackend()};
+    static const std::vector<Backend> all{
+        ContainerBackend(), OfflineBackend(),
+        Behind<FilePlace<FS_VR_METHOD_TARN>>(ContainerBackend()),
+        Behind<FilePlace<FS_VR_METHOD_OFFLINE>>(OfflineBackend())};
     return all;
 }
 

@@ -125,21 +125,27 @@ std::string ProcessState() {
 
 namespace {
 
-Backend RemoteBackendHere() {
-    Backend backend = RemoteBackend();
+template <class Near>
+Backend BehindHere(Backend backend) {
     backend.leavesNoHandle = false;
-    return backend;
+    return Behind<Near>(std::move(backend));
 }
 
 }  // namespace
 
 const std::vector<Backend>& AllBackends() {
-    static const std::vector<Backend> all{ContainerBackend(),
-                                          RemoteBackendHere(),
-                                          {"Live", LivePlace<false>::Make, LiveDifferences()},
-                                          {"LiveByPath", LivePlace<true>::Make, LiveDifferences()},
-                                          {"Hive", HivePlace::Make, HiveDifferences()},
-                                          OfflineBackend()};
+    const Backend live{"Live", LivePlace<false>::Make, LiveDifferences()};
+    const Backend hive{"Hive", HivePlace::Make, HiveDifferences()};
+    static const std::vector<Backend> all{
+        ContainerBackend(),
+        OfflineBackend(),
+        live,
+        {"LiveByPath", LivePlace<true>::Make, LiveDifferences()},
+        hive,
+        BehindHere<FilePlace<FS_VR_METHOD_TARN>>(ContainerBackend()),
+        BehindHere<FilePlace<FS_VR_METHOD_OFFLINE>>(OfflineBackend()),
+        BehindHere<LivePlace<false>>(live),
+        BehindHere<HivePlace>(hive)};
     return all;
 }
 

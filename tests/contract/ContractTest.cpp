@@ -211,8 +211,10 @@ TEST_P(Contract, EnumerationAddsToWhatItIsGivenAndEndsWithNoMoreEntries) {
     EXPECT_TRUE(names.empty());
     EXPECT_EQ(FBR_EnumerateAllKeys(0, names, store_->Get()), FSSTATUS_INVALID_PARAMETER);
 
+    // Each takes its time on the way to a server.
+    const uint32_t count = Differs().listsReplace ? 200 : 1000;
     std::set<WString> expected;
-    for (int i = 0; i < 1000; ++i) {
+    for (uint32_t i = 0; i < count; ++i) {
         const WString name = Name("name " + std::to_string(i));
         ASSERT_EQ(store_->Make(name, key), FSSTATUS_SUCCESS);
         ASSERT_EQ(store_->Set(key, name, std::to_string(i)), FSSTATUS_SUCCESS);
@@ -222,10 +224,10 @@ TEST_P(Contract, EnumerationAddsToWhatItIsGivenAndEndsWithNoMoreEntries) {
     EXPECT_EQ(store_->Values(key), expected);
     names = {WTEXT("before")};
     EXPECT_EQ(FBR_EnumerateAllKeys(key, names, store_->Get()), FSSTATUS_NO_MORE_ENTRIES);
-    EXPECT_EQ(names.size(), Differs().listsReplace ? 1000u : 1001u);
+    EXPECT_EQ(names.size(), Differs().listsReplace ? count : count + 1);
     EXPECT_EQ(names.front() == WTEXT("before"), !Differs().listsReplace);
     FBR_WCHAR* name = nullptr;
-    EXPECT_EQ(FBR_EnumIntDirEx(key, 1000, &name, store_->Get()), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(FBR_EnumIntDirEx(key, count, &name, store_->Get()), FSSTATUS_NO_MORE_ENTRIES);
     EXPECT_EQ(name != nullptr, Differs().endHasName);
     FBR_Release(name);
 }

@@ -1,4 +1,5 @@
-// Stores that are a file of their own: a container, alone and behind a server, and an offline hive.
+// Stores that are a file of their own, a container and an offline hive, and every kind of store
+// behind a server.
 #pragma once
 
 #include "server/PathGuard.h"
@@ -19,17 +20,22 @@ class FilePlace : public Place {
     support::TempDir folder_;
 };
 
-// A container that a server of this process opens.
+// A store that a server of this process opens.
+template <class Near>
 class RemotePlace : public Place {
   public:
     static std::unique_ptr<Place> Make() { return std::make_unique<RemotePlace>(); }
-    WString Path() const override { return server_.Pipe() + WTEXT("|") + folder_.File("x.fbr"); }
+    WString Path() const override { return server_.Pipe() + WTEXT("|") + near_.Path(); }
     FBR_METHOD Method() const override {
-        return static_cast<FBR_METHOD>(server::kMethodRemoteContainer);
+        const FBR_METHOD method = near_.Method();
+        return method == FS_VR_METHOD_TARN ? static_cast<FBR_METHOD>(server::kMethodRemoteContainer)
+                                           : method;
     }
+    void Opened(FBR_STORE store) override { near_.Opened(store); }
+    void Closing(FBR_STORE store) override { near_.Closing(store); }
 
   private:
-    support::TempDir folder_;
+    Near near_;
     remote_test::RunningServer server_;
 };
 
@@ -57,18 +63,6 @@ inline Backend ContainerBackend() {
                             .deleteWithSubkeys = {FSSTATUS_DIR_NOT_EMPTY}}};
 }
 
-// As the container, but for what the way to it changes.
-inline Backend RemoteBackend() {
-    Backend backend = ContainerBackend();
-    backend.name = "Remote";
-    backend.makePlace = RemotePlace::Make;
-    backend.differences.writesNeedLock = false;
-    backend.differences.unknownParentIsRoot = false;
-    backend.differences.listsReplace = true;
-    backend.differences.endHasName = true;
-    return backend;
-}
-
 inline Backend OfflineBackend() {
     return {.name = "Offline",
             .makePlace = FilePlace<FS_VR_METHOD_OFFLINE>::Make,
@@ -91,6 +85,19 @@ inline Backend OfflineBackend() {
                             .renameTripsOverDeleted = true,
                             .renameInPlaceDuplicates = false,
                             .deleteWithSubkeys = {FSSTATUS_FAILED}}};
+}
+
+// As the store itself, but for what the way to it changes.
+template <class Near>
+Backend Behind(Backend backend) {
+    backend.name = "Remote" + backend.name;
+    backend.makePlace = RemotePlace<Near>::Make;
+    backend.differences.writesNeedLock = false;
+    backend.differences.unknownParentIsRoot = false;
+    backend.differences.keepsSecurity = false;
+    backend.differences.listsReplace = true;
+    backend.differences.endHasName = true;
+    return backend;
 }
 
 }  // namespace contract

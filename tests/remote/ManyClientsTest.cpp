@@ -36,8 +36,10 @@ WString Base(int client) {
 }
 
 RandomWork WorkOf(int client) {
-    return RandomWork(static_cast<uint32_t>(client) + 1, Base(client),
-                      contract::RemoteBackend().differences);
+    return RandomWork(
+        static_cast<uint32_t>(client) + 1, Base(client),
+        contract::Behind<contract::FilePlace<FS_VR_METHOD_TARN>>(contract::ContainerBackend())
+            .differences);
 }
 
 // Its operations in a key of its own; `done` is told of each one that was answered.

@@ -7,11 +7,11 @@ namespace remote_test {
 
 class RawClient {
   public:
-    explicit RawClient(const platform::WString& pipe) : pipe_(platform::OpenPipe(pipe.c_str())) {
+    explicit RawClient(const platform::WString& pipe) : pipe_(Open(pipe)) {
         // On Windows the server may not have come round to the next instance yet.
         while (!platform::IsValid(pipe_) && platform::LastError() == platform::kErrorPipeBusy) {
             platform::SleepMilliseconds(1);
-            pipe_ = platform::OpenPipe(pipe.c_str());
+            pipe_ = Open(pipe);
         }
         EXPECT_TRUE(platform::IsValid(pipe_)) << platform::LastError();
     }
@@ -36,6 +36,9 @@ class RawClient {
     }
 
   private:
+    static platform::Handle Open(const platform::WString& pipe) {
+        return platform::OpenPipe(pipe.c_str(), platform::Disclosure::Impersonate);
+    }
     bool Read(uint8_t* to, uint32_t size) {
         for (uint32_t done = 0; size > 0; to += done, size -= done)
             if (platform::ReadPipe(pipe_, to, size, &done) != 0 || done == 0) return false;

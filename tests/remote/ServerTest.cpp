@@ -154,9 +154,14 @@ TEST_F(ServerTest, GoesOnWhenClientsStallOrVanish) {
     EXPECT_EQ(other.Ask(Hex("02000000")), Packet(Hex("03000000 01000000")));
 }
 
-// A client that cannot be acted for.
+// A client that cannot be acted for, or that the server cannot cease to act for.
 class Nobody final : public platform::PipeConnection {
   public:
+    explicit Nobody(bool clings) : clings_(clings) {
+        if (!clings) return;
+        const Bytes more = Packet(Hex("08000000 0000000000000000 00000000 04000000 6b000000"));
+        sent_.insert(sent_.end(), more.begin(), more.end());
+    }
     platform::Error Read(void* buffer, uint32_t bytes, uint32_t) override {
         if (at_ + bytes > sent_.size()) return platform::kErrorBrokenPipe;
         std::copy_n(sent_.begin() + static_cast<ptrdiff_t>(at_), bytes,
@@ -168,19 +173,63 @@ class Nobody final : public platform::PipeConnection {
         ADD_FAILURE() << "answered";
         return 0;
     }
-    platform::Error Impersonate() override { return platform::kErrorAccessDenied; }
-    void EndImpersonation() override { ADD_FAILURE() << "not acted for"; }
+    platform::Error Impersonate() override { return clings_ ? 0 : platform::kErrorAccessDenied; }
+    platform::Error EndImpersonation() override {
+        EXPECT_TRUE(clings_) << "not acted for";
+        return platform::kErrorAccessDenied;
+    }
 
   private:
-    const Bytes sent_ = Packet(Hex(kOpen));
+    const bool clings_;
+    Bytes sent_ = Packet(Hex(kOpen));
     size_t at_ = 0;
 };
 
-TEST_F(ServerTest, DoesNothingForAClientWhoseIdentityItCannotTake) {
+TEST_F(ServerTest, ServesNobodyInAnotherIdentityThanTheirs) {
     server::SessionRules rules(server::PathGuard(dir_.Path()));
-    Nobody client;
-    server::ServeConnection(&client, &rules, 0);
+    Nobody unknown(false);
+    server::ServeConnection(&unknown, &rules, 0);
     EXPECT_FALSE(fs::exists(dir_ / "a.fbr"));
+    // The first request is carried out, and neither answered nor followed by another.
+    Nobody clinging(true);
+    server::ServeConnection(&clinging, &rules, 0);
+    FBR_STORE store = nullptr;
+    FBR_KEY key = 0;
+    ASSERT_EQ(FBR_InitialiseEx(dir_.File("a.fbr").c_str(), &store, FS_VR_METHOD_TARN),
+              FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_OpenDirEx(0, WTEXT("k"), &key, store), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(FBR_DeInitialiseEx(store), FSSTATUS_SUCCESS);
+}
+
+// Up to the last byte that fits a packet a value is sent; beyond, the size is told and the client
+// goes on.
+TEST_F(ServerTest, SendsWhatFitsAPacketAndSaysSoOfWhatDoesNot) {
+    constexpr uint32_t kMost = ipc::kLargestPacket - 8 - 20;
+    FBR_STORE store = nullptr;
+    ASSERT_EQ(FBR_InitialiseEx(dir_.File("a.fbr").c_str(), &store, FS_VR_METHOD_TARN),
+              FSSTATUS_SUCCESS);
+    ASSERT_EQ(FBR_GetLockEx(1, store), FSSTATUS_SUCCESS);
+    FBR_KEY key = 0;
+    ASSERT_EQ(FBR_CreateDirEx(0, WTEXT("k"), FSCREATEOPTIONS_NONE, &key, store), FSSTATUS_SUCCESS);
+    const Bytes data(kMost + 1, 0x5A);
+    ASSERT_EQ(FBR_SetValue(key, WTEXT("v"), 3, data.data(), kMost + 1, store), FSSTATUS_SUCCESS);
+    ASSERT_EQ(FBR_DeInitialiseEx(store), FSSTATUS_SUCCESS);
+
+    server::SessionRules rules(server::PathGuard(dir_.Path()));
+    server::Session session(&rules);
+    ASSERT_EQ(session.Answer(Hex(kOpen)), Hex(kOpened));
+    ASSERT_TRUE(session.Answer(Hex("09000000 0000000000000000 04000000 6b000000")));
+    const auto query = [&](uint32_t room) {
+        return session.Answer(ipc::WireWriter(7).U64(1).String(WTEXT("v")).U32(room).Payload());
+    };
+    for (const uint32_t room : {kMost + 1, 0xFFFFFFFFu})
+        EXPECT_EQ(query(room), Hex("08000000 03000000 e5ffff03 00000000 01000000")) << room;
+    const auto whole = query(kMost);
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(whole->size(), ipc::kLargestPayload);
+    EXPECT_EQ(Bytes(whole->begin(), whole->begin() + 17),
+              Hex("08000000 03000000 e4ffff03 e4ffff03 5a"));
+    EXPECT_EQ(Bytes(whole->end() - 5, whole->end()), Hex("5a 00000000"));
 }
 
 TEST_F(ServerTest, GivesOneClientNothingOfAnothers) {
@@ -268,8 +317,12 @@ TEST_F(ServerTest, LetsNoPathOutOfTheRoot) {
         EXPECT_TRUE(guard.Admit(4, Native(absolute + "ROOT/a.fbr")));
     }
     EXPECT_TRUE(guard.Admit(FS_VR_METHOD_HIVE, Native("a.dat!mount")));
-    for (const char* mount : {"", "!", "!S-1-5-18", "!s-1-5-18", "!.DEFAULT", "!a\\b"})
-        EXPECT_FALSE(guard.Admit(FS_VR_METHOD_HIVE, Native("a.dat") + Native(mount))) << mount;
+    for (const char* mount : {"", "!", "!S-1-5-18", "!s-1-5-18", "!.DEFAULT", "!a\\b", "!\"other\"",
+                              "!other ", "!a b", "!other.", "!\xC5\xBF-1-5-18", "!a\tb"})
+        EXPECT_FALSE(
+            guard.Admit(FS_VR_METHOD_HIVE, platform::FromUtf8("a.dat" + std::string(mount))))
+            << mount;
+    EXPECT_FALSE(server::PathGuard(std::nullopt).Admit(FS_VR_METHOD_HIVE, WTEXT("a!\"other\"")));
     // A sign of the path grammar in the root's own name would part the path there.
     fs::create_directories(dir_ / "odd!root");
     const server::PathGuard odd(dir_ / "odd!root");

@@ -49,6 +49,33 @@ TEST(RemoteIdentity, EveryRequestAndTheClosingRunAsTheClient) {
     platform::SetAllocationGate(nullptr);
 }
 
+// Neither a client nor a server takes a file for a pipe, however the name is spelled.
+TEST(RemoteNames, LeadToPipesOnly) {
+    const support::TempDir dir;
+    const support::Bytes content = {'a', 'b', 'c'};
+    support::WriteBytes(dir / "f", content);
+    const std::wstring drive = dir.Path().wstring();
+    const std::wstring names[] = {L"",
+                                  L"..",
+                                  L"..\\..\\" + drive + L"\\f",
+                                  L"..\\" + drive + L"\\f",
+                                  L"a\\..\\..\\" + drive + L"\\f",
+                                  L"..\\NUL",
+                                  L"../" + drive + L"/f",
+                                  L".. \\x",
+                                  L"a\\\\b",
+                                  L"\\a"};
+    const auto stop = platform::StopSignal::Create();
+    for (const std::wstring& name : names) {
+        SCOPED_TRACE(platform::ToUtf8(name));
+        EXPECT_FALSE(
+            platform::IsValid(platform::OpenPipe(name.c_str(), platform::Disclosure::Impersonate)));
+        EXPECT_EQ(platform::LastError(), platform::kErrorInvalidName);
+        EXPECT_EQ(platform::PipeListener::Listen(name.c_str(), false, stop.get()), nullptr);
+    }
+    EXPECT_EQ(support::ReadBytes(dir / "f"), content);
+}
+
 TEST(RemoteHandles, DoNotGrowWithTheConnections) {
     const support::TempDir dir;
     server::ServerOptions options;

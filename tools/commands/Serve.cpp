@@ -53,6 +53,7 @@ void Serve(const ServeArguments& arguments) {
             fmt::format("cannot listen on {}: error {}", server.Where(), error));
     g_running = &server;
     OnInterrupt(&StopRunning);
+    HearOfSessionEnd();
     std::cerr << "fbr: listening on " << server.Where() << std::endl;
     server.Run();
     OnInterrupt(nullptr);

@@ -22,5 +22,8 @@ unsigned TerminalColumns();
 // Calls `handler` when the person or the system asks the program to end; it must be fit for a
 // signal handler. Null takes it back.
 void OnInterrupt(void (*handler)());
+// Has the handler called at the end of the person's session, too, where the system tells of that in
+// a way of its own. For a command that stays until it is told to end.
+void HearOfSessionEnd();
 
 }  // namespace fbr

@@ -12,6 +12,8 @@ std::vector<std::string> CommandLine(int argc, char** argv) {
 
 void PrepareStreams() {}
 
+void HearOfSessionEnd() {}  // a signal
+
 bool OutputIsTerminal() {
     return isatty(STDOUT_FILENO) == 1;
 }

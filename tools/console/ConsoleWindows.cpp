@@ -58,10 +58,39 @@ namespace {
 
 void (*g_interrupt)() = nullptr;
 
-BOOL WINAPI HandleControl(DWORD) {
+// The system ends the program as soon as it has its answer: that waits for the end of main, which
+// takes the process along, or for the system's patience, a few seconds.
+[[noreturn]] void EndInOrder() {
+    g_interrupt();
+    Sleep(INFINITE);
+    ExitProcess(1);
+}
+
+BOOL WINAPI HandleControl(DWORD event) {
     if (g_interrupt == nullptr) return FALSE;
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) EndInOrder();
     g_interrupt();
     return TRUE;
+}
+
+LRESULT CALLBACK HandleMessage(HWND window, UINT message, WPARAM ends, LPARAM more) {
+    if (message == WM_QUERYENDSESSION) return TRUE;
+    if (message == WM_ENDSESSION && ends != 0 && g_interrupt != nullptr) EndInOrder();
+    return DefWindowProcW(window, message, ends, more);
+}
+
+DWORD WINAPI WatchSession(void*) {
+    WNDCLASSW kind = {};
+    kind.lpfnWndProc = HandleMessage;
+    kind.hInstance = GetModuleHandleW(nullptr);
+    kind.lpszClassName = L"fbr session";
+    if (RegisterClassW(&kind) == 0) return 0;
+    // Never shown. A window for messages alone would not be told.
+    CreateWindowExW(0, kind.lpszClassName, L"fbr", 0, 0, 0, 0, 0, nullptr, nullptr, kind.hInstance,
+                    nullptr);
+    MSG message;
+    while (GetMessageW(&message, nullptr, 0, 0) > 0) DispatchMessageW(&message);
+    return 0;
 }
 
 }  // namespace
@@ -69,6 +98,13 @@ BOOL WINAPI HandleControl(DWORD) {
 void OnInterrupt(void (*handler)()) {
     g_interrupt = handler;
     SetConsoleCtrlHandler(HandleControl, handler != nullptr);
+}
+
+// The control events of that kind go to no program that has windows' library in it, as this one has
+// through others.
+void HearOfSessionEnd() {
+    const HANDLE thread = CreateThread(nullptr, 0, WatchSession, nullptr, 0, nullptr);
+    if (thread != nullptr) CloseHandle(thread);
 }
 
 }  // namespace fbr
