@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "FS_Library_DLL/LockWait.h"
 #include "Shared/security/LowIntegrityResource.h"
 #include "storage/lifecycle/ContextLife.h"
 
@@ -9,7 +10,6 @@ namespace storage {
 
 namespace {
 
-constexpr uint32_t kLockWait = 60000;  // milliseconds
 constexpr size_t kNameUnits = 260;
 constexpr WChar kMutexPrefix[] = WTEXT("Varnhold-TARN_MP_LOCK_");
 constexpr WChar kGenerationPrefix[] = WTEXT("Varnhold-TARN_MP_MMF_VERSION_");
@@ -67,6 +67,15 @@ uint32_t LoadGeneration(const StorageContext* context) {
     return std::atomic_ref<uint32_t>(*context->sharedGeneration).load();
 }
 
+// As long as the process wants to wait; who asked is told of the wait.
+platform::WaitResult WaitForMutex(platform::Handle mutex) {
+    const platform::WaitResult result = platform::WaitForMutex(mutex, 0);
+    const uint32_t wait = LockWaitMilliseconds();
+    if (result != platform::WaitResult::TimedOut || wait == 0) return result;
+    if (const LockWaitBegins begins = LockWaitCallback()) begins();
+    return platform::WaitForMutex(mutex, wait);
+}
+
 // Throws away what memory holds of the container and opens it again. Open handles and searches
 // lose their objects.
 Status Reload(StorageContext* context) {
@@ -120,7 +129,7 @@ Status GetContainerLock(StorageContext* context) {
         if (OpenMutex(context) != kOk) return kInternal;
     }
     // Not under containerLock: the owner needs that to get on and let the mutex go.
-    const platform::WaitResult result = platform::WaitForMutex(context->lockMutex, kLockWait);
+    const platform::WaitResult result = WaitForMutex(context->lockMutex);
     const bool ownerDied = result == platform::WaitResult::Abandoned;
     if (result != platform::WaitResult::Granted && !ownerDied) return kInternal;
     const Status status = EnterLocked(context, ownerDied);
