@@ -6,8 +6,7 @@
 
 inline constexpr uint32_t kDefaultLockWait = 60000;  // milliseconds
 
-// Called at the start of each wait, by the thread that waits, which holds locks of the store then:
-// it may write a line, and calls nothing of the library.
+// Called once at the start of each wait, by the thread that waits; it calls nothing of the library.
 using LockWaitBegins = void (*)();
 
 // 0: not at all. Set both before the threads start that lock.
