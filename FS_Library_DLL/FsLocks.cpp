@@ -1,6 +1,7 @@
 #include "FS_Library_DLL/FsLocks.h"
 
 #include "FS_Library_DLL/FsOperation.h"
+#include "FS_Library_DLL/LockWait.h"
 #include "FS_Library_DLL/FsTrace.h"
 
 namespace {
@@ -40,10 +41,19 @@ void PopLock(FsStoreContext* context) {
     context->currentLock = context->lockStack != nullptr ? context->lockStack->type : kNoLock;
 }
 
+// Our own engine waits as long as the process wants, and tells of it.
+storage::Status AskForLock(uint32_t engineType, FsStoreContext* context) {
+    if (!FsHasOwnEngine() || engineType == kNoLock)
+        return FsEngine().StorageGetLock(context->container, static_cast<int32_t>(engineType));
+    storage::LockPatience patience;
+    patience.milliseconds = LockWaitMilliseconds();
+    patience.waiting = LockWaitCallback();
+    return storage::GetContainerLock(context->container, patience);
+}
+
 FBR_STATUS TakeLock(uint32_t engineType, FsStoreContext* context) {
     if (context == nullptr) return FSSTATUS_INVALID_PARAMETER;
-    const storage::Status code =
-        FsEngine().StorageGetLock(context->container, static_cast<int32_t>(engineType));
+    const storage::Status code = AskForLock(engineType, context);
     FsTraceLine(kTraceDetail, "FS_GetLockEx", "StorageGetLock returned [{}]", code);
     if (code != storage::kOk) return FSSTATUS_LOCK_FAILED;
     PushLock(engineType, context);

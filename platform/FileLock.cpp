@@ -185,6 +185,7 @@ void FileLock::FreeSlot() {
 
 FileLock::Result FileLock::Acquire(uint32_t milliseconds, void (*waiting)()) {
     milliseconds = LockWaitOf(milliseconds);
+    if (milliseconds == 0) waiting = nullptr;
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
     bool nested = false;
     const Result slot = AcquireSlot(milliseconds, &nested, &waiting);

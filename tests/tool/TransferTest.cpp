@@ -87,9 +87,17 @@ TEST_F(ToolTest, LeavesNoHalfWrittenExport) {
     EXPECT_EQ(Bad(1, {"export", store_, "nokey", "-o", File("out.reg")}).substr(0, 21),
               "fbr: cannot open key ");
     EXPECT_EQ(Read("out.reg"), "old");
-    EXPECT_FALSE(Exists("out.reg.part"));
-    EXPECT_EQ(Bad(1, {"export", store_, "-o", File("no/such/dir.reg")}),
-              "fbr: cannot write file " + File("no/such/dir.reg") + "\n");
+    for (const char* name : {"no/such/dir.reg", "."}) {
+        EXPECT_EQ(Bad(1, {"export", store_, "-o", File(name)})
+                      .find("fbr: cannot write file " + File(name) + ": "),
+                  0u);
+    }
+    Good({"export", store_, "-o", File("out.reg")});
+    EXPECT_EQ(Read("out.reg"), Good({"export", store_}));
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.Path())) {
+        const std::string name = Utf8(entry.path().filename());
+        EXPECT_TRUE(name == "x.fbr" || name == "out.reg") << name;
+    }
 }
 
 // Every name and every byte that a store can hold comes through both formats.

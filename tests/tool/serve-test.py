@@ -14,6 +14,8 @@ import sys
 import tempfile
 
 fbr, example = sys.argv[1:3]
+# Not ignored, as it is in the background of a script, and so not by what is started here.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 remote = [fbr, "--method", "remote-container"]
 client = runpy.run_path(example)
 

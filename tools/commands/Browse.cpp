@@ -9,6 +9,7 @@
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
 #include "tools/format/ValueText.h"
+#include "tools/store/Reach.h"
 
 namespace fbr {
 namespace {
@@ -31,6 +32,10 @@ std::string ShowName(WStringView name) {
     return name == WTEXT("(Default)") ? "\"(Default)\"" : Printable(name);
 }
 
+std::string ShowKeyName(WStringView name) {
+    return name.empty() ? "\"\"" : Printable(name);
+}
+
 void PrintRows(const std::vector<Row>& rows) {
     size_t name = 0, type = 0, size = 0;
     for (const Row& row : rows) {
@@ -45,39 +50,46 @@ void PrintRows(const std::vector<Row>& rows) {
     }
 }
 
-void List(const Store& store, const WString& path) {
+// Of what cannot be had the name is known.
+Row RowOf(const Key& key, const Listed& listed, const OnLoss& onLoss) {
+    const auto value = listed.reachable ? TryGet(key, listed.name, onLoss) : std::nullopt;
+    if (!value) return {ShowName(listed.name), "?", "?", ""};
+    return {ShowName(listed.name), TypeName(value->type), std::to_string(value->data.size()),
+            DataOnOneLine(value->type, value->data, kShownBytes)};
+}
+
+void List(const Store& store, const WString& path, const OnLoss& onLoss) {
+    const ReadLock lock(store);
     const Key key = store.OpenKey(path);
-    for (const WString& name : key.SubkeyNames()) std::cout << Printable(name) << "\\\n";
+    for (const Listed& subkey : ListSubkeys(key, onLoss))
+        std::cout << ShowKeyName(subkey.name) << "\\\n";
     std::vector<Row> rows;
-    for (const WString& name : key.ValueNames()) {
-        const Value value = key.Get(name);
-        rows.push_back({ShowName(name), TypeName(value.type), std::to_string(value.data.size()),
-                        DataOnOneLine(value.type, value.data, kShownBytes)});
-    }
+    for (const Listed& value : ListValues(key, onLoss)) rows.push_back(RowOf(key, value, onLoss));
     PrintRows(rows);
 }
 
 // One key on the way from the top of a tree to the line being drawn.
 struct Branch {
     Key key;
-    std::vector<WString> subkeys;
+    std::vector<Listed> subkeys;
     size_t next = 0;
     size_t indent = 0;  // length of the lines to the left of its subkeys
 };
 
-std::string ValueCount(const Key& key) {
-    const size_t count = key.ValueNames().size();
+std::string ValueCount(const Key& key, const OnLoss& onLoss) {
+    const size_t count = CountValues(key, onLoss);
     if (count == 0) return "";
     return fmt::format(" ({} value{})", count, count == 1 ? "" : "s");
 }
 
-void DrawTree(const Store& store, const WString& path, uint64_t depth) {
+void DrawTree(const Store& store, const WString& path, uint64_t depth, const OnLoss& onLoss) {
+    const ReadLock lock(store);
     std::string indent;
     std::vector<Branch> branches;
     Key top = store.OpenKey(path);
-    std::cout << ShowKey(path) << ValueCount(top) << '\n';
+    std::cout << ShowKey(path) << ValueCount(top, onLoss) << '\n';
     if (depth == 0) return;
-    auto names = top.SubkeyNames();
+    auto names = ListSubkeys(top, onLoss);
     branches.push_back({std::move(top), std::move(names)});
     while (!branches.empty()) {
         Branch& branch = branches.back();
@@ -86,20 +98,25 @@ void DrawTree(const Store& store, const WString& path, uint64_t depth) {
             branches.pop_back();
             continue;
         }
-        const WString& name = branch.subkeys[branch.next++];
+        const Listed& subkey = branch.subkeys[branch.next++];
         const bool last = branch.next == branch.subkeys.size();
-        Key key = branch.key.OpenSubkey(name);
-        std::cout << indent << (last ? "└── " : "├── ") << Printable(name) << ValueCount(key)
-                  << '\n';
-        if (branches.size() >= depth) continue;
+        auto key = subkey.reachable ? TryOpen(branch.key, subkey.name, onLoss) : std::nullopt;
+        std::cout << indent << (last ? "└── " : "├── ") << ShowKeyName(subkey.name)
+                  << (key ? ValueCount(*key, onLoss) : "") << '\n';
+        if (!key || branches.size() >= depth) continue;
         indent += last ? "    " : "│   ";
-        auto subkeys = key.SubkeyNames();
-        branches.push_back({std::move(key), std::move(subkeys), 0, indent.size()});
+        auto subkeys = ListSubkeys(*key, onLoss);
+        branches.push_back({std::move(*key), std::move(subkeys), 0, indent.size()});
     }
 }
 
-void Print(const Store& store, const WString& path, const WString& name, bool raw) {
-    const Value value = store.OpenKey(path).Get(name);
+void Print(const Store& store, const WString& path, const WString& name, bool raw,
+           const OnLoss& onLoss) {
+    const ReadLock lock(store);
+    const Key key = store.OpenKey(path);
+    uint64_t missing = 0;
+    const Value value = key.Get(name, &missing);
+    if (missing != 0) onLoss(ShowShortData(key, name, value, missing));
     if (raw) {
         std::cout.write(reinterpret_cast<const char*>(value.data.data()),
                         static_cast<std::streamsize>(value.data.size()));
@@ -121,24 +138,25 @@ void AddBrowseCommands(Cli& cli) {
     const auto open = [&cli, args] {
         return Store(cli.StoreAt(args->store), Store::IfMissing::kFail);
     };
+    const OnLoss onLoss = [&cli](const std::string& text) { cli.TellLoss(text); };
 
     cli.Add("ls", "List the subkeys and values of a key")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
-        .Does([=] { List(open(), KeyArgument(args->key)); });
+        .Does([=] { List(open(), KeyArgument(args->key), onLoss); });
 
     cli.Add("tree", "Draw the keys below a key, with their value counts")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
         .Number("--depth", args->depth, "levels to draw; all if not given")
-        .Does([=] { DrawTree(open(), KeyArgument(args->key), args->depth); });
+        .Does([=] { DrawTree(open(), KeyArgument(args->key), args->depth, onLoss); });
 
     cli.Add("get", "Print one value")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kRequired, "the key")
         .Text("NAME", args->name, Need::kOptional, "the value; the unnamed one if not given")
         .Flag("--raw", args->raw, "write the bytes as they are")
-        .Does([=] { Print(open(), KeyArgument(args->key), Wide(args->name), args->raw); });
+        .Does([=] { Print(open(), KeyArgument(args->key), Wide(args->name), args->raw, onLoss); });
 }
 
 }  // namespace fbr

@@ -8,9 +8,11 @@
 #include <iostream>
 #include <utility>
 
+#include "tools/console/Interrupt.h"
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
 #include "tools/format/ValueText.h"
+#include "tools/store/Waiting.h"
 
 namespace fbr {
 namespace {
@@ -126,8 +128,14 @@ Cli::Cli()
               "write what the library does to logs/FBR_PROCESS.log in this folder; they are made "
               "if missing")
         .Number("--trace-level", traceLevel_,
-                "how much of it: 1 failures, 3 detail, 4 all (the default)");
-    app_->parse_complete_callback([this] { StartTrace(); });
+                "how much of it: 1 failures, 3 detail, 4 all (the default)")
+        .Text("--wait", wait_, Need::kOptional,
+              "seconds to wait for the lock of a store that is in use; 60 if not given, 0 for not "
+              "at all");
+    app_->parse_complete_callback([this] {
+        LimitWait();
+        StartTrace();
+    });
     app_->failure_message([](const CLI::App* app, const CLI::Error& error) {
         const bool noCommand =
             app->get_subcommands().empty() && error.get_name() == "RequiredError";
@@ -137,6 +145,20 @@ Cli::Cli()
 }
 
 Cli::~Cli() = default;
+
+void Cli::LimitWait() const {
+    if (!wait_) return SetWait(std::nullopt);
+    const auto seconds = ParseNumber(*wait_, UINT64_MAX);
+    if (!seconds) {
+        throw UsageError(
+            fmt::format("expected a number of seconds for --wait, not \"{}\"", *wait_));
+    }
+    SetWait(*seconds);
+}
+
+void Cli::TellLoss(const std::string& text) {
+    SetExitStatus(Report(text.c_str(), kExitFailed));
+}
 
 void Cli::StartTrace() {
     if (traceFolder_.empty()) return;
@@ -188,6 +210,9 @@ int Cli::Run(std::vector<std::string> words) {
         return Report(error.what(), kExitUsage);
     } catch (const DataError& error) {
         return Report(error.what(), kExitUsage);
+    } catch (const Interrupted& interrupted) {
+        if (*interrupted.what() != 0) Report(interrupted.what(), kExitFailed);
+        EndInterrupted();
     } catch (const std::bad_alloc&) {
         return Report("out of memory", kExitFailed);
     } catch (const std::exception& error) {

@@ -77,18 +77,25 @@ class Cli {
     bool Traces() const { return !traceFolder_.empty(); }
 
     // The exit status of a command that worked, for those that have more than one.
-    void SetExitStatus(int status) { exitStatus_ = status; }
+    // A failure stays one.
+    void SetExitStatus(int status) {
+        if (exitStatus_ != kExitFailed) exitStatus_ = status;
+    }
+    // Tells of something that the command leaves out, on standard error; it ends with a failure.
+    void TellLoss(const std::string& text);
 
     // Runs the command that `words` make; failures are reported on standard error. The exit status.
     int Run(std::vector<std::string> words);
 
   private:
     void StartTrace();
+    void LimitWait() const;
 
     std::unique_ptr<CLI::App> app_;
     std::string method_ = "container";
     std::string traceFolder_;
     uint64_t traceLevel_ = 4;
+    std::optional<std::string> wait_;
     int exitStatus_ = kExitOk;
 };
 

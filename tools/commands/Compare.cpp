@@ -106,12 +106,16 @@ void Copy(Cli& cli, const End& from, const End& to) {
         const BothLocks<WriteLock> locks(stores);
         const Place source{stores.From(), from.key}, target{stores.To(), to.key};
         Progress progress("Copying keys:", KeysToShow(source));
+        const InterruptGuard guard;
         CopyTree(
-            source, target, [&progress] { progress.Step(); },
+            source, target,
+            [&progress] {
+                StopIfInterrupted();
+                progress.Step();
+            },
             [&](const std::string& loss) {
                 progress.Clear();
-                std::cerr << "fbr: " << loss << '\n';
-                cli.SetExitStatus(kExitFailed);
+                cli.TellLoss(loss);
             });
     }
     stores.Close();
@@ -144,19 +148,29 @@ class Watcher : public DifferenceSink {
 };
 
 // True when there are differences.
-bool WriteDifferences(const Place& here, const Place& there, const Arguments& args,
+bool WriteDifferences(Cli& cli, const Place& here, const Place& there, const Arguments& args,
                       std::ostream& out) {
     Progress progress("Comparing keys:", KeysToShow(here));
+    const OnLoss onLoss = [&](const std::string& loss) {
+        progress.Clear();
+        cli.TellLoss(loss);
+    };
     const auto compare = [&](DifferenceSink& report) {
         Watcher watcher(report, progress);
-        CompareTrees(here, there, watcher, [&progress] { progress.Step(); });
+        CompareTrees(
+            here, there, watcher,
+            [&progress] {
+                StopIfInterrupted();
+                progress.Step();
+            },
+            onLoss);
         return watcher.SawAny();
     };
     if (args.format != "reg") {
         DifferenceLines lines(out, here.key);
         return compare(lines);
     }
-    DifferenceReg reg(out, JoinKeys(KeyArgument(args.prefix), here.key), there);
+    DifferenceReg reg(out, JoinKeys(KeyArgument(args.prefix), here.key), there, onLoss);
     const bool any = compare(reg);
     reg.Finish();
     return any;
@@ -168,10 +182,10 @@ void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
     const Place here{stores.From(), from.key}, there{stores.To(), to.key};
     bool different = false;
     if (args.file.empty()) {
-        different = WriteDifferences(here, there, args, std::cout);
+        different = WriteDifferences(cli, here, there, args, std::cout);
     } else {
         OutputFile file(args.file);
-        different = WriteDifferences(here, there, args, file.Stream());
+        different = WriteDifferences(cli, here, there, args, file.Stream());
         file.Finish();
     }
     if (different) cli.SetExitStatus(kExitDifferent);

@@ -62,7 +62,7 @@ void DifferenceReg::KeyOnlyHere(WStringView path) {
 }
 
 void DifferenceReg::KeyOnlyThere(WStringView path) {
-    ReadTree(there_.store, JoinKeys(there_.key, path), *this, {});
+    ReadTree(there_.store, JoinKeys(there_.key, path), *this, {}, onLoss_);
     current_.reset();
 }
 

@@ -38,8 +38,9 @@ class DifferenceReg : public DifferenceSink, private RecordSink {
   public:
     // `out`, open in binary mode, and `there` outlive the object. `prefix` stands in front of every
     // path.
-    DifferenceReg(std::ostream& out, platform::WString prefix, const Place& there)
-        : writer_(out, std::move(prefix)), there_(there) {}
+    // `onLoss` is told of what `there` lists and does not give.
+    DifferenceReg(std::ostream& out, platform::WString prefix, const Place& there, OnLoss onLoss)
+        : writer_(out, std::move(prefix)), there_(there), onLoss_(std::move(onLoss)) {}
 
     void KeyOnlyHere(platform::WStringView path) override;
     void KeyOnlyThere(platform::WStringView path) override;
@@ -54,6 +55,7 @@ class DifferenceReg : public DifferenceSink, private RecordSink {
 
     RegWriter writer_;
     const Place& there_;
+    const OnLoss onLoss_;
     std::optional<platform::WString> current_;  // the key whose values are being written
 };
 

@@ -2,9 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
+#include <streambuf>
+#include <system_error>
+#include <vector>
 
 namespace fbr {
 namespace {
@@ -15,10 +21,6 @@ std::filesystem::path Utf8Path(const std::string& text) {
 
 std::string ReadAll(std::istream& in) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-std::filesystem::path Beside(std::filesystem::path path) {
-    return path += ".part";
 }
 
 }  // namespace
@@ -36,31 +38,61 @@ std::string ReadInput(const std::string& file) {
     return bytes;
 }
 
+class OutputFile::Buffer : public std::streambuf {
+  public:
+    explicit Buffer(const std::string& file) : name_(file), bytes_(kBufferBytes) {
+        Told([this] { writer_.emplace(Utf8Path(name_)); });
+        Clear();
+    }
+
+    void Finish() {
+        Drain();
+        Told([this] { writer_->Finish(); });
+    }
+
+  protected:
+    int_type overflow(int_type byte) override {
+        Drain();
+        if (!traits_type::eq_int_type(byte, traits_type::eof()))
+            sputc(traits_type::to_char_type(byte));
+        return traits_type::not_eof(byte);
+    }
+
+  private:
+    static constexpr size_t kBufferBytes = 64 * 1024;
+
+    void Clear() { setp(bytes_.data(), bytes_.data() + bytes_.size()); }
+
+    void Drain() {
+        Told([this] { writer_->Write(pbase(), static_cast<size_t>(pptr() - pbase())); });
+        Clear();
+    }
+
+    template <typename Work>
+    void Told(const Work& work) const {
+        try {
+            work();
+        } catch (const std::system_error& error) {
+            throw std::runtime_error(
+                fmt::format("cannot write file {}: {}", name_, error.code().message()));
+        }
+    }
+
+    const std::string name_;
+    std::vector<char> bytes_;
+    std::optional<FileWriter> writer_;
+};
+
 OutputFile::OutputFile(const std::string& file)
-    : name_(file),
-      path_(Utf8Path(file)),
-      temporary_(Beside(path_)),
-      stream_(temporary_, std::ios::binary | std::ios::trunc) {
-    if (!stream_) Fail();
+    : buffer_(std::make_unique<Buffer>(file)), stream_(buffer_.get()) {
+    stream_.exceptions(std::ios::badbit);
 }
 
-OutputFile::~OutputFile() {
-    if (finished_) return;
-    stream_.close();
-    std::error_code ignored;
-    std::filesystem::remove(temporary_, ignored);
-}
+OutputFile::~OutputFile() = default;
 
 void OutputFile::Finish() {
-    stream_.close();
-    std::error_code error;
-    if (stream_) std::filesystem::rename(temporary_, path_, error);
-    if (!stream_ || error) Fail();
-    finished_ = true;
-}
-
-void OutputFile::Fail() const {
-    throw std::runtime_error(fmt::format("cannot write file {}", name_));
+    StopIfInterrupted();
+    buffer_->Finish();
 }
 
 }  // namespace fbr

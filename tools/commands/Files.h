@@ -1,17 +1,21 @@
 // Whole files in, whole files out.
 #pragma once
 
-#include <filesystem>
-#include <fstream>
+#include <memory>
+#include <ostream>
 #include <string>
+
+#include "tools/console/FileWriter.h"
+#include "tools/console/Interrupt.h"
 
 namespace fbr {
 
 // The bytes of a file, or of standard input for "-". `file` is UTF-8.
 std::string ReadInput(const std::string& file);
 
-// A file that appears, or is replaced, only when it is complete: it is written beside its place
-// and renamed by Finish. Without Finish nothing is left behind.
+// A file that appears, or is replaced, only when it is complete; see FileWriter. Without Finish, or
+// after an interrupt, nothing is left behind. A failed write ends the work at once: the stream
+// throws what tells it.
 class OutputFile {
   public:
     explicit OutputFile(const std::string& file);
@@ -23,12 +27,11 @@ class OutputFile {
     void Finish();
 
   private:
-    [[noreturn]] void Fail() const;
+    class Buffer;
 
-    const std::string name_;
-    const std::filesystem::path path_, temporary_;
-    std::ofstream stream_;
-    bool finished_ = false;
+    const InterruptGuard guard_;
+    const std::unique_ptr<Buffer> buffer_;
+    std::ostream stream_;
 };
 
 }  // namespace fbr

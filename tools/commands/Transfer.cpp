@@ -21,29 +21,37 @@ struct Arguments {
     std::string store, key, format, prefix, file;
 };
 
-void WriteTree(const Store& store, const WString& key, const std::string& format,
+void WriteTree(Cli& cli, const Store& store, const WString& key, const std::string& format,
                const WString& prefix, std::ostream& out) {
     Progress progress("Exporting keys:", 0);
-    const auto step = [&progress] { progress.Step(); };
+    const auto step = [&progress] {
+        StopIfInterrupted();
+        progress.Step();
+    };
+    const auto onLoss = [&](const std::string& loss) {
+        progress.Clear();
+        cli.TellLoss(loss);
+    };
     if (format == "jsonl") {
         JsonLinesWriter writer(out, prefix);
-        ReadTree(store, key, writer, step);
+        ReadTree(store, key, writer, step, onLoss);
     } else {
         RegWriter writer(out, prefix);
-        ReadTree(store, key, writer, step);
+        ReadTree(store, key, writer, step, onLoss);
         writer.Finish();
     }
 }
 
-void Export(const StoreName& name, const Arguments& args) {
+void Export(Cli& cli, const StoreName& name, const Arguments& args) {
     const WString key = KeyArgument(args.key), prefix = KeyArgument(args.prefix);
     const Store store(name, Store::IfMissing::kFail);
+    const ReadLock lock(store);
     if (args.file.empty()) {
-        WriteTree(store, key, args.format, prefix, std::cout);
+        WriteTree(cli, store, key, args.format, prefix, std::cout);
         return;
     }
     OutputFile file(args.file);
-    WriteTree(store, key, args.format, prefix, file.Stream());
+    WriteTree(cli, store, key, args.format, prefix, file.Stream());
     file.Finish();
 }
 
@@ -99,13 +107,21 @@ void Apply(const Document& document, const Record& record, TreeWriter& writer) {
 
 void ApplyAll(const Document& document, const Store& store, const std::string& file) {
     const WriteLock lock(store);
+    const InterruptGuard guard;
     Progress progress("Importing:", document.records.size());
     TreeWriter writer(store);
+    const auto stands = [&writer] {
+        return writer.Done() + "; the rest of the file was not applied";
+    };
     for (const Record& record : document.records) {
         try {
+            StopIfInterrupted();
             Apply(document, record, writer);
         } catch (const StoreError& error) {
-            ThrowAtLine(file, record.line, error.what());
+            ThrowAtLine(file, record.line, fmt::format("{}; {}", error.what(), stands()));
+        } catch (const Interrupted&) {
+            progress.Clear();
+            throw Interrupted(fmt::format("{}:{}: stopped; {}", file, record.line, stands()));
         }
         progress.Step();
     }
@@ -139,7 +155,7 @@ void AddTransferCommands(Cli& cli) {
         .Choice("--format", args->format, formats, "reg (the default) or jsonl")
         .Text("--prefix", args->prefix, Need::kOptional, "a key to put in front of every key")
         .Text("-o,--output", args->file, Need::kOptional, "the file; standard output if not given")
-        .Does([&cli, args] { Export(cli.StoreAt(args->store), *args); });
+        .Does([&cli, args] { Export(cli, cli.StoreAt(args->store), *args); });
 
     cli.Add("import", "Read a file of text into a store, made if missing")
         .Text("STORE", args->store, Need::kRequired, "the store")

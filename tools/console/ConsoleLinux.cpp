@@ -40,10 +40,13 @@ void HandleSignal(int) {
 
 void OnInterrupt(void (*handler)()) {
     g_interrupt = handler;
-    struct sigaction action = {};
+    struct sigaction action = {}, old = {};
     action.sa_handler = handler != nullptr ? HandleSignal : SIG_DFL;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        // What the program was started to live through it lives through.
+        sigaction(number, nullptr, &old);
+        if (old.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
+    }
 }
 
 }  // namespace fbr

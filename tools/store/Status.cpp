@@ -5,7 +5,26 @@
 #include <array>
 #include <string_view>
 
+#include "tools/store/Store.h"
+
 namespace fbr {
+namespace {
+
+// Why a store of that method cannot be opened here.
+std::string MissingMethod(FBR_METHOD method) {
+    switch (method) {
+        case FS_VR_METHOD_NATIVE:
+            return "; the live registry is a part of Windows, and this system has none";
+        case FS_VR_METHOD_HIVE:
+            return "; only Windows can mount a hive: open the file with --method offline";
+        case FS_VR_METHOD_VARNHOLD_TARN:
+            return "; the method is reserved";
+        default:
+            return "";
+    }
+}
+
+}  // namespace
 
 std::string StatusText(FBR_STATUS status) {
     constexpr std::array<std::string_view, 20> kNames = {
@@ -22,6 +41,28 @@ std::string StatusText(FBR_STATUS status) {
     };
     const auto number = static_cast<uint32_t>(status);
     return fmt::format("{} ({})", number < kNames.size() ? kNames[number] : "status", number);
+}
+
+std::string Advice(FBR_STATUS status, FBR_METHOD method) {
+    switch (status) {
+        case FSSTATUS_NOT_IMPLEMENTED:
+            return MissingMethod(method);
+        case FSSTATUS_LOCK_FAILED:
+            return "; somebody else holds the store: try again later";
+        case FSSTATUS_FILE_CORRUPT:
+            return "; the file is damaged or is no store of this kind";
+        case FSSTATUS_VERSION_MISMATCH:
+            return "; the store was made by another version";
+        case FSSTATUS_DIR_NOT_EMPTY:
+            return "; it has subkeys";
+        default:
+            return "";
+    }
+}
+
+void ThrowStatus(const std::string& what, FBR_STATUS status, FBR_METHOD method) {
+    throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), Advice(status, method)),
+                     status);
 }
 
 }  // namespace fbr

@@ -10,4 +10,11 @@ namespace fbr {
 // "FSSTATUS_NOT_FOUND (3)".
 std::string StatusText(FBR_STATUS status);
 
+// What a bare status would leave a person to guess, with "; " in front; empty where there is
+// nothing to say. `method` is the store's.
+std::string Advice(FBR_STATUS status, FBR_METHOD method);
+
+// Throws a StoreError: what failed, the status and the advice.
+[[noreturn]] void ThrowStatus(const std::string& what, FBR_STATUS status, FBR_METHOD method);
+
 }  // namespace fbr

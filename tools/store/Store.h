@@ -73,6 +73,9 @@ class Store {
     // True when a key may have both an unnamed value and one with the name "(Default)". In a
     // container those are the same.
     bool KeepsUnnamedApart() const;
+    // The size of the store's file, which no value in it passes; as good as endless where there is
+    // no file to ask.
+    uint64_t BytesHeld() const;
     // True when the value FBRVersion of the root is the store's own.
     bool RootHasVersion() const { return name_.method != FS_VR_METHOD_NATIVE; }
 
@@ -131,16 +134,27 @@ class Key {
     // A subkey by its one name.
     Key OpenSubkey(platform::WStringView name) const;
     Key CreateSubkey(platform::WStringView name) const;
+    // A key further down, with those on the way to it, in one step. Nothing when that fails; one
+    // subkey after the other may work, and tells what is wrong.
+    std::optional<Key> TryCreateBelow(platform::WStringView path) const;
 
-    std::vector<platform::WString> SubkeyNames() const;
+    // Add the names that the store lists; those before a failure are there when it is thrown. They
+    // are what the store says and may lead nowhere: see Reach.h.
+    void AddSubkeyNames(std::vector<platform::WString>& names) const;
     // The unnamed value is the empty name, here and in the operations below.
-    std::vector<platform::WString> ValueNames() const;
+    void AddValueNames(std::vector<platform::WString>& names) const;
     bool HasSubkeys() const;
 
-    Value Get(const platform::WString& name) const;
+    // Takes no more memory than the data that is there needs, whatever size a damaged value claims;
+    // *missing becomes the number of bytes that it claims and does not have.
+    Value Get(const platform::WString& name, uint64_t* missing = nullptr) const;
     void Set(const platform::WString& name, uint32_t type, const Bytes& data) const;
     // False when there is no such value.
     bool DeleteValue(const platform::WString& name) const;
+
+    // For messages: "value "n" of key \a in x.fbr", "key \a\n in x.fbr".
+    std::string ShowValue(platform::WStringView name) const;
+    std::string ShowSubkey(platform::WStringView name) const;
 
     // The key with its values; it must have no subkeys.
     void Delete() const;
@@ -149,8 +163,12 @@ class Key {
   private:
     void Close() noexcept;
     platform::WString Below(platform::WStringView name) const;
-    std::string ShowValue(platform::WStringView name) const;
     [[noreturn]] void Fail(const std::string& what, FBR_STATUS status) const;
+    FBR_STATUS Create(platform::WStringView path, FBR_KEY* key) const;
+    FBR_STATUS Query(const platform::WString& name, size_t room, Value* value,
+                     uint64_t* size) const;
+    FBR_STATUS GetClaimed(const platform::WString& name, uint64_t claimed, Value* value,
+                          uint64_t* size, uint64_t* missing) const;
 
     const Store* store_;
     platform::WString path_;

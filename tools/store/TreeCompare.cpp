@@ -51,8 +51,8 @@ struct Level {
 class Comparison {
   public:
     Comparison(const Place& here, const Place& there, DifferenceSink& sink,
-               const std::function<void()>& onKey)
-        : here_(here), there_(there), sink_(sink), onKey_(onKey) {}
+               const std::function<void()>& onKey, const OnLoss& onLoss)
+        : here_(here), there_(there), sink_(sink), onKey_(onKey), onLoss_(onLoss) {}
 
     void Run() {
         Enter(here_.store.OpenKey(here_.key), there_.store.OpenKey(there_.key), {});
@@ -66,45 +66,52 @@ class Comparison {
             else if (here == nullptr)
                 sink_.KeyOnlyThere(JoinKeys(level.path, *there));
             else
-                Enter(level.here.OpenSubkey(*here), level.there.OpenSubkey(*there),
-                      JoinKeys(level.path, *here));
+                EnterBoth(level, *here, *there);
         }
     }
 
   private:
+    void EnterBoth(const Level& level, const WString& hereName, const WString& thereName) {
+        auto here = TryOpen(level.here, hereName, onLoss_);
+        auto there = TryOpen(level.there, thereName, onLoss_);
+        if (here && there)
+            Enter(std::move(*here), std::move(*there), JoinKeys(level.path, hereName));
+    }
+
     void Enter(Key here, Key there, WString path) {
         CompareValues(here, there, path);
         if (onKey_) onKey_();
-        Merge subkeys(here.SubkeyNames(), there.SubkeyNames());
+        Merge subkeys(ReachableSubkeys(here, onLoss_), ReachableSubkeys(there, onLoss_));
         levels_.push_back({std::move(here), std::move(there), std::move(path), std::move(subkeys)});
     }
 
     void CompareValues(const Key& hereKey, const Key& thereKey, const WString& path) {
-        Merge names(hereKey.ValueNames(), thereKey.ValueNames());
+        Merge names(ReachableValues(hereKey, onLoss_), ReachableValues(thereKey, onLoss_));
         const WString *here = nullptr, *there = nullptr;
         while (names.Next(here, there)) {
             const WString& name = here != nullptr ? *here : *there;
             if (IsStoresOwn(here_, path, name) || IsStoresOwn(there_, path, name)) continue;
-            Value hereValue, thereValue;
-            if (here != nullptr) hereValue = hereKey.Get(*here);
-            if (there != nullptr) thereValue = thereKey.Get(*there);
-            if (here != nullptr && there != nullptr && hereValue == thereValue) continue;
-            sink_.ValueDiffers(path, name, here != nullptr ? &hereValue : nullptr,
-                               there != nullptr ? &thereValue : nullptr);
+            std::optional<Value> hereValue, thereValue;
+            if (here != nullptr && !(hereValue = TryGet(hereKey, *here, onLoss_))) continue;
+            if (there != nullptr && !(thereValue = TryGet(thereKey, *there, onLoss_))) continue;
+            if (hereValue == thereValue) continue;
+            sink_.ValueDiffers(path, name, hereValue ? &*hereValue : nullptr,
+                               thereValue ? &*thereValue : nullptr);
         }
     }
 
     const Place &here_, &there_;
     DifferenceSink& sink_;
     const std::function<void()>& onKey_;
+    const OnLoss& onLoss_;
     std::vector<Level> levels_;
 };
 
 }  // namespace
 
 void CompareTrees(const Place& here, const Place& there, DifferenceSink& sink,
-                  const std::function<void()>& onKey) {
-    Comparison(here, there, sink, onKey).Run();
+                  const std::function<void()>& onKey, const OnLoss& onLoss) {
+    Comparison(here, there, sink, onKey, onLoss).Run();
 }
 
 }  // namespace fbr

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "tools/store/Place.h"
+#include "tools/store/Reach.h"
 
 namespace fbr {
 
@@ -21,9 +22,10 @@ class DifferenceSink {
 };
 
 // Names are matched as a container matches them. A version value of either store is left out.
-// `onKey` is told of each key of `here`; it may be empty. Throws StoreError, also when one of the
-// two keys is not there.
+// `onKey` is told of each key of `here`, `onLoss` of what either side lists and does not give, and
+// which is not compared; both may be empty. Throws StoreError, also when one of the two keys is not
+// there.
 void CompareTrees(const Place& here, const Place& there, DifferenceSink& sink,
-                  const std::function<void()>& onKey);
+                  const std::function<void()>& onKey, const OnLoss& onLoss);
 
 }  // namespace fbr

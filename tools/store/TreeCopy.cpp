@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "tools/console/Interrupt.h"
 #include "tools/store/TreeReader.h"
 #include "tools/store/TreeWriter.h"
 
@@ -15,8 +16,7 @@ using platform::WStringView;
 
 class Copier : public RecordSink {
   public:
-    Copier(const Place& from, const Place& to,
-           const std::function<void(const std::string&)>& onLoss)
+    Copier(const Place& from, const Place& to, const OnLoss& onLoss)
         : from_(from), to_(to), onLoss_(onLoss), writer_(to.store) {}
 
     void Key(WStringView path) override {
@@ -29,6 +29,8 @@ class Copier : public RecordSink {
         if (IsStoresOwn(from_, relative_, name) || IsStoresOwn(to_, relative_, name)) return;
         if (HasPlace(name)) writer_.Value(name, type, data);
     }
+
+    std::string Done() const { return writer_.Done(); }
 
   private:
     enum class Unnamed { kNone, kReal, kCalledDefault };
@@ -48,7 +50,7 @@ class Copier : public RecordSink {
     }
 
     const Place &from_, &to_;
-    const std::function<void(const std::string&)>& onLoss_;
+    const OnLoss& onLoss_;
     TreeWriter writer_;
     WString relative_;  // of the key given last
     Unnamed unnamed_ = Unnamed::kNone;
@@ -57,9 +59,18 @@ class Copier : public RecordSink {
 }  // namespace
 
 void CopyTree(const Place& from, const Place& to, const std::function<void()>& onKey,
-              const std::function<void(const std::string&)>& onLoss) {
+              const OnLoss& onLoss) {
     Copier copier(from, to, onLoss);
-    ReadTree(from.store, from.key, copier, onKey);
+    const auto told = [&copier](const std::string& what) {
+        return fmt::format("{}; {}; the rest was not copied", what, copier.Done());
+    };
+    try {
+        ReadTree(from.store, from.key, copier, onKey, onLoss);
+    } catch (const StoreError& error) {
+        throw StoreError(told(error.what()), error.Status());
+    } catch (const Interrupted&) {
+        throw Interrupted(told("stopped"));
+    }
 }
 
 }  // namespace fbr

@@ -4,15 +4,15 @@
 #include <functional>
 
 #include "tools/format/Record.h"
-#include "tools/store/Store.h"
+#include "tools/store/Reach.h"
 
 namespace fbr {
 
 // Gives `sink` the key at `root`, its values, then each subkey with all below it, in the store's
-// order. `onKey` is told of each key; it may be empty. At any time only the keys on the way from
-// the root to where the walk stands are open.
+// order. `onKey` is told of each key, `onLoss` of what is listed and cannot be had; both may be
+// empty. At any time only the keys on the way from the root to where the walk stands are open.
 void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
-              const std::function<void()>& onKey);
+              const std::function<void()>& onKey, const OnLoss& onLoss);
 
 // The number of keys that ReadTree will give.
 uint64_t CountKeys(const Store& store, platform::WStringView root);

@@ -1,5 +1,7 @@
 #include "tools/store/TreeWriter.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace fbr {
@@ -23,16 +25,30 @@ size_t CommonPath(WStringView a, WStringView b) {
 }  // namespace
 
 void TreeWriter::Key(WStringView path) {
+    const bool same = !levels_.empty() && path == path_;
     if (levels_.empty()) levels_.push_back({0, store_.CreateKey({})});
     const size_t common = CommonPath(path_, path);
     while (levels_.back().length > common) levels_.pop_back();
     path_.assign(path);
-    for (size_t begin = levels_.back().length; begin < path_.size();) {
-        if (begin != 0) ++begin;
-        const size_t end = std::min(path_.find('\\', begin), path_.size());
-        const WStringView name = WStringView(path_).substr(begin, end - begin);
-        levels_.push_back({end, Current().CreateSubkey(name)});
-        begin = end;
+    const size_t begin = levels_.back().length;
+    if (begin < path_.size()) EnterBelow(begin != 0 ? begin + 1 : 0, path_.size());
+    if (!same) ++keys_;
+}
+
+// In one step where that works: a store takes as long for each level of a path as for the path. The
+// other way says at which level it does not work.
+void TreeWriter::EnterBelow(size_t begin, size_t end) {
+    const WStringView path(path_);
+    if (path.find('\\', begin) != WStringView::npos) {
+        if (auto key = Current().TryCreateBelow(path.substr(begin, end - begin))) {
+            levels_.push_back({end, std::move(*key)});
+            return;
+        }
+    }
+    while (begin <= end) {
+        const size_t cut = std::min(path.find('\\', begin), end);
+        levels_.push_back({cut, Current().CreateSubkey(path.substr(begin, cut - begin))});
+        begin = cut + 1;
     }
 }
 
@@ -42,17 +58,26 @@ Key& TreeWriter::Current() {
 
 void TreeWriter::Value(WStringView name, uint32_t type, const Bytes& data) {
     Current().Set(platform::WString(name), type, data);
+    ++values_;
 }
 
 // Open keys may be part of the tree that goes, so they are closed first.
 void TreeWriter::DeleteKey(WStringView path) {
     levels_.clear();
     path_.clear();
-    store_.DeleteTree(path);
+    if (store_.DeleteTree(path)) ++removed_;
 }
 
 void TreeWriter::DeleteValue(WStringView name) {
-    Current().DeleteValue(platform::WString(name));
+    if (Current().DeleteValue(platform::WString(name))) ++removed_;
+}
+
+std::string TreeWriter::Done() const {
+    const auto counted = [](uint64_t count, const char* what) {
+        return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+    };
+    std::string text = counted(keys_, "key") + " and " + counted(values_, "value") + " set";
+    return removed_ == 0 ? text : text + fmt::format(", {} removed", removed_);
 }
 
 }  // namespace fbr

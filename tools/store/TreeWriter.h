@@ -1,6 +1,7 @@
 // Puts keys and values into a store, and keeps open what the next key is likely to need.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "tools/format/Record.h"
@@ -17,6 +18,9 @@ class TreeWriter : public RecordSink {
     void Key(platform::WStringView path) override;
     void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
 
+    // What was done so far: "2 keys and 5 values set, 1 removed".
+    std::string Done() const;
+
     // Deleting what is not there changes nothing.
     void DeleteKey(platform::WStringView path);
     void DeleteValue(platform::WStringView name);
@@ -27,10 +31,12 @@ class TreeWriter : public RecordSink {
         fbr::Key key;
     };
     fbr::Key& Current();
+    void EnterBelow(size_t begin, size_t end);
 
     const Store& store_;
     platform::WString path_;     // of the key given last
     std::vector<Level> levels_;  // the root first; empty before the first key
+    uint64_t keys_ = 0, values_ = 0, removed_ = 0;
 };
 
 }  // namespace fbr

@@ -1,0 +1,167 @@
+#!/usr/bin/env python3
+"""usage: among-others-test.py FBR
+
+Runs the tool where it is not alone: with files, links and devices in the place of its output, with
+a store that somebody else has locked, and with Ctrl-C in the midst of its work.
+"""
+
+import os
+import resource
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import time
+
+fbr = os.path.abspath(sys.argv[1])
+# Not ignored, as it is in the background of a script, and so not by what is started here.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+KEYS = 20000
+
+
+def run(*words, status=0, err="", **more):
+    result = subprocess.run([fbr, *words], capture_output=True, timeout=60, **more)
+    told = result.stderr.decode()
+    assert result.returncode == status, (words, result)
+    assert told.startswith(err) if err else told == "", (words, told)
+    return result.stdout
+
+
+def content(name):
+    with open(name, "rb") as file:
+        return file.read()
+
+
+def write(name, text):
+    with open(name, "w") as file:
+        file.write(text)
+
+
+def wait_for(what):
+    end = time.monotonic() + 30
+    while not what():
+        assert time.monotonic() < end, what
+        time.sleep(0.0005)
+
+
+def nothing_beside():
+    assert not [name for name in os.listdir(".") if name.endswith(".part")], os.listdir(".")
+
+
+def output_files(expected):
+    # A file keeps its mode, a link stays one, and what it leads to is replaced or made.
+    write("old", "old")
+    os.chmod("old", 0o604)
+    before = os.stat("old").st_ino
+    os.mkdir("folder")
+    os.symlink("../old", "folder/link")
+    run("export", "x.fbr", "-o", "folder/link")
+    assert os.readlink("folder/link") == "../old" and content("old") == expected
+    assert stat.S_IMODE(os.stat("old").st_mode) == 0o604 and os.stat("old").st_ino != before
+    os.symlink("folder/new", "dangling")
+    run("export", "x.fbr", "-o", "dangling")
+    assert os.path.islink("dangling") and content("folder/new") == expected
+    run("map", "x.fbr", "--svg", "folder/link")
+    assert content("old").startswith(b"<svg ")
+
+    # What is no file is written through and stays what it is, and so does what cannot be written.
+    run("export", "x.fbr", "-o", "/dev/null")
+    assert stat.S_ISCHR(os.stat("/dev/null").st_mode)
+    assert run("export", "x.fbr", "-o", "/dev/stdout") == expected
+    os.mkfifo("pipe")
+    writer = subprocess.Popen([fbr, "export", "x.fbr", "-o", "pipe"])
+    assert content("pipe") == expected and writer.wait(20) == 0
+    assert stat.S_ISFIFO(os.stat("pipe").st_mode)
+    run("export", "x.fbr", "-o", "/dev/full", status=1,
+        err="fbr: cannot write file /dev/full: No space left on device\n")
+
+    # A disk that is full in the midst of it leaves the old file.
+    def little_room():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (200000, 200000))
+
+    write("old", "old")
+    run("export", "x.fbr", "-o", "old", status=1, err="fbr: cannot write file old: ",
+        preexec_fn=little_room)
+    assert content("old") == b"old"
+    nothing_beside()
+    if os.geteuid() != 0:
+        os.chmod("old", 0o400)
+        run("export", "x.fbr", "-o", "old", status=1, err="fbr: cannot write file old: ")
+        os.chmod("old", 0o600)
+
+
+def interrupts(lines):
+    # Ctrl-C, or an end asked for, leaves the old file and nothing beside it.
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        write("old", "old")
+        work = subprocess.Popen([fbr, "export", "x.fbr", "-o", "old"])
+        wait_for(lambda: any(name.endswith(".part") for name in os.listdir(".")))
+        work.send_signal(number)
+        assert work.wait(20) == -signal.SIGINT, work.returncode
+        assert content("old") == b"old"
+        nothing_beside()
+    # What an import set stands, and it says how much that is.
+    work = subprocess.Popen([fbr, "import", "y.fbr", "x.jsonl"], stderr=subprocess.PIPE)
+    wait_for(lambda: os.path.exists("y.fbr") and os.path.getsize("y.fbr") > 100000)
+    work.send_signal(signal.SIGINT)
+    told = work.communicate(timeout=20)[1].decode()
+    assert work.returncode == -signal.SIGINT, work.returncode
+    assert told.startswith("fbr: x.jsonl:") and told.count("\n") == 1, told
+    words = told.split()
+    assert told.endswith(" set; the rest of the file was not applied\n"), told
+    values = int(words[words.index("values") - 1])
+    assert 0 < values < KEYS, told
+    run("check", "y.fbr")
+    exported = run("export", "y.fbr", "--format", "jsonl").decode()
+    assert exported.count('"name":"n"') == values, (exported.count('"name":"n"'), told)
+    # The same for one that fails, here at the name of a key that no hive takes.
+    write("bad.jsonl", lines[0] + '{"key":"\\\\%s"}\n' % ("n" * 300))
+    offline = ["--method", "offline"]
+    failed = subprocess.run([fbr, *offline, "import", "z.dat", "bad.jsonl"], capture_output=True)
+    assert failed.returncode == 1 and failed.stderr.startswith(
+        b"fbr: bad.jsonl:2: cannot make key "), failed
+    assert failed.stderr.endswith(
+        b"; 1 key and 1 value set; the rest of the file was not applied\n"), failed
+    run(*offline, "get", "z.dat", "a0", "n")
+
+
+def busy_store():
+    # Whoever writes into a pipe that nobody empties has the store for as long.
+    holder = subprocess.Popen([fbr, "export", "x.fbr", "-o", "pipe"])
+    pipe = os.open("pipe", os.O_RDONLY)
+    os.read(pipe, 100)
+    failed = "fbr: cannot lock store x.fbr: FSSTATUS_LOCK_FAILED (7)"
+    write("one.jsonl", '{"key":"\\\\a"}\n')
+    for words in (["ls", "x.fbr"], ["tree", "x.fbr"], ["get", "x.fbr", "a1", "n"],
+                  ["export", "x.fbr", "-o", "old"], ["set", "x.fbr", "a", "n", "sz", "x"],
+                  ["rm", "x.fbr", "a1"], ["mv", "x.fbr", "a1", "b1"],
+                  ["import", "x.fbr", "one.jsonl"], ["diff", "x.fbr", "--to", "x.fbr"],
+                  ["copy", "x.fbr", "a1", "--to", "x.fbr", "c"]):
+        run("--wait", "0", *words, status=1, err=failed)
+    begin = time.monotonic()
+    run("ls", "x.fbr", "--wait", "1", status=1,
+        err="fbr: waiting for the lock of x.fbr, 1 second at most\n" + failed)
+    assert 1 <= time.monotonic() - begin < 10
+    # It is told while it waits, and gets on when the other ends.
+    waiting = subprocess.Popen([fbr, "ls", "x.fbr"], stdout=subprocess.PIPE,
+                               stderr=subprocess.PIPE)
+    assert waiting.stderr.readline() == b"fbr: waiting for the lock of x.fbr, 60 seconds at most\n"
+    holder.send_signal(signal.SIGINT)
+    assert holder.wait(20) == -signal.SIGINT
+    out, err = waiting.communicate(timeout=20)
+    assert waiting.returncode == 0 and err == b"" and out.startswith(b"a0\\\n"), (out, err)
+    os.close(pipe)
+    run("ls", "x.fbr", "--wait", "soon", status=2, err="fbr: expected a number of seconds")
+
+
+with tempfile.TemporaryDirectory() as folder:
+    os.chdir(folder)
+    text = ['{"key":"\\\\a%d","name":"n","type":3,"data":"%s"}\n' % (i, "01" * 20)
+            for i in range(KEYS)]
+    write("x.jsonl", "".join(text))
+    run("import", "x.fbr", "x.jsonl")
+    output_files(run("export", "x.fbr"))
+    interrupts(text)
+    busy_store()

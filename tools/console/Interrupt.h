@@ -1,0 +1,32 @@
+// Ctrl-C in the midst of work that is ended in order.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace fbr {
+
+// The person, or the system, asked the program to end. The text, if there is one, tells how far the
+// work came.
+class Interrupted : public std::runtime_error {
+  public:
+    explicit Interrupted(const std::string& text = "") : std::runtime_error(text) {}
+};
+
+// While one stands an interrupt does not end the program: StopIfInterrupted does, by an exception.
+// A second interrupt ends it all the same. Guards do not nest.
+class InterruptGuard {
+  public:
+    InterruptGuard();
+    ~InterruptGuard();
+    InterruptGuard(const InterruptGuard&) = delete;
+    InterruptGuard& operator=(const InterruptGuard&) = delete;
+};
+
+// Throws Interrupted after an interrupt.
+void StopIfInterrupted();
+
+// Ends the program as an interrupt does that nobody holds up.
+[[noreturn]] void EndInterrupted();
+
+}  // namespace fbr

@@ -1,0 +1,186 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "FS_Library_DLL/IFSInterface.h"
+#include "tools/format/Text.h"
+#include "tools/store/Status.h"
+#include "tools/store/Store.h"
+
+namespace fbr {
+namespace {
+
+constexpr size_t kFirstBuffer = 1024;         // holds the data of most values
+constexpr uint64_t kLargeStep = 1024 * 1024;  // what a claim alone is worth
+
+}  // namespace
+
+Key& Key::operator=(Key&& other) noexcept {
+    if (this != &other) {
+        Close();
+        store_ = other.store_;
+        path_ = std::move(other.path_);
+        handle_ = std::exchange(other.handle_, 0);
+    }
+    return *this;
+}
+
+void Key::Close() noexcept {
+    if (handle_ != 0) FBR_CloseDirEx(std::exchange(handle_, 0), store_->Handle());
+}
+
+WString Key::Below(WStringView name) const {
+    WString path = path_;
+    if (!path.empty()) path += '\\';
+    return path += name;
+}
+
+std::string Key::ShowValue(WStringView name) const {
+    return fmt::format("value \"{}\" of key {} in {}", Printable(name), ShowKey(path_),
+                       store_->Name());
+}
+
+std::string Key::ShowSubkey(WStringView name) const {
+    return fmt::format("key {} in {}", ShowKey(Below(name)), store_->Name());
+}
+
+void Key::Fail(const std::string& what, FBR_STATUS status) const {
+    ThrowStatus(what, status, FS_VR_METHOD_TARN);
+}
+
+Key Key::OpenSubkey(WStringView name) const {
+    FBR_KEY key = 0;
+    const FBR_STATUS status = FBR_OpenDirEx(handle_, WString(name).c_str(), &key, store_->Handle());
+    if (status != FSSTATUS_SUCCESS) Fail("cannot open " + ShowSubkey(name), status);
+    return Key(*store_, Below(name), key);
+}
+
+FBR_STATUS Key::Create(WStringView path, FBR_KEY* key) const {
+    const FBR_STATUS status = FBR_CreateDirEx(handle_, WString(path).c_str(), FSCREATEOPTIONS_NONE,
+                                              key, store_->Handle());
+    return status == FSSTATUS_ALREADY_EXISTS ? FSSTATUS_SUCCESS : status;
+}
+
+Key Key::CreateSubkey(WStringView name) const {
+    FBR_KEY key = 0;
+    const FBR_STATUS status = Create(name, &key);
+    if (status != FSSTATUS_SUCCESS) Fail("cannot make " + ShowSubkey(name), status);
+    return Key(*store_, Below(name), key);
+}
+
+std::optional<Key> Key::TryCreateBelow(WStringView path) const {
+    FBR_KEY key = 0;
+    if (Create(path, &key) != FSSTATUS_SUCCESS) return std::nullopt;
+    return Key(*store_, Below(path), key);
+}
+
+void Key::AddSubkeyNames(std::vector<WString>& names) const {
+    const FBR_STATUS status = FBR_EnumerateAllKeys(handle_, names, store_->Handle());
+    if (status != FSSTATUS_SUCCESS && status != FSSTATUS_NO_MORE_ENTRIES) {
+        Fail(fmt::format("cannot list the subkeys of {} in {}", ShowKey(path_), store_->Name()),
+             status);
+    }
+}
+
+void Key::AddValueNames(std::vector<WString>& names) const {
+    const FBR_STATUS status = FBR_EnumerateAllValues(handle_, names, store_->Handle());
+    if (!store_->KeepsUnnamedApart()) {
+        for (WString& name : names) {
+            if (platform::CompareFolded(name, WTEXT("(Default)")) == 0) name.clear();
+        }
+    }
+    if (status != FSSTATUS_SUCCESS && status != FSSTATUS_NO_MORE_ENTRIES) {
+        Fail(fmt::format("cannot list the values of {} in {}", ShowKey(path_), store_->Name()),
+             status);
+    }
+}
+
+bool Key::HasSubkeys() const {
+    FBR_WCHAR* name = nullptr;
+    const FBR_STATUS status = FBR_EnumIntDirEx(handle_, 0, &name, store_->Handle());
+    FBR_Release(name);
+    return status == FSSTATUS_SUCCESS;
+}
+
+// Values are asked for at the store itself, for the exported functions call the unnamed value
+// "(Default)" before the store sees the name, and most stores take that for a name like any other.
+FBR_STATUS Key::Query(const WString& name, size_t room, Value* value, uint64_t* size) const {
+    value->data.resize(room);
+    void* buffer = room != 0 ? value->data.data() : nullptr;
+    const FBR_STATUS status =
+        store_->Handle()->FBR_QueryValue(handle_, name.c_str(), buffer, room, size, &value->type);
+    return room != 0 && status == FSSTATUS_SUCCESS && *size > room ? FSSTATUS_BUFFER_OVERFLOW
+                                                                   : status;
+}
+
+// One call does for a small value. A store may fill a short buffer and say nothing of the rest,
+// so data that fills the buffer is asked for again by its size.
+Value Key::Get(const WString& name, uint64_t* missing) const {
+    Value value;
+    uint64_t size = 0;
+    if (missing != nullptr) *missing = 0;
+    FBR_STATUS status = Query(name, kFirstBuffer, &value, &size);
+    const bool whole = status == FSSTATUS_SUCCESS && size < kFirstBuffer;
+    if (!whole && (status == FSSTATUS_SUCCESS || status == FSSTATUS_BUFFER_OVERFLOW)) {
+        uint64_t claimed = 0;
+        status = Query(name, 0, &value, &claimed);
+        if (status == FSSTATUS_SUCCESS) size = claimed;
+        if (status == FSSTATUS_BUFFER_OVERFLOW)
+            status = GetClaimed(name, claimed, &value, &size, missing);
+    }
+    if (status != FSSTATUS_SUCCESS) Fail("cannot read " + ShowValue(name), status);
+    value.data.resize(std::min<uint64_t>(size, value.data.size()));
+    return value;
+}
+
+// A damaged value may claim any size: the buffer grows with the data that is really there, and
+// never past all that the store holds.
+FBR_STATUS Key::GetClaimed(const WString& name, uint64_t claimed, Value* value, uint64_t* size,
+                           uint64_t* missing) const {
+    const uint64_t most = std::min(claimed, store_->BytesHeld());
+    for (uint64_t room = std::min(most, kLargeStep);; room = std::min(most, room * 2)) {
+        const FBR_STATUS status = Query(name, room, value, size);
+        if (status != FSSTATUS_SUCCESS && status != FSSTATUS_BUFFER_OVERFLOW) return status;
+        const bool ended = status == FSSTATUS_SUCCESS && *size < room;
+        if (!ended && room < most) continue;
+        if (!ended && most < claimed) {
+            Fail(fmt::format("cannot read {}, which claims {} bytes, more than the store holds",
+                             ShowValue(name), claimed),
+                 FSSTATUS_FILE_CORRUPT);
+        }
+        if (ended && missing != nullptr) *missing = claimed - *size;
+        return status;
+    }
+}
+
+void Key::Set(const WString& name, uint32_t type, const Bytes& data) const {
+    const FBR_STATUS status =
+        store_->Handle()->FBR_SetValue(handle_, name.c_str(), type, data.data(), data.size());
+    if (status != FSSTATUS_SUCCESS) Fail("cannot set " + ShowValue(name), status);
+}
+
+bool Key::DeleteValue(const WString& name) const {
+    const FBR_STATUS status = FBR_DeleteValue(handle_, name.c_str(), store_->Handle());
+    if (status == FSSTATUS_NOT_FOUND) return false;
+    if (status != FSSTATUS_SUCCESS) Fail("cannot remove " + ShowValue(name), status);
+    return true;
+}
+
+void Key::Delete() const {
+    const FBR_STATUS status = FBR_DeleteDirEx(handle_, store_->Handle());
+    if (status != FSSTATUS_SUCCESS) {
+        Fail(fmt::format("cannot remove key {} in {}", ShowKey(path_), store_->Name()), status);
+    }
+}
+
+void Key::Rename(const WString& name) const {
+    const FBR_STATUS status = FBR_RenameDirEx(handle_, name.c_str(), store_->Handle());
+    if (status != FSSTATUS_SUCCESS) {
+        Fail(fmt::format("cannot rename key {} to {} in {}", ShowKey(path_), Printable(name),
+                         store_->Name()),
+             status);
+    }
+}
+
+}  // namespace fbr

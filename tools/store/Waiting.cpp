@@ -1,0 +1,38 @@
+#include "tools/store/Waiting.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "FS_Library_DLL/LockWait.h"
+
+namespace fbr {
+namespace {
+
+constexpr uint64_t kLongest = 4'000'000;  // seconds that are a number of milliseconds in 32 bits
+
+std::string g_store;
+
+void TellWait() {
+    if (g_store.empty()) return;
+    const uint32_t seconds = LockWaitMilliseconds() / 1000;
+    std::cout.flush();
+    std::cerr << fmt::format("fbr: waiting for the lock of {}, {} second{} at most", g_store,
+                             seconds, seconds == 1 ? "" : "s")
+              << std::endl;
+}
+
+}  // namespace
+
+void SetWait(std::optional<uint64_t> seconds) {
+    const uint32_t wait =
+        seconds ? static_cast<uint32_t>(std::min(*seconds, kLongest) * 1000) : kDefaultLockWait;
+    SetLockWait(wait, &TellWait);
+}
+
+void NextWaitIsFor(const std::string& store) {
+    g_store = store;
+}
+
+}  // namespace fbr
