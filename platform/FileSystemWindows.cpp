@@ -38,4 +38,19 @@ Error RenameNew(const WChar* from, const WChar* to) noexcept {
     return Outcome(MoveFileExW(from, to, MOVEFILE_WRITE_THROUGH) != 0);
 }
 
+Error RenameOver(const WChar* from, const WChar* to) noexcept {
+    constexpr DWORD kInTheWay = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
+    constexpr DWORD kKept = kInTheWay | FILE_ATTRIBUTE_SYSTEM;
+    constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+    const DWORD found = GetFileAttributesW(to);
+    const DWORD attributes = found != INVALID_FILE_ATTRIBUTES ? found & kKept : 0;
+    if ((attributes & kInTheWay) != 0 && !SetFileAttributesW(to, found & ~kInTheWay)) {
+        return Outcome(false);
+    }
+    const Error error = Outcome(MoveFileExW(from, to, kFlags) != 0);
+    if (attributes != 0) SetFileAttributesW(to, attributes);
+    ::SetLastError(error);
+    return error;
+}
+
 }  // namespace platform
