@@ -47,7 +47,15 @@ Error RenameOver(const WChar* from, const WChar* to) noexcept {
     if ((attributes & kInTheWay) != 0 && !SetFileAttributesW(to, found & ~kInTheWay)) {
         return Outcome(false);
     }
-    const Error error = Outcome(MoveFileExW(from, to, kFlags) != 0);
+    // Whoever just reads the old file is in the way, for no longer than that takes.
+    constexpr DWORD kPause = 10;
+    constexpr int kMostTries = 200;
+    Error error = kErrorSuccess;
+    for (int i = 0; i < kMostTries; ++i) {
+        error = Outcome(MoveFileExW(from, to, kFlags) != 0);
+        if (error != kErrorAccessDenied && error != kErrorSharingViolation) break;
+        Sleep(kPause);
+    }
     if (attributes != 0) SetFileAttributesW(to, attributes);
     ::SetLastError(error);
     return error;

@@ -103,7 +103,8 @@ Error ReplacementLock::Take(const WChar* path, uint32_t milliseconds) noexcept {
             // The second one for a file that is just going.
             const Error error = Outcome(false);
             const bool isHeld = error == kErrorSharingViolation || error == kErrorAccessDenied;
-            if (!isHeld || GetTickCount() - start >= milliseconds) return Leave(error);
+            if (!isHeld) return error;
+            if (GetTickCount() - start >= milliseconds) return Leave(error);
             Sleep(5);
         }
     } catch (const std::bad_alloc&) {

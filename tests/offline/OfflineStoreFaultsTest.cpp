@@ -1,18 +1,15 @@
-// What a store leaves when its file cannot be written, when it is killed, and when others save the
-// same hive. Here the provider is part of the program, so that the test can put itself between it
-// and the disk.
+// What a store leaves when its file cannot be written. Here the provider is part of the program, so
+// that the test can put itself between it and the disk.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <filesystem>
-#include <random>
 
 #include "FS_Library_DLL/FsOfflineRegistryImpl.h"
 #include "tests/offline/OfflineHive.h"
-#include "tests/shared/LogCapture.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/offline/SavedValue.h"
 #include "tests/support/FailingHeap.h"
 #include "tests/support/FaultFile.h"
 
@@ -20,37 +17,6 @@ using namespace offline_test;
 using support::TempDir;
 
 namespace {
-
-// Opens, sets the root's value "v", closes. The first failure.
-FBR_STATUS Save(const WString& path, const Bytes& data) {
-    FsOfflineRegistryImpl store;
-    FBR_STATUS status = store.FBR_InitialiseEx(path.c_str());
-    int64_t root = 0;
-    if (status == FSSTATUS_SUCCESS) status = store.FBR_OpenDirEx(0, WTEXT(""), &root);
-    if (status == FSSTATUS_SUCCESS) {
-        status = store.FBR_SetValue(root, WTEXT("v"), 3, data.data(), data.size());
-    }
-    const FBR_STATUS closed = store.FBR_DeInitialiseEx();
-    return status != FSSTATUS_SUCCESS ? status : closed;
-}
-
-Bytes Load(const WString& path) {
-    FsOfflineRegistryImpl store;
-    int64_t root = 0;
-    Bytes data(1 << 20);
-    uint64_t size = 0;
-    EXPECT_EQ(store.FBR_InitialiseEx(path.c_str()), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FBR_OpenDirEx(0, WTEXT(""), &root), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FBR_QueryValue(root, WTEXT("v"), data.data(), data.size(), &size, nullptr),
-              FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
-    data.resize(size);
-    return data;
-}
-
-size_t FilesIn(const TempDir& dir) {
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(dir.Path()), {}));
-}
 
 struct stat StatOf(const std::filesystem::path& path) {
     struct stat found = {};
@@ -130,48 +96,6 @@ TEST(OfflineStoreFaults, AnOwnerThatCannotBeKeptIsToldAndTheFileStays) {
     EXPECT_EQ(FilesIn(dir), 1u);
 }
 
-// Adds 1 to the value, as often as the second argument says; the exit code is the number of times
-// that the store said yes.
-const support::ChildRole kCount("count", [](const std::vector<std::string>& arguments) {
-    const WString path = platform::FromUtf8(arguments[0]);
-    int done = 0;
-    for (int i = std::stoi(arguments[1]); i > 0; --i) {
-        FsOfflineRegistryImpl store;
-        int64_t root = 0;
-        uint32_t number = 0;
-        uint64_t size = 0;
-        if (store.FBR_InitialiseEx(path.c_str()) != FSSTATUS_SUCCESS) continue;
-        store.FBR_OpenDirEx(0, WTEXT(""), &root);
-        store.FBR_QueryValue(root, WTEXT("v"), &number, 4, &size, nullptr);
-        ++number;
-        store.FBR_SetValue(root, WTEXT("v"), 3, &number, 4);
-        const FBR_STATUS status = store.FBR_DeInitialiseEx();
-        if (status == FSSTATUS_SUCCESS) ++done;
-        if (status != FSSTATUS_SUCCESS && status != FSSTATUS_SHARING_VIOLATION) return 255;
-    }
-    return done;
-});
-
-TEST(OfflineStoreFaults, OfManyThatSaveAtOnceEachYesIsKept) {
-    TempDir dir;
-    ASSERT_EQ(Save(dir.File("user.dat"), {0, 0, 0, 0}), FSSTATUS_SUCCESS);
-    constexpr int kChildren = 4;
-    std::vector<std::unique_ptr<support::ChildProcess>> children;
-    for (int i = 0; i < kChildren; ++i) {
-        children.push_back(std::make_unique<support::ChildProcess>(
-            "count", std::vector<std::string>{(dir / "user.dat").string(), "60"}));
-    }
-    uint32_t sum = 0;
-    for (const auto& child : children) sum += static_cast<uint32_t>(child->Wait());
-    const Bytes data = Load(dir.File("user.dat"));
-    uint32_t number = 0;
-    ASSERT_EQ(data.size(), sizeof number);
-    std::memcpy(&number, data.data(), sizeof number);
-    EXPECT_EQ(number, sum);
-    EXPECT_GE(sum, 60u);
-    EXPECT_EQ(FilesIn(dir), 1u);
-}
-
 // A lock that is held for long ends in a failure, not in a wait without end.
 TEST(OfflineStoreFaults, AFileThatIsHeldIsToldInGoodTime) {
     TempDir dir;
@@ -182,35 +106,6 @@ TEST(OfflineStoreFaults, AFileThatIsHeldIsToldInGoodTime) {
     close(held);
     EXPECT_EQ(Load(dir.File("user.dat")), Bytes{1});
     EXPECT_EQ(FilesIn(dir), 1u);
-}
-
-const support::ChildRole kFill("fill", [](const std::vector<std::string>& arguments) {
-    const WString path = platform::FromUtf8(arguments[0]);
-    for (uint8_t i = 1;; ++i) {
-        if (Save(path, Bytes(300000, i)) != FSSTATUS_SUCCESS) return 1;
-    }
-});
-
-TEST(OfflineStoreFaults, AKillLeavesTheOldOrTheNewFile) {
-    TempDir dir;
-    const WString path = dir.File("user.dat");
-    ASSERT_EQ(Save(path, Bytes(300000, 0)), FSSTATUS_SUCCESS);
-    std::mt19937 random(7);
-    for (int round = 0; round < 100; ++round) {
-        const auto before = StatOf(dir / "user.dat").st_ino;
-        support::ChildProcess child("fill", {(dir / "user.dat").string()});
-        ASSERT_TRUE(support::Eventually([&] { return StatOf(dir / "user.dat").st_ino != before; }));
-        usleep(random() % 12000);
-        child.Kill();
-        const Bytes data = Load(path);
-        ASSERT_EQ(data.size(), 300000u);
-        ASSERT_EQ(std::count(data.begin(), data.end(), data[0]), 300000);
-    }
-    // What a kill may leave besides has a name that tells what it is.
-    for (const auto& entry : std::filesystem::directory_iterator(dir.Path())) {
-        const std::string name = entry.path().filename().string();
-        EXPECT_TRUE(name == "user.dat" || name.starts_with("~hive")) << name;
-    }
 }
 
 TEST(OfflineStoreFaults, NamesThatFindNoMemoryAreOutOfMemory) {
