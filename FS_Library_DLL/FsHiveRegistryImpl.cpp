@@ -11,6 +11,7 @@
 #include "W32Utils/RegistryUtil.h"
 #include "W32Utils/W32Exceptions.h"
 #include "include/FsError.h"
+#include "platform/PageFile.h"
 
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsHiveRegistryImpl"
 
@@ -132,10 +133,10 @@ FBR_STATUS FsHiveRegistryImpl::ProvideHiveFile(const UnImpersonator& caller) {
     } else if (FileSize(hiveFile_) != 0) {
         return FSSTATUS_SUCCESS;
     }
-    return MakeHiveFile(caller.SavedToken());
+    return MakeHiveFile(caller.SavedToken(), attributes == INVALID_FILE_ATTRIBUTES);
 }
 
-FBR_STATUS FsHiveRegistryImpl::MakeHiveFile(HANDLE callersToken) {
+FBR_STATUS FsHiveRegistryImpl::MakeHiveFile(HANDLE callersToken, bool isMissing) {
     const CUserIdentity identity(CUserIdentity::kCurrentSession, CopyToken(callersToken));
     const TemporaryHiveKey temporary(identity.GetUserSid(), identity);
     if (temporary.Status() != ERROR_SUCCESS) {
@@ -145,6 +146,11 @@ FBR_STATUS FsHiveRegistryImpl::MakeHiveFile(HANDLE callersToken) {
     const FBR_STATUS status = CreateHive(hiveFile_, temporary.Key());
     if (status != FSSTATUS_SUCCESS) {
         ZRFS_LOG(kError, kInitialise, "Create hive failure [{}]", static_cast<int>(status));
+        // The system leaves the file that it began, and would not save over it the next time. Whose
+        // file it refuses to save over is another one's.
+        const bool isOurs =
+            isMissing && status != FSSTATUS_ALREADY_EXISTS && status != FSSTATUS_SHARING_VIOLATION;
+        if (isOurs) platform::DeleteFileByPath(hiveFile_.c_str());
     }
     return status;
 }

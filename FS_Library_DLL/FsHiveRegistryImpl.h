@@ -30,7 +30,7 @@ class FsHiveRegistryImpl : public FsNativeRegistryImpl {
     WString MountPath() const;
     FBR_STATUS OpenHiveFile(const UnImpersonator& caller);
     FBR_STATUS ProvideHiveFile(const UnImpersonator& caller);
-    FBR_STATUS MakeHiveFile(HANDLE callersToken);
+    FBR_STATUS MakeHiveFile(HANDLE callersToken, bool isMissing);
     FBR_STATUS UseExistingMount();
     FBR_STATUS ServeMount();
     FBR_STATUS CreateHive(const WString& path, HKEY key);

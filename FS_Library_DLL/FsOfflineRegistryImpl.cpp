@@ -10,17 +10,10 @@
 #include "FS_Library_DLL/KeyTreeDeleter.h"
 #include "FS_Library_DLL/OfflineProxies.h"
 #include "FS_Library_DLL/OfflineSecurity.h"
-#include "Shared/FileFolderHelpers.h"
-#include "W32Utils/W32Exceptions.h"
 
 using namespace offline;
 
 namespace {
-
-constexpr uint32_t kRegDword = 4;
-constexpr uint32_t kHiveVersion = 2;
-constexpr uint32_t kOsMajor = 6;  // the file format of version 6.1 of the system
-constexpr uint32_t kOsMinor = 1;
 
 WString Trimmed(const WChar* name) {
     WString trimmed(name);
@@ -33,89 +26,7 @@ bool IsRootName(const WString& name) {
     return name.empty() || name == WTEXT("\\");
 }
 
-// Where proxies go that callers still hold when their store closes. They are neither closed nor
-// freed, for a caller may look at its handle once more; here they stay reachable.
-void Abandon(const std::set<ORHandleProxy*>& proxies) {
-    static std::mutex lock;
-    static auto* abandoned = new std::vector<ORHandleProxy*>;
-    const std::lock_guard guard(lock);
-    abandoned->insert(abandoned->end(), proxies.begin(), proxies.end());
-}
-
 }  // namespace
-
-FsOfflineRegistryImpl::~FsOfflineRegistryImpl() {
-    CloseAll();
-}
-
-FBR_STATUS FsOfflineRegistryImpl::FBR_InitialiseEx(const WChar* path) {
-    if (path == nullptr) return FSSTATUS_INVALID_PARAMETER;
-    CloseAll();
-    dirty_ = false;
-    hivePath_ = path;
-    try {
-        dll_ = std::make_unique<OfflineRegistryDll>();
-    } catch (const w32utils::exception_t& failure) {
-        return ToStatus(failure.Code());
-    }
-    ORHKEY hive = nullptr;
-    const FBR_STATUS status = ToStatus(dll_->OROpenHive(path, &hive));
-    if (status == FSSTATUS_NOT_FOUND) return MakeHive();
-    if (status != FSSTATUS_SUCCESS) return status;
-    rootProxy_ = std::make_unique<ORHandleProxy>(dll_.get(), hive);
-    return FSSTATUS_SUCCESS;
-}
-
-FBR_STATUS FsOfflineRegistryImpl::MakeHive() {
-    ORHKEY hive = nullptr;
-    const uint32_t error = dll_->ORCreateHive(&hive);
-    if (error != 0) return ToStatus(error);
-    const FBR_STATUS status = CopyUserHiveSecurity(*dll_, hive);
-    // The new hive is left open on failure; that is meant.
-    if (status != FSSTATUS_SUCCESS) return status;
-    rootProxy_ = std::make_unique<ORHandleProxy>(dll_.get(), hive);
-    // The version is not needed to go on, so that a failure here is none of the open.
-    if (dll_->ORSetValue(hive, WTEXT("FBRVersion"), kRegDword, &kHiveVersion,
-                         sizeof kHiveVersion) == 0) {
-        dirty_ = true;
-    }
-    return FSSTATUS_SUCCESS;
-}
-
-FBR_STATUS FsOfflineRegistryImpl::FBR_DeInitialiseEx() {
-    if (rootProxy_ != nullptr && dirty_) {
-        // The library writes no file over another one: until the new one is complete, the store
-        // is in memory only.
-        uint32_t error = ZrSharedHelpers::DeleteFileWithRetry(hivePath_);
-        if (error == 0 || error == kErrorFileNotFound) {
-            error = dll_->ORSaveHive(rootProxy_->Handle(), hivePath_.c_str(), kOsMajor, kOsMinor);
-        }
-        if (error != 0) {
-            CloseAll();
-            return ToStatus(error);
-        }
-    }
-    CloseAll();
-    dirty_ = false;
-    return FSSTATUS_SUCCESS;
-}
-
-void FsOfflineRegistryImpl::CloseAll() {
-    {
-        const std::lock_guard guard(lock_);
-        Abandon(openKeys_);
-        openKeys_.clear();
-    }
-    // A duplicate of the root may outlive it; the hive does not.
-    if (rootProxy_ != nullptr) rootProxy_->wrapper->Close();
-    rootProxy_.reset();
-    dll_.reset();
-}
-
-FBR_STATUS FsOfflineRegistryImpl::MarkDirtyOn(uint32_t error) {
-    if (error == 0) dirty_ = true;
-    return ToStatus(error);
-}
 
 FBR_STATUS FsOfflineRegistryImpl::FBR_CheckFile() {
     return g_switches.fileChecking ? FSSTATUS_SUCCESS : FSSTATUS_FAILED;
@@ -145,12 +56,14 @@ FBR_STATUS FsOfflineRegistryImpl::FBR_GetLockTypeEx(uint32_t* /*lockType*/) {
 
 FBR_STATUS FsOfflineRegistryImpl::FBR_DeleteValue(int64_t key, const WChar* name) {
     if (key == 0) return FSSTATUS_INVALID_PARAMETER;
+    if (const FBR_STATUS refused = RefuseChange(); refused != FSSTATUS_SUCCESS) return refused;
     return MarkDirtyOn(dll_->ORDeleteValue(AsProxy(key)->Handle(), name));
 }
 
 FBR_STATUS FsOfflineRegistryImpl::FBR_SetValue(int64_t key, const WChar* name, uint32_t type,
                                                const void* data, uint64_t size) {
     if (key == 0 || size > std::numeric_limits<uint32_t>::max()) return FSSTATUS_INVALID_PARAMETER;
+    if (const FBR_STATUS refused = RefuseChange(); refused != FSSTATUS_SUCCESS) return refused;
     return MarkDirtyOn(
         dll_->ORSetValue(AsProxy(key)->Handle(), name, type, data, static_cast<uint32_t>(size)));
 }
@@ -205,9 +118,22 @@ FBR_STATUS FsOfflineRegistryImpl::CreateKey(ORHandleProxy* parent, const WChar* 
     *disposition = 0;
     return OpenOrCreateKey(
         [this, options, disposition](ORHandleProxy& base, const WString& path, ORHKEY& raw) {
-            return CreateKeyPath(base, path, options, disposition, raw);
+            if (isUnsettled_) return OpenWhatExists(base, path, disposition, raw);
+            const uint32_t error = CreateKeyPath(base, path, options, disposition, raw);
+            OutcomeOfChange(error);
+            return error;
         },
         parent, name, opened);
+}
+
+// What is left of a creation in a hive that is not changed.
+uint32_t FsOfflineRegistryImpl::OpenWhatExists(ORHandleProxy& parent, const WString& name,
+                                               uint32_t* disposition, ORHKEY& opened) {
+    const uint32_t error = dll_->OROpenKey(parent.Handle(), name.c_str(), &opened);
+    *disposition = kOpenedExistingKey;
+    if (error != kErrorFileNotFound) return error;
+    RefuseChange();
+    return kErrorFileCorrupt;
 }
 
 // The library makes only the last key of a path: where a parent is missing, all are made in turn.
@@ -257,11 +183,13 @@ FBR_STATUS FsOfflineRegistryImpl::FBR_OpenDirEx(int64_t parent, const WChar* nam
 
 FBR_STATUS FsOfflineRegistryImpl::FBR_DeleteDirEx(int64_t key) {
     if (key == 0) return FSSTATUS_INVALID_PARAMETER;
+    if (const FBR_STATUS refused = RefuseChange(); refused != FSSTATUS_SUCCESS) return refused;
     return MarkDirtyOn(dll_->ORDeleteKey(AsProxy(key)->Handle(), nullptr));
 }
 
 FBR_STATUS FsOfflineRegistryImpl::FBR_DeleteDirNamedEx(const WChar* name) {
     if (name == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    if (const FBR_STATUS refused = RefuseChange(); refused != FSSTATUS_SUCCESS) return refused;
     KeyTreeDeleter record(this, name);
     const FBR_STATUS status = DeleteOpenKeyTree(record);
     if (status == FSSTATUS_SUCCESS) dirty_ = true;
@@ -272,11 +200,11 @@ FBR_STATUS FsOfflineRegistryImpl::FBR_CloseDirEx(int64_t key) {
     return Close(AsProxy(key));
 }
 
-// What is not among the open keys is a duplicate, and goes as well.
 FBR_STATUS FsOfflineRegistryImpl::Close(ORHandleProxy* proxy) {
     if (proxy == rootProxy_.get()) return FSSTATUS_SUCCESS;
     const std::lock_guard guard(lock_);
     openKeys_.erase(proxy);
+    duplicates_.erase(proxy);
     delete proxy;
     return FSSTATUS_SUCCESS;
 }
@@ -284,7 +212,9 @@ FBR_STATUS FsOfflineRegistryImpl::Close(ORHandleProxy* proxy) {
 FBR_STATUS FsOfflineRegistryImpl::FBR_DuplicateDirHandleEx(int64_t key, int64_t* newKey) {
     if (key == 0 || newKey == nullptr) return FSSTATUS_INVALID_PARAMETER;
     const std::lock_guard guard(lock_);
-    *newKey = AsHandle(new ORHandleProxy(*AsProxy(key)));
+    auto duplicate = std::make_unique<ORHandleProxy>(*AsProxy(key));
+    duplicates_.insert(duplicate.get());
+    *newKey = AsHandle(duplicate.release());
     return FSSTATUS_SUCCESS;
 }
 
@@ -323,10 +253,11 @@ FBR_STATUS FsOfflineRegistryImpl::FBR_GetKeySecurityString(int64_t key, WChar* b
 
 FBR_STATUS FsOfflineRegistryImpl::FBR_SetKeySecurityString(int64_t key, const WChar* sddl) {
     if (key == 0 || sddl == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    if (const FBR_STATUS refused = RefuseChange(); refused != FSSTATUS_SUCCESS) return refused;
     std::vector<uint8_t> descriptor;
     uint32_t error = TextToDescriptor(sddl, &descriptor);
     if (error == 0) {
         error = dll_->ORSetKeySecurity(AsProxy(key)->Handle(), kAllInformation, descriptor.data());
     }
-    return ToStatus(error);
+    return OutcomeOfChange(error);
 }

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -10,12 +11,15 @@
 
 #include "FS_Library_DLL/IFSInterface.h"
 #include "FS_Library_DLL/ORHandleProxy.h"
+#include "FS_Library_DLL/OfflineHiveFile.h"
 #include "FS_Library_DLL/OfflineRegistryDll.h"
 
 // The whole hive is in memory from FBR_InitialiseEx on; FBR_DeInitialiseEx writes it as a new file
-// when it has changed, and nothing else touches the disk. Key handles are addresses of
-// ORHandleProxy. Keys may be used from any thread; a rename while other calls are at work on the
-// keys it touches is the caller's to prevent.
+// when it has changed, and nothing else touches the disk. A hive that could not be saved whole is
+// read but not changed: every change of one whose sequence numbers differ, or of which the library
+// could not read a part, is FSSTATUS_FILE_CORRUPT. Key handles are addresses of ORHandleProxy. Keys
+// may be used from any thread; a rename while other calls are at work on the keys it touches is the
+// caller's to prevent.
 class FsOfflineRegistryImpl : public IFSInterface {
   public:
     FsOfflineRegistryImpl() = default;
@@ -26,10 +30,12 @@ class FsOfflineRegistryImpl : public IFSInterface {
 
     // Opens the hive file `path`. Where there is none a hive is made, with "FBRVersion" 2 at its
     // root, which reaches the disk when the store is closed. FSSTATUS_MODULE_NOT_FOUND without the
-    // offline registry library; FSSTATUS_FAILED for a file that is not a hive.
+    // offline registry library; FSSTATUS_FAILED for a file that is not a hive;
+    // FSSTATUS_SHARING_VIOLATION when others do not stop writing it.
     FBR_STATUS FBR_InitialiseEx(const WChar* path) override;
-    // Saves what has changed: the old file is deleted, then the new one written. A failure of the
-    // first loses the changes, of the second also the file. Every handle is dead afterwards.
+    // Saves what has changed: a new file is written beside the old one, and then takes its place.
+    // A failure loses the changes and leaves the old file; it is FSSTATUS_SHARING_VIOLATION when
+    // that is not the file any more that was read. Every handle is dead afterwards.
     FBR_STATUS FBR_DeInitialiseEx() override;
     FBR_STATUS FBR_CheckFile() override;
     FBR_STATUS FBR_IsCorrupted(uint32_t* corrupted) override;
@@ -52,11 +58,14 @@ class FsOfflineRegistryImpl : public IFSInterface {
     FBR_STATUS FBR_OpenDirEx(int64_t parent, const WChar* name, int64_t* key) override;
     FBR_STATUS FBR_DeleteDirEx(int64_t key) override;
     FBR_STATUS FBR_DeleteDirNamedEx(const WChar* name) override;
-    // Copies the key to its new name and deletes the old one. Keys that are open in it, and `key`
-    // itself, stand at their new places afterwards. Security is not copied.
+    // Copies the key to its new name and deletes the old one. Handles of keys in it, and `key`
+    // itself, stand at their new places afterwards. Security is not copied. FSSTATUS_INVALID_NAME
+    // when something in it has a name that cannot be told to the library; all stays then.
     FBR_STATUS FBR_RenameDirEx(int64_t key, const WChar* newName) override;
     FBR_STATUS FBR_CloseDirEx(int64_t key) override;
 
+    // FSSTATUS_INVALID_NAME for a name that holds a zero: it would be taken for another one. The
+    // next index goes on behind it, and the two that gather all names give it whole.
     FBR_STATUS FBR_EnumIntFileEx(int64_t key, uint32_t index, WChar** name) override;
     FBR_STATUS FBR_EnumIntDirEx(int64_t key, uint32_t index, WChar** name) override;
     FBR_STATUS FBR_GetName_DirEx(int64_t key, WChar** name) override;
@@ -78,9 +87,20 @@ class FsOfflineRegistryImpl : public IFSInterface {
     // One name of an enumeration: the buffer's size in units goes in, the name's comes out.
     using NameFunction = std::function<uint32_t(uint32_t index, WChar* buffer, uint32_t* units)>;
 
+    // A key that a rename moves: its handle at the new place, and what its path has below the old.
+    struct Moved {
+        ORHKEY handle = nullptr;
+        WString rest;
+    };
+    using MovedKeys = std::map<HandleWrapper*, Moved>;
+
+    uint32_t OpenHive(ORHKEY* hive);
     FBR_STATUS MakeHive();
     void CloseAll();
+    FBR_STATUS RefuseChange() const;
+    FBR_STATUS OutcomeOfChange(uint32_t error) const;
     FBR_STATUS MarkDirtyOn(uint32_t error);
+    std::vector<ORHandleProxy*> AllProxies() const;
 
     FBR_STATUS OpenOrCreateKey(const KeyFunction& function, ORHandleProxy* parent,
                                const WChar* name, ORHandleProxy** opened);
@@ -89,6 +109,8 @@ class FsOfflineRegistryImpl : public IFSInterface {
                          ORHandleProxy** opened, uint32_t* disposition);
     uint32_t CreateKeyPath(ORHandleProxy& parent, const WString& name, uint32_t options,
                            uint32_t* disposition, ORHKEY& opened);
+    uint32_t OpenWhatExists(ORHandleProxy& parent, const WString& name, uint32_t* disposition,
+                            ORHKEY& opened);
     FBR_STATUS Close(ORHandleProxy* proxy);
 
     FBR_STATUS GetIndexedName(const NameFunction& function, uint32_t index, uint32_t units,
@@ -101,13 +123,17 @@ class FsOfflineRegistryImpl : public IFSInterface {
                           const std::vector<WString>& names);
     FBR_STATUS CopySubkey(ORHandleProxy* source, ORHandleProxy* target, const WString& name);
     FBR_STATUS DeleteTree(ORHandleProxy* key);
-    uint32_t UpdatePath(ORHandleProxy& proxy, ORHKEY root, const WString& oldPath,
-                        const WString& newPath);
+    uint32_t Probe(const ORHandleProxy& proxy) const;
+    uint32_t OpenMoved(const WString& oldPath, const WString& newPath, MovedKeys* moved);
+    void Move(const MovedKeys& moved, const WString& newPath);
 
     std::unique_ptr<ORHandleProxy> rootProxy_;  // null until the hive is open
     std::unique_ptr<OfflineRegistryDll> dll_;
-    WString hivePath_;
-    std::mutex lock_;                    // guards openKeys_ and the strings of the proxies in it
-    std::set<ORHandleProxy*> openKeys_;  // all that open and create made; no duplicates, no root
-    std::atomic<bool> dirty_ = false;    // there are changes to be saved
+    WString hivePath_;          // where the file really is
+    offline::HiveMark read_;    // of the file that was read, or of none
+    bool isUnsettled_ = false;  // its sequence numbers differ
+    std::mutex lock_;           // guards the two sets and the strings of the proxies in them
+    std::set<ORHandleProxy*> openKeys_;  // all that open and create made; not the root
+    std::set<ORHandleProxy*> duplicates_;
+    std::atomic<bool> dirty_ = false;  // there are changes to be saved
 };

@@ -42,8 +42,13 @@ FBR_STATUS FsOfflineRegistryImpl::GetIndexedName(const NameFunction& function, u
     *name = block;
     if (block == nullptr) return ToStatus(kErrorOutOfMemory);
     const uint32_t error = function(index, block, &units);
-    if (error != 0) platform::HeapRelease(block);
-    return ToStatus(error);
+    FBR_STATUS status = ToStatus(error);
+    // Whoever reads the text ends at the zero, with the name of another key or value.
+    if (error == 0 && platform::WStringView(block, units).find(WChar{0}) != WString::npos) {
+        status = FSSTATUS_INVALID_NAME;
+    }
+    if (status != FSSTATUS_SUCCESS) platform::HeapRelease(block);
+    return status;
 }
 
 FBR_STATUS FsOfflineRegistryImpl::FBR_EnumIntFileEx(int64_t key, uint32_t index, WChar** name) {

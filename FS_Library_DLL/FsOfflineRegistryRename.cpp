@@ -6,34 +6,54 @@
 #include "FS_Library_DLL/FsOfflineRegistryImpl.h"
 #include "FS_Library_DLL/KeyTreeDeleter.h"
 #include "FS_Library_DLL/OfflineProxies.h"
+#include "offreg/Names.h"
 
 using namespace offline;
+using platform::WStringView;
 
 namespace {
 
 constexpr size_t kFirstDataBytes = 4096;
 
-WString Folded(WString text) {
-    std::transform(text.begin(), text.end(), text.begin(), platform::Fold);
-    return text;
+// Takes the first component off a path, with the backslashes before it. False at the end.
+bool TakeComponent(WStringView* path, WStringView* component) {
+    path->remove_prefix(std::min(path->find_first_not_of('\\'), path->size()));
+    *component = path->substr(0, path->find('\\'));
+    path->remove_prefix(component->size());
+    return !component->empty();
+}
+
+// True when `path` is `ancestor` or lies below it, whole components compared by the hive's own
+// rule; `rest` is then what stands behind, spelled as it is.
+bool IsSameOrBelow(WStringView path, WStringView ancestor, WString* rest) {
+    WStringView wanted;
+    WStringView found;
+    while (TakeComponent(&ancestor, &wanted)) {
+        if (!TakeComponent(&path, &found) || offreg::CompareNames(found, wanted) != 0) return false;
+    }
+    *rest = path;
+    return true;
 }
 
 // The path of the parent with its backslash behind.
 WString ParentOf(const WString& path) {
-    return path.substr(0, path.rfind('\\') + 1);
+    const size_t last = path.find_last_not_of('\\');
+    return path.substr(0, path.rfind('\\', last) + 1);
 }
 
-bool IsSameOrBelow(const WString& path, const WString& ancestor) {
-    const WString folded = Folded(path);
-    const WString top = Folded(ancestor);
-    return folded.starts_with(top) && (folded.size() == top.size() || folded[top.size()] == '\\');
+// As the library wants it: one backslash between components, none around.
+WString Plain(WStringView path) {
+    WString plain;
+    WStringView component;
+    while (TakeComponent(&path, &component)) {
+        if (!plain.empty()) plain += '\\';
+        plain += component;
+    }
+    return plain;
 }
 
-// Less one backslash at either end.
-WString Stripped(const WString& path) {
-    const size_t first = path.starts_with('\\') ? 1 : 0;
-    const size_t last = path.size() > first && path.ends_with('\\') ? 1 : 0;
-    return path.substr(first, path.size() - first - last);
+bool HoldsZero(const WString& name) {
+    return name.find(WChar{0}) != WString::npos;
 }
 
 }  // namespace
@@ -41,24 +61,29 @@ WString Stripped(const WString& path) {
 FBR_STATUS FsOfflineRegistryImpl::FBR_RenameDirEx(int64_t key, const WChar* newName) {
     ORHandleProxy* const renamed = AsProxy(key);
     if (newName == nullptr || renamed == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    if (const FBR_STATUS refused = RefuseChange(); refused != FSSTATUS_SUCCESS) return refused;
     const WString oldPath = renamed->fullPath;
-    const WString newPath = ParentOf(oldPath) + newName;
+    const WString wanted = ParentOf(oldPath) + newName;
+    WString rest;
     // The root has no name to change, and a key cannot be moved into itself.
-    if (oldPath == WTEXT("\\") ||
-        (newPath.size() > oldPath.size() && IsSameOrBelow(newPath, oldPath))) {
+    if (Plain(oldPath).empty() || (IsSameOrBelow(wanted, oldPath, &rest) && !Plain(rest).empty())) {
         return FSSTATUS_INVALID_NAME;
     }
+    if (const uint32_t error = Probe(*renamed); error != 0) return ToStatus(error);
 
     ORHandleProxy* target = nullptr;
     uint32_t disposition = 0;
-    FBR_STATUS status = CreateKey(nullptr, newPath.c_str(), 0, &target, &disposition);
+    FBR_STATUS status = CreateKey(nullptr, wanted.c_str(), 0, &target, &disposition);
     if (status != FSSTATUS_SUCCESS) return status;
     if (disposition == kOpenedExistingKey || target == rootProxy_.get()) {
         Close(target);
         return FSSTATUS_ALREADY_EXISTS;
     }
     dirty_ = true;
+    const WString newPath = target->fullPath;
     status = CopyKeyTree(renamed, target);
+    MovedKeys moved;
+    if (status == FSSTATUS_SUCCESS) status = ToStatus(OpenMoved(oldPath, newPath, &moved));
     if (status != FSSTATUS_SUCCESS) {
         DeleteTree(target);
         Close(target);
@@ -66,21 +91,19 @@ FBR_STATUS FsOfflineRegistryImpl::FBR_RenameDirEx(int64_t key, const WChar* newN
     }
     // A part of the old tree that cannot be deleted does not keep open keys from moving on.
     status = DeleteTree(renamed);
-
-    const std::lock_guard guard(lock_);
-    for (ORHandleProxy* proxy : openKeys_) {
-        const uint32_t error = UpdatePath(*proxy, rootProxy_->Handle(), oldPath, newPath);
-        if (error == 0) continue;
-        status = ToStatus(error);
-        break;
-    }
-    if (status == FSSTATUS_SUCCESS) dirty_ = true;
+    Move(moved, newPath);
     return status;
 }
 
 FBR_STATUS FsOfflineRegistryImpl::DeleteTree(ORHandleProxy* key) {
-    KeyTreeDeleter record(this, key->fullPath, AsHandle(key));
+    KeyTreeDeleter record(this, Plain(key->fullPath), AsHandle(key));
     return DeleteOpenKeyTree(record);
+}
+
+// 0 for a key that is there; what the library says of a deleted one.
+uint32_t FsOfflineRegistryImpl::Probe(const ORHandleProxy& proxy) const {
+    return dll_->ORQueryInfoKey(proxy.Handle(), nullptr, nullptr, nullptr, nullptr, nullptr,
+                                nullptr, nullptr, nullptr, nullptr, nullptr);
 }
 
 FBR_STATUS FsOfflineRegistryImpl::CopyKeyTree(ORHandleProxy* source, ORHandleProxy* target) {
@@ -105,6 +128,7 @@ FBR_STATUS FsOfflineRegistryImpl::CopyValues(ORHandleProxy* source, ORHandleProx
                                              const std::vector<WString>& names) {
     std::vector<uint8_t> data(kFirstDataBytes);
     for (const WString& name : names) {
+        if (HoldsZero(name)) return FSSTATUS_INVALID_NAME;
         uint64_t size = 0;
         uint32_t type = 0;
         const auto read = [&] {
@@ -128,6 +152,7 @@ FBR_STATUS FsOfflineRegistryImpl::CopyValues(ORHandleProxy* source, ORHandleProx
 // word; in the last case the target's stays open. That is meant.
 FBR_STATUS FsOfflineRegistryImpl::CopySubkey(ORHandleProxy* source, ORHandleProxy* target,
                                              const WString& name) {
+    if (HoldsZero(name)) return FSSTATUS_INVALID_NAME;
     ORHandleProxy* from = nullptr;
     if (OpenKey(source, name.c_str(), &from) != FSSTATUS_SUCCESS) return FSSTATUS_SUCCESS;
     ORHandleProxy* to = nullptr;
@@ -143,21 +168,36 @@ FBR_STATUS FsOfflineRegistryImpl::CopySubkey(ORHandleProxy* source, ORHandleProx
     return status;
 }
 
-// Opens a proxy again whose key stood at or below `oldPath`; leaves every other one alone.
-uint32_t FsOfflineRegistryImpl::UpdatePath(ORHandleProxy& proxy, ORHKEY root,
-                                           const WString& oldPath, const WString& newPath) {
-    const WString folded = Folded(proxy.fullPath);
-    const WString old = Folded(oldPath);
-    if (folded == old) {
-        proxy.SetPath(newPath);
-    } else {
-        const size_t found = folded.find(old);
-        if (found == WString::npos) return 0;
-        // A match that is not at the front keeps the text from there on; that is meant.
-        const size_t rest = found == 0 ? old.size() : found;
-        if (proxy.fullPath[rest] != '\\') return 0;
-        proxy.SetPath(newPath + proxy.fullPath.substr(rest));
+// Opens what the handles of keys in the renamed one will stand on. A handle whose key was deleted
+// stays what it is, even where a key of that path was made since. On failure nothing is open.
+uint32_t FsOfflineRegistryImpl::OpenMoved(const WString& oldPath, const WString& newPath,
+                                          MovedKeys* moved) {
+    const std::lock_guard guard(lock_);
+    uint32_t error = 0;
+    for (const ORHandleProxy* proxy : AllProxies()) {
+        Moved place;
+        if (!IsSameOrBelow(proxy->fullPath, oldPath, &place.rest) || Probe(*proxy) != 0) continue;
+        const auto [known, isNew] = moved->emplace(proxy->wrapper.get(), std::move(place));
+        if (!isNew) continue;
+        const WString path = Plain(newPath + known->second.rest);
+        error = dll_->OROpenKey(rootProxy_->Handle(), path.c_str(), &known->second.handle);
+        if (error != 0) break;
     }
-    proxy.wrapper->Close();
-    return dll_->OROpenKey(root, Stripped(proxy.fullPath).c_str(), &proxy.wrapper->handle);
+    if (error == 0) return 0;
+    for (auto& [wrapper, place] : *moved) {
+        if (place.handle != nullptr) dll_->ORCloseKey(place.handle);
+    }
+    return error;
+}
+
+void FsOfflineRegistryImpl::Move(const MovedKeys& moved, const WString& newPath) {
+    const std::lock_guard guard(lock_);
+    for (const auto& [wrapper, place] : moved) {
+        wrapper->Close();
+        wrapper->handle = place.handle;
+    }
+    for (ORHandleProxy* proxy : AllProxies()) {
+        const auto place = moved.find(proxy->wrapper.get());
+        if (place != moved.end()) proxy->SetPath(newPath + place->second.rest);
+    }
 }

@@ -1,5 +1,6 @@
-// Where the functions of the offline registry library come from: the system's "offreg.dll", or the
-// provider in offreg/, which is linked in on systems that have no such library.
+// Where the functions of the offline registry library come from: an "offreg.dll" beside the program
+// or the system's, and no other; or the provider in offreg/, which is linked in on systems that
+// have no such library.
 #pragma once
 
 #include <cstdint>

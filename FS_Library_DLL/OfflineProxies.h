@@ -12,6 +12,7 @@ inline constexpr uint32_t kErrorFileNotFound = 2;
 inline constexpr uint32_t kErrorOutOfMemory = 14;
 inline constexpr uint32_t kErrorBufferOverflow = 111;
 inline constexpr uint32_t kErrorMoreData = 234;
+inline constexpr uint32_t kErrorFileCorrupt = 1392;
 
 inline constexpr uint32_t kOpenedExistingKey = 2;
 

@@ -81,7 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Bytes written;
     Require(WriteHive(hive, 1, WTEXT("fuzz"), &written) == 0);
     Hive again;
-    Require(ReadHive(written.data(), written.size(), again) == 0);
+    LeftOut leftOut;
+    Require(ReadHive(written.data(), written.size(), again, &leftOut) == 0 && leftOut.count == 0);
     Require(Walk(again) == count);
     Demolish(hive);
     return 0;

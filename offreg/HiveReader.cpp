@@ -1,85 +1,51 @@
 #include "offreg/HiveReader.h"
 
 #include <algorithm>
+#include <set>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "offreg/HiveCells.h"
 #include "offreg/HiveFormat.h"
 
 namespace offreg {
 namespace {
 
 using namespace format;
+using namespace cells;
 
-bool HasMagic(const uint8_t* at, const char* magic) {
-    return std::memcmp(at, magic, std::strlen(magic)) == 0;
-}
-
-// The content of a cell in use, less its size field.
-struct Cell {
-    const uint8_t* data = nullptr;
-    uint32_t size = 0;
-
-    uint16_t Word(uint32_t at) const { return Load<uint16_t>(data + at); }
-    uint32_t Number(uint32_t at) const { return Load<uint32_t>(data + at); }
-    bool Is(const char* magic) const { return HasMagic(data, magic); }
-};
-
-// The bins of a file, and which of their cells have found their owner.
-class CellSpace {
-  public:
-    // False when the bins do not lie behind one another up to `length`.
-    bool Open(const uint8_t* bins, uint32_t length);
-    // The cell at `offset` with at least `minimum` bytes of content. False for anything else.
-    bool Find(uint32_t offset, uint32_t minimum, Cell* cell) const;
-    // The same for a cell that belongs to one owner: false also when it was claimed before.
-    bool Claim(uint32_t offset, uint32_t minimum, Cell* cell);
-
-  private:
-    const uint8_t* bins_ = nullptr;
-    uint32_t length_ = 0;
-    std::vector<uint32_t> binEnd_;  // for each block
-    std::vector<bool> claimed_;     // for each 8 bytes
-};
-
-bool CellSpace::Open(const uint8_t* bins, uint32_t length) {
-    bins_ = bins;
-    length_ = length;
-    binEnd_.resize(length / kBlockSize);
-    claimed_.resize(length / 8);
-    for (uint32_t at = 0; at < length;) {
-        const uint32_t size = Load<uint32_t>(bins + at + bin::kSize);
-        const bool sound = HasMagic(bins + at, bin::kMagic) &&
-                           Load<uint32_t>(bins + at + bin::kOffset) == at && size != 0 &&
-                           size % kBlockSize == 0 && size <= length - at;
-        if (!sound) return false;
-        std::fill_n(binEnd_.begin() + at / kBlockSize, size / kBlockSize, at + size);
-        at += size;
+// A key's path as text for people: cut at the front where it is long, units below a blank escaped.
+std::string PathOf(const Key& key) {
+    constexpr size_t kLongest = 400;
+    WString path;
+    const Key* above = &key;
+    for (; above->parent != nullptr && path.size() < kLongest; above = above->parent) {
+        path.insert(0, WTEXT("\\") + above->name);
     }
-    return true;
-}
-
-bool CellSpace::Find(uint32_t offset, uint32_t minimum, Cell* cell) const {
-    if (offset % 8 != 0 || offset >= length_) return false;
-    const uint32_t stored = Load<uint32_t>(bins_ + offset);
-    const uint32_t size = 0 - stored;  // in use: the stored size is negative
-    if (stored < 0x80000000 || size % 8 != 0 || size > binEnd_[offset / kBlockSize] - offset) {
-        return false;
+    const bool isCut = above->parent != nullptr || path.size() > kLongest;
+    if (path.size() > kLongest) path.erase(0, path.size() - kLongest);
+    std::string text(isCut ? "..." : path.empty() ? "\\" : "");
+    for (size_t start = 0; start < path.size();) {
+        const auto plain = std::find_if(path.begin() + static_cast<ptrdiff_t>(start), path.end(),
+                                        [](WChar unit) { return unit < ' '; });
+        const auto end = static_cast<size_t>(plain - path.begin());
+        text += platform::ToUtf8(WStringView(path).substr(start, end - start));
+        if (end < path.size()) text += "%" + std::to_string(uint32_t{path[end]});
+        start = end + 1;
     }
-    *cell = {bins_ + offset + kCellHead, size - kCellHead};
-    return cell->size >= minimum;
+    return text;
 }
 
-bool CellSpace::Claim(uint32_t offset, uint32_t minimum, Cell* cell) {
-    if (!Find(offset, minimum, cell) || claimed_[offset / 8]) return false;
-    claimed_[offset / 8] = true;
-    return true;
-}
+struct PrecedesByName {
+    bool operator()(WStringView a, WStringView b) const { return CompareNames(a, b) < 0; }
+};
 
 class Reader {
   public:
-    Reader(CellSpace& cells, Hive& hive) : cells_(cells), hive_(hive) {}
+    Reader(CellSpace& cells, Hive& hive, LeftOut& leftOut)
+        : cells_(cells), hive_(hive), leftOut_(leftOut) {}
+    // False when there is no root.
     bool ReadTree(uint32_t rootCell);
 
   private:
@@ -87,26 +53,34 @@ class Reader {
         Key* key;
         Cell cell;
     };
+    using Names = std::set<WStringView, PrecedesByName>;
 
+    void LeaveOut(const std::string& what, const Key& key);
     bool ReadKeyCell(uint32_t offset, Cell* cell, WString* name);
-    bool ReadKey(Key& key, const Cell& cell);
+    void ReadKey(Key& key, const Cell& cell);
     bool ReadName(const uint8_t* at, uint32_t bytes, bool narrow, WString* name);
     bool ReadClass(Key& key, const Cell& cell);
     bool ReadSecurity(Key& key, uint32_t offset);
-    bool ReadValues(Key& key, const Cell& cell);
-    bool ReadValue(Key& key, uint32_t offset);
+    void ReadValues(Key& key, const Cell& cell);
+    bool ReadValue(Key& key, uint32_t offset, Names& names);
     bool ReadData(const Cell& cell, Bytes* data);
     bool ReadBigData(const Cell& cell, uint32_t size, Bytes* data);
-    bool ReadSubkeys(Key& key, const Cell& cell);
-    bool ReadList(Key& key, const Cell& list, uint32_t* left);
+    void ReadSubkeys(Key& key, const Cell& cell);
+    uint32_t ReadLists(Key& key, const Cell& top);
+    uint32_t ReadList(Key& key, const Cell& list);
     bool AddSubkey(Key& key, uint32_t offset);
 
     CellSpace& cells_;
     Hive& hive_;
+    LeftOut& leftOut_;
     std::unordered_map<uint32_t, Security*> securities_;
     // Keys whose content is still to be read. A stack of its own: the depth is the file's.
     std::vector<Pending> pending_;
 };
+
+void Reader::LeaveOut(const std::string& what, const Key& key) {
+    if (++leftOut_.count <= kMostTold) leftOut_.told.push_back(what + " of key " + PathOf(key));
+}
 
 bool Reader::ReadTree(uint32_t rootCell) {
     Cell cell;
@@ -116,7 +90,7 @@ bool Reader::ReadTree(uint32_t rootCell) {
     while (!pending_.empty()) {
         const Pending next = pending_.back();
         pending_.pop_back();
-        if (!ReadKey(*next.key, next.cell)) return false;
+        ReadKey(*next.key, next.cell);
     }
     return true;
 }
@@ -129,11 +103,16 @@ bool Reader::ReadKeyCell(uint32_t offset, Cell* cell, WString* name) {
            ReadName(cell->data + key::kName, bytes, narrow, name);
 }
 
-bool Reader::ReadKey(Key& key, const Cell& cell) {
+void Reader::ReadKey(Key& key, const Cell& cell) {
     key.lastWrite = Load<uint64_t>(cell.data + key::kTime);
     key.isLink = (cell.Word(key::kFlags) & key::kIsLink) != 0;
-    return ReadClass(key, cell) && ReadSecurity(key, cell.Number(key::kSecurity)) &&
-           ReadValues(key, cell) && ReadSubkeys(key, cell);
+    if (!ReadClass(key, cell)) LeaveOut("the class", key);
+    if (!ReadSecurity(key, cell.Number(key::kSecurity))) {
+        hive_.ShareSecurity(key, nullptr);
+        LeaveOut("the security", key);
+    }
+    ReadValues(key, cell);
+    ReadSubkeys(key, cell);
 }
 
 bool Reader::ReadName(const uint8_t* at, uint32_t bytes, bool narrow, WString* name) {
@@ -178,32 +157,44 @@ bool Reader::ReadSecurity(Key& key, uint32_t offset) {
     return true;
 }
 
-bool Reader::ReadValues(Key& key, const Cell& cell) {
+void Reader::ReadValues(Key& key, const Cell& cell) {
     const uint32_t count = cell.Number(key::kValueCount);
-    if (count == 0) return true;
+    if (count == 0) return;
     Cell list;
-    if (!cells_.Claim(cell.Number(key::kValueList), 0, &list) || count > list.size / 4) {
-        return false;
+    if (!cells_.Claim(cell.Number(key::kValueList), 0, &list)) {
+        return LeaveOut("the list of the " + std::to_string(count) + " values", key);
     }
-    for (uint32_t i = 0; i < count; ++i) {
-        if (!ReadValue(key, list.Number(i * 4))) return false;
+    const uint32_t listed = std::min(count, list.size / 4);
+    Names names;
+    for (uint32_t i = 0; i < listed; ++i) {
+        if (!ReadValue(key, list.Number(i * 4), names)) {
+            LeaveOut("value " + std::to_string(i), key);
+        }
     }
-    return true;
+    if (listed < count) {
+        LeaveOut(
+            "what should be values " + std::to_string(listed) + " to " + std::to_string(count - 1),
+            key);
+    }
 }
 
-bool Reader::ReadValue(Key& key, uint32_t offset) {
+bool Reader::ReadValue(Key& key, uint32_t offset, Names& names) {
     Cell cell;
     if (!cells_.Claim(offset, value::kName, &cell) || !cell.Is(value::kMagic)) return false;
     const uint32_t bytes = cell.Word(value::kNameBytes);
     const bool narrow = (cell.Word(value::kFlags) & value::kNarrowName) != 0;
     WString name;
+    Bytes data;
     if (bytes > cell.size - value::kName ||
-        !ReadName(cell.data + value::kName, bytes, narrow, &name)) {
+        !ReadName(cell.data + value::kName, bytes, narrow, &name) || names.contains(name) ||
+        !ReadData(cell, &data)) {
         return false;
     }
     Value* value = key.values.Add(std::move(name));
     value->type = cell.Number(value::kType);
-    return ReadData(cell, &value->data);
+    value->data = std::move(data);
+    names.insert(value->name);
+    return true;
 }
 
 bool Reader::ReadData(const Cell& cell, Bytes* data) {
@@ -241,44 +232,62 @@ bool Reader::ReadBigData(const Cell& cell, uint32_t size, Bytes* data) {
     return true;
 }
 
-bool Reader::ReadSubkeys(Key& key, const Cell& cell) {
-    uint32_t left = cell.Number(key::kSubkeyCount);
-    if (left == 0) return true;
-    Cell list;
-    if (key.depth >= kMaxDepth || !cells_.Claim(cell.Number(key::kSubkeyList), 4, &list)) {
-        return false;
+void Reader::ReadSubkeys(Key& key, const Cell& cell) {
+    const uint32_t count = cell.Number(key::kSubkeyCount);
+    if (count == 0) return;
+    Cell top;
+    if (key.depth >= kMaxDepth || !cells_.Claim(cell.Number(key::kSubkeyList), 4, &top)) {
+        return LeaveOut("the list of the " + std::to_string(count) + " subkeys", key);
     }
-    if (!list.Is("ri")) return ReadList(key, list, &left) && left == 0;
-    const uint32_t count = list.Word(list::kCount);
-    if (count > (list.size - list::kItems) / 4) return false;
-    for (uint32_t i = 0; i < count; ++i) {
-        Cell part;
-        if (!cells_.Claim(list.Number(list::kItems + i * 4), 4, &part) ||
-            !ReadList(key, part, &left)) {
-            return false;
-        }
+    const uint32_t listed = ReadLists(key, top);
+    if (listed != count) {
+        LeaveOut("what makes " + std::to_string(count) + " subkeys of the " +
+                     std::to_string(listed) + " that are listed",
+                 key);
     }
-    return left == 0;
 }
 
-// One list of keys. `left` is what the key's own count still allows.
-bool Reader::ReadList(Key& key, const Cell& list, uint32_t* left) {
-    const bool hinted = list.Is("lf") || list.Is("lh");
-    if (!hinted && !list.Is("li")) return false;
-    const uint32_t step = hinted ? list::kHintedItem : list::kBareItem;
-    const uint32_t count = list.Word(list::kCount);
-    if (count > (list.size - list::kItems) / step || count > *left) return false;
+// A list, or a list of lists. The number of entries, whether they could be read or not.
+uint32_t Reader::ReadLists(Key& key, const Cell& top) {
+    if (!top.Is("ri")) return ReadList(key, top);
+    const uint32_t count =
+        std::min<uint32_t>(top.Word(list::kCount), (top.size - list::kItems) / list::kBareItem);
+    uint32_t listed = 0;
     for (uint32_t i = 0; i < count; ++i) {
-        if (!AddSubkey(key, list.Number(list::kItems + i * step))) return false;
+        Cell part;
+        if (cells_.Claim(top.Number(list::kItems + i * list::kBareItem), 4, &part)) {
+            listed += ReadList(key, part);
+        } else {
+            LeaveOut("list " + std::to_string(i) + " of subkeys", key);
+        }
     }
-    *left -= count;
-    return true;
+    return listed;
+}
+
+uint32_t Reader::ReadList(Key& key, const Cell& list) {
+    const bool hinted = list.Is("lf") || list.Is("lh");
+    if (!hinted && !list.Is("li")) {
+        LeaveOut("a list of subkeys", key);
+        return 0;
+    }
+    const uint32_t step = hinted ? list::kHintedItem : list::kBareItem;
+    const uint32_t count =
+        std::min<uint32_t>(list.Word(list::kCount), (list.size - list::kItems) / step);
+    for (uint32_t i = 0; i < count; ++i) {
+        if (!AddSubkey(key, list.Number(list::kItems + i * step))) {
+            LeaveOut("subkey " + std::to_string(i) + " of a list", key);
+        }
+    }
+    return count;
 }
 
 bool Reader::AddSubkey(Key& key, uint32_t offset) {
     Cell cell;
     WString name;
-    if (!ReadKeyCell(offset, &cell, &name) || name.empty()) return false;
+    if (!ReadKeyCell(offset, &cell, &name) || name.empty() || name.find('\\') != WString::npos ||
+        key.subkeys.Find(name) != nullptr) {
+        return false;
+    }
     Key* subkey = hive_.AddKey(key, std::move(name));
     pending_.push_back({subkey, cell});
     return true;
@@ -286,7 +295,7 @@ bool Reader::AddSubkey(Key& key, uint32_t offset) {
 
 }  // namespace
 
-platform::Error ReadHive(const uint8_t* bytes, size_t size, Hive& hive) {
+platform::Error ReadHive(const uint8_t* bytes, size_t size, Hive& hive, LeftOut* leftOut) {
     if (size == 0 || size > 0xFFFFFFFF) return kErrorBadDatabase;
     if (size < kBlockSize || !HasMagic(bytes, base::kMagic)) return kErrorNotRegistryFile;
     const uint32_t length = Load<uint32_t>(bytes + base::kBinsLength);
@@ -295,9 +304,16 @@ platform::Error ReadHive(const uint8_t* bytes, size_t size, Hive& hive) {
                        Load<uint32_t>(bytes + base::kMajor) == 1 && minor >= 1 && minor <= 6 &&
                        Load<uint32_t>(bytes + base::kType) == 0 && length % kBlockSize == 0 &&
                        length <= size - kBlockSize;
+    if (!sound) return kErrorNotRegistryFile;
+    LeftOut unused;
+    LeftOut& told = leftOut != nullptr ? *leftOut : unused;
     CellSpace cells;
-    if (!sound || !cells.Open(bytes + kBlockSize, length)) return kErrorNotRegistryFile;
-    Reader reader(cells, hive);
+    const uint32_t lost = cells.Open(bytes + kBlockSize, length);
+    if (lost != 0) {
+        ++told.count;
+        told.told.push_back(std::to_string(lost) + " blocks that belong to no bin");
+    }
+    Reader reader(cells, hive, told);
     return reader.ReadTree(Load<uint32_t>(bytes + base::kRootCell)) ? platform::kErrorSuccess
                                                                     : kErrorNotRegistryFile;
 }

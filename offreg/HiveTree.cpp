@@ -16,9 +16,7 @@ bool Precedes(const Key* key, WStringView name) {
 }  // namespace
 
 void ValueList::BuildIndex() {
-    for (const auto& value : items_) {
-        if (!index_.emplace(value->name, value.get()).second) namesRepeat_ = true;
-    }
+    for (const auto& value : items_) index_.emplace(value->name, value.get());
 }
 
 Value* ValueList::Find(WStringView name) {
@@ -39,7 +37,7 @@ Value* ValueList::Add(WString name) {
     value->name = std::move(name);
     if (index_.empty()) return value;
     try {
-        if (!index_.emplace(value->name, value).second) namesRepeat_ = true;
+        index_.emplace(value->name, value);
     } catch (...) {
         items_.pop_back();
         throw;
@@ -51,11 +49,7 @@ void ValueList::Remove(const Value* value) noexcept {
     const auto found = std::find_if(items_.begin(), items_.end(),
                                     [value](const auto& item) { return item.get() == value; });
     if (found == items_.end()) return;
-    if (namesRepeat_) {
-        index_.clear();
-    } else {
-        index_.erase(value->name);
-    }
+    index_.erase(value->name);
     items_.erase(found);
 }
 

@@ -33,7 +33,7 @@ class ValueList {
     Value* At(size_t index) const noexcept { return items_[index].get(); }
     // Null when there is none.
     Value* Find(WStringView name);
-    // Adds a value even where one of that name exists; the older one is then found first.
+    // Adds a value of a name that is not there yet.
     Value* Add(WString name);
     void Remove(const Value* value) noexcept;
     void Clear();
@@ -44,7 +44,6 @@ class ValueList {
     std::vector<std::unique_ptr<Value>> items_;
     // Names that lie in the values themselves. Empty while the list is short.
     std::unordered_map<WStringView, Value*, NameHash, NameEqual> index_;
-    bool namesRepeat_ = false;  // which only a hostile file can bring about
 };
 
 struct Key;

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Shared/logging/Logger.h"
 #include "Shared/security/SecurityDescriptor.h"
 #include "Shared/security/SecurityText.h"
 #include "offreg/HiveFile.h"
@@ -15,7 +16,10 @@
 #include "offreg/HiveTree.h"
 #include "offreg/HiveWriter.h"
 
+#define ZRFS_LOG_FILE "offreg/OfflineRegistry"
+
 using namespace offreg;
+using Varnhold::Hob::Detail::kWarning;
 
 namespace {
 
@@ -29,6 +33,7 @@ constexpr uint32_t kNoMoreItems = 259;
 constexpr uint32_t kKeyDeleted = 1018;
 constexpr uint32_t kKeyHasChildren = 1020;
 constexpr uint32_t kInvalidSecurityDescriptor = 1338;
+constexpr uint32_t kFileCorrupt = 1392;
 
 constexpr uint32_t kOptionLink = 2;
 constexpr uint32_t kCreatedNewKey = 1;
@@ -64,6 +69,7 @@ struct OpenHive {
 
     std::mutex lock;
     Hive tree;
+    bool isDamaged = false;  // the file holds more than the tree
     Handle root;
     std::list<Handle> handles;  // all others that are open
 };
@@ -97,6 +103,26 @@ uint32_t WithKey(ORHKEY handle, Body body) noexcept {
     const std::lock_guard guard(open->hive->lock);
     if (open->key->deleted) return kKeyDeleted;
     return Guarded([&] { return body(*open->hive, *open->key); });
+}
+
+// The same for a body that changes the hive. What could not be read of a damaged hive would be lost
+// with the first save, so that such a hive is not changed.
+template <class Body>
+uint32_t WithKeyToChange(ORHKEY handle, Body body) noexcept {
+    return WithKey(handle, [&](OpenHive& hive, Key& key) -> uint32_t {
+        return hive.isDamaged ? kFileCorrupt : body(hive, key);
+    });
+}
+
+void TellLeftOut(const OR_WCHAR* path, const LeftOut& leftOut) {
+    constexpr const char* kFunction = "OROpenHive";
+    if (leftOut.count == 0) return;
+    const std::string file = platform::ToUtf8(path);
+    for (const std::string& what : leftOut.told) {
+        ZRFS_LOG(kWarning, kFunction, "[{}] is damaged: {} cannot be read", file, what);
+    }
+    ZRFS_LOG(kWarning, kFunction, "[{}] is read without [{}] damaged parts and cannot be changed",
+             file, leftOut.count);
 }
 
 WStringView TextOf(const OR_WCHAR* text) {
@@ -233,9 +259,13 @@ uint32_t OROpenHive(const OR_WCHAR* path, ORHKEY* hive) {
         uint32_t error = ReadWholeFile(path, &content);
         if (error != kSuccess) return error;
         auto opened = std::make_unique<OpenHive>();
-        error = ReadHive(content.data(), content.size(), opened->tree);
-        if (error == kSuccess) *hive = &opened.release()->root;
-        return error;
+        LeftOut leftOut;
+        error = ReadHive(content.data(), content.size(), opened->tree, &leftOut);
+        if (error != kSuccess) return error;
+        TellLeftOut(path, leftOut);
+        opened->isDamaged = leftOut.count != 0;
+        *hive = &opened.release()->root;
+        return kSuccess;
     });
 }
 
@@ -264,7 +294,7 @@ uint32_t ORSaveHive(ORHKEY hive, const OR_WCHAR* path, uint32_t osMajor, uint32_
     OpenHive* open = AsHive(hive);
     if (open == nullptr) return kInvalidHandle;
     if (path == nullptr || !IsKnownSystem(osMajor, osMinor)) return kInvalidParameter;
-    return WithKey(hive, [&](OpenHive& owner, Key&) -> uint32_t {
+    return WithKeyToChange(hive, [&](OpenHive& owner, Key&) -> uint32_t {
         Bytes content;
         const uint32_t error = WriteHive(owner.tree, FileTimeNow(), path, &content);
         return error != kSuccess ? error : SaveNewFile(path, content);
@@ -314,6 +344,7 @@ uint32_t ORCreateKey(ORHKEY key, const OR_WCHAR* path, const OR_WCHAR* className
             *disposition = found != nullptr ? kOpenedExistingKey : kCreatedNewKey;
         }
         if (found == nullptr) {
+            if (hive.isDamaged) return kFileCorrupt;
             if (name.size() > kLongestKeyName || parent->depth >= kMaxDepth) {
                 return kInvalidParameter;
             }
@@ -333,7 +364,7 @@ uint32_t ORCreateKey(ORHKEY key, const OR_WCHAR* path, const OR_WCHAR* className
 }
 
 uint32_t ORDeleteKey(ORHKEY key, const OR_WCHAR* path) {
-    return WithKey(key, [&](OpenHive& hive, Key& from) {
+    return WithKeyToChange(key, [&](OpenHive& hive, Key& from) {
         Key* found = nullptr;
         const uint32_t error = Walk(from, TextOf(path), &found);
         return error != kSuccess ? error : DeleteKey(hive, *found);
@@ -359,7 +390,7 @@ uint32_t OREnumKey(ORHKEY key, uint32_t index, OR_WCHAR* name, uint32_t* nameUni
 }
 
 uint32_t ORDeleteValue(ORHKEY key, const OR_WCHAR* name) {
-    return WithKey(key, [&](OpenHive&, Key& from) {
+    return WithKeyToChange(key, [&](OpenHive&, Key& from) {
         const Value* found = from.values.Find(TextOf(name));
         if (found == nullptr) return kFileNotFound;
         from.values.Remove(found);
@@ -387,7 +418,7 @@ uint32_t ORSetValue(ORHKEY key, const OR_WCHAR* name, uint32_t type, const void*
     const auto* start = static_cast<const uint8_t*>(data);
     // The highest bit of a size has a meaning of its own in the file.
     if ((data == nullptr && bytes != 0) || bytes >= 0x80000000) return kInvalidParameter;
-    return WithKey(key, [&](OpenHive&, Key& from) {
+    return WithKeyToChange(key, [&](OpenHive&, Key& from) {
         const WStringView wanted = TextOf(name);
         if (wanted.size() > kLongestValueName) return kInvalidParameter;
         Value* value = from.values.Find(wanted);
@@ -464,7 +495,7 @@ uint32_t ORGetKeySecurity(ORHKEY key, uint32_t information, void* descriptor, ui
 
 uint32_t ORSetKeySecurity(ORHKEY key, uint32_t information, const void* descriptor) {
     if (descriptor == nullptr) return kInvalidParameter;
-    return WithKey(key, [&](OpenHive& hive, Key& from) {
+    return WithKeyToChange(key, [&](OpenHive& hive, Key& from) {
         security::Parts changed;
         if (!TakeCallersApart(descriptor, &changed)) return kInvalidSecurityDescriptor;
         Bytes kept;

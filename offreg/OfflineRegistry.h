@@ -8,6 +8,9 @@
  *
  * Any thread may call; calls on one hive wait for each other. A hive's handle goes where a key's is
  * asked for and is its root key.
+ *
+ * A hive of which a part is damaged opens without that part, and the log tells what it is. Nothing
+ * changes or saves such a hive: 1392.
  */
 #ifndef OFFREG_OFFLINEREGISTRY_H
 #define OFFREG_OFFLINEREGISTRY_H
@@ -34,7 +37,8 @@ typedef struct ORFILETIME {
 extern "C" {
 #endif
 
-/* 2 or 3: no such file; 1009: empty, or 4 GiB and above; 1017: not a hive, or damaged. */
+/* 2 or 3: no such file; 1009: empty, or 4 GiB and above; 1017: not a hive, or damaged
+ * so that not even a root can be read. */
 uint32_t OROpenHive(const OR_WCHAR* path, ORHKEY* hive);
 /* A hive that has just a root key, with full access for the system and administrators. */
 uint32_t ORCreateHive(ORHKEY* hive);

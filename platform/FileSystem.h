@@ -32,5 +32,9 @@ Error RemoveFolder(const WChar* path) noexcept;
 // Renames a file inside its folder. Never replaces: kErrorAlreadyExists when `to` exists. With
 // `durable` the new name has reached the device when it returns 0.
 Error RenameNew(const WChar* from, const WChar* to, bool durable = true) noexcept;
+// Renames a file over another one, even a read-only one: the old or the new one is there, whole, at
+// every moment. The new name has reached the device when it returns 0. On Windows the attributes
+// are the old file's.
+Error RenameOver(const WChar* from, const WChar* to) noexcept;
 
 }  // namespace platform

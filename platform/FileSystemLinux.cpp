@@ -89,4 +89,14 @@ Error RenameNew(const WChar* from, const WChar* to, bool durable) noexcept {
     return Leave(kErrorSuccess);
 }
 
+Error RenameOver(const WChar* from, const WChar* to) noexcept {
+    const NativePath source(from);
+    const NativePath target(to);
+    if (source.Status() != kErrorSuccess) return Leave(source.Status());
+    if (target.Status() != kErrorSuccess) return Leave(target.Status());
+    if (rename(source.Text(), target.Text()) != 0) return Leave(source.Explain(errno));
+    FlushFolderOf(target.Text());
+    return Leave(kErrorSuccess);
+}
+
 }  // namespace platform

@@ -23,10 +23,10 @@ Failure LoadLibraryOfStore() {
     return {};
 }
 
-std::wstring FolderOfProgram() {
+std::filesystem::path FolderOfProgram() {
     wchar_t path[MAX_PATH];
     GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return std::filesystem::path(path).parent_path().wstring();
+    return std::filesystem::path(path).parent_path();
 }
 
 TEST(OfflineModule, AMissingLibraryIsToldApart) {
@@ -43,13 +43,30 @@ TEST(OfflineModule, AMissingLibraryIsToldApart) {
 }
 
 TEST(OfflineModule, AMissingEntryPointIsNamedAndTheLibraryFreed) {
-    ASSERT_TRUE(SetDllDirectoryW((FolderOfProgram() + L"\\partial").c_str()));
+    const auto beside = FolderOfProgram() / L"offreg.dll";
+    std::filesystem::copy_file(FolderOfProgram() / L"partial" / L"offreg.dll", beside);
     const Failure failure = LoadLibraryOfStore();
     EXPECT_EQ(failure.code, static_cast<uint32_t>(ERROR_PROC_NOT_FOUND));
     EXPECT_EQ(failure.text,
               "DynamicFunction<unsigned long __cdecl(void *,const wchar_t *,void **)>"
               "::DoLoadDynamicFunc(),ln=45 : Failed to obtain address of 'OROpenKey'. Error 127");
     EXPECT_EQ(GetModuleHandleW(L"offreg.dll"), nullptr);
+    std::filesystem::remove(beside);
+}
+
+// Where others may lay a library of that name, none is taken, not even one that is loaded.
+TEST(OfflineModule, ALibraryInTheCurrentFolderOrOnThePathIsNotTaken) {
+    const auto partial = FolderOfProgram() / L"partial";
+    ASSERT_TRUE(SetDllDirectoryW(partial.c_str()));
+    ASSERT_TRUE(SetEnvironmentVariableW(L"PATH", partial.c_str()));
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(partial);
+    EXPECT_EQ(LoadLibraryOfStore().code, static_cast<uint32_t>(ERROR_MOD_NOT_FOUND));
+    const HMODULE loaded = LoadLibraryW(L"offreg.dll");
+    EXPECT_NE(loaded, nullptr);
+    EXPECT_EQ(LoadLibraryOfStore().code, static_cast<uint32_t>(ERROR_MOD_NOT_FOUND));
+    FreeLibrary(loaded);
+    std::filesystem::current_path(before);
     SetDllDirectoryW(nullptr);
 }
 

@@ -1,17 +1,21 @@
 // The offline hive as a store, through the interface that every store has.
 #include "FS_Library_DLL/FsOfflineRegistryImpl.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <set>
 #include <thread>
 
 #include "FS_Library_DLL/FileTime.h"
 #include "FS_Library_DLL/FsSwitches.h"
+#include "offreg/HiveFormat.h"
 #include "platform/FileSystem.h"
 #include "platform/Heap.h"
 #include "tests/offline/OfflineHive.h"
+#include "tests/shared/LogCapture.h"
 
 using namespace offline_test;
 using support::TempDir;
@@ -200,11 +204,51 @@ TEST_F(OfflineStore, ValuesComeInTheOrderOfTheirMakingWhateverTheirNames) {
     }
 }
 
-// The neighbour's name begins with the renamed key's.
-TEST_F(OfflineStore, ARenameLeavesItsNeighboursWhereTheyAre) {
-    const int64_t key = Create(WTEXT("a\\b")), besides = Create(WTEXT("a\\bx"));
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("c")), FSSTATUS_SUCCESS);
-    EXPECT_EQ(FullName(besides), WTEXT("\\a\\bx"));
+// By whole components, whatever the spelling, and by the handle: a duplicate follows, and the
+// handle of a deleted key stays one.
+TEST_F(OfflineStore, ARenameMovesTheHandlesInTheKeyAndNoOther) {
+    const int64_t key = Create(WTEXT("m"));
+    const std::vector<std::pair<int64_t, WString>> others = {
+        {Create(WTEXT("n\\m")), WTEXT("\\n\\m")},
+        {Create(WTEXT("n\\m\\x")), WTEXT("\\n\\m\\x")},
+        {Create(WTEXT("mx")), WTEXT("\\mx")},
+    };
+    Create(WTEXT("m\\\x00E4\\y"));
+    const int64_t inside = OpenKey(WTEXT("M\\\x00C4\\Y"));
+    const int64_t spelled = Create(WTEXT("m\\\\z\\u"));
+    int64_t copy = 0;
+    ASSERT_EQ(store_->FBR_DuplicateDirHandleEx(inside, &copy), FSSTATUS_SUCCESS);
+    opened_.insert(copy);
+    CloseKey(inside);
+    const int64_t deleted = Create(WTEXT("m\\gone"));
+    ASSERT_EQ(store_->FBR_DeleteDirEx(deleted), FSSTATUS_SUCCESS);
+    const int64_t again = Create(WTEXT("m\\gone"));
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("q")), FSSTATUS_SUCCESS);
+    for (const auto& [other, path] : others) {
+        EXPECT_EQ(FullName(other), path);
+        Set(other, WTEXT("own"), {1});
+        EXPECT_EQ(Get(OpenKey(path), WTEXT("own")), Bytes{1});
+    }
+    const std::vector<std::pair<int64_t, WString>> moved = {{key, WTEXT("\\q")},
+                                                            {copy, WTEXT("\\q\\\x00C4\\Y")},
+                                                            {spelled, WTEXT("\\q\\\\z\\u")},
+                                                            {again, WTEXT("\\q\\gone")}};
+    for (const auto& [handle, path] : moved) {
+        EXPECT_EQ(FullName(handle), path);
+        Set(handle, WTEXT("new"), {2});
+    }
+    for (const WChar* path :
+         {WTEXT("q"), WTEXT("q\\\x00E4\\y"), WTEXT("q\\z\\u"), WTEXT("q\\gone")}) {
+        EXPECT_EQ(Get(OpenKey(path), WTEXT("new")), Bytes{2});
+    }
+    const uint8_t byte = 3;
+    EXPECT_EQ(store_->FBR_SetValue(deleted, WTEXT("new"), 3, &byte, 1), FSSTATUS_FAILED);
+    OpenKey(WTEXT("m"), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(store_->FBR_RenameDirEx(deleted, WTEXT("r")), FSSTATUS_FAILED);
+    OpenKey(WTEXT("m\\r"), FSSTATUS_NOT_FOUND);
+    // A key is its last name, though a handle's path may end in a backslash.
+    EXPECT_EQ(store_->FBR_RenameDirEx(Create(WTEXT("e\\f\\\\\\")), WTEXT("g")), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Keys(OpenKey(WTEXT("e"))), std::vector<WString>{WTEXT("g")});
 }
 
 TEST_F(OfflineStore, RenameLeavesAllAsItIsWhereItCannotBe) {
@@ -287,11 +331,194 @@ TEST_F(OfflineStore, WhatIsNoHiveDoesNotOpenAndStays) {
     EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), junk);
 }
 
-// The old file cannot be deleted, for it is a folder by now: changes are lost, nothing else.
-TEST_F(OfflineStore, AnOldFileThatStaysCostsTheChanges) {
+// Changes bytes of the closed hive's file and opens it. The base block's sum is made right.
+void Patch(const std::filesystem::path& path, const std::function<void(Bytes&)>& change) {
+    Bytes file = support::ReadBytes(path);
+    change(file);
+    offreg::format::Store(file.data() + offreg::format::base::kChecksum,
+                          offreg::format::Checksum(file.data()));
+    support::WriteBytes(path, file);
+}
+
+// Where a name of one byte a character stands in the file.
+size_t PlaceOf(const Bytes& file, const std::string& name) {
+    const auto found = std::search(file.begin() + 4096, file.end(), name.begin(), name.end());
+    EXPECT_NE(found, file.end()) << name;
+    return static_cast<size_t>(found - file.begin());
+}
+
+class OfflineStoreThatCannotBeSavedWhole : public OfflineStore {
+  protected:
+    // All there is to change; and the file stays as it is.
+    void ExpectNoChange() {
+        const Bytes before = support::ReadBytes(dir_ / "user.dat");
+        const int64_t key = OpenKey(WTEXT("a"));
+        int64_t made = 0;
+        EXPECT_EQ(store_->FBR_SetValue(key, WTEXT("v"), 3, "x", 1), FSSTATUS_FILE_CORRUPT);
+        EXPECT_EQ(store_->FBR_DeleteValue(key, WTEXT("sound")), FSSTATUS_FILE_CORRUPT);
+        EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT("a\\n\\o"), kStable, &made),
+                  FSSTATUS_FILE_CORRUPT);
+        EXPECT_EQ(store_->FBR_DeleteDirEx(key), FSSTATUS_FILE_CORRUPT);
+        EXPECT_EQ(store_->FBR_DeleteDirNamedEx(WTEXT("a")), FSSTATUS_FILE_CORRUPT);
+        EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("b")), FSSTATUS_FILE_CORRUPT);
+        EXPECT_EQ(store_->FBR_SetKeySecurityString(key, WTEXT("O:SYG:SY")), FSSTATUS_FILE_CORRUPT);
+        EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT("a"), kStable, &made), FSSTATUS_ALREADY_EXISTS);
+        opened_.insert(made);
+        EXPECT_EQ(Get(key, WTEXT("sound")), Bytes{7});
+        EXPECT_EQ(Keys(OpenKey(WTEXT(""))), std::vector<WString>{WTEXT("a")});
+        EXPECT_EQ(Close(), FSSTATUS_SUCCESS);
+        EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), before);
+    }
+};
+
+TEST_F(OfflineStoreThatCannotBeSavedWhole, OfADamagedHiveTheRestIsReadAndNothingChanged) {
+    const int64_t key = Create(WTEXT("a"));
+    Set(key, WTEXT("torn"), {1});
+    Set(key, WTEXT("sound"), {7});
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    // The name stands behind the 20 bytes of its value's cell.
+    Patch(dir_ / "user.dat", [](Bytes& file) { file[PlaceOf(file, "torn") - 20] = 'x'; });
+    const LogCapture log;
+    Open();
+    std::vector<WString> names;
+    EXPECT_EQ(store_->FBR_EnumerateAllValues(OpenKey(WTEXT("a")), names), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(names, std::vector<WString>{WTEXT("sound")});
+    ExpectNoChange();
+    const std::string file = "[" + platform::ToUtf8(path_) + "] is ";
+#ifndef _WIN32  // elsewhere the library has a log of its own
+    EXPECT_TRUE(log.Has(file + "damaged: value 0 of key \\a cannot be read"));
+    EXPECT_TRUE(log.Has(file + "read without [1] damaged parts and cannot be changed"));
+#endif
+    EXPECT_TRUE(log.Has(file + "not changed: a part of it cannot be read and would be lost"));
+}
+
+TEST_F(OfflineStoreThatCannotBeSavedWhole, AHiveInTheMiddleOfAChangeIsReadAndNotChanged) {
+    Set(Create(WTEXT("a")), WTEXT("sound"), {7});
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    Patch(dir_ / "user.dat", [](Bytes& file) { ++file[offreg::format::base::kSequence1]; });
+    const LogCapture log(Varnhold::Hob::Detail::kWarning);
+    Open();
+    ASSERT_FALSE(log.lines.empty());
+    EXPECT_NE(log.lines.front().message.find("sequence numbers that differ"), std::string::npos);
+    ExpectNoChange();
+    EXPECT_TRUE(
+        log.Has("[" + platform::ToUtf8(path_) + "] is not changed: its sequence numbers differ"));
+}
+
+// Such names come from a hive or the live registry; no caller can spell them.
+TEST_F(OfflineStore, NamesWithAZeroAreShownAndLeadToNothing) {
+    const int64_t top = Create(WTEXT("top"));
+    for (const WChar* name : {WTEXT("!one"), WTEXT("kid"), WTEXT("kid#le"), WTEXT("z")}) {
+        Create(WString(WTEXT("top\\")) + name);
+    }
+    for (const WChar* name : {WTEXT("!two"), WTEXT("mid"), WTEXT("mid#le"), WTEXT("z")}) {
+        Set(top, name, {2});
+    }
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    Patch(dir_ / "user.dat", [](Bytes& file) {
+        for (const std::string name : {"!one", "!two"}) file[PlaceOf(file, name)] = 0;
+        for (const std::string name : {"kid#le", "mid#le"}) {
+            const size_t place = PlaceOf(file, name);
+            std::replace(&file[place], &file[place] + name.size(), '#', '\0');
+        }
+    });
+    Open();
+    const int64_t key = OpenKey(WTEXT("top"));
+    const auto withZero = [](const WChar* name) {
+        WString text(name);
+        std::replace(text.begin(), text.end(), WChar{'#'}, WChar{0});
+        return text;
+    };
+    const std::vector<WString> keys = {withZero(WTEXT("#one")), WTEXT("kid"),
+                                       withZero(WTEXT("kid#le")), WTEXT("z")};
+    EXPECT_EQ(Keys(key), keys);
+    std::vector<WString> values;
+    EXPECT_EQ(store_->FBR_EnumerateAllValues(key, values), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(values, (std::vector<WString>{withZero(WTEXT("#two")), WTEXT("mid"),
+                                            withZero(WTEXT("mid#le")), WTEXT("z")}));
+    WChar* name = nullptr;
+    for (uint32_t i = 0; i < 4; ++i) {
+        const bool isPlain = i % 2 == 1;
+        const FBR_STATUS status = isPlain ? FSSTATUS_SUCCESS : FSSTATUS_INVALID_NAME;
+        ASSERT_EQ(store_->FBR_EnumIntDirEx(key, i, &name), status);
+        EXPECT_EQ(isPlain ? TakeText(name) : keys[i], keys[i]);
+        ASSERT_EQ(store_->FBR_EnumIntFileEx(key, i, &name), status);
+        EXPECT_EQ(isPlain ? TakeText(name) : values[i], values[i]);
+    }
+    EXPECT_EQ(store_->FBR_EnumIntDirEx(key, 4, &name), FSSTATUS_NO_MORE_ENTRIES);
+    // Copied by such names, the tree would come out as another one.
+    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("new")), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(WTEXT("top")), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(Keys(key), keys);
+    EXPECT_EQ(Keys(OpenKey(WTEXT(""))), std::vector<WString>{WTEXT("top")});
+    Set(key, WTEXT("more"), {3});
+    Reopen();
+    EXPECT_EQ(Keys(OpenKey(WTEXT("top"))), keys);
+}
+
+// Whatever the way in which another one has changed the file: its data stay, and who comes too late
+// is told.
+TEST_F(OfflineStore, TheSecondToCloseUndoesNothing) {
+    FsOfflineRegistryImpl early;
+    int64_t key = 0;
+    ASSERT_EQ(early.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
+    Set(Create(WTEXT("k")), WTEXT("v"), {1});
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    const auto tooLate = [&](FBR_STATUS expected) {
+        ASSERT_EQ(early.FBR_CreateDirEx(0, WTEXT("late"), kStable, &key), FSSTATUS_SUCCESS);
+        ASSERT_EQ(early.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+        const LogCapture log(Varnhold::Hob::Detail::kError);
+        EXPECT_EQ(early.FBR_DeInitialiseEx(), expected);
+        EXPECT_EQ(log.lines.size(), expected == FSSTATUS_SUCCESS ? 0u : 1u);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_.Path()), {}), 1);
+    };
+    // A hive that was not there before, then one that was.
+    tooLate(FSSTATUS_SHARING_VIOLATION);
+    ASSERT_EQ(early.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
+    Open();
+    Set(OpenKey(WTEXT("k")), WTEXT("v"), {2});
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    tooLate(FSSTATUS_SHARING_VIOLATION);
+    // Written in place, with the time as it was: the base block tells.
+    ASSERT_EQ(early.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
+    const auto time = std::filesystem::last_write_time(dir_ / "user.dat");
+    Patch(dir_ / "user.dat", [](Bytes& file) {
+        file[offreg::format::base::kSequence1] = file[offreg::format::base::kSequence2] = 9;
+    });
+    std::filesystem::last_write_time(dir_ / "user.dat", time);
+    tooLate(FSSTATUS_SHARING_VIOLATION);
+    Open();
+    EXPECT_EQ(Get(OpenKey(WTEXT("k")), WTEXT("v")), Bytes{2});
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    // A file that is gone holds nobody's change.
+    ASSERT_EQ(early.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
+    std::filesystem::remove(dir_ / "user.dat");
+    tooLate(FSSTATUS_SUCCESS);
+    Open();
+    OpenKey(WTEXT("late"));
+}
+
+// The file is the one that the path led to at the opening.
+TEST_F(OfflineStore, ARelativePathIsThatOfTheOpening) {
+    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(dir_.Path());
+    FsOfflineRegistryImpl store;
+    EXPECT_EQ(store.FBR_InitialiseEx(WTEXT("user.dat")), FSSTATUS_SUCCESS);
+    std::filesystem::current_path(before);
+    int64_t key = 0;
+    EXPECT_EQ(store.FBR_CreateDirEx(0, WTEXT("a"), kStable, &key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    Open();
+    OpenKey(WTEXT("a"));
+}
+
+// Where the file should go there is a folder by now: changes are lost, nothing else.
+TEST_F(OfflineStore, WhatStandsInTheWayStays) {
     std::filesystem::create_directories(dir_ / "user.dat" / "full");
-    EXPECT_EQ(Close(), FSSTATUS_DIR_NOT_EMPTY);
-    EXPECT_TRUE(std::filesystem::is_directory(dir_ / "user.dat"));
+    EXPECT_EQ(Close(), FSSTATUS_SHARING_VIOLATION);
+    EXPECT_TRUE(std::filesystem::is_directory(dir_ / "user.dat" / "full"));
     std::filesystem::remove_all(dir_ / "user.dat");
 }
 
