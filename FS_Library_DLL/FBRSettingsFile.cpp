@@ -259,9 +259,9 @@ FBR_STATUS FBRSettingsFile::CreateKey(const String& path) {
 FBR_STATUS FBRSettingsFile::SetString(const String& path, const String& name, const String& value,
                                       bool createKey) {
     if (Interface() == nullptr) return FSSTATUS_INVALID_PARAMETER;
-    if (createKey) CreateKey(path);
+    const FBR_STATUS made = createKey ? CreateKey(path) : FSSTATUS_SUCCESS;
     const ScopedKey key(Interface(), path);
-    // A key that did not open is 0 here, and the store tells what it thinks of that.
+    if (!key) return made != FSSTATUS_SUCCESS ? made : key.status;
     return Interface()->FBR_SetValue(key.key, OrDefault(name), kRegSz, value.c_str(),
                                      (value.size() + 1) * sizeof(WChar));
 }

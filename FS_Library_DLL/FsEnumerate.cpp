@@ -3,6 +3,7 @@
 #include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsKeys.h"
 #include "FS_Library_DLL/FsNames.h"
+#include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
 
 using storage::Status;
@@ -47,9 +48,8 @@ void EndSearch(int64_t key, StorageSearchStruct* search, FsStoreContext* context
     platform::HeapRelease(search);
 }
 
+// The caller is in a frame.
 Status Walk(int64_t key, FsEnumMode mode, FsStoreContext* context, const FsVisitor& visitor) {
-    if (context == nullptr || key == 0) return storage::kInvalid;
-    const FsGuard guard(context->lock);
     FsHandleEntry* entry = context->handles.FindKey(key);
     StorageSearchStruct* search = entry != nullptr ? SearchOf(entry) : nullptr;
     FsText pattern;
@@ -66,10 +66,16 @@ Status Walk(int64_t key, FsEnumMode mode, FsStoreContext* context, const FsVisit
     return code;
 }
 
-// Adds the names to the caller's vector; one that finds no memory is skipped.
+// Adds the names to the caller's vector, all of one state of the store; one that finds no memory is
+// skipped.
 FBR_STATUS CollectNames(int64_t key, std::vector<WString>& names, FsEnumMode mode,
                         FsStoreContext* context) {
-    auto collect = [&names](uint32_t, const WChar* stored) {
+    const size_t before = names.size();
+    auto collect = [&names, before](uint32_t, const WChar* stored) {
+        if (stored == nullptr) {
+            names.resize(before);
+            return true;
+        }
         FsHeapString name;
         name.text = FsUnescapedCopy(stored);
         if (name.text != nullptr) names.emplace_back(name.text);
@@ -84,7 +90,13 @@ FBR_STATUS FS_EnumInt_PrivateEx(int64_t key, FsEnumMode mode, FsStoreContext* co
                                 FsVisitor visitor) {
     const FsTraceScope trace("FS_EnumInt_PrivateEx", "[ENTER] FS_EnumInt_Private[{:X}] [{}] [{:X}]",
                              key, mode, context);
-    const FBR_STATUS status = FsStatusFromEngine(Walk(key, mode, context, visitor));
+    Status code = storage::kInvalid;
+    if (context != nullptr && key != 0)
+        code = FsRead(context, [&] {
+            visitor(0, nullptr);
+            return Walk(key, mode, context, visitor);
+        });
+    const FBR_STATUS status = FsStatusFromEngine(code);
     FsHeapString fullName;  // fetched whether it is traced or not
     FS_GetFullName_DirEx(key, &fullName.text, context);
     trace.Exit("[EXIT] FS_EnumInt_Private[{}] [{:X}] [{}] [{:X}] S[{}] D[{}]", fullName.text, key,
@@ -94,12 +106,22 @@ FBR_STATUS FS_EnumInt_PrivateEx(int64_t key, FsEnumMode mode, FsStoreContext* co
 
 FBR_STATUS FS_EnumInt_Private(int64_t key, uint32_t index, WChar** name, FsEnumMode mode,
                               FsStoreContext* context) {
-    auto stopAtIndex = [=](uint32_t at, const WChar* stored) {
-        if (at != index) return true;
-        if (name != nullptr) *name = FsUnescapedCopy(stored);
+    FsHeapString found;
+    auto stopAtIndex = [index, &found](uint32_t at, const WChar* stored) {
+        if (stored == nullptr) {
+            platform::HeapRelease(found.text);
+            found.text = nullptr;
+        }
+        if (stored == nullptr || at != index) return true;
+        found.text = FsUnescapedCopy(stored);
         return false;
     };
-    return FS_EnumInt_PrivateEx(key, mode, context, stopAtIndex);
+    const FBR_STATUS status = FS_EnumInt_PrivateEx(key, mode, context, stopAtIndex);
+    if (status == FSSTATUS_SUCCESS && name != nullptr) {
+        *name = found.text;
+        found.text = nullptr;
+    }
+    return status;
 }
 
 FBR_STATUS FS_EnumerateAllValues(int64_t key, std::vector<WString>& names,

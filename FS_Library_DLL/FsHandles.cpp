@@ -121,14 +121,21 @@ void FsHandleTable::RenameValues(WStringView from, WStringView to) {
 bool FsHandleTable::RenamePrefix(WStringView from, WStringView to) {
     bool done = RenameKeys(from, to);
     for (FsHandleEntry* entry = values_.head; entry != nullptr && done; entry = entry->next)
-        if (entry->path != nullptr && entry->Path().starts_with(from))
+        if (entry->path != nullptr && FsIsInSubtree(entry->Path(), from))
             done = RenamePrefixOf(entry, from.size(), to);
     return done;
 }
 
 bool FsHandleTable::RenameKeys(WStringView from, WStringView to) {
+    // Both are taken out before one is put back: the new path may lie below the old one.
+    FsPathNode* equal = keysByPath_.TakeEqual(from);
+    FsPathNode* below = keysByPath_.TakeBelow(from);
+    const bool done = RenameChain(equal, from, to);
+    return RenameChain(below, from, to) && done;
+}
+
+bool FsHandleTable::RenameChain(FsPathNode* keys, WStringView from, WStringView to) {
     bool done = true;
-    FsPathNode* keys = keysByPath_.TakePrefix(from);
     while (keys != nullptr) {
         FsHandleEntry* entry = keys->entry;
         keys = keys->left;

@@ -67,8 +67,8 @@ class FsHandleTable {
 
     // New paths for the values at `from`; one that finds no memory loses its path.
     void RenameValues(WStringView from, WStringView to);
-    // Puts `to` in the place of the literal prefix `from` in every path that has it. False when
-    // there is no memory; some paths may be changed then.
+    // Puts `to` in the place of `from` in the path of that key and of all below it. False when there
+    // is no memory; some paths may be changed then.
     bool RenamePrefix(WStringView from, WStringView to);
     // Calls `close` for each search and removes the entries of a deleted key and all below it.
     template <class CloseSearch>
@@ -92,6 +92,7 @@ class FsHandleTable {
     template <class CloseSearch>
     void ForgetKeys(FsPathNode* keys, CloseSearch close);
     bool RenameKeys(WStringView from, WStringView to);
+    bool RenameChain(FsPathNode* keys, WStringView from, WStringView to);
     bool RenamePrefixOf(FsHandleEntry* entry, size_t cut, WStringView to);
 
     FsHandleList keys_;

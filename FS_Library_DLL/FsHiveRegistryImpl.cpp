@@ -92,6 +92,7 @@ FBR_STATUS FsHiveRegistryImpl::FBR_InitialiseEx(const WChar* path) {
         ZRFS_LOG(kInformation, kInitialise, "No hive file path given");
         return FSSTATUS_INVALID_PARAMETER;
     }
+    if (asProcess.Error() != 0) return FSSTATUS_ACCESS_DENIED;
     hiveFile_ = path;
     if (MountExists(mountName_)) return UseExistingMount();
     try {

@@ -1,12 +1,13 @@
 #include "FS_Library_DLL/FsIntegrity.h"
 
 #include "FS_Library_DLL/FsEngineStatus.h"
+#include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
-#include "storage/core/Context.h"
 
 namespace {
 
 constexpr uint32_t kCorruptEntry = 15;
+constexpr uint32_t kCompactPatience = 5000;  // milliseconds
 constexpr size_t kNameUnits = 64;  // of the buffer that a callback gets as its user data
 
 void DefaultCallback(void* userData, uint32_t code, uint32_t a, uint32_t, uint8_t, uint8_t*) {
@@ -79,14 +80,25 @@ FBR_STATUS FsCheckStore(FsStoreContext* context) {
 // One byte of the output is written; callers pass a word that holds 0.
 FBR_STATUS FsIsCorrupted(uint32_t* corrupted, FsStoreContext* context) {
     if (context == nullptr || corrupted == nullptr) return FSSTATUS_INVALID_PARAMETER;
-    const FsGuard guard(context->lock);
-    return FsStatusFromEngine(
-        FsEngine().StorageIsCorrupted(context->container, reinterpret_cast<uint8_t*>(corrupted)));
+    return FsStatusFromEngine(FsRead(context, [&] {
+        return FsEngine().StorageIsCorrupted(context->container,
+                                             reinterpret_cast<uint8_t*>(corrupted));
+    }));
 }
 
 FBR_STATUS FsCompact(uint32_t* done, FsStoreContext* context) {
     if (context == nullptr || done == nullptr) return FSSTATUS_INVALID_PARAMETER;
-    const FsGuard guard(context->lock);
-    return FsStatusFromEngine(
-        FsEngine().StorageCompact(context->container, reinterpret_cast<uint8_t*>(done)));
+    uint8_t* const flag = reinterpret_cast<uint8_t*>(done);
+    if (!FsHasOwnEngine() || context->container->lock->IsMine()) {
+        const FsGuard guard(context->lock);
+        return FsStatusFromEngine(FsEngine().StorageCompact(context->container, flag));
+    }
+    // Not under the store's own lock: the one who has the container's may need that to go on.
+    storage::LockPatience patience;
+    patience.milliseconds = kCompactPatience;
+    if (storage::GetContainerLock(context->container, patience) != storage::kOk)
+        return FSSTATUS_LOCK_FAILED;
+    const storage::Status code = FsEngine().StorageCompact(context->container, flag);
+    storage::ReleaseContainerLock(context->container);
+    return FsStatusFromEngine(code);
 }

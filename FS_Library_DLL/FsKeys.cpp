@@ -5,6 +5,7 @@
 #include "FS_Library_DLL/FsCollisions.h"
 #include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsNames.h"
+#include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
 #include "FS_Library_DLL/FsVolatileKeys.h"
 
@@ -66,7 +67,11 @@ Status CreateKey(int64_t parent, const WChar* name, FBR_CREATEOPTIONS options, i
     const FsGuard guard(context->lock);
     FsText path;
     if (!ResolveUnderParent(parent, stored, context, &path)) return storage::kInvalid;
-    const Status code = CreateKeyPath(path, context);
+    // The root is there: to open it is no change, and must not wait for those who change something.
+    const bool isRoot = path.Length() == 0;
+    const Status code = isRoot ? storage::kOk : FsChange(
+        context, [&] { return CreateKeyPath(path, context); },
+        [](Status made) { return made == storage::kOk || made == storage::kExists; });
     if (code != storage::kOk && code != storage::kExists) return code;
     const Status added = AddKeyHandle(path.View(), key, context);
     if (added != storage::kOk) return added;
@@ -82,12 +87,15 @@ Status OpenKey(int64_t parent, const WChar* name, int64_t* key, FsStoreContext* 
     FsText escaped;
     WStringView stored;
     if (!FS_EscapeName(name, FsNameSet::Key, &escaped, &stored)) return storage::kInternal;
-    const FsGuard guard(context->lock);
     FsText path;
-    if (!ResolveUnderParent(parent, stored, context, &path)) return storage::kInternal;
+    {
+        const FsGuard guard(context->lock);
+        if (!ResolveUnderParent(parent, stored, context, &path)) return storage::kInternal;
+    }
     bool isKey = false;
-    const Status code = FsIsKey(path.Text(), context, &isKey);
+    const Status code = FsRead(context, [&] { return FsIsKey(path.Text(), context, &isKey); });
     if (code != storage::kOk) return code;
+    const FsGuard guard(context->lock);
     return isKey ? AddKeyHandle(path.View(), key, context) : storage::kNotFound;
 }
 
@@ -117,9 +125,8 @@ Status RenameKey(int64_t key, const WChar* newName, FsStoreContext* context) {
     FsText to;
     if (entry == nullptr || !RenamedPath(entry->Path(), stored, &to) || !from.Assign(entry->Path()))
         return storage::kInternal;
-    const Status code = MoveKey(from.Text(), to.Text(), context);
+    const Status code = FsChange(context, [&] { return MoveKey(from.Text(), to.Text(), context); });
     if (code != storage::kOk) return code;
-    // Literally every path with that prefix, "\a\bc" for "\a\b" too: meant.
     return context->handles.RenamePrefix(from.View(), to.View()) ? storage::kOk
                                                                  : storage::kInternal;
 }
@@ -152,11 +159,14 @@ Status CopyName(int64_t key, NamePart part, WChar** name, FsStoreContext* contex
 // be duplicated: meant.
 Status DuplicateKey(int64_t key, int64_t* newKey, FsStoreContext* context) {
     if (context == nullptr || key == 0 || newKey == nullptr) return storage::kInvalid;
-    const FsGuard guard(context->lock);
-    const FsHandleEntry* entry = context->handles.FindKey(key);
-    if (entry == nullptr || FS_OpenDirEx(0, entry->path, newKey, context) != FSSTATUS_SUCCESS)
-        return storage::kInternal;
-    return storage::kOk;
+    FsText path;
+    {
+        const FsGuard guard(context->lock);
+        const FsHandleEntry* entry = context->handles.FindKey(key);
+        if (entry == nullptr || !path.Assign(entry->Path())) return storage::kInternal;
+    }
+    const FBR_STATUS opened = FS_OpenDirEx(0, path.Text(), newKey, context);
+    return opened == FSSTATUS_SUCCESS ? storage::kOk : storage::kInternal;
 }
 
 // wDayOfWeek stays as the caller had it.
@@ -174,15 +184,16 @@ void DecodeDate(double date, FBR_SYSTEMTIME* time) {
 // meant.
 Status KeyTimes(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* context) {
     if (context == nullptr || key == 0 || time == nullptr) return storage::kInvalid;
-    const FsGuard guard(context->lock);
     FsHeapString name;
     if (FS_GetFullName_DirEx(key, &name.text, context) != FSSTATUS_SUCCESS)
         return storage::kInternal;
     double created = 0;
     double modified = 0;
     double accessed = 0;
-    const Status code = FsEngine().StorageGetFileTimes(context->container, name.text, &created,
-                                                       &modified, &accessed);
+    const Status code = FsRead(context, [&] {
+        return FsEngine().StorageGetFileTimes(context->container, name.text, &created, &modified,
+                                              &accessed);
+    });
     if (code == storage::kOk) DecodeDate(modified, time);
     return code;
 }

@@ -1,5 +1,6 @@
 #include "FS_Library_DLL/FsLocks.h"
 
+#include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
 
 namespace {
@@ -51,6 +52,9 @@ FBR_STATUS TakeLock(uint32_t engineType, FsStoreContext* context) {
 
 FBR_STATUS DropLock(uint32_t engineType, FsStoreContext* context) {
     if (context == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    // Who has no lock takes nobody's right to write away.
+    if (FsHasOwnEngine() && storage::IsLockedByOthers(context->container))
+        return FSSTATUS_LOCK_FAILED;
     PopLock(context);
     const storage::Status code =
         FsEngine().StorageReleaseLock(context->container, static_cast<int32_t>(engineType));
@@ -69,7 +73,8 @@ FBR_STATUS FS_GetLockEx(uint32_t type, FsStoreContext* context) {
 
 FBR_STATUS FS_ReleaseLockEx(uint32_t type, FsStoreContext* context) {
     const FsTraceScope trace("FS_ReleaseLockEx", "[ENTER] L[{}] GH[{:X}]", type, context);
-    // Unlike in FS_GetLockEx an unknown type is a lock type to the engine: meant.
+    // Unlike in FS_GetLockEx an unknown type is a lock type to the engine: callers release with
+    // whatever type they have at hand.
     const FBR_STATUS status = DropLock(SwapLockType(type, kWriteLock), context);
     trace.Exit("[EXIT] L[{}] GH[{:X}] S[{}] D[{}]", type, context, status);
     return status;

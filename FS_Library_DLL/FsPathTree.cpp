@@ -102,9 +102,3 @@ FsPathNode* FsPathTree::TakeBelow(WStringView path) {
         return static_cast<int>(other[path.size()]) - '\\';
     });
 }
-
-FsPathNode* FsPathTree::TakePrefix(WStringView prefix) {
-    return Take([=](WStringView other) {
-        return platform::Compare(other.substr(0, prefix.size()), prefix);
-    });
-}

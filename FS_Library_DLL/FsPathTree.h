@@ -27,7 +27,6 @@ class FsPathTree {
     // below it (a backslash behind it), and those whose path has this literal prefix.
     FsPathNode* TakeEqual(platform::WStringView path);
     FsPathNode* TakeBelow(platform::WStringView path);
-    FsPathNode* TakePrefix(platform::WStringView prefix);
 
   private:
     template <class Place>

@@ -1,13 +1,18 @@
 #include "FS_Library_DLL/FsStore.h"
 
+#include <atomic>
 #include <new>
+#include <string>
 
 #include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsFiles.h"
 #include "FS_Library_DLL/FsKeys.h"
 #include "FS_Library_DLL/FsLocks.h"
+#include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
 #include "FS_Library_DLL/FsVolatileKeys.h"
+#include "platform/Clock.h"
+#include "platform/FileSystem.h"
 
 using storage::FileHandle;
 using storage::Status;
@@ -78,6 +83,47 @@ uint32_t ReadVersion(FileHandle* file, FsStoreContext* context) {
     return word;
 }
 
+// Looked for and written as one change: two that open a container without a record write one.
+void WriteMissingVersion(int64_t root, FsStoreContext* context) {
+    FsChange(context, [&]() -> Status {
+        FileHandle* file = nullptr;
+        if (FS_OpenFileEx(root, kVersionName, &file, context) == FSSTATUS_SUCCESS)
+            FS_CloseFileEx(file, context);
+        else
+            WriteVersion(root, context);
+        return storage::kOk;
+    });
+}
+
+// A record that is there and cannot be opened is taken for a good one, and is not written over: it
+// may be readable the next time.
+uint32_t CheckVersion(FsStoreContext* context) {
+    int64_t root = 0;
+    if (!OpenRoot(&root, context)) return 0;
+    uint32_t version = kStoreVersion;
+    FBR_STATUS status = FSSTATUS_SUCCESS;
+    FsRead(context, [&]() -> Status {
+        FileHandle* file = nullptr;
+        version = kStoreVersion;
+        status = FS_OpenFileEx(root, kVersionName, &file, context);
+        if (status != FSSTATUS_SUCCESS)
+            return status == FSSTATUS_FILE_CORRUPT ? storage::kCorrupt : storage::kOk;
+        version = ReadVersion(file, context);
+        FS_CloseFileEx(file, context);
+        return storage::kOk;
+    });
+    if (status == FSSTATUS_NOT_FOUND) WriteMissingVersion(root, context);
+    FS_CloseDirEx(root, context);
+    return version;
+}
+
+Status OpenStore(const WChar* path, FsStoreContext* context) {
+    const Status code =
+        FsEngine().StorageOpen(path, &context->container, kPathSeparator, nullptr, 0);
+    if (code != storage::kOk) return code;
+    return CheckVersion(context) == kStoreVersion ? storage::kOk : storage::kVersion;
+}
+
 Status CreateStore(const WChar* path, FsStoreContext* context) {
     const Status code = FsEngine().StorageCreate(path, 0, kNewPageSize, nullptr,
                                                  &context->container, kPathSeparator, nullptr, 0);
@@ -91,29 +137,39 @@ Status CreateStore(const WChar* path, FsStoreContext* context) {
     return storage::kOk;
 }
 
-uint32_t CheckVersion(FsStoreContext* context) {
-    int64_t root = 0;
-    if (!OpenRoot(&root, context)) return 0;
-    uint32_t version = kStoreVersion;
-    FileHandle* file = nullptr;
-    const FBR_STATUS status = FS_OpenFileEx(root, kVersionName, &file, context);
-    if (status == FSSTATUS_SUCCESS) {
-        version = ReadVersion(file, context);
-        FS_CloseFileEx(file, context);
-    } else if (status == FSSTATUS_NOT_FOUND) {
-        WriteVersion(root, context);
-    }
-    // A record that is there and cannot be opened is taken for a good one, and is not written
-    // over: it may be readable the next time.
-    FS_CloseDirEx(root, context);
-    return version;
+// A name of its own in the folder of `path`, short, so that it fits wherever that fits.
+WString NameBeside(const WChar* path) {
+    static std::atomic<uint32_t> count{0};
+    const WString text(path);
+    size_t folder = text.size();
+    while (folder > 0 && text[folder - 1] != '/' &&
+           text[folder - 1] != platform::kPathSeparator) --folder;
+    const std::string name = ".fbr-" + std::to_string(platform::ProcessId()) + "-" +
+                             std::to_string(platform::PerformanceCounter() & 0xFFFFFF) + "-" +
+                             std::to_string(count++);
+    return text.substr(0, folder) + platform::FromUtf8(name);
 }
 
-Status OpenStore(const WChar* path, FsStoreContext* context) {
-    const Status code =
-        FsEngine().StorageOpen(path, &context->container, kPathSeparator, nullptr, 0);
-    if (code != storage::kOk) return code;
-    return CheckVersion(context) == kStoreVersion ? storage::kOk : storage::kVersion;
+// Made and stamped under another name, so that others see no store or a whole one; a failure on
+// the way leaves nothing behind. Who comes second opens the store of the one who was first.
+Status MakeStore(const WChar* path, FsStoreContext* context) {
+    if (!FsHasOwnEngine()) return CreateStore(path, context);
+    const WString beside = NameBeside(path);
+    Status code = CreateStore(beside.c_str(), context);
+    const bool made = context->container != nullptr;
+    if (made) {
+        const Status closed = FsEngine().StorageClose(context->container);
+        context->container = nullptr;
+        if (code == storage::kOk) code = closed;
+    }
+    if (code == storage::kOk) {
+        const platform::Error error = platform::RenameNew(beside.c_str(), path, false);
+        const bool lost = error == platform::kErrorAlreadyExists || error == platform::kErrorFileExists;
+        if (error == platform::kErrorSuccess) return OpenStore(path, context);
+        if (!lost) code = static_cast<Status>(error);
+    }
+    platform::DeleteFileByPath(beside.c_str());
+    return code == storage::kOk ? OpenStore(path, context) : code;
 }
 
 Status CreateOrOpen(const WChar* path, FsStoreContext* context) {
@@ -121,7 +177,7 @@ Status CreateOrOpen(const WChar* path, FsStoreContext* context) {
     // What may not be looked at may still be opened.
     const platform::Error error = platform::ProbePath(path);
     const bool missing = error != platform::kErrorSuccess && error != platform::kErrorAccessDenied;
-    return missing ? CreateStore(path, context) : OpenStore(path, context);
+    return missing ? MakeStore(path, context) : OpenStore(path, context);
 }
 
 Status Initialise(const WChar* path, FsStoreContext** out) {
@@ -133,7 +189,7 @@ Status Initialise(const WChar* path, FsStoreContext** out) {
     context->currentLock = kNoLock;
     if (code == storage::kOk) code = FsEngine().StorageSetCaseSensitive(context->container, 0);
     if (code == storage::kOk) return code;
-    // A container that did open, with a version that is not ours, is not closed: meant.
+    // A container that did open, with a version that is not ours, is not closed.
     if (context->container != nullptr) Abandon(context->container);
     DestroyContext(context);
     *out = nullptr;

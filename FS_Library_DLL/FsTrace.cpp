@@ -19,14 +19,15 @@ using platform::WString;
 namespace {
 
 // The log file of the process. The lock makes one write whole and keeps the file open while it
-// runs; the lines of concurrent threads may mix, for a line is several writes.
+// runs; the lines of concurrent threads may mix, for a line is several writes. Never destroyed:
+// threads write to it while the process ends.
 struct TraceFile {
     std::mutex lock;
     std::unique_ptr<platform::PageFile> file;
     uint64_t length = 0;
     std::atomic<bool> open{false};
 };
-TraceFile g_file;
+TraceFile& g_file = *new TraceFile;
 
 // Shared by all operations and threads with no lock: a nested operation starts it anew, so a
 // duration is an indication and no more.

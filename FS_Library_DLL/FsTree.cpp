@@ -6,6 +6,7 @@
 #include "FS_Library_DLL/FsFiles.h"
 #include "FS_Library_DLL/FsKeys.h"
 #include "FS_Library_DLL/FsNames.h"
+#include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
 
 using storage::Status;
@@ -49,9 +50,6 @@ Status TreeDeletion::Delete(bool recurse, uint32_t depth) {
     const Status deleted = FsEngine().StorageDeleteDirectory(context->container, path.Text());
     if (deleted != storage::kOk)
         return result == storage::kTreeDelete || result == storage::kInternal ? result : deleted;
-    context->handles.ForgetSubtree(path.View(), [this](storage::StorageSearchStruct* search) {
-        FsEngine().StorageFindClose(context->container, search);
-    });
     return FS_MoveValueBack(path.Text(), context);
 }
 
@@ -125,8 +123,20 @@ Status DeleteNamedKey(const WChar* name, FsStoreContext* context) {
 
 Status FS_DeleteTree(FsStoreContext* context, WStringView path, bool recurse, uint32_t depth) {
     TreeDeletion deletion{context, {}, {}};
-    if (!deletion.path.Assign(path)) return storage::kInternal;
-    return deletion.Delete(recurse, depth);
+    FsText top;
+    if (!deletion.path.Assign(path) || !top.Assign(path)) return storage::kInternal;
+    // What was deleted before it came to what it must leave stays deleted.
+    const Status code = FsChange(
+        context, [&] { return deletion.Delete(recurse, depth); },
+        [](Status deleted) {
+            return deleted == storage::kOk || deleted == storage::kNotEmpty ||
+                   deleted == storage::kTreeDelete || deleted == storage::kNotFound;
+        });
+    if (code == storage::kOk && top.View() != WTEXT("\\"))
+        context->handles.ForgetSubtree(top.View(), [&](storage::StorageSearchStruct* search) {
+            FsEngine().StorageFindClose(context->container, search);
+        });
+    return code;
 }
 
 FBR_STATUS FS_DeleteDirEx(int64_t key, FsStoreContext* context) {

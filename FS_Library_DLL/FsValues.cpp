@@ -1,6 +1,8 @@
 #include "FS_Library_DLL/FsValues.h"
 
+#include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsFiles.h"
+#include "FS_Library_DLL/FsOperation.h"
 
 using storage::FileHandle;
 
@@ -30,10 +32,8 @@ FBR_STATUS ReadRecord(FileHandle* file, void* buffer, uint64_t bufferSize, uint6
     return FS_ReadFileEx(file, buffer, bufferSize, size, false, context);
 }
 
-}  // namespace
-
-FBR_STATUS FsSetValue(int64_t key, const WChar* name, uint32_t type, const void* data,
-                      uint64_t size, FsStoreContext* context) {
+FBR_STATUS SetValue(int64_t key, const WChar* name, uint32_t type, const void* data, uint64_t size,
+                    FsStoreContext* context) {
     FileHandle* file = nullptr;
     FBR_STATUS status = FS_CreateFileEx(key, name, &file, context);
     if (status != FSSTATUS_SUCCESS && status != FSSTATUS_ALREADY_EXISTS) return status;
@@ -42,8 +42,8 @@ FBR_STATUS FsSetValue(int64_t key, const WChar* name, uint32_t type, const void*
     return status;
 }
 
-FBR_STATUS FsQueryValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
-                        uint64_t* size, uint32_t* type, FsStoreContext* context) {
+FBR_STATUS QueryValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
+                      uint64_t* size, uint32_t* type, FsStoreContext* context) {
     FileHandle* file = nullptr;
     FBR_STATUS status = FS_OpenFileEx(key, name, &file, context);
     if (status != FSSTATUS_SUCCESS) return status;
@@ -52,11 +52,56 @@ FBR_STATUS FsQueryValue(int64_t key, const WChar* name, void* buffer, uint64_t b
     return status;
 }
 
-FBR_STATUS FsDeleteValue(int64_t key, const WChar* name, FsStoreContext* context) {
+FBR_STATUS DeleteValue(int64_t key, const WChar* name, FsStoreContext* context) {
     FileHandle* file = nullptr;
     FBR_STATUS status = FS_OpenFileEx(key, name, &file, context);
     if (status != FSSTATUS_SUCCESS) return status;
     status = FS_DeleteFileEx(&file, context);
     if (file != nullptr) FS_CloseFileEx(file, context);
     return status;
+}
+
+// Runs an operation of several steps, each with a status of its own, in a frame that speaks the
+// engine's codes.
+template <class Frame, class Operation>
+FBR_STATUS Framed(FsStoreContext* context, Frame frame, Operation operation) {
+    if (context == nullptr) return operation();
+    FBR_STATUS status = FSSTATUS_SUCCESS;
+    bool ran = false;
+    const storage::Status code = frame(context, [&]() -> storage::Status {
+        ran = true;
+        status = operation();
+        if (status == FSSTATUS_SUCCESS) return storage::kOk;
+        return status == FSSTATUS_FILE_CORRUPT ? storage::kCorrupt : storage::kInternal;
+    });
+    const bool told = ran && status != FSSTATUS_SUCCESS && code != storage::kSharing;
+    return told ? status : FsStatusFromEngine(code);
+}
+
+template <class Operation>
+FBR_STATUS Change(FsStoreContext* context, Operation operation) {
+    return Framed(
+        context, [](FsStoreContext* store, auto run) { return FsChange(store, run); }, operation);
+}
+
+}  // namespace
+
+FBR_STATUS FsSetValue(int64_t key, const WChar* name, uint32_t type, const void* data,
+                      uint64_t size, FsStoreContext* context) {
+    // Without a write lock the operation itself refuses, and takes none for that.
+    if (context == nullptr || !FsMayWrite(context))
+        return SetValue(key, name, type, data, size, context);
+    return Change(context, [&] { return SetValue(key, name, type, data, size, context); });
+}
+
+FBR_STATUS FsQueryValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
+                        uint64_t* size, uint32_t* type, FsStoreContext* context) {
+    return Framed(
+        context, [](FsStoreContext* store, auto run) { return FsRead(store, run); },
+        [&] { return QueryValue(key, name, buffer, bufferSize, size, type, context); });
+}
+
+FBR_STATUS FsDeleteValue(int64_t key, const WChar* name, FsStoreContext* context) {
+    if (context == nullptr || !FsMayWrite(context)) return DeleteValue(key, name, context);
+    return Change(context, [&] { return DeleteValue(key, name, context); });
 }

@@ -140,7 +140,8 @@ FBR_STATUS CopyUserHiveSecurity(const OfflineRegistryDll& dll, ORHKEY hive) {
     if (status < 0) return FsError::ToFsStatus(static_cast<FBR_NTSTATUS>(status));
     const UnImpersonator asProcess;
     std::vector<uint8_t> descriptor;
-    uint32_t error = ReadHiveSecurity(sid, &descriptor);
+    uint32_t error = asProcess.Error();
+    if (error == ERROR_SUCCESS) error = ReadHiveSecurity(sid, &descriptor);
     if (error == ERROR_SUCCESS) {
         error = dll.ORSetKeySecurity(hive, kUserHiveInformation, descriptor.data());
     }

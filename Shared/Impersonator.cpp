@@ -22,4 +22,5 @@ Impersonator::~Impersonator() {
     if (state_ != State::Impersonating || ::RevertToSelf()) return;
     const DWORD error = ::GetLastError();
     ZRFS_LOG(kError, "Impersonator::~Impersonator", "Failed to revert to self. Error [{}]", error);
+    ::SetThreadToken(nullptr, nullptr);  // the other way to the same end
 }

@@ -9,7 +9,8 @@ using namespace Varnhold::Hob::Detail;
 UnImpersonator::UnImpersonator() {
     constexpr const char* kFunction = "UnImpersonator::UnImpersonator";
     LogScope scope(ZRFS_LOG_FILE, kFunction, __LINE__);
+    error_ = saver_.Error();
     if (SavedToken() == nullptr || ::RevertToSelf()) return;
-    const DWORD error = ::GetLastError();
-    ZRFS_LOG(kError, kFunction, "Failed to stop impersonating [{}]", error);
+    error_ = ::GetLastError();
+    ZRFS_LOG(kError, kFunction, "Failed to stop impersonating [{}]", error_);
 }

@@ -14,14 +14,14 @@ ImpersonationStateSaver::ImpersonationStateSaver() {
         ZRFS_LOG(kInformation, kFunction, "Got a thread token");
     } else if (const DWORD error = ::GetLastError(); error != ERROR_NO_TOKEN) {
         ZRFS_LOG(kError, kFunction, "Failed to get thread token. Error [{}].", error);
-        return;
+        error_ = error;
     }
-    saved_ = true;
 }
 
 ImpersonationStateSaver::~ImpersonationStateSaver() {
-    if (!saved_ || ::SetThreadToken(nullptr, token_.Get())) return;
+    if (error_ != 0 || ::SetThreadToken(nullptr, token_.Get())) return;
     const DWORD error = ::GetLastError();
+    if (token_.IsOpen()) ::ImpersonateAnonymousToken(::GetCurrentThread());
     ZRFS_LOG(kError, "w32utils::ImpersonationStateSaver::~ImpersonationStateSaver",
              "Failed to set thread token. Error [{}].", error);
 }

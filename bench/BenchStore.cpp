@@ -89,6 +89,24 @@ class StoreBench {
         return timer;
     }
 
+    // Each overwrite with taking and releasing the lock around it, as programs do that share a store.
+    Timer OverwriteLocking(uint32_t batches) {
+        Check(FBR_ReleaseLockEx(kWriteLock, store_), "FBR_ReleaseLockEx");
+        Timer timer;
+        for (uint32_t batch = 0; batch < batches; ++batch) {
+            const auto places = Places(kBatch, Handles());
+            timer.Start();
+            for (const auto& [key, value] : places) {
+                Check(FBR_GetLockEx(kWriteLock, store_), "FBR_GetLockEx");
+                Set(handles_[key], content_[key].values[value]);
+                Check(FBR_ReleaseLockEx(kWriteLock, store_), "FBR_ReleaseLockEx");
+            }
+            timer.Stop(places.size());
+        }
+        Check(FBR_GetLockEx(kWriteLock, store_), "FBR_GetLockEx");
+        return timer;
+    }
+
     // Over all values, or only over the first `hot` of a fixed choice.
     Timer Query(uint32_t batches, uint32_t hot = 0) {
         Timer timer;
@@ -275,6 +293,8 @@ std::vector<Phase> Phases(StoreBench* store) {
     return {
         {"overwrite a value, same size", Unit::PageWrites, 14,
          [=] { return store->Overwrite(100); }},
+        {"overwrite, a lock for each", Unit::PageWrites, 0,
+         [=] { return store->OverwriteLocking(50); }},
         {"query a value, uniform", Unit::PageReads, 8, [=] { return store->Query(200); }},
         {"query a value, 100 hot ones", Unit::PageReads, 2, [=] { return store->Query(200, 100); }},
         {"enumerate names and data, a value", Unit::PageReads, 3,

@@ -27,6 +27,12 @@ if(ZRFS_SANITIZE OR ZRFS_FUZZ)
                          $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)  # false in its own library
   target_link_options(zrfs_options INTERFACE -fsanitize=address,undefined)
 endif()
+if(ZRFS_SANITIZE_THREADS)
+  target_compile_definitions(zrfs_options INTERFACE _GLIBCXX_ASSERTIONS ZRFS_NO_POOLS)
+  target_compile_options(zrfs_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer
+                         $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)  # knows no fences
+  target_link_options(zrfs_options INTERFACE -fsanitize=thread)
+endif()
 if(ZRFS_FUZZ)
   # Every library tells the fuzzer which ways a run took through it.
   target_compile_options(zrfs_options INTERFACE -fsanitize=fuzzer-no-link -g -O1)

@@ -53,7 +53,8 @@ class IFBRSettingsFile {
     virtual FBR_STATUS MarkKeyDeleted(const String& path) = 0;
     // A key that is there already is FSSTATUS_SUCCESS.
     virtual FBR_STATUS CreateKey(const String& path) = 0;
-    // Stores a REG_SZ with its terminator, making the key first if `createKey`.
+    // Stores a REG_SZ with its terminator, making the key first if `createKey`. FSSTATUS_NOT_FOUND
+    // when the key is missing.
     virtual FBR_STATUS SetString(const String& path, const String& name, const String& value,
                                  bool createKey) = 0;
     virtual FBR_STATUS RenameKey(const String& path, const String& newName) = 0;

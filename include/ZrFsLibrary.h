@@ -138,7 +138,8 @@ FBR_API FBR_STATUS FBR_OpenDirEx(FBR_KEY parent, const FBR_WCHAR* name, FBR_KEY*
 FBR_API FBR_STATUS FBR_DeleteDirEx(FBR_KEY key, FBR_STORE handle);
 
 /* [W] Deletes the key at a full path, which starts with a backslash, and all below it. "\" empties
- * the store. FSSTATUS_TREE_DELETE_FAILED for a tree of more than 513 levels. What was deleted
+ * the store. A container gives FSSTATUS_TREE_DELETE_FAILED where keys stand more than 512 levels
+ * below the named one, which may be the root; other stores know no such limit. What was deleted
  * before a failure stays deleted. */
 FBR_API FBR_STATUS FBR_DeleteDirNamedEx(const FBR_WCHAR* name, FBR_STORE handle);
 

@@ -18,6 +18,7 @@ inline constexpr Error kErrorWriteProtect = 19;
 inline constexpr Error kErrorGenFailure = 31;
 inline constexpr Error kErrorSharingViolation = 32;
 inline constexpr Error kErrorHandleEof = 38;
+inline constexpr Error kErrorNotSupported = 50;
 inline constexpr Error kErrorFileExists = 80;
 inline constexpr Error kErrorInvalidParameter = 87;
 inline constexpr Error kErrorDiskFull = 112;

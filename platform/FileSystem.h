@@ -29,8 +29,8 @@ Error SetAttributes(const WChar* path, uint32_t attributes) noexcept;
 // The parent must exist; kErrorAlreadyExists when something of that name does.
 Error MakeFolder(const WChar* path) noexcept;
 Error RemoveFolder(const WChar* path) noexcept;
-// Renames a file inside its folder. Never replaces: kErrorAlreadyExists when `to` exists. The new
-// name has reached the device when it returns 0.
-Error RenameNew(const WChar* from, const WChar* to) noexcept;
+// Renames a file inside its folder. Never replaces: kErrorAlreadyExists when `to` exists. With
+// `durable` the new name has reached the device when it returns 0.
+Error RenameNew(const WChar* from, const WChar* to, bool durable = true) noexcept;
 
 }  // namespace platform

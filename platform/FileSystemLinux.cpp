@@ -77,14 +77,14 @@ Error RemoveFolder(const WChar* path) noexcept {
     return Leave(errno == ENOTEMPTY ? kErrorFolderNotEmpty : native.Explain(errno));
 }
 
-Error RenameNew(const WChar* from, const WChar* to) noexcept {
+Error RenameNew(const WChar* from, const WChar* to, bool durable) noexcept {
     const NativePath source(from);
     const NativePath target(to);
     if (source.Status() != kErrorSuccess) return Leave(source.Status());
     if (target.Status() != kErrorSuccess) return Leave(target.Status());
     const int number = RenameWithoutReplacing(source.Text(), target.Text());
     if (number != 0) return Leave(FromCreation(source, number));
-    FlushFolderOf(target.Text());
+    if (durable) FlushFolderOf(target.Text());
     return Leave(kErrorSuccess);
 }
 

@@ -34,8 +34,8 @@ Error RemoveFolder(const WChar* path) noexcept {
     return Outcome(RemoveDirectoryW(path) != 0);
 }
 
-Error RenameNew(const WChar* from, const WChar* to) noexcept {
-    return Outcome(MoveFileExW(from, to, MOVEFILE_WRITE_THROUGH) != 0);
+Error RenameNew(const WChar* from, const WChar* to, bool durable) noexcept {
+    return Outcome(MoveFileExW(from, to, durable ? MOVEFILE_WRITE_THROUGH : 0) != 0);
 }
 
 }  // namespace platform

@@ -8,6 +8,13 @@
 
 namespace platform {
 
+// Which file it is, whatever it is called: two openings of one file have the same.
+struct FileIdentity {
+    uint64_t volume = 0;
+    uint64_t index = 0;
+    bool operator==(const FileIdentity&) const = default;
+};
+
 // One open file. Every operation returns 0 or a Win32 error number and may be called from one
 // thread at a time. Deleting the object closes the file.
 class PageFile {
@@ -28,6 +35,19 @@ class PageFile {
     virtual Error Size(uint64_t* length) = 0;
     // Asks the system to bring what was written to the device.
     virtual Error Flush() = 0;
+
+    virtual Error Identity(FileIdentity* identity) = 0;
+    // False for a file that was opened for reading only.
+    virtual bool IsWritable() const = 0;
+    // False when `path`, by which the file was opened, leads to another file now, or to none.
+    virtual bool IsAt(const WChar* path) = 0;
+    // The mark of the file's one writer, far behind its last byte, seen by all who have the file
+    // open, whoever and wherever they are, and gone with the file object. *taken is false while
+    // another opening has it; an opening for reading only cannot have it.
+    virtual Error TakeMark(bool* taken) = 0;
+    virtual void DropMark() = 0;
+    // Does another opening have the mark?
+    virtual bool IsMarkedElsewhere() = 0;
 };
 
 // Win32 creation dispositions.
@@ -37,6 +57,9 @@ enum class Disposition : uint32_t { CreateNew = 1, CreateAlways = 2, OpenExistin
 // its place (usually one that owns and forwards to the first). Null removes it.
 using PageFileWrapper = PageFile* (*)(PageFile* opened, const WChar* path);
 void SetPageFileWrapper(PageFileWrapper wrapper) noexcept;
+
+// Where the mark stands. No file is as long.
+inline constexpr uint64_t kMarkOffset = 0x4000000000000000;
 
 // Deletes a file by path. 0 or an error number.
 Error DeleteFileByPath(const WChar* path) noexcept;

@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "platform/ErrnoLinux.h"
+#include "platform/FileMarkLinux.h"
 #include "platform/HeapObject.h"
 #include "platform/Hooks.h"
 #include "platform/PathLinux.h"
@@ -33,12 +34,19 @@ class LinuxPageFile final : public PageFile, public HeapObject {
     Error Cut(uint64_t length) override;
     Error Size(uint64_t* length) override;
     Error Flush() override;
+    Error Identity(FileIdentity* identity) override;
+    bool IsWritable() const override { return !readOnly_; }
+    bool IsAt(const WChar* path) override;
+    Error TakeMark(bool* taken) override { return mark_.Take(descriptor_, taken); }
+    void DropMark() override { mark_.Drop(descriptor_); }
+    bool IsMarkedElsewhere() override { return FileMark::IsTakenElsewhere(descriptor_); }
 
   private:
     Error WriteRun(uint64_t offset, iovec* parts, int count, uint32_t* done);
 
     int descriptor_;
     bool readOnly_;
+    FileMark mark_;
 };
 
 Error LinuxPageFile::Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_t* done) {
@@ -118,6 +126,21 @@ Error LinuxPageFile::Size(uint64_t* length) {
 Error LinuxPageFile::Flush() {
     if (readOnly_) return Leave(kErrorAccessDenied);
     return Leave(fdatasync(descriptor_) == 0 ? kErrorSuccess : FromErrno(errno));
+}
+
+Error LinuxPageFile::Identity(FileIdentity* identity) {
+    struct stat found;
+    if (fstat(descriptor_, &found) != 0) return Leave(FromErrno(errno));
+    *identity = {found.st_dev, found.st_ino};
+    return Leave(kErrorSuccess);
+}
+
+bool LinuxPageFile::IsAt(const WChar* path) {
+    const NativePath native(path);
+    struct stat there;
+    struct stat own;
+    return native.Status() == kErrorSuccess && stat(native.Text(), &there) == 0 &&
+           fstat(descriptor_, &own) == 0 && there.st_dev == own.st_dev && there.st_ino == own.st_ino;
 }
 
 // What a file handle points to between the opening and the making of the page file.

@@ -26,7 +26,7 @@ Error Leave(Error error) {
 // spare the seek, but costs several times more than both calls on some systems.
 class WindowsPageFile final : public PageFile, public HeapObject {
   public:
-    explicit WindowsPageFile(HANDLE handle) : handle_(handle) {}
+    WindowsPageFile(HANDLE handle, bool writable) : handle_(handle), writable_(writable) {}
     ~WindowsPageFile() override {
         HeapRelease(gathered_);
         CloseHandle(handle_);
@@ -40,6 +40,13 @@ class WindowsPageFile final : public PageFile, public HeapObject {
     Error Cut(uint64_t length) override;
     Error Size(uint64_t* length) override;
     Error Flush() override;
+    Error Identity(FileIdentity* identity) override;
+    bool IsWritable() const override { return writable_; }
+    // Others cannot move or delete the file while it is open here: it is not shared for that.
+    bool IsAt(const WChar*) override { return true; }
+    Error TakeMark(bool* taken) override;
+    void DropMark() override;
+    bool IsMarkedElsewhere() override;
 
   private:
     Error Seek(uint64_t offset);
@@ -47,6 +54,7 @@ class WindowsPageFile final : public PageFile, public HeapObject {
     bool Gather(const void* const* buffers, uint32_t count, uint32_t bytes);
 
     HANDLE handle_;
+    bool writable_;
     char* gathered_ = nullptr;
     size_t gatheredSize_ = 0;
 };
@@ -128,6 +136,43 @@ Error WindowsPageFile::Flush() {
     return FlushFileBuffers(handle_) ? Leave(kErrorSuccess) : Failure();
 }
 
+Error WindowsPageFile::Identity(FileIdentity* identity) {
+    BY_HANDLE_FILE_INFORMATION found;
+    if (!GetFileInformationByHandle(handle_, &found)) return Failure();
+    *identity = {found.dwVolumeSerialNumber,
+                 uint64_t{found.nFileIndexHigh} << 32 | found.nFileIndexLow};
+    return Leave(kErrorSuccess);
+}
+
+OVERLAPPED MarkPlace() {
+    OVERLAPPED place{};
+    place.Offset = static_cast<DWORD>(kMarkOffset);
+    place.OffsetHigh = static_cast<DWORD>(kMarkOffset >> 32);
+    return place;
+}
+
+Error WindowsPageFile::TakeMark(bool* taken) {
+    OVERLAPPED place = MarkPlace();
+    *taken = LockFileEx(handle_, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0,
+                        &place) != 0;
+    if (*taken) return Leave(kErrorSuccess);
+    const Error error = ::GetLastError();
+    return Leave(error == ERROR_LOCK_VIOLATION || error == ERROR_IO_PENDING ? kErrorSuccess
+                                                                            : error);
+}
+
+void WindowsPageFile::DropMark() {
+    OVERLAPPED place = MarkPlace();
+    UnlockFileEx(handle_, 0, 1, 0, &place);
+}
+
+bool WindowsPageFile::IsMarkedElsewhere() {
+    bool taken = false;
+    const Error error = TakeMark(&taken);
+    if (taken) DropMark();
+    return error == kErrorSuccess && !taken;
+}
+
 }  // namespace
 
 Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
@@ -135,13 +180,26 @@ Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
     const DWORD access = readOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE;
     auto* security = static_cast<SECURITY_ATTRIBUTES*>(const_cast<void*>(attributes));
     ::SetLastError(kErrorSuccess);
-    return CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, security, disposition,
-                       FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file =
+        CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, security, disposition,
+                    FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr);
+    const Error told = ::GetLastError();
+    // A device keeps no pages, though some take and give bytes.
+    if (file != INVALID_HANDLE_VALUE && GetFileType(file) != FILE_TYPE_DISK) {
+        CloseHandle(file);
+        ::SetLastError(kErrorInvalidName);
+        return INVALID_HANDLE_VALUE;
+    }
+    ::SetLastError(told);
+    return file;
 }
 
 PageFile* AdoptFileHandle(Handle handle, const WChar* path) noexcept {
     if (!IsValid(handle)) return nullptr;
-    auto* file = new WindowsPageFile(handle);
+    // A transfer of nothing needs the right all the same.
+    DWORD none = 0;
+    const bool writable = WriteFile(handle, "", 0, &none, nullptr) != 0;
+    auto* file = new WindowsPageFile(handle, writable);
     if (file == nullptr) {
         CloseHandle(handle);
         ::SetLastError(kErrorOutOfMemory);

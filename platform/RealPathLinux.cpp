@@ -1,6 +1,7 @@
 #include "platform/RealPath.h"
 
 #include <filesystem>
+#include <new>
 
 namespace platform {
 
@@ -8,7 +9,8 @@ namespace fs = std::filesystem;
 
 Error RealPath(const WString& path, WString* real) noexcept {
     try {
-        const fs::path found = fs::weakly_canonical(fs::path(path));
+        // Absolute first: where nothing of a relative path exists it would stay relative.
+        const fs::path found = fs::weakly_canonical(fs::absolute(fs::path(path)));
         // The tail that is not there was not followed; a dangling link stands at its head.
         fs::path head = found;
         while (!fs::exists(fs::symlink_status(head)) && head.has_relative_path())
@@ -16,6 +18,11 @@ Error RealPath(const WString& path, WString* real) noexcept {
         if (fs::is_symlink(fs::symlink_status(head))) return kErrorInvalidName;
         *real = found.u16string();
         return kErrorSuccess;
+    } catch (const std::bad_alloc&) {
+        return kErrorOutOfMemory;
+    } catch (const fs::filesystem_error& failure) {
+        return failure.code() == std::errc::permission_denied ? kErrorAccessDenied
+                                                              : kErrorInvalidName;
     } catch (const std::exception&) {
         return kErrorInvalidName;
     }

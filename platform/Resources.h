@@ -26,6 +26,10 @@ Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
 // memory; the handle is closed then. Applies the wrapper of PageFile.h; `path` is handed to it.
 PageFile* AdoptFileHandle(Handle handle, const WChar* path) noexcept;
 
+// Whether the system knows objects that processes share by name. Where it does not, the functions
+// below answer that there is none, and the lock of the file (FileLock.h) stands alone.
+bool HasNamedObjects() noexcept;
+
 // A mutex known by name to all processes of the user's session: recursive for each thread,
 // granted to a waiter when its owner dies. Created unowned; an existing one is opened.
 Handle CreateNamedMutex(const WChar* name, const void* attributes) noexcept;

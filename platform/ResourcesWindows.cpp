@@ -11,6 +11,10 @@ SECURITY_ATTRIBUTES* Attributes(const void* attributes) {
 
 }  // namespace
 
+bool HasNamedObjects() noexcept {
+    return true;
+}
+
 Handle CreateNamedMutex(const WChar* name, const void* attributes) noexcept {
     return CreateMutexW(Attributes(attributes), FALSE, name);
 }

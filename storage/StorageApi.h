@@ -136,6 +136,8 @@ struct StorageFunctionTable {
 };
 static_assert(sizeof(StorageFunctionTable) == 28 * sizeof(void*));
 
+// The engine's own operations.
+StorageFunctionTable OwnFunctions();
 // The table of the process, the engine's own operations until somebody replaces it.
 extern StorageFunctionTable g_storageFunctions;
 

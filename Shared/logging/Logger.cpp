@@ -35,7 +35,7 @@ void LogEdge(const char* edge, const char* file, const char* function, int line,
 }  // namespace
 
 // The object is never destroyed, so that a thread which still logs while the process ends finds
-// it whole; TearDown only drops the sinks and shuts the door.
+// it whole.
 Logger& Logger::Instance() {
     alignas(Logger) static unsigned char storage[sizeof(Logger)];
     static Logger* const instance = [] {
@@ -46,9 +46,10 @@ Logger& Logger::Instance() {
     return *instance;
 }
 
+// Shuts the door and touches nothing else. The lock may be held for ever by now: by the sink whose
+// call of exit led here, by a thread in a slow sink, or by one that the system ended inside.
 void Logger::TearDown() {
-    if (destroyed.exchange(true)) return;
-    Instance().RemoveSinks();
+    destroyed.exchange(true);
 }
 
 bool Logger::IsEnabled(int severity) const {
@@ -64,7 +65,7 @@ void Logger::Log(int severity, const char* file, const char* function, int line,
                  std::string_view message) const {
     if (destroyed) return;
     const std::shared_lock<std::shared_mutex> guard(lock_);
-    if (sinks_.empty()) return;
+    if (destroyed || sinks_.empty()) return;  // it may have been a long wait
     const LogRecord record{0, severity, file, function, line, std::string(message)};
     for (const Sink& sink : sinks_) {
         if (severity <= sink.level) sink.delivery(record);

@@ -35,7 +35,7 @@ class Logger {
     using Delivery = std::function<void(const LogRecord&)>;
 
     // The one logger, made on first use. After the process began to tear down, logging does
-    // nothing.
+    // nothing and waits for nobody; the sinks are neither called nor destroyed.
     static Logger& Instance();
 
     // True when a message of this severity would reach a sink. Call it before formatting.
@@ -44,7 +44,8 @@ class Logger {
              std::string_view message) const;
 
     // Adds a sink for severities up to `level` and lets them pass. A sink is called from any
-    // thread, several at once, and must not throw. Takes the exclusive lock, as does RemoveSinks.
+    // thread, several at once, and must not throw; it may end the process. Takes the exclusive
+    // lock, as does RemoveSinks.
     void AddSink(int level, Filter filter, Delivery delivery);
     void RemoveSinks();
 

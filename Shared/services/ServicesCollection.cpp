@@ -3,10 +3,8 @@
 namespace Services {
 
 std::shared_ptr<ServicesCollection> ServicesCollection::Instance() {
-    static std::mutex lock;
-    static std::shared_ptr<ServicesCollection> instance;
-    std::lock_guard guard(lock);
-    if (!instance) instance.reset(new ServicesCollection);
+    // Never destroyed: what runs while the process ends may ask for it.
+    static const auto& instance = *new std::shared_ptr<ServicesCollection>(new ServicesCollection);
     return instance;
 }
 

@@ -10,12 +10,12 @@ struct StorageTransaction;
 enum CachePageFlag : uint16_t {
     kPageHasBuffer = 1,      // the buffer counts in cachedPages
     kPageDirty = 2,          // the buffer differs from disk
-    kPageRemoved = 4,        // the page was freed
+    kPageVital = 4,          // what refers to other pages, or content, changed; not times alone
     kPageInTransaction = 8,  // on a transaction's list
     kPageNew = 16,           // allocated in the current transaction
     kPageFreed = 32,         // freed in the current transaction
     kPageChanged = 64,       // changed since the last commit; set together with kPageDirty
-    kPageOnLru = 128,
+    kPageOnLru = 128,        // unpinned and as on disk: its buffer may go
 };
 
 struct CachePage {

@@ -1,12 +1,15 @@
 // The state of one open container.
 //
-// One lock guards it all: every public operation holds containerLock from start to end, so what
-// is below needs none of its own.
+// Two locks guard it. containerLock is that of the threads: every public operation holds it from
+// start to end, so what is below needs none of its own. `lock` is that of the file: nothing is
+// written without it, and what memory holds is known to be the file's state only under it, or after
+// a look at page 1 (storage/lifecycle/Sharing.h).
 #pragma once
 
 #include <cstdint>
 #include <mutex>
 
+#include "platform/FileLock.h"
 #include "platform/PageFile.h"
 #include "platform/Resources.h"
 #include "platform/Text.h"
@@ -31,11 +34,22 @@ inline constexpr uint32_t kCacheLimit = 256;  // buffers
 
 struct StorageContext {
     // Sharing between processes.
-    platform::Handle lockMutex = nullptr;
+    platform::FileLock* lock = nullptr;      // goes with `file`
+    platform::Handle lockMutex = nullptr;    // where the system has names for such
     platform::Handle sharedMapping = nullptr;
     uint32_t* sharedGeneration = nullptr;
-    uint32_t seenGeneration = 0;
-    uint32_t lockDepth = 0;  // locks taken and not released through this context
+    uint32_t seenCounter = 0;     // transactionCounter of page 1 as memory was last in line with it
+    bool stale = false;           // memory is not to be trusted: it is read again before its next use
+    bool implicitLock = false;    // taken by a write that came without one
+    uint32_t writers = 0;         // running transactions that may write
+    bool changing = false;        // page 1 on disk says that a change is under way
+    uint32_t changes = 0;         // counts what transactions did to pages
+    bool everLocked = false;
+    bool inlineEntries = false;   // a directory was loaded in a form that cannot be changed
+    uint64_t pageReads = 0;       // counts transfers
+    uint64_t readsBefore = 0;     // pageReads when the last read began
+    uint32_t reading = 0;         // operations at work that must not write
+    StorageTransaction* batch = nullptr;  // one transaction for several operations
 
     std::recursive_mutex containerLock;
     bool active = false;
@@ -48,7 +62,6 @@ struct StorageContext {
     bool searchEnabled = true;
     bool wroteSinceLock = false;
     bool grewSinceFlush = false;
-    bool wroteSinceOpen = false;  // the superblock is due at close
     uint16_t separator = '/';
     uint32_t autoCompactPercent = 0;
     double lastAccess = 0;
@@ -73,7 +86,6 @@ struct StorageContext {
     List<CachePage, &CachePage::lruPrev, &CachePage::lruNext> lru;  // oldest first
     uint32_t cacheLimit = kCacheLimit;
     uint32_t cachedPages = 0;  // buffers held
-    bool evicting = false;
     CachePage* sparePages = nullptr;  // descriptors kept for reuse, chained by hashNext
     uint8_t* spareBuffers = nullptr;  // page buffers kept for reuse, chained by their first bytes
     uint32_t spareCount = 0;          // of both kinds together, bounded
@@ -93,8 +105,14 @@ struct StorageContext {
     // The floors above, reached from below.
     const ObjectHooks* objectHooks = nullptr;
     Status (*compact)(StorageContext* context, uint8_t* done) = nullptr;
+    // Around a transaction that may write: the file's lock, if nobody has it through this context.
+    // Memory is brought up to date when `mayReload`, else the lock is refused if it is not.
+    Status (*enterWrite)(StorageContext* context, bool mayReload) = nullptr;
+    void (*leaveWrite)(StorageContext* context) = nullptr;
     ObjectState* objects = nullptr;
 
+    bool IsLocked() const { return lock != nullptr && lock->IsHeld(); }
+    bool MayChange() const { return !readOnly && reading == 0; }
     Superblock* Super() const { return reinterpret_cast<Superblock*>(superblock); }
     uint32_t MapGroup() const { return pageSize / 2; }  // pages from one map page to the next
     bool IsMapPage(uint32_t page) const { return (page & (MapGroup() - 1)) == 0; }

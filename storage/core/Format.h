@@ -144,7 +144,7 @@ struct Superblock {
     uint32_t layoutD;
     DirectoryEntry rootEntry;
     uint16_t inFileLog;
-    uint16_t padding238;
+    uint16_t changing;  // not 0 while a change is being written, and after a writer died at it
     uint32_t maxPages;
     uint32_t flags;
     uint32_t logChainHead;

@@ -68,36 +68,27 @@ void DestroyDescriptor(StorageContext* context, CachePage* page) {
     ReleaseDescriptor(context, page);
 }
 
-Status EvictHead(StorageContext* context) {
-    CachePage* page = context->lru.head;
-    if ((page->flags & kPageDirty) != 0) {
-        const void* buffer = page->buffer;
-        const Status status = WritePages(context, &buffer, 1, page->number);
-        if (status != kOk) return status;  // stays at the head, to be tried again
+// Only pages that are as on disk stand on the list: a change reaches the file by its commit and no
+// other way, and until then the cache may pass its limit.
+void EvictDownTo(StorageContext* context, uint32_t limit) {
+    while (context->cachedPages > limit && !context->lru.Empty()) {
+        CachePage* page = context->lru.head;
+        LeaveLru(context, page);
+        DropBuffer(context, page);
+        if ((page->flags & kPageInTransaction) == 0) DestroyDescriptor(context, page);
     }
-    LeaveLru(context, page);
-    DropBuffer(context, page);
-    if ((page->flags & kPageInTransaction) == 0) DestroyDescriptor(context, page);
-    return kOk;
 }
 
-Status EvictDownTo(StorageContext* context, uint32_t limit) {
-    if (context->evicting) return kOk;
-    context->evicting = true;
-    Status status = kOk;
-    while (status == kOk && context->cachedPages > limit && !context->lru.Empty())
-        status = EvictHead(context);
-    context->evicting = false;
-    return status;
+void JoinLru(StorageContext* context, CachePage* page) {
+    if ((page->flags & (kPageOnLru | kPageDirty)) != 0) return;
+    context->lru.PushBack(page);
+    page->flags |= kPageOnLru;
 }
 
 // Room for one buffer more, made before anything else changes.
 Status AttachBuffer(StorageContext* context, CachePage* page) {
-    if (context->cachedPages >= context->cacheLimit) {
-        const Status status =
-            EvictDownTo(context, context->cacheLimit == 0 ? 0 : context->cacheLimit - 1);
-        if (status != kOk) return status;
-    }
+    if (context->cachedPages >= context->cacheLimit)
+        EvictDownTo(context, context->cacheLimit == 0 ? 0 : context->cacheLimit - 1);
     page->buffer = AllocateBuffer(context);
     if (page->buffer == nullptr) return kNoMemory;
     page->flags |= kPageHasBuffer;
@@ -132,6 +123,11 @@ bool PassesKindCheck(const StorageContext* context, CachePage* page, uint16_t ki
 }
 
 }  // namespace
+
+void MarkClean(StorageContext* context, CachePage* page) {
+    page->flags &= static_cast<uint16_t>(~kPageDirty);
+    if (page->pinCount == 0 && page->buffer != nullptr) JoinLru(context, page);
+}
 
 uint8_t* AllocateBuffer(StorageContext* context) {
     uint8_t* buffer = context->spareBuffers;
@@ -199,11 +195,7 @@ void ReleasePage(StorageContext* context, CachePage* page, bool unpin) {
     if ((page->flags & kPageInTransaction) != 0 && (page->flags & kPageChanged) == 0)
         LeavePage(page->transaction, page);
     if (page->buffer != nullptr) {
-        if ((page->flags & kPageOnLru) == 0) {
-            context->lru.PushBack(page);
-            page->flags |= kPageOnLru;
-        }
-        // A page that cannot be written now stays dirty and is tried again when room is needed.
+        JoinLru(context, page);
         if (context->cachedPages > context->cacheLimit) EvictPages(context);
         return;
     }
@@ -212,7 +204,15 @@ void ReleasePage(StorageContext* context, CachePage* page, bool unpin) {
 }
 
 Status MarkPageChanged(StorageContext* context, CachePage* page) {
-    if (context->readOnly) return kReadOnly;
+    if (!context->MayChange()) return kReadOnly;
+    ++context->changes;
+    page->flags |= kPageDirty | kPageChanged | kPageVital;
+    return kOk;
+}
+
+Status MarkPageTouched(StorageContext* context, CachePage* page) {
+    if (!context->MayChange()) return kReadOnly;
+    ++context->changes;
     page->flags |= kPageDirty | kPageChanged;
     return kOk;
 }
@@ -220,7 +220,8 @@ Status MarkPageChanged(StorageContext* context, CachePage* page) {
 Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** out,
                     StorageTransaction* transaction) {
     *out = nullptr;
-    if (context->readOnly) return kReadOnly;
+    if (!context->MayChange()) return kReadOnly;
+    ++context->changes;
     CachePage* page = AllocateDescriptor(context);
     if (page == nullptr) return kNoMemory;
     Status status = AttachBuffer(context, page);
@@ -240,7 +241,7 @@ Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** out,
     HeaderOf(page->buffer)->kind = kind;
     HeaderOf(page->buffer)->pageNumber = page->number;
     page->mapKind = kind;
-    page->flags |= kPageDirty | kPageNew | kPageChanged;
+    page->flags |= kPageDirty | kPageNew | kPageChanged | kPageVital;
     page->pinCount = 1;
     JoinPage(transaction, page);
     *out = page;
@@ -251,13 +252,14 @@ Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** out,
 // and a roll back finds it on disk as it was.
 Status FreePage(StorageContext* context, CachePage* page) {
     Status status = kOk;
-    if (context->readOnly) {
+    if (!context->MayChange()) {
         status = kReadOnly;
     } else if (page->pinCount > 1) {
         status = kSharing;
     } else {
+        ++context->changes;
         page->mapKind = kFreePage;
-        page->flags |= kPageRemoved | kPageFreed | kPageChanged;
+        page->flags |= kPageFreed | kPageChanged;
         DropBuffer(context, page);
     }
     ReleasePage(context, page);
@@ -290,7 +292,7 @@ Status WriteCachedPage(StorageContext* context, CachePage* page) {
         const Status status = WritePage(context, page->buffer, page->number);
         if (status != kOk) return status;
     }
-    page->flags &= static_cast<uint16_t>(~kPageDirty);
+    MarkClean(context, page);
     return kOk;
 }
 
@@ -315,7 +317,7 @@ Status WriteRun(StorageContext* context, CachePage* const* pages, uint32_t count
     for (uint32_t i = 1; i < count; ++i) buffers[i] = pages[i]->buffer;
     const Status status = WritePages(context, buffers, count, pages[0]->number);
     if (status != kOk) return status;
-    for (uint32_t i = 0; i < count; ++i) pages[i]->flags &= static_cast<uint16_t>(~kPageDirty);
+    for (uint32_t i = 0; i < count; ++i) MarkClean(context, pages[i]);
     return kOk;
 }
 
@@ -334,10 +336,12 @@ Status WriteOut(StorageContext* context, WriteBatch* batch) {
 
 }  // namespace
 
-Status WriteTransactionPages(StorageContext* context, StorageTransaction* transaction) {
+Status WriteTransactionPages(StorageContext* context, StorageTransaction* transaction,
+                             uint16_t mask, uint16_t wanted) {
     WriteBatch batch;
     for (CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
         if ((page->flags & kPageDirty) == 0 || page->buffer == nullptr) continue;
+        if ((page->flags & mask) != wanted) continue;
         batch.Add(page);
         if (batch.count < WriteBatch::kCapacity) continue;
         const Status status = WriteOut(context, &batch);
@@ -346,12 +350,8 @@ Status WriteTransactionPages(StorageContext* context, StorageTransaction* transa
     return WriteOut(context, &batch);
 }
 
-Status EvictPages(StorageContext* context) {
-    return EvictDownTo(context, context->cacheLimit);
-}
-
-Status DropCache(StorageContext* context) {
-    return EvictDownTo(context, 0);
+void EvictPages(StorageContext* context) {
+    EvictDownTo(context, context->cacheLimit);
 }
 
 void DestroyCache(StorageContext* context) {

@@ -23,9 +23,12 @@ void ReleasePage(StorageContext* context, CachePage* page, bool unpin = true);
 // The page's buffer was or will be changed by the transaction it is in. kReadOnly in a read-only
 // container.
 Status MarkPageChanged(StorageContext* context, CachePage* page);
+// The same for a change of times alone: such a page may be written by itself at any moment of the
+// commit, for no state of the file depends on it.
+Status MarkPageTouched(StorageContext* context, CachePage* page);
 
 // A free page, or a new one at the end of the file, pinned, zeroed but for kind and number, and
-// on the transaction's list.
+// on the transaction's list. Pages freed since the last commit are not among them.
 Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** page,
                     StorageTransaction* transaction);
 // Marks a page freed and gives up the caller's pin; its map slot changes at commit. kSharing when
@@ -37,11 +40,14 @@ Status FreePageChain(StorageContext* context, uint32_t first, uint16_t kind, uin
 
 // Writes the page if it is dirty.
 Status WriteCachedPage(StorageContext* context, CachePage* page);
-// Writes the dirty pages of a transaction, adjacent ones in one transfer.
-Status WriteTransactionPages(StorageContext* context, StorageTransaction* transaction);
-Status EvictPages(StorageContext* context);
-// Writes and drops all that is not pinned.
-Status DropCache(StorageContext* context);
+// Writes the dirty pages of a transaction whose flags under `mask` are `wanted`, adjacent ones in
+// one transfer.
+Status WriteTransactionPages(StorageContext* context, StorageTransaction* transaction,
+                             uint16_t mask, uint16_t wanted);
+// The page's buffer is as on disk.
+void MarkClean(StorageContext* context, CachePage* page);
+// Lets buffers go, oldest first, while there are more than the limit.
+void EvictPages(StorageContext* context);
 // Frees every descriptor, whatever its pins, without writing; for the end of a context.
 void DestroyCache(StorageContext* context);
 

@@ -48,8 +48,8 @@ void ConvertEntry(uint8_t* bytes, size_t offset) {
     Swap16Run(bytes, offset + 20, kEntryNameUnits);
 }
 
-// inFileLog at 236 and logChainHead at 248 stay as they are: meant so, a container of the other
-// byte order carries them unconverted.
+// inFileLog at 236, the mark of a change behind it and logChainHead at 248 stay as they are: a
+// container of the other byte order carries them unconverted.
 void ConvertSuperblock(uint8_t* page) {
     Swap16At(page, 12);
     Swap16Run(page, 14, 2 + kBannerUnits);
@@ -176,7 +176,7 @@ Status WriteRaw(StorageContext* context, platform::PageFile* file, const void* c
     const platform::Error error = file->Write(offset, buffers, count, size, &done);
     if (error != 0) return static_cast<Status>(error);
     if (done != count * size) return static_cast<Status>(platform::kErrorDiskFull);
-    if (context != nullptr) context->wroteSinceLock = context->wroteSinceOpen = true;
+    if (context != nullptr) context->wroteSinceLock = true;
     return kOk;
 }
 
@@ -192,8 +192,8 @@ Status CutFile(platform::PageFile* file, uint64_t count, uint32_t pageSize) {
 }
 
 Status ReadPage(StorageContext* context, void* buffer, uint32_t page) {
-    if (page >= context->totalPages && context->active && !context->readOnly)
-        MarkCorrupted(context);
+    if (page >= context->totalPages) MarkCorrupted(context);
+    ++context->pageReads;
     const uint64_t address = uint64_t{context->basePage} + page;
     const Status status =
         ReadPageRaw(context->file, buffer, context->pageSize, address, context->pageSize);
@@ -232,10 +232,23 @@ Status WriteSuperblock(StorageContext* context) {
     return WritePage(context, context->superblock, kSuperblockNumber);
 }
 
+// With page 1 as it stands on disk and only the bit changed.
 Status MarkCorrupted(StorageContext* context) {
     if (!context->active || context->readOnly || context->superblock == nullptr) return kOk;
+    if (!context->IsLocked()) return kOk;
     context->Super()->flags |= kFlagCorrupted;
-    return WriteSuperblock(context);
+    uint8_t* page = static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
+    if (page == nullptr) return kNoMemory;
+    const uint64_t address = uint64_t{context->basePage} + kSuperblockNumber;
+    Status status = ReadPageRaw(context->file, page, context->pageSize, address, context->pageSize);
+    if (status == kOk && context->byteSwapped) ConvertPage(context, page, Direction::Read);
+    Superblock* super = reinterpret_cast<Superblock*>(page);
+    if (status == kOk && super->kind == kSuperblockPage && (super->flags & kFlagCorrupted) == 0) {
+        super->flags |= kFlagCorrupted;
+        status = WritePage(context, page, kSuperblockNumber);
+    }
+    platform::HeapRelease(page);
+    return status;
 }
 
 Status Corrupt(StorageContext* context) {

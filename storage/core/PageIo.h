@@ -42,7 +42,8 @@ void ConvertPage(const StorageContext* context, void* page, Direction direction)
 uint16_t Swap16(uint16_t value);
 uint32_t Swap32(uint32_t value);
 
-// Sets the corruption bit and writes the superblock at once, in an open writable container.
+// Sets the corruption bit in memory and in page 1, in an open writable container under its lock.
+// Without the lock what looks like damage may be a change under way: nothing is marked.
 Status MarkCorrupted(StorageContext* context);
 // Where every corruption is noticed: marks the container and answers kCorrupt.
 Status Corrupt(StorageContext* context);

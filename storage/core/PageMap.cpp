@@ -132,7 +132,7 @@ void CountChange(StorageContext* context, uint32_t number, bool wasFree, bool is
 }  // namespace
 
 Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force) {
-    if (context->readOnly) return kReadOnly;
+    if (!context->MayChange()) return kReadOnly;
     CachePage* page = nullptr;
     Status status = GetMapPage(context, number, &page);
     if (status != kOk) return status;
@@ -323,13 +323,23 @@ Status FlushMapPages(StorageContext* context) {
             if (first == kOk) first = status;
             continue;
         }
-        page->flags &= static_cast<uint16_t>(~kPageChanged);
+        page->flags &= static_cast<uint16_t>(~(kPageChanged | kPageVital));
         context->dirtyMapPages[i] = context->dirtyMapPages.Last();
         context->dirtyMapPages[i]->dirtyMapIndex = i + 1;
         context->dirtyMapPages.Truncate(context->dirtyMapPages.Count() - 1);
         page->dirtyMapIndex = 0;
     }
     return first;
+}
+
+void ForgetMapChanges(StorageContext* context) {
+    while (!context->dirtyMapPages.Empty()) {
+        CachePage* page = context->dirtyMapPages.Last();
+        context->dirtyMapPages.Truncate(context->dirtyMapPages.Count() - 1);
+        page->dirtyMapIndex = 0;
+        page->flags &= static_cast<uint16_t>(~(kPageChanged | kPageVital));
+        MarkClean(context, page);
+    }
 }
 
 }  // namespace storage

@@ -23,4 +23,7 @@ Status AllocatePageNumber(StorageContext* context, uint16_t kind, uint32_t* numb
 // Writes the changed map pages. All are tried; the first failure is returned.
 Status FlushMapPages(StorageContext* context);
 
+// Changes of the map that were taken back before they reached the file are none.
+void ForgetMapChanges(StorageContext* context);
+
 }  // namespace storage

@@ -1,5 +1,5 @@
-// Replays the redo log that a logging writer left behind. This engine reads such logs and never
-// writes one.
+// Replays the redo log that a writer left behind: one of this engine that died in the middle of a
+// commit (RedoLog.h), or another one.
 #pragma once
 
 #include "storage/core/Context.h"

@@ -35,6 +35,7 @@ inline constexpr Status kNoObject = -29;  // the file handle has no object any m
 inline constexpr Status kAccess = -31;    // handle not opened for this access
 inline constexpr Status kInternal = -200;
 inline constexpr Status kVersion = -201;     // set by the key store
+inline constexpr Status kLockLost = -203;    // for the engine's callers inside the library only
 inline constexpr Status kTreeDelete = -202;  // set by the key store
 
 }  // namespace storage

@@ -6,6 +6,7 @@
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
+#include "storage/core/RedoLog.h"
 
 namespace storage {
 
@@ -29,6 +30,7 @@ void DestroyRecord(StorageTransaction* transaction) {
 // Takes the record off the list of running ones and keeps it for reuse.
 void EndRecord(StorageContext* context, StorageTransaction* transaction) {
     context->transactions.Remove(transaction);
+    const bool writes = transaction->writes;
 #ifdef ZRFS_NO_POOLS
     DestroyRecord(transaction);
 #else
@@ -37,6 +39,7 @@ void EndRecord(StorageContext* context, StorageTransaction* transaction) {
     transaction->next = context->spareTransactions;
     context->spareTransactions = transaction;
 #endif
+    if (writes) context->leaveWrite(context);
 }
 
 Status ReleaseListedPages(StorageContext* context, StorageTransaction* transaction) {
@@ -47,8 +50,8 @@ Status ReleaseListedPages(StorageContext* context, StorageTransaction* transacti
     return status;
 }
 
-// Gets all that the map needs before the first page is written: what fails from there on leaves
-// pages on the disk that the map does not know of.
+// Gets all that the map needs before the first page is written, so that what is freed at the end
+// needs neither memory nor the file.
 Status PrepareMap(StorageContext* context, StorageTransaction* transaction) {
     const uint32_t groupMask = ~(context->MapGroup() - 1);
     uint32_t prepared = 0, last = kUnknownPages;
@@ -66,38 +69,166 @@ Status PrepareMap(StorageContext* context, StorageTransaction* transaction) {
     return status;
 }
 
-// Brings the map in line with the pages made and freed.
-Status EnterPagesInMap(StorageContext* context, StorageTransaction* transaction) {
+// Enters the pages in the map that have all of `wanted` among `mask`.
+Status EnterInMap(StorageContext* context, StorageTransaction* transaction, uint16_t mask,
+                  uint16_t wanted) {
     for (CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
-        if ((page->flags & (kPageNew | kPageFreed)) == 0) continue;
+        if ((page->flags & mask) != wanted) continue;
         const Status status = SetPageKind(context, page->number, page->mapKind, false);
         if (status != kOk) return status;
     }
     return kOk;
 }
 
+bool ChangesFile(const StorageContext* context, const StorageTransaction* transaction) {
+    if (!transaction->releasePages.Empty() || !context->dirtyMapPages.Empty()) return true;
+    for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
+        if ((page->flags & kPageChanged) != 0) return true;
+    return false;
+}
+
+// What is new: nothing refers to it yet.
+Status WriteNew(StorageContext* context, StorageTransaction* transaction) {
+    Status status = EnterInMap(context, transaction, kPageNew, kPageNew);
+    if (status == kOk) status = FlushMapPages(context);
+    if (status == kOk)
+        status = WriteTransactionPages(context, transaction, kPageNew | kPageFreed, kPageNew);
+    return status;
+}
+
+constexpr uint16_t kSwitchMask = kPageNew | kPageFreed | kPageVital;
+
+// What refers to the new. *final tells that the change stands whatever the status.
+Status WriteSwitch(StorageContext* context, StorageTransaction* transaction, bool* final) {
+    uint32_t count = 0;
+    for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
+        if ((page->flags & (kSwitchMask | kPageDirty)) == (kPageVital | kPageDirty)) ++count;
+    if (count <= 1) {
+        const Status status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
+        *final = status == kOk;
+        return status;
+    }
+    RedoLog log(context);
+    Status status = log.Write(transaction, count);
+    if (status == kOk) status = log.SwitchOn();
+    if (status != kOk) return status;
+    *final = true;
+    status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
+    if (status == kOk)
+        log.SwitchOff();
+    else
+        log.Leave();
+    return status;
+}
+
+// What was given up. That it cannot be freed now loses room and no more.
+void WriteFreed(StorageContext* context, StorageTransaction* transaction) {
+    Status status = EnterInMap(context, transaction, kPageFreed, kPageFreed);
+    if (status == kOk) status = ReleaseListedPages(context, transaction);
+    if (status == kOk) FlushMapPages(context);
+}
+
 // The pages leave the transaction as they are.
 void LetPagesGo(StorageContext* context, StorageTransaction* transaction) {
     while (CachePage* page = transaction->pages.head) {
         LeavePage(transaction, page);
-        page->flags &=
-            static_cast<uint16_t>(~(kPageNew | kPageFreed | kPageRemoved | kPageChanged));
+        page->flags &= static_cast<uint16_t>(~(kPageNew | kPageFreed | kPageVital | kPageChanged));
         if (page->buffer != nullptr && !context->IsMapPage(page->number))
             HeaderOf(page->buffer)->pendingKind = 0;
         ReleasePage(context, page, false);
     }
 }
 
+// The end of a change that did not come about, after BeginChange.
+void AbandonChange(StorageContext* context) {
+    if (FlushMapPages(context) != kOk) return;  // stay dirty for the next commit
+    EndChange(context);
+}
+
+Status WriteChanges(StorageContext* context, StorageTransaction* transaction) {
+    Status status = context->readOnly || context->IsLocked() ? kOk : Status{kSharing};
+    if (status == kOk) status = PrepareMap(context, transaction);
+    if (status == kOk) status = BeginChange(context);
+    bool final = false;
+    if (status == kOk) {
+        status = WriteNew(context, transaction);
+        if (status == kOk) {
+            status = WriteSwitch(context, transaction, &final);
+            // What could not be written whole is read again before it is believed.
+            context->stale = context->stale || status != kOk;
+        }
+        if (!final) {
+            RollbackTransaction(context, transaction);
+            AbandonChange(context);
+            return status;
+        }
+    } else {
+        RollbackTransaction(context, transaction);
+        return status;
+    }
+    // With the log in force the rest comes with the next opening of the file, or reading it again.
+    if (status != kOk) return kOk;
+    WriteTransactionPages(context, transaction, kSwitchMask, 0);
+    WriteFreed(context, transaction);
+    EndChange(context);  // tried again at the next change, and when the lock is released
+    return kOk;
+}
+
 }  // namespace
+
+Status BeginChange(StorageContext* context) {
+    if (context->changing) return kOk;
+    Superblock* super = context->Super();
+    if (super->transactionCounter == context->seenCounter) ++super->transactionCounter;
+    super->changing = 1;
+    const Status status = WriteSuperblock(context);
+    if (status == kOk)
+        context->changing = true;
+    else
+        super->changing = 0;
+    return status;
+}
+
+Status EndChange(StorageContext* context) {
+    if (!context->changing) return kOk;
+    Superblock* super = context->Super();
+    super->changing = 0;
+    // Who read the file in the middle of the change must not take what he has for its end.
+    ++super->transactionCounter;
+    const Status status = WriteSuperblock(context);
+    if (status == kOk) {
+        context->changing = false;
+        context->seenCounter = super->transactionCounter;
+    } else {
+        super->changing = 1;
+    }
+    return status;
+}
 
 Status BeginTransaction(StorageContext* context, StorageTransaction** out, TransactionMode mode) {
     *out = nullptr;
     if (!context->active) return kNotOpen;
+    if (mode != TransactionMode::HeldByFile && context->batch != nullptr) {
+        *out = context->batch;
+        if (mode == TransactionMode::Write && context->batch->nested++ == 0)
+            context->batch->changesBefore = context->changes;
+        return kOk;
+    }
+    const bool writes = mode != TransactionMode::Read && !context->readOnly;
+    if (writes) {
+        const Status status = context->enterWrite(context, mode == TransactionMode::Write);
+        if (status != kOk) return status;
+    }
     StorageTransaction* transaction = TakeRecord(context);
-    if (transaction == nullptr) return kNoMemory;
+    if (transaction == nullptr) {
+        if (writes) context->leaveWrite(context);
+        return kNoMemory;
+    }
     transaction->context = context;
     transaction->mode = mode;
     transaction->failure = kOk;
+    transaction->nested = 0;
+    transaction->writes = writes;
     transaction->id = ++context->Super()->transactionCounter;
     context->transactions.PushBack(transaction);
     *out = transaction;
@@ -105,53 +236,69 @@ Status BeginTransaction(StorageContext* context, StorageTransaction** out, Trans
 }
 
 Status CommitTransaction(StorageContext* context, StorageTransaction* transaction) {
-    Status status = transaction->failure;
-    if (status == kOk) status = PrepareMap(context, transaction);
-    if (status == kOk) status = WriteTransactionPages(context, transaction);
-    if (status != kOk) {
-        RollbackTransaction(context, transaction);
-        return status;
+    if (transaction->nested > 0) {
+        --transaction->nested;
+        return transaction->failure;
     }
-    status = EnterPagesInMap(context, transaction);
-    if (status == kOk) status = ReleaseListedPages(context, transaction);
+    if (transaction->failure != kOk) {
+        const Status failure = transaction->failure;
+        RollbackTransaction(context, transaction);
+        return failure;
+    }
+    if (ChangesFile(context, transaction)) {
+        const Status status = WriteChanges(context, transaction);
+        if (status != kOk) return status;
+    }
     transaction->releasePages.Clear();
-    if (status == kOk) status = FlushMapPages(context);
     LetPagesGo(context, transaction);
     for (uint32_t i = transaction->objects.Count(); i-- > 0;)
         context->objectHooks->committed(context, transaction, transaction->objects[i]);
     transaction->objects.Clear();
-    if (status != kOk) return status;  // the record stays, and keeps compaction away
     EndRecord(context, transaction);
     return CheckAutoCompact(context);
 }
 
 void RollbackTransaction(StorageContext* context, StorageTransaction* transaction) {
-    // First of all none of them may be written any more, not even to make room in the cache.
-    for (CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
-        page->flags &= static_cast<uint16_t>(~kPageDirty);
-    Status status = kOk;
+    if (transaction->nested > 0) {
+        --transaction->nested;
+        if (context->changes != transaction->changesBefore && transaction->failure == kOk)
+            transaction->failure = kInternal;
+        return;
+    }
     while (CachePage* page = transaction->pages.head) {
         LeavePage(transaction, page);
         const uint32_t number = page->number;
         const bool made = (page->flags & kPageNew) != 0;
-        uint8_t* buffer = page->buffer;
-        if (made && status == kOk) status = SetPageKind(context, number, kFreePage, false);
-        if (made && status == kOk && buffer != nullptr) {
-            std::memset(buffer, 0, context->pageSize);
-            HeaderOf(buffer)->pageNumber = number;
-            status = WritePage(context, buffer, number);
-        }
         DiscardPage(context, page);
+        if (made) SetPageKind(context, number, kFreePage, false);
     }
-    if (status == kOk) ReleaseListedPages(context, transaction);
     transaction->releasePages.Clear();
+    if (!context->changing && context->writers <= 1) ForgetMapChanges(context);
     for (uint32_t i = transaction->objects.Count(); i-- > 0;)
         context->objectHooks->rolledBack(context, transaction, transaction->objects[i]);
     EndRecord(context, transaction);
 }
 
+Status BeginBatch(StorageContext* context) {
+    if (context->batch != nullptr) return kInternal;
+    StorageTransaction* batch = nullptr;
+    const Status status = BeginTransaction(context, &batch, TransactionMode::Write);
+    context->batch = batch;
+    return status;
+}
+
+Status EndBatch(StorageContext* context, bool keep) {
+    StorageTransaction* batch = context->batch;
+    context->batch = nullptr;
+    if (batch == nullptr) return kNotOpen;
+    if (keep) return CommitTransaction(context, batch);
+    const Status failure = batch->failure;
+    RollbackTransaction(context, batch);
+    return failure;
+}
+
 void EndReadTransaction(StorageContext* context, StorageTransaction* transaction) {
-    ReleaseListedPages(context, transaction);
+    if (transaction == context->batch) return;
     LetPagesGo(context, transaction);
     EndRecord(context, transaction);
 }
@@ -186,7 +333,8 @@ void DestroyTransactions(StorageContext* context) {
 
 Status CheckAutoCompact(StorageContext* context) {
     if (context->autoCompactPercent == 0 || context->readOnly || context->compacting ||
-        context->logInFile || !context->transactions.Empty() || context->compact == nullptr)
+        context->logInFile || !context->transactions.Empty() || context->compact == nullptr ||
+        context->stale)
         return kOk;
     if (context->knownPages == kUnknownPages) {
         const Status status = ScanPageMap(context, true, 0);

@@ -24,6 +24,9 @@ struct StorageTransaction {
     List<CachePage, &CachePage::txPrev, &CachePage::txNext> pages;  // newest first
     NumberList releasePages;  // freed in the map at the end, in either outcome
     Status failure = 0;       // a change that could not be finished: commit rolls back instead
+    bool writes = false;      // has its part in the file's lock
+    uint32_t nested = 0;      // operations at work in a batch
+    uint32_t changesBefore = 0;  // context->changes when the first of them began
     StorageTransaction* prev = nullptr;
     StorageTransaction* next = nullptr;
 };
@@ -39,17 +42,33 @@ struct ObjectHooks {
                        FileObject* object);
 };
 
-// kNotOpen when the container is not open, kNoMemory.
+// kNotOpen when the container is not open, kNoMemory. A transaction that may write takes the
+// file's lock if nobody holds it through this context, and lets it go with its end: kSharing when
+// it cannot be had. In a batch an operation gets the batch's transaction.
 Status BeginTransaction(StorageContext* context, StorageTransaction** transaction,
                         TransactionMode mode);
-// Writes what changed, then the page map, and ends the transaction. When a page cannot be
-// written the transaction is rolled back; when the map cannot be, the changes stand and the
-// record stays on the context's list until close. The transaction must not be used afterwards.
+// Makes the changes final and ends the transaction, which must not be used afterwards. The file is
+// whole after each write on the way: pages that are new are marked in the map and written first;
+// then what refers to them is switched, by one page write or, where several pages changed, by the
+// redo log; what was given up is freed last. When it fails everything is as it was before.
+// An operation in a batch only hands its changes on to it.
 Status CommitTransaction(StorageContext* context, StorageTransaction* transaction);
-// Throws away what changed and ends the transaction.
+// Throws away what changed and ends the transaction. An operation that changed something in a batch
+// takes the batch with it.
 void RollbackTransaction(StorageContext* context, StorageTransaction* transaction);
 // Ends a transaction that changed nothing.
 void EndReadTransaction(StorageContext* context, StorageTransaction* transaction);
+
+// One transaction for the operations up to EndBatch, so that all of them become final together.
+// Files opened in it must be closed in it. One batch at a time.
+Status BeginBatch(StorageContext* context);
+// Commits, or with `keep` false or after a failure in it rolls back. The failure, if any.
+Status EndBatch(StorageContext* context, bool keep);
+
+// Around the writes of a change: page 1 says that one is under way, and then that there is a new
+// state. The caller holds the file's lock.
+Status BeginChange(StorageContext* context);
+Status EndChange(StorageContext* context);
 
 // Adds a page to the transaction's list. kSharing when another transaction has it.
 Status JoinPage(StorageTransaction* transaction, CachePage* page);
@@ -59,7 +78,6 @@ void LeavePage(StorageTransaction* transaction, CachePage* page);
 void DestroyTransactions(StorageContext* context);
 
 // Compacts when the free share passes autoCompactPercent; runs at the end of each commit.
-// See ContextHooks in Context.h.
 Status CheckAutoCompact(StorageContext* context);
 
 }  // namespace storage

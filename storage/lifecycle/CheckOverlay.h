@@ -29,6 +29,14 @@ class CheckOverlay final : public platform::PageFile {
     platform::Error Cut(uint64_t) override { return platform::kErrorInvalidParameter; }
     platform::Error Size(uint64_t* length) override { return file_->Size(length); }
     platform::Error Flush() override { return platform::kErrorSuccess; }
+    platform::Error Identity(platform::FileIdentity* identity) override {
+        return file_->Identity(identity);
+    }
+    bool IsWritable() const override { return file_->IsWritable(); }
+    bool IsAt(const WChar* path) override { return file_->IsAt(path); }
+    platform::Error TakeMark(bool* taken) override { return file_->TakeMark(taken); }
+    void DropMark() override { file_->DropMark(); }
+    bool IsMarkedElsewhere() override { return file_->IsMarkedElsewhere(); }
 
   private:
     struct Page {

@@ -6,6 +6,7 @@
 #include "storage/core/Context.h"
 #include "storage/core/ItemList.h"
 #include "storage/core/PageIo.h"
+#include "storage/lifecycle/RunLock.h"
 
 namespace storage {
 
@@ -36,6 +37,7 @@ class CheckOverlay;
 
 struct CheckRun {
     StorageContext* context = nullptr;
+    RunLock lock;
     bool repair = false;
     bool deep = false;
     bool discardLog = false;

@@ -166,6 +166,10 @@ Status WriteRepair(CheckRun* run) {
     RepairWriter writer{run, run->context};
     writer.end = run->pages;
     Status status = writer.Gather();
+    // Who has the container open sees that it is another one now.
+    Superblock* super = run->context->Super();
+    super->changing = 0;
+    if (!writer.pages.Empty() || !writer.mapPages.Empty()) super->transactionCounter += 2;
     // The map first: it says of every page that stays that it is in use, and the log needs it.
     if (status == kOk) status = writer.WriteAll(writer.mapPages);
     if (status == kOk && writer.MayLog()) {

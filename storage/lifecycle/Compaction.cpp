@@ -169,7 +169,7 @@ Status CutTail(StorageContext* context, uint32_t end) {
     if (!context->logInFile) {
         status = CutFile(context->file, uint64_t{context->basePage} + end, context->pageSize);
         if (status == kOk) context->totalPages = end;
-        context->wroteSinceLock = context->wroteSinceOpen = true;
+        context->wroteSinceLock = true;
     }
     const uint32_t group = context->MapGroup();
     context->knownPages = end;
@@ -187,6 +187,7 @@ Status MoveAll(CompactionRun* run, void* userData, CompactProgress progress) {
         if (progress != nullptr && !progress(userData)) return kCancelled;
         const Status status = MoveBatch(run, &more);
         if (status != kOk) return status;
+        if (context->stale) return kInternal;  // the file is to be read again
     }
     // A commit may have needed pages of its own for a while; they are free again.
     uint32_t last = context->knownPages;

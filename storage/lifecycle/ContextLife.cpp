@@ -1,8 +1,8 @@
 #include "storage/lifecycle/ContextLife.h"
 
-#include <atomic>
 #include <new>
 
+#include "platform/RealPath.h"
 #include "storage/core/Dates.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
@@ -21,6 +21,8 @@ StorageContext* MakeContext() {
     StorageContext* context = new (memory) StorageContext();
     context->lastAccess = context->created = CurrentDate();
     context->compact = [](StorageContext* owner, uint8_t* done) { return CompactPages(owner, done); };
+    context->enterWrite = &EnterWrite;
+    context->leaveWrite = &LeaveWrite;
     if (CreateObjectState(context) == kOk) return context;
     DestroyContext(context);
     return nullptr;
@@ -53,53 +55,19 @@ Status CloseSearchesAndHandles(StorageContext* context) {
     return first;
 }
 
-// Another process may have raised the numbers in page 1 since it was read here; they only rise.
-void MergeSuperblock(StorageContext* context) {
-    uint8_t* buffer = AllocateBuffer(context);
-    if (buffer == nullptr) return;
-    const Superblock* onDisk = reinterpret_cast<const Superblock*>(buffer);
-    if (ReadPage(context, buffer, kSuperblockNumber) == kOk && onDisk->kind == kSuperblockPage) {
-        Superblock* super = context->Super();
-        if (onDisk->lastFileId > super->lastFileId) super->lastFileId = onDisk->lastFileId;
-        if (onDisk->transactionCounter > super->transactionCounter)
-            super->transactionCounter = onDisk->transactionCounter;
-        super->flags |= onDisk->flags & kFlagCorrupted;
-    }
-    ReleaseBuffer(context, buffer);
-}
-
-Status WriteRemains(StorageContext* context) {
-    Status first = DropCache(context);
-    NoteFirst(&first, FlushMapPages(context));
-    if (context->readOnly || !context->wroteSinceOpen) return first;
-    MergeSuperblock(context);
-    context->Super()->logPending = 0;
-    NoteFirst(&first, WriteSuperblock(context));
-    return first;
-}
-
-// True when somebody wrote since this context last looked, so that nothing here may be written.
-bool IsStale(const StorageContext* context) {
-    if (context->sharedGeneration == nullptr) return false;
-    return std::atomic_ref<uint32_t>(*context->sharedGeneration).load() != context->seenGeneration;
-}
-
-// Back to the state before the opening.
-void EmptyContext(StorageContext* context) {
+// What memory holds of the container; the file stays open.
+void EmptyMemory(StorageContext* context) {
+    CloseSearches(context);
     ClearObjectState(context);
     DestroyTransactions(context);
     DestroyCache(context);
     platform::HeapRelease(context->superblock);
     platform::HeapRelease(context->swapBuffer);
     context->superblock = context->swapBuffer = nullptr;
-    if (context->externalFile) context->file = nullptr;
-    CloseFile(&context->file);
-    CloseFile(&context->logFile);
-    ReleaseText(&context->path);
-    ReleaseText(&context->logPath);
-    context->active = context->readOnly = context->logInFile = false;
-    context->byteSwapped = context->compacting = context->evicting = false;
-    context->wroteSinceOpen = context->grewSinceFlush = false;
+    context->batch = nullptr;
+    context->writers = 0;
+    context->active = context->logInFile = context->inlineEntries = false;
+    context->byteSwapped = context->compacting = context->changing = false;
     context->searchEnabled = true;
     context->pageSize = context->payloadSize = context->pageShift = 0;
     context->knownPages = context->totalPages = context->basePage = 0;
@@ -111,17 +79,24 @@ void EmptyContext(StorageContext* context) {
 
 Status CloseContainer(StorageContext* context, Closing closing) {
     Status first = kOk;
-    if (closing == Closing::Write && IsStale(context)) closing = Closing::Discard;
-    if (context->active && closing != Closing::Fail) {
-        if (closing == Closing::Write) {
-            first = CloseSearchesAndHandles(context);
-            NoteFirst(&first, WriteRemains(context));
-        } else {
-            CloseSearches(context);
-        }
-    }
-    EmptyContext(context);
+    if (context->active && closing == Closing::Write) first = CloseSearchesAndHandles(context);
+    DetachLock(context);
+    EmptyMemory(context);
+    if (context->externalFile) context->file = nullptr;
+    CloseFile(&context->file);
+    CloseFile(&context->logFile);
+    ReleaseText(&context->path);
+    ReleaseText(&context->logPath);
+    context->readOnly = context->stale = context->everLocked = false;
+    context->grewSinceFlush = context->wroteSinceLock = false;
     return first;
+}
+
+Status ReloadContainer(StorageContext* context, bool locked) {
+    EmptyMemory(context);
+    const Status status = LoadContainer(context, locked);
+    if (status != kOk) EmptyMemory(context);
+    return status;
 }
 
 void DestroyContext(StorageContext* context) {
@@ -131,7 +106,7 @@ void DestroyContext(StorageContext* context) {
     }
     DestroyTransactions(context);
     DestroyCache(context);
-    CloseSharedObjects(context);
+    DetachLock(context);
     if (!context->externalFile) delete context->file;
     delete context->logFile;
     platform::HeapRelease(context->superblock);
@@ -147,6 +122,11 @@ WChar* CopyString(const WChar* text) {
     WChar* copy = static_cast<WChar*>(platform::HeapAllocate(bytes));
     if (copy != nullptr) std::memcpy(copy, text, bytes);
     return copy;
+}
+
+WChar* CopyRealPath(const WChar* path) {
+    platform::WString real;
+    return CopyString(platform::RealPath(path, &real) == 0 ? real.c_str() : path);
 }
 
 WChar* MakeLogPath(const WChar* path) {

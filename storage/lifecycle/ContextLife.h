@@ -12,16 +12,21 @@ StorageContext* MakeContext();
 void DestroyContext(StorageContext* context);
 
 enum class Closing {
-    Write,    // handles are closed, what is dirty goes to the file, the superblock last
-    Discard,  // another process changed the container: what is in memory is worth nothing
-    Fail,     // an opening failed: nothing in memory reached the file or is to reach it
+    Write,  // handles are closed, and what they hold is written
+    Fail,   // an opening failed: nothing in memory reached the file or is to reach it
 };
-// Ends the container on the context, which can be opened again afterwards. File handles stay
-// allocated, without an object, until they are closed or the context goes. The first failure met.
+// Ends the container on the context, and closes its file. File handles stay allocated, without an
+// object, until they are closed or the context goes. The first failure met.
 Status CloseContainer(StorageContext* context, Closing closing);
+// Throws away what memory holds of the open file and reads it again; open handles and searches lose
+// their objects. `locked`: the caller has the file's lock, so that a pending log is replayed and
+// damage marked. After a failure the container is not active, and the file is still open.
+Status ReloadContainer(StorageContext* context, bool locked);
 
 // A heap copy; null when there is no memory.
 WChar* CopyString(const WChar* text);
+// A heap copy of the path that `path` really leads to, or of the text itself when it leads nowhere.
+WChar* CopyRealPath(const WChar* path);
 // The path of the companion log: the text before the last dot (not at the very start), then
 // ".log". A path without such a dot gives ".log" alone, and a dot in a folder's name counts;
 // both are meant so. Null when there is no memory.
@@ -30,6 +35,8 @@ WChar* MakeLogPath(const WChar* path);
 // The container at `path` on an empty context, the log beside it at `logPath` (may be null). Both
 // texts are copied. On failure the context is empty again.
 Status OpenContainer(StorageContext* context, const WChar* path, const WChar* logPath);
+// The container in the context's open file; see ReloadContainer.
+Status LoadContainer(StorageContext* context, bool locked);
 Status FormatContainer(StorageContext* context, const WChar* path, const WChar* logPath,
                        bool overwrite, uint32_t pageSize, const WChar* banner);
 

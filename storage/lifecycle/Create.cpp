@@ -2,6 +2,7 @@
 #include "storage/core/Dates.h"
 #include "storage/core/PageIo.h"
 #include "storage/lifecycle/ContextLife.h"
+#include "storage/lifecycle/Sharing.h"
 #include "storage/namespace/Objects.h"
 
 namespace storage {
@@ -92,7 +93,10 @@ Status FormatSteps(StorageContext* context, bool overwrite, uint32_t pageSize,
     if (context->superblock == nullptr || context->swapBuffer == nullptr) return kNoMemory;
     status = CreateFile(context, overwrite);
     if (status != kOk) return status;
+    status = AttachLock(context);
+    if (status != kOk) return status;
     FillSuperblock(context->Super(), banner);
+    context->seenCounter = context->Super()->transactionCounter;
     status = WritePagesOfNew(context);
     if (status != kOk) return status;
     if (!context->freeCounts.Add(0)) return kNoMemory;
@@ -106,8 +110,8 @@ Status FormatSteps(StorageContext* context, bool overwrite, uint32_t pageSize,
 
 Status FormatContainer(StorageContext* context, const WChar* path, const WChar* logPath,
                        bool overwrite, uint32_t pageSize, const WChar* banner) {
-    context->path = CopyString(path);
-    context->logPath = CopyString(logPath);
+    context->path = CopyRealPath(path);
+    context->logPath = CopyRealPath(logPath);
     const Status status = context->path == nullptr || context->logPath == nullptr
                               ? kNoMemory
                               : FormatSteps(context, overwrite, pageSize, banner);

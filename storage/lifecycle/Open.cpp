@@ -4,6 +4,7 @@
 #include "storage/core/Recovery.h"
 #include "storage/lifecycle/ContextLife.h"
 #include "storage/lifecycle/Locate.h"
+#include "storage/lifecycle/Sharing.h"
 #include "storage/namespace/Objects.h"
 #include "storage/namespace/Records.h"
 
@@ -41,13 +42,15 @@ Status LoadSuperblock(StorageContext* context) {
     return context->Super()->kind == kSuperblockPage ? kOk : kCorrupt;
 }
 
-Status ReplayPendingLog(StorageContext* context) {
-    if (context->Super()->logPending == 0 || context->readOnly) return kOk;
+// Without the lock the log stays, and so it does where it cannot be cleared.
+Status ReplayPendingLog(StorageContext* context, bool locked) {
+    if (context->Super()->logPending == 0 || context->readOnly || !locked) return kOk;
     const bool chained =
         (context->Super()->flags & kFlagChainedLog) != 0 && context->Super()->logChainHead != 0;
     const Status status = chained ? RecoverChained(context) : RecoverSequential(context);
     if (status != kOk) return status;
     context->Super()->logPending = 0;
+    context->seenCounter = ++context->Super()->transactionCounter;
     // At once: the log is gone, and must not be looked for again once its pages have new owners.
     return WriteSuperblock(context);
 }
@@ -87,26 +90,29 @@ Status OpenRoot(StorageContext* context) {
     return status;
 }
 
-Status OpenSteps(StorageContext* context) {
-    Status status = OpenContainerFile(context, context->path);
-    if (status == kOk) status = MeasureFile(context);
+}  // namespace
+
+Status LoadContainer(StorageContext* context, bool locked) {
+    Status status = MeasureFile(context);
     if (status == kOk) status = LoadSuperblock(context);
     if (status != kOk) return status;
     context->active = true;
+    context->seenCounter = context->Super()->transactionCounter;
     context->knownPages = kUnknownPages;
     context->logInFile = context->Super()->inFileLog != 0;
-    status = ReplayPendingLog(context);
+    status = ReplayPendingLog(context, locked);
     return status == kOk ? OpenRoot(context) : status;
 }
 
-}  // namespace
-
 Status OpenContainer(StorageContext* context, const WChar* path, const WChar* logPath) {
-    context->path = CopyString(path);
-    context->logPath = logPath == nullptr ? nullptr : CopyString(logPath);
+    // Where the file is, not what it was called: the program may change its folder.
+    context->path = CopyRealPath(path);
+    context->logPath = logPath == nullptr ? nullptr : CopyRealPath(logPath);
     Status status = context->path == nullptr || (logPath != nullptr && context->logPath == nullptr)
                         ? kNoMemory
-                        : OpenSteps(context);
+                        : OpenContainerFile(context, context->path);
+    if (status == kOk) status = AttachLock(context);
+    if (status == kOk) status = LoadShared(context);
     if (status != kOk) CloseContainer(context, Closing::Fail);
     return status;
 }

@@ -1,16 +1,36 @@
 #include "storage/lifecycle/RunLock.h"
 
+#include "storage/core/PageIo.h"
+#include "storage/lifecycle/ContextLife.h"
 #include "storage/lifecycle/Sharing.h"
 
 namespace storage {
 
-// The file's own lock is not there yet: every run is let through.
-Status LockFileForRun(platform::PageFile*, const WChar*, RunLock) {
-    return kOk;
+RunLock::~RunLock() {
+    if (context_ == nullptr) return;
+    CloseContainer(context_, Closing::Fail);
+    DestroyContext(context_);
+}
+
+// On an opening of its own: a check reads the file through one that need not be able to write.
+Status RunLock::Take(const WChar* path) {
+    context_ = MakeContext();
+    if (context_ == nullptr) return kNoMemory;
+    context_->path = CopyRealPath(path);
+    if (context_->path == nullptr) return kNoMemory;
+    Status status = OpenContainerFile(context_, context_->path);
+    if (status == kOk) status = AttachLock(context_);
+    if (status != kOk) return status;
+    const auto result = context_->lock->Acquire(kRunLockWait, nullptr);
+    const bool granted = result == platform::FileLock::Result::Granted ||
+                         result == platform::FileLock::Result::OwnerDied;
+    return granted ? kOk : kSharing;
 }
 
 Status LockContainerForRun(StorageContext* context) {
-    const Status status = GetContainerLock(context);
+    LockPatience patience;
+    patience.milliseconds = kRunLockWait;
+    const Status status = GetContainerLock(context, patience);
     return status == kInternal ? kSharing : status;
 }
 

@@ -5,15 +5,25 @@
 
 namespace storage {
 
-enum class RunLock {
-    Shared,     // nobody writes meanwhile
-    Exclusive,  // nobody else uses the container meanwhile
-};
 inline constexpr uint32_t kRunLockWait = 5000;  // milliseconds
 
-// Locks an open container file until it is closed. kSharing when somebody has it for longer than
-// kRunLockWait.
-Status LockFileForRun(platform::PageFile* file, const WChar* path, RunLock how);
+// The lock of a container file for a run that has no open container, held until the object goes.
+// Who may not write the file does not keep others from it either: such a run is given the lock and
+// finds out for itself whether the file moved.
+class RunLock {
+  public:
+    RunLock() = default;
+    ~RunLock();
+    RunLock(const RunLock&) = delete;
+    RunLock& operator=(const RunLock&) = delete;
+
+    // kSharing when somebody has it for longer than kRunLockWait.
+    Status Take(const WChar* path);
+
+  private:
+    StorageContext* context_ = nullptr;
+};
+
 // The same for an open container, until ReleaseContainerLock.
 Status LockContainerForRun(StorageContext* context);
 

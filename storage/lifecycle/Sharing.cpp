@@ -1,15 +1,19 @@
 #include "storage/lifecycle/Sharing.h"
 
 #include <atomic>
+#include <chrono>
+#include <thread>
 
 #include "Shared/security/LowIntegrityResource.h"
+#include "storage/core/PageCache.h"
+#include "storage/core/PageIo.h"
+#include "storage/core/PageMap.h"
 #include "storage/lifecycle/ContextLife.h"
 
 namespace storage {
 
 namespace {
 
-constexpr uint32_t kLockWait = 60000;  // milliseconds
 constexpr size_t kNameUnits = 260;
 constexpr WChar kMutexPrefix[] = WTEXT("Varnhold-TARN_MP_LOCK_");
 constexpr WChar kGenerationPrefix[] = WTEXT("Varnhold-TARN_MP_MMF_VERSION_");
@@ -21,7 +25,7 @@ WChar Mangle(WChar unit) {
 }
 
 // The name of a shared object. What passes the buffer is cut: two such paths then share their
-// objects, which costs reloads and no more.
+// objects, which costs waits and no more.
 struct SharedName {
     WChar text[kNameUnits];
 
@@ -33,119 +37,316 @@ struct SharedName {
     }
 };
 
-// The caller holds containerLock.
 Status OpenMutex(StorageContext* context) {
-    if (context->lockMutex != nullptr) return kOk;
-    if (context->path == nullptr) return kInternal;
+    if (!platform::HasNamedObjects()) return kOk;
     const SharedName name(kMutexPrefix, context->path);
-    const platform::Handle mutex =
+    context->lockMutex =
         CreateLowIntegrityResource(static_cast<uint32_t>(ResourceType::Mutex), name.text, 0);
-    if (!platform::IsValid(mutex)) return kInternal;
-    context->lockMutex = mutex;
-    return kOk;
+    if (platform::IsValid(context->lockMutex)) return kOk;
+    context->lockMutex = nullptr;
+    return kInternal;
 }
 
-// The caller holds containerLock and the mutex, so that one process at a time makes the word.
-Status OpenGeneration(StorageContext* context) {
-    if (context->sharedGeneration != nullptr) return kOk;
-    if (context->path == nullptr) return kInternal;
+// With the lock held, so that one process at a time makes the word.
+void OpenGeneration(StorageContext* context) {
+    if (context->sharedGeneration != nullptr || !platform::HasNamedObjects()) return;
     const SharedName name(kGenerationPrefix, context->path);
     if (!platform::IsValid(context->sharedMapping))
         context->sharedMapping = platform::OpenSharedWord(name.text);
     if (!platform::IsValid(context->sharedMapping))
         context->sharedMapping = CreateLowIntegrityResource(
             static_cast<uint32_t>(ResourceType::FileMapping), name.text, 0);
-    if (!platform::IsValid(context->sharedMapping)) {
+    if (platform::IsValid(context->sharedMapping))
+        context->sharedGeneration = platform::MapSharedWord(context->sharedMapping);
+    else
         context->sharedMapping = nullptr;
-        return kInternal;
-    }
-    context->sharedGeneration = platform::MapSharedWord(context->sharedMapping);
-    return context->sharedGeneration != nullptr ? kOk : kInternal;
 }
 
-uint32_t LoadGeneration(const StorageContext* context) {
-    return std::atomic_ref<uint32_t>(*context->sharedGeneration).load();
+// Programs that watch the shared word see it move; page 1 is what we ourselves go by.
+void PublishGeneration(StorageContext* context) {
+    if (context->sharedGeneration == nullptr) return;
+    std::atomic_ref<uint32_t> word(*context->sharedGeneration);
+    const uint32_t next = word.load() + 1;
+    word.store(next < 0xFFFFFFFF && next != 0 ? next : 2);
 }
 
-// Throws away what memory holds of the container and opens it again. Open handles and searches
-// lose their objects.
-Status Reload(StorageContext* context) {
-    const uint32_t generation = LoadGeneration(context);
-    WChar* path = CopyString(context->path);
-    if (path == nullptr) return kOk;  // the old state is kept
-    WChar* logPath = MakeLogPath(path);
-    CloseContainer(context, Closing::Discard);
-    Status status = logPath == nullptr ? kNoMemory : OpenContainer(context, path, logPath);
-    context->seenGeneration = status == kOk ? generation : 0;
-    platform::HeapRelease(logPath);
-    if (context->path == nullptr) {
-        context->path = path;
-    } else {
-        platform::HeapRelease(path);
-    }
-    return status;
-}
+struct ChangeMark {
+    uint32_t counter = 0;
+    bool changing = false;
+    bool logPending = false;
+};
 
-// `ownerDied`: what the dead owner wrote has no generation of its own. Everybody reads again.
-Status EnterLocked(StorageContext* context, bool ownerDied) {
-    const std::lock_guard guard(context->containerLock);
-    // The word is gone with its last user, so that what others wrote and closed before the first
-    // lock cannot be told from nothing.
-    const bool firstLock = context->sharedGeneration == nullptr;
-    Status status = OpenGeneration(context);
-    if (status != kOk) return status;
-    if (firstLock || ownerDied || context->seenGeneration != LoadGeneration(context) || !context->active)
-        status = Reload(context);
-    if (status != kOk) return status;
-    if (ownerDied) context->wroteSinceLock = true;
-    ++context->lockDepth;
+// Page 1 as it stands in the file.
+Status ReadMark(StorageContext* context, ChangeMark* mark) {
+    Superblock super;
+    const uint64_t offset =
+        (uint64_t{context->basePage} + kSuperblockNumber) * context->pageSize;
+    uint32_t done = 0;
+    const platform::Error error = context->file->Read(offset, &super, sizeof super, &done);
+    if (error != 0) return static_cast<Status>(error);
+    const bool swapped = context->byteSwapped;
+    const uint16_t kind = swapped ? Swap16(super.kind) : super.kind;
+    if (done != sizeof super || kind != kSuperblockPage) return kCorrupt;
+    mark->counter = swapped ? Swap32(super.transactionCounter) : super.transactionCounter;
+    mark->changing = super.changing != 0;
+    mark->logPending = super.logPending != 0;
     return kOk;
 }
 
-void PublishWrites(StorageContext* context) {
-    if (context->sharedGeneration == nullptr || !context->wroteSinceLock) return;
-    const uint32_t next = LoadGeneration(context) + 1;
-    context->seenGeneration = next < 0xFFFFFFFF && next != 0 ? next : 2;
-    std::atomic_ref<uint32_t>(*context->sharedGeneration).store(context->seenGeneration);
+bool FileHasShrunk(StorageContext* context) {
+    uint64_t size = 0;
+    if (context->file->Size(&size) != 0) return true;
+    return (size >> context->pageShift) < uint64_t{context->basePage} + context->totalPages;
+}
+
+// Memory in line with the file. The lock is held, or (`locked` false) the look is a passing one.
+Status Reload(StorageContext* context, bool locked) {
+    const Status status = ReloadContainer(context, locked);
+    context->stale = status != kOk;
+    return status;
+}
+
+// Who has the lock for writing ends what a writer that died had begun: the file is whole, only
+// page 1 still says that a change is under way.
+Status EndForeignChange(StorageContext* context) {
+    if (context->readOnly || context->Super()->changing == 0) return kOk;
+    context->changing = true;
+    return EndChange(context);
+}
+
+// A reader that may not write waits here for the change to end; nobody can keep it from the file.
+Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t milliseconds) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::milliseconds(milliseconds);
+    for (;;) {
+        const Status status = ReadMark(context, mark);
+        if (status != kOk) return status;
+        // A writer that is no more left a whole file.
+        if (!mark->changing || !context->file->IsMarkedElsewhere()) return kOk;
+        if (Clock::now() >= end) return kSharing;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+}
+
+// After the lock was taken. Memory is brought up to date.
+Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience) {
+    OpenGeneration(context);
+    if (!context->file->IsAt(context->path)) return kInternal;
+    // A file that could not be read the last time is tried again.
+    if (!context->active) return Reload(context, true);
+    ChangeMark mark;
+    Status status = context->readOnly ? WaitForQuiet(context, &mark, patience)
+                                      : ReadMark(context, &mark);
+    if (status != kOk) return status;
+    const bool moved = mark.counter != context->seenCounter || mark.changing || mark.logPending;
+    const bool unfit = context->stale || (context->inlineEntries && !context->readOnly);
+    if (unfit || ownerDied || moved || FileHasShrunk(context))
+        status = Reload(context, true);
+    if (status == kOk) status = EndForeignChange(context);
+    if (status == kOk && ownerDied) context->wroteSinceLock = true;
+    return status;
+}
+
+// Before the lock is let go: nothing that is not in the file may stay to be written later.
+void SettleBeforeRelease(StorageContext* context) {
+    if (!context->active || context->readOnly) return;
+    for (StorageTransaction* t = context->transactions.head; t != nullptr; t = t->next)
+        if (t->writes && t->pageCount != 0) t->failure = kSharing;
+    if (context->transactions.Empty() && !context->dirtyMapPages.Empty() && !context->stale &&
+        BeginChange(context) == kOk)
+        FlushMapPages(context);
+    EndChange(context);
+    if (context->wroteSinceLock) PublishGeneration(context);
     if (context->grewSinceFlush && context->file != nullptr) context->file->Flush();
-    context->grewSinceFlush = false;
-    context->wroteSinceLock = false;
+    context->grewSinceFlush = context->wroteSinceLock = false;
+}
+
+bool Granted(platform::FileLock::Result result) {
+    return result == platform::FileLock::Result::Granted ||
+           result == platform::FileLock::Result::OwnerDied;
 }
 
 }  // namespace
 
-Status GetContainerLock(StorageContext* context) {
-    {
-        const std::lock_guard guard(context->containerLock);
-        if (OpenMutex(context) != kOk) return kInternal;
-    }
-    // Not under containerLock: the owner needs that to get on and let the mutex go.
-    const platform::WaitResult result = platform::WaitForMutex(context->lockMutex, kLockWait);
-    const bool ownerDied = result == platform::WaitResult::Abandoned;
-    if (result != platform::WaitResult::Granted && !ownerDied) return kInternal;
-    const Status status = EnterLocked(context, ownerDied);
-    if (status != kOk) platform::ReleaseNamedMutex(context->lockMutex);
-    return status;
+Status AttachLock(StorageContext* context) {
+    const Status status = OpenMutex(context);
+    if (status != kOk) return status;
+    context->lock = new platform::FileLock(context->file, context->lockMutex);
+    return context->lock != nullptr && context->lock->Join() ? kOk : kNoMemory;
 }
 
-Status ReleaseContainerLock(StorageContext* context) {
-    const std::lock_guard guard(context->containerLock);
-    if (context->lockMutex == nullptr) return kInternal;
-    PublishWrites(context);
-    if (context->lockDepth > 0) --context->lockDepth;
-    platform::ReleaseNamedMutex(context->lockMutex);
-    return kOk;
-}
-
-void CloseSharedObjects(StorageContext* context) {
-    if (context->lockDepth > 0) PublishWrites(context);
-    for (; context->lockDepth > 0; --context->lockDepth)
-        platform::ReleaseNamedMutex(context->lockMutex);
+void DetachLock(StorageContext* context) {
+    if (context->lock != nullptr && context->lock->IsHeld()) SettleBeforeRelease(context);
+    delete context->lock;
+    context->lock = nullptr;
     if (context->sharedGeneration != nullptr) platform::UnmapSharedWord(context->sharedGeneration);
     if (context->sharedMapping != nullptr) platform::CloseSharedWord(context->sharedMapping);
     if (context->lockMutex != nullptr) platform::CloseNamedMutex(context->lockMutex);
     context->sharedGeneration = nullptr;
     context->sharedMapping = context->lockMutex = nullptr;
+    context->implicitLock = false;
+    context->writers = 0;
+}
+
+Status GetContainerLock(StorageContext* context, const LockPatience& patience) {
+    platform::FileLock* lock = context->lock;
+    if (lock == nullptr) return kInternal;
+    const bool nested = lock->IsMine() && !context->implicitLock;
+    // Not under containerLock: the owner needs that to get on and let the lock go.
+    const auto result = lock->Acquire(patience.milliseconds, patience.waiting);
+    if (!Granted(result)) return kInternal;
+    if (nested) return kOk;
+    const std::lock_guard guard(context->containerLock);
+    const bool ownerDied = result == platform::FileLock::Result::OwnerDied;
+    const Status status = EnterLocked(context, ownerDied, patience.milliseconds);
+    context->everLocked = true;
+    if (status != kOk) lock->Release();
+    return status;
+}
+
+Status ReleaseContainerLock(StorageContext* context) {
+    platform::FileLock* lock = context->lock;
+    if (lock == nullptr) return kInternal;
+    const std::lock_guard guard(context->containerLock);
+    if (!lock->IsMine()) return context->everLocked && !lock->IsHeld() ? kOk : kInternal;
+    if (lock->Depth() == 1) SettleBeforeRelease(context);
+    return lock->Release() ? kOk : kInternal;
+}
+
+bool IsLockedByOthers(const StorageContext* context) {
+    return context->lock != nullptr && context->lock->IsHeld() && !context->lock->IsMine();
+}
+
+Status EnterWrite(StorageContext* context, bool mayReload) {
+    if (context->lock == nullptr) return kOk;
+    if (!context->lock->IsHeld()) {
+        if (!Granted(context->lock->Acquire(kLockWait, nullptr))) return kSharing;
+        context->implicitLock = true;
+        Status status = kOk;
+        if (mayReload) {
+            status = EnterLocked(context, false, kLockWait);
+        } else {
+            ChangeMark mark;
+            status = ReadMark(context, &mark);
+            if (status == kOk && (context->stale || mark.counter != context->seenCounter))
+                status = kSharing;
+        }
+        if (status != kOk) {
+            context->implicitLock = false;
+            context->lock->Release();
+            return status;
+        }
+    } else if (context->stale && mayReload) {
+        const Status status = Reload(context, true);
+        if (status != kOk) return status;
+    } else if (context->stale) {
+        return kSharing;
+    }
+    ++context->writers;
+    return kOk;
+}
+
+void LeaveWrite(StorageContext* context) {
+    if (context->writers > 0) --context->writers;
+    if (context->writers != 0 || !context->implicitLock) return;
+    context->implicitLock = false;
+    SettleBeforeRelease(context);
+    // A file may be closed by another thread than the one that opened it.
+    if (!context->lock->Release()) context->lock->ReleaseAll();
+}
+
+Status MakeUsable(StorageContext* context) {
+    if (context->active && !context->stale) return kOk;
+    if (context->lock == nullptr) return context->active ? kOk : kNotOpen;
+    // Operations at work go on with what they have.
+    if (context->active && (context->writers != 0 || context->reading != 0)) return kOk;
+    return Reload(context, context->IsLocked());
+}
+
+namespace {
+
+// A read under the lock of a reader who may not write: nothing keeps the writers off, so that the
+// state it began with must still be there.
+Status ReadUnderWeakLock(StorageContext* context) {
+    ChangeMark mark;
+    const Status status = ReadMark(context, &mark);
+    if (status != kOk) return status;
+    const bool same = mark.counter == context->seenCounter &&
+                      (!mark.changing || !context->file->IsMarkedElsewhere());
+    return same ? kOk : kLockLost;
+}
+
+Status CatchUp(StorageContext* context) {
+    ChangeMark mark;
+    const Status status = ReadMark(context, &mark);
+    if (status != kOk) return status;
+    // Only a live writer is worth waiting for; what a dead one left needs no end to be read, but
+    // one that may write does end it, under the lock.
+    if (mark.changing || mark.logPending) {
+        if (!context->readOnly || context->file->IsMarkedElsewhere()) return kSharing;
+    }
+    if (context->stale || mark.counter != context->seenCounter) return Reload(context, false);
+    return kOk;
+}
+
+}  // namespace
+
+Status BeginRead(StorageContext* context) {
+    context->readsBefore = context->pageReads;
+    Status status = kOk;
+    if (!context->active) {
+        status = MakeUsable(context);
+    } else if (context->IsLocked()) {
+        if (context->readOnly) status = ReadUnderWeakLock(context);
+        if (status == kOk && context->stale) status = Reload(context, true);
+    } else {
+        status = CatchUp(context);
+    }
+    if (status != kOk) return status;
+    ++context->reading;
+    return kOk;
+}
+
+Status EndRead(StorageContext* context, Status result) {
+    --context->reading;
+    if (context->IsLocked() && !context->readOnly) return kOk;
+    // Damage is only told by one who has the lock: what looks like it may be a change under way.
+    const bool doubtful = result == kCorrupt;
+    if (context->pageReads == context->readsBefore && !doubtful) return kOk;
+    ChangeMark mark;
+    Status status = ReadMark(context, &mark);
+    if (status == kOk && (mark.counter != context->seenCounter ||
+                          (mark.changing && context->file->IsMarkedElsewhere())))
+        status = kSharing;
+    if (status == kOk && doubtful && !context->readOnly) status = kSharing;
+    if (status != kOk) context->stale = true;
+    return status == kOk ? kOk : kSharing;
+}
+
+Status LoadShared(StorageContext* context) {
+    constexpr int kTries = 20;
+    for (int i = 0; i < kTries; ++i) {
+        Status status = ReloadContainer(context, false);
+        ChangeMark mark;
+        if (status == kOk) status = ReadMark(context, &mark);
+        const bool ends = mark.changing || mark.logPending;
+        if (status == kOk && mark.counter == context->seenCounter) {
+            if (!ends || (context->readOnly && !context->file->IsMarkedElsewhere())) return kOk;
+            if (!context->file->IsMarkedElsewhere()) break;
+        }
+        // What is no container at all needs no second look, and damage is told under the lock.
+        if (status == kNotContainer || status == kNoMemory || status > 0) return status;
+        if (status != kOk && !context->file->IsMarkedElsewhere()) break;
+        std::this_thread::sleep_for(std::chrono::microseconds(100 << (i < 5 ? i : 5)));
+    }
+    if (context->readOnly) return ReloadContainer(context, false);
+    const auto result = context->lock->Acquire(kLockWait, nullptr);
+    if (!Granted(result)) return kSharing;
+    Status status = ReloadContainer(context, true);
+    if (status == kOk) status = EndForeignChange(context);
+    if (status == kOk) SettleBeforeRelease(context);
+    context->lock->Release();
+    return status;
 }
 
 }  // namespace storage

@@ -30,7 +30,10 @@ Status OnContainer(StorageContext* container, Operation operation) {
 // The same on an open container.
 template <class Operation>
 Status OnOpenContainer(StorageContext* container, Operation operation) {
-    return OnContainer(container, [&] { return container->active ? operation() : kNotOpen; });
+    return OnContainer(container, [&] {
+        const Status status = MakeUsable(container);
+        return status == kOk ? operation() : status;
+    });
 }
 
 template <class Operation>
@@ -59,11 +62,12 @@ Status SeekPosition(const FileHandle* file, int32_t offset, uint16_t origin, uin
 
 Status CompactScanned(StorageContext* container, uint8_t* done, void* userData = nullptr,
                       CompactProgress progress = nullptr) {
-    if (container->knownPages == kUnknownPages) {
-        const Status status = ScanPageMap(container, true, 0);
-        if (status != kOk) return status;
-    }
-    return CompactPages(container, done, userData, progress);
+    Status status = container->readOnly ? kReadOnly : EnterWrite(container, true);
+    if (status != kOk) return status;
+    if (container->knownPages == kUnknownPages) status = ScanPageMap(container, true, 0);
+    if (status == kOk) status = CompactPages(container, done, userData, progress);
+    LeaveWrite(container);
+    return status;
 }
 
 }  // namespace
@@ -181,7 +185,7 @@ Status StorageWriteFile(FileHandle* file, const void* buffer, uint32_t count, ui
 
 Status StorageFindFirst(StorageContext* container, StorageSearchStruct* record, const WChar* path,
                         uint32_t attributeMask, int32_t flags) {
-    return OnContainer(container, [&] {
+    return OnOpenContainer(container, [&] {
         if (record == nullptr || path == nullptr) return kInvalid;
         return FindFirst(container, record, path, attributeMask, static_cast<uint32_t>(flags));
     });
@@ -303,7 +307,8 @@ Status StorageCompactFile(const WChar* path, void* userData, CompactProgress pro
     return status == kOk ? closed : status;
 }
 
-StorageFunctionTable g_storageFunctions = {
+StorageFunctionTable OwnFunctions() {
+    return {
     StorageIsCorrupted,     StorageSetCaseSensitive,  StorageClose,
     StorageGetLock,         StorageReleaseLock,       StorageCreateFile,
     StorageCloseFile,       StorageGetFileAttributes, StorageOpenFile,
@@ -315,5 +320,8 @@ StorageFunctionTable g_storageFunctions = {
     StorageDeleteDirectory, StorageCreateDirectory,   StorageGetFileId,
     StorageCompact,
 };
+}
+
+StorageFunctionTable g_storageFunctions = OwnFunctions();
 
 }  // namespace storage

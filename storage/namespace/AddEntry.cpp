@@ -11,13 +11,13 @@ namespace storage {
 
 namespace {
 
-// An id reaches the disk before it is used: it is never handed out twice, not even after a roll
-// back.
+// The id reaches the disk with page 1, which a commit writes before anything that bears it. After a
+// roll back it is skipped: no id is handed out twice.
 Status NewFileId(StorageContext* context, uint32_t* id) {
     Superblock* superblock = context->Super();
     if (superblock->lastFileId == UINT32_MAX) return kFull;
     *id = ++superblock->lastFileId;
-    return WriteSuperblock(context);
+    return kOk;
 }
 
 void FillHeaderPage(CachePage* page, uint32_t fileId, uint32_t parentId, uint32_t entryPage) {
@@ -115,7 +115,7 @@ Status FindPlace(FileObject* directory, const NewEntry& wanted, FileObject** exi
         *existing = nullptr;
         return kExists;
     }
-    return *existing == nullptr && directory->context->readOnly ? kReadOnly : kOk;
+    return *existing == nullptr && !directory->context->MayChange() ? kReadOnly : kOk;
 }
 
 // The pages that name the object's EntryPage or directory.

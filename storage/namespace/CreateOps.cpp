@@ -15,7 +15,6 @@ namespace {
 struct OpenExtras {
     bool truncate;
     bool isNew;  // there is nothing to truncate
-    bool renew;  // make final what opening changed
 };
 
 Status TruncateStream(FileHandle* handle, bool isNew) {
@@ -24,29 +23,22 @@ Status TruncateStream(FileHandle* handle, bool isNew) {
     return isNew ? kOk : SetFileSize(object, handle->position, object->transaction);
 }
 
-// What opening changed becomes final, and the handle starts with a transaction that is empty.
-Status RenewTransaction(FileObject* object) {
-    if (object->transaction->pageCount == 0) return kOk;
-    const Status status = CommitTransaction(object->context, object->transaction);
-    const Status begun = EnsureOwnTransaction(object);  // also for the other handles' sake
-    return status != kOk ? status : begun;
-}
-
 // A handle on a referenced object; its references are the caller's to keep or give back.
 Status OpenObject(FileObject* object, const FileAccess& access, const OpenExtras& extras,
                   FileHandle** file) {
-    const bool began = object->transaction == nullptr;
-    Status status = EnsureOwnTransaction(object);
+    const bool began = object->transaction == nullptr && access.wantWrite;
+    Status status = began ? EnsureOwnTransaction(object) : kOk;
     if (status != kOk) return status;
     FileHandle* handle = nullptr;
     status = OpenStream(object, &handle, access.wantRead, access.wantWrite, access.denyRead,
                         access.denyWrite);
     if (status != kOk) {
-        if (began) RollbackTransaction(object->context, object->transaction);
+        StorageTransaction* own = began ? object->transaction : nullptr;
+        if (own != nullptr && own->mode == TransactionMode::HeldByFile)
+            RollbackTransaction(object->context, own);
         return status;
     }
     if (extras.truncate) status = TruncateStream(handle, extras.isNew);
-    if (status == kOk && extras.renew) status = RenewTransaction(object);
     if (status != kOk) {
         AbandonStream(handle, false, status);
         FreeHandle(handle);
@@ -96,7 +88,7 @@ Status CreateFileAt(StorageContext* context, const WChar* path, const FileAccess
     status = operation.EndTransaction(status);
     // A roll back takes an object away that it made.
     if (id != 0 && status != kOk) object = context->objects->fileObjects.Find(id);
-    if (status == kOk) status = OpenObject(object, access, {truncate, created, true}, file);
+    if (status == kOk) status = OpenObject(object, access, {truncate, created}, file);
     if (status != kOk && object != nullptr) {
         --object->references;
         SettleObject(object);

@@ -148,10 +148,14 @@ Status LoadFromRecord(FileObject* directory, StorageTransaction* transaction) {
     if (status != kOk || place.page == nullptr) return status;
     uint32_t link = place.Link();
     const uint32_t inlineEntries = link == 0 ? place.PayloadSize() / kEntrySize : 0;
-    if (inlineEntries != 0 && context->readOnly)
+    // They are read where they stand unless something may be written.
+    const bool spills = context->MayChange() && context->IsLocked();
+    if (inlineEntries != 0 && !spills) {
         status = LoadEntries(directory, place.Payload(), inlineEntries, 0);
+        context->inlineEntries = true;
+    }
     ReleasePage(context, place.page);
-    if (inlineEntries != 0 && !context->readOnly) {
+    if (inlineEntries != 0 && spills) {
         status = SpillInlineEntries(directory);
         if (status == kOk)
             status = FindRecord(directory, kDirectoryRecord, &place, 0, true, transaction);

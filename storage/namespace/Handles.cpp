@@ -23,7 +23,11 @@ Status EnsureStreamRecord(FileObject* object) {
     Status status = FindRecord(object, object->streamType, &place, 0, false, object->transaction);
     const bool missing = place.page == nullptr;
     ReleasePage(object->context, place.page);
-    if (status == kOk && missing)
+    if (status != kOk) return status;
+    // A reader makes nothing: to it a stream that is not there is empty.
+    if (missing && object->transaction == nullptr)
+        return object->context->readOnly ? kReadOnly : kOk;
+    if (missing)
         status = AddRecord(object, object->streamType, nullptr, 0, nullptr, object->transaction);
     if (status == kOk) object->flags |= kStreamReady;
     return status;
@@ -83,6 +87,8 @@ Status AbandonStream(FileHandle* handle, bool releaseChain, Status error) {
             status = CommitTransaction(object->context, own);
         else
             RollbackTransaction(object->context, own);
+    } else if (status != kOk && own != nullptr) {
+        own->failure = status;  // of a batch, or of the other handles on the object
     }
     if (releaseChain) ReleaseObjectChain(object);
     return status;

@@ -109,7 +109,12 @@ Status JoinTransaction(StorageTransaction* transaction, FileObject* object) {
 }
 
 Status EnsureOwnTransaction(FileObject* object) {
-    if (object->transaction != nullptr) return kOk;
+    if (object->transaction != nullptr || object->context->reading != 0) return kOk;
+    if (StorageTransaction* batch = object->context->batch) {
+        const Status status = JoinTransaction(batch, object);
+        if (status == kOk) object->flags |= kStreamChanged;
+        return status;
+    }
     StorageTransaction* transaction = nullptr;
     Status status = BeginTransaction(object->context, &transaction, TransactionMode::HeldByFile);
     if (status != kOk) return status;

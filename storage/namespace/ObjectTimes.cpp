@@ -9,7 +9,7 @@ Status TouchTimes(FileObject* object, StorageTransaction* transaction) {
     RecordPlace place;
     Status status = FindRecord(object, kFileInfoRecord, &place, 0, true, transaction);
     if (status != kOk) return status;
-    status = MarkPageChanged(object->context, place.page);
+    status = MarkPageTouched(object->context, place.page);
     if (status == kOk) {
         const double now = CurrentDate();
         Store(place.Bytes(), record::kModified, now);

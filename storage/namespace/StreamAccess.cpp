@@ -13,30 +13,13 @@ namespace {
 Status NoteAccess(FileObject* object) {
     StorageContext* context = object->context;
     context->lastAccess = CurrentDate();
-    if (!context->updateAccessTime || context->readOnly || object->transaction == nullptr)
+    if (!context->updateAccessTime || !context->MayChange() || object->transaction == nullptr)
         return kOk;
     PinnedRecord info(context);
     Status status = FindFileInfo(object, &info, object->transaction);
-    if (status == kOk) status = MarkPageChanged(context, info.page);
+    if (status == kOk) status = MarkPageTouched(context, info.page);
     if (status == kOk) Store(info.Bytes(), record::kAccessed, context->lastAccess);
     return status;
-}
-
-// The first block of a read. A read inside the size but past what is stored extends the stream,
-// which is meant; but not where nothing may be written, and not by more than the container holds
-// now, since a damaged size must not fill the disk.
-Status GetFirstBlock(FileHandle* handle) {
-    FileObject* object = handle->object;
-    StorageContext* context = object->context;
-    const uint64_t position = handle->position;
-    Status status = GetBlock(object, position, &handle->block, false, object->transaction);
-    if (status != kEndOfData || context->readOnly) return status;
-    const uint64_t most = uint64_t{context->totalPages} * context->payloadSize;
-    if (position - object->streamEnd > most) return status;
-    status = EnsureOwnTransaction(object);
-    if (status == kOk)
-        status = GetBlock(object, position, &handle->block, true, object->transaction);
-    return status == kFull ? kEndOfData : status;
 }
 
 // Copies from the handle's block; bytes of the block that are not stored are zeros.
@@ -96,9 +79,7 @@ Status ReadStream(FileHandle* handle, void* buffer, uint32_t count, uint32_t* do
     uint8_t* to = static_cast<uint8_t*>(buffer);
     count = static_cast<uint32_t>(std::min<uint64_t>(count, size - handle->position));
     while (*done < count) {
-        status = *done == 0 ? GetFirstBlock(handle)
-                            : GetBlock(object, handle->position, &handle->block, false,
-                                       object->transaction);
+        status = GetBlock(object, handle->position, &handle->block, false, object->transaction);
         if (status != kOk && status != kEndOfData) return status;
         uint32_t copied = count - *done;
         if (status == kOk)
@@ -111,14 +92,11 @@ Status ReadStream(FileHandle* handle, void* buffer, uint32_t count, uint32_t* do
     return kOk;
 }
 
-Status WriteStream(FileHandle* handle, const void* buffer, uint32_t count, uint32_t* done) {
-    *done = 0;
+namespace {
+
+Status WriteAt(FileHandle* handle, const void* buffer, uint32_t count, uint32_t* done) {
     FileObject* object = handle->object;
-    if (object == nullptr) return kNoObject;
-    if (!handle->canWrite) return kAccess;
-    if (object->context->readOnly) return kReadOnly;
-    Status status = EnsureOwnTransaction(object);
-    if (status == kOk) status = ComputeStreamEnd(object, object->transaction);
+    Status status = ComputeStreamEnd(object, object->transaction);
     if (status == kOk)
         status = CopyToStream(handle, static_cast<const uint8_t*>(buffer), count, done);
     if (status != kOk) return status;
@@ -129,6 +107,23 @@ Status WriteStream(FileHandle* handle, const void* buffer, uint32_t count, uint3
         object->streamEnd = std::max(object->streamEnd, position);
     }
     return WriteSize(object, std::max(object->size, position), true, object->transaction);
+}
+
+}  // namespace
+
+Status WriteStream(FileHandle* handle, const void* buffer, uint32_t count, uint32_t* done) {
+    *done = 0;
+    FileObject* object = handle->object;
+    if (object == nullptr) return kNoObject;
+    if (!handle->canWrite) return kAccess;
+    if (!object->context->MayChange()) return kReadOnly;
+    Status status = EnsureOwnTransaction(object);
+    if (status != kOk) return status;
+    const uint32_t before = object->context->changes;
+    status = WriteAt(handle, buffer, count, done);
+    // What was written in part is not to become final with the close of the file.
+    if (status != kOk && *done + (object->context->changes - before) != 0 && object->transaction != nullptr) object->transaction->failure = status;
+    return status;
 }
 
 }  // namespace storage

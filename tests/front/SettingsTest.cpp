@@ -136,8 +136,11 @@ TEST_F(Settings, StringsLoseTheTerminatorsAtTheirEnd) {
 }
 
 TEST_F(Settings, ASettingWithoutItsKeyFails) {
-    EXPECT_EQ(file->SetString(WTEXT("\\none"), WTEXT("v"), WTEXT("x"), false), FSSTATUS_FAILED);
-    EXPECT_FALSE(file->KeyExists(WTEXT("\\none")));
+    for (const WString key : {WTEXT("\\none"), WTEXT("\\none\\below")}) {
+        EXPECT_EQ(file->SetString(key, WTEXT("v"), WTEXT("x"), false), FSSTATUS_NOT_FOUND);
+        EXPECT_EQ(file->SetRawValue(key, WTEXT("v"), {1}, kRegSz), FSSTATUS_NOT_FOUND);
+        EXPECT_FALSE(file->KeyExists(key));
+    }
 }
 
 TEST_F(Settings, MultiStringsLoseTheirEmptyStrings) {

@@ -5,6 +5,7 @@
 #include "W32Utils/Security.h"
 #include "platform/Heap.h"
 #include "tests/hive/HiveFixture.h"
+#include "tests/support/ChildProcess.h"
 
 namespace hive {
 namespace {
@@ -270,23 +271,23 @@ void GiveUp(const wchar_t* name) {
     ::CloseHandle(token);
 }
 
-// Runs in a process of its own, which ends with the status of opening.
-[[noreturn]] void OpenWithout(const wchar_t* privilege, const std::wstring& file) {
-    GiveUp(privilege);
+// PRIVILEGE FILE: opens and closes a store without the privilege, which cannot be had back. The
+// status of both, if they are the same and nothing else was changed.
+const support::ChildRole kOpenWithout("open-without", [](const std::vector<std::string>& words) {
+    GiveUp(platform::FromUtf8(words[0]).c_str());
     const std::string before = support::ProcessState::Privileges();
     FsHiveRegistryImpl store(kMount);
-    const FBR_STATUS opened = store.FBR_InitialiseEx(file.c_str());
+    const FBR_STATUS opened = store.FBR_InitialiseEx(platform::FromUtf8(words[1]).c_str());
     const FBR_STATUS closed = store.FBR_DeInitialiseEx();
     const bool clean = support::ProcessState::Privileges() == before;
-    ::ExitProcess(opened == closed && clean ? opened : 99);
-}
+    return opened == closed && clean ? static_cast<int>(opened) : 99;
+});
 
 TEST_F(Hive, WithoutEitherPrivilegeEveryStepIsDenied) {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
-    EXPECT_EXIT(OpenWithout(SE_BACKUP_NAME, file_), testing::ExitedWithCode(FSSTATUS_ACCESS_DENIED),
-                "");
-    EXPECT_EXIT(OpenWithout(SE_RESTORE_NAME, file_),
-                testing::ExitedWithCode(FSSTATUS_ACCESS_DENIED), "");
+    for (const char* privilege : {"SeBackupPrivilege", "SeRestorePrivilege"}) {
+        support::ChildProcess child("open-without", {privilege, platform::ToUtf8(file_)});
+        EXPECT_EQ(child.Wait(), FSSTATUS_ACCESS_DENIED) << privilege;
+    }
     EXPECT_FALSE(IsMounted(kMount));
 }
 

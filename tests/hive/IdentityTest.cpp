@@ -1,12 +1,16 @@
 // Identities, impersonation scopes, sessions and privileges; the collection of the platform's
 // functions; reading and writing single registry values.
+#include <atomic>
 #include <memory>
+#include <thread>
 
+#include "FS_Library_DLL/HivePrivileges.h"
 #include "Shared/Impersonator.h"
 #include "Shared/UnImpersonator.h"
 #include "Shared/UserIdentity.h"
 #include "Shared/w32helpers.h"
 #include "W32Utils/RegistryUtil.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/windows/LogCapture.h"
 #include "tests/support/windows/ProcessState.h"
 #include "tests/support/windows/Replace.h"
@@ -109,6 +113,31 @@ TEST_F(Identity, TheSaverPutsTheThreadBackInBothDirections) {
     EXPECT_TRUE(log_.Holds("3 W32Utils/ImpersonationStateSaver")) << log_.All();
 }
 
+// A thread whose token cannot be opened may be anybody: nothing is done as the process there.
+TEST_F(Identity, AThreadThatMayStillBeAUserDoesNothingAsTheProcess) {
+    ACL nothing{};
+    SECURITY_DESCRIPTOR closed{};
+    ASSERT_TRUE(::InitializeAcl(&nothing, sizeof nothing, ACL_REVISION));
+    ::InitializeSecurityDescriptor(&closed, SECURITY_DESCRIPTOR_REVISION);
+    ::SetSecurityDescriptorDacl(&closed, TRUE, &nothing, FALSE);
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, &closed, FALSE};
+    const CAccessToken process = ProcessToken(TOKEN_QUERY | TOKEN_DUPLICATE);
+    HANDLE copy = nullptr;
+    ASSERT_TRUE(::DuplicateTokenEx(process.Get(), TOKEN_IMPERSONATE | TOKEN_QUERY, &attributes,
+                                   SecurityImpersonation, TokenImpersonation, &copy));
+    CAccessToken user;
+    user.Attach(copy);
+    ASSERT_TRUE(::SetThreadToken(nullptr, user.Get()));
+    EXPECT_EQ(UnImpersonator().Error(), DWORD{ERROR_ACCESS_DENIED});
+    bool ran = false;
+    EXPECT_EQ(RunWithHivePrivileges([&] { return ran = true, FSSTATUS_SUCCESS; }),
+              FSSTATUS_ACCESS_DENIED);
+    EXPECT_FALSE(ran);
+    ::RevertToSelf();
+    EXPECT_EQ(UnImpersonator().Error(), 0u);
+    EXPECT_TRUE(log_.Holds("Failed to get thread token. Error [5].")) << log_.All();
+}
+
 TEST_F(Identity, TheImpersonatorLeavesAnImpersonatingThreadAsItIs) {
     const CAccessToken process = ProcessToken(TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_IMPERSONATE);
     {
@@ -151,6 +180,27 @@ TEST_F(Identity, PrivilegesGoOnAndBack) {
     int seen = 0;
     EXPECT_EQ(ProcessPrivilege::GetProcessPrivileges([&](const auto&) { return ++seen < 3; }), 0u);
     EXPECT_EQ(seen, 3);
+}
+
+TEST_F(Identity, HivePrivilegesStayOnUntilTheLastThreadIsDone) {
+    std::atomic<bool> inside{false}, ended{false};
+    bool kept = false;
+    std::thread other([&] {
+        RunWithHivePrivileges([&] {
+            inside = true;
+            support::Eventually([&] { return ended.load(); });
+            kept = ProcessPrivilege::IsProcessPrivilegeEnabled(SE_RESTORE_NAME);
+            return FSSTATUS_SUCCESS;
+        });
+    });
+    RunWithHivePrivileges([&] {
+        support::Eventually([&] { return inside.load(); });
+        return FSSTATUS_SUCCESS;
+    });
+    ended = true;
+    other.join();
+    EXPECT_TRUE(kept);
+    EXPECT_FALSE(ProcessPrivilege::IsProcessPrivilegeEnabled(SE_RESTORE_NAME));
 }
 
 TEST_F(Identity, SessionsByProcessAndByToken) {

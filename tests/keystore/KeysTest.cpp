@@ -132,12 +132,11 @@ TEST_F(Keys, RenameRefusesATakenNameAndNonsense) {
 }
 
 // A neighbour whose path begins with the same text follows as well, and then names nothing.
-TEST_F(Keys, RenameTakesTheNeighbourWithTheSameBeginning) {
+TEST_F(Keys, RenameLeavesTheNeighbourWithTheSameBeginning) {
     const FBR_KEY key = store.Make(WTEXT("b"));
     const FBR_KEY neighbour = store.Make(WTEXT("bc"));
     ASSERT_EQ(FBR_RenameDirEx(key, WTEXT("z"), store.handle), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FullName(neighbour), WTEXT("\\zc"));
-    EXPECT_TRUE(store.Has(WTEXT("bc")));
+    EXPECT_EQ(store.FullName(neighbour), WTEXT("\\bc"));
 }
 
 TEST_F(Keys, DeletingAKeyTakesItsValuesButNoSubkeys) {
@@ -203,13 +202,20 @@ TEST_F(Keys, DeepTreesAreMadeReadAndDeleted) {
     EXPECT_TRUE(store.Keys(store.Root()).empty());
 }
 
+// Counted from the key that is named, and the root is one like any other.
 TEST_F(Keys, ATreeOf513LevelsIsTheDeepestThatIsDeleted) {
-    MakeChain(store, 513);
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\d"), store.handle), FSSTATUS_SUCCESS);
     MakeChain(store, 514);
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\d"), store.handle), FSSTATUS_TREE_DELETE_FAILED);
+    for (const WString key : {WTEXT("\\d"), WTEXT("\\")}) {
+        EXPECT_EQ(FBR_DeleteDirNamedEx(key.c_str(), store.handle), FSSTATUS_TREE_DELETE_FAILED);
+    }
     EXPECT_TRUE(store.Has(WTEXT("d\\d")));
     EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\d\\d"), store.handle), FSSTATUS_SUCCESS);
+    MakeChain(store, 513);
+    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\"), store.handle), FSSTATUS_TREE_DELETE_FAILED);
+    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\d"), store.handle), FSSTATUS_SUCCESS);
+    MakeChain(store, 512);
+    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\"), store.handle), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(store.Has(WTEXT("d")));
 }
 
 TEST_F(Keys, DuplicatesOfPlainPathsOnly) {

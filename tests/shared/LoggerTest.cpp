@@ -185,8 +185,27 @@ const support::ChildRole kLogLate("log-late", [](const std::vector<std::string>&
     return 2;
 });
 
-TEST(Logger, DoesNothingOnceTheProcessTearsDown) {
+// Ends from inside a sink, while another thread stays inside one.
+const support::ChildRole kExitInASink("exit-in-a-sink", [](const std::vector<std::string>&) {
+    static std::atomic<bool> inside{false};
+    std::thread([] {
+        std::this_thread::sleep_for(std::chrono::seconds(20));
+        std::_Exit(3);  // nothing ended the process
+    }).detach();
+    Logger::Instance().AddSink(kError, nullptr, [](const LogRecord& record) {
+        if (record.message == "end") std::exit(0);
+        inside = true;
+        std::this_thread::sleep_for(std::chrono::hours(1));
+    });
+    std::thread([] { ZRFS_LOG(kError, "Slow", "stay"); }).detach();
+    if (!support::Eventually([] { return inside.load(); })) return 1;
+    ZRFS_LOG(kError, "Ending", "end");
+    return 2;
+});
+
+TEST(Logger, DoesNothingAndWaitsForNobodyOnceTheProcessTearsDown) {
     EXPECT_EQ(support::ChildProcess("log-late", {}).Wait(), 0);
+    EXPECT_EQ(support::ChildProcess("exit-in-a-sink", {}).Wait(), 0);
 }
 
 }  // namespace

@@ -36,6 +36,14 @@ class ForwardingFile : public platform::PageFile {
     platform::Error Cut(uint64_t length) override { return inner_->Cut(length); }
     platform::Error Size(uint64_t* length) override { return inner_->Size(length); }
     platform::Error Flush() override { return inner_->Flush(); }
+    platform::Error Identity(platform::FileIdentity* identity) override {
+        return inner_->Identity(identity);
+    }
+    bool IsWritable() const override { return inner_->IsWritable(); }
+    bool IsAt(const platform::WChar* path) override { return inner_->IsAt(path); }
+    platform::Error TakeMark(bool* taken) override { return inner_->TakeMark(taken); }
+    void DropMark() override { inner_->DropMark(); }
+    bool IsMarkedElsewhere() override { return inner_->IsMarkedElsewhere(); }
 
   protected:
     platform::PageFile& Inner() { return *inner_; }

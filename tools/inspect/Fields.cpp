@@ -74,7 +74,7 @@ constexpr Field kSuperblock[] = {
     {"rootEntry.name", kRoot + offsetof(DirectoryEntry, name), sizeof DirectoryEntry::name,
      Show::kText},
     {"inFileLog", offsetof(Superblock, inFileLog), 2},
-    {"padding238", offsetof(Superblock, padding238), 2},
+    {"changing", offsetof(Superblock, changing), 2},
     {"maxPages", offsetof(Superblock, maxPages), 4},
     {"flags", offsetof(Superblock, flags), 4, Show::kFlags},
     {"logChainHead", offsetof(Superblock, logChainHead), 4},

@@ -1,0 +1,233 @@
+#include "platform/FileLock.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "platform/Clock.h"
+
+namespace platform {
+
+// The end of a thread gives up what it still has.
+struct HeldLocks {
+    uint32_t count = 0;
+    ~HeldLocks();
+};
+
+struct FileLock::Slot : HeapObject {
+    FileIdentity identity;
+    Slot* next = nullptr;
+    uint32_t users = 0;
+    FileLock* holder = nullptr;
+    HeldLocks* owner = nullptr;  // the thread that has it
+    uint32_t depth = 0;
+    bool ownerDied = false;
+};
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Both outlive every thread and static object of the process.
+std::mutex& Guard() {
+    static std::mutex* guard = new std::mutex;
+    return *guard;
+}
+std::condition_variable& Freed() {
+    static auto* freed = new std::condition_variable;
+    return *freed;
+}
+uint32_t g_waiters = 0;
+
+thread_local HeldLocks t_held;
+
+uint32_t LeftUntil(Clock::time_point end) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+    return left > 0 ? static_cast<uint32_t>(left) : 0;
+}
+
+// Short waits first: most locks are held for the time of a few writes.
+void Pause(uint32_t attempt) {
+    if (attempt < 8) {
+        std::this_thread::yield();
+        return;
+    }
+    const uint32_t step = attempt - 8 < 5 ? attempt - 8 : 5;
+    std::this_thread::sleep_for(std::chrono::microseconds(50u << step));
+}
+
+}  // namespace
+
+FileLock::Slot* FileLock::s_slots = nullptr;
+
+HeldLocks::~HeldLocks() {
+    if (count == 0) return;
+    // At the end of the process nobody may be left who would let the guard go.
+    std::unique_lock guard(Guard(), std::try_to_lock);
+    for (int i = 0; i < 100 && !guard.owns_lock(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        guard.try_lock();
+    }
+    if (!guard.owns_lock()) return;
+    for (FileLock::Slot* slot = FileLock::s_slots; slot != nullptr; slot = slot->next) {
+        if (slot->owner != this) continue;
+        // A named mutex is given up by the system itself.
+        if (slot->holder->file_->IsWritable()) slot->holder->file_->DropMark();
+        slot->ownerDied = true;
+        slot->owner = nullptr;
+        slot->holder = nullptr;
+        slot->depth = 0;
+    }
+    Freed().notify_all();
+}
+
+FileLock::FileLock(PageFile* file, Handle mutex) : file_(file), mutex_(mutex) {}
+
+FileLock::~FileLock() {
+    ReleaseAll();
+    if (slot_ == nullptr) return;
+    const std::lock_guard guard(Guard());
+    if (--slot_->users != 0) return;
+    Slot** link = &s_slots;
+    while (*link != slot_) link = &(*link)->next;
+    *link = slot_->next;
+    delete slot_;
+}
+
+bool FileLock::Join() {
+    const std::lock_guard guard(Guard());
+    FileIdentity identity;
+    if (file_->Identity(&identity) != kErrorSuccess) return false;
+    Slot* slot = s_slots;
+    while (slot != nullptr && !(slot->identity == identity)) slot = slot->next;
+    if (slot == nullptr) {
+        slot = new Slot;
+        if (slot == nullptr) return false;
+        slot->identity = identity;
+        slot->next = s_slots;
+        s_slots = slot;
+    }
+    ++slot->users;
+    slot_ = slot;
+    return true;
+}
+
+FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void (**waiting)()) {
+    std::unique_lock guard(Guard());
+    if (slot_ == nullptr) return Result::Failed;
+    *nested = slot_->owner == &t_held && slot_->holder == this;
+    if (*nested) {
+        ++slot_->depth;
+        return Result::Granted;
+    }
+    if (slot_->owner == &t_held) return Result::OwnWait;
+    if (slot_->owner != nullptr && *waiting != nullptr) {
+        guard.unlock();
+        (*waiting)();
+        *waiting = nullptr;
+        guard.lock();
+    }
+    ++g_waiters;
+    const bool free = Freed().wait_for(guard, std::chrono::milliseconds(milliseconds),
+                                       [this] { return slot_->owner == nullptr; });
+    --g_waiters;
+    if (!free) return Result::TimedOut;
+    slot_->owner = &t_held;
+    slot_->holder = this;
+    slot_->depth = 1;
+    ++t_held.count;
+    const bool died = slot_->ownerDied;
+    slot_->ownerDied = false;
+    return died ? Result::OwnerDied : Result::Granted;
+}
+
+FileLock::Result FileLock::AcquireFile(uint32_t milliseconds, void (*waiting)()) {
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
+    Result result = Result::Granted;
+    if (IsValid(mutex_)) {
+        WaitResult wait = WaitForMutex(mutex_, 0);
+        if (wait == WaitResult::TimedOut) {
+            if (waiting != nullptr) waiting();
+            waiting = nullptr;
+            wait = WaitForMutex(mutex_, milliseconds);
+        }
+        if (wait == WaitResult::TimedOut) return Result::TimedOut;
+        if (wait == WaitResult::Failed) return Result::Failed;
+        if (wait == WaitResult::Abandoned) result = Result::OwnerDied;
+    }
+    for (uint32_t attempt = 0; file_->IsWritable(); ++attempt) {
+        bool taken = false;
+        const bool failed = file_->TakeMark(&taken) != kErrorSuccess;
+        if (taken) break;
+        if (failed || LeftUntil(end) == 0) {
+            if (IsValid(mutex_)) ReleaseNamedMutex(mutex_);
+            return failed ? Result::Failed : Result::TimedOut;
+        }
+        if (waiting != nullptr) waiting();
+        waiting = nullptr;
+        Pause(attempt);
+    }
+    return result;
+}
+
+// The calling thread's hold is over.
+void FileLock::FreeSlot() {
+    const std::lock_guard guard(Guard());
+    if (slot_->owner == &t_held) --t_held.count;
+    slot_->owner = nullptr;
+    slot_->holder = nullptr;
+    slot_->depth = 0;
+    if (g_waiters != 0) Freed().notify_all();
+}
+
+FileLock::Result FileLock::Acquire(uint32_t milliseconds, void (*waiting)()) {
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
+    bool nested = false;
+    const Result slot = AcquireSlot(milliseconds, &nested, &waiting);
+    if (nested || (slot != Result::Granted && slot != Result::OwnerDied)) return slot;
+    const Result file = AcquireFile(LeftUntil(end), waiting);
+    if (file == Result::Granted) return slot;
+    if (file != Result::OwnerDied) FreeSlot();
+    return file;
+}
+
+bool FileLock::Release() {
+    {
+        const std::lock_guard guard(Guard());
+        if (slot_ == nullptr || slot_->holder != this || slot_->owner != &t_held) return false;
+        if (--slot_->depth != 0) return true;
+    }
+    if (file_->IsWritable()) file_->DropMark();
+    if (IsValid(mutex_)) ReleaseNamedMutex(mutex_);
+    FreeSlot();
+    return true;
+}
+
+void FileLock::ReleaseAll() {
+    {
+        const std::lock_guard guard(Guard());
+        if (slot_ == nullptr || slot_->holder != this) return;
+    }
+    if (file_->IsWritable()) file_->DropMark();
+    if (IsValid(mutex_)) ReleaseNamedMutex(mutex_);
+    FreeSlot();
+}
+
+bool FileLock::IsHeld() const {
+    const std::lock_guard guard(Guard());
+    return slot_ != nullptr && slot_->holder == this;
+}
+
+bool FileLock::IsMine() const {
+    const std::lock_guard guard(Guard());
+    return slot_ != nullptr && slot_->holder == this && slot_->owner == &t_held;
+}
+
+uint32_t FileLock::Depth() const {
+    const std::lock_guard guard(Guard());
+    return slot_ != nullptr && slot_->holder == this ? slot_->depth : 0;
+}
+
+}  // namespace platform

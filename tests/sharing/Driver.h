@@ -1,0 +1,91 @@
+// Roles that are played in processes of their own, and what they report.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "include/ZrFsLibrary.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TempDir.h"
+
+namespace sharing {
+
+using Words = std::vector<std::string>;
+
+// True with ZRFS_LONG_TESTS in the environment.
+bool LongForm();
+// How long a mix of roles runs, in milliseconds.
+int MixTime(int shortForm);
+// Milliseconds since a moment that all processes share.
+int64_t NowMs();
+
+// What a role did. One that could not begin, or that was killed, has no tally.
+struct Tally {
+    uint64_t done = 0;
+    uint64_t busy = 0;    // answers that the store is in use
+    uint64_t failed = 0;  // other statuses that should not be
+    uint64_t wrong = 0;   // answers that are not true
+    std::string first;    // the first of the failed and wrong ones
+
+    void Wrong(const std::string& what);
+    // Counts the answer to an operation; true for success.
+    bool Did(FBR_STATUS status, const std::string& what);
+    // The same without counting what is done.
+    bool Went(FBR_STATUS status, const std::string& what);
+    bool Good() const { return failed == 0 && wrong == 0; }
+    std::string Line() const;
+    void Add(const Tally& other);
+};
+
+// A role, to be defined at namespace scope: what it is told is what Troupe::Start was given.
+using RoleBody = void (*)(const Words& words, Tally* tally);
+int PlayRole(RoleBody body, const std::vector<std::string>& arguments);
+template <RoleBody body>
+int Role(const std::vector<std::string>& arguments) {
+    return PlayRole(body, arguments);
+}
+
+class Player {
+  public:
+    Player(const std::string& name, const Words& words, const std::filesystem::path& report,
+           const std::string& user);
+    // Waits for the end of the role. No tally when it crashed.
+    std::optional<Tally> Finish();
+    bool HasReported() const { return std::filesystem::exists(report_); }
+    // The same in good time; a role that hangs is killed.
+    std::optional<Tally> FinishSoon();
+    void Kill() {
+        process_.Kill();
+        ended_ = true;
+    }
+    const std::string name;
+
+  private:
+    std::filesystem::path report_;
+    bool ended_ = false;
+    support::ChildProcess process_;
+};
+
+// The players of one test, with a folder that every user may write.
+class Troupe {
+  public:
+    Troupe();
+    std::string Folder() const { return dir_.Path().string(); }
+    std::string File(const std::string& file) const { return (dir_ / file).string(); }
+    // `user` is a user's number, for those who may change theirs.
+    Player* Start(const std::string& role, const Words& words, const std::string& user = {});
+    // Waits for all; every one must have done something, and nothing wrong.
+    Tally FinishWell();
+
+  private:
+    support::TempDir dir_;
+    std::vector<std::unique_ptr<Player>> players_;
+    int started_ = 0;
+};
+
+// Waits for the file that a role makes when it has come to its point.
+bool WaitForFile(const std::string& path);
+
+}  // namespace sharing

@@ -1,0 +1,136 @@
+// Threads on one store, on stores of one file, and on settings files of one file.
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <thread>
+
+#include "include/IFBRSettingsFile.h"
+#include "tests/sharing/ThreadUser.h"
+
+namespace sharing {
+namespace {
+
+constexpr uint32_t kThreads = 8;
+
+class Threads : public testing::Test {
+  protected:
+    // Runs a body in eight threads, for a time, each with a tally of its own.
+    void InThreads(int milliseconds, const std::function<void(uint32_t, int64_t, Tally*)>& body) {
+        const int64_t end = NowMs() + milliseconds;
+        std::vector<std::thread> threads;
+        Tally tallies[kThreads];
+        for (uint32_t i = 0; i < kThreads; ++i)
+            threads.emplace_back([&, i] { body(i, end, &tallies[i]); });
+        for (std::thread& thread : threads) thread.join();
+        for (const Tally& tally : tallies) {
+            EXPECT_TRUE(tally.Good()) << tally.Line();
+            EXPECT_GT(tally.done, 0u);
+            EXPECT_LE(tally.busy * 20, tally.done) << tally.Line();
+        }
+    }
+    void MakeValues() {
+        Store store(path);
+        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+        for (uint32_t key = 0; key < kKeys; ++key)
+            for (uint32_t name = 0; name < kNames; ++name)
+                ASSERT_EQ(
+                    store.Set(KeyOf(key), NameOf(name), Sealed(KeyOf(key), NameOf(name), {}, 3000)),
+                    FSSTATUS_SUCCESS);
+        ASSERT_EQ(store.Close(), FSSTATUS_SUCCESS);
+    }
+
+    Troupe troupe;
+    const std::string path = troupe.File("s.fbr");
+};
+
+TEST_F(Threads, EightOnOneStoreGetWholeAnswers) {
+    MakeValues();
+    {
+        KeyedStore store(path);
+        InThreads(MixTime(1500), [&](uint32_t thread, int64_t end, Tally* tally) {
+            User(&store, thread, tally).WorkUntil(end);
+        });
+        EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
+    }
+    ExpectSound(path);
+}
+
+TEST_F(Threads, EightWithStoresOfTheirOwnOnOneFileGetWholeAnswers) {
+    MakeValues();
+    InThreads(MixTime(1500), [&](uint32_t thread, int64_t end, Tally* tally) {
+        KeyedStore store(path);
+        User(&store, thread, tally).WorkUntil(end);
+        tally->Went(store.Close(), "close");
+    });
+    ExpectSound(path);
+}
+
+// Adds one to a number in the store, which is right only when nobody else is between.
+FBR_STATUS CountUp(Store* store) {
+    Bytes data;
+    FBR_STATUS status = store->Get("\\count", "n", &data);
+    if (status != FSSTATUS_SUCCESS) return status;
+    uint32_t count = support::container::Get32(data.data(), 0);
+    std::this_thread::yield();
+    support::container::Put32(data.data(), 0, count + 1);
+    return store->Set("\\count", "n", data);
+}
+
+TEST_F(Threads, StoresOfOneFileExcludeEachOtherLikeProcesses) {
+    {
+        Store store(path);
+        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+        ASSERT_EQ(store.Set("\\count", "n", Bytes(4)), FSSTATUS_SUCCESS);
+    }
+    InThreads(1, [&](uint32_t, int64_t, Tally* tally) {
+        Store store(path);
+        for (int i = 0; i < 25; ++i) {
+            if (!tally->Went(store.Lock(), "lock")) continue;
+            tally->Did(CountUp(&store), "count");
+            tally->Went(store.Unlock(), "release");
+        }
+    });
+    Store store(path);
+    Bytes data(4);
+    EXPECT_EQ(store.Get("\\count", "n", &data), FSSTATUS_SUCCESS);
+    EXPECT_EQ(support::container::Get32(data.data(), 0), 25 * kThreads);
+}
+
+// Who would wait for itself is told at once.
+TEST_F(Threads, ASecondStoreOfOneThreadIsRefusedTheLockAtOnce) {
+    Store first(path), second(path);
+    ASSERT_EQ(first.Lock(), FSSTATUS_SUCCESS);
+    const int64_t began = NowMs();
+    for (const uint32_t type : {1u, 2u, 3u})
+        EXPECT_EQ(second.Lock(type), FSSTATUS_LOCK_FAILED) << type;
+    EXPECT_LT(NowMs() - began, 2000);
+    EXPECT_EQ(first.Set("\\k", "v", Bytes(10)), FSSTATUS_SUCCESS);
+    ASSERT_EQ(first.Unlock(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(second.Lock(), FSSTATUS_SUCCESS);
+    Bytes data;
+    EXPECT_EQ(second.Get("\\k", "v", &data), FSSTATUS_SUCCESS);
+}
+
+TEST_F(Threads, ASecondSettingsFileOfOneThreadIsRefusedAtOnce) {
+    const Text file = Wide(path);
+    const auto first = CreateFBRSettingsFile(file, FS_VR_METHOD_TARN);
+    const auto second = CreateFBRSettingsFile(file, FS_VR_METHOD_TARN);
+    ASSERT_EQ(first->Create(false), FSSTATUS_SUCCESS);
+    const int64_t began = NowMs();
+    EXPECT_EQ(second->Open(), FSSTATUS_LOCK_FAILED);
+    EXPECT_LT(NowMs() - began, 2000);
+    EXPECT_EQ(first->SetString(Wide("\\k"), Wide("v"), Wide("text"), true), FSSTATUS_SUCCESS);
+}
+
+// A thread that took no lock has none to give up.
+TEST_F(Threads, AReleaseByAThreadWithoutALockTakesNothingFromTheOwner) {
+    Store store(path);
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    std::thread([&] { EXPECT_EQ(store.Unlock(), FSSTATUS_LOCK_FAILED); }).join();
+    EXPECT_EQ(store.Set("\\k", "v", Bytes(10)), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+}
+
+}  // namespace
+}  // namespace sharing

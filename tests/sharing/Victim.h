@@ -1,0 +1,35 @@
+// Work on a store that is ended at any moment, and what the store may hold then.
+#pragma once
+
+#include <random>
+
+#include "tests/faults/Registry.h"
+#include "tests/sharing/Content.h"
+
+namespace sharing {
+
+// The steps of one seed. They depend on the content that they begin with, so that who knows both
+// knows them all.
+class Steps {
+  public:
+    Steps(uint32_t seed, const Key& start) : random_(seed), content_(start) {}
+    // The next step, which has been done on the content then.
+    faults::Step Next();
+    const Key& Content() const { return content_; }
+
+  private:
+    std::mt19937 random_;
+    Key content_;
+};
+
+FBR_STATUS Apply(const faults::Step& step, Store* store);
+
+// Empty when `found` is what a step that was cut off may leave: the content before it or after it.
+// A step that makes several keys may have made the first of them, and one that deletes a tree may
+// have deleted some of it. Else what is the matter.
+std::string JudgeCut(const Key& before, const faults::Step& step, const Key& found);
+
+// How many steps a victim has done, from its file.
+uint64_t StepsDone(const std::string& progress);
+
+}  // namespace sharing
