@@ -72,7 +72,8 @@ TEST_P(DamageTest, IsMendedOnceAndForAll) {
             ++refused;
             EXPECT_FALSE(check.FoundNothing());
             EXPECT_EQ(memory_.Get(path_), bytes);
-            repair = container::CheckContainer(path_, container::kRepair | storage::kCheckDiscardLog);
+            repair =
+                container::CheckContainer(path_, container::kRepair | storage::kCheckDiscardLog);
             if (repair.status == storage::kNotContainer) continue;
         }
         ASSERT_EQ(repair.status, storage::kOk);
@@ -106,7 +107,6 @@ void ExpectReadable(Store* store, FBR_KEY key, const WString& path, int depth,
 TEST(DamagedStore, IsReadableAsAWholeOnceItIsRepaired) {
     support::TempDir dir;
     const std::filesystem::path path = dir / "s.fbr";
-    support::MemoryFiles memory;
     {
         Store store(dir.File("s.fbr"));
         ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
@@ -121,7 +121,8 @@ TEST(DamagedStore, IsReadableAsAWholeOnceItIsRepaired) {
             store.Set(store.Make(WTEXT("\\k0")),
                       WString(name, name + std::char_traits<char16_t>::length(name)), Bytes(30, 7));
     }
-    const Bytes sound = memory.Get(path);
+    const Bytes sound = support::ReadBytes(path);
+    support::MemoryFiles memory;
     const uint32_t rounds = container::Rounds(150);
     uint32_t opened = 0;
     for (uint32_t seed = 1; seed <= rounds && !testing::Test::HasFailure(); ++seed) {

@@ -387,7 +387,7 @@ TEST(CheckRepair, AMapThatIsGoneIsBuiltFromThePages) {
         const Outcome outcome = patient.Run(flags);
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.Findings(), "8:0 ");
-        EXPECT_TRUE(patient.Contents() == (flags == 2 ? sound : damaged));
+        EXPECT_TRUE(check::SameButCounter(patient.Contents(), flags == 2 ? sound : damaged));
     }
 }
 
@@ -466,7 +466,7 @@ TEST(CheckRepair, PageZeroIsFoundAgainThroughPageOne) {
         std::fill_n(bytes.begin(), pageSize, uint8_t{0});
         Patient patient(bytes);
         EXPECT_EQ(patient.Repair().status, 0);
-        EXPECT_TRUE(patient.Contents() == sound) << pageSize;
+        EXPECT_TRUE(check::SameButCounter(patient.Contents(), sound, pageSize)) << pageSize;
         patient.ExpectMended();
     }
 }
