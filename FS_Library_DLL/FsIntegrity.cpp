@@ -25,12 +25,18 @@ FBR_STATUS Check(const WChar* path, uint32_t flags, FBR_CheckCallback callback) 
 }  // namespace
 
 FBR_STATUS FS_CheckFileEx(const WChar* path, FBR_CheckCallback callback) {
+    return FsCheckFile(path, callback, false);
+}
+
+FBR_STATUS FsCheckFile(const WChar* path, FBR_CheckCallback callback, bool locked) {
     constexpr const char* name = "FS_CheckFileEx";
     FsTraceLine(kTraceScope, name, "[ENTER]");
     FBR_STATUS status = FSSTATUS_INVALID_PARAMETER;
     if (path != nullptr) {
         FsTraceLine(kTraceDetail, name, "Checking file [{}] ", path);
-        status = Check(path, storage::kCheckOnly | storage::kCheckDeep, callback);
+        status = Check(
+            path, storage::kCheckOnly | storage::kCheckDeep | (locked ? storage::kCheckLocked : 0),
+            callback);
     }
     FsTraceLine(kTraceScope, name, "[EXIT] File [{}] ", path);
     return status;
@@ -66,7 +72,9 @@ FBR_STATUS FsCheckStore(FsStoreContext* context) {
         const WChar* own = context->container->path;
         if (own != nullptr) path.text = FsHeapCopy(own);
     }
-    return path.text != nullptr ? FS_CheckFileEx(path.text, nullptr) : FSSTATUS_FAILED;
+    if (path.text == nullptr) return FSSTATUS_FAILED;
+    // A check under the store's own lock would wait for itself.
+    return FsCheckFile(path.text, nullptr, context->currentLock != kNoLock);
 }
 
 // One byte of the output is written; callers pass a word that holds 0.

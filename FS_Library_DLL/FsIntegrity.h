@@ -7,6 +7,8 @@
 // See FBR_CheckFileEx and FBR_CheckAndRepairFileEx. A null callback stands for FS_ProgressUpdate.
 FBR_STATUS FS_CheckFileEx(const WChar* path, FBR_CheckCallback callback);
 FBR_STATUS FS_CheckAndRepairFileEx(const WChar* path, FBR_CheckCallback callback);
+// FS_CheckFileEx; `locked` when the caller holds the container's lock.
+FBR_STATUS FsCheckFile(const WChar* path, FBR_CheckCallback callback, bool locked);
 
 // Traces a corrupt directory entry (code 15), and turns the trace on for it if that is switched on.
 // A null name and every other code are ignored.

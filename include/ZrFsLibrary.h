@@ -63,12 +63,14 @@ FBR_API FBR_STATUS FBR_DeInitialiseEx(FBR_STORE handle);
  * checking is off (see FBR_FileChecking). */
 FBR_API FBR_STATUS FBR_CheckFile(FBR_STORE handle);
 
-/* Checks a container file that nobody has open, and changes nothing. `callback` is told of what is
- * found; a null one traces corrupt entries. FSSTATUS_SUCCESS when the check ran to its end,
- * whatever it found. */
+/* Checks a container file under its lock, and changes nothing, whatever it finds. `callback` is told
+ * of all that FBR_CheckAndRepairFileEx would mend; a null one traces corrupt entries.
+ * FSSTATUS_SUCCESS when the check ran to its end, whatever it found; FSSTATUS_LOCK_FAILED when
+ * somebody else has the store for longer than 5 seconds. */
 FBR_API FBR_STATUS FBR_CheckFileEx(const FBR_WCHAR* path, FBR_CheckCallback callback);
 
-/* The same, and mends what it finds. */
+/* The same, and mends what it finds. FSSTATUS_FILE_CORRUPT, and nothing changed, when a pending redo
+ * log cannot be replayed. */
 FBR_API FBR_STATUS FBR_CheckAndRepairFileEx(const FBR_WCHAR* path, FBR_CheckCallback callback);
 
 /* Tells whether damage was ever met in the store. Pass a word that holds 0: a container writes its

@@ -81,7 +81,8 @@ typedef int64_t FBR_KEY;
  *
  *   code        meaning                                                 a        b
  *   1, 2, 3, 4  progress of the four passes                             page     pages in all
- *   8           a reference from one page to another was bad            page
+ *   8           a reference from one page to another, or another field  page
+ *               of a page, was bad
  *   9           a page that nothing refers to                           page
  *   15          a directory entry was bad; userData holds its name      page
  *

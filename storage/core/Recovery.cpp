@@ -53,8 +53,7 @@ struct Replay {
     Pass pass = Pass::Verify;
 
     explicit Replay(StorageContext* owner) : context(owner), order{owner->byteSwapped} {
-        first = static_cast<uint8_t*>(
-            platform::HeapAllocate(size_t{kBuffers} * owner->pageSize));
+        first = static_cast<uint8_t*>(platform::HeapAllocate(size_t{kBuffers} * owner->pageSize));
         if (first == nullptr) return;
         second = first + owner->pageSize;
         third = second + owner->pageSize;
@@ -284,8 +283,7 @@ Status EndLogPage(const Replay& replay, uint8_t* buffer, uint32_t nextOffset, ui
     return status != kOk ? status : replay.WriteZeroed(buffer, page);
 }
 
-Status ReplaySecondLevel(const Replay& replay, uint32_t head, WalkBound* bound,
-                         WalkBound* listed) {
+Status ReplaySecondLevel(const Replay& replay, uint32_t head, WalkBound* bound, WalkBound* listed) {
     for (uint32_t page = head; page != 0;) {
         Status status = bound->Step();
         if (status == kOk) status = replay.ReadRaw(replay.second, page);

@@ -108,8 +108,7 @@ Status TellLinks(CheckRun* run, uint32_t page) {
     if (status != kOk) return status;
     if (!good) TellBadLink(run, page);
     const uint32_t next = lost.digest.nextPage;
-    if (next != 0 &&
-        !(lost.IsPage(next, lost.digest.kind) && run->digests[next].prevPage == page))
+    if (next != 0 && !(lost.IsPage(next, lost.digest.kind) && run->digests[next].prevPage == page))
         TellBadLink(run, page);
     status = lost.PrevIsGood(&good);
     if (status == kOk && !good) TellBadLink(run, page);

@@ -1,6 +1,6 @@
 // Second pass: names. An entry is of use only when a path can lead to it: it has a name, without
-// what parts the names of a path, and no neighbour has the same. In a container of the key store the
-// name is also one that the store would write, for it asks for no other.
+// what parts the names of a path, and no neighbour has the same. In a container of the key store
+// the name is also one that the store would write, for it asks for no other.
 #include <algorithm>
 #include <new>
 
@@ -52,8 +52,8 @@ class NameJudge {
     // "#" and four digits that stand for a unit that is not plain; "#FILE" before a value's name.
     void AddStored(uint32_t unit, uint32_t place) {
         if (!isKey_ && place < kMarker.size()) {
-            marked_ = marked_ && platform::Fold(static_cast<WChar>(unit)) ==
-                                     platform::Fold(kMarker[place]);
+            marked_ = marked_ &&
+                      platform::Fold(static_cast<WChar>(unit)) == platform::Fold(kMarker[place]);
             if (place + 1 == kMarker.size() && marked_) {
                 left_ = 0;
                 bad_ = false;
@@ -211,8 +211,8 @@ Status LookForStore(CheckRun* run) {
         const Status read = LoadChecked(run, link, run->other);
         if (read != kOk) return read;
         if (run->digests[link].kind != kEntryPage) break;
-        run->isStore = HasVersion(run->other + kPageHeaderSize,
-                                  run->context->payloadSize / kEntrySize);
+        run->isStore =
+            HasVersion(run->other + kPageHeaderSize, run->context->payloadSize / kEntrySize);
         link = run->digests[link].nextPage;
     }
     return kOk;

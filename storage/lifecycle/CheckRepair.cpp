@@ -1,6 +1,7 @@
-// Check and repair: one run, from the opening of the file to its end. A check does all that a repair
-// does but for the last step: both work on the file with their changes laid over it in memory, so
-// that a check tells what a repair would mend, and a run that ends early has changed nothing.
+// Check and repair: one run, from the opening of the file to its end. A check does all that a
+// repair does but for the last step: both work on the file with their changes laid over it in
+// memory, so that a check tells what a repair would mend, and a run that ends early has changed
+// nothing.
 #include <new>
 
 #include "storage/StorageApi.h"
@@ -36,8 +37,8 @@ Status OpenForCheck(CheckRun* run, const WChar* path) {
         if (status == kOk && context->readOnly) status = kReadOnly;
     } else {
         platform::SetLastError(platform::kErrorSuccess);
-        context->file = OpenPageFile(path, ResourceType::FileReadOnly,
-                                     platform::Disposition::OpenExisting);
+        context->file =
+            OpenPageFile(path, ResourceType::FileReadOnly, platform::Disposition::OpenExisting);
         if (context->file == nullptr) status = OpenFailure();
     }
     if (status == kOk && !run->callerHoldsLock) status = run->lock.Take(path);

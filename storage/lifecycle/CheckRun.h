@@ -43,7 +43,7 @@ struct CheckRun {
     bool discardLog = false;
     bool callerHoldsLock = false;
     bool hadLog = false;
-    bool trailing = false;  // a part of a page at the end of the file
+    bool trailing = false;            // a part of a page at the end of the file
     CheckOverlay* overlay = nullptr;  // the context's file
     CheckCallback callback = nullptr;
     void* userData = nullptr;
@@ -140,8 +140,8 @@ Status WriteRepair(CheckRun* run);
 Status CheckObjects(CheckRun* run);
 // Gives each of the objects found an id of its own.
 Status CheckIds(CheckRun* run);
-// The entries at `offset` in `buffer`, which is page `page` of directory `fileId`. Objects found are
-// added to `work`, their names to `names`.
+// The entries at `offset` in `buffer`, which is page `page` of directory `fileId`. Objects found
+// are added to `work`, their names to `names`.
 struct EntryPlace {
     uint32_t page;
     uint8_t* buffer;
@@ -172,12 +172,11 @@ struct CheckStream {
     uint32_t inlinePage = 0;  // HeaderPage of a stream record without pages
     uint32_t inlineSize = 0;
     uint32_t inlineInfo = 0;  // not 0 when its bytes are coded by `method`
-    uint64_t stored = 0;  // bytes that the stream can have with the pages it has
+    uint64_t stored = 0;      // bytes that the stream can have with the pages it has
 };
 // *indexIsGood tells whether the index record may stay.
 Status CheckStreamPages(CheckRun* run, CheckStream* stream, bool* indexIsGood);
 // The size that the object tells of, and that which a value tells of, against what is stored.
-Status CheckStreamSize(CheckRun* run, uint32_t headerPage, const CheckStream& stream,
-                       bool isValue);
+Status CheckStreamSize(CheckRun* run, uint32_t headerPage, const CheckStream& stream, bool isValue);
 
 }  // namespace storage

@@ -128,8 +128,7 @@ void StreamWalk::Relink() {
         if (page == 0) continue;
         if (before != 0) {
             // A link that is wrong at one end is told of at both.
-            const bool held =
-                Digest(before).nextPage == page && Digest(page).prevPage == before;
+            const bool held = Digest(before).nextPage == page && Digest(page).prevPage == before;
             if (!held) {
                 TellBadLink(run, before);
                 TellBadLink(run, page);

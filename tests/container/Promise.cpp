@@ -16,6 +16,13 @@ std::vector<uint32_t> CheckOutcome::Pages(uint32_t code) const {
     return pages;
 }
 
+bool CheckOutcome::FoundOnlyLostPages() const {
+    const std::vector<uint32_t> wrong = Pages(8), lost = Pages(9);
+    return Pages(15).empty() && std::all_of(wrong.begin(), wrong.end(), [&lost](uint32_t page) {
+               return std::binary_search(lost.begin(), lost.end(), page);
+           });
+}
+
 std::string CheckOutcome::Findings() const {
     std::string text;
     for (const Event& event : events)

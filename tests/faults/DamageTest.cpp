@@ -60,15 +60,21 @@ TEST_P(DamageTest, IsMendedOnceAndForAll) {
         memory_.Put(path_, bytes);
         const container::CheckOutcome check =
             container::CheckContainer(path_, container::kDeepCheck);
-        const container::CheckOutcome repair = container::CheckContainer(path_, container::kRepair);
+        EXPECT_EQ(memory_.Get(path_), bytes);
+        container::CheckOutcome repair = container::CheckContainer(path_, container::kRepair);
         if (repair.status == storage::kNotContainer) {
             ++lost;
             continue;
         }
-        // A log that damage made nonsense of is not replayed, and nothing is done behind it.
+        // A log that damage made nonsense of is not replayed, and nothing is done behind it until
+        // it is given up.
         if (repair.status == storage::kCorrupt && GetParam().log != Log::None) {
             ++refused;
-            continue;
+            EXPECT_FALSE(check.FoundNothing());
+            EXPECT_EQ(memory_.Get(path_), bytes);
+            repair =
+                container::CheckContainer(path_, container::kRepair | storage::kCheckDiscardLog);
+            if (repair.status == storage::kNotContainer) continue;
         }
         ASSERT_EQ(repair.status, storage::kOk);
         EXPECT_EQ(check.status, storage::kOk);
@@ -101,7 +107,6 @@ void ExpectReadable(Store* store, FBR_KEY key, const WString& path, int depth,
 TEST(DamagedStore, IsReadableAsAWholeOnceItIsRepaired) {
     support::TempDir dir;
     const std::filesystem::path path = dir / "s.fbr";
-    support::MemoryFiles memory;
     {
         Store store(dir.File("s.fbr"));
         ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
@@ -111,10 +116,13 @@ TEST(DamagedStore, IsReadableAsAWholeOnceItIsRepaired) {
             const Step step = RandomStep(&random, model);
             if (Apply(step, &model)) Apply(step, &store);
         }
-        for (const char16_t* name : {u"k1", u"k:2", u"a name that is longer than its entry has room"})
-            store.Set(store.Make(WTEXT("\\k0")), WString(name, name + std::char_traits<char16_t>::length(name)), Bytes(30, 7));
+        for (const char16_t* name :
+             {u"k1", u"k:2", u"a name that is longer than its entry has room"})
+            store.Set(store.Make(WTEXT("\\k0")),
+                      WString(name, name + std::char_traits<char16_t>::length(name)), Bytes(30, 7));
     }
-    const Bytes sound = memory.Get(path);
+    const Bytes sound = support::ReadBytes(path);
+    support::MemoryFiles memory;
     const uint32_t rounds = container::Rounds(150);
     uint32_t opened = 0;
     for (uint32_t seed = 1; seed <= rounds && !testing::Test::HasFailure(); ++seed) {
@@ -123,11 +131,14 @@ TEST(DamagedStore, IsReadableAsAWholeOnceItIsRepaired) {
         container::Damage damage(bytes, 512, false, seed);
         for (uint32_t i = 0; i <= seed % 9; ++i) damage.Strike();
         memory.Put(path, bytes);
-        const container::CheckOutcome check = container::CheckContainer(path, container::kDeepCheck);
+        const container::CheckOutcome check =
+            container::CheckContainer(path, container::kDeepCheck);
         EXPECT_EQ(memory.Get(path), bytes);
         const container::CheckOutcome repair = container::CheckContainer(path, container::kRepair);
         EXPECT_EQ(check.Findings(), repair.Findings());
         if (repair.status != storage::kOk) continue;
+        // A store is known by its version; without one it is a container like any other.
+        if (container::ReadContainer(memory.Get(path)).At(u"\\FBRVersion") == nullptr) continue;
         Store store(dir.File("s.fbr"));
         if (store.status == FSSTATUS_VERSION_MISMATCH) continue;
         ASSERT_EQ(store.status, FSSTATUS_SUCCESS);
@@ -136,7 +147,7 @@ TEST(DamagedStore, IsReadableAsAWholeOnceItIsRepaired) {
         ExpectReadable(&store, store.Root(), {}, 0, &unreadable);
         for (const std::string& what : unreadable) ADD_FAILURE() << what;
     }
-    EXPECT_GT(opened, rounds / 2);
+    EXPECT_GT(opened, rounds / 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, DamageTest,

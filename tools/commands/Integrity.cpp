@@ -1,12 +1,14 @@
 // Commands for the soundness and the size of a container: check, repair, compact.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <atomic>
 #include <iostream>
-#include <map>
 #include <memory>
-#include <numeric>
+#include <optional>
+#include <set>
 
+#include "storage/StorageApi.h"
 #include "tools/commands/Cli.h"
 #include "tools/console/Console.h"
 #include "tools/console/Progress.h"
@@ -21,38 +23,49 @@ namespace {
 constexpr uint32_t kLastPass = 4;
 constexpr const char* kPasses[kLastPass] = {
     "Reading pages:", "Following references:", "Looking for lost pages:", "Writing the page map:"};
-constexpr uint32_t kBadEntry = 15;
-// What a run puts right without telling its callback.
-constexpr uint32_t kWrongMap = 100, kWrongSuperblock = 101, kPartialPage = 102;
-struct Finding {
+constexpr uint32_t kBadField = 8, kLostPage = 9, kBadEntry = 15;
+// What a bad field is where the page tells it.
+constexpr uint32_t kWrongMap = 100, kWrongSuperblock = 101, kPartialPage = 102, kBadLog = 103;
+struct FindingText {
     uint32_t code;
     const char* line;
     const char* one;
     const char* many;
 };
-constexpr Finding kFindings[] = {
-    {8, "bad reference to or from another page", "bad reference", "bad references"},
-    {9, "lost page, in use to the page map but nothing refers to it", "lost page", "lost pages"},
+constexpr FindingText kFindings[] = {
+    {kBadField, "bad reference to or from another page", "bad reference", "bad references"},
+    {kLostPage, "lost page, in use to the page map but nothing refers to it", "lost page",
+     "lost pages"},
     {kBadEntry, "bad directory entry", "bad directory entry", "bad directory entries"},
-    {kWrongMap, "wrong page map, put right", "wrong map page", "wrong map pages"},
-    {kWrongSuperblock, "wrong superblock, put right", "wrong superblock", "wrong superblocks"},
-    {kPartialPage, "no whole page, cut off", "partial page", "partial pages"},
+    {kWrongMap, "wrong page map", "wrong map page", "wrong map pages"},
+    {kWrongSuperblock, "wrong superblock", "wrong superblock", "wrong superblocks"},
+    {kPartialPage, "no whole page", "partial page", "partial pages"},
+    {kBadLog, "redo log that cannot be replayed", "bad redo log", "bad redo logs"},
+};
+struct Finding {
+    uint32_t code;
+    uint32_t page;
+    std::string name;  // of an entry
 };
 
 std::atomic<bool> g_stop = false;
 
 // One run, as its callback sees it.
 struct CheckRun {
+    uint32_t mapGroup = 0;  // pages from one map page to the next
+    bool logIsPending = false;
     std::optional<Progress> progress;
     uint32_t pass = 0;
     uint32_t pages = 0;
-    uint64_t counts[std::size(kFindings)] = {};
+    std::vector<Finding> findings;
 
     void Pass(uint32_t code, uint32_t done, uint32_t total);
     void Found(uint32_t code, uint32_t page, const WChar* name);
-    uint64_t All() const {
-        return std::accumulate(std::begin(counts), std::end(counts), uint64_t{0});
-    }
+    void Print(bool repair);
+    std::string Summary(bool repair) const;
+
+  private:
+    uint32_t Kind(uint32_t code, uint32_t page) const;
 };
 CheckRun* g_run = nullptr;  // a callback is not told whose it is
 
@@ -65,16 +78,50 @@ void CheckRun::Pass(uint32_t code, uint32_t done, uint32_t total) {
     progress->At(done);
 }
 
+uint32_t CheckRun::Kind(uint32_t code, uint32_t page) const {
+    if (code != kBadField) return code;
+    if (page == 1) return logIsPending ? kBadLog : kWrongSuperblock;
+    if (page == pages) return kPartialPage;
+    return page % mapGroup == 0 ? kWrongMap : code;
+}
+
 void CheckRun::Found(uint32_t code, uint32_t page, const WChar* name) {
-    for (size_t i = 0; i < std::size(kFindings); ++i) {
-        if (kFindings[i].code != code) continue;
-        ++counts[i];
-        if (progress) progress->Clear();
-        std::cout << "page " << page << ": " << kFindings[i].line;
-        if (code == kBadEntry) std::cout << " \"" << Printable(name) << '"';
-        std::cout << '\n';
-        if (ErrorIsTerminal()) std::cout.flush();
+    findings.push_back({Kind(code, page), page, code == kBadEntry ? Printable(name) : ""});
+}
+
+// That a lost page is not referred to is told once: its own references lead nowhere, too.
+void CheckRun::Print(bool repair) {
+    std::set<uint32_t> lost;
+    for (const Finding& finding : findings)
+        if (finding.code == kLostPage) lost.insert(finding.page);
+    std::erase_if(findings, [&lost](const Finding& finding) {
+        return finding.code == kBadField && lost.count(finding.page) != 0;
+    });
+    for (const Finding& finding : findings) {
+        for (const FindingText& text : kFindings) {
+            if (text.code != finding.code) continue;
+            std::cout << "page " << finding.page << ": " << text.line;
+            if (finding.code == kBadEntry) std::cout << " \"" << finding.name << '"';
+            if (finding.code == kBadLog && !repair)
+                std::cout << ": repair --discard-log gives it up";
+            std::cout << '\n';
+        }
     }
+}
+
+std::string CheckRun::Summary(bool repair) const {
+    if (findings.empty()) return "nothing found";
+    std::string text = fmt::format("{} finding{}{}", findings.size(),
+                                   findings.size() == 1 ? "" : "s", repair ? ", mended:" : ":");
+    const char* separator = " ";
+    for (const FindingText& kind : kFindings) {
+        const auto count = std::count_if(findings.begin(), findings.end(),
+                                         [&](const Finding& f) { return f.code == kind.code; });
+        if (count == 0) continue;
+        text += fmt::format("{}{} {}", separator, count, count == 1 ? kind.one : kind.many);
+        separator = ", ";
+    }
+    return text;
 }
 
 void Told(void* userData, uint32_t code, uint32_t a, uint32_t b, uint8_t,
@@ -87,33 +134,6 @@ void Told(void* userData, uint32_t code, uint32_t a, uint32_t b, uint8_t,
     if (g_stop) *cancel = 1;
 }
 
-// The parts of a file that a run may change where it tells of no finding.
-struct Frame {
-    uint64_t trailing = 0;
-    std::map<uint32_t, PageBytes> pages;  // of the map, and the superblock
-};
-
-Frame FrameOf(const Image& image) {
-    Frame frame = {image.TrailingBytes(), {}};
-    const uint32_t group = image.PageSize() / 2;
-    for (uint64_t page = 0; page < image.PageCount(); page += group) {
-        frame.pages[static_cast<uint32_t>(page)] = image.Raw(static_cast<uint32_t>(page));
-    }
-    if (image.PageCount() > 1) frame.pages[1] = image.Raw(1);
-    return frame;
-}
-
-// Tells what changed since `before`: damage, too, for nothing is changed that was right.
-void FindChanges(const Frame& before, const Image& image, CheckRun* run) {
-    const Frame after = FrameOf(image);
-    for (const auto& [page, bytes] : after.pages) {
-        const auto old = before.pages.find(page);
-        if (old == before.pages.end() || old->second == bytes) continue;
-        run->Found(page == 1 ? kWrongSuperblock : kWrongMap, page, nullptr);
-    }
-    if (before.trailing != after.trailing) run->Found(kPartialPage, image.PageCount(), nullptr);
-}
-
 // The file of the trace is opened with a store, and a check opens none: an opening that cannot
 // succeed does it.
 void OpenTrace() {
@@ -121,50 +141,63 @@ void OpenTrace() {
     FBR_InitialiseEx(Wide(".").c_str(), &none, FS_VR_METHOD_TARN);
 }
 
-std::string Summary(const CheckRun& run, bool repair) {
-    if (run.All() == 0) return "nothing found";
-    std::string text = fmt::format("{} finding{}{}", run.All(), run.All() == 1 ? "" : "s",
-                                   repair ? ", mended:" : ":");
-    const char* separator = " ";
-    for (size_t i = 0; i < std::size(kFindings); ++i) {
-        if (run.counts[i] == 0) continue;
-        text += fmt::format("{}{} {}", separator, run.counts[i],
-                            run.counts[i] == 1 ? kFindings[i].one : kFindings[i].many);
-        separator = ", ";
-    }
-    return text;
-}
+constexpr const char* kInUse = "somebody else has it in use, try again when they are done";
 
 [[noreturn]] void Fail(const std::string& file, bool repair, FBR_STATUS status) {
     const char* verb = repair ? "repair" : "check";
     if (g_stop) {
         throw std::runtime_error(fmt::format("{} of {} was stopped before its end{}", verb, file,
-                                             repair ? "; what it mended stays mended" : ""));
+                                             repair ? "; nothing was changed" : ""));
     }
-    throw StoreError(
-        fmt::format("cannot {} {}: {}; {}", verb, file, StatusText(status),
-                    repair ? "it cannot be written, its redo log is damaged, or its root is lost"
-                           : "it cannot be read to its end, or its root is lost"),
-        status);
+    const char* why = status == FSSTATUS_LOCK_FAILED ? kInUse
+                      : repair && status == FSSTATUS_FILE_CORRUPT
+                          ? "its redo log cannot be replayed, and nothing was changed; repair "
+                            "--discard-log gives the log up"
+                      : repair ? "it cannot be written, or its root is lost"
+                               : "it cannot be read to its end, or its root is lost";
+    throw StoreError(fmt::format("cannot {} {}: {}; {}", verb, file, StatusText(status), why),
+                     status);
 }
 
-void Check(Cli& cli, const std::string& store, bool repair) {
-    const std::string file = cli.ContainerAt(store);
-    const Frame before = FrameOf(Image(file, 0));  // also refuses a file that is no container
-    if (cli.Traces()) OpenTrace();
+// The library's own repair replays a pending log; only the engine gives one up.
+FBR_STATUS RepairWithoutLog(const WString& path) {
+    WChar name[64] = {};
+    const storage::Status status = storage::StorageCheckAndRepair(
+        path.c_str(), nullptr, storage::kCheckDeep | storage::kCheckDiscardLog, nullptr, nullptr,
+        name, &Told);
+    if (status == storage::kOk) return FSSTATUS_SUCCESS;
+    return status == storage::kSharing ? FSSTATUS_LOCK_FAILED : FSSTATUS_FAILED;
+}
+
+struct CheckArguments {
+    std::string store;
+    bool discardLog = false;
+};
+
+void Check(Cli& cli, const CheckArguments& arguments, bool repair) {
+    const std::string file = cli.ContainerAt(arguments.store);
     CheckRun run;
+    {
+        const Image image(file, 0);  // also refuses a file that is no container
+        run.mapGroup = image.PageSize() / 2;
+        const PageBytes super = image.Raw(1);
+        run.logIsPending = super[12] != 0 || super[13] != 0;
+    }
+    if (cli.Traces()) OpenTrace();
     g_run = &run;
     OnInterrupt([] { g_stop = true; });
     const WString path = Wide(file);
-    const FBR_STATUS status = repair ? FBR_CheckAndRepairFileEx(path.c_str(), &Told)
-                                     : FBR_CheckFileEx(path.c_str(), &Told);
+    const FBR_STATUS status = !repair ? FBR_CheckFileEx(path.c_str(), &Told)
+                              : arguments.discardLog
+                                  ? RepairWithoutLog(path)
+                                  : FBR_CheckAndRepairFileEx(path.c_str(), &Told);
     OnInterrupt(nullptr);
     g_run = nullptr;
     run.progress.reset();
+    run.Print(repair);
     if (status != FSSTATUS_SUCCESS) Fail(file, repair, status);
-    if (run.All() == 0) FindChanges(before, Image(file, 0), &run);
-    std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages, Summary(run, repair));
-    if (run.All() != 0) cli.SetExitStatus(kExitFindings);
+    std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages, run.Summary(repair));
+    if (!run.findings.empty()) cli.SetExitStatus(kExitFindings);
 }
 
 std::string Extent(const std::string& file) {
@@ -175,19 +208,20 @@ std::string Extent(const std::string& file) {
 void Compact(const Cli& cli, const std::string& path) {
     const std::string file = cli.ContainerAt(path);
     const std::string before = Extent(file);
-    Store store(cli.StoreAt(path), Store::IfMissing::kFail);
-    {
-        const WriteLock lock(store);
-        uint32_t done = 0;
-        const FBR_STATUS status = FBR_Compact(store.Handle(), &done);
-        if (status != FSSTATUS_SUCCESS) {
-            throw StoreError(fmt::format("cannot compact store {}: {}; nothing was moved: "
-                                         "fbr check tells more",
-                                         file, StatusText(status)),
-                             status);
-        }
-    }
-    store.Close();
+    OnInterrupt([] { g_stop = true; });
+    const storage::Status status =
+        storage::StorageCompactFile(Wide(file).c_str(), nullptr, [](void*) { return !g_stop; });
+    OnInterrupt(nullptr);
+    if (status == storage::kCancelled)
+        throw std::runtime_error(
+            fmt::format("compaction of {} was stopped before its end; the store is sound", file));
+    if (status != storage::kOk)
+        throw std::runtime_error(fmt::format(
+            "cannot compact {}: {}", file,
+            status == storage::kSharing
+                ? kInUse
+                : fmt::format("status {}; the store is as sound as it was: fbr check tells more",
+                              status)));
     std::cout << "before  " << before << "\nafter   " << Extent(file) << '\n';
 }
 
@@ -195,15 +229,17 @@ void Compact(const Cli& cli, const std::string& path) {
 
 void AddIntegrityCommands(Cli& cli) {
     const auto store = std::make_shared<std::string>();
-    constexpr const char* kFile = "the container's file; nobody else may have it open";
+    const auto check = std::make_shared<CheckArguments>();
+    constexpr const char* kFile = "the container's file";
 
     cli.Add("check", "Look for damage in a container; exit status 3 when there is some")
-        .Text("STORE", *store, Need::kRequired, kFile)
-        .Does([&cli, store] { Check(cli, *store, false); });
+        .Text("STORE", check->store, Need::kRequired, kFile)
+        .Does([&cli, check] { Check(cli, *check, false); });
 
     cli.Add("repair", "Mend the damage in a container; exit status 3 when there was some")
-        .Text("STORE", *store, Need::kRequired, kFile)
-        .Does([&cli, store] { Check(cli, *store, true); });
+        .Text("STORE", check->store, Need::kRequired, kFile)
+        .Flag("--discard-log", check->discardLog, "give up a redo log that cannot be replayed")
+        .Does([&cli, check] { Check(cli, *check, true); });
 
     cli.Add("compact", "Give the free pages of a container back to the disk")
         .Text("STORE", *store, Need::kRequired, "the store")

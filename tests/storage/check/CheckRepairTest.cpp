@@ -3,7 +3,9 @@
 
 #include "tests/storage/check/CheckHarness.h"
 #include "tests/support/FaultFile.h"
+#include "tests/support/MemoryFiles.h"
 #include "tests/support/ReadOnlyScope.h"
+#include "tests/support/RecordingFile.h"
 
 namespace {
 
@@ -339,6 +341,42 @@ TEST(CheckRepair, ANameOfItsOwnForEachNeighbour) {
     patient.ExpectMended();
 }
 
+// A repair that is killed anywhere has lost nothing that a whole one keeps.
+TEST(CheckRepair, AKilledRepairIsFinishedByTheNext) {
+    for (const bool foreign : {false, true}) {
+        Builder builder(Sized(512, foreign), SmallTree());
+        const container::Content before =
+            container::ContentOf(container::ReadContainer(builder.Finish()).root);
+        ShareId(builder, u"\\d", u"\\long");
+        Put32(builder.Page(builder.At(u"\\d\\in").headerPage), 28, builder.At(u"\\long").fileId);
+        Put32(builder.Page(builder.At(u"\\paged").streamPages[2]), 24, 9);
+        // Without page 0 the byte order is not told.
+        if (!foreign) Put16(builder.Page(0), 0, 77);
+        builder.AddPage(34);
+        support::TempDir dir;
+        const std::filesystem::path path = dir / "c.dat";
+        support::MemoryFiles memory;
+        memory.Put(path, builder.Finish());
+        std::vector<Bytes> images;
+        {
+            support::RecordingFile recording;
+            EXPECT_EQ(container::CheckContainer(path, container::kRepair).status, 0);
+            for (size_t i = 0; i <= recording.Changes().size(); ++i)
+                images.push_back(recording.Image(dir.File("c.dat"), i));
+        }
+        EXPECT_GT(images.size(), 20u);
+        for (size_t i = 0; i < images.size(); ++i) {
+            SCOPED_TRACE("after write " + std::to_string(i));
+            memory.Put(path, images[i]);
+            EXPECT_EQ(container::CheckContainer(path, container::kRepair).status, 0);
+            const container::Reading after = container::ReadContainer(memory.Get(path));
+            EXPECT_TRUE(after.Sound()) << after.Report();
+            EXPECT_EQ(container::ContentOf(after.root), before);
+            if (testing::Test::HasFailure()) return;
+        }
+    }
+}
+
 TEST(CheckRepair, AMapThatIsGoneIsBuiltFromThePages) {
     Builder builder(Sized(512), SmallTree());
     const Bytes sound = builder.Finish();
@@ -349,7 +387,7 @@ TEST(CheckRepair, AMapThatIsGoneIsBuiltFromThePages) {
         const Outcome outcome = patient.Run(flags);
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.Findings(), "8:0 ");
-        EXPECT_TRUE(patient.Contents() == (flags == 2 ? sound : damaged));
+        EXPECT_TRUE(check::SameButCounter(patient.Contents(), flags == 2 ? sound : damaged));
     }
 }
 
@@ -428,7 +466,7 @@ TEST(CheckRepair, PageZeroIsFoundAgainThroughPageOne) {
         std::fill_n(bytes.begin(), pageSize, uint8_t{0});
         Patient patient(bytes);
         EXPECT_EQ(patient.Repair().status, 0);
-        EXPECT_TRUE(patient.Contents() == sound) << pageSize;
+        EXPECT_TRUE(check::SameButCounter(patient.Contents(), sound, pageSize)) << pageSize;
         patient.ExpectMended();
     }
 }
