@@ -41,7 +41,7 @@ Status OpenForCheck(CheckRun* run, const WChar* path) {
             OpenPageFile(path, ResourceType::FileReadOnly, platform::Disposition::OpenExisting);
         if (context->file == nullptr) status = OpenFailure();
     }
-    if (status == kOk && !run->callerHoldsLock) status = run->lock.Take(path);
+    if (status == kOk && !run->callerHoldsLock) status = run->lock.Take(path, !run->repair);
     if (status != kOk) return status;
     run->overlay = new (std::nothrow) CheckOverlay(context->file);
     if (run->overlay == nullptr) return kNoMemory;

@@ -13,7 +13,7 @@ RunLock::~RunLock() {
 }
 
 // On an opening of its own: a check reads the file through one that need not be able to write.
-Status RunLock::Take(const WChar* path) {
+Status RunLock::Take(const WChar* path, bool onlyReads) {
     context_ = MakeContext();
     if (context_ == nullptr) return kNoMemory;
     context_->path = CopyRealPath(path);
@@ -24,7 +24,8 @@ Status RunLock::Take(const WChar* path) {
     const auto result = context_->lock->Acquire(kRunLockWait, nullptr);
     const bool granted = result == platform::FileLock::Result::Granted ||
                          result == platform::FileLock::Result::OwnerDied;
-    return granted ? kOk : kSharing;
+    const bool own = result == platform::FileLock::Result::OwnWait && onlyReads;
+    return granted || own ? kOk : kSharing;
 }
 
 Status LockContainerForRun(StorageContext* context) {

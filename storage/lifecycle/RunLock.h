@@ -17,8 +17,9 @@ class RunLock {
     RunLock(const RunLock&) = delete;
     RunLock& operator=(const RunLock&) = delete;
 
-    // kSharing when somebody has it for longer than kRunLockWait.
-    Status Take(const WChar* path);
+    // kSharing when somebody has it for longer than kRunLockWait. A run that only reads is let in
+    // under a lock that the calling thread has through another opening.
+    Status Take(const WChar* path, bool onlyReads);
 
   private:
     StorageContext* context_ = nullptr;

@@ -155,7 +155,9 @@ class Judge {
         const Values found = Flatten(ContentOf(container::ReadContainer(repaired)));
         for (const auto& [path, value] : found) {
             if (run_.WasThere(path, value, step)) continue;
-            ASSERT_TRUE(IsMixed(path, value, step, torn)) << where << ": something new appeared";
+            // An entry that was written in part has a part of its name.
+            const bool cut = torn && where.ends_with("entry page");
+            ASSERT_TRUE(cut || IsMixed(path, value, step, torn)) << where << ": something new appeared";
             ++mixed_;
         }
         Count(found, step, torn, where);

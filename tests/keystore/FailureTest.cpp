@@ -167,7 +167,13 @@ const Operation kOperations[] = {
      }},
     {"check", Prepare, [](Store& store) { return FBR_CheckFileEx(store.file.c_str(), nullptr); }},
     {"repair", Prepare,
-     [](Store& store) { return FBR_CheckAndRepairFileEx(store.file.c_str(), nullptr); }},
+     [](Store& store) {
+         // Not under the lock of a store that would not know of it.
+         store.Unlock();
+         const FBR_STATUS status = FBR_CheckAndRepairFileEx(store.file.c_str(), nullptr);
+         const FBR_STATUS locked = store.Lock();
+         return status != FSSTATUS_SUCCESS ? status : locked;
+     }},
     {"take and release a lock", Prepare,
      [](Store& store) {
          FBR_STATUS status = store.Lock(kLockWriteToo);
