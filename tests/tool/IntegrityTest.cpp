@@ -72,7 +72,10 @@ TEST_F(IntegrityTest, TellsWhatIsNoReferenceByItsName) {
             EXPECT_EQ(result.out.find(line + store_ + ": " + count + " pages, 1 finding"), 0u)
                 << result.out;
         }
-        EXPECT_EQ(Read("x.fbr"), sound) << line;
+        // But for the counter that tells others of a change.
+        std::string mended = Read("x.fbr");
+        mended.replace(512 + 156, 4, sound, 512 + 156, 4);
+        EXPECT_EQ(mended, sound) << line;
         Good({"check", store_});
     }
 }
