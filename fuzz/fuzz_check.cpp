@@ -8,6 +8,7 @@ namespace container = support::container;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::ContainerInput input(Bytes(data, data + size));
     const storage::Status checked = input.Check(container::kDeepCheck).status;
+    Require(input.Contents() == Bytes(data, data + size), "a check writes nothing");
     const storage::Status repaired = input.Check(container::kRepair).status;
     // A log that is pending may be any nonsense, which a repair refuses.
     if (repaired == storage::kCorrupt) return 0;

@@ -1,8 +1,11 @@
 #include "storage/lifecycle/Compaction.h"
 
+#include <algorithm>
+
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
+#include "storage/lifecycle/CheckRun.h"
 #include "storage/lifecycle/PageReference.h"
 #include "storage/namespace/Objects.h"
 
@@ -101,7 +104,7 @@ Status MovePage(CompactionRun* run, uint32_t from, uint32_t to) {
     Status status = GetPage(context, from, &source, true, run->transaction);
     if (status != kOk) return status;
     const uint16_t kind = HeaderOf(source->buffer)->kind;
-    if (kind == kFreePage) status = Corrupt(context);  // the map lied
+    if (kind == kFreePage) status = kCorrupt;  // the map lied
     if (status == kOk) status = TakePage(run, to, source, &page);
     // What the transaction changed in the old page has gone along.
     if (status == kOk)
@@ -127,7 +130,7 @@ Status MoveSome(CompactionRun* run, bool* more) {
         if (status != kOk || !*more) return status;
         uint32_t to = run->target;
         status = FindDown(context, true, 0, &to);
-        if (status == kOk && to == 0) status = Corrupt(context);  // the counts lied
+        if (status == kOk && to == 0) status = kCorrupt;  // the counts lied
         if (status == kOk) status = MovePage(run, from, to);
         if (status != kOk) return status;
         run->top = from;
@@ -197,6 +200,57 @@ Status MoveAll(CompactionRun* run, void* userData, CompactProgress progress) {
     return status;
 }
 
+Status RunOnce(StorageContext* context, void* userData, CompactProgress progress) {
+    CompactionRun run(context);
+    run.end = run.target = EndWithout(context, context->freeCount);
+    run.top = context->knownPages;
+    return MoveAll(&run, userData, progress);
+}
+
+// What a check tells of the container in the file.
+struct LostPages {
+    WChar name[64] = {};
+    NumberList lost = {};
+    NumberList wrong = {};
+    bool damaged = false;
+
+    static void Told(void* data, uint32_t code, uint32_t page, uint32_t, uint8_t, uint8_t* cancel) {
+        LostPages* self = static_cast<LostPages*>(data);
+        if (code == kFoundLostPage && !self->lost.Add(page)) *cancel = 1;
+        if (code == kFoundBadLink && !self->wrong.Add(page)) *cancel = 1;
+        if (code == kFoundBadEntry) self->damaged = true;
+    }
+    // Pages are told of in rising order; what is wrong about lost ones is no damage.
+    bool AreAll() {
+        for (const uint32_t page : wrong)
+            if (!std::binary_search(lost.begin(), lost.end(), page)) return false;
+        return !damaged && !lost.Empty();
+    }
+};
+
+// Pages that somebody who was killed left in use, and nothing refers to, cannot move. Where there
+// is nothing else wrong with the container they are freed. kCorrupt otherwise.
+Status FreeLostPages(StorageContext* context) {
+    LostPages found;
+    Status status =
+        StorageCheckAndRepair(context->path, nullptr, kCheckOnly | kCheckDeep | kCheckLocked,
+                              nullptr, nullptr, &found, &LostPages::Told);
+    if (status != kOk) return status == kCancelled ? Status{kNoMemory} : status;
+    if (!found.AreAll()) return kCorrupt;
+    StorageTransaction* transaction = nullptr;
+    status = BeginTransaction(context, &transaction, TransactionMode::Write);
+    if (status != kOk) return status;
+    for (const uint32_t page : found.lost) {
+        CachePage* cached = context->pageTable.Find(page);
+        if (cached != nullptr && cached->pinCount == 0) DiscardPage(context, cached);
+        if (status == kOk && !transaction->releasePages.Add(page)) status = kNoMemory;
+    }
+    if (status == kOk) return CommitTransaction(context, transaction);
+    transaction->releasePages.Clear();
+    RollbackTransaction(context, transaction);
+    return status;
+}
+
 }  // namespace
 
 Status CompactPages(StorageContext* context, uint8_t* done, void* userData,
@@ -206,12 +260,14 @@ Status CompactPages(StorageContext* context, uint8_t* done, void* userData,
     if (context->readOnly) return kReadOnly;
     if (!context->transactions.Empty()) return kOk;
     if (done != nullptr) *done = 255;
-    CompactionRun run(context);
-    run.end = run.target = EndWithout(context, context->freeCount);
-    run.top = context->knownPages;
     // No commit of a batch compacts.
     context->compacting = true;
-    const Status status = MoveAll(&run, userData, progress);
+    Status status = RunOnce(context, userData, progress);
+    if (status == kCorrupt) {
+        status = FreeLostPages(context);
+        if (status == kOk) status = RunOnce(context, userData, progress);
+        if (status == kCorrupt) status = Corrupt(context);
+    }
     context->compacting = false;
     return status;
 }

@@ -26,12 +26,12 @@ Status VisitEntries(uint8_t* page, uint32_t offset, uint32_t count, Visit visit)
 template <class Visit>
 Status VisitRecords(StorageContext* context, uint8_t* page, Visit visit) {
     const uint32_t end = HeaderPageOf(page)->endOffset;
-    if (end > context->pageSize) return Corrupt(context);
+    if (end > context->pageSize) return Status{kCorrupt};
     for (uint32_t offset = kRecordsStart; offset + kRecordHeaderSize <= end;) {
         const uint8_t* record = page + offset;
         const uint16_t type = LoadU16(record, record::kType);
         const uint16_t size = LoadU16(record, record::kSize);
-        if (size < kRecordHeaderSize || size > end - offset) return Corrupt(context);
+        if (size < kRecordHeaderSize || size > end - offset) return Status{kCorrupt};
         Status status = kOk;
         if (LoadU32(record, record::kLink) != 0) {
             status = visit(ReferenceField::Record, offset + record::kLink,
@@ -97,26 +97,26 @@ bool ReplaceInHeader(PageHeader* header, Replacement* replacement) {
 }
 
 Status ReplaceIn(StorageContext* context, uint8_t* page, Replacement* replacement) {
-    if (!ReplaceInHeader(HeaderOf(page), replacement)) return Corrupt(context);
+    if (!ReplaceInHeader(HeaderOf(page), replacement)) return Status{kCorrupt};
     const Status status = VisitReferences(
         context, page, [&](ReferenceField field, uint32_t offset, uint16_t expected) -> Status {
             uint32_t number = LoadU32(page, offset);
             // The index lists whatever pages the stream has, those of a link included.
             const bool allowed = replacement->kind == expected ||
                                  (field == ReferenceField::Slot && replacement->kind == kLinkPage);
-            if (!replacement->Apply(&number, allowed)) return Corrupt(context);
+            if (!replacement->Apply(&number, allowed)) return Status{kCorrupt};
             Store<uint32_t>(page, offset, number);
             return kOk;
         });
     if (status != kOk) return status;
-    return replacement->count == 1 ? kOk : Corrupt(context);
+    return replacement->count == 1 ? kOk : Status{kCorrupt};
 }
 
 }  // namespace
 
 Status FixPageReference(StorageContext* context, uint32_t number, uint32_t old, uint32_t now,
                         StorageTransaction* transaction, uint16_t kind) {
-    if (number >= context->knownPages || context->IsMapPage(number)) return Corrupt(context);
+    if (number >= context->knownPages || context->IsMapPage(number)) return Status{kCorrupt};
     CachePage* page = nullptr;
     Status status = GetPage(context, number, &page, true, transaction);
     if (status != kOk) return status;

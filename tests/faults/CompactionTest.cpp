@@ -11,6 +11,7 @@
 #include "tests/support/FailingHeap.h"
 #include "tests/support/FaultFile.h"
 #include "tests/support/MemoryFiles.h"
+#include "tests/support/RecordingFile.h"
 
 namespace faults {
 namespace {
@@ -161,6 +162,49 @@ TEST_P(Compaction, OfAContainerWithItsLogInsideLeavesItsEndFree) {
     EXPECT_EQ(memory_.Get(path_).size(), bytes.size());
     ReadSound(memory_.Get(path_));
     EXPECT_TRUE(container::CheckContainer(path_, container::kDeepCheck).FoundNothing());
+}
+
+// Killed behind any page that it writes, it leaves all content where it is found, and lost pages at
+// most; without a repair.
+TEST_P(Compaction, ThatIsKilledLosesNothing) {
+    const Bytes sparse = Sparse(2);
+    const container::Content before = container::ContentOf(ReadSound(sparse).root);
+    std::vector<Bytes> images;
+    {
+        support::RecordingFile recording;
+        EngineStore store;
+        ASSERT_EQ(store.Open(path_), storage::kOk);
+        ASSERT_EQ(storage::StorageCompact(store.Container(), nullptr), storage::kOk);
+        ASSERT_EQ(store.Close(), storage::kOk);
+        const platform::WString path = dir_.File("c.dat");
+        for (size_t i = 0; i < recording.Changes().size(); ++i)
+            for (size_t at = 0; at <= recording.Changes()[i].bytes.size();
+                 at += GetParam().pageSize)
+                images.push_back(recording.Image(path, i + 1, at));
+    }
+    ASSERT_GT(images.size(), 20u);
+    for (size_t i = 0; i < images.size(); i += 1 + images.size() / (8 * container::Rounds(6))) {
+        SCOPED_TRACE("moment " + std::to_string(i));
+        memory_.Put(path_, images[i]);
+        container::CheckOutcome check = container::CheckContainer(path_, container::kDeepCheck);
+        EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
+        EngineStore store;
+        ASSERT_EQ(store.Open(path_), storage::kOk);
+        std::vector<std::string> failures;
+        container::Content now = store.ReadAll(&failures);
+        EXPECT_TRUE(failures.empty()) << failures.front();
+        for (const auto& [name, body] : now) EXPECT_EQ(body, before.at(name)) << i;
+        EXPECT_EQ(store.Put(u"\\after", container::Pattern(5000)), storage::kOk);
+        EXPECT_EQ(storage::StorageCompact(store.Container(), nullptr), storage::kOk);
+        EXPECT_EQ(store.Close(), storage::kOk);
+        check = container::CheckContainer(path_, container::kDeepCheck);
+        EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
+        container::Content after =
+            container::ContentOf(container::ReadContainer(memory_.Get(path_)).root);
+        EXPECT_EQ(after.erase(u"\\after"), 1u);
+        EXPECT_TRUE(after == before);
+        if (HasFailure()) return;
+    }
 }
 
 // A compaction that is stopped between its steps is a sound container all the same, and the next

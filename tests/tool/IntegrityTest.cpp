@@ -72,9 +72,8 @@ TEST_F(IntegrityTest, TellsWhatIsNoReferenceByItsName) {
             EXPECT_EQ(result.out.find(line + store_ + ": " + count + " pages, 1 finding"), 0u)
                 << result.out;
         }
-        // A repair counts as a change.
+        // But for the counter that tells others of a change.
         std::string mended = Read("x.fbr");
-        ASSERT_EQ(mended.size(), sound.size()) << line;
         mended.replace(512 + 156, 4, sound, 512 + 156, 4);
         EXPECT_EQ(mended, sound) << line;
         Good({"check", store_});
