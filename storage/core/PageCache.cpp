@@ -375,17 +375,4 @@ void DiscardPage(StorageContext* context, CachePage* page) {
     DestroyDescriptor(context, page);
 }
 
-Status RenumberPage(StorageContext* context, CachePage* page, uint32_t number) {
-    CachePage* there = context->pageTable.Find(number);
-    if (there != nullptr && (there->pinCount != 0 || there->transaction != nullptr))
-        return Corrupt(context);
-    if (there != nullptr) DiscardPage(context, there);
-    context->pageTable.Remove(page);
-    page->number = number;
-    // The entry just taken out made room: this cannot need memory.
-    context->pageTable.Insert(page);
-    HeaderOf(page->buffer)->pageNumber = number;
-    return MarkPageChanged(context, page);
-}
-
 }  // namespace storage

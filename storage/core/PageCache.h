@@ -53,9 +53,6 @@ void DestroyCache(StorageContext* context);
 
 // For transactions: takes a page out of the cache without writing it.
 void DiscardPage(StorageContext* context, CachePage* page);
-// For compaction: gives a pinned page of the transaction another number.
-Status RenumberPage(StorageContext* context, CachePage* page, uint32_t number);
-
 // Page buffers, kept for reuse.
 uint8_t* AllocateBuffer(StorageContext* context);
 void ReleaseBuffer(StorageContext* context, uint8_t* buffer);
