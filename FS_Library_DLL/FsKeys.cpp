@@ -41,6 +41,11 @@ Status CreateOneKey(const WChar* prefix, const WChar* wholePath, FsStoreContext*
 
 // Makes each key on the way. kExists when the last one was there.
 Status CreateKeyPath(const FsText& path, FsStoreContext* context) {
+    // Mostly the way is there. An engine of somebody else is asked for each key of it, as ever.
+    if (FsHasOwnEngine() && path.Length() != 0) {
+        const Status code = CreateOneKey(path.Text(), path.Text(), context);
+        if (code != storage::kParentMissing) return code;
+    }
     FsText prefix;
     if (!prefix.Assign(path.View())) return storage::kInternal;
     WChar* text = prefix.Data();

@@ -45,6 +45,9 @@ struct StorageContext {
     bool changing = false;        // page 1 on disk says that a change is under way
     uint32_t changes = 0;         // counts what transactions did to pages
     bool everLocked = false;
+    bool writingDenied = false;   // read-only only because another program would not have writers
+    platform::PageFile* retiredFile = nullptr;  // the opening for reading, after one for writing
+    platform::FileLock* retiredLock = nullptr;
     bool inlineEntries = false;   // a directory was loaded in a form that cannot be changed
     uint64_t pageReads = 0;       // counts transfers
     uint64_t readsBefore = 0;     // pageReads when the last read began

@@ -20,6 +20,8 @@ Status OpenContainerFile(StorageContext* context, const WChar* path) {
     platform::SetLastError(platform::kErrorSuccess);
     context->file = OpenPageFile(path, ResourceType::FileCreate, kExisting);
     context->readOnly = context->file == nullptr;
+    context->writingDenied =
+        context->readOnly && platform::LastError() == platform::kErrorSharingViolation;
     if (context->readOnly)
         context->file = OpenPageFile(path, ResourceType::FileReadOnly, kExisting);
     return context->file != nullptr ? kOk : OpenFailure();

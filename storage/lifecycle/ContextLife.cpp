@@ -85,9 +85,10 @@ Status CloseContainer(StorageContext* context, Closing closing) {
     if (context->externalFile) context->file = nullptr;
     CloseFile(&context->file);
     CloseFile(&context->logFile);
+    CloseFile(&context->retiredFile);
     ReleaseText(&context->path);
     ReleaseText(&context->logPath);
-    context->readOnly = context->stale = context->everLocked = false;
+    context->readOnly = context->writingDenied = context->stale = context->everLocked = false;
     context->grewSinceFlush = context->wroteSinceLock = false;
     return first;
 }

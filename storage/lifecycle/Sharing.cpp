@@ -3,13 +3,17 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <utility>
 
+#include "Shared/logging/Logger.h"
 #include "Shared/security/LowIntegrityResource.h"
 #include "platform/LockWaitLimit.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
 #include "storage/lifecycle/ContextLife.h"
+
+#define ZRFS_LOG_FILE "Sharing"
 
 namespace storage {
 
@@ -180,7 +184,8 @@ Status AttachLock(StorageContext* context) {
 void DetachLock(StorageContext* context) {
     if (context->lock != nullptr && context->lock->IsHeld()) SettleBeforeRelease(context);
     delete context->lock;
-    context->lock = nullptr;
+    delete context->retiredLock;
+    context->lock = context->retiredLock = nullptr;
     if (context->sharedGeneration != nullptr) platform::UnmapSharedWord(context->sharedGeneration);
     if (context->sharedMapping != nullptr) platform::CloseSharedWord(context->sharedMapping);
     if (context->lockMutex != nullptr) platform::CloseNamedMutex(context->lockMutex);
@@ -190,7 +195,35 @@ void DetachLock(StorageContext* context) {
     context->writers = 0;
 }
 
+namespace {
+
+// Another program denied writing when the container was opened. Once it no longer does, the file is
+// opened for writing. The old opening stays until the end: a thread may be waiting at its lock.
+void RegainWriting(StorageContext* context) {
+    const std::lock_guard guard(context->containerLock);
+    if (!context->writingDenied || context->lock == nullptr || context->lock->IsHeld()) return;
+    platform::PageFile* file = OpenPageFile(context->path, ResourceType::FileCreate,
+                                            platform::Disposition::OpenExisting);
+    platform::FileIdentity before, now;
+    auto* lock = file != nullptr ? new platform::FileLock(file, context->lockMutex) : nullptr;
+    if (lock == nullptr || !lock->Join() || context->file->Identity(&before) != 0 ||
+        file->Identity(&now) != 0 || !(before == now)) {
+        delete lock;
+        delete file;
+        ZRFS_LOG(Varnhold::Hob::Detail::kWarning, "GetContainerLock", "[{}] is open for reading only: another program denies writing",
+                 platform::ToUtf8(context->path));
+        return;
+    }
+    context->retiredFile = std::exchange(context->file, file);
+    context->retiredLock = std::exchange(context->lock, lock);
+    context->readOnly = context->writingDenied = false;
+    context->stale = true;
+}
+
+}  // namespace
+
 Status GetContainerLock(StorageContext* context, const LockPatience& patience) {
+    if (context->writingDenied) RegainWriting(context);
     platform::FileLock* lock = context->lock;
     if (lock == nullptr) return kInternal;
     const bool nested = lock->IsMine() && !context->implicitLock;

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <string_view>
 #include <utility>
 
+#include "Shared/logging/Logger.h"
 #include "tools/console/Interrupt.h"
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
@@ -196,7 +198,21 @@ std::string Cli::ContainerAt(const std::string& path) const {
     return std::string(text.begin(), text.end());
 }
 
+// What the library warns of goes to standard error. That a hive could be read in part only is a loss:
+// the command did not give all that there is.
+void Cli::HearWarnings() {
+    namespace log = Varnhold::Hob::Detail;
+    log::Logger::Instance().AddSink(
+        log::kWarning, [](int severity) { return severity <= log::kWarning; },
+        [this](const log::LogRecord& record) {
+            const bool loss = std::string_view(record.file) == "offreg/OfflineRegistry";
+            const int status = Report(record.message.c_str(), kExitFailed);
+            if (loss) SetExitStatus(status);
+        });
+}
+
 int Cli::Run(std::vector<std::string> words) {
+    HearWarnings();
     PutMethodFirst(words);
     for (std::string& word : words) word = Shielded(std::move(word));
     std::reverse(words.begin(), words.end());

@@ -88,6 +88,7 @@ class Cli {
     int Run(std::vector<std::string> words);
 
   private:
+    void HearWarnings();
     void StartTrace();
     void LimitWait() const;
 

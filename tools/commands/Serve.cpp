@@ -24,6 +24,7 @@ void StopRunning() {
 }
 
 void LogToStandardError(int level) {
+    log::Logger::Instance().RemoveSinks();  // that of the other commands
     log::Logger::Instance().AddSink(
         level, [level](int severity) { return severity <= level; },
         [](const log::LogRecord& record) {

@@ -100,7 +100,8 @@ bool Key::HasSubkeys() const {
     FBR_WCHAR* name = nullptr;
     const FBR_STATUS status = FBR_EnumIntDirEx(handle_, 0, &name, store_->Handle());
     FBR_Release(name);
-    return status == FSSTATUS_SUCCESS;
+    // A name that cannot be given is that of a subkey all the same.
+    return status == FSSTATUS_SUCCESS || status == FSSTATUS_INVALID_NAME;
 }
 
 // Values are asked for at the store itself, for the exported functions call the unnamed value
