@@ -59,17 +59,25 @@ bool OpenRoot(int64_t* root, FsStoreContext* context) {
     return status == FSSTATUS_SUCCESS || status == FSSTATUS_ALREADY_EXISTS;
 }
 
-// What goes wrong in here is dropped: the store opens all the same.
+// Whole or not at all. What goes wrong in here is dropped: the store opens all the same, and the next
+// opening writes the record.
 void WriteVersion(int64_t root, FsStoreContext* context) {
-    FileHandle* file = nullptr;
-    if (FS_CreateFileEx(root, kVersionName, &file, context) != FSSTATUS_SUCCESS) return;
-    bool fromStart = true;
-    for (const uint32_t word : {kDwordType, uint32_t{sizeof(uint32_t)}, kStoreVersion}) {
-        uint64_t done = 0;
-        FS_WriteFileEx(file, &word, sizeof word, &done, fromStart, context);
-        fromStart = false;
-    }
-    FS_CloseFileEx(file, context);
+    FsChange(context, [&]() -> Status {
+        FileHandle* file = nullptr;
+        if (FS_CreateFileEx(root, kVersionName, &file, context) != FSSTATUS_SUCCESS)
+            return storage::kInternal;
+        FBR_STATUS status = FSSTATUS_SUCCESS;
+        bool fromStart = true;
+        for (const uint32_t word : {kDwordType, uint32_t{sizeof(uint32_t)}, kStoreVersion}) {
+            uint64_t done = 0;
+            if (status == FSSTATUS_SUCCESS)
+                status = FS_WriteFileEx(file, &word, sizeof word, &done, fromStart, context);
+            fromStart = false;
+        }
+        const FBR_STATUS closed = FS_CloseFileEx(file, context);
+        return status == FSSTATUS_SUCCESS && closed == FSSTATUS_SUCCESS ? storage::kOk
+                                                                       : storage::kInternal;
+    });
 }
 
 // The third word of the record; the others are not looked at.
