@@ -115,6 +115,7 @@ Error FileMark::TakeBeside(int descriptor, bool* taken) {
     *taken = has && !Meets(descriptor, F_RDLCK, kMark);
     if (*taken) return kErrorSuccess;
     SetLock(descriptor, F_UNLCK, kBesideMark);
+    if (has) unlink(path);
     close(beside_);
     beside_ = -1;
     return kErrorSuccess;
@@ -129,7 +130,10 @@ void FileMark::DropBeside() {
 
 Error FileMark::Take(int descriptor, bool* taken) {
     *taken = false;
-    const int number = SetLock(descriptor, F_WRLCK, kMark);
+    int number = SetLock(descriptor, F_WRLCK, kMark);
+    // A writer may have let go between two looks: only shared locks that stay lead to the other way.
+    if (IsBusy(number) && !Meets(descriptor, F_RDLCK, kMark))
+        number = SetLock(descriptor, F_WRLCK, kMark);
     if (number == 0) {
         *taken = !Meets(descriptor, F_WRLCK, kBesideMark);
         if (*taken) return Leave(kErrorSuccess);

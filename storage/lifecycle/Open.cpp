@@ -12,6 +12,16 @@ namespace storage {
 
 namespace {
 
+Status CountPages(StorageContext* context) {
+    uint64_t size = 0;
+    if (context->file->Size(&size) != 0) size = 0;
+    const uint64_t pages = size >> context->pageShift;
+    // The map page, the superblock and the root's HeaderPage are the least there can be.
+    if (pages >= kUnknownPages || pages < uint64_t{context->basePage} + 3) return kNotContainer;
+    context->totalPages = static_cast<uint32_t>(pages - context->basePage);
+    return kOk;
+}
+
 Status MeasureFile(StorageContext* context) {
     uint64_t size = 0;
     if (context->file->Size(&size) != 0) size = 0;
@@ -24,12 +34,9 @@ Status MeasureFile(StorageContext* context) {
     context->pageSize = 1u << place.pageShift;
     context->payloadSize = context->pageSize - kPageHeaderSize;
     const uint64_t base = place.base * kLocateBlock >> place.pageShift;
-    const uint64_t pages = size >> place.pageShift;
-    // The map page, the superblock and the root's HeaderPage are the least there can be.
-    if (pages >= kUnknownPages || pages < base + 3) return kNotContainer;
+    if (base >= kUnknownPages) return kNotContainer;
     context->basePage = static_cast<uint32_t>(base);
-    context->totalPages = static_cast<uint32_t>(pages - base);
-    return kOk;
+    return CountPages(context);
 }
 
 Status LoadSuperblock(StorageContext* context) {
@@ -95,6 +102,8 @@ Status OpenRoot(StorageContext* context) {
 Status LoadContainer(StorageContext* context, bool locked) {
     Status status = MeasureFile(context);
     if (status == kOk) status = LoadSuperblock(context);
+    // Once more: the file may have grown to what page 1 tells of after it was measured first.
+    if (status == kOk) status = CountPages(context);
     if (status != kOk) return status;
     context->active = true;
     context->seenCounter = context->Super()->transactionCounter;

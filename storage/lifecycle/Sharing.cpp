@@ -79,6 +79,7 @@ struct ChangeMark {
     uint32_t counter = 0;
     bool changing = false;
     bool logPending = false;
+    bool isLoaded = false;  // what memory has of page 1 is this, but for the counter
 };
 
 // Page 1 as it stands in the file.
@@ -95,13 +96,17 @@ Status ReadMark(StorageContext* context, ChangeMark* mark) {
     mark->counter = swapped ? Swap32(super.transactionCounter) : super.transactionCounter;
     mark->changing = super.changing != 0;
     mark->logPending = super.logPending != 0;
+    const Superblock* loaded = context->Super();
+    mark->isLoaded =
+        loaded->logPending == 0 && loaded->changing == 0 && loaded->logChainHead == super.logChainHead &&
+        (swapped || loaded->lastFileId >= super.lastFileId);
     return kOk;
 }
 
-bool FileHasShrunk(StorageContext* context) {
+bool HasAnotherSize(StorageContext* context) {
     uint64_t size = 0;
     if (context->file->Size(&size) != 0) return true;
-    return (size >> context->pageShift) < uint64_t{context->basePage} + context->totalPages;
+    return (size >> context->pageShift) != uint64_t{context->basePage} + context->totalPages;
 }
 
 // Memory in line with the file. The lock is held, or (`locked` false) the look is a passing one.
@@ -146,7 +151,8 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience) {
     if (status != kOk) return status;
     const bool moved = mark.counter != context->seenCounter || mark.changing || mark.logPending;
     const bool unfit = context->stale || (context->inlineEntries && !context->readOnly);
-    if (unfit || ownerDied || moved || FileHasShrunk(context))
+    // Page 1 itself was read while somebody may have been writing it: as it was loaded it must be.
+    if (unfit || ownerDied || moved || HasAnotherSize(context) || !mark.isLoaded)
         status = Reload(context, true);
     if (status == kOk) status = EndForeignChange(context);
     if (status == kOk && ownerDied) context->wroteSinceLock = true;
@@ -320,8 +326,11 @@ Status CatchUp(StorageContext* context) {
     if (mark.changing || mark.logPending) {
         if (!context->readOnly || context->file->IsMarkedElsewhere()) return kSharing;
     }
-    if (context->stale || mark.counter != context->seenCounter) return Reload(context, false);
-    return kOk;
+    if (!context->stale && mark.counter == context->seenCounter) return kOk;
+    const Status loaded = Reload(context, false);
+    // What cannot be loaded beside a change may well be sound.
+    const bool final = loaded == kOk || (context->readOnly && !context->file->IsMarkedElsewhere());
+    return final ? loaded : Status{kSharing};
 }
 
 }  // namespace
