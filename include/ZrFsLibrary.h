@@ -65,8 +65,8 @@ extern "C" {
  * all, or where changes leave no state in between.
  * FSSTATUS_INVALID_PARAMETER for a path or method that names no store;
  * FSSTATUS_VERSION_MISMATCH for a container of another version; FSSTATUS_LOCK_FAILED when the lock
- * is needed and cannot be had in 60 seconds; FSSTATUS_PATH_NOT_FOUND and FSSTATUS_INVALID_NAME for a
- * file that cannot be; FSSTATUS_MODULE_NOT_FOUND for method 6 without its library. */
+ * is needed and cannot be had in 60 seconds; FSSTATUS_PATH_NOT_FOUND and FSSTATUS_INVALID_NAME for
+ * a file that cannot be; FSSTATUS_MODULE_NOT_FOUND for method 6 without its library. */
 FBR_API FBR_STATUS FBR_InitialiseEx(const FBR_WCHAR* path, FBR_STORE* handle, FBR_METHOD method);
 
 /* Closes a store, its keys with it, and gives up a lock that it still holds. The handle is dead
@@ -90,8 +90,8 @@ FBR_API FBR_STATUS FBR_CheckFileEx(const FBR_WCHAR* path, FBR_CheckCallback call
 
 /* The same, and mends what it finds. Nobody may have the lock, the caller's own stores included:
  * FSSTATUS_LOCK_FAILED, at once when the calling thread has it. A repair that is killed while it
- * writes is finished by the next opening or repair. FSSTATUS_FILE_CORRUPT, and nothing changed, when
- * a pending redo log cannot be replayed. */
+ * writes is finished by the next opening or repair. FSSTATUS_FILE_CORRUPT, and nothing changed,
+ * when a pending redo log cannot be replayed. */
 FBR_API FBR_STATUS FBR_CheckAndRepairFileEx(const FBR_WCHAR* path, FBR_CheckCallback callback);
 
 /* Tells whether damage was ever met in the store, by one who had its lock. Pass a word that holds
