@@ -122,6 +122,9 @@ FBR_API FBR_STATUS FBR_Compact(FBR_STORE handle, uint32_t* done);
  * calling thread has the lock through another store, for it would wait for itself; and from then
  * on, when the file was deleted or another one put in its place.
  *
+ * A store that found writing denied by another program when it was opened tries again here; until
+ * then it can be read, and a write to it is FSSTATUS_FAILED.
+ *
  * Who may only read the file keeps nobody from it. His lock excludes within the process alone and
  * is a promise about his reads: they are all of one state, and each is FSSTATUS_LOCK_FAILED once
  * somebody has changed the store, until the lock was released and taken again. */
