@@ -9,8 +9,10 @@
 #include "ZrFsTypes.h"
 
 // A settings file holds its store's write lock from Create or Open on, until the next of them or
-// its end, so that one open settings file keeps every other process out: those wait up to 60
-// seconds for their lock and then fail.
+// its end, so that one open settings file keeps every other process, and every other store and
+// settings file of its own, from that file's lock: those wait up to 60 seconds for it and then fail
+// with FSSTATUS_LOCK_FAILED. On the thread that has one open already they fail at once. Reads of
+// others through the interface need no lock and go on.
 //
 // Key paths start at the root. An empty value name is the unnamed value, "(Default)". Operations
 // between Create or Open and the end answer FSSTATUS_INVALID_PARAMETER when no store is open, the

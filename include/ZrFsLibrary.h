@@ -10,20 +10,31 @@
  * that the library hands out belongs to the caller and is given back with FBR_Release.
  *
  * Every function may be called from any thread, several at once on one store; a call that closes a
- * store must be the only one on it. The switches (FBR_Logging, FBR_FileChecking,
+ * store must be the only one on it. Calls on one store run one at a time; one that waits for the
+ * lock of a container holds up no other. The switches (FBR_Logging, FBR_FileChecking,
  * FBR_SetTARN_Functions) are process-wide, take no lock, and are meant to be set before the first
  * store is opened.
  *
  * Every function but the four last ones answers a status. FSSTATUS_INVALID_PARAMETER is the answer
  * to a null handle, path or name, and to a null output where the call is for nothing else;
  * FSSTATUS_FAILED that to a lack of memory, to a key handle that is not open, and to every failure
- * that has no status of its own; FSSTATUS_FILE_CORRUPT that to damage met on the way. What else a
- * function answers stands with it. The comments tell of a container (method 1); the other stores
- * answer alike where they can, and FSSTATUS_NOT_IMPLEMENTED where they cannot.
+ * that has no status of its own; FSSTATUS_FILE_CORRUPT that to damage met on the way, and to
+ * nothing else: what others are writing is no damage. What else a function answers stands with it.
+ * The comments tell of a container (method 1); the other stores answer alike where they can, and
+ * FSSTATUS_NOT_IMPLEMENTED where they cannot.
  *
  * A write needs a lock of type 1 or 2, see FBR_GetLockEx, and is FSSTATUS_LOCK_FAILED without one.
- * Writes are marked [W] below. Reading needs no lock; who wants several reads to see one state
- * takes a lock of type 3 around them.
+ * Writes are marked [W] below. Each of them is one change: it is made as a whole or, when it fails
+ * or its process is killed, not at all, but where its comment tells otherwise.
+ *
+ * Reading needs no lock. Each call then answers one state of the store, which was there at some
+ * moment since the call began, whoever writes meanwhile: a call that meets a change is done again,
+ * in the last resort under the lock, and is FSSTATUS_LOCK_FAILED when that cannot be had in 5
+ * seconds. Who wants several reads to see one state takes a lock of type 3 around them. Threads
+ * beside the owner of a lock, in the same store, read what it has set so far.
+ *
+ * Nothing is flushed but a file that has grown: after a loss of power any of the last changes may
+ * be missing, in part too (see docs/promises.md).
  *
  * A query of a value by an open key costs no page read once the pages are in memory; setting one
  * costs the page writes of the value. No call costs more for the number of keys that are open.
@@ -47,54 +58,84 @@ extern "C" {
  *                    with any other method, which travels there as it is
  * STORE is a file (methods 1 and 6), a registry path (2), or FILE!MOUNTNAME (5).
  * On success the store is the caller's until FBR_DeInitialiseEx; on failure *handle is untouched.
+ * A store stays with the file that it opened, whatever becomes of the current folder. A missing
+ * container is made under another name in its folder and renamed, so that others find none or a
+ * whole one; of several that make it at once one does, and the others open it. Opening takes the
+ * lock for a moment only where there is something to write, after a writer that was killed above
+ * all, or where changes leave no state in between.
  * FSSTATUS_INVALID_PARAMETER for a path or method that names no store;
- * FSSTATUS_VERSION_MISMATCH for a container of another version; FSSTATUS_PATH_NOT_FOUND and
- * FSSTATUS_INVALID_NAME for a file that cannot be; FSSTATUS_MODULE_NOT_FOUND for method 6 without
- * its library. */
+ * FSSTATUS_VERSION_MISMATCH for a container of another version; FSSTATUS_LOCK_FAILED when the lock
+ * is needed and cannot be had in 60 seconds; FSSTATUS_PATH_NOT_FOUND and FSSTATUS_INVALID_NAME for
+ * a file that cannot be; FSSTATUS_MODULE_NOT_FOUND for method 6 without its library. */
 FBR_API FBR_STATUS FBR_InitialiseEx(const FBR_WCHAR* path, FBR_STORE* handle, FBR_METHOD method);
 
-/* Closes a store, its keys with it. The handle is dead afterwards, whatever the status. Volatile
- * keys are deleted if a lock of type 1 or 2 is held, and stay otherwise. */
+/* Closes a store, its keys with it, and gives up a lock that it still holds. The handle is dead
+ * afterwards, whatever the status. Volatile keys are deleted if a lock of type 1 or 2 is in force,
+ * and stay otherwise: without a lock a close writes nothing. */
 FBR_API FBR_STATUS FBR_DeInitialiseEx(FBR_STORE handle);
 
 /* ---- Integrity ---- */
 
-/* Checks the container of an open store as FBR_CheckFileEx does. FSSTATUS_FAILED while file
- * checking is off (see FBR_FileChecking). */
+/* Checks the container of an open store as FBR_CheckFileEx does, under the lock that the store has
+ * if there is one in force; its owner must not write meanwhile. FSSTATUS_FAILED while file checking
+ * is off (see FBR_FileChecking). */
 FBR_API FBR_STATUS FBR_CheckFile(FBR_STORE handle);
 
-/* Checks a container file under its lock, and changes nothing, whatever it finds. `callback` is told
- * of all that FBR_CheckAndRepairFileEx would mend; a null one traces corrupt entries.
- * FSSTATUS_SUCCESS when the check ran to its end, whatever it found; FSSTATUS_LOCK_FAILED when
- * somebody else has the store for longer than 5 seconds. */
+/* Checks a container file under its lock, and changes nothing, whatever it finds. `callback` is
+ * told of all that FBR_CheckAndRepairFileEx would mend; a null one traces corrupt entries. A lock
+ * that the calling thread has on the file, through a store of its own, will do. FSSTATUS_SUCCESS
+ * when the check ran to its end, whatever it found; FSSTATUS_LOCK_FAILED when somebody else has the
+ * lock for longer than 5 seconds. */
 FBR_API FBR_STATUS FBR_CheckFileEx(const FBR_WCHAR* path, FBR_CheckCallback callback);
 
-/* The same, and mends what it finds. FSSTATUS_FILE_CORRUPT, and nothing changed, when a pending redo
- * log cannot be replayed. */
+/* The same, and mends what it finds. Nobody may have the lock, the caller's own stores included:
+ * FSSTATUS_LOCK_FAILED, at once when the calling thread has it. A repair that is killed while it
+ * writes is finished by the next opening or repair. FSSTATUS_FILE_CORRUPT, and nothing changed,
+ * when a pending redo log cannot be replayed. */
 FBR_API FBR_STATUS FBR_CheckAndRepairFileEx(const FBR_WCHAR* path, FBR_CheckCallback callback);
 
-/* Tells whether damage was ever met in the store. Pass a word that holds 0: a container writes its
- * lowest byte alone. */
+/* Tells whether damage was ever met in the store, by one who had its lock. Pass a word that holds
+ * 0: a container writes its lowest byte alone. */
 FBR_API FBR_STATUS FBR_IsCorrupted(FBR_STORE handle, uint32_t* corrupted);
 
-/* Gives free pages back to the disk. [W] in effect: hold a lock. Pass a word that holds 0; its
- * lowest byte becomes 255 when the store was gone through. */
+/* Gives free pages back to the disk, with those that killed writers lost where they are in the way.
+ * A caller without the lock need not take one: it is taken for as long as this runs. Pages move in
+ * several changes, and what was moved before a failure stays moved. Pass a word that holds 0; its
+ * lowest byte becomes 255 when the store was gone through. FSSTATUS_LOCK_FAILED when somebody else,
+ * another thread included, has the lock for longer than 5 seconds. */
 FBR_API FBR_STATUS FBR_Compact(FBR_STORE handle, uint32_t* done);
 
 /* ---- Locks ---- */
 
-/* Takes the lock that all processes with this container share, waiting up to 60 seconds, and
- * brings the store up to date with what the others wrote. Types 1 and 2 allow writing, 3 does not.
- * Locks nest, on one thread; each is released once, by the thread that took it. A read or write
- * that another thread has under way when the store is brought up to date fails.
- * FSSTATUS_LOCK_FAILED when the lock cannot be had, and for any other type. */
+/* Takes the lock of the container's file, waiting up to 60 seconds, and brings the store up to date
+ * with what the others wrote. The lock is the file's: all processes, users and stores of one
+ * process meet in it, by whatever name they opened the file. Types 1 and 2 allow writing, 3 does
+ * not; any of them keeps all others from a lock.
+ *
+ * A lock belongs to the thread that took it through this store, and nests there; each is released
+ * once, by that thread. Another thread waits for it, but may write through the same store while a
+ * lock of type 1 or 2 is in force, as part of the owner's work. A thread or process that ends with
+ * the lock frees it, and a change it left half done is undone or finished before the next one goes
+ * on.
+ *
+ * FSSTATUS_LOCK_FAILED when the lock cannot be had, and for any other type; at once when the
+ * calling thread has the lock through another store, for it would wait for itself; and from then
+ * on, when the file was deleted or another one put in its place.
+ *
+ * A store that found writing denied by another program when it was opened tries again here; until
+ * then it can be read, and a write to it is FSSTATUS_FAILED.
+ *
+ * Who may only read the file keeps nobody from it. His lock excludes within the process alone and
+ * is a promise about his reads: they are all of one state, and each is FSSTATUS_LOCK_FAILED once
+ * somebody has changed the store, until the lock was released and taken again. */
 FBR_API FBR_STATUS FBR_GetLockEx(uint32_t lockType, FBR_STORE handle);
 
-/* Releases the lock taken last, whatever the type given here. FSSTATUS_LOCK_FAILED when the
- * store was never locked. */
+/* Releases the lock taken last, whatever the type given here. FSSTATUS_LOCK_FAILED, and nothing
+ * changed, when another thread has the lock, or when the store was never locked. */
 FBR_API FBR_STATUS FBR_ReleaseLockEx(uint32_t lockType, FBR_STORE handle);
 
-/* Writes the type of the lock in force, 0 for none. A store without locks writes nothing. */
+/* Writes the type of the lock in force through this store, whichever thread has it, 0 for none. A
+ * store without locks writes nothing. */
 FBR_API FBR_STATUS FBR_GetLockTypeEx(FBR_STORE handle, uint32_t* lockType);
 
 /* ---- Values ---- */
@@ -104,15 +145,16 @@ FBR_API FBR_STATUS FBR_GetLockTypeEx(FBR_STORE handle, uint32_t* lockType);
 FBR_API FBR_STATUS FBR_DeleteValue(FBR_KEY key, const FBR_WCHAR* name, FBR_STORE handle);
 
 /* [W] Makes or replaces a value. `type` is kept as it is given. `data` may be null when `size` is
- * 0. `key` is an open key: the root is opened like any other. A failure on the way may leave the
- * value without its data. Sizes are cut to 32 bits. */
+ * 0. `key` is an open key: the root is opened like any other. A failure leaves the old value, or
+ * none where there was none. Sizes are cut to 32 bits. */
 FBR_API FBR_STATUS FBR_SetValue(FBR_KEY key, const FBR_WCHAR* name, uint32_t type, const void* data,
                                 uint64_t size, FBR_STORE handle);
 
 /* Reads a value. With a null `buffer`, *size becomes the size of the data and the status is
  * FSSTATUS_BUFFER_OVERFLOW, or FSSTATUS_SUCCESS for an empty value. With a buffer, up to
  * `bufferSize` bytes are copied and *size becomes their number: a buffer that is too small gets the
- * first bytes, with FSSTATUS_SUCCESS. `size` must be given; `type` may be null.
+ * first bytes, with FSSTATUS_SUCCESS. Between two calls the value may change: ask for size and data
+ * under one lock, or be ready to ask again. `size` must be given; `type` may be null.
  * FSSTATUS_NOT_FOUND when there is no such value. */
 FBR_API FBR_STATUS FBR_QueryValue(FBR_KEY key, const FBR_WCHAR* name, void* buffer,
                                   uint64_t bufferSize, uint64_t* size, uint32_t* type,
@@ -122,8 +164,9 @@ FBR_API FBR_STATUS FBR_QueryValue(FBR_KEY key, const FBR_WCHAR* name, void* buff
 
 /* [W] Makes a key, and the keys on the way to it, and opens it. `name` is a key or a path below
  * `parent`; a parent of 0, or one that is not open, is the root. FSSTATUS_ALREADY_EXISTS comes with
- * a valid handle in *key, too. A new key is volatile with bit 0 of `options`; making a key again
- * can end that. */
+ * a valid handle in *key, too. A value of the name stays a value beside the key. After a failure
+ * none of the keys is there that was not before. A new key is volatile with bit 0 of `options`;
+ * making a key again can end that. */
 FBR_API FBR_STATUS FBR_CreateDirEx(FBR_KEY parent, const FBR_WCHAR* name, FBR_CREATEOPTIONS options,
                                    FBR_KEY* key, FBR_STORE handle);
 
@@ -138,22 +181,23 @@ FBR_API FBR_STATUS FBR_OpenDirEx(FBR_KEY parent, const FBR_WCHAR* name, FBR_KEY*
 FBR_API FBR_STATUS FBR_DeleteDirEx(FBR_KEY key, FBR_STORE handle);
 
 /* [W] Deletes the key at a full path, which starts with a backslash, and all below it. "\" empties
- * the store. A container gives FSSTATUS_TREE_DELETE_FAILED where keys stand more than 512 levels
- * below the named one, which may be the root; other stores know no such limit. What was deleted
- * before a failure stays deleted. */
+ * the store. All of it is one change. A container gives FSSTATUS_TREE_DELETE_FAILED where keys
+ * stand more than 512 levels below the named one, which may be the root; other stores know no such
+ * limit. After that, and after FSSTATUS_DIR_NOT_EMPTY, what was deleted before stays deleted; after
+ * any other failure of a container all is there. */
 FBR_API FBR_STATUS FBR_DeleteDirNamedEx(const FBR_WCHAR* name, FBR_STORE handle);
 
-/* [W] Renames a key below its parent; open handles follow. FSSTATUS_ALREADY_EXISTS when there is
- * a key of that name. */
+/* [W] Renames a key below its parent; the handles of this store on it and on the keys below it
+ * follow, and no others. FSSTATUS_ALREADY_EXISTS when there is a key of that name. */
 FBR_API FBR_STATUS FBR_RenameDirEx(FBR_KEY key, const FBR_WCHAR* newName, FBR_STORE handle);
 
 /* Closes a key handle. */
 FBR_API FBR_STATUS FBR_CloseDirEx(FBR_KEY key, FBR_STORE handle);
 
 /* Hand out the name of the value, or of the subkey, at a place in the order of names. Each call
- * walks from the start, and a change between two calls moves the places. With a null `name` the
- * call only tells whether there is one. FSSTATUS_NO_MORE_ENTRIES, with *name untouched, behind the
- * last. */
+ * walks from the start, on one state of the store; a change between two calls moves the places,
+ * which a lock of type 3 around them keeps away. With a null `name` the call only tells whether
+ * there is one. FSSTATUS_NO_MORE_ENTRIES, with *name untouched, behind the last. */
 FBR_API FBR_STATUS FBR_EnumIntFileEx(FBR_KEY key, uint32_t index, FBR_WCHAR** name,
                                      FBR_STORE handle);
 FBR_API FBR_STATUS FBR_EnumIntDirEx(FBR_KEY key, uint32_t index, FBR_WCHAR** name,
@@ -204,10 +248,10 @@ FBR_API FBR_STATUS FBR_SetTARN_Functions(const void* table);
 #include <vector>
 
 extern "C" {
-/* Add the names of all values, or of all subkeys, to `names`, which is not cleared. The answer to a
- * walk that came to its end is FSSTATUS_NO_MORE_ENTRIES. A zero key is
- * FSSTATUS_INVALID_PARAMETER. The caller must be built with the library's C++ run time. They throw
- * std::bad_alloc. */
+/* Add the names of all values, or of all subkeys, to `names`, which is not cleared. The names are
+ * all of one state. The answer to a walk that came to its end is FSSTATUS_NO_MORE_ENTRIES. A zero
+ * key is FSSTATUS_INVALID_PARAMETER. The caller must be built with the library's C++ run time. They
+ * throw std::bad_alloc. */
 FBR_API FBR_STATUS FBR_EnumerateAllValues(FBR_KEY key,
                                           std::vector<std::basic_string<FBR_WCHAR>>& names,
                                           FBR_STORE handle);

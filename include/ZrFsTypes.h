@@ -35,12 +35,13 @@ typedef enum _FSSTATUS FBR_BITS32 {
     FSSTATUS_BUFFER_OVERFLOW = 4,   /* buffer absent or too small; the size needed is returned */
     FSSTATUS_NO_MORE_ENTRIES = 5,   /* enumeration ran past the last entry */
     FSSTATUS_VERSION_MISMATCH = 6,  /* the store's version record is not the expected one */
-    FSSTATUS_LOCK_FAILED = 7,       /* lock not granted, or a write without a write lock */
+    FSSTATUS_LOCK_FAILED = 7,       /* lock not granted, write without a write lock, or a read
+                                       that others' changes left no moment for */
     FSSTATUS_ALREADY_EXISTS = 8,    /* the name is taken */
     FSSTATUS_DIR_NOT_EMPTY = 9,     /* key has content */
     FSSTATUS_PATH_NOT_FOUND = 10,
     FSSTATUS_INVALID_NAME = 11,
-    FSSTATUS_FILE_CORRUPT = 12,
+    FSSTATUS_FILE_CORRUPT = 12,    /* the store's file is damaged */
     FSSTATUS_NOT_IMPLEMENTED = 13, /* the backend does not offer the operation */
     FSSTATUS_OUT_OF_MEMORY = 14,
     FSSTATUS_ACCESS_DENIED = 15,
@@ -86,8 +87,9 @@ typedef int64_t FBR_KEY;
  *   9           a page that nothing refers to                           page
  *   15          a directory entry was bad; userData holds its name      page
  *
- * `userData` is a buffer of 64 units. `clean` is 255 until the run first writes, then 0. A non-zero
- * byte stored through `cancel` ends the run. The callback may not use the file. */
+ * `userData` is a buffer of 64 units. `clean` is 255, and 0 in a repair from the first thing on
+ * that it will mend. A non-zero byte stored through `cancel` ends the run; nothing is written then.
+ * The callback runs under the container's lock and may not use the file. */
 typedef void (*FBR_CheckCallback)(void* userData, uint32_t code, uint32_t a, uint32_t b,
                                   uint8_t clean, uint8_t* cancel);
 

@@ -1,9 +1,15 @@
 // The engine's public operations: 28 that the key store reaches through StorageFunctionTable, and
 // check and repair beside them.
 //
-// Every operation that takes a container or a file holds the container's lock while it runs; open,
-// create, close and check own their context. A null first argument is kInvalid and touches
-// nothing, but for StorageGetFileId and the two decoders, which test nothing.
+// Every operation that takes a container or a file holds the container's lock (containerLock) while
+// it runs; open, create, close and check own their context. A null first argument is kInvalid and
+// touches nothing, but for StorageGetFileId and the two decoders, which test nothing.
+//
+// An operation that changes something wants the lock of the file. Where nobody has it through this
+// container it is taken for as long as the operation's transaction runs, up to 60 s, and memory is
+// brought up to date: kSharing when it cannot be had. An operation that reads looks at memory and
+// the file as they stand; who shares the file brackets it with BeginRead and EndRead
+// (storage/lifecycle/Sharing.h).
 #pragma once
 
 #include <cstdint>
@@ -19,17 +25,19 @@ struct StorageContext;
 struct FileHandle;
 struct StorageSearchStruct;
 
-// Bit 0 of the container's flags. kNotOpen, kInvalid on a null output.
+// Bit 0 of the container's flags, as memory has them. kNotOpen, kInvalid on a null output.
 Status StorageIsCorrupted(StorageContext* container, uint8_t* corrupted);
 // How names compare from now on; off in a new context.
 Status StorageSetCaseSensitive(StorageContext* container, uint8_t caseSensitive);
-// Closes handles and searches, writes what is left, and frees the context in every case. The
-// status is the first failure met.
+// Closes handles and searches, which commits what files hold, gives up the lock, and frees the
+// context in every case. Nothing else is written. The status is the first failure met.
 Status StorageClose(StorageContext* container);
-// Waits up to 60 s for the mutex that all processes share, and reloads the container if another
-// one wrote. Any lock type above 0 is alike. Handles and searches do not live across a reload.
-// To be released by the same thread. kInternal when the mutex cannot be had.
+// Waits up to 60 s for the lock of the file, and reloads the container if another one wrote. Any
+// lock type but 0 is alike. Handles and searches do not live across a reload. It nests, and is
+// released by the same thread. kInternal when it cannot be had: at once when the thread has it
+// through another container on the file, and when the file is not at its path any more.
 Status StorageGetLock(StorageContext* container, int32_t lockType);
+// kInternal, and nothing changed, when another thread has the lock, or when it was never taken.
 Status StorageReleaseLock(StorageContext* container, int32_t lockType);
 // Makes or (openIfExists) opens a file; `truncate` empties it. The ignored arguments are part of
 // the table's form.
@@ -37,7 +45,8 @@ Status StorageCreateFile(StorageContext* container, const WChar* path, uint8_t w
                          uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite, uint32_t ignored1,
                          const WChar* ignored2, uint32_t ignored3, FileHandle** file,
                          uint8_t openIfExists, uint8_t truncate);
-// Closes the handle, ends its write transaction and frees it, also on failure.
+// Closes the handle, commits its write transaction, and frees it in every case. After a failure the
+// file is as it was before the transaction, the truncation at its opening taken back too.
 Status StorageCloseFile(FileHandle* file);
 Status StorageGetFileAttributes(StorageContext* container, const WChar* path, uint32_t* attributes);
 Status StorageOpenFile(StorageContext* container, const WChar* path, uint8_t wantRead,
@@ -62,10 +71,13 @@ Status StorageGetFileTimes(StorageContext* container, const WChar* path, double*
 void StorageDecodeDate(double date, uint16_t* year, uint16_t* month, uint16_t* day);
 void StorageDecodeTime(double date, uint16_t* hour, uint16_t* minute, uint16_t* second,
                        uint16_t* millisecond);
+// Reads the container as one state of it, beside others' changes. The file's lock is taken for a
+// moment only when no such state is to be had, or to end what a writer that died had begun.
 Status StorageOpen(const WChar* path, StorageContext** container, uint16_t separator,
                    void* reserved, uint8_t updateAccessTime);
 // Makes a container of page size 256 to 65536, a power of two. A null or empty banner is the
-// default one. kBadPageSize; 80 for an existing file without `overwrite`.
+// default one. No lock is taken: others who look at the path see the file come into being.
+// kBadPageSize; 80 for an existing file without `overwrite`.
 Status StorageCreate(const WChar* path, uint8_t overwrite, uint32_t pageSize, const WChar* banner,
                      StorageContext** container, uint16_t separator, void* reserved,
                      uint8_t updateAccessTime);
@@ -75,6 +87,8 @@ Status StorageIsDirectoryEmpty(StorageContext* container, const WChar* path, uin
 Status StorageDeleteDirectory(StorageContext* container, const WChar* path);
 Status StorageCreateDirectory(StorageContext* container, const WChar* path);
 Status StorageGetFileId(FileHandle* file, uint32_t* fileId);
+// Under the file's lock, which is taken where nobody has it through this container; kSharing. 255
+// in `done` (may be null) when it ran.
 Status StorageCompact(StorageContext* container, uint8_t* done);
 
 // Told of progress and findings; see include/ZrFsTypes.h for the codes' form.
@@ -87,12 +101,13 @@ inline constexpr uint32_t kCheckDiscardLog = 4;
 // The caller holds the container's lock already, and the run takes none.
 inline constexpr uint32_t kCheckLocked = 8;
 // Checks, and without kCheckOnly repairs, a container, under its lock: kSharing when somebody else
-// has it for longer than 5 seconds. A check writes nothing, whatever it finds, and tells all that a
-// repair would mend: 9 for each page that is in use to the map and reached by nothing; 15 for an
-// entry whose object, name or place among its neighbours is wrong; 8 for every other wrong field,
-// with the page it is on (of the map its own page, of the superblock and a log that cannot be
-// replayed page 1, of a part of a page at the end the number of pages). A repair whose pending log
-// cannot be replayed is kCorrupt and changes nothing. `userData` has room for 64 units.
+// has it for longer than 5 seconds, and for a repair when the calling thread has it. A check writes
+// nothing, whatever it finds, and tells all that a repair would mend: 9 for each page that is in
+// use to the map and reached by nothing; 15 for an entry whose object, name or place among its
+// neighbours is wrong; 8 for every other wrong field, with the page it is on (of the map its own
+// page, of the superblock and a log that cannot be replayed page 1, of a part of a page at the end
+// the number of pages). A repair whose pending log cannot be replayed is kCorrupt and changes
+// nothing. `userData` has room for 64 units.
 Status StorageCheckAndRepair(const WChar* path, const void* unused1, uint32_t flags,
                              const void* unused2, const void* unused3, void* userData,
                              CheckCallback callback);

@@ -31,14 +31,15 @@ Status MarkPageTouched(StorageContext* context, CachePage* page);
 // on the transaction's list. Pages freed since the last commit are not among them.
 Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** page,
                     StorageTransaction* transaction);
-// Marks a page freed and gives up the caller's pin; its map slot changes at commit. kSharing when
-// somebody else has it pinned.
+// Marks a page freed and gives up the caller's pin; its map slot changes at the end of the commit,
+// and until then it is as on disk for whoever reads the file. kSharing when somebody else has it
+// pinned.
 Status FreePage(StorageContext* context, CachePage* page);
 // Frees every page of the chain from `first` on. A chain longer than the container is corrupt.
 Status FreePageChain(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId,
                      StorageTransaction* transaction);
 
-// Writes the page if it is dirty.
+// Writes the page if it is dirty. Its place in the order of a commit is the caller's business.
 Status WriteCachedPage(StorageContext* context, CachePage* page);
 // Writes the dirty pages of a transaction whose flags under `mask` are `wanted`, adjacent ones in
 // one transfer.
@@ -46,7 +47,8 @@ Status WriteTransactionPages(StorageContext* context, StorageTransaction* transa
                              uint16_t mask, uint16_t wanted);
 // The page's buffer is as on disk.
 void MarkClean(StorageContext* context, CachePage* page);
-// Lets buffers go, oldest first, while there are more than the limit.
+// Lets buffers go, oldest first, while there are more than the limit. Those of changed pages stay:
+// a change reaches the file by its commit alone, and the cache may pass its limit by them.
 void EvictPages(StorageContext* context);
 // Frees every descriptor, whatever its pins, without writing; for the end of a context.
 void DestroyCache(StorageContext* context);

@@ -25,8 +25,8 @@ Status WritePageRaw(StorageContext* context, platform::PageFile* file, const voi
 // Sets the length of the file to `count` pages.
 Status CutFile(platform::PageFile* file, uint64_t count, uint32_t pageSize);
 
-// One page of the container, in native byte order in `buffer`. A page past the end marks a
-// writable container corrupted and is read all the same.
+// One page of the container, in native byte order in `buffer`. A page past the end marks the
+// container corrupted (see MarkCorrupted) and is read all the same.
 Status ReadPage(StorageContext* context, void* buffer, uint32_t page);
 Status WritePage(StorageContext* context, const void* buffer, uint32_t page);
 // `count` adjacent pages from `page` on, in as few transfers as the byte order allows.
@@ -42,8 +42,9 @@ void ConvertPage(const StorageContext* context, void* page, Direction direction)
 uint16_t Swap16(uint16_t value);
 uint32_t Swap32(uint32_t value);
 
-// Sets the corruption bit in memory and in page 1, in an open writable container under its lock.
-// Without the lock what looks like damage may be a change under way: nothing is marked.
+// Sets the corruption bit in memory and in page 1 as it stands in the file, in an open writable
+// container under its lock. Without the lock what looks like damage may be a change under way:
+// nothing is marked.
 Status MarkCorrupted(StorageContext* context);
 // Where every corruption is noticed: marks the container and answers kCorrupt.
 Status Corrupt(StorageContext* context);

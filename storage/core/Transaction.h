@@ -22,9 +22,9 @@ struct StorageTransaction {
     PointerList<FileObject> objects;  // those that joined, in order of joining
     uint32_t pageCount = 0;
     List<CachePage, &CachePage::txPrev, &CachePage::txNext> pages;  // newest first
-    NumberList releasePages;  // freed in the map at the end, in either outcome
+    NumberList releasePages;  // freed in the map at the end of the commit
     Status failure = 0;       // a change that could not be finished: commit rolls back instead
-    bool writes = false;      // has its part in the file's lock
+    bool writes = false;      // keeps the file's lock for its time, see BeginTransaction
     uint32_t nested = 0;      // operations at work in a batch
     uint32_t changesBefore = 0;  // context->changes when the first of them began
     StorageTransaction* prev = nullptr;
@@ -50,11 +50,13 @@ Status BeginTransaction(StorageContext* context, StorageTransaction** transactio
 // Makes the changes final and ends the transaction, which must not be used afterwards. The file is
 // whole after each write on the way: pages that are new are marked in the map and written first;
 // then what refers to them is switched, by one page write or, where several pages changed, by the
-// redo log; what was given up is freed last. When it fails everything is as it was before.
-// An operation in a batch only hands its changes on to it.
+// redo log; what was given up is freed last. When it fails everything is as it was before. What
+// goes wrong behind the switch is no failure: pages that could not be freed are lost, and a log
+// that could not be carried out stays in force and is replayed when the file is read again. An
+// operation in a batch only hands its changes on to it.
 Status CommitTransaction(StorageContext* context, StorageTransaction* transaction);
-// Throws away what changed and ends the transaction. An operation that changed something in a batch
-// takes the batch with it.
+// Throws away what changed and ends the transaction: nothing of it stays in memory to be written
+// later. An operation that changed something in a batch takes the batch with it.
 void RollbackTransaction(StorageContext* context, StorageTransaction* transaction);
 // Ends a transaction that changed nothing.
 void EndReadTransaction(StorageContext* context, StorageTransaction* transaction);
