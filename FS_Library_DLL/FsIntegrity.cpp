@@ -73,8 +73,12 @@ FBR_STATUS FsCheckStore(FsStoreContext* context) {
         if (own != nullptr) path.text = FsHeapCopy(own);
     }
     if (path.text == nullptr) return FSSTATUS_FAILED;
-    // A check under the store's own lock would wait for itself.
-    return FsCheckFile(path.text, nullptr, context->currentLock != kNoLock);
+    // A check under the store's own lock would wait for itself. The other threads of this store,
+    // who may write under that lock, wait for the check.
+    if (!FsHasOwnEngine() || !context->container->lock->IsMine())
+        return FsCheckFile(path.text, nullptr, false);
+    const std::lock_guard engine(context->container->containerLock);
+    return FsCheckFile(path.text, nullptr, true);
 }
 
 // One byte of the output is written; callers pass a word that holds 0.

@@ -176,8 +176,8 @@ Status WriteChanges(StorageContext* context, StorageTransaction* transaction) {
 
 }  // namespace
 
+// Also where the last change could not be ended: page 1 is to have what this one brings.
 Status BeginChange(StorageContext* context) {
-    if (context->changing) return kOk;
     Superblock* super = context->Super();
     if (super->transactionCounter == context->seenCounter) ++super->transactionCounter;
     super->changing = 1;
@@ -185,7 +185,7 @@ Status BeginChange(StorageContext* context) {
     if (status == kOk)
         context->changing = true;
     else
-        super->changing = 0;
+        super->changing = context->changing ? 1 : 0;
     return status;
 }
 
