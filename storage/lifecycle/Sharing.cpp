@@ -38,7 +38,7 @@ struct SharedName {
     }
 };
 
-Status OpenMutex(StorageContext* context) {
+Status OpenMutex(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (!platform::HasNamedObjects()) return kOk;
     const SharedName name(kMutexPrefix, context->path);
     context->lockMutex =
@@ -49,7 +49,7 @@ Status OpenMutex(StorageContext* context) {
 }
 
 // With the lock held, so that one process at a time makes the word.
-void OpenGeneration(StorageContext* context) {
+void OpenGeneration(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (context->sharedGeneration != nullptr || !platform::HasNamedObjects()) return;
     const SharedName name(kGenerationPrefix, context->path);
     if (!platform::IsValid(context->sharedMapping))
@@ -64,7 +64,7 @@ void OpenGeneration(StorageContext* context) {
 }
 
 // Programs that watch the shared word see it move; page 1 is what we ourselves go by.
-void PublishGeneration(StorageContext* context) {
+void PublishGeneration(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (context->sharedGeneration == nullptr) return;
     std::atomic_ref<uint32_t> word(*context->sharedGeneration);
     const uint32_t next = word.load() + 1;
@@ -78,7 +78,7 @@ struct ChangeMark {
 };
 
 // Page 1 as it stands in the file.
-Status ReadMark(StorageContext* context, ChangeMark* mark) {
+Status ReadMark(StorageContext* context, ChangeMark* mark) ZRFS_REQUIRES(context->containerLock) {
     Superblock super;
     const uint64_t offset =
         (uint64_t{context->basePage} + kSuperblockNumber) * context->pageSize;
@@ -94,14 +94,14 @@ Status ReadMark(StorageContext* context, ChangeMark* mark) {
     return kOk;
 }
 
-bool FileHasShrunk(StorageContext* context) {
+bool FileHasShrunk(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     uint64_t size = 0;
     if (context->file->Size(&size) != 0) return true;
     return (size >> context->pageShift) < uint64_t{context->basePage} + context->totalPages;
 }
 
 // Memory in line with the file. The lock is held, or (`locked` false) the look is a passing one.
-Status Reload(StorageContext* context, bool locked) {
+Status Reload(StorageContext* context, bool locked) ZRFS_REQUIRES(context->containerLock) {
     const Status status = ReloadContainer(context, locked);
     context->stale = status != kOk;
     return status;
@@ -109,14 +109,15 @@ Status Reload(StorageContext* context, bool locked) {
 
 // Who has the lock for writing ends what a writer that died had begun: the file is whole, only
 // page 1 still says that a change is under way.
-Status EndForeignChange(StorageContext* context) {
+Status EndForeignChange(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (context->readOnly || context->Super()->changing == 0) return kOk;
     context->changing = true;
     return EndChange(context);
 }
 
 // A reader that may not write waits here for the change to end; nobody can keep it from the file.
-Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t milliseconds) {
+Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t milliseconds)
+    ZRFS_REQUIRES(context->containerLock) {
     using Clock = std::chrono::steady_clock;
     const auto end =
         Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
@@ -131,7 +132,8 @@ Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t millisec
 }
 
 // After the lock was taken. Memory is brought up to date.
-Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience) {
+Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
+    ZRFS_REQUIRES(context->containerLock) {
     OpenGeneration(context);
     if (!context->file->IsAt(context->path)) return kInternal;
     // A file that could not be read the last time is tried again.
@@ -150,7 +152,7 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience) {
 }
 
 // Before the lock is let go: nothing that is not in the file may stay to be written later.
-void SettleBeforeRelease(StorageContext* context) {
+void SettleBeforeRelease(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (!context->active || context->readOnly) return;
     for (StorageTransaction* t = context->transactions.head; t != nullptr; t = t->next)
         if (t->writes && t->pageCount != 0) t->failure = kSharing;
@@ -193,12 +195,17 @@ void DetachLock(StorageContext* context) {
 Status GetContainerLock(StorageContext* context, const LockPatience& patience) {
     platform::FileLock* lock = context->lock;
     if (lock == nullptr) return kInternal;
-    const bool nested = lock->IsMine() && !context->implicitLock;
+    bool nested = false;
+    if (lock->IsMine()) {
+        // Nobody waits for the file's lock under containerLock now.
+        const platform::MutexGuard guard(context->containerLock);
+        nested = !context->implicitLock;
+    }
     // Not under containerLock: the owner needs that to get on and let the lock go.
     const auto result = lock->Acquire(patience.milliseconds, patience.waiting);
     if (!Granted(result)) return kInternal;
     if (nested) return kOk;
-    const std::lock_guard guard(context->containerLock);
+    const platform::MutexGuard guard(context->containerLock);
     const bool ownerDied = result == platform::FileLock::Result::OwnerDied;
     const Status status = EnterLocked(context, ownerDied, patience.milliseconds);
     context->everLocked = true;
@@ -209,7 +216,7 @@ Status GetContainerLock(StorageContext* context, const LockPatience& patience) {
 Status ReleaseContainerLock(StorageContext* context) {
     platform::FileLock* lock = context->lock;
     if (lock == nullptr) return kInternal;
-    const std::lock_guard guard(context->containerLock);
+    const platform::MutexGuard guard(context->containerLock);
     if (!lock->IsMine()) return context->everLocked && !lock->IsHeld() ? kOk : kInternal;
     if (lock->Depth() == 1) SettleBeforeRelease(context);
     return lock->Release() ? kOk : kInternal;
@@ -269,7 +276,7 @@ namespace {
 
 // A read under the lock of a reader who may not write: nothing keeps the writers off, so that the
 // state it began with must still be there.
-Status ReadUnderWeakLock(StorageContext* context) {
+Status ReadUnderWeakLock(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     ChangeMark mark;
     const Status status = ReadMark(context, &mark);
     if (status != kOk) return status;
@@ -278,7 +285,7 @@ Status ReadUnderWeakLock(StorageContext* context) {
     return same ? kOk : kLockLost;
 }
 
-Status CatchUp(StorageContext* context) {
+Status CatchUp(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     ChangeMark mark;
     const Status status = ReadMark(context, &mark);
     if (status != kOk) return status;
