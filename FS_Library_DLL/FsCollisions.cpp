@@ -6,7 +6,8 @@ using storage::Status;
 
 namespace {
 
-Status MoveValue(const WChar* from, const WChar* to, FsStoreContext* context) {
+Status MoveValue(const WChar* from, const WChar* to, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     const Status code = FsEngine().StorageMoveFile(context->container, from, to);
     if (code == storage::kOk) context->handles.RenameValues(from, to);
     return code;

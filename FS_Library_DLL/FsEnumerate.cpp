@@ -25,13 +25,14 @@ StorageSearchStruct* SearchOf(FsHandleEntry* entry) {
 }
 
 // Is the key still open that this search belongs to?
-bool StillWalks(int64_t key, const StorageSearchStruct* search, const FsStoreContext* context) {
+bool StillWalks(int64_t key, const StorageSearchStruct* search, const FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     const FsHandleEntry* entry = context->handles.FindKey(key);
     return entry != nullptr && entry->search == search;
 }
 
 Status ShowEntries(int64_t key, StorageSearchStruct* search, FsStoreContext* context,
-                   const FsVisitor& visitor) {
+                   const FsVisitor& visitor) ZRFS_REQUIRES(context->lock) {
     for (uint32_t index = 0; visitor(index, search->name); ++index) {
         // The visitor may have deleted the key, and the search with it.
         if (!StillWalks(key, search, context)) return storage::kNoMore;
@@ -41,7 +42,8 @@ Status ShowEntries(int64_t key, StorageSearchStruct* search, FsStoreContext* con
     return storage::kOk;
 }
 
-void EndSearch(int64_t key, StorageSearchStruct* search, FsStoreContext* context) {
+void EndSearch(int64_t key, StorageSearchStruct* search, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     if (!StillWalks(key, search, context)) return;
     FsEngine().StorageFindClose(context->container, search);
     context->handles.FindKey(key)->search = nullptr;
@@ -49,7 +51,8 @@ void EndSearch(int64_t key, StorageSearchStruct* search, FsStoreContext* context
 }
 
 // The caller is in a frame.
-Status Walk(int64_t key, FsEnumMode mode, FsStoreContext* context, const FsVisitor& visitor) {
+Status Walk(int64_t key, FsEnumMode mode, FsStoreContext* context, const FsVisitor& visitor)
+    ZRFS_REQUIRES(context->lock) {
     FsHandleEntry* entry = context->handles.FindKey(key);
     StorageSearchStruct* search = entry != nullptr ? SearchOf(entry) : nullptr;
     FsText pattern;
@@ -92,7 +95,7 @@ FBR_STATUS FS_EnumInt_PrivateEx(int64_t key, FsEnumMode mode, FsStoreContext* co
                              key, mode, context);
     Status code = storage::kInvalid;
     if (context != nullptr && key != 0)
-        code = FsRead(context, [&] {
+        code = FsRead(context, [&]() ZRFS_REQUIRES(context->lock) {
             visitor(0, nullptr);
             return Walk(key, mode, context, visitor);
         });

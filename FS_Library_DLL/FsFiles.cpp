@@ -16,7 +16,8 @@ const WChar* OrDefault(const WChar* name) {
 }
 
 // The plain path of a value; kInternal for what is no open key. The caller holds the store's lock.
-Status ValuePath(int64_t key, WStringView stored, FsStoreContext* context, FsText* path) {
+Status ValuePath(int64_t key, WStringView stored, FsStoreContext* context, FsText* path)
+    ZRFS_REQUIRES(context->lock) {
     const FsHandleEntry* entry = context->handles.FindKey(key);
     if (entry == nullptr || !FS_JoinPath(entry->Path(), stored, path)) return storage::kInternal;
     return storage::kOk;
@@ -36,14 +37,16 @@ void CloseAndClear(FileHandle** file) {
     *file = nullptr;
 }
 
-Status AddValueHandle(int64_t key, FileHandle** file, WStringView path, FsStoreContext* context) {
+Status AddValueHandle(int64_t key, FileHandle** file, WStringView path, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     if (context->handles.Add(key, *file, FsHandleKind::Value, path) != nullptr) return storage::kOk;
     CloseAndClear(file);
     return storage::kInternal;
 }
 
 // Creates at the plain path, or at the marked one when a subkey has the name.
-Status CreateAt(int64_t key, const FsText& path, FileHandle** file, FsStoreContext* context) {
+Status CreateAt(int64_t key, const FsText& path, FileHandle** file, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     Status code = CreateEngineFile(path.Text(), file, context);
     if (code == storage::kOk) return AddValueHandle(key, file, path.View(), context);
     if (code != storage::kExists) return code;
@@ -112,7 +115,7 @@ Status CloseValue(FileHandle* file, FsStoreContext* context) {
 
 // Closes the handles on a value. The engine frees a handle whatever it answers, so the entry of a
 // failed close keeps no file.
-Status CloseHandlesOn(WStringView path, FsStoreContext* context) {
+Status CloseHandlesOn(WStringView path, FsStoreContext* context) ZRFS_REQUIRES(context->lock) {
     while (FsHandleEntry* entry = context->handles.FindValue(path)) {
         FileHandle* file = entry->file;
         context->handles.ForgetFile(entry);
@@ -162,7 +165,9 @@ Status DeleteOpenValue(FileHandle** file, FsStoreContext* context) {
     return code;
 }
 
-Status SeekToStart(FileHandle* file, bool fromStart) {
+// The transfer comes with it, under one lock: another thread may be at the same file.
+Status SeekToStart(FileHandle* file, bool fromStart, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     uint32_t position = 0;
     return fromStart ? FsEngine().StorageSeekFile(file, 0, 0, &position) : storage::kOk;
 }
@@ -172,7 +177,7 @@ Status ReadValue(FileHandle* file, void* buffer, uint64_t size, uint64_t* done, 
     if (context == nullptr || file == nullptr || buffer == nullptr || done == nullptr)
         return storage::kInvalid;
     const FsGuard guard(context->lock);
-    Status code = SeekToStart(file, fromStart);
+    Status code = SeekToStart(file, fromStart, context);
     if (code != storage::kOk) return code;
     uint32_t count = 0;
     code = FsEngine().StorageReadFile(file, buffer, static_cast<uint32_t>(size), &count);
@@ -187,7 +192,7 @@ Status WriteValue(FileHandle* file, const void* buffer, uint64_t size, uint64_t*
         return storage::kInvalid;
     if (!FsMayWrite(context)) return storage::kSharing;
     const FsGuard guard(context->lock);
-    Status code = SeekToStart(file, fromStart);
+    Status code = SeekToStart(file, fromStart, context);
     if (code != storage::kOk) return code;
     uint32_t count = 0;
     code = FsEngine().StorageWriteFile(file, buffer, static_cast<uint32_t>(size), &count);

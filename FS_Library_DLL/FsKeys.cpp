@@ -14,13 +14,15 @@ using storage::Status;
 namespace {
 
 // A parent that is no open key counts as the root: meant, also for creating.
-bool ResolveUnderParent(int64_t parent, WStringView stored, FsStoreContext* context, FsText* path) {
+bool ResolveUnderParent(int64_t parent, WStringView stored, FsStoreContext* context, FsText* path)
+    ZRFS_REQUIRES(context->lock) {
     const FsHandleEntry* entry = parent != 0 ? context->handles.FindKey(parent) : nullptr;
     return entry != nullptr ? FS_JoinPath(entry->Path(), stored, path)
                             : FS_JoinPath(stored, {}, path);
 }
 
-Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context) {
+Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     const FsHandleEntry* entry = context->handles.Add(0, nullptr, FsHandleKind::Key, path);
     if (entry == nullptr) return storage::kInternal;
     *key = entry->id;
@@ -29,7 +31,8 @@ Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context) {
 
 // Makes one key of a path. A value of that name makes room; it is looked for at the whole path, so
 // that only the last key of the path can push one aside: meant.
-Status CreateOneKey(const WChar* prefix, const WChar* wholePath, FsStoreContext* context) {
+Status CreateOneKey(const WChar* prefix, const WChar* wholePath, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     const Status code = FsEngine().StorageCreateDirectory(context->container, prefix);
     if (code != storage::kExists) return code;
     bool isKey = false;
@@ -40,7 +43,7 @@ Status CreateOneKey(const WChar* prefix, const WChar* wholePath, FsStoreContext*
 }
 
 // Makes each key on the way. kExists when the last one was there.
-Status CreateKeyPath(const FsText& path, FsStoreContext* context) {
+Status CreateKeyPath(const FsText& path, FsStoreContext* context) ZRFS_REQUIRES(context->lock) {
     // Mostly the way is there. An engine of somebody else is asked for each key of it, as ever.
     if (FsHasOwnEngine() && path.Length() != 0) {
         const Status code = CreateOneKey(path.Text(), path.Text(), context);
@@ -75,7 +78,7 @@ Status CreateKey(int64_t parent, const WChar* name, FBR_CREATEOPTIONS options, i
     // The root is there: to open it is no change, and must not wait for those who change something.
     const bool isRoot = path.Length() == 0;
     const Status code = isRoot ? storage::kOk : FsChange(
-        context, [&] { return CreateKeyPath(path, context); },
+        context, [&]() ZRFS_REQUIRES(context->lock) { return CreateKeyPath(path, context); },
         [](Status made) { return made == storage::kOk || made == storage::kExists; });
     if (code != storage::kOk && code != storage::kExists) return code;
     const Status added = AddKeyHandle(path.View(), key, context);
@@ -111,7 +114,8 @@ bool RenamedPath(WStringView path, WStringView stored, FsText* renamed) {
     return renamed->Assign(path.substr(0, cut + 1)) && renamed->Append(stored);
 }
 
-Status MoveKey(const WChar* from, const WChar* to, FsStoreContext* context) {
+Status MoveKey(const WChar* from, const WChar* to, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     Status code = FS_MoveValueAside(to, context);
     if (code == storage::kOk) code = FsEngine().StorageMoveFile(context->container, from, to);
     return code == storage::kOk ? FS_MoveValueBack(from, context) : code;
@@ -130,7 +134,9 @@ Status RenameKey(int64_t key, const WChar* newName, FsStoreContext* context) {
     FsText to;
     if (entry == nullptr || !RenamedPath(entry->Path(), stored, &to) || !from.Assign(entry->Path()))
         return storage::kInternal;
-    const Status code = FsChange(context, [&] { return MoveKey(from.Text(), to.Text(), context); });
+    const Status code = FsChange(context, [&]() ZRFS_REQUIRES(context->lock) {
+        return MoveKey(from.Text(), to.Text(), context);
+    });
     if (code != storage::kOk) return code;
     return context->handles.RenamePrefix(from.View(), to.View()) ? storage::kOk
                                                                  : storage::kInternal;

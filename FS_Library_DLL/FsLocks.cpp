@@ -22,7 +22,7 @@ uint32_t SwapLockType(uint32_t type, uint32_t unknown) {
 
 // A node that finds no memory is missing; the lock is held all the same.
 void PushLock(uint32_t type, FsStoreContext* context) {
-    const std::lock_guard guard(context->stackLock);
+    const platform::MutexGuard guard(context->stackLock);
     context->currentLock = type;
     auto* node = static_cast<FsLockNode*>(platform::HeapAllocate(sizeof(FsLockNode)));
     if (node == nullptr) return;
@@ -32,7 +32,7 @@ void PushLock(uint32_t type, FsStoreContext* context) {
 
 // The stack alone decides what is in force next; the type that the caller names does not count.
 void PopLock(FsStoreContext* context) {
-    const std::lock_guard guard(context->stackLock);
+    const platform::MutexGuard guard(context->stackLock);
     FsLockNode* top = context->lockStack;
     if (top != nullptr) {
         context->lockStack = top->below;
@@ -97,5 +97,6 @@ FBR_STATUS FS_GetLockTypeEx(uint32_t* type, FsStoreContext* context) {
 }
 
 void FsFreeLockStack(FsStoreContext* context) {
+    context->stackLock.AssertAlone();
     while (context->lockStack != nullptr) PopLock(context);
 }

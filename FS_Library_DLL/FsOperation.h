@@ -23,11 +23,12 @@ inline bool FsKeepsSuccess(storage::Status code) {
     return code == storage::kOk;
 }
 
-// They end what was begun also when a callback of the library's own caller throws.
+// They end what was begun also when a callback of the library's own caller throws. Whoever makes
+// one has containerLock, which it could not have begun without.
 struct FsBatchScope {
     storage::StorageContext* container;
 
-    storage::Status End(bool keep) {
+    storage::Status End(bool keep) ZRFS_NO_ANALYSIS {
         return storage::EndBatch(std::exchange(container, nullptr), keep);
     }
     ~FsBatchScope() {
@@ -37,7 +38,7 @@ struct FsBatchScope {
 struct FsReadScope {
     storage::StorageContext* container;
 
-    storage::Status End(storage::Status result) {
+    storage::Status End(storage::Status result) ZRFS_NO_ANALYSIS {
         return storage::EndRead(std::exchange(container, nullptr), result);
     }
     ~FsReadScope() {
@@ -45,20 +46,29 @@ struct FsReadScope {
     }
 };
 
+// What a frame runs. An operation that needs the store's lock says so itself; that the frame's
+// store is its own is what the analysis cannot see, so that it looks at who comes here, and no
+// further.
+template <class Operation>
+storage::Status FsRunLocked(FsStoreContext* context, Operation& operation)
+    ZRFS_REQUIRES(context->lock) ZRFS_NO_ANALYSIS {
+    return operation();
+}
+
 // Runs `operation` (a function that answers a Status) as one commit.
 template <class Operation>
 storage::Status FsChange(FsStoreContext* context, Operation operation,
                          FsKeeps keeps = FsKeepsSuccess) {
     const FsGuard guard(context->lock);
-    if (!FsHasOwnEngine()) return operation();
+    if (!FsHasOwnEngine()) return FsRunLocked(context, operation);
     storage::StorageContext* container = context->container;
-    const std::lock_guard engine(container->containerLock);
-    if (container->batch != nullptr) return operation();
+    const platform::MutexGuard engine(container->containerLock);
+    if (container->batch != nullptr) return FsRunLocked(context, operation);
     storage::Status status = storage::MakeUsable(container);
     if (status == storage::kOk) status = storage::BeginBatch(container);
     if (status != storage::kOk) return status;
     FsBatchScope scope{container};
-    const storage::Status result = operation();
+    const storage::Status result = FsRunLocked(context, operation);
     status = scope.End(keeps(result));
     return result == storage::kOk ? status : result;
 }
@@ -68,15 +78,15 @@ template <class Operation>
 bool FsTryRead(FsStoreContext* context, Operation& operation, storage::Status* result) {
     const FsGuard guard(context->lock);
     storage::StorageContext* container = context->container;
-    const std::lock_guard engine(container->containerLock);
+    const platform::MutexGuard engine(container->containerLock);
     if (container->batch != nullptr || container->reading != 0) {
-        *result = operation();
+        *result = FsRunLocked(context, operation);
         return true;
     }
     storage::Status status = storage::BeginRead(container);
     if (status == storage::kOk) {
         FsReadScope scope{container};
-        *result = operation();
+        *result = FsRunLocked(context, operation);
         status = scope.End(*result);
     } else {
         *result = status == storage::kLockLost ? storage::kSharing : status;
@@ -108,7 +118,7 @@ template <class Operation>
 storage::Status FsRead(FsStoreContext* context, Operation operation) {
     if (!FsHasOwnEngine()) {
         const FsGuard guard(context->lock);
-        return operation();
+        return FsRunLocked(context, operation);
     }
     storage::Status result = storage::kSharing;
     FsReadRetry retry(context);

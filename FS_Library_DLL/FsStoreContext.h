@@ -2,9 +2,9 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 
 #include "FS_Library_DLL/FsHandles.h"
+#include "platform/ThreadAnnotations.h"
 
 // Engine lock types; the interface numbers them 1, 3, 2.
 inline constexpr uint32_t kNoLock = 0;
@@ -27,20 +27,20 @@ struct FsVolatileKey {
 };
 
 struct FsStoreContext {
-    storage::StorageContext* container = nullptr;
-    FsHandleTable handles;
-    FsVolatileKey* volatileKeys = nullptr;  // in order of creation
-    FsVolatileKey* lastVolatileKey = nullptr;
+    storage::StorageContext* container = nullptr;  // from the opening to the close
+    FsHandleTable handles ZRFS_GUARDED_BY(lock);
+    FsVolatileKey* volatileKeys ZRFS_GUARDED_BY(lock) = nullptr;  // in order of creation
+    FsVolatileKey* lastVolatileKey ZRFS_GUARDED_BY(lock) = nullptr;
     // Guards the handles and the volatile keys, and comes before the engine's lock. An operation
     // may call another one under it.
-    std::recursive_mutex lock;
+    platform::RecursiveMutex lock;
     // The store's lock as a whole process sees it, whichever thread took it.
     std::atomic<uint32_t> currentLock{kNoLock};
-    std::mutex stackLock;             // a leaf: two threads may release at once
-    FsLockNode* lockStack = nullptr;  // the lock taken last on top
+    platform::Mutex stackLock;  // a leaf: two threads may release at once
+    FsLockNode* lockStack ZRFS_GUARDED_BY(stackLock) = nullptr;  // the lock taken last on top
 };
 
-using FsGuard = std::lock_guard<std::recursive_mutex>;
+using FsGuard = platform::MutexGuard<platform::RecursiveMutex>;
 
 // A write lock is in force. Every operation that changes the store asks this first and answers -10
 // without one.

@@ -40,6 +40,7 @@ bool FirstName(int64_t key, FsEnumMode mode, FsStoreContext* context, FsHeapStri
 }
 
 Status TreeDeletion::Delete(bool recurse, uint32_t depth) {
+    context->lock.AssertHeld();  // by FS_DeleteTree's caller
     if (depth > kMaxTreeDepth) return storage::kTreeDelete;
     uint8_t empty = 0;
     Status result = FsEngine().StorageIsDirectoryEmpty(context->container, path.Text(), &empty);

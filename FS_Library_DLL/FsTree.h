@@ -16,4 +16,4 @@ inline constexpr uint32_t kMaxTreeDepth = 512;
 // kMaxTreeDepth or a subkey without a name, kInternal without memory, kNotEmpty when something is
 // left, else the engine's code.
 storage::Status FS_DeleteTree(FsStoreContext* context, WStringView path, bool recurse,
-                              uint32_t depth);
+                              uint32_t depth) ZRFS_REQUIRES(context->lock);

@@ -8,7 +8,7 @@ bool SamePath(const FsVolatileKey* key, WStringView path) {
     return key->length == path.size() && platform::CompareFolded(key->Path(), path) == 0;
 }
 
-FsVolatileKey* Unlink(FsVolatileKey* before, FsStoreContext* context) {
+FsVolatileKey* Unlink(FsVolatileKey* before, FsStoreContext* context) ZRFS_REQUIRES(context->lock) {
     FsVolatileKey*& link = before == nullptr ? context->volatileKeys : before->next;
     FsVolatileKey* key = link;
     link = key->next;

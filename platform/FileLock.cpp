@@ -2,13 +2,29 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 #include <thread>
 
 #include "platform/Clock.h"
 #include "platform/LockWaitLimit.h"
+#include "platform/ThreadAnnotations.h"
 
 namespace platform {
+
+namespace {
+
+using Guarded = MutexGuard<Mutex>;
+
+// Both outlive every thread and static object of the process.
+Mutex& Guard() {
+    static Mutex* guard = new Mutex;
+    return *guard;
+}
+std::condition_variable& Freed() {
+    static auto* freed = new std::condition_variable;
+    return *freed;
+}
+
+}  // namespace
 
 // The end of a thread gives up what it still has.
 struct HeldLocks {
@@ -17,29 +33,22 @@ struct HeldLocks {
 };
 
 struct FileLock::Slot : HeapObject {
-    FileIdentity identity;
-    Slot* next = nullptr;
-    uint32_t users = 0;
-    FileLock* holder = nullptr;
-    HeldLocks* owner = nullptr;  // the thread that has it
-    uint32_t depth = 0;
-    bool ownerDied = false;
+    static Slot* s_slots ZRFS_GUARDED_BY(Guard());
+
+    FileIdentity identity ZRFS_GUARDED_BY(Guard());
+    Slot* next ZRFS_GUARDED_BY(Guard()) = nullptr;
+    uint32_t users ZRFS_GUARDED_BY(Guard()) = 0;
+    FileLock* holder ZRFS_GUARDED_BY(Guard()) = nullptr;
+    HeldLocks* owner ZRFS_GUARDED_BY(Guard()) = nullptr;  // the thread that has it
+    uint32_t depth ZRFS_GUARDED_BY(Guard()) = 0;
+    bool ownerDied ZRFS_GUARDED_BY(Guard()) = false;
 };
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Both outlive every thread and static object of the process.
-std::mutex& Guard() {
-    static std::mutex* guard = new std::mutex;
-    return *guard;
-}
-std::condition_variable& Freed() {
-    static auto* freed = new std::condition_variable;
-    return *freed;
-}
-uint32_t g_waiters = 0;
+uint32_t g_waiters ZRFS_GUARDED_BY(Guard()) = 0;
 
 thread_local HeldLocks t_held;
 
@@ -61,7 +70,7 @@ void Pause(uint32_t attempt) {
 
 }  // namespace
 
-FileLock::Slot* FileLock::s_slots = nullptr;
+FileLock::Slot* FileLock::Slot::s_slots = nullptr;
 
 HeldLocks::~HeldLocks() {
     if (count == 0) return;
@@ -72,7 +81,7 @@ HeldLocks::~HeldLocks() {
         guard.try_lock();
     }
     if (!guard.owns_lock()) return;
-    for (FileLock::Slot* slot = FileLock::s_slots; slot != nullptr; slot = slot->next) {
+    for (FileLock::Slot* slot = FileLock::Slot::s_slots; slot != nullptr; slot = slot->next) {
         if (slot->owner != this) continue;
         // A named mutex is given up by the system itself.
         if (slot->holder->file_->IsWritable()) slot->holder->file_->DropMark();
@@ -88,27 +97,30 @@ FileLock::FileLock(PageFile* file, Handle mutex) : file_(file), mutex_(mutex) {}
 
 FileLock::~FileLock() {
     ReleaseAll();
-    if (slot_ == nullptr) return;
-    const std::lock_guard guard(Guard());
+    if (slot_ != nullptr) LeaveSlot();
+}
+
+void FileLock::LeaveSlot() {
+    const Guarded guard(Guard());
     if (--slot_->users != 0) return;
-    Slot** link = &s_slots;
+    Slot** link = &Slot::s_slots;
     while (*link != slot_) link = &(*link)->next;
     *link = slot_->next;
     delete slot_;
 }
 
 bool FileLock::Join() {
-    const std::lock_guard guard(Guard());
+    const Guarded guard(Guard());
     FileIdentity identity;
     if (file_->Identity(&identity) != kErrorSuccess) return false;
-    Slot* slot = s_slots;
+    Slot* slot = Slot::s_slots;
     while (slot != nullptr && !(slot->identity == identity)) slot = slot->next;
     if (slot == nullptr) {
         slot = new Slot;
         if (slot == nullptr) return false;
         slot->identity = identity;
-        slot->next = s_slots;
-        s_slots = slot;
+        slot->next = Slot::s_slots;
+        Slot::s_slots = slot;
     }
     ++slot->users;
     slot_ = slot;
@@ -116,7 +128,7 @@ bool FileLock::Join() {
 }
 
 FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void (**waiting)()) {
-    std::unique_lock guard(Guard());
+    MutexWait guard(Guard());
     if (slot_ == nullptr) return Result::Failed;
     *nested = slot_->owner == &t_held && slot_->holder == this;
     if (*nested) {
@@ -125,14 +137,14 @@ FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void
     }
     if (slot_->owner == &t_held) return Result::OwnWait;
     if (slot_->owner != nullptr && *waiting != nullptr) {
-        guard.unlock();
+        guard.Unlock();
         (*waiting)();
         *waiting = nullptr;
-        guard.lock();
+        guard.Lock();
     }
     ++g_waiters;
-    const bool free = Freed().wait_for(guard, std::chrono::milliseconds(milliseconds),
-                                       [this] { return slot_->owner == nullptr; });
+    const bool free = Freed().wait_for(guard.native, std::chrono::milliseconds(milliseconds),
+                                       [this]() ZRFS_REQUIRES(Guard()) { return slot_->owner == nullptr; });
     --g_waiters;
     if (!free) return Result::TimedOut;
     slot_->owner = &t_held;
@@ -175,7 +187,7 @@ FileLock::Result FileLock::AcquireFile(uint32_t milliseconds, void (*waiting)())
 
 // The calling thread's hold is over.
 void FileLock::FreeSlot() {
-    const std::lock_guard guard(Guard());
+    const Guarded guard(Guard());
     if (slot_->owner == &t_held) --t_held.count;
     slot_->owner = nullptr;
     slot_->holder = nullptr;
@@ -198,7 +210,7 @@ FileLock::Result FileLock::Acquire(uint32_t milliseconds, void (*waiting)()) {
 
 bool FileLock::Release() {
     {
-        const std::lock_guard guard(Guard());
+        const Guarded guard(Guard());
         if (slot_ == nullptr || slot_->holder != this || slot_->owner != &t_held) return false;
         if (--slot_->depth != 0) return true;
     }
@@ -210,7 +222,7 @@ bool FileLock::Release() {
 
 void FileLock::ReleaseAll() {
     {
-        const std::lock_guard guard(Guard());
+        const Guarded guard(Guard());
         if (slot_ == nullptr || slot_->holder != this) return;
     }
     if (file_->IsWritable()) file_->DropMark();
@@ -219,17 +231,17 @@ void FileLock::ReleaseAll() {
 }
 
 bool FileLock::IsHeld() const {
-    const std::lock_guard guard(Guard());
+    const Guarded guard(Guard());
     return slot_ != nullptr && slot_->holder == this;
 }
 
 bool FileLock::IsMine() const {
-    const std::lock_guard guard(Guard());
+    const Guarded guard(Guard());
     return slot_ != nullptr && slot_->holder == this && slot_->owner == &t_held;
 }
 
 uint32_t FileLock::Depth() const {
-    const std::lock_guard guard(Guard());
+    const Guarded guard(Guard());
     return slot_ != nullptr && slot_->holder == this ? slot_->depth : 0;
 }
 

@@ -52,15 +52,15 @@ class FileLock : public HeapObject {
   private:
     struct Slot;  // what the openings of one file in this process share
     friend struct HeldLocks;
-    static Slot* s_slots;
 
     Result AcquireSlot(uint32_t milliseconds, bool* nested, void (**waiting)());
     Result AcquireFile(uint32_t milliseconds, void (*waiting)());
     void FreeSlot();
+    void LeaveSlot();
 
     PageFile* file_;
     Handle mutex_;
-    Slot* slot_ = nullptr;
+    Slot* slot_ = nullptr;  // set by Join, before other threads come
 };
 
 }  // namespace platform

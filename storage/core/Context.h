@@ -4,15 +4,21 @@
 // start to end, so what is below needs none of its own. `lock` is that of the file: nothing is
 // written without it, and what memory holds is known to be the file's state only under it, or after
 // a look at page 1 (storage/lifecycle/Sharing.h).
+//
+// What containerLock guards says so, and scripts/thread-analysis holds the public operations to it.
+// Not guarded is what an opening sets once, before other threads know of the context, and what its
+// end takes away, when they know of it no more: `lock`, which is waited for without containerLock
+// and is safe in itself; the two paths; the functions of the floors above. What hangs on a guarded
+// member is guarded with it.
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
 #include "platform/FileLock.h"
 #include "platform/PageFile.h"
 #include "platform/Resources.h"
 #include "platform/Text.h"
+#include "platform/ThreadAnnotations.h"
 #include "storage/core/CachePage.h"
 #include "storage/core/Format.h"
 #include "storage/core/HashTable.h"
@@ -35,90 +41,118 @@ inline constexpr uint32_t kCacheLimit = 256;  // buffers
 struct StorageContext {
     // Sharing between processes.
     platform::FileLock* lock = nullptr;      // goes with `file`
-    platform::Handle lockMutex = nullptr;    // where the system has names for such
-    platform::Handle sharedMapping = nullptr;
-    uint32_t* sharedGeneration = nullptr;
-    uint32_t seenCounter = 0;     // transactionCounter of page 1 as memory was last in line with it
-    bool stale = false;           // memory is not to be trusted: it is read again before its next use
-    bool implicitLock = false;    // taken by a write that came without one
-    uint32_t writers = 0;         // running transactions that may write
-    bool changing = false;        // page 1 on disk says that a change is under way
-    uint32_t changes = 0;         // counts what transactions did to pages
-    bool everLocked = false;
-    bool writingDenied = false;   // read-only only because another program would not have writers
-    platform::PageFile* retiredFile = nullptr;  // the opening for reading, after one for writing
-    platform::FileLock* retiredLock = nullptr;
-    bool inlineEntries = false;   // a directory was loaded in a form that cannot be changed
-    uint64_t pageReads = 0;       // counts transfers
-    uint64_t readsBefore = 0;     // pageReads when the last read began
-    uint32_t reading = 0;         // operations at work that must not write
-    StorageTransaction* batch = nullptr;  // one transaction for several operations
+    // where the system has names for such
+    platform::Handle lockMutex ZRFS_GUARDED_BY(containerLock) = nullptr;
+    platform::Handle sharedMapping ZRFS_GUARDED_BY(containerLock) = nullptr;
+    uint32_t* sharedGeneration ZRFS_GUARDED_BY(containerLock) = nullptr;
+    // transactionCounter of page 1 as memory was last in line with it
+    uint32_t seenCounter ZRFS_GUARDED_BY(containerLock) = 0;
+    // memory is not to be trusted: it is read again before its next use
+    bool stale ZRFS_GUARDED_BY(containerLock) = false;
+    // taken by a write that came without one
+    bool implicitLock ZRFS_GUARDED_BY(containerLock) = false;
+    uint32_t writers ZRFS_GUARDED_BY(containerLock) = 0;  // running transactions that may write
+    // page 1 on disk says that a change is under way
+    bool changing ZRFS_GUARDED_BY(containerLock) = false;
+    uint32_t changes ZRFS_GUARDED_BY(containerLock) = 0;  // counts what transactions did to pages
+    bool everLocked ZRFS_GUARDED_BY(containerLock) = false;
+    // read-only only because another program would not have writers
+    bool writingDenied ZRFS_GUARDED_BY(containerLock) = false;
+    // the opening for reading, after one for writing
+    platform::PageFile* retiredFile ZRFS_GUARDED_BY(containerLock) = nullptr;
+    platform::FileLock* retiredLock ZRFS_GUARDED_BY(containerLock) = nullptr;
+    // a directory was loaded in a form that cannot be changed
+    bool inlineEntries ZRFS_GUARDED_BY(containerLock) = false;
+    uint64_t pageReads ZRFS_GUARDED_BY(containerLock) = 0;  // counts transfers
+    uint64_t readsBefore ZRFS_GUARDED_BY(containerLock) = 0;  // pageReads when the last read began
+    uint32_t reading ZRFS_GUARDED_BY(containerLock) = 0;  // operations at work that must not write
+    // one transaction for several operations
+    StorageTransaction* batch ZRFS_GUARDED_BY(containerLock) = nullptr;
 
-    std::recursive_mutex containerLock;
-    bool active = false;
-    bool readOnly = false;
-    bool logInFile = false;
-    bool updateAccessTime = false;
-    bool byteSwapped = false;
-    bool caseSensitive = false;
-    bool compacting = false;
-    bool searchEnabled = true;
-    bool wroteSinceLock = false;
-    bool grewSinceFlush = false;
-    uint16_t separator = '/';
-    uint32_t autoCompactPercent = 0;
-    double lastAccess = 0;
-    double created = 0;
+    platform::RecursiveMutex containerLock;
+    bool active ZRFS_GUARDED_BY(containerLock) = false;
+    bool readOnly ZRFS_GUARDED_BY(containerLock) = false;
+    bool logInFile ZRFS_GUARDED_BY(containerLock) = false;
+    bool updateAccessTime ZRFS_GUARDED_BY(containerLock) = false;
+    bool byteSwapped ZRFS_GUARDED_BY(containerLock) = false;
+    bool caseSensitive ZRFS_GUARDED_BY(containerLock) = false;
+    bool compacting ZRFS_GUARDED_BY(containerLock) = false;
+    bool searchEnabled ZRFS_GUARDED_BY(containerLock) = true;
+    bool wroteSinceLock ZRFS_GUARDED_BY(containerLock) = false;
+    bool grewSinceFlush ZRFS_GUARDED_BY(containerLock) = false;
+    uint16_t separator ZRFS_GUARDED_BY(containerLock) = '/';
+    uint32_t autoCompactPercent ZRFS_GUARDED_BY(containerLock) = 0;
+    double lastAccess ZRFS_GUARDED_BY(containerLock) = 0;
+    double created ZRFS_GUARDED_BY(containerLock) = 0;
 
-    uint32_t pageSize = 0;
-    uint32_t payloadSize = 0;
-    uint32_t pageShift = 0;
-    uint32_t knownPages = 0;  // pages covered by the map scan; kUnknownPages before it
-    uint32_t totalPages = 0;  // pages in the file
-    uint32_t basePage = 0;
-    uint8_t* swapBuffer = nullptr;
+    uint32_t pageSize ZRFS_GUARDED_BY(containerLock) = 0;
+    uint32_t payloadSize ZRFS_GUARDED_BY(containerLock) = 0;
+    uint32_t pageShift ZRFS_GUARDED_BY(containerLock) = 0;
+    // pages covered by the map scan; kUnknownPages before it
+    uint32_t knownPages ZRFS_GUARDED_BY(containerLock) = 0;
+    uint32_t totalPages ZRFS_GUARDED_BY(containerLock) = 0;  // pages in the file
+    uint32_t basePage ZRFS_GUARDED_BY(containerLock) = 0;
+    uint8_t* swapBuffer ZRFS_GUARDED_BY(containerLock) = nullptr;
     WChar* path = nullptr;
     WChar* logPath = nullptr;
-    bool externalFile = false;  // the file was handed in and is not closed here
-    platform::PageFile* file = nullptr;
-    platform::PageFile* logFile = nullptr;
-    uint8_t* superblock = nullptr;  // page 1, resident while open
+    // the file was handed in and is not closed here
+    bool externalFile ZRFS_GUARDED_BY(containerLock) = false;
+    platform::PageFile* file ZRFS_GUARDED_BY(containerLock) = nullptr;
+    platform::PageFile* logFile ZRFS_GUARDED_BY(containerLock) = nullptr;
+    uint8_t* superblock ZRFS_GUARDED_BY(containerLock) = nullptr;  // page 1, resident while open
 
     // Page cache.
-    HashTable<CachePage, &CachePage::number, &CachePage::hashNext> pageTable;
-    List<CachePage, &CachePage::lruPrev, &CachePage::lruNext> lru;  // oldest first
-    uint32_t cacheLimit = kCacheLimit;
-    uint32_t cachedPages = 0;  // buffers held
-    CachePage* sparePages = nullptr;  // descriptors kept for reuse, chained by hashNext
-    uint8_t* spareBuffers = nullptr;  // page buffers kept for reuse, chained by their first bytes
-    uint32_t spareCount = 0;          // of both kinds together, bounded
+    HashTable<CachePage, &CachePage::number, &CachePage::hashNext> pageTable
+        ZRFS_GUARDED_BY(containerLock);
+    // oldest first
+    List<CachePage, &CachePage::lruPrev, &CachePage::lruNext> lru ZRFS_GUARDED_BY(containerLock);
+    uint32_t cacheLimit ZRFS_GUARDED_BY(containerLock) = kCacheLimit;
+    uint32_t cachedPages ZRFS_GUARDED_BY(containerLock) = 0;  // buffers held
+    // descriptors kept for reuse, chained by hashNext
+    CachePage* sparePages ZRFS_GUARDED_BY(containerLock) = nullptr;
+    // page buffers kept for reuse, chained by their first bytes
+    uint8_t* spareBuffers ZRFS_GUARDED_BY(containerLock) = nullptr;
+    uint32_t spareCount ZRFS_GUARDED_BY(containerLock) = 0;  // of both kinds together, bounded
 
     // Page map.
-    uint32_t freeCount = 0;
-    uint32_t firstFree = kUnknownPages;
-    uint32_t lastFree = 0;
-    uint32_t mapPagesKnown = 0;
-    NumberList freeCounts;  // one a map page
-    PointerList<CachePage> dirtyMapPages;
+    uint32_t freeCount ZRFS_GUARDED_BY(containerLock) = 0;
+    uint32_t firstFree ZRFS_GUARDED_BY(containerLock) = kUnknownPages;
+    uint32_t lastFree ZRFS_GUARDED_BY(containerLock) = 0;
+    uint32_t mapPagesKnown ZRFS_GUARDED_BY(containerLock) = 0;
+    NumberList freeCounts ZRFS_GUARDED_BY(containerLock);  // one a map page
+    PointerList<CachePage> dirtyMapPages ZRFS_GUARDED_BY(containerLock);
 
     // Transactions.
-    List<StorageTransaction, &StorageTransaction::prev, &StorageTransaction::next> transactions;
-    StorageTransaction* spareTransactions = nullptr;  // kept for reuse, chained by next
+    List<StorageTransaction, &StorageTransaction::prev, &StorageTransaction::next> transactions
+        ZRFS_GUARDED_BY(containerLock);
+    // kept for reuse, chained by next
+    StorageTransaction* spareTransactions ZRFS_GUARDED_BY(containerLock) = nullptr;
 
     // The floors above, reached from below.
-    const ObjectHooks* objectHooks = nullptr;
+    const ObjectHooks* objectHooks ZRFS_GUARDED_BY(containerLock) = nullptr;
     Status (*compact)(StorageContext* context, uint8_t* done) = nullptr;
     // Around a transaction that may write: the file's lock, if nobody has it through this context.
     // Memory is brought up to date when `mayReload`, else the lock is refused if it is not.
     Status (*enterWrite)(StorageContext* context, bool mayReload) = nullptr;
     void (*leaveWrite)(StorageContext* context) = nullptr;
-    ObjectState* objects = nullptr;
+    ObjectState* objects ZRFS_GUARDED_BY(containerLock) = nullptr;
 
     bool IsLocked() const { return lock != nullptr && lock->IsHeld(); }
-    bool MayChange() const { return !readOnly && reading == 0; }
-    Superblock* Super() const { return reinterpret_cast<Superblock*>(superblock); }
-    uint32_t MapGroup() const { return pageSize / 2; }  // pages from one map page to the next
-    bool IsMapPage(uint32_t page) const { return (page & (MapGroup() - 1)) == 0; }
+    bool MayChange() const ZRFS_REQUIRES(containerLock) { return !readOnly && reading == 0; }
+    Superblock* Super() const ZRFS_REQUIRES(containerLock) {
+        return reinterpret_cast<Superblock*>(superblock);
+    }
+    // Pages from one map page to the next.
+    uint32_t MapGroup() const ZRFS_REQUIRES(containerLock) { return pageSize / 2; }
+    bool IsMapPage(uint32_t page) const ZRFS_REQUIRES(containerLock) {
+        return (page & (MapGroup() - 1)) == 0;
+    }
 };
+
+// What storage/core/Transaction.h declares could not be said there of a context still unknown.
+Status BeginBatch(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
+Status EndBatch(StorageContext* context, bool keep) ZRFS_REQUIRES(context->containerLock);
+Status BeginChange(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
+Status EndChange(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 
 }  // namespace storage

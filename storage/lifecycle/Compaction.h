@@ -12,7 +12,7 @@ namespace storage {
 // before stays moved. `progress` (may be null) is asked between two of them. The caller holds
 // containerLock.
 Status CompactPages(StorageContext* context, uint8_t* done, void* userData,
-                    CompactProgress progress);
-Status CompactPages(StorageContext* context, uint8_t* done);
+                    CompactProgress progress) ZRFS_REQUIRES(context->containerLock);
+Status CompactPages(StorageContext* context, uint8_t* done) ZRFS_REQUIRES(context->containerLock);
 
 }  // namespace storage

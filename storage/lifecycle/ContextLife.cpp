@@ -19,8 +19,10 @@ StorageContext* MakeContext() {
     void* memory = platform::HeapAllocate(sizeof(StorageContext));
     if (memory == nullptr) return nullptr;
     StorageContext* context = new (memory) StorageContext();
+    context->containerLock.AssertAlone();
     context->lastAccess = context->created = CurrentDate();
-    context->compact = [](StorageContext* owner, uint8_t* done) { return CompactPages(owner, done); };
+    context->compact = [](StorageContext* owner, uint8_t* done)
+        ZRFS_REQUIRES(owner->containerLock) { return CompactPages(owner, done); };
     context->enterWrite = &EnterWrite;
     context->leaveWrite = &LeaveWrite;
     if (CreateObjectState(context) == kOk) return context;
@@ -44,11 +46,12 @@ void NoteFirst(Status* first, Status status) {
     if (*first == kOk) *first = status;
 }
 
-Status CloseSearchesAndHandles(StorageContext* context) {
+Status CloseSearchesAndHandles(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     Status first = kOk;
     CloseSearches(context);
     for (FileHandle* handle = context->objects->handles.tail; handle != nullptr;) {
         FileHandle* before = handle->prev;
+        handle->context->containerLock.AssertHeld();  // which is this context
         NoteFirst(&first, CloseStream(handle, true));
         handle = before;
     }
@@ -56,7 +59,7 @@ Status CloseSearchesAndHandles(StorageContext* context) {
 }
 
 // What memory holds of the container; the file stays open.
-void EmptyMemory(StorageContext* context) {
+void EmptyMemory(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     CloseSearches(context);
     ClearObjectState(context);
     DestroyTransactions(context);
@@ -102,7 +105,10 @@ Status ReloadContainer(StorageContext* context, bool locked) {
 
 void DestroyContext(StorageContext* context) {
     if (context->objects != nullptr) {
-        while (FileHandle* handle = context->objects->handles.head) FreeHandle(handle);
+        while (FileHandle* handle = context->objects->handles.head) {
+            handle->context->containerLock.AssertHeld();  // which is this context
+            FreeHandle(handle);
+        }
         DestroyObjectState(context);
     }
     DestroyTransactions(context);

@@ -9,7 +9,7 @@ namespace storage {
 StorageContext* MakeContext();
 // Frees the context and all it holds, writing nothing. A lock still held is given up, and what
 // was written under it is made known first.
-void DestroyContext(StorageContext* context);
+void DestroyContext(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 
 enum class Closing {
     Write,  // handles are closed, and what they hold is written
@@ -17,11 +17,12 @@ enum class Closing {
 };
 // Ends the container on the context, and closes its file. File handles stay allocated, without an
 // object, until they are closed or the context goes. The first failure met.
-Status CloseContainer(StorageContext* context, Closing closing);
+Status CloseContainer(StorageContext* context, Closing closing)
+    ZRFS_REQUIRES(context->containerLock);
 // Throws away what memory holds of the open file and reads it again; open handles and searches lose
 // their objects. `locked`: the caller has the file's lock, so that a pending log is replayed and
 // damage marked. After a failure the container is not active, and the file is still open.
-Status ReloadContainer(StorageContext* context, bool locked);
+Status ReloadContainer(StorageContext* context, bool locked) ZRFS_REQUIRES(context->containerLock);
 
 // A heap copy; null when there is no memory.
 WChar* CopyString(const WChar* text);
@@ -34,10 +35,12 @@ WChar* MakeLogPath(const WChar* path);
 
 // The container at `path` on an empty context, the log beside it at `logPath` (may be null). Both
 // texts are copied. On failure the context is empty again.
-Status OpenContainer(StorageContext* context, const WChar* path, const WChar* logPath);
+Status OpenContainer(StorageContext* context, const WChar* path, const WChar* logPath)
+    ZRFS_REQUIRES(context->containerLock);
 // The container in the context's open file; see ReloadContainer.
-Status LoadContainer(StorageContext* context, bool locked);
+Status LoadContainer(StorageContext* context, bool locked) ZRFS_REQUIRES(context->containerLock);
 Status FormatContainer(StorageContext* context, const WChar* path, const WChar* logPath,
-                       bool overwrite, uint32_t pageSize, const WChar* banner);
+                       bool overwrite, uint32_t pageSize, const WChar* banner)
+    ZRFS_REQUIRES(context->containerLock);
 
 }  // namespace storage

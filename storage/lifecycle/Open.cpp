@@ -12,7 +12,7 @@ namespace storage {
 
 namespace {
 
-Status CountPages(StorageContext* context) {
+Status CountPages(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     uint64_t size = 0;
     if (context->file->Size(&size) != 0) size = 0;
     const uint64_t pages = size >> context->pageShift;
@@ -22,7 +22,7 @@ Status CountPages(StorageContext* context) {
     return kOk;
 }
 
-Status MeasureFile(StorageContext* context) {
+Status MeasureFile(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     uint64_t size = 0;
     if (context->file->Size(&size) != 0) size = 0;
     ContainerPlace place;
@@ -39,7 +39,7 @@ Status MeasureFile(StorageContext* context) {
     return CountPages(context);
 }
 
-Status LoadSuperblock(StorageContext* context) {
+Status LoadSuperblock(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     context->superblock = static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
     context->swapBuffer = static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
     if (context->superblock == nullptr || context->swapBuffer == nullptr) return kNoMemory;
@@ -50,7 +50,8 @@ Status LoadSuperblock(StorageContext* context) {
 }
 
 // Without the lock the log stays, and so it does where it cannot be cleared.
-Status ReplayPendingLog(StorageContext* context, bool locked) {
+Status ReplayPendingLog(StorageContext* context, bool locked)
+    ZRFS_REQUIRES(context->containerLock) {
     if (context->Super()->logPending == 0 || context->readOnly || !locked) return kOk;
     const bool chained =
         (context->Super()->flags & kFlagChainedLog) != 0 && context->Super()->logChainHead != 0;
@@ -64,7 +65,8 @@ Status ReplayPendingLog(StorageContext* context, bool locked) {
 
 // Walks the root's records up to the one that switches searches off. Every record on the way is
 // checked.
-Status ReadFindSettings(StorageContext* context, StorageTransaction* transaction) {
+Status ReadFindSettings(StorageContext* context, StorageTransaction* transaction)
+    ZRFS_REQUIRES(context->containerLock) {
     const FileObject* root = context->objects->root;
     uint32_t left = context->totalPages;
     for (uint32_t number = root->headerPage;;) {
@@ -86,7 +88,7 @@ Status ReadFindSettings(StorageContext* context, StorageTransaction* transaction
     }
 }
 
-Status OpenRoot(StorageContext* context) {
+Status OpenRoot(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     Status status = CreateRootObject(context);
     if (status != kOk) return status;
     StorageTransaction* transaction = nullptr;

@@ -16,6 +16,7 @@ RunLock::~RunLock() {
 Status RunLock::Take(const WChar* path, bool onlyReads) {
     context_ = MakeContext();
     if (context_ == nullptr) return kNoMemory;
+    context_->containerLock.AssertAlone();
     context_->path = CopyRealPath(path);
     if (context_->path == nullptr) return kNoMemory;
     Status status = OpenContainerFile(context_, context_->path);

@@ -42,7 +42,7 @@ struct SharedName {
     }
 };
 
-Status OpenMutex(StorageContext* context) {
+Status OpenMutex(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (!platform::HasNamedObjects()) return kOk;
     const SharedName name(kMutexPrefix, context->path);
     context->lockMutex =
@@ -53,7 +53,7 @@ Status OpenMutex(StorageContext* context) {
 }
 
 // With the lock held, so that one process at a time makes the word.
-void OpenGeneration(StorageContext* context) {
+void OpenGeneration(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (context->sharedGeneration != nullptr || !platform::HasNamedObjects()) return;
     const SharedName name(kGenerationPrefix, context->path);
     if (!platform::IsValid(context->sharedMapping))
@@ -68,7 +68,7 @@ void OpenGeneration(StorageContext* context) {
 }
 
 // Programs that watch the shared word see it move; page 1 is what we ourselves go by.
-void PublishGeneration(StorageContext* context) {
+void PublishGeneration(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (context->sharedGeneration == nullptr) return;
     std::atomic_ref<uint32_t> word(*context->sharedGeneration);
     const uint32_t next = word.load() + 1;
@@ -83,7 +83,7 @@ struct ChangeMark {
 };
 
 // Page 1 as it stands in the file.
-Status ReadMark(StorageContext* context, ChangeMark* mark) {
+Status ReadMark(StorageContext* context, ChangeMark* mark) ZRFS_REQUIRES(context->containerLock) {
     Superblock super;
     const uint64_t offset =
         (uint64_t{context->basePage} + kSuperblockNumber) * context->pageSize;
@@ -103,14 +103,14 @@ Status ReadMark(StorageContext* context, ChangeMark* mark) {
     return kOk;
 }
 
-bool HasAnotherSize(StorageContext* context) {
+bool HasAnotherSize(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     uint64_t size = 0;
     if (context->file->Size(&size) != 0) return true;
     return (size >> context->pageShift) != uint64_t{context->basePage} + context->totalPages;
 }
 
 // Memory in line with the file. The lock is held, or (`locked` false) the look is a passing one.
-Status Reload(StorageContext* context, bool locked) {
+Status Reload(StorageContext* context, bool locked) ZRFS_REQUIRES(context->containerLock) {
     const Status status = ReloadContainer(context, locked);
     context->stale = status != kOk;
     return status;
@@ -118,14 +118,15 @@ Status Reload(StorageContext* context, bool locked) {
 
 // Who has the lock for writing ends what a writer that died had begun: the file is whole, only
 // page 1 still says that a change is under way.
-Status EndForeignChange(StorageContext* context) {
+Status EndForeignChange(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (context->readOnly || context->Super()->changing == 0) return kOk;
     context->changing = true;
     return EndChange(context);
 }
 
 // A reader that may not write waits here for the change to end; nobody can keep it from the file.
-Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t milliseconds) {
+Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t milliseconds)
+    ZRFS_REQUIRES(context->containerLock) {
     using Clock = std::chrono::steady_clock;
     const auto end =
         Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
@@ -140,7 +141,8 @@ Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t millisec
 }
 
 // After the lock was taken. Memory is brought up to date.
-Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience) {
+Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
+    ZRFS_REQUIRES(context->containerLock) {
     OpenGeneration(context);
     if (!context->file->IsAt(context->path)) return kInternal;
     // A file that could not be read the last time is tried again.
@@ -160,7 +162,7 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience) {
 }
 
 // Before the lock is let go: nothing that is not in the file may stay to be written later.
-void SettleBeforeRelease(StorageContext* context) {
+void SettleBeforeRelease(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (!context->active || context->readOnly) return;
     for (StorageTransaction* t = context->transactions.head; t != nullptr; t = t->next)
         if (t->writes && t->pageCount != 0) t->failure = kSharing;
@@ -205,8 +207,7 @@ namespace {
 
 // Another program denied writing when the container was opened. Once it no longer does, the file is
 // opened for writing. The old opening stays until the end: a thread may be waiting at its lock.
-void RegainWriting(StorageContext* context) {
-    const std::lock_guard guard(context->containerLock);
+void RegainWriting(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (!context->writingDenied || context->lock == nullptr || context->lock->IsHeld()) return;
     platform::PageFile* file = OpenPageFile(context->path, ResourceType::FileCreate,
                                             platform::Disposition::OpenExisting);
@@ -216,7 +217,8 @@ void RegainWriting(StorageContext* context) {
         file->Identity(&now) != 0 || !(before == now)) {
         delete lock;
         delete file;
-        ZRFS_LOG(Varnhold::Hob::Detail::kWarning, "GetContainerLock", "[{}] is open for reading only: another program denies writing",
+        ZRFS_LOG(Varnhold::Hob::Detail::kWarning, "GetContainerLock",
+                 "[{}] is open for reading only: another program denies writing",
                  platform::ToUtf8(context->path));
         return;
     }
@@ -229,15 +231,20 @@ void RegainWriting(StorageContext* context) {
 }  // namespace
 
 Status GetContainerLock(StorageContext* context, const LockPatience& patience) {
-    if (context->writingDenied) RegainWriting(context);
-    platform::FileLock* lock = context->lock;
+    platform::FileLock* lock = nullptr;
+    bool nested = false;
+    {
+        const platform::MutexGuard guard(context->containerLock);
+        RegainWriting(context);
+        lock = context->lock;
+        nested = lock != nullptr && lock->IsMine() && !context->implicitLock;
+    }
     if (lock == nullptr) return kInternal;
-    const bool nested = lock->IsMine() && !context->implicitLock;
     // Not under containerLock: the owner needs that to get on and let the lock go.
     const auto result = lock->Acquire(patience.milliseconds, patience.waiting);
     if (!Granted(result)) return kInternal;
     if (nested) return kOk;
-    const std::lock_guard guard(context->containerLock);
+    const platform::MutexGuard guard(context->containerLock);
     const bool ownerDied = result == platform::FileLock::Result::OwnerDied;
     const Status status = EnterLocked(context, ownerDied, patience.milliseconds);
     context->everLocked = true;
@@ -248,7 +255,7 @@ Status GetContainerLock(StorageContext* context, const LockPatience& patience) {
 Status ReleaseContainerLock(StorageContext* context) {
     platform::FileLock* lock = context->lock;
     if (lock == nullptr) return kInternal;
-    const std::lock_guard guard(context->containerLock);
+    const platform::MutexGuard guard(context->containerLock);
     if (!lock->IsMine()) return context->everLocked && !lock->IsHeld() ? kOk : kInternal;
     if (lock->Depth() == 1) SettleBeforeRelease(context);
     return lock->Release() ? kOk : kInternal;
@@ -308,7 +315,7 @@ namespace {
 
 // A read under the lock of a reader who may not write: nothing keeps the writers off, so that the
 // state it began with must still be there.
-Status ReadUnderWeakLock(StorageContext* context) {
+Status ReadUnderWeakLock(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     ChangeMark mark;
     const Status status = ReadMark(context, &mark);
     if (status != kOk) return status;
@@ -317,7 +324,7 @@ Status ReadUnderWeakLock(StorageContext* context) {
     return same ? kOk : kLockLost;
 }
 
-Status CatchUp(StorageContext* context) {
+Status CatchUp(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     ChangeMark mark;
     const Status status = ReadMark(context, &mark);
     if (status != kOk) return status;

@@ -22,7 +22,8 @@ struct LockPatience {
 // The bodies of StorageGetLock and StorageReleaseLock; they take containerLock themselves, and not
 // while they wait. kInternal when the lock cannot be had, when the calling thread has it through
 // another container on the same file, and when the file is not at its path any more.
-Status GetContainerLock(StorageContext* context, const LockPatience& patience = {});
+Status GetContainerLock(StorageContext* context, const LockPatience& patience = {})
+    ZRFS_EXCLUDES(context->containerLock);
 // kInternal when another thread has the lock, or when it was never taken.
 Status ReleaseContainerLock(StorageContext* context);
 
@@ -31,21 +32,21 @@ bool IsLockedByOthers(const StorageContext* context);
 
 // Before an operation: what could not be read, or is not to be trusted, is read again. kNotOpen when
 // there is no file.
-Status MakeUsable(StorageContext* context);
+Status MakeUsable(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 
 // Brackets a read by an owner of containerLock, lock or no lock; nothing is written in between.
 // BeginRead answers kSharing when a change is under way: try again, with the locks left in between.
 // EndRead answers kOk when what was read was one state of the file; kSharing: do it again.
-Status BeginRead(StorageContext* context);
-Status EndRead(StorageContext* context, Status result);
+Status BeginRead(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
+Status EndRead(StorageContext* context, Status result) ZRFS_REQUIRES(context->containerLock);
 
 // The lock's part of an opened file: made with it, gone with it. kNoMemory, kInternal.
-Status AttachLock(StorageContext* context);
-void DetachLock(StorageContext* context);
+Status AttachLock(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
+void DetachLock(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 // Hooks of the context.
-Status EnterWrite(StorageContext* context, bool mayReload);
-void LeaveWrite(StorageContext* context);
+Status EnterWrite(StorageContext* context, bool mayReload) ZRFS_REQUIRES(context->containerLock);
+void LeaveWrite(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 // Loads an opened file (Open.cpp) as one state of it: beside others' changes, or under the lock.
-Status LoadShared(StorageContext* context);
+Status LoadShared(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 
 }  // namespace storage

@@ -2,8 +2,6 @@
 // way to the routine that does the work.
 #include "storage/StorageApi.h"
 
-#include <mutex>
-
 #include "storage/core/Dates.h"
 #include "storage/core/PageMap.h"
 #include "storage/lifecycle/Compaction.h"
@@ -19,35 +17,47 @@ namespace storage {
 
 namespace {
 
+// The operations below are functions without a name, which say themselves that they need the lock;
+// that the frame's container is theirs is what the analysis cannot see, so that it looks at who
+// comes here, and no further.
+template <class Operation>
+Status RunLocked(StorageContext* container, Operation& operation)
+    ZRFS_REQUIRES(container->containerLock) ZRFS_NO_ANALYSIS {
+    return operation();
+}
+
 // Runs `operation` on a container under its lock.
 template <class Operation>
 Status OnContainer(StorageContext* container, Operation operation) {
     if (container == nullptr) return kInvalid;
-    const std::lock_guard guard(container->containerLock);
-    return operation();
+    const platform::MutexGuard guard(container->containerLock);
+    return RunLocked(container, operation);
 }
 
 // The same on an open container.
 template <class Operation>
 Status OnOpenContainer(StorageContext* container, Operation operation) {
-    return OnContainer(container, [&] {
+    return OnContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         const Status status = MakeUsable(container);
-        return status == kOk ? operation() : status;
+        return status == kOk ? RunLocked(container, operation) : status;
     });
 }
 
 template <class Operation>
 Status OnFile(FileHandle* file, Operation operation) {
     if (file == nullptr) return kInvalid;
-    const std::lock_guard guard(file->context->containerLock);
-    return operation();
+    const platform::MutexGuard guard(file->context->containerLock);
+    return RunLocked(file->context, operation);
 }
 
 Status DeletePath(StorageContext* container, const WChar* path) {
-    return OnOpenContainer(container, [&] { return DeleteAt(container, path); });
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
+        return DeleteAt(container, path);
+    });
 }
 
-Status SeekPosition(const FileHandle* file, int32_t offset, uint16_t origin, uint64_t* position) {
+Status SeekPosition(const FileHandle* file, int32_t offset, uint16_t origin, uint64_t* position)
+    ZRFS_REQUIRES(file->context->containerLock) {
     *position = 0;
     if (file->object == nullptr) return kNoObject;
     const uint64_t distance = static_cast<uint64_t>(int64_t{offset});
@@ -61,7 +71,7 @@ Status SeekPosition(const FileHandle* file, int32_t offset, uint16_t origin, uin
 }
 
 Status CompactScanned(StorageContext* container, uint8_t* done, void* userData = nullptr,
-                      CompactProgress progress = nullptr) {
+                      CompactProgress progress = nullptr) ZRFS_REQUIRES(container->containerLock) {
     Status status = container->readOnly ? kReadOnly : EnterWrite(container, true);
     if (status != kOk) return status;
     if (container->knownPages == kUnknownPages) status = ScanPageMap(container, true, 0);
@@ -73,7 +83,7 @@ Status CompactScanned(StorageContext* container, uint8_t* done, void* userData =
 }  // namespace
 
 Status StorageIsCorrupted(StorageContext* container, uint8_t* corrupted) {
-    return OnContainer(container, [&]() -> Status {
+    return OnContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) -> Status {
         if (corrupted == nullptr) return kInvalid;
         if (!container->active) return kNotOpen;
         *corrupted = static_cast<uint8_t>(container->Super()->flags & kFlagCorrupted);
@@ -82,7 +92,7 @@ Status StorageIsCorrupted(StorageContext* container, uint8_t* corrupted) {
 }
 
 Status StorageSetCaseSensitive(StorageContext* container, uint8_t caseSensitive) {
-    return OnContainer(container, [&] {
+    return OnContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         container->caseSensitive = caseSensitive != 0;
         return kOk;
     });
@@ -90,6 +100,7 @@ Status StorageSetCaseSensitive(StorageContext* container, uint8_t caseSensitive)
 
 Status StorageClose(StorageContext* container) {
     if (container == nullptr) return kInvalid;
+    container->containerLock.AssertAlone();
     const Status status = CloseContainer(container, Closing::Write);
     DestroyContext(container);
     return status;
@@ -109,7 +120,7 @@ Status StorageCreateFile(StorageContext* container, const WChar* path, uint8_t w
                          uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite, uint32_t,
                          const WChar*, uint32_t, FileHandle** file, uint8_t openIfExists,
                          uint8_t truncate) {
-    return OnOpenContainer(container, [&] {
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         if (path == nullptr || file == nullptr) return kInvalid;
         const FileAccess access{wantRead != 0, wantWrite != 0, denyRead != 0, denyWrite != 0};
         return CreateFileAt(container, path, access, openIfExists != 0, truncate != 0, file);
@@ -117,7 +128,7 @@ Status StorageCreateFile(StorageContext* container, const WChar* path, uint8_t w
 }
 
 Status StorageCloseFile(FileHandle* file) {
-    return OnFile(file, [&] {
+    return OnFile(file, [&]() ZRFS_REQUIRES(file->context->containerLock) {
         const Status status = CloseStream(file, true);
         FreeHandle(file);
         return status;
@@ -126,7 +137,7 @@ Status StorageCloseFile(FileHandle* file) {
 
 Status StorageGetFileAttributes(StorageContext* container, const WChar* path,
                                 uint32_t* attributes) {
-    return OnOpenContainer(container, [&] {
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         if (path == nullptr || attributes == nullptr) return kInvalid;
         return AttributesAt(container, path, attributes);
     });
@@ -135,7 +146,7 @@ Status StorageGetFileAttributes(StorageContext* container, const WChar* path,
 Status StorageOpenFile(StorageContext* container, const WChar* path, uint8_t wantRead,
                        uint8_t wantWrite, uint8_t denyRead, uint8_t denyWrite, const WChar*,
                        uint32_t, FileHandle** file) {
-    return OnOpenContainer(container, [&] {
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         if (path == nullptr || file == nullptr) return kInvalid;
         const FileAccess access{wantRead != 0, wantWrite != 0, denyRead != 0, denyWrite != 0};
         return OpenFileAt(container, path, access, file);
@@ -152,14 +163,14 @@ Status StorageDeleteDirectory(StorageContext* container, const WChar* path) {
 }
 
 Status StorageMoveFile(StorageContext* container, const WChar* oldPath, const WChar* newPath) {
-    return OnOpenContainer(container, [&] {
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         if (oldPath == nullptr || newPath == nullptr) return kInvalid;
         return MoveAt(container, oldPath, newPath);
     });
 }
 
 Status StorageSeekFile(FileHandle* file, int32_t offset, uint16_t origin, uint32_t* position) {
-    return OnFile(file, [&] {
+    return OnFile(file, [&]() ZRFS_REQUIRES(file->context->containerLock) {
         uint64_t target = 0;
         const Status status = SeekPosition(file, offset, origin, &target);
         if (status != kOk) return status;
@@ -170,14 +181,14 @@ Status StorageSeekFile(FileHandle* file, int32_t offset, uint16_t origin, uint32
 }
 
 Status StorageReadFile(FileHandle* file, void* buffer, uint32_t count, uint32_t* done) {
-    return OnFile(file, [&] {
+    return OnFile(file, [&]() ZRFS_REQUIRES(file->context->containerLock) {
         if (done == nullptr || (buffer == nullptr && count != 0)) return kInvalid;
         return ReadStream(file, buffer, count, done);
     });
 }
 
 Status StorageWriteFile(FileHandle* file, const void* buffer, uint32_t count, uint32_t* done) {
-    return OnFile(file, [&] {
+    return OnFile(file, [&]() ZRFS_REQUIRES(file->context->containerLock) {
         if (done == nullptr || (buffer == nullptr && count != 0)) return kInvalid;
         return WriteStream(file, buffer, count, done);
     });
@@ -185,25 +196,27 @@ Status StorageWriteFile(FileHandle* file, const void* buffer, uint32_t count, ui
 
 Status StorageFindFirst(StorageContext* container, StorageSearchStruct* record, const WChar* path,
                         uint32_t attributeMask, int32_t flags) {
-    return OnOpenContainer(container, [&] {
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         if (record == nullptr || path == nullptr) return kInvalid;
         return FindFirst(container, record, path, attributeMask, static_cast<uint32_t>(flags));
     });
 }
 
 Status StorageFindNext(StorageContext* container, StorageSearchStruct* record) {
-    return OnContainer(container,
-                       [&] { return record == nullptr ? kInvalid : FindNext(container, record); });
+    return OnContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
+        return record == nullptr ? kInvalid : FindNext(container, record);
+    });
 }
 
 Status StorageFindClose(StorageContext* container, StorageSearchStruct* record) {
-    return OnContainer(container,
-                       [&] { return record == nullptr ? kInvalid : FindClose(container, record); });
+    return OnContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
+        return record == nullptr ? kInvalid : FindClose(container, record);
+    });
 }
 
 Status StorageGetFileTimes(StorageContext* container, const WChar* path, double* created,
                            double* modified, double* accessed) {
-    return OnOpenContainer(container, [&] {
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         if (path == nullptr) return kInvalid;
         return TimesAt(container, path, created, modified, accessed);
     });
@@ -227,7 +240,9 @@ Status EnterContainer(const WChar* path, StorageContext** container, uint16_t se
     if (container == nullptr || path == nullptr) return kInvalid;
     *container = nullptr;
     StorageContext* context = MakeContext();
-    WChar* logPath = context == nullptr ? nullptr : MakeLogPath(path);
+    if (context == nullptr) return kNoMemory;
+    context->containerLock.AssertAlone();
+    WChar* logPath = MakeLogPath(path);
     Status status = kNoMemory;
     if (logPath != nullptr) {
         if (separator != 0) context->separator = separator;
@@ -237,7 +252,7 @@ Status EnterContainer(const WChar* path, StorageContext** container, uint16_t se
     platform::HeapRelease(logPath);
     if (status == kOk) {
         *container = context;
-    } else if (context != nullptr) {
+    } else {
         DestroyContext(context);
     }
     return status;
@@ -249,6 +264,7 @@ Status StorageOpen(const WChar* path, StorageContext** container, uint16_t separ
                    uint8_t updateAccessTime) {
     return EnterContainer(path, container, separator, updateAccessTime,
                           [&](StorageContext* context, const WChar* logPath) {
+                              context->containerLock.AssertAlone();
                               return OpenContainer(context, path, logPath);
                           });
 }
@@ -258,37 +274,42 @@ Status StorageCreate(const WChar* path, uint8_t overwrite, uint32_t pageSize, co
                      uint8_t updateAccessTime) {
     return EnterContainer(path, container, separator, updateAccessTime,
                           [&](StorageContext* context, const WChar* logPath) {
+                              context->containerLock.AssertAlone();
                               return FormatContainer(context, path, logPath, overwrite != 0,
                                                      pageSize, banner);
                           });
 }
 
 Status StorageSetAutoCompact(StorageContext* container, uint32_t percent) {
-    return OnContainer(container, [&] {
+    return OnContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         container->autoCompactPercent = percent;
         return kOk;
     });
 }
 
 Status StorageIsDirectoryEmpty(StorageContext* container, const WChar* path, uint8_t* empty) {
-    return OnOpenContainer(container, [&] {
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         if (path == nullptr || empty == nullptr) return kInvalid;
         return IsDirectoryEmptyAt(container, path, empty);
     });
 }
 
 Status StorageCreateDirectory(StorageContext* container, const WChar* path) {
-    return OnOpenContainer(
-        container, [&] { return path == nullptr ? kInvalid : CreateDirectoryAt(container, path); });
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
+        return path == nullptr ? kInvalid : CreateDirectoryAt(container, path);
+    });
 }
 
 Status StorageGetFileId(FileHandle* file, uint32_t* fileId) {
+    const platform::MutexGuard guard(file->context->containerLock);
     *fileId = file->object->fileId;
     return kOk;
 }
 
 Status StorageCompact(StorageContext* container, uint8_t* done) {
-    return OnOpenContainer(container, [&] { return CompactScanned(container, done); });
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
+        return CompactScanned(container, done);
+    });
 }
 
 Status StorageCompactFile(const WChar* path, void* userData, CompactProgress progress) {
@@ -298,7 +319,7 @@ Status StorageCompactFile(const WChar* path, void* userData, CompactProgress pro
     if (status != kOk) return status;
     status = LockContainerForRun(container);
     if (status == kOk) {
-        status = OnOpenContainer(container, [&] {
+        status = OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
             return CompactScanned(container, nullptr, userData, progress);
         });
         ReleaseContainerLock(container);

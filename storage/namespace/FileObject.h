@@ -130,14 +130,15 @@ struct FileObject {
 };
 
 struct FileHandle {
-    FileObject* object;  // null after close
+    FileObject* object ZRFS_GUARDED_BY(context->containerLock);  // null after close
     StorageContext* context;
     bool canRead;
     bool canWrite;
     bool deniesRead;
     bool deniesWrite;
-    uint64_t position;
-    FileBlock* block;  // the block last used, with a reference
+    uint64_t position ZRFS_GUARDED_BY(context->containerLock);
+    // The block last used, with a reference.
+    FileBlock* block ZRFS_GUARDED_BY(context->containerLock);
     FileHandle* prev;
     FileHandle* next;
 };

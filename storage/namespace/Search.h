@@ -25,11 +25,13 @@ static_assert(sizeof(StorageSearchStruct) == 64);
 
 // The caller holds containerLock.
 Status FindFirst(StorageContext* context, StorageSearchStruct* record, const WChar* path,
-                 uint32_t attributeMask, uint32_t flags);
-Status FindNext(StorageContext* context, StorageSearchStruct* record);
-Status FindClose(StorageContext* context, StorageSearchStruct* record);
+                 uint32_t attributeMask, uint32_t flags) ZRFS_REQUIRES(context->containerLock);
+Status FindNext(StorageContext* context, StorageSearchStruct* record)
+    ZRFS_REQUIRES(context->containerLock);
+Status FindClose(StorageContext* context, StorageSearchStruct* record)
+    ZRFS_REQUIRES(context->containerLock);
 // Gives up every search. A record that still holds its search is cleared.
-void CloseSearches(StorageContext* context);
+void CloseSearches(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 bool MatchPattern(platform::WStringView name, platform::WStringView pattern, bool caseSensitive);
 
 }  // namespace storage

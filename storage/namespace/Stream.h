@@ -30,8 +30,10 @@ void DropStreamState(FileObject* object);
 Status LoadBlockSettings(FileObject* object, StorageTransaction* transaction);
 
 // At a handle. They note the time in the context.
-Status ReadStream(FileHandle* handle, void* buffer, uint32_t count, uint32_t* done);
-Status WriteStream(FileHandle* handle, const void* buffer, uint32_t count, uint32_t* done);
+Status ReadStream(FileHandle* handle, void* buffer, uint32_t count, uint32_t* done)
+    ZRFS_REQUIRES(handle->context->containerLock);
+Status WriteStream(FileHandle* handle, const void* buffer, uint32_t count, uint32_t* done)
+    ZRFS_REQUIRES(handle->context->containerLock);
 
 // Block methods 3 and 4. The two functions of method 3 are set by nobody; without them such
 // blocks do not decode.
