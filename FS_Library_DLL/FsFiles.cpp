@@ -4,6 +4,7 @@
 #include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsKeys.h"
 #include "FS_Library_DLL/FsNames.h"
+#include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
 
 using storage::FileHandle;
@@ -44,13 +45,28 @@ Status AddValueHandle(int64_t key, FileHandle** file, WStringView path, FsStoreC
     return storage::kInternal;
 }
 
+// Where the key is gone that a value had moved aside for (a repair may have to give a key up), the
+// value is still found, at its marked path.
+bool IsLeftAside(const FsText& path, FsText* marked, FsStoreContext* context) {
+    bool isKey = false;
+    return FsHasOwnEngine() && FS_CollisionPath(path.View(), marked) &&
+           FsIsKey(marked->Text(), context, &isKey) == storage::kOk && !isKey;
+}
+
+// A new value in its place puts an end to such a one.
+Status DropLeftAside(const FsText& path, FsText* marked, FsStoreContext* context) {
+    if (!IsLeftAside(path, marked, context)) return storage::kOk;
+    return FsEngine().StorageDeleteFile(context->container, marked->Text());
+}
+
 // Creates at the plain path, or at the marked one when a subkey has the name.
 Status CreateAt(int64_t key, const FsText& path, FileHandle** file, FsStoreContext* context)
     ZRFS_REQUIRES(context->lock) {
     Status code = CreateEngineFile(path.Text(), file, context);
+    FsText marked;
+    if (code == storage::kOk) code = DropLeftAside(path, &marked, context);
     if (code == storage::kOk) return AddValueHandle(key, file, path.View(), context);
     if (code != storage::kExists) return code;
-    FsText marked;
     if (!FS_CollisionPath(path.View(), &marked)) return storage::kInternal;
     code = CreateEngineFile(marked.Text(), file, context);
     return code == storage::kOk ? AddValueHandle(key, file, marked.View(), context) : code;
@@ -82,6 +98,10 @@ Status FindValuePath(FsText* path, FsStoreContext* context, const FsText** found
     *found = path;
     bool isKey = false;
     const Status code = FsIsKey(path->Text(), context, &isKey);
+    if (code == storage::kNotFound && IsLeftAside(*path, marked, context)) {
+        *found = marked;
+        return storage::kOk;
+    }
     if (!isKey) return code;
     if (!FS_CollisionPath(path->View(), marked)) return storage::kInternal;
     *found = marked;

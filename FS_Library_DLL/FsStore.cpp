@@ -160,9 +160,7 @@ WString NameBeside(const WChar* path) {
 
 // Made and stamped under another name, so that others see no store or a whole one; a failure on
 // the way leaves nothing behind. Who comes second opens the store of the one who was first.
-Status MakeStore(const WChar* path, FsStoreContext* context) {
-    if (!FsHasOwnEngine()) return CreateStore(path, context);
-    const WString beside = NameBeside(path);
+Status MakeStoreAt(const WChar* path, const WString& beside, FsStoreContext* context) {
     Status code = CreateStore(beside.c_str(), context);
     const bool made = context->container != nullptr;
     if (made) {
@@ -178,6 +176,17 @@ Status MakeStore(const WChar* path, FsStoreContext* context) {
     }
     platform::DeleteFileByPath(beside.c_str());
     return code == storage::kOk ? OpenStore(path, context) : code;
+}
+
+Status MakeStore(const WChar* path, FsStoreContext* context) {
+    if (!FsHasOwnEngine()) return CreateStore(path, context);
+    WString beside;
+    try {
+        beside = NameBeside(path);
+    } catch (const std::bad_alloc&) {
+        return storage::kNoMemory;
+    }
+    return MakeStoreAt(path, beside, context);
 }
 
 Status CreateOrOpen(const WChar* path, FsStoreContext* context) {

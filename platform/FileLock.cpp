@@ -32,6 +32,11 @@ struct HeldLocks {
     ~HeldLocks();
 };
 
+// One who waits, on his own stack: first come, first served.
+struct SlotWaiter {
+    SlotWaiter* next = nullptr;
+};
+
 struct FileLock::Slot : HeapObject {
     static Slot* s_slots ZRFS_GUARDED_BY(Guard());
 
@@ -42,13 +47,23 @@ struct FileLock::Slot : HeapObject {
     HeldLocks* owner ZRFS_GUARDED_BY(Guard()) = nullptr;  // the thread that has it
     uint32_t depth ZRFS_GUARDED_BY(Guard()) = 0;
     bool ownerDied ZRFS_GUARDED_BY(Guard()) = false;
+    SlotWaiter* waiters ZRFS_GUARDED_BY(Guard()) = nullptr;
+
+    void Join(SlotWaiter* waiter) ZRFS_REQUIRES(Guard()) {
+        SlotWaiter** link = &waiters;
+        while (*link != nullptr) link = &(*link)->next;
+        *link = waiter;
+    }
+    void Leave(const SlotWaiter* waiter) ZRFS_REQUIRES(Guard()) {
+        SlotWaiter** link = &waiters;
+        while (*link != waiter) link = &(*link)->next;
+        *link = waiter->next;
+    }
 };
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-uint32_t g_waiters ZRFS_GUARDED_BY(Guard()) = 0;
 
 thread_local HeldLocks t_held;
 
@@ -142,11 +157,17 @@ FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void
         *waiting = nullptr;
         guard.Lock();
     }
-    ++g_waiters;
+    SlotWaiter self;
+    slot_->Join(&self);
     const bool free = Freed().wait_for(guard.native, std::chrono::milliseconds(milliseconds),
-                                       [this]() ZRFS_REQUIRES(Guard()) { return slot_->owner == nullptr; });
-    --g_waiters;
-    if (!free) return Result::TimedOut;
+                                       [&]() ZRFS_REQUIRES(Guard()) {
+                                           return slot_->owner == nullptr && slot_->waiters == &self;
+                                       });
+    slot_->Leave(&self);
+    if (!free) {
+        if (slot_->waiters != nullptr) Freed().notify_all();  // the next one may be first now
+        return Result::TimedOut;
+    }
     slot_->owner = &t_held;
     slot_->holder = this;
     slot_->depth = 1;
@@ -175,6 +196,7 @@ FileLock::Result FileLock::AcquireFile(uint32_t milliseconds, void (*waiting)())
         const bool failed = file_->TakeMark(&taken) != kErrorSuccess;
         if (taken) break;
         if (failed || LeftUntil(end) == 0) {
+            file_->DropMark();  // a place in the row of those who wait
             if (IsValid(mutex_)) ReleaseNamedMutex(mutex_);
             return failed ? Result::Failed : Result::TimedOut;
         }
@@ -192,7 +214,7 @@ void FileLock::FreeSlot() {
     slot_->owner = nullptr;
     slot_->holder = nullptr;
     slot_->depth = 0;
-    if (g_waiters != 0) Freed().notify_all();
+    if (slot_->waiters != nullptr) Freed().notify_all();
 }
 
 FileLock::Result FileLock::Acquire(uint32_t milliseconds, void (*waiting)()) {

@@ -15,6 +15,7 @@ namespace {
 
 constexpr off_t kMark = static_cast<off_t>(kMarkOffset);
 constexpr off_t kBesideMark = kMark + 1;  // shared by the one who has the file beside
+constexpr off_t kRowMark = kMark + 2;     // of the one who waits longest
 
 struct flock ByteLock(short type, off_t byte) {
     struct flock lock {};
@@ -34,8 +35,9 @@ int SetLock(int descriptor, short type, off_t byte) {
 }
 
 // Would a lock of this type meet one of another opening?
-bool Meets(int descriptor, short type, off_t byte) {
+bool Meets(int descriptor, short type, off_t byte, off_t bytes = 1) {
     struct flock lock = ByteLock(type, byte);
+    lock.l_len = bytes;
     return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
@@ -128,25 +130,48 @@ void FileMark::DropBeside() {
     beside_ = -1;
 }
 
-Error FileMark::Take(int descriptor, bool* taken) {
-    *taken = false;
+void FileMark::LeaveRow(int descriptor) {
+    if (first_) SetLock(descriptor, F_UNLCK, kRowMark);
+    first_ = false;
+}
+
+Error FileMark::TakeFirstWay(int descriptor, bool* taken) {
     int number = SetLock(descriptor, F_WRLCK, kMark);
     // A writer may have let go between two looks: only shared locks that stay lead to the other way.
     if (IsBusy(number) && !Meets(descriptor, F_RDLCK, kMark))
         number = SetLock(descriptor, F_WRLCK, kMark);
     if (number == 0) {
-        *taken = !Meets(descriptor, F_WRLCK, kBesideMark);
-        if (*taken) return Leave(kErrorSuccess);
+        // One look at both bytes behind: seldom is there anything.
+        if (!Meets(descriptor, F_WRLCK, kBesideMark, 2)) {
+            *taken = true;
+            return kErrorSuccess;
+        }
+        const bool waits = !first_ && Meets(descriptor, F_RDLCK, kRowMark);
+        const bool beside = Meets(descriptor, F_WRLCK, kBesideMark);
+        *taken = !waits && !beside;
+        if (*taken) return kErrorSuccess;
         SetLock(descriptor, F_UNLCK, kMark);
+        if (!beside) return kErrorSuccess;
     } else if (!IsBusy(number)) {
-        return Leave(FromErrno(number));
+        return FromErrno(number);
     } else if (Meets(descriptor, F_RDLCK, kMark)) {
-        return Leave(kErrorSuccess);  // a writer has it
+        return kErrorSuccess;  // a writer has it
     }
-    return Leave(TakeBeside(descriptor, taken));
+    return TakeBeside(descriptor, taken);
+}
+
+Error FileMark::Take(int descriptor, bool* taken) {
+    *taken = false;
+    const Error error = TakeFirstWay(descriptor, taken);
+    if (*taken)
+        LeaveRow(descriptor);
+    else if (!first_)
+        first_ = SetLock(descriptor, F_WRLCK, kRowMark) == 0;
+    return Leave(error);
 }
 
 void FileMark::Drop(int descriptor) {
+    LeaveRow(descriptor);
     if (beside_ >= 0) {
         DropBeside();
         SetLock(descriptor, F_UNLCK, kBesideMark);

@@ -13,6 +13,9 @@ namespace platform {
 // stand. So that this keeps no writer waiting there is a second way: a file beside, which only
 // those can open who may write the file itself, carries the lock for the time, and a shared lock on
 // a second byte tells those who come the first way that it does.
+//
+// A third byte belongs to the one who waits longest. Who comes while it is taken stands back, so
+// that a writer who takes the mark again and again lets the others have it in between.
 class FileMark {
   public:
     FileMark() = default;
@@ -25,10 +28,13 @@ class FileMark {
     static bool IsTakenElsewhere(int descriptor);
 
   private:
+    Error TakeFirstWay(int descriptor, bool* taken);
     Error TakeBeside(int descriptor, bool* taken);
     void DropBeside();
+    void LeaveRow(int descriptor);
 
     int beside_ = -1;
+    bool first_ = false;  // in the row of those who wait
 };
 
 }  // namespace platform

@@ -43,7 +43,8 @@ class PageFile {
     virtual bool IsAt(const WChar* path) = 0;
     // The mark of the file's one writer, far behind its last byte, seen by all who have the file
     // open, whoever and wherever they are, and gone with the file object. *taken is false while
-    // another opening has it; an opening for reading only cannot have it.
+    // another opening has it; an opening for reading only cannot have it. One who was refused may
+    // keep a place in the row of those who wait, which DropMark gives up as it does the mark.
     virtual Error TakeMark(bool* taken) = 0;
     virtual void DropMark() = 0;
     // Does another opening have the mark?

@@ -132,8 +132,12 @@ WChar* CopyString(const WChar* text) {
 }
 
 WChar* CopyRealPath(const WChar* path) {
-    platform::WString real;
-    return CopyString(platform::RealPath(path, &real) == 0 ? real.c_str() : path);
+    try {
+        platform::WString real;
+        return CopyString(platform::RealPath(path, &real) == 0 ? real.c_str() : path);
+    } catch (const std::bad_alloc&) {  // the seam's texts are the one thing here that throws
+        return nullptr;
+    }
 }
 
 WChar* MakeLogPath(const WChar* path) {
