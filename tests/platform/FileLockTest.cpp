@@ -46,6 +46,17 @@ const support::ChildRole kTry("try-file", [](const std::vector<std::string>& arg
     return static_cast<int>(Locked(FromUtf8(arguments[0])).Take());
 });
 
+// grab PATH: takes the lock again and again, each time for longer than anybody looks for it.
+const support::ChildRole kGrab("grab-file", [](const std::vector<std::string>& arguments) {
+    Locked locked(FromUtf8(arguments[0]));
+    for (bool first = true;; first = false) {
+        if (locked.Take(60000) != Result::Granted) return 1;
+        if (first) support::WriteBytes(arguments[0] + ".held", {1});
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        locked.lock->Release();
+    }
+});
+
 Result TakeInThread(Locked& locked) {
     Result result = Result::Failed;
     std::thread([&] {
@@ -107,6 +118,21 @@ TEST(FileLock, KeepsProcessesApartAndPassesOnFromAKilledOne) {
     EXPECT_EQ(one.Take(5000), Result::Granted);
     EXPECT_EQ(support::ChildProcess("try-file", {ToUtf8(path)}).Wait(),
               static_cast<int>(Result::TimedOut));
+}
+
+TEST(FileLock, ComesInTurnToThoseWhoWait) {
+    const support::TempDir dir;
+    const WString path = MadeFile(dir);
+    support::ChildProcess grabber("grab-file", {ToUtf8(path)});
+    ASSERT_TRUE(support::Eventually([&] { return std::filesystem::exists(dir / "f.held"); }));
+    Locked one(path);
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(one.Take(10000), Result::Granted) << i;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the other one waits again
+        one.lock->Release();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST(FileLock, OfAReaderKeepsNoOtherProcessFromTheFile) {
