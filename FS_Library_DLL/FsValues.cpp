@@ -79,6 +79,12 @@ FBR_STATUS Framed(FsStoreContext* context, Frame frame, Operation operation) {
 }
 
 template <class Operation>
+FBR_STATUS Read(FsStoreContext* context, Operation operation) {
+    return Framed(
+        context, [](FsStoreContext* store, auto run) { return FsRead(store, run); }, operation);
+}
+
+template <class Operation>
 FBR_STATUS Change(FsStoreContext* context, Operation operation) {
     return Framed(
         context, [](FsStoreContext* store, auto run) { return FsChange(store, run); }, operation);
@@ -96,12 +102,13 @@ FBR_STATUS FsSetValue(int64_t key, const WChar* name, uint32_t type, const void*
 
 FBR_STATUS FsQueryValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
                         uint64_t* size, uint32_t* type, FsStoreContext* context) {
-    return Framed(
-        context, [](FsStoreContext* store, auto run) { return FsRead(store, run); },
-        [&] { return QueryValue(key, name, buffer, bufferSize, size, type, context); });
+    return Read(context,
+                [&] { return QueryValue(key, name, buffer, bufferSize, size, type, context); });
 }
 
 FBR_STATUS FsDeleteValue(int64_t key, const WChar* name, FsStoreContext* context) {
-    if (context == nullptr || !FsMayWrite(context)) return DeleteValue(key, name, context);
-    return Change(context, [&] { return DeleteValue(key, name, context); });
+    const auto operation = [&] { return DeleteValue(key, name, context); };
+    // Without a write lock it only looks whether there is such a value before it refuses.
+    if (context == nullptr || !FsMayWrite(context)) return Read(context, operation);
+    return Change(context, operation);
 }
