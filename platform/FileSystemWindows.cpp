@@ -2,19 +2,11 @@
 
 #include <windows.h>
 
+#include "platform/OutcomeWindows.h"
 #include "platform/RootFolder.h"
 
 namespace platform {
 namespace {
-
-Error Outcome(bool done) {
-    if (done) {
-        ::SetLastError(kErrorSuccess);
-        return kErrorSuccess;
-    }
-    const Error error = ::GetLastError();
-    return error != kErrorSuccess ? error : kErrorGenFailure;
-}
 
 // Calls what changes the file or folder at `path`, where the thread may.
 template <class Call>

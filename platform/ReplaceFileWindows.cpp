@@ -5,21 +5,14 @@
 #include <new>
 #include <vector>
 
+#include "platform/OutcomeWindows.h"
+
 namespace platform {
 namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr SECURITY_INFORMATION kMode = DACL_SECURITY_INFORMATION;
 constexpr SECURITY_INFORMATION kOwner = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION;
-
-Error Outcome(bool done) {
-    if (done) {
-        ::SetLastError(kErrorSuccess);
-        return kErrorSuccess;
-    }
-    const Error error = ::GetLastError();
-    return error != kErrorSuccess ? error : kErrorGenFailure;
-}
 
 Error Leave(Error error) {
     ::SetLastError(error);
