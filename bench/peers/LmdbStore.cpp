@@ -25,7 +25,7 @@ class LmdbStore : public Store {
     ~LmdbStore() override { mdb_env_close(environment_); }
 
     void Open() override {
-        constexpr size_t kMapBytes = size_t{8} << 30;
+        constexpr size_t kMapBytes = size_t{4} << 30;
         const bool fresh = !std::filesystem::exists(path_);
         Check(mdb_env_create(&environment_));
         Check(mdb_env_set_mapsize(environment_, kMapBytes));

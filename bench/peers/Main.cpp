@@ -153,6 +153,7 @@ int main(int argc, char** argv) {
     app.add_flag("--growth", options.growth, "what the size of a store does to the cost");
     app.add_flag("--calls", options.calls, "counts system calls instead of time");
     CLI11_PARSE(app, argc, argv);
+    bench::UseFreshBlocks();
     try {
         return bench::Run(options);
     } catch (const std::exception& error) {

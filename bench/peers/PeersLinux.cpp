@@ -7,8 +7,11 @@ std::vector<Maker> PeerMakers() {
     // hivex writes all values of a key anew for each that is set, and gives no room back.
     constexpr uint32_t kMostKeysOfHivex = 5000;
     return {
-        {kSqlite, [](const Folder& folder) { return MakeSqlite(folder, true); }},
-        {"SQLite, WAL", [](const Folder& folder) { return MakeSqlite(folder, false); }},
+        {kSqlite,
+         [](const Folder& folder) { return MakeSqlite(folder, SqliteUse::Exclusive); }},
+        {"SQLite, exclusive, 64 MiB, WAL",
+         [](const Folder& folder) { return MakeSqlite(folder, SqliteUse::ExclusiveSafe); }},
+        {"SQLite, WAL", [](const Folder& folder) { return MakeSqlite(folder, SqliteUse::Shared); }},
         {"LevelDB", [](const Folder& folder) { return MakeLevelDb(folder); }},
         {kLmdb, [](const Folder& folder) { return MakeLmdb(folder, false); }},
         {"LMDB, writemap", [](const Folder& folder) { return MakeLmdb(folder, true); }},

@@ -70,10 +70,11 @@ struct Maker {
 };
 
 enum class LockUse { Held, ForEachChange };
+enum class SqliteUse { Exclusive, ExclusiveSafe, Shared };
 
 std::unique_ptr<Store> MakeContainer(const std::filesystem::path& folder, LockUse use);
 std::unique_ptr<Store> MakeOfflineHive(const std::filesystem::path& folder);
-std::unique_ptr<Store> MakeSqlite(const std::filesystem::path& folder, bool exclusive);
+std::unique_ptr<Store> MakeSqlite(const std::filesystem::path& folder, SqliteUse use);
 std::unique_ptr<Store> MakeLmdb(const std::filesystem::path& folder, bool writeMap);
 std::unique_ptr<Store> MakeLevelDb(const std::filesystem::path& folder);
 std::unique_ptr<Store> MakeHivex(const std::filesystem::path& folder);

@@ -11,6 +11,10 @@ namespace bench {
 // its caller's thread.
 double ThreadNs();
 
+// Keeps large blocks of memory from being held back and cleared by hand when they are asked for
+// again, which would make a second opening of some stores three times as dear as a process's first.
+void UseFreshBlocks();
+
 // Tell a counter from outside where measured work begins and ends: CountCalls below, and Callgrind,
 // which writes the instructions between them to a file of its own, under the name `what`.
 void MarkBegin();

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <malloc.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -116,6 +117,10 @@ double ThreadNs() {
     timespec time{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
+
+void UseFreshBlocks() {
+    mallopt(M_MMAP_THRESHOLD, 256 << 10);
 }
 
 void MarkBegin() {
