@@ -29,7 +29,8 @@ std::vector<uint8_t> RandomString(Dice& dice) {
 ValueData MakeValue(Dice& dice, uint32_t number) {
     constexpr uint32_t kString = 1, kBinary = 3, kNumber = 4;
     ValueData value;
-    value.name = ToText("Value " + std::to_string(number));
+    value.plainName = "Value " + std::to_string(number);
+    value.name = ToText(value.plainName);
     const uint32_t share = Between(dice, 0, 99);
     if (share < 60) {
         value.type = kString;
@@ -51,24 +52,27 @@ Text ToText(const std::string& ascii) {
     return Text(ascii.begin(), ascii.end());
 }
 
+KeyData MakeKey(Dice& dice, const std::string& path, bool leaf, uint32_t values) {
+    KeyData key{ToText(path), path, leaf, {}};
+    for (uint32_t i = 0; i < values; ++i) key.values.push_back(MakeValue(dice, i));
+    return key;
+}
+
 std::vector<KeyData> MakeContent(uint32_t keys) {
     constexpr uint32_t kMiddles = 9, kLeaves = 10;
     Dice dice(20);
     std::vector<KeyData> content;
-    const auto add = [&](const Text& path, bool leaf) {
-        if (content.size() == keys) return;
-        KeyData key{path, leaf, {}};
-        for (uint32_t i = 0; i < kValuesPerKey; ++i) key.values.push_back(MakeValue(dice, i));
-        content.push_back(std::move(key));
+    const auto add = [&](const std::string& path, bool leaf) {
+        if (content.size() < keys) content.push_back(MakeKey(dice, path, leaf, kValuesPerKey));
     };
     for (uint32_t top = 0; content.size() < keys; ++top) {
-        const Text topPath = ToText("\\Vendor " + std::to_string(top));
+        const std::string topPath = "\\Vendor " + std::to_string(top);
         add(topPath, false);
         for (uint32_t middle = 0; middle < kMiddles; ++middle) {
-            const Text path = topPath + ToText("\\Product " + std::to_string(middle));
+            const std::string path = topPath + "\\Product " + std::to_string(middle);
             add(path, false);
             for (uint32_t leaf = 0; leaf < kLeaves; ++leaf)
-                add(path + ToText("\\Settings " + std::to_string(leaf)), true);
+                add(path + "\\Settings " + std::to_string(leaf), true);
         }
     }
     return content;
