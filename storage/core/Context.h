@@ -38,6 +38,17 @@ struct ObjectState;  // the objects, handles and searches: storage/namespace/Obj
 inline constexpr uint32_t kUnknownPages = 0xFFFFFFFF;
 inline constexpr uint32_t kCacheLimit = 256;  // buffers
 
+// Pages that the last change wrote in their places: storage/core/SwitchMark.h.
+struct SwitchedPage {
+    uint32_t number;
+    uint64_t digest;
+};
+inline constexpr uint32_t kMostSwitched = 8;
+struct SwitchList {
+    uint32_t count = 0;
+    SwitchedPage pages[kMostSwitched];
+};
+
 struct StorageContext {
     // Sharing between processes.
     platform::FileLock* lock = nullptr;      // goes with `file`
@@ -52,7 +63,15 @@ struct StorageContext {
     // taken by a write that came without one
     bool implicitLock ZRFS_GUARDED_BY(containerLock) = false;
     uint32_t writers ZRFS_GUARDED_BY(containerLock) = 0;  // running transactions that may write
-    // page 1 on disk says that a change is under way
+    // page 1 came with a list of pages, and it is not known whether they are in the file
+    bool unsettled ZRFS_GUARDED_BY(containerLock) = false;
+    // what a reader without the lock must find in the file before he believes it
+    SwitchList awaited ZRFS_GUARDED_BY(containerLock);
+    // a page was not there yet
+    bool metSwitch ZRFS_GUARDED_BY(containerLock) = false;
+    // a commit may have marked pages in the map of the file
+    bool mapMarked ZRFS_GUARDED_BY(containerLock) = false;
+    // page 1 on disk says that a change is under way, or not what it should
     bool changing ZRFS_GUARDED_BY(containerLock) = false;
     uint32_t changes ZRFS_GUARDED_BY(containerLock) = 0;  // counts what transactions did to pages
     bool everLocked ZRFS_GUARDED_BY(containerLock) = false;

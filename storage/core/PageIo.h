@@ -26,7 +26,8 @@ Status WritePageRaw(StorageContext* context, platform::PageFile* file, const voi
 Status CutFile(platform::PageFile* file, uint64_t count, uint32_t pageSize);
 
 // One page of the container, in native byte order in `buffer`. A page past the end marks the
-// container corrupted (see MarkCorrupted) and is read all the same.
+// container corrupted (see MarkCorrupted) and is read all the same. kSharing for a page that
+// somebody is just writing (storage/core/SwitchMark.h).
 Status ReadPage(StorageContext* context, void* buffer, uint32_t page);
 Status WritePage(StorageContext* context, const void* buffer, uint32_t page);
 // `count` adjacent pages from `page` on, in as few transfers as the byte order allows.
@@ -48,7 +49,7 @@ uint32_t Swap32(uint32_t value);
 Status MarkCorrupted(StorageContext* context);
 // Where every corruption is noticed: marks the container and answers kCorrupt.
 Status Corrupt(StorageContext* context);
-// The superblock from memory to page 1.
+// The superblock from memory to page 1, without a list of pages.
 Status WriteSuperblock(StorageContext* context);
 
 }  // namespace storage

@@ -102,7 +102,7 @@ Status RedoLog::SwitchOn() {
     super->logPending = 1;
     super->flags |= kFlagChainedLog;
     super->logChainHead = head;
-    const Status status = WriteSuperblock(context_);
+    const Status status = BeginChange(context_);
     if (status == kOk) return kOk;
     super->logPending = 0;
     super->logChainHead = 0;

@@ -1,12 +1,14 @@
 #include "storage/core/Transaction.h"
 
 #include <new>
+#include <utility>
 
 #include "storage/core/Context.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
 #include "storage/core/RedoLog.h"
+#include "storage/core/SwitchMark.h"
 
 namespace storage {
 
@@ -98,27 +100,83 @@ Status WriteNew(StorageContext* context, StorageTransaction* transaction) {
 
 constexpr uint16_t kSwitchMask = kPageNew | kPageFreed | kPageVital;
 
-// What refers to the new. *final tells that the change stands whatever the status.
-Status WriteSwitch(StorageContext* context, StorageTransaction* transaction, bool* final) {
-    uint32_t count = 0;
-    for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
-        if ((page->flags & (kSwitchMask | kPageDirty)) == (kPageVital | kPageDirty)) ++count;
-    if (count <= 1) {
-        const Status status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
-        *final = status == kOk;
-        return status;
+// The pages that were there before and are written in their places.
+struct SwitchCount {
+    uint32_t vital = 0;
+    uint32_t all = 0;
+    SwitchList list;  // the first of them
+};
+
+SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* transaction) {
+    SwitchCount count;
+    for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
+        if ((page->flags & (kPageNew | kPageFreed | kPageDirty)) != kPageDirty ||
+            page->buffer == nullptr)
+            continue;
+        if ((page->flags & kPageVital) != 0) ++count.vital;
+        if (++count.all > kMostSwitched || !HasSwitchList(context)) continue;
+        count.list.pages[count.list.count++] = {page->number,
+                                                DigestPage(page->buffer, context->pageSize)};
     }
+    return count;
+}
+
+// Page 1 tells of the pages before they are written; they say themselves when they are there. What
+// goes wrong is put right by EndChange.
+Status WriteListed(StorageContext* context, StorageTransaction* transaction,
+                   const SwitchList& list, bool* final) {
+    Superblock* super = context->Super();
+    if (super->transactionCounter == context->seenCounter) ++super->transactionCounter;
+    const bool hadChange = std::exchange(context->changing, true);
+    super->changing = 0;
+    PutSwitchList(context, list);
+    Status status = WritePage(context, context->superblock, kSuperblockNumber);
+    if (status == kOk)
+        status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
+    else
+        super->changing = hadChange ? 1 : 0;
+    *final = status == kOk;
+    if (status == kOk) status = WriteTransactionPages(context, transaction, kSwitchMask, 0);
+    if (status != kOk) return *final ? Status{kOk} : status;
+    context->changing = false;
+    context->seenCounter = super->transactionCounter;
+    return kOk;
+}
+
+// Page 1 tells that a change is under way, and at its end that it is done.
+Status WriteOne(StorageContext* context, StorageTransaction* transaction, bool* final) {
+    Status status = BeginChange(context);
+    if (status == kOk)
+        status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
+    *final = status == kOk;
+    if (status == kOk) WriteTransactionPages(context, transaction, kSwitchMask, 0);
+    return status;
+}
+
+Status WriteLogged(StorageContext* context, StorageTransaction* transaction, uint32_t count,
+                   bool* final) {
     RedoLog log(context);
     Status status = log.Write(transaction, count);
     if (status == kOk) status = log.SwitchOn();
     if (status != kOk) return status;
     *final = true;
     status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
-    if (status == kOk)
-        log.SwitchOff();
-    else
+    if (status != kOk) {
         log.Leave();
-    return status;
+        return status;
+    }
+    log.SwitchOff();
+    WriteTransactionPages(context, transaction, kSwitchMask, 0);
+    return kOk;
+}
+
+// What refers to the new. *final tells that the change stands whatever the status.
+Status WriteSwitch(StorageContext* context, StorageTransaction* transaction, bool* final) {
+    const SwitchCount count = CountSwitched(context, transaction);
+    if (count.vital > 1) return WriteLogged(context, transaction, count.vital, final);
+    if (HasSwitchList(context) && count.all <= kMostSwitched)
+        return WriteListed(context, transaction, count.list, final);
+    return WriteOne(context, transaction, final);
 }
 
 // What was given up. That it cannot be freed now loses room and no more.
@@ -139,36 +197,35 @@ void LetPagesGo(StorageContext* context, StorageTransaction* transaction) {
     }
 }
 
-// The end of a change that did not come about, after BeginChange.
+// The end of a change that did not come about. What cannot be written stays for the next commit.
 void AbandonChange(StorageContext* context) {
-    if (FlushMapPages(context) != kOk) return;  // stay dirty for the next commit
-    EndChange(context);
+    if (FlushMapPages(context) == kOk) EndChange(context);
 }
 
 Status WriteChanges(StorageContext* context, StorageTransaction* transaction) {
     Status status = context->readOnly || context->IsLocked() ? kOk : Status{kSharing};
     if (status == kOk) status = PrepareMap(context, transaction);
-    if (status == kOk) status = BeginChange(context);
-    bool final = false;
-    if (status == kOk) {
-        status = WriteNew(context, transaction);
-        if (status == kOk) {
-            status = WriteSwitch(context, transaction, &final);
-            // What could not be written whole is read again before it is believed.
-            context->stale = context->stale || status != kOk;
-        }
-        if (!final) {
-            RollbackTransaction(context, transaction);
-            AbandonChange(context);
-            return status;
-        }
-    } else {
+    if (status != kOk) {
         RollbackTransaction(context, transaction);
         return status;
     }
+    bool final = false;
+    context->mapMarked = true;
+    status = WriteNew(context, transaction);
+    if (status == kOk) {
+        status = WriteSwitch(context, transaction, &final);
+        // What could not be written whole is read again before it is believed.
+        context->stale = context->stale || status != kOk;
+    }
+    if (!final) {
+        RollbackTransaction(context, transaction);
+        AbandonChange(context);
+        context->mapMarked = false;
+        return status;
+    }
+    context->mapMarked = false;
     // With the log in force the rest comes with the next opening of the file, or reading it again.
     if (status != kOk) return kOk;
-    WriteTransactionPages(context, transaction, kSwitchMask, 0);
     WriteFreed(context, transaction);
     EndChange(context);  // tried again at the next change, and when the lock is released
     return kOk;
@@ -181,12 +238,8 @@ Status BeginChange(StorageContext* context) {
     Superblock* super = context->Super();
     if (super->transactionCounter == context->seenCounter) ++super->transactionCounter;
     super->changing = 1;
-    const Status status = WriteSuperblock(context);
-    if (status == kOk)
-        context->changing = true;
-    else
-        super->changing = context->changing ? 1 : 0;
-    return status;
+    context->changing = true;
+    return WriteSuperblock(context);
 }
 
 Status EndChange(StorageContext* context) {
@@ -273,7 +326,8 @@ void RollbackTransaction(StorageContext* context, StorageTransaction* transactio
         if (made) SetPageKind(context, number, kFreePage, false);
     }
     transaction->releasePages.Clear();
-    if (!context->changing && context->writers <= 1) ForgetMapChanges(context);
+    if (!context->changing && !context->mapMarked && context->writers <= 1)
+        ForgetMapChanges(context);
     for (uint32_t i = transaction->objects.Count(); i-- > 0;)
         context->objectHooks->rolledBack(context, transaction, transaction->objects[i]);
     EndRecord(context, transaction);

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "storage/core/PageIo.h"
+#include "storage/core/SwitchMark.h"
 #include "storage/lifecycle/CheckOverlay.h"
 #include "storage/lifecycle/CheckRun.h"
 
@@ -168,8 +169,12 @@ Status WriteRepair(CheckRun* run) {
     Status status = writer.Gather();
     // Who has the container open sees that it is another one now.
     Superblock* super = run->context->Super();
+    const bool settled = super->changing == 0 && AreSwitched(run->context);
     super->changing = 0;
-    if (!writer.pages.Empty() || !writer.mapPages.Empty()) super->transactionCounter += 2;
+    if (!writer.pages.Empty() || !writer.mapPages.Empty() || !settled) {
+        super->transactionCounter += 2;
+        ClearSwitchList(run->context);
+    }
     // The map first: it says of every page that stays that it is in use, and the log needs it.
     if (status == kOk) status = writer.WriteAll(writer.mapPages);
     if (status == kOk && writer.MayLog()) {

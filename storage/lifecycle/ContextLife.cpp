@@ -71,6 +71,8 @@ void EmptyMemory(StorageContext* context) ZRFS_REQUIRES(context->containerLock) 
     context->writers = 0;
     context->active = context->logInFile = context->inlineEntries = false;
     context->byteSwapped = context->compacting = context->changing = false;
+    context->unsettled = context->mapMarked = false;
+    context->awaited.count = 0;
     context->searchEnabled = true;
     context->pageSize = context->payloadSize = context->pageShift = 0;
     context->knownPages = context->totalPages = context->basePage = 0;
@@ -92,6 +94,7 @@ Status CloseContainer(StorageContext* context, Closing closing) {
     ReleaseText(&context->path);
     ReleaseText(&context->logPath);
     context->readOnly = context->writingDenied = context->stale = context->everLocked = false;
+    context->metSwitch = false;
     context->grewSinceFlush = context->wroteSinceLock = false;
     return first;
 }

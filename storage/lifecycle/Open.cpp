@@ -2,6 +2,7 @@
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/Recovery.h"
+#include "storage/core/SwitchMark.h"
 #include "storage/lifecycle/ContextLife.h"
 #include "storage/lifecycle/Locate.h"
 #include "storage/lifecycle/Sharing.h"
@@ -47,6 +48,17 @@ Status LoadSuperblock(StorageContext* context) ZRFS_REQUIRES(context->containerL
     if (status != kOk) return status;
     // What is no superblock cannot be marked either.
     return context->Super()->kind == kSuperblockPage ? kOk : kCorrupt;
+}
+
+// What page 1 tells of the pages last written: who has the lock for writing looks for himself, all
+// others believe only what they find so.
+Status ReadSwitchList(StorageContext* context, bool locked) ZRFS_REQUIRES(context->containerLock) {
+    SwitchList list;
+    const bool valid = GetSwitchList(context, &list);
+    context->unsettled = !valid || list.count != 0;
+    if (locked && !context->readOnly) return kOk;
+    context->awaited = list;
+    return valid || !context->file->IsMarkedElsewhere() ? kOk : kSharing;
 }
 
 // Without the lock the log stays, and so it does where it cannot be cleared.
@@ -109,6 +121,8 @@ Status LoadContainer(StorageContext* context, bool locked) {
     if (status != kOk) return status;
     context->active = true;
     context->seenCounter = context->Super()->transactionCounter;
+    status = ReadSwitchList(context, locked);
+    if (status != kOk) return status;
     context->knownPages = kUnknownPages;
     context->logInFile = context->Super()->inFileLog != 0;
     status = ReplayPendingLog(context, locked);

@@ -11,6 +11,7 @@
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
+#include "storage/core/SwitchMark.h"
 #include "storage/lifecycle/ContextLife.h"
 
 #define ZRFS_LOG_FILE "Sharing"
@@ -111,17 +112,39 @@ bool HasAnotherSize(StorageContext* context) ZRFS_REQUIRES(context->containerLoc
 
 // Memory in line with the file. The lock is held, or (`locked` false) the look is a passing one.
 Status Reload(StorageContext* context, bool locked) ZRFS_REQUIRES(context->containerLock) {
+    context->metSwitch = false;
     const Status status = ReloadContainer(context, locked);
     context->stale = status != kOk;
     return status;
 }
 
 // Who has the lock for writing ends what a writer that died had begun: the file is whole, only
-// page 1 still says that a change is under way.
+// page 1 still says that a change is under way, or tells of pages that were not written. What
+// memory holds is nothing of those.
 Status EndForeignChange(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
-    if (context->readOnly || context->Super()->changing == 0) return kOk;
-    context->changing = true;
-    return EndChange(context);
+    if (context->readOnly) return kOk;
+    const bool settled = !context->unsettled || AreSwitched(context);
+    if (context->Super()->changing != 0 || !settled) {
+        context->changing = true;
+        const Status status = EndChange(context);
+        if (status != kOk) return status;
+    }
+    context->unsettled = context->metSwitch = false;
+    context->awaited.count = 0;
+    return kOk;
+}
+
+// The state that the lock is taken on. Where it keeps no writer off, it may take a while to have one.
+Status ReloadUnderLock(StorageContext* context, uint32_t milliseconds)
+    ZRFS_REQUIRES(context->containerLock) {
+    using Clock = std::chrono::steady_clock;
+    const auto end =
+        Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
+    for (;;) {
+        const Status status = Reload(context, true);
+        if (status != kSharing || !context->readOnly || Clock::now() >= end) return status;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
 }
 
 // A reader that may not write waits here for the change to end; nobody can keep it from the file.
@@ -146,7 +169,10 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
     OpenGeneration(context);
     if (!context->file->IsAt(context->path)) return kInternal;
     // A file that could not be read the last time is tried again.
-    if (!context->active) return Reload(context, true);
+    if (!context->active) {
+        const Status status = ReloadUnderLock(context, patience);
+        return status == kOk ? EndForeignChange(context) : status;
+    }
     ChangeMark mark;
     Status status = context->readOnly ? WaitForQuiet(context, &mark, patience)
                                       : ReadMark(context, &mark);
@@ -155,7 +181,7 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
     const bool unfit = context->stale || (context->inlineEntries && !context->readOnly);
     // Page 1 itself was read while somebody may have been writing it: as it was loaded it must be.
     if (unfit || ownerDied || moved || HasAnotherSize(context) || !mark.isLoaded)
-        status = Reload(context, true);
+        status = ReloadUnderLock(context, patience);
     if (status == kOk) status = EndForeignChange(context);
     if (status == kOk && ownerDied) context->wroteSinceLock = true;
     return status;
@@ -166,9 +192,8 @@ void SettleBeforeRelease(StorageContext* context) ZRFS_REQUIRES(context->contain
     if (!context->active || context->readOnly) return;
     for (StorageTransaction* t = context->transactions.head; t != nullptr; t = t->next)
         if (t->writes && t->pageCount != 0) t->failure = kSharing;
-    if (context->transactions.Empty() && !context->dirtyMapPages.Empty() && !context->stale &&
-        BeginChange(context) == kOk)
-        FlushMapPages(context);
+    // What the map has too many or too few pages of needs no new state of the file.
+    if (context->transactions.Empty() && !context->stale) FlushMapPages(context);
     EndChange(context);
     if (context->wroteSinceLock) PublishGeneration(context);
     if (context->grewSinceFlush && context->file != nullptr) context->file->Flush();
@@ -278,6 +303,7 @@ Status EnterWrite(StorageContext* context, bool mayReload) {
             status = ReadMark(context, &mark);
             if (status == kOk && (context->stale || mark.counter != context->seenCounter))
                 status = kSharing;
+            if (status == kOk) status = EndForeignChange(context);
         }
         if (status != kOk) {
             context->implicitLock = false;
@@ -361,6 +387,10 @@ Status BeginRead(StorageContext* context) {
 Status EndRead(StorageContext* context, Status result) {
     --context->reading;
     if (context->IsLocked() && !context->readOnly) return kOk;
+    if (context->metSwitch) {
+        context->stale = true;
+        return kSharing;
+    }
     // Damage is only told by one who has the lock: what looks like it may be a change under way.
     const bool doubtful = result == kCorrupt;
     if (context->pageReads == context->readsBefore && !doubtful) return kOk;
@@ -377,7 +407,7 @@ Status EndRead(StorageContext* context, Status result) {
 Status LoadShared(StorageContext* context) {
     constexpr int kTries = 20;
     for (int i = 0; i < kTries; ++i) {
-        Status status = ReloadContainer(context, false);
+        Status status = Reload(context, false);
         ChangeMark mark;
         if (status == kOk) status = ReadMark(context, &mark);
         const bool ends = mark.changing || mark.logPending;
@@ -390,10 +420,10 @@ Status LoadShared(StorageContext* context) {
         if (status != kOk && !context->file->IsMarkedElsewhere()) break;
         std::this_thread::sleep_for(std::chrono::microseconds(100 << (i < 5 ? i : 5)));
     }
-    if (context->readOnly) return ReloadContainer(context, false);
+    if (context->readOnly) return Reload(context, false);
     const auto result = context->lock->Acquire(kLockWait, nullptr);
     if (!Granted(result)) return kSharing;
-    Status status = ReloadContainer(context, true);
+    Status status = Reload(context, true);
     if (status == kOk) status = EndForeignChange(context);
     if (status == kOk) SettleBeforeRelease(context);
     context->lock->Release();

@@ -9,9 +9,12 @@ Status TouchTimes(FileObject* object, StorageTransaction* transaction) {
     RecordPlace place;
     Status status = FindRecord(object, kFileInfoRecord, &place, 0, true, transaction);
     if (status != kOk) return status;
-    status = MarkPageTouched(object->context, place.page);
-    if (status == kOk) {
-        const double now = CurrentDate();
+    const double now = CurrentDate();
+    // Times tell milliseconds, and many changes come in one.
+    const bool same = Load<double>(place.Bytes(), record::kModified) == now &&
+                      Load<double>(place.Bytes(), record::kAccessed) == now;
+    if (!same) status = MarkPageTouched(object->context, place.page);
+    if (!same && status == kOk) {
         Store(place.Bytes(), record::kModified, now);
         Store(place.Bytes(), record::kAccessed, now);
     }

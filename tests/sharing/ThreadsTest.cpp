@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "include/IFBRSettingsFile.h"
+#include "tests/support/FileWrapper.h"
 #include "tests/sharing/ThreadUser.h"
 
 namespace sharing {
@@ -121,6 +122,65 @@ TEST_F(Threads, ASecondSettingsFileOfOneThreadIsRefusedAtOnce) {
     EXPECT_EQ(second->Open(), FSSTATUS_LOCK_FAILED);
     EXPECT_LT(NowMs() - began, 2000);
     EXPECT_EQ(first->SetString(Wide("\\k"), Wide("v"), Wide("text"), true), FSSTATUS_SUCCESS);
+}
+
+// Files whose writes of single pages behind page 1 come in two halves, with a while in between.
+class HalvedPages final : public support::FileWrapper {
+  public:
+    std::atomic<bool> armed{false};
+    std::atomic<bool> half{false};  // one is half written
+    std::atomic<bool> goOn{false};
+
+    platform::PageFile* Wrap(platform::PageFile* opened, const platform::WChar*) override {
+        return new File(opened, this);
+    }
+
+  private:
+    class File final : public support::ForwardingFile {
+      public:
+        File(platform::PageFile* inner, HalvedPages* scope) : ForwardingFile(inner), scope_(scope) {}
+        platform::Error Write(uint64_t offset, const void* const* buffers, uint32_t count,
+                              uint32_t bytes, uint32_t* done) override {
+            if (scope_->armed && count == 1 && offset >= 2 * uint64_t{bytes}) {
+                Inner().Write(offset, buffers, count, bytes / 2, done);
+                scope_->half = true;
+                support::Eventually([this] { return scope_->goOn.load(); });
+                scope_->half = false;
+            }
+            return Inner().Write(offset, buffers, count, bytes, done);
+        }
+
+      private:
+        HalvedPages* scope_;
+    };
+};
+
+// What a reader without the lock meets in the middle of an overwriting: not the old value any more,
+// and nothing of both.
+TEST_F(Threads, AReaderBesideAPageHalfWrittenGetsItWhole) {
+    const auto value = [](uint32_t sequence) { return Sealed("\\k", "v", {1, sequence}, 300); };
+    HalvedPages pages;
+    Store store(path), other(path);
+    Bytes data;
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.Set("\\k", "v", value(1)), FSSTATUS_SUCCESS);
+    ASSERT_EQ(other.Get("\\k", "v", &data), FSSTATUS_SUCCESS);
+    EXPECT_EQ(data, value(1));
+    std::thread reader([&] {
+        EXPECT_TRUE(support::Eventually([&] { return pages.half.load(); }));
+        std::thread rest([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            pages.goOn = true;
+        });
+        EXPECT_EQ(other.Get("\\k", "v", &data), FSSTATUS_SUCCESS);
+        EXPECT_EQ(data, value(2));
+        rest.join();
+    });
+    pages.armed = true;
+    EXPECT_EQ(store.Set("\\k", "v", value(2)), FSSTATUS_SUCCESS);
+    pages.armed = false;
+    reader.join();
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
 }
 
 // A thread that took no lock has none to give up.
