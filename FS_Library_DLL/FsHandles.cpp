@@ -84,6 +84,7 @@ FsHandleEntry* FsHandleTable::Add(int64_t id, FileHandle* file, FsHandleKind kin
     entry->file = file;
     entry->kind = kind;
     entry->search = nullptr;
+    entry->hint = {};
     AddToHash(entry);
     if (kind == FsHandleKind::Key) {
         keys_.PushBack(entry);

@@ -11,6 +11,7 @@
 #include "FS_Library_DLL/FsText.h"
 #include "storage/StorageApi.h"
 #include "storage/core/List.h"
+#include "storage/namespace/Lookup.h"
 #include "storage/namespace/Search.h"
 
 enum class FsHandleKind : uint32_t { Value = 0, Key = 1 };
@@ -29,6 +30,7 @@ struct FsHandleEntry {
     FsHandleEntry* next;
     FsHandleEntry* hashNext;
     FsPathNode node;  // a key's place in the order of paths
+    storage::DirectoryHint hint;  // where the path of a key leads
     WChar inlinePath[kInlineUnits];
 
     WStringView Path() const {

@@ -2,6 +2,7 @@
 
 #include "FS_Library_DLL/FsEngineStatus.h"
 #include "FS_Library_DLL/FsFiles.h"
+#include "FS_Library_DLL/FsLookup.h"
 #include "FS_Library_DLL/FsOperation.h"
 
 using storage::FileHandle;
@@ -102,6 +103,10 @@ FBR_STATUS FsSetValue(int64_t key, const WChar* name, uint32_t type, const void*
 
 FBR_STATUS FsQueryValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
                         uint64_t* size, uint32_t* type, FsStoreContext* context) {
+    FBR_STATUS status = FSSTATUS_SUCCESS;
+    if (context != nullptr && size != nullptr &&
+        FsLookUpValue(key, name, buffer, bufferSize, size, type, context, &status))
+        return status;
     return Read(context,
                 [&] { return QueryValue(key, name, buffer, bufferSize, size, type, context); });
 }

@@ -20,6 +20,7 @@
 #include "platform/Text.h"
 #include "platform/ThreadAnnotations.h"
 #include "storage/core/CachePage.h"
+#include "storage/core/CleanBlocks.h"
 #include "storage/core/Format.h"
 #include "storage/core/HashTable.h"
 #include "storage/core/ItemList.h"
@@ -132,6 +133,8 @@ struct StorageContext {
     // page buffers kept for reuse, chained by their first bytes
     uint8_t* spareBuffers ZRFS_GUARDED_BY(containerLock) = nullptr;
     uint32_t spareCount ZRFS_GUARDED_BY(containerLock) = 0;  // of both kinds together, bounded
+
+    CleanBlocks blocks ZRFS_GUARDED_BY(containerLock);
 
     // Page map.
     uint32_t freeCount ZRFS_GUARDED_BY(containerLock) = 0;

@@ -178,8 +178,11 @@ Status WriteRaw(StorageContext* context, platform::PageFile* file, const void* c
                 uint32_t count, uint32_t size, uint64_t offset) {
     uint32_t done = 0;
     const platform::Error error = file->Write(offset, buffers, count, size, &done);
+    const bool whole = error == 0 && done == count * size;
+    for (uint32_t i = 0; context != nullptr && file == context->file && i < count; ++i)
+        context->blocks.Note(offset + uint64_t{i} * size, whole ? buffers[i] : nullptr, size);
     if (error != 0) return static_cast<Status>(error);
-    if (done != count * size) return static_cast<Status>(platform::kErrorDiskFull);
+    if (!whole) return static_cast<Status>(platform::kErrorDiskFull);
     if (context != nullptr) context->wroteSinceLock = true;
     return kOk;
 }
@@ -213,15 +216,45 @@ Status ReadAwaited(StorageContext* context, uint8_t* buffer, uint32_t page)
     return kSharing;
 }
 
+const uint8_t* FindInBlocks(StorageContext* context, uint32_t page, Status* status) {
+    const uint64_t address = uint64_t{context->basePage} + page;
+    bool wasRead = false;
+    platform::Error error = 0;
+    const uint8_t* found = context->blocks.Find(context->file, address * context->pageSize,
+                                                context->pageSize, &wasRead, &error);
+    if (wasRead) ++context->pageReads;
+    *status = static_cast<Status>(error);
+    return found;
+}
+
 }  // namespace
 
 Status ReadPage(StorageContext* context, void* buffer, uint32_t page) {
     if (page >= context->totalPages) MarkCorrupted(context);
-    ++context->pageReads;
-    const Status status = ReadInPlace(context, buffer, page);
+    Status status = kOk;
+    const uint8_t* found =
+        page < context->totalPages ? FindInBlocks(context, page, &status) : nullptr;
+    if (status != kOk) return status;
+    if (found != nullptr) {
+        std::memcpy(buffer, found, context->pageSize);
+    } else {
+        ++context->pageReads;
+        status = ReadInPlace(context, buffer, page);
+    }
     if (status == kOk && context->byteSwapped) ConvertPage(context, buffer, Direction::Read);
     if (status != kOk || context->awaited.count == 0) return status;
     return ReadAwaited(context, static_cast<uint8_t*>(buffer), page);
+}
+
+const uint8_t* ViewPage(StorageContext* context, uint32_t page) {
+    const CachePage* cached = context->pageTable.Find(page);
+    if (cached != nullptr)
+        return (cached->flags & kPageInTransaction) == 0 ? cached->buffer : nullptr;
+    if (context->byteSwapped || page >= context->totalPages) return nullptr;
+    Status status = kOk;
+    const uint8_t* found = FindInBlocks(context, page, &status);
+    const bool counts = found != nullptr && IsAsAwaited(context, found, page);
+    return counts ? found : nullptr;
 }
 
 Status WritePage(StorageContext* context, const void* buffer, uint32_t page) {

@@ -137,11 +137,13 @@ Status ReplayLog(CheckRun* run) {
     status = Replay(run, LogUse::Look);
     if (status == kOk ? run->repair : status == kCorrupt && !run->repair) {
         run->overlay->Drop();
+        context->blocks.Forget();
         status = LoadSuperblock(run);
         if (status == kOk && run->repair) {
             context->file = run->overlay->File();
             status = Replay(run, LogUse::Replay);
             context->file = run->overlay;
+            context->blocks.Forget();
         }
     }
     return status == kOk ? Measure(run) : status;

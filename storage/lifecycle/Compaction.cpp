@@ -171,6 +171,7 @@ Status CutTail(StorageContext* context, uint32_t end) {
     });
     if (!context->logInFile) {
         status = CutFile(context->file, uint64_t{context->basePage} + end, context->pageSize);
+        context->blocks.Forget();
         if (status == kOk) context->totalPages = end;
         context->wroteSinceLock = true;
     }

@@ -64,6 +64,7 @@ void EmptyMemory(StorageContext* context) ZRFS_REQUIRES(context->containerLock) 
     ClearObjectState(context);
     DestroyTransactions(context);
     DestroyCache(context);
+    context->blocks.Forget();
     platform::HeapRelease(context->superblock);
     platform::HeapRelease(context->swapBuffer);
     context->superblock = context->swapBuffer = nullptr;

@@ -187,6 +187,7 @@ void DestroyObjectState(StorageContext* context) {
 
 void ClearObjectState(StorageContext* context) {
     DestroyObjects(context->objects);
+    ForgetPaths(context);
     context->objects->rootRecord = nullptr;
 }
 

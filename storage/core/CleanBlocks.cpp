@@ -1,0 +1,78 @@
+#include "storage/core/CleanBlocks.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/Heap.h"
+#include "platform/PageFile.h"
+
+namespace storage {
+
+CleanBlocks::~CleanBlocks() {
+    for (uint32_t i = 0; places_ != nullptr && i < kPlaces; ++i)
+        platform::HeapRelease(places_[i].bytes);
+    platform::HeapRelease(places_);
+}
+
+// One transfer for `count` blocks; the first one is there afterwards.
+bool CleanBlocks::Read(platform::PageFile* file, uint64_t block, uint32_t count, uint32_t* error) {
+    constexpr uint32_t kBytes = 1u << kShift;
+    uint8_t bytes[kRun << kShift];
+    uint32_t done = 0;
+    *error = file->Read(block << kShift, bytes, count << kShift, &done);
+    if (*error != 0) return false;
+    for (uint32_t i = 0; i < count; ++i) {
+        Place* place = PlaceOf(block + i);
+        if (place->bytes == nullptr)
+            place->bytes = static_cast<uint8_t*>(platform::HeapAllocate(kBytes));
+        if (place->bytes == nullptr) return i != 0;
+        const uint32_t begin = std::min(i << kShift, done);
+        const uint32_t known = std::min(kBytes, done - begin);
+        std::memcpy(place->bytes, bytes + begin, known);
+        std::memset(place->bytes + known, 0, kBytes - known);
+        place->block = block + i + 1;
+    }
+    return true;
+}
+
+const uint8_t* CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t size,
+                                 bool* wasRead, uint32_t* error) {
+    *wasRead = false;
+    *error = 0;
+    if (size > 1u << kShift) return nullptr;
+    if (places_ == nullptr)
+        places_ = static_cast<Place*>(platform::HeapAllocateZeroed(kPlaces * sizeof(Place)));
+    if (places_ == nullptr) return nullptr;
+    const uint64_t block = offset >> kShift;
+    if (!Holds(block)) {
+        *wasRead = true;
+        const bool readsOn = block != 0 && Holds(block - 1);
+        if (!Read(file, block, readsOn ? kRun : 1, error)) return nullptr;
+    }
+    return PlaceOf(block)->bytes + (offset & ((1u << kShift) - 1));
+}
+
+void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
+    if (places_ == nullptr) return;
+    const auto* from = static_cast<const uint8_t*>(bytes);
+    for (uint64_t at = offset; at < offset + size;) {
+        const uint64_t block = at >> kShift;
+        const uint32_t within = static_cast<uint32_t>(at & ((1u << kShift) - 1));
+        const auto part = static_cast<uint32_t>(
+            std::min<uint64_t>((1u << kShift) - within, offset + size - at));
+        if (Holds(block)) {
+            Place* place = PlaceOf(block);
+            if (bytes != nullptr)
+                std::memcpy(place->bytes + within, from + (at - offset), part);
+            else
+                place->block = 0;
+        }
+        at += part;
+    }
+}
+
+void CleanBlocks::Forget() {
+    for (uint32_t i = 0; places_ != nullptr && i < kPlaces; ++i) places_[i].block = 0;
+}
+
+}  // namespace storage

@@ -1,0 +1,151 @@
+#include "storage/namespace/Lookup.h"
+
+#include <algorithm>
+
+#include "storage/core/PageIo.h"
+#include "storage/namespace/Directory.h"
+#include "storage/namespace/Objects.h"
+#include "storage/namespace/Path.h"
+
+namespace storage {
+
+namespace {
+
+bool IsPlainDirectory(const FileObject* object) {
+    return (object->entry->attributes & kAttrDirectory) != 0 && object->transaction == nullptr &&
+           (object->flags & (kObjectDeleted | kObjectCreated)) == 0;
+}
+
+// What the records of an object's one HeaderPage say of its stream.
+struct StreamRecords {
+    const uint8_t* info = nullptr;
+    const uint8_t* data = nullptr;
+};
+
+// False where there is more to it, or less, than a plain stream has.
+bool ReadRecords(const StorageContext* context, const uint8_t* page, uint32_t fileId,
+                 StreamRecords* records) {
+    HeaderPageHeader header;
+    std::memcpy(&header, page, sizeof header);
+    if (header.kind != kHeaderPage || header.fileId != fileId || header.nextPage != 0 ||
+        header.endOffset > context->pageSize)
+        return false;
+    for (uint32_t at = kRecordsStart; at < header.endOffset;) {
+        if (at + kRecordHeaderSize > header.endOffset) return false;
+        const uint16_t type = LoadU16(page, at + record::kType);
+        const uint32_t size = LoadU16(page, at + record::kSize);
+        if (size < kRecordHeaderSize || at + size > header.endOffset) return false;
+        if (type == kFileInfoRecord && size >= kFileInfoSize && records->info == nullptr)
+            records->info = page + at;
+        else if (type == kDataRecord && records->data == nullptr)
+            records->data = page + at;
+        else if (type != kPageListRecord)
+            return false;
+        at += size;
+    }
+    return records->info != nullptr && records->data != nullptr;
+}
+
+// The payload of a page of the stream; null for another one's page or one out of turn.
+const uint8_t* StreamPage(const PlainStream& stream, uint32_t number, uint32_t level,
+                          uint32_t* next) {
+    const uint8_t* page = ViewPage(stream.context, number);
+    if (page == nullptr) return nullptr;
+    PageHeader header;
+    std::memcpy(&header, page, sizeof header);
+    if (header.kind != kDataRecord + kRecordKindBase || header.fileId != stream.fileId ||
+        header.level != level || header.recordType != kDataRecord || header.recordInfo != 0)
+        return nullptr;
+    *next = header.nextPage;
+    return page + kPageHeaderSize;
+}
+
+// Where the bytes of a stream go, in their order.
+struct Split {
+    uint8_t* head;
+    uint32_t headLeft;
+    uint8_t* data;
+    uint32_t dataLeft;
+
+    uint32_t Left() const { return headLeft + dataLeft; }
+    void Take(const uint8_t* from, uint32_t count) {
+        const uint32_t first = std::min(count, headLeft);
+        if (first != 0) std::memcpy(head, from, first);
+        head += first;
+        headLeft -= first;
+        const uint32_t second = std::min(count - first, dataLeft);
+        if (second != 0) std::memcpy(data, from + first, second);
+        data += second;
+        dataLeft -= second;
+    }
+};
+
+}  // namespace
+
+FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
+    ObjectState* state = context->objects;
+    FileObject* directory = nullptr;
+    if (hint->epoch == state->paths.epoch) directory = state->fileObjects.Find(hint->fileId);
+    if (directory == nullptr) {
+        ResolvedPath resolved;
+        if (ResolvePath(context, path, false, false, true, &resolved, nullptr) != kOk)
+            return nullptr;
+        directory = resolved.object;
+        // Through a link the same path may lead elsewhere with no word to this directory.
+        *hint = resolved.storage == nullptr
+                    ? DirectoryHint{directory->fileId, state->paths.epoch}
+                    : DirectoryHint{};
+        ReleaseObjectChain(directory);
+    }
+    if (!IsPlainDirectory(directory)) return nullptr;
+    if ((directory->flags & kEntriesLoaded) == 0 && LoadDirectory(directory, nullptr) != kOk)
+        return nullptr;
+    return directory;
+}
+
+Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStream* stream) {
+    bool found = false;
+    uint32_t position = 0;
+    if (FindEntry(directory, name, &found, &position, nullptr) != kOk) return Look::Unusual;
+    if (!found) return Look::Missing;
+    const DirEntry* entry = directory->children[position];
+    if ((entry->attributes & (kAttrDirectory | kAttrLink | kAttrReadOnly)) != 0)
+        return Look::Unusual;
+    const FileObject* object = entry->object;
+    if (object != nullptr && (object->transaction != nullptr || !object->handles.Empty()))
+        return Look::Unusual;
+    StorageContext* context = directory->context;
+    if (context->updateAccessTime || context->byteSwapped) return Look::Unusual;
+    const uint8_t* page = ViewPage(context, entry->headerPage);
+    StreamRecords records;
+    if (page == nullptr || !ReadRecords(context, page, entry->fileId, &records))
+        return Look::Unusual;
+    const uint64_t size = LoadU64(records.info, record::kFileSize);
+    const uint32_t link = LoadU32(records.data, record::kLink);
+    const uint32_t stored = LoadU16(records.data, record::kSize) - kRecordHeaderSize;
+    if (size > UINT32_MAX || LoadU32(records.data, record::kInfo) != 0) return Look::Unusual;
+    if (link == 0 && stored < size) return Look::Unusual;
+    *stream = {context, static_cast<uint32_t>(size), entry->fileId,
+               link == 0 ? records.data + record::kPayload : nullptr, link};
+    return Look::Found;
+}
+
+bool ReadPlainStream(const PlainStream& stream, void* head, uint32_t headBytes, void* data,
+                     uint32_t bytes) {
+    if (stream.size < headBytes) return false;
+    Split split{static_cast<uint8_t*>(head), headBytes, static_cast<uint8_t*>(data),
+                std::min(bytes, stream.size - headBytes)};
+    if (stream.bytes != nullptr) {
+        split.Take(stream.bytes, split.Left());
+        return true;
+    }
+    uint32_t number = stream.firstPage;
+    for (uint32_t level = 0; split.Left() != 0; ++level) {
+        const uint8_t* payload = StreamPage(stream, number, level, &number);
+        if (payload == nullptr) return false;
+        split.Take(payload, std::min(split.Left(), stream.context->payloadSize));
+    }
+    return true;
+}
+
+}  // namespace storage

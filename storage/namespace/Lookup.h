@@ -1,0 +1,42 @@
+// The short way to a value for one who reads in the same directory again and again: no walk of the
+// path, no object, no handle. It answers what is plain, and leaves all else to the long way.
+//
+// The caller is in a frame of reading, and no transaction is running.
+#pragma once
+
+#include "storage/namespace/FileObject.h"
+
+namespace storage {
+
+// Where a path led. It holds until something moved that a path may lead through.
+struct DirectoryHint {
+    uint32_t fileId = 0;
+    uint32_t epoch = 0;
+};
+
+// The directory that the hint names, or else the one at `path`, which the hint then names. Its
+// entries are loaded. Null where the long way has to tell why. It may be used until the next
+// operation.
+FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint)
+    ZRFS_REQUIRES(context->containerLock);
+
+enum class Look { Found, Missing, Unusual };
+
+// A stream as it lies in the file. It may be used until the next page is asked for.
+struct PlainStream {
+    StorageContext* context;
+    uint32_t size;
+    uint32_t fileId;
+    const uint8_t* bytes;  // all of it; null when it lies in pages of its own
+    uint32_t firstPage;
+};
+
+// Looks for a file of the directory. Found: its stream may be read as it lies there.
+Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStream* stream)
+    ZRFS_REQUIRES(directory->context->containerLock);
+// The first `headBytes`, and then up to `bytes` more. False where it is not plain after all;
+// `head` and `data` may be written to then.
+bool ReadPlainStream(const PlainStream& stream, void* head, uint32_t headBytes, void* data,
+                     uint32_t bytes) ZRFS_REQUIRES(stream.context->containerLock);
+
+}  // namespace storage
