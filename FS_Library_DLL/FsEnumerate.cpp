@@ -4,6 +4,7 @@
 #include "FS_Library_DLL/FsKeys.h"
 #include "FS_Library_DLL/FsNames.h"
 #include "FS_Library_DLL/FsOperation.h"
+#include "FS_Library_DLL/FsSwitches.h"
 #include "FS_Library_DLL/FsTrace.h"
 
 using storage::Status;
@@ -69,10 +70,40 @@ Status Walk(int64_t key, FsEnumMode mode, FsStoreContext* context, const FsVisit
     return code;
 }
 
+// The short way to all names of a key, where the library's own engine can be asked for its list
+// and nothing is traced.
+bool ListNames(int64_t key, std::vector<WString>& names, FsEnumMode mode, FsStoreContext* context,
+               FBR_STATUS* status) {
+    if (context == nullptr || g_switches.trace || !FsHasOwnEngine()) return false;
+    const size_t before = names.size();
+    bool answered = false;
+    const Status code =
+        FsRead(context, [&]() ZRFS_REQUIRES(context->lock) ZRFS_NO_ANALYSIS -> Status {
+            names.resize(before);
+            answered = false;
+            FsHandleEntry* entry = context->handles.FindKey(key);
+            storage::DirectoryListing listing;
+            if (entry == nullptr || entry->path == nullptr || entry->search != nullptr ||
+                !storage::ListDirectory(context->container, entry->path, &entry->hint, &listing))
+                return storage::kOk;
+            names.reserve(before + listing.Count());
+            WStringView stored;
+            while (listing.Next(static_cast<uint32_t>(mode), &stored))
+                FsUnescape(stored, &names.emplace_back());
+            answered = true;
+            return storage::kOk;
+        });
+    *status = code == storage::kOk ? FSSTATUS_NO_MORE_ENTRIES : FsStatusFromEngine(code);
+    if (!answered || code != storage::kOk) names.resize(before);
+    return answered || code == storage::kSharing;
+}
+
 // Adds the names to the caller's vector, all of one state of the store; one that finds no memory is
 // skipped.
 FBR_STATUS CollectNames(int64_t key, std::vector<WString>& names, FsEnumMode mode,
                         FsStoreContext* context) {
+    FBR_STATUS status = FSSTATUS_NO_MORE_ENTRIES;
+    if (ListNames(key, names, mode, context, &status)) return status;
     const size_t before = names.size();
     auto collect = [&names, before](uint32_t, const WChar* stored) {
         if (stored == nullptr) {

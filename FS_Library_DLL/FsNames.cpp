@@ -101,6 +101,17 @@ WChar* FsUnescapedCopy(WStringView stored) {
     return name;
 }
 
+void FsUnescape(WStringView stored, WString* out) {
+    if (NeedsDecoding(stored)) {
+        out->resize(stored.size());
+        out->resize(Decode(stored, out->data()));
+    } else {
+        *out = stored;
+    }
+    const size_t end = out->find(WChar{0});
+    if (end != WString::npos) out->resize(end);
+}
+
 bool FsUnescapeInto(WStringView stored, FsText* out) {
     if (!out->Reserve(stored.size())) return false;
     out->Truncate(Decode(stored, out->Data()));

@@ -21,6 +21,8 @@ bool FS_EscapeName(WStringView name, FsNameSet set, FsText* buffer, WStringView*
 bool FS_UnescapeName(const WChar* stored, WChar** out);
 // The same, always as a heap string; null when there is no memory.
 WChar* FsUnescapedCopy(WStringView stored);
+// The same as a string, which ends where the heap string would: before the first unit 0.
+void FsUnescape(WStringView stored, WString* out);
 // The same into `out`; false when there is no memory.
 bool FsUnescapeInto(WStringView stored, FsText* out);
 

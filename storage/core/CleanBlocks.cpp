@@ -14,22 +14,35 @@ CleanBlocks::~CleanBlocks() {
     platform::HeapRelease(places_);
 }
 
-// One transfer for `count` blocks; the first one is there afterwards.
-bool CleanBlocks::Read(platform::PageFile* file, uint64_t block, uint32_t count, uint32_t* error) {
-    constexpr uint32_t kBytes = 1u << kShift;
+CleanBlocks::Place* CleanBlocks::Empty(uint64_t block) {
+    Place* place = PlaceOf(block);
+    place->block = 0;
+    if (place->bytes == nullptr)
+        place->bytes = static_cast<uint8_t*>(platform::HeapAllocate(kBytes));
+    return place->bytes != nullptr ? place : nullptr;
+}
+
+bool CleanBlocks::Read(platform::PageFile* file, uint64_t block, uint32_t* error) {
+    Place* place = Empty(block);
+    if (place == nullptr) return false;
+    uint32_t done = 0;
+    *error = file->Read(block << kShift, place->bytes, kBytes, &done);
+    if (*error != 0) return false;
+    std::memset(place->bytes + done, 0, kBytes - done);
+    place->block = block + 1;
+    return true;
+}
+
+bool CleanBlocks::ReadRun(platform::PageFile* file, uint64_t block, uint32_t* error) {
     uint8_t bytes[kRun << kShift];
     uint32_t done = 0;
-    *error = file->Read(block << kShift, bytes, count << kShift, &done);
+    *error = file->Read(block << kShift, bytes, sizeof bytes, &done);
     if (*error != 0) return false;
-    for (uint32_t i = 0; i < count; ++i) {
-        Place* place = PlaceOf(block + i);
-        if (place->bytes == nullptr)
-            place->bytes = static_cast<uint8_t*>(platform::HeapAllocate(kBytes));
-        if (place->bytes == nullptr) return i != 0;
-        const uint32_t begin = std::min(i << kShift, done);
-        const uint32_t known = std::min(kBytes, done - begin);
-        std::memcpy(place->bytes, bytes + begin, known);
-        std::memset(place->bytes + known, 0, kBytes - known);
+    std::memset(bytes + done, 0, sizeof bytes - done);
+    for (uint32_t i = 0; i < kRun; ++i) {
+        Place* place = Empty(block + i);
+        if (place == nullptr) return i != 0;
+        std::memcpy(place->bytes, bytes + (i << kShift), kBytes);
         place->block = block + i + 1;
     }
     return true;
@@ -47,7 +60,7 @@ const uint8_t* CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint
     if (!Holds(block)) {
         *wasRead = true;
         const bool readsOn = block != 0 && Holds(block - 1);
-        if (!Read(file, block, readsOn ? kRun : 1, error)) return nullptr;
+        if (!(readsOn ? ReadRun(file, block, error) : Read(file, block, error))) return nullptr;
     }
     return PlaceOf(block)->bytes + (offset & ((1u << kShift) - 1));
 }

@@ -36,12 +36,16 @@ class CleanBlocks {
         uint8_t* bytes;
     };
     static constexpr uint32_t kShift = 12;
+    static constexpr uint32_t kBytes = 1u << kShift;
     static constexpr uint32_t kPlaces = kLimit >> kShift;
     static constexpr uint32_t kRun = 4;  // blocks read at once by one who reads on
 
     Place* PlaceOf(uint64_t block) { return &places_[block % kPlaces]; }
     bool Holds(uint64_t block) { return PlaceOf(block)->block == block + 1; }
-    bool Read(platform::PageFile* file, uint64_t block, uint32_t count, uint32_t* error);
+    Place* Empty(uint64_t block);
+    bool Read(platform::PageFile* file, uint64_t block, uint32_t* error);
+    // The block and those behind it.
+    bool ReadRun(platform::PageFile* file, uint64_t block, uint32_t* error);
 
     Place* places_ = nullptr;
 };

@@ -11,8 +11,11 @@ namespace storage {
 
 namespace {
 
+// Only a directory has its entries loaded; its record is looked at no more then.
 bool IsPlainDirectory(const FileObject* object) {
-    return (object->entry->attributes & kAttrDirectory) != 0 && object->transaction == nullptr &&
+    return ((object->flags & kEntriesLoaded) != 0 ||
+            (object->entry->attributes & kAttrDirectory) != 0) &&
+           object->transaction == nullptr &&
            (object->flags & (kObjectDeleted | kObjectCreated)) == 0;
 }
 
@@ -101,6 +104,26 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
     if ((directory->flags & kEntriesLoaded) == 0 && LoadDirectory(directory, nullptr) != kOk)
         return nullptr;
     return directory;
+}
+
+bool DirectoryListing::Next(uint32_t attributeMask, platform::WStringView* name) {
+    for (const auto& list = directory->children; position < list.Count();) {
+        const DirEntry* entry = list[position++];
+        if ((entry->attributes & kAttrHidden) != 0 || (entry->attributes & attributeMask) == 0)
+            continue;
+        *name = {entry->name, entry->nameUnits};
+        return true;
+    }
+    return false;
+}
+
+bool ListDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint,
+                   DirectoryListing* listing) {
+    if (!context->searchEnabled) return false;
+    FileObject* directory = FindDirectory(context, path, hint);
+    if (directory == nullptr || SortDirectory(directory, nullptr) != kOk) return false;
+    *listing = {directory, 0};
+    return true;
 }
 
 Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStream* stream) {

@@ -20,6 +20,20 @@ struct DirectoryHint {
 FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint)
     ZRFS_REQUIRES(context->containerLock);
 
+// The entries of a directory in the order of a search.
+struct DirectoryListing {
+    const FileObject* directory = nullptr;
+    uint32_t position = 0;
+
+    uint32_t Count() const { return directory->children.Count(); }
+    // The next name with one of the attributes; false behind the last. The name may be used until
+    // the next operation.
+    bool Next(uint32_t attributeMask, platform::WStringView* name);
+};
+// As FindDirectory. False where the long way has to tell why.
+bool ListDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint,
+                   DirectoryListing* listing) ZRFS_REQUIRES(context->containerLock);
+
 enum class Look { Found, Missing, Unusual };
 
 // A stream as it lies in the file. It may be used until the next page is asked for.
