@@ -88,7 +88,8 @@ FsHandleEntry* FsHandleTable::Add(int64_t id, FileHandle* file, FsHandleKind kin
     AddToHash(entry);
     if (kind == FsHandleKind::Key) {
         keys_.PushBack(entry);
-        keysByPath_.Insert(entry);
+        entry->node.entry = nullptr;
+        if (unfiled_ == nullptr) unfiled_ = entry;
     } else {
         values_.PushBack(entry);
     }
@@ -97,7 +98,9 @@ FsHandleEntry* FsHandleTable::Add(int64_t id, FileHandle* file, FsHandleKind kin
 }
 
 void FsHandleTable::Remove(FsHandleEntry* entry) {
-    if (entry->kind == FsHandleKind::Key) keysByPath_.Remove(entry);
+    if (entry->kind == FsHandleKind::Key && entry->node.entry != nullptr)
+        keysByPath_.Remove(entry);
+    if (unfiled_ == entry) unfiled_ = entry->next;
     Unlink(entry);
     Recycle(entry);
 }
@@ -110,6 +113,11 @@ void FsHandleTable::ForgetFile(FsHandleEntry* entry) {
 void FsHandleTable::Clear() {
     while (keys_.head != nullptr) Remove(keys_.head);
     while (values_.head != nullptr) Remove(values_.head);
+}
+
+FsPathTree& FsHandleTable::KeysByPath() {
+    for (; unfiled_ != nullptr; unfiled_ = unfiled_->next) keysByPath_.Insert(unfiled_);
+    return keysByPath_;
 }
 
 void FsHandleTable::RenameValues(WStringView from, WStringView to) {
@@ -129,7 +137,7 @@ bool FsHandleTable::RenamePrefix(WStringView from, WStringView to) {
 
 bool FsHandleTable::RenameKeys(WStringView from, WStringView to) {
     // Both are taken out before one is put back: the new path may lie below the old one.
-    FsPathNode* equal = keysByPath_.TakeEqual(from);
+    FsPathNode* equal = KeysByPath().TakeEqual(from);
     FsPathNode* below = keysByPath_.TakeBelow(from);
     const bool done = RenameChain(equal, from, to);
     return RenameChain(below, from, to) && done;

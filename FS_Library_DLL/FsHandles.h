@@ -22,15 +22,15 @@ struct FsHandleEntry {
 
     storage::FileHandle* file;  // a value's open file; null once it is closed, and for a key
     int64_t id;                 // a key's own handle; for a value that of the key it was opened by
-    WChar* path;                // the stored path; null after a move that found no memory
-    uint32_t pathLength;
+    FsHandleEntry* hashNext;
     FsHandleKind kind;
+    uint32_t pathLength;
+    storage::DirectoryHint hint;  // where the path of a key leads
+    WChar* path;                  // the stored path; null after a move that found no memory
     storage::StorageSearchStruct* search;  // the walk that runs over a key
     FsHandleEntry* prev;                   // in order of opening, keys and values apart
     FsHandleEntry* next;
-    FsHandleEntry* hashNext;
-    FsPathNode node;  // a key's place in the order of paths
-    storage::DirectoryHint hint;  // where the path of a key leads
+    FsPathNode node;  // a key's place in the order of paths, once it was wanted
     WChar inlinePath[kInlineUnits];
 
     WStringView Path() const {
@@ -90,6 +90,8 @@ class FsHandleTable {
     FsHandleEntry* NewEntry();
     void Unlink(FsHandleEntry* entry);
     void Recycle(FsHandleEntry* entry);
+    // The tree with all keys in it. Most are closed before it is wanted.
+    FsPathTree& KeysByPath();
     // Takes keys out of the table that the path tree has already given up.
     template <class CloseSearch>
     void ForgetKeys(FsPathNode* keys, CloseSearch close);
@@ -100,6 +102,7 @@ class FsHandleTable {
     FsHandleList keys_;
     FsHandleList values_;
     FsPathTree keysByPath_;
+    FsHandleEntry* unfiled_ = nullptr;  // the keys from here on are not in it yet
     uint32_t count_ = 0;
     FsHandleEntry* spare_ = nullptr;  // kept for reuse, chained by next
     uint32_t spareCount_ = 0;
@@ -124,7 +127,7 @@ void FsHandleTable::ForgetKeys(FsPathNode* keys, CloseSearch close) {
 
 template <class CloseSearch>
 void FsHandleTable::ForgetSubtree(WStringView path, CloseSearch close) {
-    ForgetKeys(keysByPath_.TakeEqual(path), close);
+    ForgetKeys(KeysByPath().TakeEqual(path), close);
     ForgetKeys(keysByPath_.TakeBelow(path), close);
     for (FsHandleEntry* value = values_.head; value != nullptr;) {
         FsHandleEntry* next = value->next;

@@ -4,6 +4,7 @@
 
 #include "FS_Library_DLL/FsCollisions.h"
 #include "FS_Library_DLL/FsEngineStatus.h"
+#include "FS_Library_DLL/FsLookup.h"
 #include "FS_Library_DLL/FsNames.h"
 #include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
@@ -21,10 +22,11 @@ bool ResolveUnderParent(int64_t parent, WStringView stored, FsStoreContext* cont
                             : FS_JoinPath(stored, {}, path);
 }
 
-Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context)
-    ZRFS_REQUIRES(context->lock) {
-    const FsHandleEntry* entry = context->handles.Add(0, nullptr, FsHandleKind::Key, path);
+Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context,
+                    storage::DirectoryHint hint = {}) ZRFS_REQUIRES(context->lock) {
+    FsHandleEntry* entry = context->handles.Add(0, nullptr, FsHandleKind::Key, path);
     if (entry == nullptr) return storage::kInternal;
+    entry->hint = hint;
     *key = entry->id;
     return storage::kOk;
 }
@@ -100,11 +102,14 @@ Status OpenKey(int64_t parent, const WChar* name, int64_t* key, FsStoreContext* 
         const FsGuard guard(context->lock);
         if (!ResolveUnderParent(parent, stored, context, &path)) return storage::kInternal;
     }
-    bool isKey = false;
-    const Status code = FsRead(context, [&] { return FsIsKey(path.Text(), context, &isKey); });
-    if (code != storage::kOk) return code;
+    storage::DirectoryHint hint;
+    bool isKey = FsLookUpKey(path.Text(), context, &hint);
+    if (!isKey) {
+        const Status code = FsRead(context, [&] { return FsIsKey(path.Text(), context, &isKey); });
+        if (code != storage::kOk) return code;
+    }
     const FsGuard guard(context->lock);
-    return isKey ? AddKeyHandle(path.View(), key, context) : storage::kNotFound;
+    return isKey ? AddKeyHandle(path.View(), key, context, hint) : storage::kNotFound;
 }
 
 // A rename stays below the same parent; a backslash in the new name leads further down.

@@ -47,6 +47,19 @@ struct ValueReader {
 
 }  // namespace
 
+bool FsLookUpKey(const WChar* path, FsStoreContext* context, storage::DirectoryHint* hint) {
+    if (g_switches.trace || !FsHasOwnEngine()) return false;
+    bool found = false;
+    const storage::Status code =
+        FsRead(context, [&]() ZRFS_NO_ANALYSIS -> storage::Status {
+            *hint = {};
+            found = context->container->batch == nullptr &&
+                    storage::FindDirectory(context->container, path, hint) != nullptr;
+            return storage::kOk;
+        });
+    return found && code == storage::kOk;
+}
+
 bool FsLookUpValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
                    uint64_t* size, uint32_t* type, FsStoreContext* context, FBR_STATUS* status) {
     if (g_switches.trace || !FsHasOwnEngine()) return false;
@@ -63,7 +76,7 @@ bool FsLookUpValue(int64_t key, const WChar* name, void* buffer, uint64_t buffer
             if (entry == nullptr || entry->path == nullptr || context->container->batch != nullptr)
                 return storage::kOk;
             FileObject* directory =
-                storage::FindDirectory(context->container, entry->path, &entry->hint);
+                storage::FindLoadedDirectory(context->container, entry->path, &entry->hint);
             if (directory == nullptr) return storage::kOk;
             PlainStream stream;
             const Look look = FindValueStream(directory, stored, &stream);

@@ -5,6 +5,9 @@
 #include "FS_Library_DLL/FsStoreContext.h"
 #include "include/ZrFsTypes.h"
 
+// Is there a key at `path`? *hint then says where. False where the long way has to answer.
+bool FsLookUpKey(const WChar* path, FsStoreContext* context, storage::DirectoryHint* hint);
+
 // As FsQueryValue, `size` not null. False where the long way has to answer; nothing is said of the
 // outputs then.
 bool FsLookUpValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,

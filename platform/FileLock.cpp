@@ -1,5 +1,6 @@
 #include "platform/FileLock.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <thread>
@@ -43,7 +44,8 @@ struct FileLock::Slot : HeapObject {
     FileIdentity identity ZRFS_GUARDED_BY(Guard());
     Slot* next ZRFS_GUARDED_BY(Guard()) = nullptr;
     uint32_t users ZRFS_GUARDED_BY(Guard()) = 0;
-    FileLock* holder ZRFS_GUARDED_BY(Guard()) = nullptr;
+    // Changed under the guard; IsHeld, which every operation asks, looks without it.
+    std::atomic<FileLock*> holder{nullptr};
     HeldLocks* owner ZRFS_GUARDED_BY(Guard()) = nullptr;  // the thread that has it
     uint32_t depth ZRFS_GUARDED_BY(Guard()) = 0;
     bool ownerDied ZRFS_GUARDED_BY(Guard()) = false;
@@ -99,7 +101,7 @@ HeldLocks::~HeldLocks() {
     for (FileLock::Slot* slot = FileLock::Slot::s_slots; slot != nullptr; slot = slot->next) {
         if (slot->owner != this) continue;
         // A named mutex is given up by the system itself.
-        if (slot->holder->file_->IsWritable()) slot->holder->file_->DropMark();
+        if (slot->holder.load()->file_->IsWritable()) slot->holder.load()->file_->DropMark();
         slot->ownerDied = true;
         slot->owner = nullptr;
         slot->holder = nullptr;
@@ -253,8 +255,7 @@ void FileLock::ReleaseAll() {
 }
 
 bool FileLock::IsHeld() const {
-    const Guarded guard(Guard());
-    return slot_ != nullptr && slot_->holder == this;
+    return slot_ != nullptr && slot_->holder.load(std::memory_order_acquire) == this;
 }
 
 bool FileLock::IsMine() const {

@@ -14,22 +14,44 @@ CleanBlocks::~CleanBlocks() {
     platform::HeapRelease(places_);
 }
 
-CleanBlocks::Place* CleanBlocks::Empty(uint64_t block) {
+namespace {
+
+// The bits of the sectors of a page within its block.
+uint32_t SectorsOf(uint64_t offset, uint32_t size, uint32_t block, uint32_t sector) {
+    const uint32_t first = static_cast<uint32_t>(offset % block) / sector;
+    const uint32_t count = (size + sector - 1) / sector;
+    return ((1u << count) - 1) << first;
+}
+
+}  // namespace
+
+bool CleanBlocks::Knows(uint64_t offset, uint32_t size) {
+    const Place* place = PlaceOf(offset >> kShift);
+    const uint32_t wanted = SectorsOf(offset, size, kBytes, kSector);
+    return place->block == offset >> kShift && (place->known & wanted) == wanted;
+}
+
+CleanBlocks::Place* CleanBlocks::Take(uint64_t block) {
     Place* place = PlaceOf(block);
-    place->block = 0;
+    if (place->block != block) place->known = 0;
+    place->block = block;
     if (place->bytes == nullptr)
         place->bytes = static_cast<uint8_t*>(platform::HeapAllocate(kBytes));
     return place->bytes != nullptr ? place : nullptr;
 }
 
-bool CleanBlocks::Read(platform::PageFile* file, uint64_t block, uint32_t* error) {
-    Place* place = Empty(block);
+bool CleanBlocks::Read(platform::PageFile* file, uint64_t offset, uint32_t size, uint32_t* error) {
+    Place* place = Take(offset >> kShift);
     if (place == nullptr) return false;
+    uint8_t* bytes = place->bytes + (offset & (kBytes - 1));
     uint32_t done = 0;
-    *error = file->Read(block << kShift, place->bytes, kBytes, &done);
-    if (*error != 0) return false;
-    std::memset(place->bytes + done, 0, kBytes - done);
-    place->block = block + 1;
+    *error = file->Read(offset, bytes, size, &done);
+    if (*error != 0) {
+        place->known = 0;
+        return false;
+    }
+    std::memset(bytes + done, 0, size - done);
+    place->known |= SectorsOf(offset, size, kBytes, kSector);
     return true;
 }
 
@@ -40,10 +62,10 @@ bool CleanBlocks::ReadRun(platform::PageFile* file, uint64_t block, uint32_t* er
     if (*error != 0) return false;
     std::memset(bytes + done, 0, sizeof bytes - done);
     for (uint32_t i = 0; i < kRun; ++i) {
-        Place* place = Empty(block + i);
+        Place* place = Take(block + i);
         if (place == nullptr) return i != 0;
         std::memcpy(place->bytes, bytes + (i << kShift), kBytes);
-        place->block = block + i + 1;
+        place->known = kAllKnown;
     }
     return true;
 }
@@ -56,13 +78,14 @@ const uint8_t* CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint
     if (places_ == nullptr)
         places_ = static_cast<Place*>(platform::HeapAllocateZeroed(kPlaces * sizeof(Place)));
     if (places_ == nullptr) return nullptr;
-    const uint64_t block = offset >> kShift;
-    if (!Holds(block)) {
+    if (!Knows(offset, size)) {
         *wasRead = true;
-        const bool readsOn = block != 0 && Holds(block - 1);
-        if (!(readsOn ? ReadRun(file, block, error) : Read(file, block, error))) return nullptr;
+        const bool readsOn = offset >= kSector && Knows(offset - kSector, kSector);
+        const bool done = readsOn ? ReadRun(file, offset >> kShift, error)
+                                  : Read(file, offset, size, error);
+        if (!done) return nullptr;
     }
-    return PlaceOf(block)->bytes + (offset & ((1u << kShift) - 1));
+    return PlaceOf(offset >> kShift)->bytes + (offset & (kBytes - 1));
 }
 
 void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
@@ -73,19 +96,19 @@ void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
         const uint32_t within = static_cast<uint32_t>(at & ((1u << kShift) - 1));
         const auto part = static_cast<uint32_t>(
             std::min<uint64_t>((1u << kShift) - within, offset + size - at));
-        if (Holds(block)) {
-            Place* place = PlaceOf(block);
+        Place* place = PlaceOf(block);
+        if (place->block == block && place->bytes != nullptr) {
             if (bytes != nullptr)
                 std::memcpy(place->bytes + within, from + (at - offset), part);
             else
-                place->block = 0;
+                place->known = 0;
         }
         at += part;
     }
 }
 
 void CleanBlocks::Forget() {
-    for (uint32_t i = 0; places_ != nullptr && i < kPlaces; ++i) places_[i].block = 0;
+    for (uint32_t i = 0; places_ != nullptr && i < kPlaces; ++i) places_[i].known = 0;
 }
 
 }  // namespace storage

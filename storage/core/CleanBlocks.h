@@ -1,5 +1,6 @@
-// Blocks of the file as it stands on disk, below the cache of pages: reading one page brings its
-// neighbours along. They hold no change: whatever is written goes through them to the file.
+// Blocks of the file as it stands on disk, below the cache of pages. A page is read alone; the one
+// behind it brings its neighbours along. They hold no change: whatever is written goes through them
+// to the file.
 #pragma once
 
 #include <cstdint>
@@ -32,18 +33,22 @@ class CleanBlocks {
 
   private:
     struct Place {
-        uint64_t block;  // its number and 1, 0 for none
+        uint64_t block;
         uint8_t* bytes;
+        uint32_t known;  // a bit for each sector that was read
     };
     static constexpr uint32_t kShift = 12;
     static constexpr uint32_t kBytes = 1u << kShift;
+    static constexpr uint32_t kSector = 256;
+    static constexpr uint32_t kAllKnown = (1u << (kBytes / kSector)) - 1;
     static constexpr uint32_t kPlaces = kLimit >> kShift;
     static constexpr uint32_t kRun = 4;  // blocks read at once by one who reads on
 
     Place* PlaceOf(uint64_t block) { return &places_[block % kPlaces]; }
-    bool Holds(uint64_t block) { return PlaceOf(block)->block == block + 1; }
-    Place* Empty(uint64_t block);
-    bool Read(platform::PageFile* file, uint64_t block, uint32_t* error);
+    bool Knows(uint64_t offset, uint32_t size);
+    // A place for the block, with nothing known that is of another one.
+    Place* Take(uint64_t block);
+    bool Read(platform::PageFile* file, uint64_t offset, uint32_t size, uint32_t* error);
     // The block and those behind it.
     bool ReadRun(platform::PageFile* file, uint64_t block, uint32_t* error);
 

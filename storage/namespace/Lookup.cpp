@@ -94,16 +94,18 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
         if (ResolvePath(context, path, false, false, true, &resolved, nullptr) != kOk)
             return nullptr;
         directory = resolved.object;
-        // Through a link the same path may lead elsewhere with no word to this directory.
-        *hint = resolved.storage == nullptr
-                    ? DirectoryHint{directory->fileId, state->paths.epoch}
-                    : DirectoryHint{};
         ReleaseObjectChain(directory);
+        // Through a link the same path may lead elsewhere with no word to this directory.
+        if (resolved.storage != nullptr) return nullptr;
+        *hint = {directory->fileId, state->paths.epoch};
     }
-    if (!IsPlainDirectory(directory)) return nullptr;
-    if ((directory->flags & kEntriesLoaded) == 0 && LoadDirectory(directory, nullptr) != kOk)
-        return nullptr;
-    return directory;
+    return IsPlainDirectory(directory) ? directory : nullptr;
+}
+
+FileObject* FindLoadedDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
+    FileObject* directory = FindDirectory(context, path, hint);
+    if (directory == nullptr || (directory->flags & kEntriesLoaded) != 0) return directory;
+    return LoadDirectory(directory, nullptr) == kOk ? directory : nullptr;
 }
 
 bool DirectoryListing::Next(uint32_t attributeMask, platform::WStringView* name) {
@@ -120,7 +122,7 @@ bool DirectoryListing::Next(uint32_t attributeMask, platform::WStringView* name)
 bool ListDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint,
                    DirectoryListing* listing) {
     if (!context->searchEnabled) return false;
-    FileObject* directory = FindDirectory(context, path, hint);
+    FileObject* directory = FindLoadedDirectory(context, path, hint);
     if (directory == nullptr || SortDirectory(directory, nullptr) != kOk) return false;
     *listing = {directory, 0};
     return true;

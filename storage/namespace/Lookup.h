@@ -14,10 +14,12 @@ struct DirectoryHint {
     uint32_t epoch = 0;
 };
 
-// The directory that the hint names, or else the one at `path`, which the hint then names. Its
-// entries are loaded. Null where the long way has to tell why. It may be used until the next
-// operation.
+// The directory that the hint names, or else the one at `path`, which the hint then names. Null
+// where the long way has to tell why. It may be used until the next operation.
 FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint)
+    ZRFS_REQUIRES(context->containerLock);
+// The same with its entries loaded.
+FileObject* FindLoadedDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint)
     ZRFS_REQUIRES(context->containerLock);
 
 // The entries of a directory in the order of a search.
@@ -30,7 +32,7 @@ struct DirectoryListing {
     // the next operation.
     bool Next(uint32_t attributeMask, platform::WStringView* name);
 };
-// As FindDirectory. False where the long way has to tell why.
+// As FindLoadedDirectory. False where the long way has to tell why.
 bool ListDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint,
                    DirectoryListing* listing) ZRFS_REQUIRES(context->containerLock);
 
