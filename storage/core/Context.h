@@ -66,6 +66,8 @@ struct StorageContext {
     uint32_t writers ZRFS_GUARDED_BY(containerLock) = 0;  // running transactions that may write
     // page 1 came with a list of pages, and it is not known whether they are in the file
     bool unsettled ZRFS_GUARDED_BY(containerLock) = false;
+    // that list; none when it could not be read
+    SwitchList listed ZRFS_GUARDED_BY(containerLock);
     // what a reader without the lock must find in the file before he believes it
     SwitchList awaited ZRFS_GUARDED_BY(containerLock);
     // a page was not there yet

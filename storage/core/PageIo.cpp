@@ -216,7 +216,8 @@ Status ReadAwaited(StorageContext* context, uint8_t* buffer, uint32_t page)
     return kSharing;
 }
 
-const uint8_t* FindInBlocks(StorageContext* context, uint32_t page, Status* status) {
+const uint8_t* FindInBlocks(StorageContext* context, uint32_t page, Status* status)
+    ZRFS_REQUIRES(context->containerLock) {
     const uint64_t address = uint64_t{context->basePage} + page;
     bool wasRead = false;
     platform::Error error = 0;

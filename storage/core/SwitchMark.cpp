@@ -72,9 +72,7 @@ bool GetSwitchList(const StorageContext* context, SwitchList* list) {
     return false;
 }
 
-bool AreSwitched(StorageContext* context) {
-    SwitchList list;
-    if (!GetSwitchList(context, &list)) return false;
+bool AreSwitched(StorageContext* context, const SwitchList& list) {
     if (list.count == 0) return true;
     uint8_t* page = static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
     bool all = page != nullptr;

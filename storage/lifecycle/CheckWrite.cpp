@@ -169,7 +169,9 @@ Status WriteRepair(CheckRun* run) {
     Status status = writer.Gather();
     // Who has the container open sees that it is another one now.
     Superblock* super = run->context->Super();
-    const bool settled = super->changing == 0 && AreSwitched(run->context);
+    SwitchList list;
+    const bool settled = super->changing == 0 && GetSwitchList(run->context, &list) &&
+                         AreSwitched(run->context, list);
     super->changing = 0;
     if (!writer.pages.Empty() || !writer.mapPages.Empty() || !settled) {
         super->transactionCounter += 2;

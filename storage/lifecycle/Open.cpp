@@ -56,6 +56,7 @@ Status ReadSwitchList(StorageContext* context, bool locked) ZRFS_REQUIRES(contex
     SwitchList list;
     const bool valid = GetSwitchList(context, &list);
     context->unsettled = !valid || list.count != 0;
+    context->listed = list;
     if (locked && !context->readOnly) return kOk;
     context->awaited = list;
     return valid || !context->file->IsMarkedElsewhere() ? kOk : kSharing;

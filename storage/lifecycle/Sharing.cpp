@@ -123,7 +123,8 @@ Status Reload(StorageContext* context, bool locked) ZRFS_REQUIRES(context->conta
 // memory holds is nothing of those.
 Status EndForeignChange(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (context->readOnly) return kOk;
-    const bool settled = !context->unsettled || AreSwitched(context);
+    const bool settled = !context->unsettled || (context->listed.count != 0 &&
+                                                 AreSwitched(context, context->listed));
     if (context->Super()->changing != 0 || !settled) {
         context->changing = true;
         const Status status = EndChange(context);
