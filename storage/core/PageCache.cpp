@@ -188,6 +188,45 @@ Status GetPageChecked(StorageContext* context, uint32_t number, uint16_t kind, C
     return kOk;
 }
 
+namespace {
+
+constexpr uint32_t kPrefetchBytes = 16384;
+constexpr uint32_t kPrefetchGap = 2;  // pages that cost less to read than another transfer
+
+// A page that has come with others.
+void FileRead(StorageContext* context, const uint8_t* bytes, uint32_t number) {
+    CachePage* page = nullptr;
+    if (GetPage(context, number, &page, false, nullptr) != kOk) return;
+    if (page->buffer == nullptr && AttachBuffer(context, page) == kOk)
+        std::memcpy(page->buffer, bytes, context->pageSize);
+    ReleasePage(context, page);
+}
+
+}  // namespace
+
+void PrefetchPages(StorageContext* context, const uint32_t* numbers, uint32_t count) {
+    const uint32_t most = kPrefetchBytes >> context->pageShift;
+    if (most < 2 || context->byteSwapped || !context->IsLocked()) return;
+    uint8_t* block = static_cast<uint8_t*>(platform::HeapAllocate(kPrefetchBytes));
+    if (block == nullptr) return;
+    for (uint32_t begin = 0, end = 0; begin < count; begin = end) {
+        const uint32_t first = numbers[begin];
+        for (end = begin + 1; end < count; ++end)
+            if (numbers[end] - numbers[end - 1] > kPrefetchGap || numbers[end] - first >= most)
+                break;
+        const uint32_t pages = numbers[end - 1] - first + 1;
+        if (end - begin < 2 || numbers[end - 1] >= context->totalPages) continue;
+        ++context->pageReads;
+        if (ReadPageRaw(context->file, block, pages << context->pageShift,
+                        uint64_t{context->basePage} + first, context->pageSize) != kOk)
+            break;
+        for (uint32_t i = begin; i < end; ++i)
+            FileRead(context, block + (size_t{numbers[i] - first} << context->pageShift),
+                     numbers[i]);
+    }
+    platform::HeapRelease(block);
+}
+
 void ReleasePage(StorageContext* context, CachePage* page, bool unpin) {
     if (page == nullptr) return;
     if (unpin) --page->pinCount;

@@ -17,6 +17,10 @@ Status GetPage(StorageContext* context, uint32_t number, CachePage** page, bool 
 Status GetPageChecked(StorageContext* context, uint32_t number, uint16_t kind, CachePage** page,
                       bool load, bool allocate, uint32_t fileId, StorageTransaction* transaction);
 
+// Reads pages that are wanted soon, `numbers` in rising order, near ones in one transfer. What cannot
+// be had this way is read when it is wanted.
+void PrefetchPages(StorageContext* context, const uint32_t* numbers, uint32_t count);
+
 // Drops a pin (or, without `unpin`, only files the page where it belongs). Null is ignored.
 void ReleasePage(StorageContext* context, CachePage* page, bool unpin = true);
 
