@@ -1,5 +1,7 @@
 #include "storage/core/PageCache.h"
 
+#include <algorithm>
+
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
 
@@ -193,6 +195,12 @@ namespace {
 constexpr uint32_t kPrefetchBytes = 16384;
 constexpr uint32_t kPrefetchGap = 2;  // pages that cost less to read than another transfer
 
+bool MayPrefetch(const StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
+    // Under the lock no page is just being written.
+    return kPrefetchBytes >> context->pageShift > 1 && !context->byteSwapped &&
+           !context->readOnly && context->IsLocked();
+}
+
 // A page that has come with others.
 void FileRead(StorageContext* context, const uint8_t* bytes, uint32_t number) {
     CachePage* page = nullptr;
@@ -204,9 +212,20 @@ void FileRead(StorageContext* context, const uint8_t* bytes, uint32_t number) {
 
 }  // namespace
 
-void PrefetchPages(StorageContext* context, const uint32_t* numbers, uint32_t count) {
+void PrefetchPages(StorageContext* context, uint32_t* numbers, uint32_t count) {
+    if (!MayPrefetch(context)) return;
     const uint32_t most = kPrefetchBytes >> context->pageShift;
-    if (most < 2 || context->byteSwapped || !context->IsLocked()) return;
+    count = static_cast<uint32_t>(std::remove_if(numbers, numbers + count,
+                                                 [&](uint32_t number) {
+                                                     const CachePage* page =
+                                                         context->pageTable.Find(number);
+                                                     return number >= context->totalPages ||
+                                                            (page != nullptr &&
+                                                             page->buffer != nullptr);
+                                                 }) -
+                                  numbers);
+    if (count < 2) return;
+    std::sort(numbers, numbers + count);
     uint8_t* block = static_cast<uint8_t*>(platform::HeapAllocate(kPrefetchBytes));
     if (block == nullptr) return;
     for (uint32_t begin = 0, end = 0; begin < count; begin = end) {
@@ -215,7 +234,7 @@ void PrefetchPages(StorageContext* context, const uint32_t* numbers, uint32_t co
             if (numbers[end] - numbers[end - 1] > kPrefetchGap || numbers[end] - first >= most)
                 break;
         const uint32_t pages = numbers[end - 1] - first + 1;
-        if (end - begin < 2 || numbers[end - 1] >= context->totalPages) continue;
+        if (end - begin < 2) continue;
         ++context->pageReads;
         if (ReadPageRaw(context->file, block, pages << context->pageShift,
                         uint64_t{context->basePage} + first, context->pageSize) != kOk)
@@ -225,6 +244,25 @@ void PrefetchPages(StorageContext* context, const uint32_t* numbers, uint32_t co
                      numbers[i]);
     }
     platform::HeapRelease(block);
+}
+
+void PrefetchChain(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId) {
+    constexpr uint32_t kFirstBytes = 4096;
+    const uint32_t most = kFirstBytes >> context->pageShift;
+    if (!MayPrefetch(context) || most < 2 || first >= context->totalPages ||
+        context->totalPages - first < most || context->pageTable.Find(first) != nullptr)
+        return;
+    uint8_t block[kFirstBytes];
+    ++context->pageReads;
+    if (ReadPageRaw(context->file, block, kFirstBytes, uint64_t{context->basePage} + first,
+                    context->pageSize) != kOk)
+        return;
+    for (uint32_t number = first, left = most; left > 0 && number - first < most; --left) {
+        uint8_t* page = block + (size_t{number - first} << context->pageShift);
+        if (HeaderOf(page)->kind != kind || HeaderOf(page)->fileId != fileId) return;
+        FileRead(context, page, number);
+        number = HeaderOf(page)->nextPage;
+    }
 }
 
 void ReleasePage(StorageContext* context, CachePage* page, bool unpin) {

@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/namespace/Directory.h"
@@ -67,19 +65,13 @@ Status FreeObjectPages(FileObject* object, StorageTransaction* transaction) {
     return status;
 }
 
-constexpr uint32_t kFetched = 32;
-
-// The pages of the children that come next, down to a multiple of kFetched.
+// The pages of the children that come next, down to a multiple of kMostPrefetched.
 void FetchNextChildren(FileObject* object) {
-    uint32_t numbers[kFetched];
+    uint32_t numbers[kMostPrefetched];
     uint32_t count = 0;
-    const uint32_t end = (object->purgeNext - 1) / kFetched * kFetched;
-    for (uint32_t i = end; i < object->purgeNext; ++i) {
-        const uint32_t number = object->children[i]->headerPage;
-        const CachePage* cached = object->context->pageTable.Find(number);
-        if (cached == nullptr || cached->buffer == nullptr) numbers[count++] = number;
-    }
-    std::sort(numbers, numbers + count);
+    const uint32_t end = (object->purgeNext - 1) / kMostPrefetched * kMostPrefetched;
+    for (uint32_t i = end; i < object->purgeNext; ++i)
+        numbers[count++] = object->children[i]->headerPage;
     PrefetchPages(object->context, numbers, count);
 }
 
@@ -93,7 +85,7 @@ Status BeginPurge(FileObject* object, StorageTransaction* transaction) {
     }
     if (status == kOk) status = LoadDirectory(object, transaction);
     object->purgeNext = object->children.Count();
-    if (object->purgeNext % kFetched != 0) FetchNextChildren(object);
+    if (object->purgeNext % kMostPrefetched != 0) FetchNextChildren(object);
     return status;
 }
 
@@ -114,7 +106,7 @@ Status FinishPurge(FileObject* object, StorageTransaction* transaction) {
 Status TakePurgeChild(FileObject* object, FileObject** child, StorageTransaction* transaction) {
     *child = nullptr;
     if (object->purgeNext == 0) return kOk;
-    if (object->purgeNext % kFetched == 0) FetchNextChildren(object);
+    if (object->purgeNext % kMostPrefetched == 0) FetchNextChildren(object);
     FileObject* taken = nullptr;
     Status status = OpenEntry(object, object->children[--object->purgeNext], &taken);
     if (status != kOk) return status;
