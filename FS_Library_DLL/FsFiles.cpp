@@ -92,6 +92,19 @@ Status CreateValue(int64_t key, const WChar* name, FileHandle** file, FsStoreCon
     return code;
 }
 
+Status PutPlain(const FsText& path, WStringView aside, const storage::FileContent& content,
+                FsStoreContext* context) {
+    storage::StorageContext* container = context->container;
+    container->containerLock.AssertHeld();  // by the frame
+    bool hasAside = false;
+    FsText marked;
+    Status code = storage::PutFileAt(container, path.Text(), content, aside, &hasAside);
+    if (code == storage::kOk && hasAside) return DropLeftAside(path, &marked, context);
+    if (code != storage::kExists) return code;
+    if (!FS_CollisionPath(path.View(), &marked)) return storage::kInternal;
+    return storage::PutFileAt(container, marked.Text(), content, {}, &hasAside);
+}
+
 // The path under which an existing value of this plain path is kept. The engine's code when there
 // is no entry at the plain path.
 Status FindValuePath(FsText* path, FsStoreContext* context, const FsText** found, FsText* marked) {
@@ -256,6 +269,22 @@ FBR_STATUS FS_CloseFileEx(FileHandle* file, FsStoreContext* context) {
     const FBR_STATUS status = FsStatusFromEngine(CloseValue(file, context));
     trace.Exit("[EXIT] GH[{:X}] S[{}] D[{}]", context, status);
     return status;
+}
+
+Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& content,
+                 FsStoreContext* context) {
+    FsText escaped;
+    FsText aside;
+    WStringView stored;
+    if (!FS_EscapeName(OrDefault(name), FsNameSet::Value, &escaped, &stored)) return storage::kInternal;
+    const FsGuard guard(context->lock);
+    FsText path;
+    const Status code = ValuePath(key, stored, context, &path);
+    if (code != storage::kOk) return code;
+    const size_t cut = path.View().rfind('\\') + 1;  // npos wraps to 0
+    if (!aside.Assign(kCollisionMarker) || !aside.Append(path.View().substr(cut)))
+        return storage::kInternal;
+    return PutPlain(path, aside.View(), content, context);
 }
 
 FBR_STATUS FS_DeleteFileNamedEx(int64_t key, const WChar* name, FsStoreContext* context) {

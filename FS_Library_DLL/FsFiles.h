@@ -7,6 +7,7 @@
 
 #include "FS_Library_DLL/FsStoreContext.h"
 #include "include/ZrFsTypes.h"
+#include "storage/namespace/Operations.h"
 
 // `key` is an open key; 0 is not one: FSSTATUS_FAILED. A null or empty name is "(Default)".
 // Create makes the value or opens and empties it: FSSTATUS_SUCCESS in both cases. Without a write
@@ -14,6 +15,10 @@
 FBR_STATUS FS_CreateFileEx(int64_t key, const WChar* name, storage::FileHandle** file,
                            FsStoreContext* context);
 // FSSTATUS_NOT_FOUND for a missing value, also when there is only a subkey of the name.
+// The whole content of a value, made or overwritten in one step of the library's own engine. The
+// caller is in a change. kNotPlain, and nothing is done: it is to be created and written.
+storage::Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& content,
+                          FsStoreContext* context);
 FBR_STATUS FS_OpenFileEx(int64_t key, const WChar* name, storage::FileHandle** file,
                          FsStoreContext* context);
 FBR_STATUS FS_CloseFileEx(storage::FileHandle* file, FsStoreContext* context);

@@ -4,7 +4,6 @@
 
 namespace {
 
-constexpr WStringView kMarker = WTEXT("#FILE");
 constexpr size_t kEscapeUnits = 5;
 
 // One bit for each of the first 128 units: set where the unit is stored as it is.
@@ -49,7 +48,8 @@ bool NeedsDecoding(WStringView stored) {
 // `out` has room for as many units as `stored` has. Returns the number written.
 size_t Decode(WStringView stored, WChar* out) {
     size_t length = 0;
-    for (size_t i = stored.starts_with(kMarker) ? kMarker.size() : 0; i < stored.size(); ++i) {
+    const size_t begin = stored.starts_with(kCollisionMarker) ? kCollisionMarker.size() : 0;
+    for (size_t i = begin; i < stored.size(); ++i) {
         if (stored[i] != '#') {
             out[length++] = stored[i];
             continue;
@@ -137,6 +137,6 @@ bool FS_JoinPath(WStringView base, WStringView name, FsText* out) {
 
 bool FS_CollisionPath(WStringView path, FsText* out) {
     const size_t cut = path.rfind('\\') + 1;  // npos wraps to 0: a path of one component
-    return out->Reserve(path.size() + kMarker.size()) && out->Assign(path.substr(0, cut)) &&
-           out->Append(kMarker) && out->Append(path.substr(cut));
+    return out->Reserve(path.size() + kCollisionMarker.size()) && out->Assign(path.substr(0, cut)) &&
+           out->Append(kCollisionMarker) && out->Append(path.substr(cut));
 }

@@ -30,6 +30,7 @@ bool FsUnescapeInto(WStringView stored, FsText* out);
 // normalised. False when there is no memory.
 bool FS_JoinPath(WStringView base, WStringView name, FsText* out);
 
+inline constexpr WStringView kCollisionMarker = WTEXT("#FILE");
 // The path under which a value is kept while a subkey has its name: "#FILE" before the last
 // component. False when there is no memory.
 bool FS_CollisionPath(WStringView path, FsText* out);

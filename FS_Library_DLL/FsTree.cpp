@@ -8,6 +8,7 @@
 #include "FS_Library_DLL/FsNames.h"
 #include "FS_Library_DLL/FsOperation.h"
 #include "FS_Library_DLL/FsTrace.h"
+#include "storage/namespace/Operations.h"
 
 using storage::Status;
 
@@ -25,6 +26,7 @@ struct TreeDeletion {
     FsText scratch;  // not kept across the recursion
 
     Status Delete(bool recurse, uint32_t depth);
+    Status DeleteAtOnce();
     Status Empty(bool recurse, uint32_t depth, Status result);
     bool OpenHere(int64_t* key);
     Status DeleteValues(int64_t key, Status result);
@@ -42,6 +44,9 @@ bool FirstName(int64_t key, FsEnumMode mode, FsStoreContext* context, FsHeapStri
 Status TreeDeletion::Delete(bool recurse, uint32_t depth) {
     context->lock.AssertHeld();  // by FS_DeleteTree's caller
     if (depth > kMaxTreeDepth) return storage::kTreeDelete;
+    const Status atOnce = DeleteAtOnce();
+    if (atOnce != storage::kNotPlain)
+        return atOnce == storage::kOk ? FS_MoveValueBack(path.Text(), context) : atOnce;
     uint8_t empty = 0;
     Status result = FsEngine().StorageIsDirectoryEmpty(context->container, path.Text(), &empty);
     if (empty == 0) result = Empty(recurse, depth, result);
@@ -52,6 +57,15 @@ Status TreeDeletion::Delete(bool recurse, uint32_t depth) {
     if (deleted != storage::kOk)
         return result == storage::kTreeDelete || result == storage::kInternal ? result : deleted;
     return FS_MoveValueBack(path.Text(), context);
+}
+
+// A key without subkeys is one step of the library's own engine, where nobody looks at the steps of
+// the long way.
+Status TreeDeletion::DeleteAtOnce() {
+    if (g_switches.trace || !FsHasOwnEngine() || path.View() == WTEXT("\\"))
+        return storage::kNotPlain;
+    context->container->containerLock.AssertHeld();  // by the frame
+    return storage::DeleteWithFilesAt(context->container, path.Text());
 }
 
 Status TreeDeletion::Empty(bool recurse, uint32_t depth, Status result) {

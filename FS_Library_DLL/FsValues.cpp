@@ -4,6 +4,7 @@
 #include "FS_Library_DLL/FsFiles.h"
 #include "FS_Library_DLL/FsLookup.h"
 #include "FS_Library_DLL/FsOperation.h"
+#include "FS_Library_DLL/FsTrace.h"
 
 using storage::FileHandle;
 
@@ -31,6 +32,19 @@ FBR_STATUS ReadRecord(FileHandle* file, void* buffer, uint64_t bufferSize, uint6
     if (status != FSSTATUS_SUCCESS && size != nullptr) return status;
     if (buffer == nullptr) return header.size != 0 ? FSSTATUS_BUFFER_OVERFLOW : FSSTATUS_SUCCESS;
     return FS_ReadFileEx(file, buffer, bufferSize, size, false, context);
+}
+
+// The short way, where nobody looks at the steps of the long one. True when it came to an end.
+bool PutValue(int64_t key, const WChar* name, uint32_t type, const void* data, uint64_t size,
+              FsStoreContext* context, FBR_STATUS* status) {
+    if (g_switches.trace || !FsHasOwnEngine() || size > storage::kMostPutBytes ||
+        (data == nullptr && size != 0))
+        return false;
+    const FsValueHeader header{type, static_cast<uint32_t>(size)};
+    const storage::Status code =
+        FsPutFile(key, name, {&header, sizeof header, data, header.size}, context);
+    *status = FsStatusFromEngine(code);
+    return code != storage::kNotPlain;
 }
 
 FBR_STATUS SetValue(int64_t key, const WChar* name, uint32_t type, const void* data, uint64_t size,
@@ -98,7 +112,11 @@ FBR_STATUS FsSetValue(int64_t key, const WChar* name, uint32_t type, const void*
     // Without a write lock the operation itself refuses, and takes none for that.
     if (context == nullptr || !FsMayWrite(context))
         return SetValue(key, name, type, data, size, context);
-    return Change(context, [&] { return SetValue(key, name, type, data, size, context); });
+    return Change(context, [&] {
+        FBR_STATUS status = FSSTATUS_SUCCESS;
+        const bool done = PutValue(key, name, type, data, size, context, &status);
+        return done ? status : SetValue(key, name, type, data, size, context);
+    });
 }
 
 FBR_STATUS FsQueryValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,

@@ -39,8 +39,9 @@ class PageFile {
     virtual Error Identity(FileIdentity* identity) = 0;
     // False for a file that was opened for reading only.
     virtual bool IsWritable() const = 0;
-    // False when `path`, by which the file was opened, leads to another file now, or to none.
-    virtual bool IsAt(const WChar* path) = 0;
+    // False when `path`, by which the file was opened, leads to another file now, or to none. Else
+    // *length is the file's length, 0 when it cannot be had.
+    virtual bool IsAt(const WChar* path, uint64_t* length) = 0;
     // The mark of the file's one writer, far behind its last byte, seen by all who have the file
     // open, whoever and wherever they are, and gone with the file object. *taken is false while
     // another opening has it; an opening for reading only cannot have it. One who was refused may

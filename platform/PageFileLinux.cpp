@@ -36,7 +36,7 @@ class LinuxPageFile final : public PageFile, public HeapObject {
     Error Flush() override;
     Error Identity(FileIdentity* identity) override;
     bool IsWritable() const override { return !readOnly_; }
-    bool IsAt(const WChar* path) override;
+    bool IsAt(const WChar* path, uint64_t* length) override;
     Error TakeMark(bool* taken) override { return mark_.Take(descriptor_, taken); }
     void DropMark() override { mark_.Drop(descriptor_); }
     bool IsMarkedElsewhere() override { return FileMark::IsTakenElsewhere(descriptor_); }
@@ -46,6 +46,8 @@ class LinuxPageFile final : public PageFile, public HeapObject {
 
     int descriptor_;
     bool readOnly_;
+    bool identityKnown_ = false;
+    FileIdentity identity_;
     FileMark mark_;
 };
 
@@ -68,7 +70,9 @@ Error LinuxPageFile::Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_
 // Writes the parts, going on behind what a short transfer has left out.
 Error LinuxPageFile::WriteRun(uint64_t offset, iovec* parts, int count, uint32_t* done) {
     while (count > 0) {
-        ssize_t put = pwritev(descriptor_, parts, count, static_cast<off_t>(offset));
+        const auto at = static_cast<off_t>(offset);
+        ssize_t put = count == 1 ? pwrite(descriptor_, parts->iov_base, parts->iov_len, at)
+                                 : pwritev(descriptor_, parts, count, at);
         if (put < 0) {
             if (errno == EINTR) continue;
             return FromErrno(errno);
@@ -130,17 +134,24 @@ Error LinuxPageFile::Flush() {
 
 Error LinuxPageFile::Identity(FileIdentity* identity) {
     struct stat found;
-    if (fstat(descriptor_, &found) != 0) return Leave(FromErrno(errno));
-    *identity = {found.st_dev, found.st_ino};
+    if (!identityKnown_) {
+        if (fstat(descriptor_, &found) != 0) return Leave(FromErrno(errno));
+        identity_ = {found.st_dev, found.st_ino};
+        identityKnown_ = true;
+    }
+    *identity = identity_;
     return Leave(kErrorSuccess);
 }
 
-bool LinuxPageFile::IsAt(const WChar* path) {
+bool LinuxPageFile::IsAt(const WChar* path, uint64_t* length) {
     const NativePath native(path);
     struct stat there;
-    struct stat own;
-    return native.Status() == kErrorSuccess && stat(native.Text(), &there) == 0 &&
-           fstat(descriptor_, &own) == 0 && there.st_dev == own.st_dev && there.st_ino == own.st_ino;
+    FileIdentity own;
+    if (native.Status() != kErrorSuccess || stat(native.Text(), &there) != 0 ||
+        Identity(&own) != kErrorSuccess)
+        return false;
+    *length = static_cast<uint64_t>(there.st_size);
+    return own == FileIdentity{there.st_dev, there.st_ino};
 }
 
 // What a file handle points to between the opening and the making of the page file.

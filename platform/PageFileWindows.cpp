@@ -44,7 +44,10 @@ class WindowsPageFile final : public PageFile, public HeapObject {
     Error Identity(FileIdentity* identity) override;
     bool IsWritable() const override { return writable_; }
     // Others cannot move or delete the file while it is open here: it is not shared for that.
-    bool IsAt(const WChar*) override { return true; }
+    bool IsAt(const WChar*, uint64_t* length) override {
+        if (Size(length) != kErrorSuccess) *length = 0;
+        return true;
+    }
     Error TakeMark(bool* taken) override;
     void DropMark() override;
     bool IsMarkedElsewhere() override;

@@ -36,6 +36,7 @@ inline constexpr Status kAccess = -31;    // handle not opened for this access
 inline constexpr Status kInternal = -200;
 inline constexpr Status kVersion = -201;     // set by the key store
 inline constexpr Status kLockLost = -203;    // for the engine's callers inside the library only
+inline constexpr Status kNotPlain = -204;    // likewise
 inline constexpr Status kTreeDelete = -202;  // set by the key store
 
 }  // namespace storage

@@ -33,7 +33,7 @@ class CheckOverlay final : public platform::PageFile {
         return file_->Identity(identity);
     }
     bool IsWritable() const override { return file_->IsWritable(); }
-    bool IsAt(const WChar* path) override { return file_->IsAt(path); }
+    bool IsAt(const WChar* path, uint64_t* length) override { return file_->IsAt(path, length); }
     platform::Error TakeMark(bool* taken) override { return file_->TakeMark(taken); }
     void DropMark() override { file_->DropMark(); }
     bool IsMarkedElsewhere() override { return file_->IsMarkedElsewhere(); }

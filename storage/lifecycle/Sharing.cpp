@@ -104,9 +104,8 @@ Status ReadMark(StorageContext* context, ChangeMark* mark) ZRFS_REQUIRES(context
     return kOk;
 }
 
-bool HasAnotherSize(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
-    uint64_t size = 0;
-    if (context->file->Size(&size) != 0) return true;
+bool HasAnotherSize(StorageContext* context, uint64_t size)
+    ZRFS_REQUIRES(context->containerLock) {
     return (size >> context->pageShift) != uint64_t{context->basePage} + context->totalPages;
 }
 
@@ -168,7 +167,8 @@ Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t millisec
 Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
     ZRFS_REQUIRES(context->containerLock) {
     OpenGeneration(context);
-    if (!context->file->IsAt(context->path)) return kInternal;
+    uint64_t size = 0;
+    if (!context->file->IsAt(context->path, &size)) return kInternal;
     // A file that could not be read the last time is tried again.
     if (!context->active) {
         const Status status = ReloadUnderLock(context, patience);
@@ -181,7 +181,7 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
     const bool moved = mark.counter != context->seenCounter || mark.changing || mark.logPending;
     const bool unfit = context->stale || (context->inlineEntries && !context->readOnly);
     // Page 1 itself was read while somebody may have been writing it: as it was loaded it must be.
-    if (unfit || ownerDied || moved || HasAnotherSize(context) || !mark.isLoaded)
+    if (unfit || ownerDied || moved || HasAnotherSize(context, size) || !mark.isLoaded)
         status = ReloadUnderLock(context, patience);
     if (status == kOk) status = EndForeignChange(context);
     if (status == kOk && ownerDied) context->wroteSinceLock = true;

@@ -198,7 +198,7 @@ Status StoreInline(FileBlock* block, bool coded, bool* stored, StorageTransactio
         DropBlockList(object);
         return LoadBlockList(object, transaction);
     }
-    if (rounded != record.PayloadSize()) status = ResizeRecord(object, record, rounded);
+    if (rounded != record.PayloadSize()) status = ResizeRecord(object->context, record, rounded);
     if (status == kOk) status = MarkPageChanged(object->context, record.page);
     if (status != kOk) return status;
     Store<uint32_t>(record.Bytes(), record::kInfo, coded ? rounded : 0);

@@ -16,7 +16,28 @@ Status CreateFileAt(StorageContext* context, const WChar* path, const FileAccess
     ZRFS_REQUIRES(context->containerLock);
 Status OpenFileAt(StorageContext* context, const WChar* path, const FileAccess& access,
                   FileHandle** file) ZRFS_REQUIRES(context->containerLock);
+
+// What a small file is to hold: a head, and data behind it.
+struct FileContent {
+    const void* head;
+    uint32_t headBytes;
+    const void* data;
+    uint32_t bytes;
+};
+inline constexpr uint32_t kMostPutBytes = 1056;
+// Makes the file at `path`, or overwrites the one that is there, in one step. kExists when a
+// directory has the name. kNotPlain, and nothing is done, for what is no plain file in one page with
+// nobody at it: it takes a handle. *hasAside tells whether the directory has an entry of the name
+// `aside`, too, unless that is empty. Inside a batch.
+Status PutFileAt(StorageContext* context, const WChar* path, const FileContent& content,
+                 platform::WStringView aside, bool* hasAside)
+    ZRFS_REQUIRES(context->containerLock);
+
 Status DeleteAt(StorageContext* context, const WChar* path) ZRFS_REQUIRES(context->containerLock);
+// Deletes a directory with the files in it. kNotPlain, and nothing is done, when there is anything
+// else in it, somebody is at one of them, or it is no directory.
+Status DeleteWithFilesAt(StorageContext* context, const WChar* path)
+    ZRFS_REQUIRES(context->containerLock);
 Status MoveAt(StorageContext* context, const WChar* oldPath, const WChar* newPath)
     ZRFS_REQUIRES(context->containerLock);
 Status AttributesAt(StorageContext* context, const WChar* path, uint32_t* attributes)

@@ -65,6 +65,16 @@ Status FreeObjectPages(FileObject* object, StorageTransaction* transaction) {
     return status;
 }
 
+// The pages of the children that come next, down to a multiple of kMostPrefetched.
+void FetchNextChildren(FileObject* object) {
+    uint32_t numbers[kMostPrefetched];
+    uint32_t count = 0;
+    const uint32_t end = (object->purgeNext - 1) / kMostPrefetched * kMostPrefetched;
+    for (uint32_t i = end; i < object->purgeNext; ++i)
+        numbers[count++] = object->children[i]->headerPage;
+    PrefetchPages(object->context, numbers, count);
+}
+
 // First half of a purge: what stands in the way of it. The handles are closed even if somebody
 // else holds the object.
 Status BeginPurge(FileObject* object, StorageTransaction* transaction) {
@@ -75,6 +85,7 @@ Status BeginPurge(FileObject* object, StorageTransaction* transaction) {
     }
     if (status == kOk) status = LoadDirectory(object, transaction);
     object->purgeNext = object->children.Count();
+    if (object->purgeNext % kMostPrefetched != 0) FetchNextChildren(object);
     return status;
 }
 
@@ -95,6 +106,7 @@ Status FinishPurge(FileObject* object, StorageTransaction* transaction) {
 Status TakePurgeChild(FileObject* object, FileObject** child, StorageTransaction* transaction) {
     *child = nullptr;
     if (object->purgeNext == 0) return kOk;
+    if (object->purgeNext % kMostPrefetched == 0) FetchNextChildren(object);
     FileObject* taken = nullptr;
     Status status = OpenEntry(object, object->children[--object->purgeNext], &taken);
     if (status != kOk) return status;
@@ -155,6 +167,44 @@ Status DeleteChild(ParentOperation* operation) {
 }
 
 }  // namespace
+
+namespace {
+
+// Nothing but files that nobody has open.
+bool HoldsFilesAtRest(FileObject* directory) {
+    for (const DirEntry* entry : directory->children)
+        if (entry->attributes != kAttrFile ||
+            (entry->object != nullptr && entry->object->references != 0))
+            return false;
+    return true;
+}
+
+Status DeleteWithFiles(ParentOperation* operation) {
+    StorageTransaction* transaction = operation->transaction;
+    FileObject* child = nullptr;
+    Status status = OpenChild(operation->parent.object, operation->parent.lastName, &child,
+                              kNotPlain, transaction);
+    if (status != kOk) return status;
+    const bool plain = (child->entry->attributes & kAttrDirectory) != 0 && child->references == 1;
+    status = plain ? LoadDirectory(child, transaction) : Status{kNotPlain};
+    if (status == kOk && !HoldsFilesAtRest(child)) status = kNotPlain;
+    if (status == kOk) status = JoinTransaction(transaction, child);
+    if (status == kOk) status = PurgeObject(child, transaction);
+    --child->references;
+    SettleObject(child);
+    return status;
+}
+
+}  // namespace
+
+Status DeleteWithFilesAt(StorageContext* context, const WChar* path) {
+    if (!context->active) return kNotOpen;
+    if (!context->MayChange()) return kNotPlain;
+    ParentOperation operation(context);
+    Status status = operation.Begin(path, false);
+    if (status == kOk) status = DeleteWithFiles(&operation);
+    return operation.End(status);
+}
 
 Status DeleteAt(StorageContext* context, const WChar* path) {
     if (!context->active) return kNotOpen;

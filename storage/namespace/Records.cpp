@@ -258,8 +258,7 @@ Status SpillRecordOfType(FileObject* object, CachePage* page, uint16_t type, Cac
     return SpillRecord(object, place, newPage, transaction);
 }
 
-Status ResizeRecord(FileObject* object, const RecordPlace& place, uint32_t payload) {
-    StorageContext* context = object->context;
+Status ResizeRecord(StorageContext* context, const RecordPlace& place, uint32_t payload) {
     const uint32_t end = HeaderPageOf(place.page->buffer)->endOffset;
     const uint64_t size = uint64_t{payload} + kRecordHeaderSize;
     if (end - place.Size() + size > EndLimit(context)) return kInvalid;

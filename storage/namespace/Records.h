@@ -47,7 +47,7 @@ Status SpillRecord(FileObject* object, const RecordPlace& place, CachePage** new
 Status SpillRecordOfType(FileObject* object, CachePage* page, uint16_t type, CachePage** newPage,
                          StorageTransaction* transaction);
 // Gives a record another payload size and moves those behind it. The new size fits the page.
-Status ResizeRecord(FileObject* object, const RecordPlace& place, uint32_t payload);
+Status ResizeRecord(StorageContext* context, const RecordPlace& place, uint32_t payload);
 Status RemoveRecord(FileObject* object, uint16_t type, StorageTransaction* transaction);
 
 }  // namespace storage

@@ -40,7 +40,9 @@ class ForwardingFile : public platform::PageFile {
         return inner_->Identity(identity);
     }
     bool IsWritable() const override { return inner_->IsWritable(); }
-    bool IsAt(const platform::WChar* path) override { return inner_->IsAt(path); }
+    bool IsAt(const platform::WChar* path, uint64_t* length) override {
+        return inner_->IsAt(path, length);
+    }
     platform::Error TakeMark(bool* taken) override { return inner_->TakeMark(taken); }
     void DropMark() override { inner_->DropMark(); }
     bool IsMarkedElsewhere() override { return inner_->IsMarkedElsewhere(); }

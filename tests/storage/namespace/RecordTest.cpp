@@ -127,7 +127,7 @@ TEST(Record, ResizingMovesTheOthers) {
     RecordPlace place;
     for (const uint32_t size : {90u, 8u, 0u, 300u}) {
         ASSERT_EQ(FindRecord(records.root, 100, &place, 0, true, records.transaction), kOk);
-        EXPECT_EQ(ResizeRecord(records.root, place, size), kOk);
+        EXPECT_EQ(ResizeRecord(records.root->context, place, size), kOk);
         EXPECT_EQ(place.Info(), size);
         for (uint32_t i = 40; i < size; ++i) EXPECT_EQ(place.Payload()[i], 0);
         ReleasePage(records.store, place.page);
@@ -137,7 +137,7 @@ TEST(Record, ResizingMovesTheOthers) {
         EXPECT_EQ(payload, 20u);
     }
     ASSERT_EQ(FindRecord(records.root, 100, &place, 0, true, records.transaction), kOk);
-    EXPECT_EQ(ResizeRecord(records.root, place, 400), kInvalid);
+    EXPECT_EQ(ResizeRecord(records.root->context, place, 400), kInvalid);
     ReleasePage(records.store, place.page);
     EXPECT_EQ(RemoveRecord(records.root, 100, records.transaction), kOk);
     EXPECT_EQ(records.Find(100), 0u);
