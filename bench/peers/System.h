@@ -16,13 +16,14 @@ double ThreadNs();
 void UseFreshBlocks();
 
 // Tell a counter from outside where measured work begins and ends: CountCalls below, and Callgrind,
-// which writes the instructions between them to a file of its own, under the name `what`.
+// which writes the instructions between them to a file of its own, with `what` and `operations`.
 void MarkBegin();
-void MarkEnd(uint32_t number, const char* what);
+void MarkEnd(uint32_t number, uint64_t operations, const char* what);
 
-// System calls by sort, but for those that only get memory, wait for a thread or ask for the time.
+// System calls an operation by sort, but for those that only get memory, wait for a thread or ask
+// for the time.
 struct Calls {
-    uint64_t reads = 0, writes = 0, locks = 0, others = 0;
+    double reads = 0, writes = 0, locks = 0, others = 0;
 };
 
 // Does `work` in a child and counts the system calls of its first thread, from each MarkBegin to its

@@ -8,16 +8,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <stdexcept>
+#include <string>
 
 #if __has_include(<valgrind/callgrind.h>)
 #include <valgrind/callgrind.h>
 #else
 #define CALLGRIND_START_INSTRUMENTATION
 #define CALLGRIND_STOP_INSTRUMENTATION
-#define CALLGRIND_DUMP_STATS_AT(what) static_cast<void>(what)
+#define CALLGRIND_DUMP_STATS_AT(what)
 #endif
 
 #include "bench/peers/System.h"
@@ -104,7 +106,12 @@ int Follow(pid_t child, std::map<uint32_t, Calls>* byMark) {
         if (call.nr == SYS_prctl && call.args[0] == kMark) {
             counting = call.args[1] == kBegin;
             if (counting) calls = {};
-            if (!counting) (*byMark)[static_cast<uint32_t>(call.args[2])] = calls;
+            if (!counting) {
+                const double each = 1.0 / static_cast<double>(std::max<uint64_t>(call.args[3], 1));
+                (*byMark)[static_cast<uint32_t>(call.args[2])] = {
+                    calls.reads * each, calls.writes * each, calls.locks * each,
+                    calls.others * each};
+            }
         } else if (counting) {
             Count(call, &calls);
         }
@@ -128,10 +135,10 @@ void MarkBegin() {
     CALLGRIND_START_INSTRUMENTATION;
 }
 
-void MarkEnd(uint32_t number, const char* what) {
-    CALLGRIND_DUMP_STATS_AT(what);
+void MarkEnd(uint32_t number, uint64_t operations, const char* what) {
+    CALLGRIND_DUMP_STATS_AT((std::string(what) + "|" + std::to_string(operations)).c_str());
     CALLGRIND_STOP_INSTRUMENTATION;
-    prctl(kMark, kEnd, number, 0, 0);
+    prctl(kMark, kEnd, number, operations, 0);
 }
 
 std::map<uint32_t, Calls> CountCalls(const std::function<void()>& work) {
