@@ -10,6 +10,7 @@ namespace bench {
 // Nanoseconds that this thread has run; the time that passes where a store's work is not done by
 // its caller's thread.
 double ThreadNs();
+bool HasThreadClock();
 
 // Keeps large blocks of memory from being held back and cleared by hand when they are asked for
 // again, which would make a second opening of some stores three times as dear as a process's first.

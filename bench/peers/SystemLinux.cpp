@@ -19,7 +19,7 @@
 #else
 #define CALLGRIND_START_INSTRUMENTATION
 #define CALLGRIND_STOP_INSTRUMENTATION
-#define CALLGRIND_DUMP_STATS_AT(what)
+#define CALLGRIND_DUMP_STATS_AT(what) static_cast<void>(what)
 #endif
 
 #include "bench/peers/System.h"
@@ -126,6 +126,10 @@ double ThreadNs() {
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
+bool HasThreadClock() {
+    return true;
+}
+
 void UseFreshBlocks() {
     mallopt(M_MMAP_THRESHOLD, 256 << 10);
 }
@@ -136,7 +140,8 @@ void MarkBegin() {
 }
 
 void MarkEnd(uint32_t number, uint64_t operations, const char* what) {
-    CALLGRIND_DUMP_STATS_AT((std::string(what) + "|" + std::to_string(operations)).c_str());
+    const std::string told = std::string(what) + "|" + std::to_string(operations);
+    CALLGRIND_DUMP_STATS_AT(told.c_str());
     CALLGRIND_STOP_INSTRUMENTATION;
     prctl(kMark, kEnd, number, operations, 0);
 }

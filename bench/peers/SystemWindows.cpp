@@ -11,6 +11,10 @@ double ThreadNs() {
     return std::chrono::duration<double, std::nano>(now).count();
 }
 
+bool HasThreadClock() {
+    return false;
+}
+
 void UseFreshBlocks() {}
 void MarkBegin() {}
 void MarkEnd(uint32_t, uint64_t, const char*) {}
