@@ -6,6 +6,7 @@ section, and draws its pictures.
 
 import glob
 import json
+import math
 import os
 import platform
 import re
@@ -51,8 +52,8 @@ def machine():
     kernel = re.match(r"\d+\.\d+", platform.release()).group()
     compiler = subprocess.run(["g++", "-dumpfullversion"], capture_output=True, text=True,
                               check=True).stdout.strip()
-    files = subprocess.run(["stat", "-f", "-c", "%T", "/tmp"], capture_output=True, text=True,
-                           check=True).stdout.strip()
+    files = subprocess.run(["df", "--output=fstype", "/tmp"], capture_output=True, text=True,
+                           check=True).stdout.split()[-1]
     model = "unknown"
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         for line in file:
@@ -74,9 +75,9 @@ def goals_table(goals):
     rows = {}
     for goal in goals:
         kind = "must" if goal["must"] else "at best"
-        text = f"{goal['ratio']:.2f} of {goal['goal']:g}, {'met' if goal['met'] else 'missed'}"
-        if goal["to"].startswith("lock held"):
-            text = text.replace(".00", "").replace(" of ", " ns of ")
+        digits = 2 if goal["goal"] < 100 else 0
+        text = (f"{goal['ratio']:,.{digits}f} of {goal['goal']:,g}, "
+                f"{'met' if goal['met'] else 'missed'}")
         rows.setdefault(goal["phase"], {})[goal["to"], kind] = text
     columns = list(dict.fromkeys((goal["to"], "must" if goal["must"] else "at best")
                                  for goal in goals))
@@ -131,9 +132,11 @@ def draw_growth(growth):
             for colour, phase in enumerate(GROWING):
                 points = [(max(row["point"], 1), row["cpuNs"]) for row in rows
                           if row["store"] == store and row["phase"] == phase]
-                if points and (phase not in GROWING[:1] or name == "subkeys of a key"):
+                if points and (phase != "make a key" or name == "subkeys of a key"):
                     axis.plot(*zip(*sorted(points)), style, color=f"C{colour}", marker=".")
-        axis.set(xscale="log", yscale="log", title=name, ylabel="ns")
+        low, high = (math.log10(edge) for edge in axis.dataLim.intervaly)
+        axis.set(xscale="log", yscale="log", title=name, ylabel="ns",
+                 ylim=(10 ** math.floor(low), 10 ** math.ceil(high)))
         axis.spines[["top", "right"]].set_visible(False)
     last = axes.flat[-1]
     last.axis("off")

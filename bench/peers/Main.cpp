@@ -1,8 +1,8 @@
 // bench_peers: our stores beside others on the same work, in one process and in turns; what each
-// costs as they grow; the system calls of ours. bench_peers --help tells the options. Exit status 0,
-// 3 when a goal is missed, 1 when something fails.
-#include <CLI/CLI.hpp>
+// costs as they grow; the system calls of ours. bench_peers --help tells the options. Exit status
+// 0, 3 when a goal is missed, 1 when something fails.
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <fstream>
@@ -44,7 +44,8 @@ void MeasureBare(const std::filesystem::path& path, nlohmann::json* json) {
         }
     if (!good) throw std::runtime_error("a bare call came up short");
     for (std::vector<double>& row : times) std::sort(row.begin(), row.end());
-    (*json)["bare"] = {{"pageWriteNs", times[0][kRounds / 2]}, {"pageReadNs", times[1][kRounds / 2]}};
+    (*json)["bare"] = {{"pageWriteNs", times[0][kRounds / 2]},
+                       {"pageReadNs", times[1][kRounds / 2]}};
     fmt::print("A bare write of a page of {} bytes {:.0f} ns, a bare read {:.0f} ns\n", kPage,
                times[0][kRounds / 2], times[1][kRounds / 2]);
 }
@@ -80,9 +81,12 @@ void CountStore(const Maker& maker, const std::vector<KeyData>& content,
     for (const auto& [phase, calls] : CountPhases(maker, content, folder)) {
         fmt::print("{:34} {:28} {:8.2f} writes {:8.2f} reads {:8.2f} locks {:8.2f} others\n",
                    maker.name, Name(phase), calls.writes, calls.reads, calls.locks, calls.others);
-        (*json)["calls"].push_back({{"store", maker.name}, {"phase", Name(phase)},
-                                    {"writes", calls.writes}, {"reads", calls.reads},
-                                    {"locks", calls.locks}, {"others", calls.others}});
+        (*json)["calls"].push_back({{"store", maker.name},
+                                    {"phase", Name(phase)},
+                                    {"writes", calls.writes},
+                                    {"reads", calls.reads},
+                                    {"locks", calls.locks},
+                                    {"others", calls.others}});
     }
 }
 
@@ -98,7 +102,8 @@ int Run(const Options& options) {
     if (options.growth) {
         json["growth"] = MeasureGrowth(makers, options.rounds, folder);
     } else if (options.calls) {
-        for (const Maker& maker : makers) CountStore(maker, MakeContent(keys), folder / "store", &json);
+        for (const Maker& maker : makers)
+            CountStore(maker, MakeContent(keys), folder / "store", &json);
     } else {
         MeasureBare(folder / "bare", &json);
         fmt::print("{} keys with {} values each, {} rounds\n", keys, kValuesPerKey, options.rounds);
@@ -127,12 +132,12 @@ int main(int argc, char** argv) {
     app.add_option("--rounds", options.rounds, "the median of these counts")
         ->check(CLI::PositiveNumber);
     app.add_option("--only", options.only, "the stores whose names hold this");
-    app.add_option("--folder", options.folder, "where the stores are kept meanwhile; it is removed");
+    app.add_option("--folder", options.folder,
+                   "where the stores are kept meanwhile; it is removed");
     app.add_option("--json", options.jsonFile, "writes all figures there, too");
     app.add_option("--clock", options.clock, "cpu (of the thread) or wall")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, bench::Clock>{{"cpu", bench::Clock::Cpu},
-                                                {"wall", bench::Clock::Wall}}));
+        ->transform(CLI::CheckedTransformer(std::map<std::string, bench::Clock>{
+            {"cpu", bench::Clock::Cpu}, {"wall", bench::Clock::Wall}}));
     app.add_flag("--growth", options.growth, "what the size of a store does to the cost");
     app.add_flag("--calls", options.calls, "counts system calls instead of time");
     app.add_flag("--brief", options.brief, "does less and compares nothing, for a profiler");

@@ -27,8 +27,8 @@ struct Calls {
     double reads = 0, writes = 0, locks = 0, others = 0;
 };
 
-// Does `work` in a child and counts the system calls of its first thread, from each MarkBegin to its
-// MarkEnd, by the mark's number. Throws std::runtime_error when the child fails.
+// Does `work` in a child and counts the system calls of its first thread, from each MarkBegin to
+// its MarkEnd, by the mark's number. Throws std::runtime_error when the child fails.
 std::map<uint32_t, Calls> CountCalls(const std::function<void()>& work);
 
 }  // namespace bench

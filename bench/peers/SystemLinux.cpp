@@ -38,12 +38,18 @@ void Count(const Entry& call, Calls* calls) {
         case SYS_read:
         case SYS_pread64:
         case SYS_readv:
-        case SYS_preadv: ++calls->reads; return;
+        case SYS_preadv:
+            ++calls->reads;
+            return;
         case SYS_write:
         case SYS_pwrite64:
         case SYS_writev:
-        case SYS_pwritev: ++calls->writes; return;
-        case SYS_flock: ++calls->locks; return;
+        case SYS_pwritev:
+            ++calls->writes;
+            return;
+        case SYS_flock:
+            ++calls->locks;
+            return;
         case SYS_fcntl:
             switch (call.args[1]) {
                 case F_SETLK:
@@ -51,8 +57,12 @@ void Count(const Entry& call, Calls* calls) {
                 case F_GETLK:
                 case F_OFD_SETLK:
                 case F_OFD_SETLKW:
-                case F_OFD_GETLK: ++calls->locks; return;
-                default: ++calls->others; return;
+                case F_OFD_GETLK:
+                    ++calls->locks;
+                    return;
+                default:
+                    ++calls->others;
+                    return;
             }
         case SYS_mmap:
             if ((call.args[3] & MAP_ANONYMOUS) == 0) ++calls->others;
@@ -64,8 +74,10 @@ void Count(const Entry& call, Calls* calls) {
         case SYS_brk:
         case SYS_futex:
         case SYS_clock_gettime:
-        case SYS_gettimeofday: return;
-        default: ++calls->others;
+        case SYS_gettimeofday:
+            return;
+        default:
+            ++calls->others;
     }
 }
 
@@ -97,8 +109,7 @@ int Follow(pid_t child, std::map<uint32_t, Calls>* byMark) {
         signal = WSTOPSIG(status) == (SIGTRAP | 0x80) ? 0 : WSTOPSIG(status);
         if (signal != 0) continue;
         __ptrace_syscall_info info{};
-        if (ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info,
-                   &info) <= 0 ||
+        if (ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info) <= 0 ||
             info.op != PTRACE_SYSCALL_INFO_ENTRY) {
             continue;
         }

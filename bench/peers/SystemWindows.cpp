@@ -5,7 +5,8 @@
 
 namespace bench {
 
-// The work on the live registry is done elsewhere, and the clock of a thread goes in steps of 10 ms.
+// The work on the live registry is done elsewhere, and the clock of a thread goes in steps of 10
+// ms.
 double ThreadNs() {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration<double, std::nano>(now).count();

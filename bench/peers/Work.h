@@ -13,8 +13,8 @@
 namespace bench {
 
 enum class Phase { Make, Set, Overwrite, Get, Hot, Path, Enumerate, List, Delete, Reopen };
-inline constexpr Phase kTablePhases[] = {Phase::Make, Phase::Set,  Phase::Overwrite,
-                                         Phase::Get,  Phase::Hot,  Phase::Path,
+inline constexpr Phase kTablePhases[] = {Phase::Make,      Phase::Set,    Phase::Overwrite,
+                                         Phase::Get,       Phase::Hot,    Phase::Path,
                                          Phase::Enumerate, Phase::Delete, Phase::Reopen};
 
 const char* Name(Phase phase);
@@ -65,7 +65,9 @@ class Work {
     void Check(Subject& subject) const;
     void CheckKey(Subject& subject, uint32_t key) const;
     void DrawPlaces(size_t count);
-    const ValueData& At(const Place& place) const { return content_[place.key].values[place.value]; }
+    const ValueData& At(const Place& place) const {
+        return content_[place.key].values[place.value];
+    }
 
     std::vector<KeyData> content_;
     std::vector<Place> all_, places_;
