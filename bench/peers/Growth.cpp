@@ -40,24 +40,40 @@ struct Axis {
     const char* name;
     std::vector<uint32_t> points;
     std::vector<KeyData> (*content)(uint32_t point);
-    std::vector<Phase> phases;  // those behind Set are told
+    std::vector<Phase> phases;
     bool oursOnly;
-    bool handles = false;
+    bool handles = false;  // the point is how many more are open than a key has
 };
 
 std::vector<Axis> Axes() {
     using P = Phase;
     return {
-        {"keys", {2000, 5000, 10000, 20000}, MakeContent,
-         {P::Make, P::Set, P::Overwrite, P::Get, P::Hot, P::Path, P::Enumerate, P::Reopen}, false},
-        {"values in a key", {100, 1000, 10000, 100000}, ManyValues,
-         {P::Make, P::Set, P::Overwrite, P::Get, P::Hot, P::Enumerate, P::List}, false},
-        {"subkeys of a key", {500, 5000, 50000}, ManySiblings,
-         {P::Make, P::Set, P::Overwrite, P::Get, P::Path, P::Delete}, false},
-        {"levels", {5, 50, 500}, Deep,
-         {P::Make, P::Set, P::Overwrite, P::Get, P::Path, P::Enumerate}, true},
-        {"open handles more", {0, 1000, 10000}, Usual,
-         {P::Make, P::Set, P::Overwrite, P::Get, P::Hot, P::Path}, true, true},
+        {"keys",
+         {2000, 5000, 10000, 20000},
+         MakeContent,
+         {P::Make, P::Set, P::Overwrite, P::Get, P::Hot, P::Path, P::Enumerate, P::Reopen},
+         false},
+        {"values in a key",
+         {100, 1000, 10000, 100000},
+         ManyValues,
+         {P::Make, P::Set, P::Overwrite, P::Get, P::Hot, P::Enumerate, P::List},
+         false},
+        {"subkeys of a key",
+         {500, 5000, 50000},
+         ManySiblings,
+         {P::Make, P::Set, P::Overwrite, P::Get, P::Path, P::Delete},
+         false},
+        {"levels",
+         {5, 50, 500},
+         Deep,
+         {P::Make, P::Set, P::Overwrite, P::Get, P::Path, P::Enumerate},
+         true},
+        {"open handles more",
+         {0, 1000, 10000},
+         Usual,
+         {P::Make, P::Set, P::Overwrite, P::Get, P::Hot, P::Path},
+         true,
+         true},
     };
 }
 
@@ -87,7 +103,7 @@ nlohmann::json MeasureGrowth(const std::vector<Maker>& makers, uint32_t rounds,
                     work.Prepare(phase);
                     for (const auto& subject : subjects)
                         results.Add(subject->maker->name, phase, work.Run(phase, *subject));
-                    if (phase != Phase::Set || !axis.handles) continue;
+                    if (phase != Phase::Make || !axis.handles) continue;
                     for (const auto& subject : subjects) work.OpenMore(*subject, point);
                 }
             }

@@ -53,9 +53,7 @@ class HivexStore : public Store {
         return static_cast<Handle>(
             Checked(hivex_node_add_child(hive_, parent, key.plainPath.c_str() + cut + 1)));
     }
-    Handle OpenKey(const KeyData& key) override {
-        return static_cast<Handle>(Find(key.plainPath));
-    }
+    Handle OpenKey(const KeyData& key) override { return static_cast<Handle>(Find(key.plainPath)); }
     void DeleteKey(Handle handle, const KeyData&) override {
         Checked(hivex_node_delete_child(hive_, Node(handle)) == 0);
     }

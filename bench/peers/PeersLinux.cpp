@@ -7,8 +7,7 @@ std::vector<Maker> PeerMakers() {
     // hivex writes all values of a key anew for each that is set, and gives no room back.
     constexpr uint32_t kMostKeysOfHivex = 5000;
     return {
-        {kSqlite,
-         [](const Folder& folder) { return MakeSqlite(folder, SqliteUse::Exclusive); }},
+        {kSqlite, [](const Folder& folder) { return MakeSqlite(folder, SqliteUse::Exclusive); }},
         {"SQLite, exclusive, 64 MiB, WAL",
          [](const Folder& folder) { return MakeSqlite(folder, SqliteUse::ExclusiveSafe); }},
         {"SQLite, WAL", [](const Folder& folder) { return MakeSqlite(folder, SqliteUse::Shared); }},

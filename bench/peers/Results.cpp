@@ -13,10 +13,10 @@ struct Goal {
     double toSqlite, toLmdb, toLmdbAtBest;
 };
 constexpr Goal kGoals[] = {
-    {Phase::Set, 0.8, 1.1, 0.7},      {Phase::Overwrite, 0.5, 0.6, 0.4},
-    {Phase::Get, 0.6, 1.6, 1.0},      {Phase::Hot, 0.06, 0.7, 0.5},
-    {Phase::Path, 0.6, 1.5, 1.0},     {Phase::Enumerate, 0.9, 4, 1.5},
-    {Phase::Delete, 0.45, 0.9, 0.4},  {Phase::Reopen, 0.25, 1.1, 0.8},
+    {Phase::Set, 0.8, 1.1, 0.7},     {Phase::Overwrite, 0.5, 0.6, 0.4},
+    {Phase::Get, 0.6, 1.6, 1.0},     {Phase::Hot, 0.06, 0.7, 0.5},
+    {Phase::Path, 0.6, 1.5, 1.0},    {Phase::Enumerate, 0.9, 4, 1.5},
+    {Phase::Delete, 0.45, 0.9, 0.4}, {Phase::Reopen, 0.25, 1.1, 0.8},
 };
 // Nanoseconds by which a set with its own lock, and a hot get without one, may be dearer.
 struct Surcharge {
@@ -54,8 +54,8 @@ double Results::Median(const std::string& store, Phase phase, Clock clock) const
 }
 
 void Results::Print(Clock clock, const std::vector<Phase>& phases) const {
-    fmt::print("\nNanoseconds of {} an operation\n{:34}", clock == Clock::Cpu ? "processor time"
-                                                                              : "time passed", "");
+    fmt::print("\nNanoseconds of {} an operation\n{:34}",
+               clock == Clock::Cpu ? "processor time" : "time passed", "");
     for (Phase phase : phases) fmt::print(" {:>12.12}", Name(phase));
     fmt::print("\n");
     for (const std::string& store : stores_) {
@@ -73,8 +73,12 @@ int Results::PrintGoals(Clock clock, nlohmann::json* json) const {
         if (other == 0) return std::string(24, ' ');
         const double ratio = Median(kOurs, phase, clock) / other;
         missed += must && ratio > goal ? 1 : 0;
-        json->push_back({{"phase", Name(phase)}, {"to", to}, {"must", must}, {"goal", goal},
-                         {"ratio", ratio}, {"met", ratio <= goal}});
+        json->push_back({{"phase", Name(phase)},
+                         {"to", to},
+                         {"must", must},
+                         {"goal", goal},
+                         {"ratio", ratio},
+                         {"met", ratio <= goal}});
         return Judged(ratio, goal);
     };
     fmt::print("\nOurs, lock held, to\n{:30} {:24} {:24} {}\n", "", kSqlite, "LMDB, must",
@@ -86,11 +90,14 @@ int Results::PrintGoals(Clock clock, nlohmann::json* json) const {
         fmt::print("{:30} {} {} {}\n", Name(goal.phase), sqlite, lmdb, best);
     }
     for (const Surcharge& surcharge : kSurcharges) {
-        const double more = Median(kOursEach, surcharge.phase, clock) -
-                            Median(kOurs, surcharge.phase, clock);
+        const double more =
+            Median(kOursEach, surcharge.phase, clock) - Median(kOurs, surcharge.phase, clock);
         missed += more > surcharge.most ? 1 : 0;
-        json->push_back({{"phase", Name(surcharge.phase)}, {"to", "lock held, ns more"},
-                         {"must", true}, {"goal", surcharge.most}, {"ratio", more},
+        json->push_back({{"phase", Name(surcharge.phase)},
+                         {"to", "lock held, ns more"},
+                         {"must", true},
+                         {"goal", surcharge.most},
+                         {"ratio", more},
                          {"met", more <= surcharge.most}});
         fmt::print("{:30} {:.0f} ns more without the lock held, of {:.0f}: {}\n",
                    Name(surcharge.phase), more, surcharge.most,
@@ -103,9 +110,12 @@ nlohmann::json Results::Json() const {
     nlohmann::json all = nlohmann::json::array();
     for (const std::string& store : stores_)
         for (const auto& [phase, times] : times_.at(store))
-            all.push_back({{"store", store}, {"phase", Name(phase)},
-                           {"cpu", times.cpu}, {"wall", times.wall},
-                           {"cpuNs", MedianOf(times.cpu)}, {"wallNs", MedianOf(times.wall)}});
+            all.push_back({{"store", store},
+                           {"phase", Name(phase)},
+                           {"cpu", times.cpu},
+                           {"wall", times.wall},
+                           {"cpuNs", MedianOf(times.cpu)},
+                           {"wallNs", MedianOf(times.wall)}});
     return all;
 }
 

@@ -9,8 +9,8 @@ namespace {
 // change a transaction by itself.
 //
 // Exclusive: alone on its file, with 64 MiB of cache, reads in one long transaction, and the old
-// pages of a change kept in memory, which is the fastest but does not outlive a kill; safe from that
-// with a write-ahead log. Shared: that log as processes share it, each read by itself.
+// pages of a change kept in memory, which is the fastest but does not outlive a kill; safe from
+// that with a write-ahead log. Shared: that log as processes share it, each read by itself.
 class SqliteStore : public Store {
   public:
     SqliteStore(const std::filesystem::path& folder, SqliteUse use)
@@ -21,7 +21,8 @@ class SqliteStore : public Store {
         const bool fresh = !std::filesystem::exists(path_);
         Check(sqlite3_open(path_.c_str(), &database_));
         Run("PRAGMA synchronous=OFF");
-        if (use_ != SqliteUse::Shared) Run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA cache_size=-65536");
+        if (use_ != SqliteUse::Shared)
+            Run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA cache_size=-65536");
         if (use_ == SqliteUse::Exclusive) Run("PRAGMA journal_mode=MEMORY");
         if (!fresh) return;
         if (use_ != SqliteUse::Exclusive) Run("PRAGMA journal_mode=WAL");  // the file keeps it
@@ -95,7 +96,16 @@ class SqliteStore : public Store {
 
   private:
     enum Statement {
-        kMakeKey, kFindKey, kDeleteKey, kDeleteValues, kSet, kGet, kAll, kBegin, kCommit, kCount
+        kMakeKey,
+        kFindKey,
+        kDeleteKey,
+        kDeleteValues,
+        kSet,
+        kGet,
+        kAll,
+        kBegin,
+        kCommit,
+        kCount
     };
     static constexpr const char* kText[kCount] = {
         "INSERT INTO keys VALUES(?1, ?2)",

@@ -78,7 +78,7 @@ std::unique_ptr<Store> MakeSqlite(const std::filesystem::path& folder, SqliteUse
 std::unique_ptr<Store> MakeLmdb(const std::filesystem::path& folder, bool writeMap);
 std::unique_ptr<Store> MakeLevelDb(const std::filesystem::path& folder);
 std::unique_ptr<Store> MakeHivex(const std::filesystem::path& folder);
-std::unique_ptr<Store> MakeLiveRegistry(const std::filesystem::path& folder);
+std::unique_ptr<Store> MakeLiveRegistry();
 
 // The names that the goals are about.
 inline constexpr const char* kOurs = "ours, lock held";

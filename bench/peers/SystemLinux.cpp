@@ -8,9 +8,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <stdexcept>
+#include <string>
 
 #if __has_include(<valgrind/callgrind.h>)
 #include <valgrind/callgrind.h>
@@ -36,12 +38,18 @@ void Count(const Entry& call, Calls* calls) {
         case SYS_read:
         case SYS_pread64:
         case SYS_readv:
-        case SYS_preadv: ++calls->reads; return;
+        case SYS_preadv:
+            ++calls->reads;
+            return;
         case SYS_write:
         case SYS_pwrite64:
         case SYS_writev:
-        case SYS_pwritev: ++calls->writes; return;
-        case SYS_flock: ++calls->locks; return;
+        case SYS_pwritev:
+            ++calls->writes;
+            return;
+        case SYS_flock:
+            ++calls->locks;
+            return;
         case SYS_fcntl:
             switch (call.args[1]) {
                 case F_SETLK:
@@ -49,8 +57,12 @@ void Count(const Entry& call, Calls* calls) {
                 case F_GETLK:
                 case F_OFD_SETLK:
                 case F_OFD_SETLKW:
-                case F_OFD_GETLK: ++calls->locks; return;
-                default: ++calls->others; return;
+                case F_OFD_GETLK:
+                    ++calls->locks;
+                    return;
+                default:
+                    ++calls->others;
+                    return;
             }
         case SYS_mmap:
             if ((call.args[3] & MAP_ANONYMOUS) == 0) ++calls->others;
@@ -62,8 +74,10 @@ void Count(const Entry& call, Calls* calls) {
         case SYS_brk:
         case SYS_futex:
         case SYS_clock_gettime:
-        case SYS_gettimeofday: return;
-        default: ++calls->others;
+        case SYS_gettimeofday:
+            return;
+        default:
+            ++calls->others;
     }
 }
 
@@ -95,8 +109,7 @@ int Follow(pid_t child, std::map<uint32_t, Calls>* byMark) {
         signal = WSTOPSIG(status) == (SIGTRAP | 0x80) ? 0 : WSTOPSIG(status);
         if (signal != 0) continue;
         __ptrace_syscall_info info{};
-        if (ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info,
-                   &info) <= 0 ||
+        if (ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info) <= 0 ||
             info.op != PTRACE_SYSCALL_INFO_ENTRY) {
             continue;
         }
@@ -104,7 +117,12 @@ int Follow(pid_t child, std::map<uint32_t, Calls>* byMark) {
         if (call.nr == SYS_prctl && call.args[0] == kMark) {
             counting = call.args[1] == kBegin;
             if (counting) calls = {};
-            if (!counting) (*byMark)[static_cast<uint32_t>(call.args[2])] = calls;
+            if (!counting) {
+                const double each = 1.0 / static_cast<double>(std::max<uint64_t>(call.args[3], 1));
+                (*byMark)[static_cast<uint32_t>(call.args[2])] = {
+                    calls.reads * each, calls.writes * each, calls.locks * each,
+                    calls.others * each};
+            }
         } else if (counting) {
             Count(call, &calls);
         }
@@ -119,6 +137,10 @@ double ThreadNs() {
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
+bool HasThreadClock() {
+    return true;
+}
+
 void UseFreshBlocks() {
     mallopt(M_MMAP_THRESHOLD, 256 << 10);
 }
@@ -128,10 +150,11 @@ void MarkBegin() {
     CALLGRIND_START_INSTRUMENTATION;
 }
 
-void MarkEnd(uint32_t number, const char* what) {
-    CALLGRIND_DUMP_STATS_AT(what);
+void MarkEnd(uint32_t number, uint64_t operations, const char* what) {
+    const std::string told = std::string(what) + "|" + std::to_string(operations);
+    CALLGRIND_DUMP_STATS_AT(told.c_str());
     CALLGRIND_STOP_INSTRUMENTATION;
-    prctl(kMark, kEnd, number, 0, 0);
+    prctl(kMark, kEnd, number, operations, 0);
 }
 
 std::map<uint32_t, Calls> CountCalls(const std::function<void()>& work) {

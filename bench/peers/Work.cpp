@@ -4,8 +4,6 @@
 #include <chrono>
 #include <cstring>
 
-#include "bench/peers/System.h"
-
 namespace bench {
 namespace {
 
@@ -47,10 +45,16 @@ bool Bears(const Answer& answer, const ValueData& value) {
 }  // namespace
 
 const char* Name(Phase phase) {
-    constexpr const char* kNames[] = {
-        "make a key", "set, own commit", "overwrite", "get, open key", "get, hot", "get by path",
-        "enumerate, a value", "list by place, a value", "delete a key with its values",
-        "reopen + 1 get"};
+    constexpr const char* kNames[] = {"make a key",
+                                      "set, own commit",
+                                      "overwrite",
+                                      "get, open key",
+                                      "get, hot",
+                                      "get by path",
+                                      "enumerate, a value",
+                                      "list by place, a value",
+                                      "delete a key with its values",
+                                      "reopen + 1 get"};
     return kNames[static_cast<int>(phase)];
 }
 
@@ -68,8 +72,8 @@ Subject::~Subject() {
     std::filesystem::remove_all(folder, ignored);
 }
 
-Work::Work(std::vector<KeyData> content, uint32_t seed)
-    : content_(std::move(content)), gone_(content_.size()), dice_(seed) {
+Work::Work(std::vector<KeyData> content, bool brief)
+    : content_(std::move(content)), gone_(content_.size()), brief_(brief) {
     for (uint32_t key = 0; key < content_.size(); ++key)
         for (uint32_t value = 0; value < content_[key].values.size(); ++value)
             all_.push_back({key, value});
@@ -92,7 +96,7 @@ void Work::Prepare(Phase phase) {
     } else if (phase == Phase::Hot) {
         DrawPlaces(kHotPlaces);
         const std::vector<Place> hot = places_;
-        places_.resize(kHotGets);
+        places_.resize(brief_ ? kHotGets / 10 : kHotGets);
         for (Place& place : places_) place = hot[dice_() % hot.size()];
     } else if (phase == Phase::Delete) {
         deleting_.clear();
@@ -103,18 +107,24 @@ void Work::Prepare(Phase phase) {
         for (uint32_t key : deleting_) gone_[key] = true;
         std::erase_if(all_, [&](const Place& place) { return gone_[place.key]; });
     } else {
-        DrawPlaces(phase == Phase::Get ? kGets : phase == Phase::Path ? kPathGets : kReopenings);
+        const size_t count = phase == Phase::Reopen ? kReopenings
+                             : phase == Phase::Path ? kPathGets
+                                                    : kGets;
+        DrawPlaces(brief_ ? count / 10 : count);
     }
 }
 
-Sample Work::Run(Phase phase, Subject& subject, uint32_t mark) {
+Sample Work::Run(Phase phase, Subject& subject) {
     const bool reopen = phase == Phase::Reopen;
-    const bool changes = phase == Phase::Make || phase == Phase::Set ||
-                         phase == Phase::Overwrite || phase == Phase::Delete;
+    const bool changes = phase == Phase::Make || phase == Phase::Set || phase == Phase::Overwrite ||
+                         phase == Phase::Delete;
     const Span span = changes ? Span::Changes : Span::Reads;
     if (reopen) {
         subject.store->Close();
         subject.handles.clear();
+        // One that does not count puts in order what the closing left in the heap.
+        subject.store->Open();
+        subject.store->Close();
     } else {
         subject.store->Begin(span);
     }
@@ -123,7 +133,8 @@ Sample Work::Run(Phase phase, Subject& subject, uint32_t mark) {
     sample.cpuNs = -ThreadNs();
     MarkBegin();
     sample.operations = Do(phase, subject);
-    MarkEnd(mark, (subject.maker->name + ": " + Name(phase)).c_str());
+    MarkEnd(static_cast<uint32_t>(phase), sample.operations,
+            (subject.maker->name + "|" + Name(phase)).c_str());
     sample.cpuNs += ThreadNs();
     sample.wallNs += WallNs();
     if (reopen) {
@@ -132,6 +143,7 @@ Sample Work::Run(Phase phase, Subject& subject, uint32_t mark) {
     } else {
         subject.store->End(span);
     }
+    if (brief_) return sample;
     subject.store->Begin(Span::Reads);
     Check(subject);
     subject.store->End(Span::Reads);
@@ -140,16 +152,24 @@ Sample Work::Run(Phase phase, Subject& subject, uint32_t mark) {
 
 uint64_t Work::Do(Phase phase, Subject& subject) {
     switch (phase) {
-        case Phase::Make: return MakeKeys(subject);
+        case Phase::Make:
+            return MakeKeys(subject);
         case Phase::Set:
-        case Phase::Overwrite: return SetPlaces(subject);
+        case Phase::Overwrite:
+            return SetPlaces(subject);
         case Phase::Get:
-        case Phase::Hot: return GetPlaces(subject);
-        case Phase::Path: return GetByPath(subject);
-        case Phase::Enumerate: return EnumerateKeys(subject);
-        case Phase::List: return ListValues(subject);
-        case Phase::Delete: return DeleteKeys(subject);
-        case Phase::Reopen: return Reopen(subject);
+        case Phase::Hot:
+            return GetPlaces(subject);
+        case Phase::Path:
+            return GetByPath(subject);
+        case Phase::Enumerate:
+            return EnumerateKeys(subject);
+        case Phase::List:
+            return ListValues(subject);
+        case Phase::Delete:
+            return DeleteKeys(subject);
+        case Phase::Reopen:
+            return Reopen(subject);
     }
     return 0;
 }
@@ -189,7 +209,8 @@ uint64_t Work::EnumerateKeys(Subject& subject) {
         sum->bytes += Touch(answer) + answer.name.size() + answer.plainName.size();
     };
     for (uint32_t key = 0; key < content_.size(); ++key)
-        if (!gone_[key]) subject.store->Enumerate(subject.handles[key], visit, &seen);
+        if (!gone_[key] && !content_[key].values.empty())
+            subject.store->Enumerate(subject.handles[key], visit, &seen);
     seen_ += seen.bytes;
     return seen.values;
 }
@@ -274,6 +295,21 @@ void Work::CheckKey(Subject& subject, uint32_t key) const {
         if (!Same(subject.store->Get(subject.handles[key], one), one))
             throw std::runtime_error(subject.maker->name + " gets something else than was set");
     }
+}
+
+std::map<Phase, Calls> CountPhases(const Maker& maker, const std::vector<KeyData>& content,
+                                   const std::filesystem::path& folder) {
+    const auto byMark = CountCalls([&] {
+        Work work(content, true);
+        Subject subject(maker, folder);
+        for (Phase phase : kTablePhases) {
+            work.Prepare(phase);
+            work.Run(phase, subject);
+        }
+    });
+    std::map<Phase, Calls> byPhase;
+    for (const auto& [mark, calls] : byMark) byPhase[static_cast<Phase>(mark)] = calls;
+    return byPhase;
 }
 
 }  // namespace bench

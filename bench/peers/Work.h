@@ -1,18 +1,20 @@
 // The work that the stores are measured on, in phases; each does the same to all of them.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "bench/peers/Store.h"
+#include "bench/peers/System.h"
 
 namespace bench {
 
 enum class Phase { Make, Set, Overwrite, Get, Hot, Path, Enumerate, List, Delete, Reopen };
-inline constexpr Phase kTablePhases[] = {Phase::Make, Phase::Set,  Phase::Overwrite,
-                                         Phase::Get,  Phase::Hot,  Phase::Path,
+inline constexpr Phase kTablePhases[] = {Phase::Make,      Phase::Set,    Phase::Overwrite,
+                                         Phase::Get,       Phase::Hot,    Phase::Path,
                                          Phase::Enumerate, Phase::Delete, Phase::Reopen};
 
 const char* Name(Phase phase);
@@ -34,13 +36,15 @@ struct Subject {
 
 class Work {
   public:
-    explicit Work(std::vector<KeyData> content, uint32_t seed = 7);
+    // `brief` is for who counts what the work takes, which makes it slow: a tenth of the reads, and
+    // nothing is compared.
+    explicit Work(std::vector<KeyData> content, bool brief = false);
 
     // Draws the places of a phase, and what is there afterwards. Then Run for each subject.
     void Prepare(Phase phase);
-    // Does the phase between two marks, the second one with the number, and then compares the
-    // store's content with what should be there. Throws std::runtime_error when it differs.
-    Sample Run(Phase phase, Subject& subject, uint32_t mark = 0);
+    // Does the phase between two marks, and then compares the store's content with what should be
+    // there. Throws std::runtime_error when it differs.
+    Sample Run(Phase phase, Subject& subject);
     // Opens the keys of the content again until `count` more are open.
     void OpenMore(Subject& subject, uint32_t count) const;
 
@@ -61,15 +65,22 @@ class Work {
     void Check(Subject& subject) const;
     void CheckKey(Subject& subject, uint32_t key) const;
     void DrawPlaces(size_t count);
-    const ValueData& At(const Place& place) const { return content_[place.key].values[place.value]; }
+    const ValueData& At(const Place& place) const {
+        return content_[place.key].values[place.value];
+    }
 
     std::vector<KeyData> content_;
     std::vector<Place> all_, places_;
     std::vector<uint32_t> deleting_;
     std::vector<bool> gone_;
     bool set_ = false;
-    std::mt19937 dice_;
+    const bool brief_;
+    std::mt19937 dice_{7};
     uint64_t seen_ = 0;  // what reads have touched, lest a compiler or a store leave it out
 };
+
+// The system calls of one store, by phase.
+std::map<Phase, Calls> CountPhases(const Maker& maker, const std::vector<KeyData>& content,
+                                   const std::filesystem::path& folder);
 
 }  // namespace bench

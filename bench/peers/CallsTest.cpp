@@ -1,0 +1,71 @@
+// No operation may come to make more system calls than it is known to need. Where one makes fewer,
+// lower its row: the test prints the rows as they would be now.
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "bench/peers/Work.h"
+#include "tests/support/FixedClock.h"
+#include "tests/support/TempDir.h"
+
+namespace bench {
+namespace {
+
+// System calls an operation, on 100 keys with 20 values each. A key is deleted with its values.
+constexpr uint32_t kKeys = 100;
+
+struct Known {
+    Phase phase;
+    Calls calls;  // reads, writes, locks, others
+};
+
+constexpr Known kLockHeld[] = {
+    {Phase::Make, {0.01, 4.16, 0.00, 0.00}},      {Phase::Set, {0.06, 4.12, 0.00, 0.00}},
+    {Phase::Overwrite, {1.54, 2.25, 0.00, 0.00}}, {Phase::Get, {1.47, 0.00, 0.00, 0.00}},
+    {Phase::Hot, {0.01, 0.00, 0.00, 0.00}},       {Phase::Path, {1.34, 0.00, 0.00, 0.00}},
+    {Phase::Enumerate, {1.53, 0.00, 0.00, 0.00}}, {Phase::Delete, {30.04, 5.52, 0.00, 0.00}},
+    {Phase::Reopen, {28.60, 0.00, 0.00, 28.00}},
+};
+
+constexpr Known kLockForEachChange[] = {
+    {Phase::Make, {1.01, 4.17, 3.00, 3.13}},      {Phase::Set, {1.06, 4.12, 3.00, 3.03}},
+    {Phase::Overwrite, {2.54, 2.25, 3.00, 3.00}}, {Phase::Get, {3.40, 0.00, 0.00, 0.00}},
+    {Phase::Hot, {1.02, 0.00, 0.00, 0.00}},       {Phase::Path, {4.25, 0.00, 0.00, 0.00}},
+    {Phase::Enumerate, {3.57, 0.00, 0.00, 0.00}}, {Phase::Delete, {31.04, 5.52, 3.00, 3.00}},
+    {Phase::Reopen, {28.60, 0.00, 0.00, 28.00}},
+};
+
+// What a row leaves out by being rounded, and calls that hang on where a store's pages came to lie.
+constexpr double kSpare = 0.02;
+
+template <size_t kRows>
+void Compare(const Maker& maker, const Known (&known)[kRows]) {
+    const support::TempDir folder;
+    // A key's time is written when it is another one, which on a slow machine is more often.
+    const support::FixedClock clock({2026, 11, 21, 10, 11, 31, 0});
+    const auto counted = CountPhases(maker, MakeContent(kKeys), folder.Path() / "store");
+    constexpr const char* kNames[] = {"Make", "Set",       "Overwrite", "Get",    "Hot",
+                                      "Path", "Enumerate", "List",      "Delete", "Reopen"};
+    fmt::print("{}\n", maker.name);
+    for (const auto& [phase, now] : counted)
+        fmt::print("    {{Phase::{}, {{{:.2f}, {:.2f}, {:.2f}, {:.2f}}}}},\n",
+                   kNames[static_cast<int>(phase)], now.reads, now.writes, now.locks, now.others);
+    ASSERT_EQ(counted.size(), kRows);
+    for (const auto& [phase, most] : known) {
+        const Calls& now = counted.at(phase);
+        EXPECT_LE(now.reads, most.reads * (1 + kSpare) + kSpare) << Name(phase);
+        EXPECT_LE(now.writes, most.writes * (1 + kSpare) + kSpare) << Name(phase);
+        EXPECT_LE(now.locks, most.locks * (1 + kSpare) + kSpare) << Name(phase);
+        EXPECT_LE(now.others, most.others * (1 + kSpare) + kSpare) << Name(phase);
+    }
+}
+
+TEST(SystemCalls, OfAnOperationUnderALockThatIsHeld) {
+    Compare(OurMakers()[0], kLockHeld);
+}
+
+TEST(SystemCalls, OfAnOperationWithALockForEachChange) {
+    Compare(OurMakers()[1], kLockForEachChange);
+}
+
+}  // namespace
+}  // namespace bench
