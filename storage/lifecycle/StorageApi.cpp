@@ -9,6 +9,7 @@
 #include "storage/lifecycle/RunLock.h"
 #include "storage/lifecycle/Sharing.h"
 #include "storage/namespace/Handles.h"
+#include "storage/namespace/Objects.h"
 #include "storage/namespace/Operations.h"
 #include "storage/namespace/Search.h"
 #include "storage/namespace/Stream.h"
@@ -39,7 +40,9 @@ template <class Operation>
 Status OnOpenContainer(StorageContext* container, Operation operation) {
     return OnContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         const Status status = MakeUsable(container);
-        return status == kOk ? RunLocked(container, operation) : status;
+        if (status != kOk) return status;
+        EvictIdleObjects(container);
+        return RunLocked(container, operation);
     });
 }
 
