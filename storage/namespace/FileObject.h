@@ -12,6 +12,7 @@
 #include "storage/core/List.h"
 #include "storage/core/Transaction.h"
 #include "storage/namespace/EntryList.h"
+#include "storage/namespace/MemoryLimits.h"
 
 namespace storage {
 
@@ -22,16 +23,6 @@ struct StorageSearchStruct;
 
 inline constexpr uint64_t kUnknownSize = 0xFFFFFFFFFFFFFFFF;
 
-// What memory keeps of an open container's files and directories as far as nobody refers to them:
-// so many files, and directories with their records up to so many bytes. What the last operations
-// used stays beyond that, so that a directory larger than all of it is not read anew for each. They
-// are set before a container is opened.
-struct MemoryLimits {
-    uint64_t directoryBytes = 64u << 20;
-    uint64_t recentOperations = 64;
-};
-inline MemoryLimits g_memoryLimits;
-inline constexpr uint32_t kIdleObjectLimit = 128;
 
 // Text of its own that keeps its room; storage/namespace/TextBuffer.h works on it.
 struct TextBuffer {
