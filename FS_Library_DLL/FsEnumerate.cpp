@@ -118,24 +118,49 @@ FBR_STATUS CollectNames(int64_t key, std::vector<WString>& names, FsEnumMode mod
     return FS_EnumInt_PrivateEx(key, mode, context, collect);
 }
 
-}  // namespace
-
-FBR_STATUS FS_EnumInt_PrivateEx(int64_t key, FsEnumMode mode, FsStoreContext* context,
-                                FsVisitor visitor) {
+// Runs a walk, or a look at one entry, between the lines of the trace.
+template <class Look>
+FBR_STATUS Enumerate(int64_t key, FsEnumMode mode, FsStoreContext* context, Look look) {
     const FsTraceScope trace("FS_EnumInt_PrivateEx", "[ENTER] FS_EnumInt_Private[{:X}] [{}] [{:X}]",
                              key, mode, context);
-    Status code = storage::kInvalid;
-    if (context != nullptr && key != 0)
-        code = FsRead(context, [&]() ZRFS_REQUIRES(context->lock) {
-            visitor(0, nullptr);
-            return Walk(key, mode, context, visitor);
-        });
+    const Status code = context != nullptr && key != 0 ? look() : storage::kInvalid;
     const FBR_STATUS status = FsStatusFromEngine(code);
     FsHeapString fullName;  // fetched whether it is traced or not
     FS_GetFullName_DirEx(key, &fullName.text, context);
     trace.Exit("[EXIT] FS_EnumInt_Private[{}] [{:X}] [{}] [{:X}] S[{}] D[{}]", fullName.text, key,
                mode, context, status);
     return status;
+}
+
+Status WalkInFrame(int64_t key, FsEnumMode mode, FsStoreContext* context,
+                   const FsVisitor& visitor) {
+    return FsRead(context, [&]() ZRFS_REQUIRES(context->lock) {
+        visitor(0, nullptr);
+        return Walk(key, mode, context, visitor);
+    });
+}
+
+// The caller is in a frame. A key keeps where the last look at it ended, so that one after the other
+// costs no walk from the first.
+Status CopyNameAt(int64_t key, FsEnumMode mode, uint32_t index, FsStoreContext* context,
+                  FsHeapString* name) ZRFS_REQUIRES(context->lock) {
+    FsHandleEntry* entry = context->handles.FindKey(key);
+    FsText pattern;
+    if (entry == nullptr || !BuildPattern(entry->Path(), &pattern)) return storage::kInternal;
+    WStringView stored;
+    const Status code = storage::StorageNameAt(
+        context->container, pattern.Text(), static_cast<uint32_t>(mode), index,
+        mode == FsEnumMode::Values ? &entry->lastValue : &entry->lastSubkey, &stored);
+    platform::HeapRelease(name->text);
+    name->text = code == storage::kOk ? FsUnescapedCopy(stored) : nullptr;
+    return code;
+}
+
+}  // namespace
+
+FBR_STATUS FS_EnumInt_PrivateEx(int64_t key, FsEnumMode mode, FsStoreContext* context,
+                                FsVisitor visitor) {
+    return Enumerate(key, mode, context, [&] { return WalkInFrame(key, mode, context, visitor); });
 }
 
 FBR_STATUS FS_EnumInt_Private(int64_t key, uint32_t index, WChar** name, FsEnumMode mode,
@@ -150,7 +175,12 @@ FBR_STATUS FS_EnumInt_Private(int64_t key, uint32_t index, WChar** name, FsEnumM
         found.text = FsUnescapedCopy(stored);
         return false;
     };
-    const FBR_STATUS status = FS_EnumInt_PrivateEx(key, mode, context, stopAtIndex);
+    const FBR_STATUS status = Enumerate(key, mode, context, [&]() -> Status {
+        if (!FsHasOwnEngine()) return WalkInFrame(key, mode, context, stopAtIndex);
+        return FsRead(context, [&]() ZRFS_REQUIRES(context->lock) {
+            return CopyNameAt(key, mode, index, context, &found);
+        });
+    });
     if (status == FSSTATUS_SUCCESS && name != nullptr) {
         *name = found.text;
         found.text = nullptr;

@@ -85,6 +85,7 @@ FsHandleEntry* FsHandleTable::Add(int64_t id, FileHandle* file, FsHandleKind kin
     entry->kind = kind;
     entry->search = nullptr;
     entry->hint = {};
+    entry->lastValue = entry->lastSubkey = {};
     AddToHash(entry);
     if (kind == FsHandleKind::Key) {
         keys_.PushBack(entry);

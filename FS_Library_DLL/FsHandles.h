@@ -11,6 +11,7 @@
 #include "FS_Library_DLL/FsText.h"
 #include "storage/StorageApi.h"
 #include "storage/core/List.h"
+#include "storage/namespace/Listing.h"
 #include "storage/namespace/Lookup.h"
 #include "storage/namespace/Search.h"
 
@@ -28,6 +29,9 @@ struct FsHandleEntry {
     storage::DirectoryHint hint;  // where the path of a key leads
     WChar* path;                  // the stored path; null after a move that found no memory
     storage::StorageSearchStruct* search;  // the walk that runs over a key
+    // Where the last value and the last subkey stood that a key was asked for by number.
+    storage::ListPlace lastValue;
+    storage::ListPlace lastSubkey;
     FsHandleEntry* prev;                   // in order of opening, keys and values apart
     FsHandleEntry* next;
     FsPathNode node;  // a key's place in the order of paths, once it was wanted

@@ -23,6 +23,7 @@ using platform::WChar;
 
 struct StorageContext;
 struct FileHandle;
+struct ListPlace;
 struct StorageSearchStruct;
 
 // Bit 0 of the container's flags, as memory has them. kNotOpen, kInvalid on a null output.
@@ -62,6 +63,9 @@ Status StorageReadFile(FileHandle* file, void* buffer, uint32_t count, uint32_t*
 Status StorageWriteFile(FileHandle* file, const void* buffer, uint32_t count, uint32_t* done);
 Status StorageFindFirst(StorageContext* container, StorageSearchStruct* record, const WChar* path,
                         uint32_t attributeMask, int32_t flags);
+// Not in the table: what the library's own engine does besides. See storage/namespace/Listing.h.
+Status StorageNameAt(StorageContext* container, const WChar* pattern, uint32_t attributeMask,
+                     uint32_t index, ListPlace* place, platform::WStringView* name);
 // On kNoMore the search is closed as well.
 Status StorageFindNext(StorageContext* container, StorageSearchStruct* record);
 Status StorageFindClose(StorageContext* container, StorageSearchStruct* record);

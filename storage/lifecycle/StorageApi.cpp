@@ -9,6 +9,8 @@
 #include "storage/lifecycle/RunLock.h"
 #include "storage/lifecycle/Sharing.h"
 #include "storage/namespace/Handles.h"
+#include "storage/namespace/Listing.h"
+#include "storage/namespace/Objects.h"
 #include "storage/namespace/Operations.h"
 #include "storage/namespace/Search.h"
 #include "storage/namespace/Stream.h"
@@ -39,7 +41,9 @@ template <class Operation>
 Status OnOpenContainer(StorageContext* container, Operation operation) {
     return OnContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         const Status status = MakeUsable(container);
-        return status == kOk ? RunLocked(container, operation) : status;
+        if (status != kOk) return status;
+        EvictIdleObjects(container);
+        return RunLocked(container, operation);
     });
 }
 
@@ -199,6 +203,13 @@ Status StorageFindFirst(StorageContext* container, StorageSearchStruct* record, 
     return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
         if (record == nullptr || path == nullptr) return kInvalid;
         return FindFirst(container, record, path, attributeMask, static_cast<uint32_t>(flags));
+    });
+}
+
+Status StorageNameAt(StorageContext* container, const WChar* pattern, uint32_t attributeMask,
+                     uint32_t index, ListPlace* place, platform::WStringView* name) {
+    return OnOpenContainer(container, [&]() ZRFS_REQUIRES(container->containerLock) {
+        return NameAt(container, pattern, attributeMask, index, place, name);
     });
 }
 

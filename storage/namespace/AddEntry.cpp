@@ -4,6 +4,7 @@
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/namespace/Directory.h"
+#include "storage/namespace/EntryRecords.h"
 #include "storage/namespace/Objects.h"
 #include "storage/namespace/Records.h"
 
@@ -52,9 +53,10 @@ Status MakeObject(FileObject* directory, const DirectoryEntry& bytes, uint32_t n
                   FileObject** out, StorageTransaction* transaction) {
     StorageContext* context = directory->context;
     if (context->objects->fileObjects.Find(bytes.fileId) != nullptr) return Corrupt(context);
-    DirEntry* entry = static_cast<DirEntry*>(platform::HeapAllocateZeroed(sizeof(DirEntry)));
+    // A directory that grew to here may go on growing.
+    DirEntry* entry = NewDirEntry(context->objects, &directory->records,
+                                  directory->children.Count() < 64 ? 8 : 64);
     if (entry == nullptr) return kNoMemory;
-    entry->name = entry->shortName;
     entry->fileId = bytes.fileId;
     entry->flags = kNameComplete;
     entry->attributes = bytes.attributes;

@@ -96,7 +96,6 @@ Status CreateFileAt(StorageContext* context, const WChar* path, const FileAccess
     // The handle keeps the references on the directory and above.
     if (status == kOk) operation.parent.object = nullptr;
     operation.End(status);
-    EvictIdleObjects(context);
     return status;
 }
 
@@ -114,7 +113,6 @@ Status OpenFileAt(StorageContext* context, const WChar* path, const FileAccess& 
         status = OpenObject(resolved.object, access, {}, file);
         if (status != kOk) ReleaseObjectChain(resolved.object);
     }
-    EvictIdleObjects(context);
     return status;
 }
 

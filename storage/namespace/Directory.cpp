@@ -2,6 +2,7 @@
 
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
+#include "storage/namespace/EntryRecords.h"
 #include "storage/namespace/Membership.h"
 #include "storage/namespace/Objects.h"
 #include "storage/namespace/Records.h"
@@ -11,9 +12,7 @@ namespace storage {
 namespace {
 
 void FillEntry(DirEntry* entry, const DirectoryEntry& bytes, uint32_t number) {
-    if (entry->name != nullptr && entry->name != entry->shortName)
-        platform::HeapRelease(entry->name);
-    entry->name = entry->shortName;
+    SetLongName(entry, nullptr, 0);
     entry->nameLength = bytes.nameLength;
     entry->nameUnits = bytes.nameLength < kEntryNameUnits ? bytes.nameLength : kEntryNameUnits;
     std::memcpy(entry->shortName, bytes.name, sizeof bytes.name);
@@ -35,13 +34,14 @@ DirEntry* AdoptOrphan(FileObject* directory, const DirectoryEntry& bytes) {
     return live->entry;
 }
 
-Status LoadEntry(FileObject* directory, const DirectoryEntry& bytes, uint32_t number) {
+Status LoadEntry(FileObject* directory, const DirectoryEntry& bytes, uint32_t number,
+                 uint32_t expected) {
     if (bytes.fileId == 0) return directory->freeEntries.Add(number) ? kOk : kNoMemory;
     if (bytes.headerPage == 0) return Corrupt(directory->context);
-    if (!directory->children.Reserve(directory->children.Count() + 1)) return kNoMemory;
+    if (!directory->children.ReserveOne()) return kNoMemory;
     DirEntry* entry = AdoptOrphan(directory, bytes);
     if (entry == nullptr)
-        entry = static_cast<DirEntry*>(platform::HeapAllocateZeroed(sizeof(DirEntry)));
+        entry = NewDirEntry(directory->context->objects, &directory->records, expected);
     if (entry == nullptr) return kNoMemory;
     FillEntry(entry, bytes, number);
     entry->flags |= kEntryListed;
@@ -50,9 +50,12 @@ Status LoadEntry(FileObject* directory, const DirectoryEntry& bytes, uint32_t nu
 }
 
 Status LoadEntries(FileObject* directory, const uint8_t* bytes, uint32_t count, uint32_t first) {
+    uint32_t used = 0;
+    for (uint32_t i = 0; i < count; ++i)
+        if (LoadU32(bytes, i * kEntrySize + offsetof(DirectoryEntry, fileId)) != 0) ++used;
     for (uint32_t i = 0; i < count; ++i) {
         const Status status =
-            LoadEntry(directory, Load<DirectoryEntry>(bytes, i * kEntrySize), first + i);
+            LoadEntry(directory, Load<DirectoryEntry>(bytes, i * kEntrySize), first + i, used);
         if (status != kOk) return status;
     }
     return kOk;

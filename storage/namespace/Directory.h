@@ -32,6 +32,10 @@ Status LoadFullName(FileObject* directory, DirEntry* entry, StorageTransaction* 
 // Which of two records of a directory comes first as far as their names are known: complete names
 // by the case rule; others by their first 22 units, then the greater id first. Three-way.
 int CompareEntries(const DirEntry* a, const DirEntry* b, bool caseSensitive);
+// Tells those who remember a place in the list that it is another list now.
+inline void ListChanged(FileObject* directory) {
+    directory->listVersion = ++directory->context->objects->listVersions;
+}
 // Sorts the whole list by what is known of the names.
 void SortEntries(FileObject* directory);
 // Binary search in a loaded directory. *found tells whether `position` is the match or the place

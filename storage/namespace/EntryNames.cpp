@@ -2,6 +2,7 @@
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/namespace/Directory.h"
+#include "storage/namespace/EntryRecords.h"
 #include "storage/namespace/Objects.h"
 
 namespace storage {
@@ -129,10 +130,10 @@ Status WriteEntryName(FileObject* object, WStringView name, StorageTransaction* 
 
 // `text` is null for a short name, else its heap copy, owned from here on.
 void ReplaceName(DirEntry* entry, WStringView name, WChar* text) {
-    if (entry->name != entry->shortName) platform::HeapRelease(entry->name);
+    SetLongName(entry, nullptr, 0);
     const size_t first = name.size() < kEntryNameUnits ? name.size() : kEntryNameUnits;
     if (first != 0) std::memcpy(entry->shortName, name.data(), first * sizeof(WChar));
-    entry->name = text != nullptr ? text : entry->shortName;
+    if (text != nullptr) SetLongName(entry, text, static_cast<uint32_t>(name.size()));
     entry->nameUnits = entry->nameLength = static_cast<uint32_t>(name.size());
     entry->flags |= kNameComplete;
 }
@@ -177,8 +178,7 @@ Status LoadFullName(FileObject* directory, DirEntry* entry, StorageTransaction* 
         platform::HeapRelease(text);
         return status;
     }
-    entry->name = text;
-    entry->nameUnits = entry->nameLength;
+    SetLongName(entry, text, entry->nameLength);
     entry->flags |= kNameComplete;
     return kOk;
 }
@@ -195,7 +195,7 @@ Status SetEntryName(FileObject* object, WStringView name, bool force, bool touch
         return kOk;
     if (touch) status = TouchTimes(object, transaction);
     if (status != kOk) return status;
-    if (!directory->children.Reserve(directory->children.Count() + 1)) return kNoMemory;
+    if (!directory->children.ReserveOne()) return kNoMemory;
     WChar* text = nullptr;
     if (name.size() > kEntryNameUnits && (text = CopyName(name)) == nullptr) return kNoMemory;
     status = WriteEntryName(object, name, transaction);

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "storage/namespace/Directory.h"
+#include "storage/namespace/EntryRecords.h"
 
 namespace storage {
 
@@ -41,12 +42,11 @@ bool SharesFirstUnits(const DirEntry* a, const DirEntry* b, bool caseSensitive) 
 }
 
 // Back to the first 22 units, so that the names of a run are all complete or all incomplete.
-void ForgetTails(PointerList<DirEntry>& list, uint32_t first, uint32_t end) {
+void ForgetTails(const EntryList& list, uint32_t first, uint32_t end) {
     for (uint32_t i = first; i < end; ++i) {
         DirEntry* entry = list[i];
         if (entry->name == entry->shortName) continue;
-        platform::HeapRelease(entry->name);
-        entry->name = entry->shortName;
+        SetLongName(entry, nullptr, 0);
         entry->nameUnits = kEntryNameUnits;
         entry->flags &= ~kNameComplete;
     }
@@ -55,7 +55,7 @@ void ForgetTails(PointerList<DirEntry>& list, uint32_t first, uint32_t end) {
 // Reads the names around `position` that agree in their first 22 units and puts them in order.
 Status CompleteRun(FileObject* directory, uint32_t position, StorageTransaction* transaction) {
     const bool caseSensitive = directory->context->caseSensitive;
-    PointerList<DirEntry>& list = directory->children;
+    EntryList& list = directory->children;
     const DirEntry* middle = list[position];
     uint32_t first = position;
     uint32_t end = position + 1;
@@ -65,10 +65,10 @@ Status CompleteRun(FileObject* directory, uint32_t position, StorageTransaction*
     for (uint32_t i = first; i < end && status == kOk; ++i)
         status = LoadFullName(directory, list[i], transaction);
     if (status != kOk) ForgetTails(list, first, end);
-    std::sort(list.begin() + first, list.begin() + end,
-              [caseSensitive](const DirEntry* a, const DirEntry* b) {
-                  return CompareEntries(a, b, caseSensitive) < 0;
-              });
+    list.SortRun(first, end, [caseSensitive](const DirEntry* a, const DirEntry* b) {
+        return CompareEntries(a, b, caseSensitive) < 0;
+    });
+    ListChanged(directory);
     return status;
 }
 
@@ -82,10 +82,11 @@ Status EnsureOrder(FileObject* directory, StorageTransaction* transaction) {
 
 // Where the record itself stands, or the list's count.
 uint32_t PositionOf(FileObject* directory, const DirEntry* entry) {
-    const PointerList<DirEntry>& list = directory->children;
+    const EntryList& list = directory->children;
     const bool sensitive = (directory->flags & kSortedSensitive) != 0;
     uint32_t low = 0;
-    uint32_t high = list.Count();
+    uint32_t high = 0;
+    list.Range({entry->name, entry->nameUnits}, &low, &high);
     while (low < high) {
         const uint32_t mid = low + (high - low) / 2;
         if (CompareEntries(list[mid], entry, sensitive) < 0)
@@ -95,12 +96,12 @@ uint32_t PositionOf(FileObject* directory, const DirEntry* entry) {
     }
     for (; low < list.Count() && CompareEntries(list[low], entry, sensitive) == 0; ++low)
         if (list[low] == entry) return low;
-    const int64_t place = list.Find(const_cast<DirEntry*>(entry));
-    return place < 0 ? list.Count() : static_cast<uint32_t>(place);
+    for (low = 0; low < list.Count() && list[low] != entry;) ++low;
+    return low;
 }
 
 // Callers ask for one name again and again.
-inline bool IsAt(const PointerList<DirEntry>& list, uint32_t position, const WChar* text,
+inline bool IsAt(const EntryList& list, uint32_t position, const WChar* text,
                  uint32_t units, bool caseSensitive) {
     if (position >= list.Count()) return false;
     const DirEntry* entry = list[position];
@@ -133,9 +134,8 @@ void SortEntries(FileObject* directory) {
     const auto before = [caseSensitive](const DirEntry* a, const DirEntry* b) {
         return CompareEntries(a, b, caseSensitive) < 0;
     };
-    PointerList<DirEntry>& list = directory->children;
-    if (!std::is_sorted(list.begin(), list.end(), before))
-        std::sort(list.begin(), list.end(), before);
+    directory->children.Sort(caseSensitive, before);
+    ListChanged(directory);
     directory->lastFound = 0;
     directory->flags &= ~kSortedSensitive;
     if (caseSensitive) directory->flags |= kSortedSensitive;
@@ -148,7 +148,7 @@ Status FindEntry(FileObject* directory, WStringView name, bool* found, uint32_t*
     const Status status = EnsureOrder(directory, transaction);
     if (status != kOk) return status;
     const bool caseSensitive = directory->context->caseSensitive;
-    PointerList<DirEntry>& list = directory->children;
+    const EntryList& list = directory->children;
     const WChar* text = name.data();
     const uint32_t units = static_cast<uint32_t>(name.size());
     if (IsAt(list, directory->lastFound, text, units, caseSensitive)) {
@@ -157,7 +157,9 @@ Status FindEntry(FileObject* directory, WStringView name, bool* found, uint32_t*
         return kOk;
     }
     uint32_t low = 0;
-    for (uint32_t high = list.Count(); low < high;) {
+    uint32_t high = 0;
+    list.Range(name, &low, &high);
+    while (low < high) {
         const uint32_t mid = low + (high - low) / 2;
         const DirEntry* element = list[mid];
         // An incomplete name goes on behind its 22 units, so that it is greater than a key of 22.
@@ -190,7 +192,8 @@ Status SortDirectory(FileObject* directory, StorageTransaction* transaction) {
         return kOk;
     bool anyRead = sortedSensitive != directory->context->caseSensitive;
     Status status = kOk;
-    for (DirEntry* entry : directory->children) {
+    for (uint32_t i = 0; i < directory->children.Count(); ++i) {
+        DirEntry* entry = directory->children[i];
         if (IsComplete(entry)) continue;
         anyRead = true;
         status = LoadFullName(directory, entry, transaction);
@@ -210,6 +213,7 @@ Status InsertEntry(FileObject* directory, DirEntry* entry, StorageTransaction* t
     if (status != kOk) return status;
     if (!directory->children.Insert(position, entry)) return kNoMemory;
     entry->flags |= kEntryListed;
+    ListChanged(directory);
     return kOk;
 }
 
@@ -218,6 +222,7 @@ void RemoveEntry(FileObject* directory, DirEntry* entry) {
     entry->flags &= ~kEntryListed;
     const uint32_t position = PositionOf(directory, entry);
     if (position < directory->children.Count()) directory->children.RemoveAt(position);
+    ListChanged(directory);
 }
 
 }  // namespace storage

@@ -11,6 +11,8 @@
 #include "storage/core/ItemList.h"
 #include "storage/core/List.h"
 #include "storage/core/Transaction.h"
+#include "storage/namespace/EntryList.h"
+#include "storage/namespace/MemoryLimits.h"
 
 namespace storage {
 
@@ -20,29 +22,7 @@ struct FindContext;
 struct StorageSearchStruct;
 
 inline constexpr uint64_t kUnknownSize = 0xFFFFFFFFFFFFFFFF;
-inline constexpr uint32_t kIdleObjectLimit = 128;
 
-// One used entry of a directory in memory. Owned by the directory's list, or by its object while
-// it is in none (after a roll back, until the directory is loaded again).
-struct DirEntry {
-    // What a look-up compares stands together at the front, for a search by halves comes to most
-    // records cold.
-    WChar* name;         // the first 22 units, or the whole name; not zero-terminated
-    uint32_t nameUnits;  // units at `name`
-    uint32_t flags;
-    WChar shortName[kEntryNameUnits];  // `name` points here for short names, else to the heap
-    uint32_t nameLength;               // units of the whole name
-    uint32_t fileId;
-    uint32_t attributes;
-    uint32_t entry;       // place over the whole chain of EntryPages
-    uint32_t headerPage;  // as on disk; kept so that a look-up needs no page
-    FileObject* object;   // while the child has one
-};
-enum DirEntryFlag : uint32_t {
-    kNameComplete = 2,
-    kEntryDetached = 4,  // in no list: the object owns the record
-    kEntryListed = 8,    // in its directory's list
-};
 
 // Text of its own that keeps its room; storage/namespace/TextBuffer.h works on it.
 struct TextBuffer {
@@ -59,6 +39,7 @@ enum ObjectFlag : uint32_t {
     kEntriesLoaded = 0x40,
     kNamesSorted = 0x80,  // every name complete, the list in full order
     kObjectIdle = 0x200,
+    kIdleDirectory = 0x400,  // idle among the directories that hold memory
     kPageListComplete = 0x800,
     kSortedSensitive = 0x1000,   // the list is in case-sensitive order
     kDirectoryChanged = 0x2000,  // list, pages or free entries differ from before the transaction
@@ -99,9 +80,13 @@ struct FileObject {
     int32_t references;
     StorageTransaction* transaction;
 
+    uint64_t lastUsed;  // the operation that left it idle, as ObjectState counts them
+
     // Directory.
-    PointerList<DirEntry> children;  // sorted
-    uint32_t lastFound;              // where in `children` the last look-up ended; a guess
+    EntryPool records;     // the memory of `children`
+    EntryList children;    // sorted
+    uint64_t listVersion;  // a new one, never used before, with each change of `children`
+    uint32_t lastFound;    // where in `children` the last look-up ended; a guess
     NumberList directoryPages;       // in chain order
     NumberList freeEntries;          // taken from the front, added behind
     FileObject* orphanPrev;
@@ -216,6 +201,11 @@ struct ObjectState {
     DirEntry* rootRecord = nullptr;
     HashTable<FileObject, &FileObject::fileId, &FileObject::hashNext> fileObjects;
     List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idle;  // newest first
+    List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idleDirectories;  // the same
+    uint32_t idleCount = 0;    // in `idle`
+    uint64_t entryBytes = 0;   // of directory records and lists
+    uint64_t operations = 0;   // counted as they begin
+    uint64_t listVersions = 0;
     List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;       // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;
     BlockPool blocks;

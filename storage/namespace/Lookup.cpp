@@ -90,6 +90,7 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
     FileObject* directory = nullptr;
     if (hint->epoch == state->paths.epoch) directory = state->fileObjects.Find(hint->fileId);
     if (directory == nullptr) {
+        EvictIdleObjects(context);
         ResolvedPath resolved;
         if (ResolvePath(context, path, false, false, true, &resolved, nullptr) != kOk)
             return nullptr;
@@ -99,13 +100,19 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
         if (resolved.storage != nullptr) return nullptr;
         *hint = {directory->fileId, state->paths.epoch};
     }
+    directory->lastUsed = state->operations;
     return IsPlainDirectory(directory) ? directory : nullptr;
 }
 
 FileObject* FindLoadedDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
     FileObject* directory = FindDirectory(context, path, hint);
     if (directory == nullptr || (directory->flags & kEntriesLoaded) != 0) return directory;
-    return LoadDirectory(directory, nullptr) == kOk ? directory : nullptr;
+    AddReference(directory);
+    LeaveIdle(directory);  // it comes back among those that hold memory
+    const Status status = LoadDirectory(directory, nullptr);
+    --directory->references;
+    SettleObject(directory);
+    return status == kOk ? directory : nullptr;
 }
 
 bool DirectoryListing::Next(uint32_t attributeMask, platform::WStringView* name) {

@@ -1,6 +1,7 @@
 #include "storage/namespace/Membership.h"
 
 #include "storage/namespace/Directory.h"
+#include "storage/namespace/EntryRecords.h"
 #include "storage/namespace/Objects.h"
 #include "storage/namespace/Stream.h"
 
@@ -90,7 +91,8 @@ void DropEntries(FileObject* directory) {
         if (entry->object->references == 0 && entry->object->transaction == nullptr)
             DestroyObject(entry->object);
     }
-    directory->children.Clear();
+    directory->children.Reset();
+    LeaveSlabs(&directory->records);
     directory->directoryPages.Clear();
     directory->freeEntries.Clear();
     directory->flags &= ~(kEntriesLoaded | kNamesSorted);

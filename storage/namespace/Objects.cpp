@@ -3,6 +3,7 @@
 #include <new>
 
 #include "storage/core/PageCache.h"
+#include "storage/namespace/EntryRecords.h"
 #include "storage/namespace/Membership.h"
 #include "storage/namespace/Search.h"
 #include "storage/namespace/Stream.h"
@@ -64,6 +65,8 @@ void InitialiseObject(FileObject* object) {
     object->orphanPrev = object->orphanNext = nullptr;
     object->orphans = {};
     object->lastFound = 0;
+    object->listVersion = 0;
+    object->lastUsed = 0;
     object->size = kUnknownSize;
     object->streamEnd = kUnknownSize;
     object->listCount = 0;
@@ -107,14 +110,14 @@ void FreeObject(FileObject* object) {
     }
     platform::HeapRelease(object->linkTarget);
     object->linkTarget = nullptr;
+    LeaveSlabs(&object->records);
     RecycleObject(state, object);
 }
 
 // Takes records off the object's lists until one with an object turns up; null when none is left.
 FileObject* TakeChildObject(FileObject* object) {
     while (!object->children.Empty()) {
-        DirEntry* entry = object->children.Last();
-        object->children.Truncate(object->children.Count() - 1);
+        DirEntry* entry = object->children.TakeLast();
         if (entry->object == nullptr) {
             DestroyDirEntry(entry);
             continue;
@@ -132,6 +135,10 @@ void FreeSearch(FindContext* search) {
     ReleaseText(&search->name);
     ReleaseText(&search->fullName);
     platform::HeapRelease(search);
+}
+
+uint64_t HeldBytes(const ObjectState* state) {
+    return state->entryBytes + uint64_t{state->fileObjects.Count()} * sizeof(FileObject);
 }
 
 void DestroyObjects(ObjectState* state) {
@@ -194,6 +201,7 @@ void ClearObjectState(StorageContext* context) {
 void ForgetObjects(StorageContext* context) {
     ObjectState* state = context->objects;
     while (state->idle.tail != nullptr) DestroyObject(state->idle.tail);
+    while (state->idleDirectories.tail != nullptr) DestroyObject(state->idleDirectories.tail);
     state->fileObjects.ForEach([](FileObject* object) {
         DropEntries(object);
         DropStreamState(object);
@@ -203,9 +211,8 @@ void ForgetObjects(StorageContext* context) {
 
 Status CreateRootObject(StorageContext* context) {
     const DirectoryEntry& bytes = context->Super()->rootEntry;
-    DirEntry* entry = static_cast<DirEntry*>(platform::HeapAllocateZeroed(sizeof(DirEntry)));
+    DirEntry* entry = NewDirEntry(context->objects, nullptr, 1);
     if (entry == nullptr) return kNoMemory;
-    entry->name = entry->shortName;
     entry->fileId = bytes.fileId;
     entry->flags = kNameComplete | kEntryDetached;  // it stands in no directory
     entry->attributes = bytes.attributes;
@@ -228,6 +235,7 @@ FileObject* CreateObject(StorageContext* context, FileObject* parent, DirEntry* 
     if (object == nullptr) return nullptr;
     InitialiseObject(object);
     object->context = context;
+    object->children.CountIn(&state->entryBytes);
     object->fileId = entry->fileId;
     if (!state->fileObjects.Insert(object)) {
         RecycleObject(state, object);
@@ -258,23 +266,32 @@ void DestroyObject(FileObject* top) {
     }
 }
 
-void DestroyDirEntry(DirEntry* entry) {
-    if (entry->name != entry->shortName) platform::HeapRelease(entry->name);
-    platform::HeapRelease(entry);
-}
-
 void LeaveIdle(FileObject* object) {
     if ((object->flags & kObjectIdle) == 0) return;
-    object->context->objects->idle.Remove(object);
-    object->flags &= ~kObjectIdle;
+    ObjectState* state = object->context->objects;
+    if ((object->flags & kIdleDirectory) != 0) {
+        state->idleDirectories.Remove(object);
+    } else {
+        state->idle.Remove(object);
+        --state->idleCount;
+    }
+    object->flags &= ~(kObjectIdle | kIdleDirectory);
 }
 
 void SettleObject(FileObject* object) {
     if (object->references > 0 || object->transaction != nullptr ||
         (object->flags & kObjectIdle) != 0)
         return;
-    object->context->objects->idle.PushFront(object);
+    ObjectState* state = object->context->objects;
     object->flags |= kObjectIdle;
+    object->lastUsed = state->operations;
+    if ((object->flags & kEntriesLoaded) != 0 || !object->orphans.Empty()) {
+        object->flags |= kIdleDirectory;
+        state->idleDirectories.PushFront(object);
+    } else {
+        state->idle.PushFront(object);
+        ++state->idleCount;
+    }
 }
 
 void ReleaseObjectChain(FileObject* object) {
@@ -286,9 +303,17 @@ void ReleaseObjectChain(FileObject* object) {
 
 void EvictIdleObjects(StorageContext* context) {
     ObjectState* state = context->objects;
-    while (state->fileObjects.Count() > kIdleObjectLimit) {
-        FileObject* oldest = state->idle.tail;
-        if (oldest == nullptr || !oldest->children.Empty() || !oldest->orphans.Empty()) return;
+    ++state->operations;
+    if (state->idleCount <= kIdleObjectLimit && HeldBytes(state) <= g_memoryLimits.directoryBytes) return;
+    // What a transaction has need not be held by anybody else, nor what is above it.
+    for (const StorageTransaction* on = context->transactions.head; on != nullptr; on = on->next)
+        if (!on->objects.Empty()) return;
+    while (state->idleCount > kIdleObjectLimit) DestroyObject(state->idle.tail);
+    while (HeldBytes(state) > g_memoryLimits.directoryBytes) {
+        FileObject* oldest = state->idleDirectories.tail;
+        if (oldest == nullptr ||
+            state->operations - oldest->lastUsed <= g_memoryLimits.recentOperations)
+            return;
         DestroyObject(oldest);
     }
 }

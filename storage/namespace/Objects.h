@@ -23,7 +23,6 @@ FileObject* CreateObject(StorageContext* context, FileObject* parent, DirEntry* 
                          uint32_t headerPage);
 // Takes the object and all below it out of memory, whoever refers to it.
 void DestroyObject(FileObject* object);
-void DestroyDirEntry(DirEntry* entry);
 
 inline void AddReference(FileObject* object) {
     ++object->references;
@@ -34,7 +33,8 @@ void LeaveIdle(FileObject* object);
 void SettleObject(FileObject* object);
 // Takes one reference off the object and each of its ancestors. Null is ignored.
 void ReleaseObjectChain(FileObject* object);
-// Destroys idle objects, oldest first, while there are too many objects.
+// For the begin of an operation: destroys idle objects, oldest first, while memory holds too much
+// of them, with all below.
 void EvictIdleObjects(StorageContext* context);
 
 // The object becomes part of the transaction, and a roll back will restore it. kSharing when

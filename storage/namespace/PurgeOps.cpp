@@ -172,9 +172,10 @@ namespace {
 
 // Nothing but files that nobody has open.
 bool HoldsFilesAtRest(FileObject* directory) {
-    for (const DirEntry* entry : directory->children)
-        if (entry->attributes != kAttrFile ||
-            (entry->object != nullptr && entry->object->references != 0))
+    const EntryList& list = directory->children;
+    for (uint32_t i = 0; i < list.Count(); ++i)
+        if (list[i]->attributes != kAttrFile ||
+            (list[i]->object != nullptr && list[i]->object->references != 0))
             return false;
     return true;
 }

@@ -139,12 +139,11 @@ Status PutFileAt(StorageContext* context, const WChar* path, const FileContent& 
     if (!context->MayChange() || uint64_t{content.headBytes} + content.bytes > kMostPutBytes - 32)
         return kNotPlain;
     const Padded padded(content);
+    EvictIdleObjects(context);
     ParentOperation operation(context);
     Status status = operation.Begin(path, true);
     if (status == kOk) status = Put(&operation, padded, aside, hasAside);
-    status = operation.End(status);
-    EvictIdleObjects(context);
-    return status;
+    return operation.End(status);
 }
 
 }  // namespace storage

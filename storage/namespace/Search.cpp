@@ -25,7 +25,7 @@ void ClearStrings(StorageSearchStruct* record) {
 
 // Notes the entry that is next, or that there is none. kNoMemory.
 Status SavePlace(FindContext* search, int32_t position) {
-    const PointerList<DirEntry>& list = search->directory->children;
+    const EntryList& list = search->directory->children;
     search->position = position;
     search->savedId = 0;
     search->hasSavedName = false;
@@ -45,7 +45,7 @@ Status RestorePlace(FindContext* search, DirEntry** entry) {
     Status status = LoadDirectory(directory, search->transaction);
     if (status == kOk) status = SortDirectory(directory, search->transaction);
     if (status != kOk) return status;
-    const PointerList<DirEntry>& list = directory->children;
+    const EntryList& list = directory->children;
     if (search->position >= 0 && static_cast<uint32_t>(search->position) < list.Count()) {
         DirEntry* here = list[static_cast<uint32_t>(search->position)];
         if (here->fileId == search->savedId) {
@@ -124,7 +124,7 @@ Status NextMatch(FindContext* search, StorageSearchStruct* record) {
     DirEntry* restored = nullptr;
     const Status status = RestorePlace(search, &restored);
     if (status != kOk) return status;
-    const PointerList<DirEntry>& list = search->directory->children;
+    const EntryList& list = search->directory->children;
     for (;; ++search->position) {
         DirEntry* entry = nullptr;
         if (search->position >= 0) {

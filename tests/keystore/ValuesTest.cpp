@@ -1,8 +1,10 @@
 // Values: set, read, replaced, deleted, listed; and values that share a name with a subkey.
 #include <algorithm>
+#include <random>
 
 #include "FS_Library_DLL/FsBrackenTarnImpl.h"
 #include "storage/StorageApi.h"
+#include "storage/namespace/MemoryLimits.h"
 #include "tests/keystore/TestStore.h"
 
 namespace keystore {
@@ -160,6 +162,79 @@ TEST_F(Values, AreListedOneByOne) {
     EXPECT_EQ(FBR_EnumIntFileEx(key, 2, nullptr, store.handle), FSSTATUS_SUCCESS);
     EXPECT_EQ(FBR_EnumIntFileEx(0, 0, &name, store.handle), FSSTATUS_INVALID_PARAMETER);
     EXPECT_EQ(FBR_EnumIntFileEx(5, 0, &name, store.handle), FSSTATUS_FAILED);
+}
+
+// A key remembers where the last look by number ended. Whatever happens in between, by this store
+// or by another one, the next look tells the state of then.
+TEST_F(Values, AreListedByNumberBesideChanges) {
+    const storage::MemoryLimits before = storage::g_memoryLimits;
+    const auto at = [&](FBR_KEY of, auto enumerate, uint32_t index) {
+        WChar* name = nullptr;
+        const FBR_STATUS status = enumerate(of, index, &name, store.handle);
+        WString text = name != nullptr ? name : WTEXT("(none)");
+        FBR_Release(name);
+        EXPECT_EQ(status, name != nullptr ? FSSTATUS_SUCCESS : FSSTATUS_NO_MORE_ENTRIES);
+        return text;
+    };
+    const auto expectSame = [&](FBR_KEY of, auto enumerate, const std::vector<WString>& names,
+                                uint32_t index) {
+        EXPECT_EQ(at(of, enumerate, index),
+                  index < names.size() ? names[index] : WString(WTEXT("(none)")));
+    };
+    std::mt19937 random(7);
+    const auto name = [&](WChar first) {
+        return WString(1, first) + WString(random() % 2 * 25, 'n') +
+               WString(1, static_cast<WChar>('a' + random() % 26)) +
+               WString(1, static_cast<WChar>('a' + random() % 26));
+    };
+    for (int i = 0; i < 40; ++i) store.Set(key, name('v'), {1});
+    for (int i = 0; i < 20; ++i) store.Make(name('k'), key);
+    const FBR_KEY other = store.Make(WTEXT("other"));
+    for (int i = 0; i < 20; ++i) store.Set(other, name('o'), {1});
+    uint32_t index = 0;
+    for (int step = 0; step < 600; ++step) {
+        const auto values = store.Values(key);
+        const auto keys = store.Keys(key);
+        expectSame(key, FBR_EnumIntFileEx, values, index % 45);
+        expectSame(key, FBR_EnumIntDirEx, keys, index % 25);
+        expectSame(other, FBR_EnumIntFileEx, store.Values(other), index % 22);
+        storage::g_memoryLimits = step % 3 == 0 ? storage::MemoryLimits{0, 0} : before;
+        index = random() % 5 == 0 ? random() : index + 1;
+        switch (random() % 8) {
+            case 0:
+                store.Set(key, name('v'), {1});
+                break;
+            case 1:
+                if (!values.empty())
+                    FBR_DeleteValue(key, values[random() % values.size()].c_str(), store.handle);
+                break;
+            case 2:
+                store.Make(name('k'), key);
+                break;
+            case 3:
+                if (const FBR_KEY gone = keys.empty() ? 0 : store.Open(keys[0], key)) {
+                    FBR_DeleteDirEx(gone, store.handle);
+                    FBR_CloseDirEx(gone, store.handle);
+                }
+                break;
+            case 4: {
+                ASSERT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+                Store second(path);
+                ASSERT_EQ(second.Lock(), FSSTATUS_SUCCESS);
+                second.Set(second.Open(store.FullName(key)), name('v'), {1});
+                ASSERT_EQ(second.Unlock(), FSSTATUS_SUCCESS);
+                expectSame(key, FBR_EnumIntFileEx, store.Values(key), index % 45);
+                ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+                break;
+            }
+            case 5:
+                ASSERT_EQ(FBR_RenameDirEx(key, name('r').c_str(), store.handle), FSSTATUS_SUCCESS);
+                break;
+            default:
+                break;
+        }
+    }
+    storage::g_memoryLimits = before;
 }
 
 TEST_F(Values, ListingsAddToTheVector) {

@@ -3,6 +3,8 @@
 
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/Files.h"
@@ -55,38 +57,56 @@ void Export(Cli& cli, const StoreName& name, const Arguments& args) {
     file.Finish();
 }
 
-Document ReadDocument(const std::string& bytes, const std::string& format) {
+void ReadRecords(const std::string& bytes, const std::string& format, const OnRecord& take) {
     const size_t first = bytes.find_first_not_of("\xEF\xBB\xBF \t\r\n");
     const bool looksLikeJson = first != std::string::npos && bytes[first] == '{';
     const bool json = format.empty() ? looksLikeJson : format == "jsonl";
-    return json ? ReadJsonLines(bytes) : ReadReg(bytes);
+    json ? ReadJsonLines(bytes, take) : ReadReg(bytes, take);
 }
 
 [[noreturn]] void ThrowAtLine(const std::string& file, uint64_t line, const std::string& text) {
     throw std::runtime_error(fmt::format("{}:{}: {}", file, line, text));
 }
 
-// Takes `prefix` off each key; names compare as the store compares them.
-void TakePrefixOff(Document& document, const WString& prefix, const std::string& file) {
-    if (prefix.empty()) return;
-    std::vector<WString> full = document.keys;
-    for (const Record& record : document.records) {
-        const WString& path = full[record.key];
-        const bool begins =
-            path.size() >= prefix.size() &&
-            platform::CompareFolded(WStringView(path).substr(0, prefix.size()), prefix) == 0;
-        const bool below = begins && (path.size() == prefix.size() || path[prefix.size()] == '\\');
-        if (!below) {
-            ThrowAtLine(
-                file, record.line,
-                fmt::format("expected a key below {}, not {}", Printable(prefix), Printable(path)));
-        }
-        document.keys[record.key] = path.substr(std::min(prefix.size() + 1, path.size()));
+// What an import takes in. A million records in memory are several times the file: they are read
+// twice instead.
+struct Input {
+    std::string file;
+    std::string bytes;
+    std::string format;
+    WString prefix;
+    uint64_t records = 0;
+};
+
+// Does the path begin with the prefix, as a store compares names?
+bool IsBelow(const WString& path, const WString& prefix) {
+    const bool begins =
+        path.size() >= prefix.size() &&
+        platform::CompareFolded(WStringView(path).substr(0, prefix.size()), prefix) == 0;
+    return prefix.empty() ||
+           (begins && (path.size() == prefix.size() || path[prefix.size()] == '\\'));
+}
+
+// The path of each record without the prefix.
+void CheckRecords(Input& input) {
+    std::optional<std::pair<uint64_t, WString>> outside;
+    const auto check = [&](const WString& key, Record& record) {
+        ++input.records;
+        if (!outside && !IsBelow(key, input.prefix)) outside.emplace(record.line, key);
+    };
+    try {
+        ReadRecords(input.bytes, input.format, check);
+    } catch (const FormatError& error) {
+        ThrowAtLine(input.file, error.Line(), error.what());
+    }
+    if (outside) {
+        ThrowAtLine(input.file, outside->first,
+                    fmt::format("expected a key below {}, not {}", Printable(input.prefix),
+                                Printable(outside->second)));
     }
 }
 
-void Apply(const Document& document, const Record& record, TreeWriter& writer) {
-    const WString& path = document.keys[record.key];
+void Apply(const WStringView path, const Record& record, TreeWriter& writer) {
     switch (record.kind) {
         case Record::Kind::kKey:
             writer.Key(path);
@@ -105,41 +125,37 @@ void Apply(const Document& document, const Record& record, TreeWriter& writer) {
     }
 }
 
-void ApplyAll(const Document& document, const Store& store, const std::string& file) {
+void ApplyAll(const Input& input, const Store& store) {
     const WriteLock lock(store);
     const InterruptGuard guard;
-    Progress progress("Importing:", document.records.size());
+    Progress progress("Importing:", input.records);
     TreeWriter writer(store);
     const auto stands = [&writer] {
         return writer.Done() + "; the rest of the file was not applied";
     };
-    for (const Record& record : document.records) {
+    const size_t cut = input.prefix.empty() ? 0 : input.prefix.size() + 1;
+    ReadRecords(input.bytes, input.format, [&](const WString& key, Record& record) {
         try {
             StopIfInterrupted();
-            Apply(document, record, writer);
+            Apply(WStringView(key).substr(std::min(cut, key.size())), record, writer);
         } catch (const StoreError& error) {
-            ThrowAtLine(file, record.line, fmt::format("{}; {}", error.what(), stands()));
+            ThrowAtLine(input.file, record.line, fmt::format("{}; {}", error.what(), stands()));
         } catch (const Interrupted&) {
             progress.Clear();
-            throw Interrupted(fmt::format("{}:{}: stopped; {}", file, record.line, stands()));
+            throw Interrupted(
+                fmt::format("{}:{}: stopped; {}", input.file, record.line, stands()));
         }
         progress.Step();
-    }
+    });
 }
 
 // The file is read and understood whole before the store is touched.
 void Import(const StoreName& name, const Arguments& args) {
-    const WString prefix = KeyArgument(args.prefix);
-    Document document;
-    try {
-        document = ReadDocument(ReadInput(args.file), args.format);
-    } catch (const FormatError& error) {
-        ThrowAtLine(args.file, error.Line(), error.what());
-    }
-    TakePrefixOff(document, prefix, args.file);
-
+    Input input{args.file, {}, args.format, KeyArgument(args.prefix)};
+    input.bytes = ReadInput(args.file);
+    CheckRecords(input);
     Store store(name, Store::IfMissing::kCreate);
-    ApplyAll(document, store, args.file);
+    ApplyAll(input, store);
     store.Close();
 }
 

@@ -153,7 +153,13 @@ std::optional<WString> KeyOf(const WString& text) {
     return text.substr(1);
 }
 
-void AppendRecord(Document& document, LineReader& line, uint64_t number) {
+// The key of the line before, and how many there were; one that comes back later counts anew.
+struct Keys {
+    WString last;
+    uint32_t count = 0;
+};
+
+void TakeRecord(Keys& keys, LineReader& line, uint64_t number, const OnRecord& take) {
     const bool isValue = line.name || line.type || line.data;
     if (!line.key) line.Expected("a \"key\" in every line");
     if (isValue && !(line.name && line.type && line.data)) {
@@ -165,19 +171,20 @@ void AppendRecord(Document& document, LineReader& line, uint64_t number) {
     auto key = KeyOf(*line.key);
     if (!key) line.Expected("\"\" for the root or a key like \"\\\\a\\\\b\"");
 
-    if (document.keys.empty() || document.keys.back() != *key) {
-        document.keys.push_back(std::move(*key));
+    if (keys.count == 0 || keys.last != *key) {
+        keys.last = std::move(*key);
+        ++keys.count;
     }
     Record record;
     record.kind = isValue ? Record::Kind::kValue : Record::Kind::kKey;
     record.line = number;
-    record.key = static_cast<uint32_t>(document.keys.size() - 1);
+    record.key = keys.count - 1;
     if (isValue) {
         record.name = std::move(*line.name);
         record.type = *line.type;
         record.data = std::move(*line.data);
     }
-    document.records.push_back(std::move(record));
+    take(keys.last, record);
 }
 
 }  // namespace
@@ -224,9 +231,9 @@ void JsonLinesWriter::Value(WStringView name, uint32_t type, const Bytes& data) 
     out_ << line << "\"}\n";
 }
 
-Document ReadJsonLines(std::string_view bytes) {
+void ReadJsonLines(std::string_view bytes, const OnRecord& take) {
     if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
-    Document document;
+    Keys keys;
     for (uint64_t number = 1; !bytes.empty(); ++number) {
         const size_t end = std::min(bytes.find('\n'), bytes.size());
         std::string_view text = bytes.substr(0, end);
@@ -235,9 +242,12 @@ Document ReadJsonLines(std::string_view bytes) {
         if (text.find_first_not_of(" \t") == text.npos) continue;
         LineReader line(text, number);
         line.Read();
-        AppendRecord(document, line, number);
+        TakeRecord(keys, line, number, take);
     }
-    return document;
+}
+
+Document ReadJsonLines(std::string_view bytes) {
+    return Gather([bytes](const OnRecord& take) { ReadJsonLines(bytes, take); });
 }
 
 }  // namespace fbr

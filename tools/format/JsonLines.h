@@ -29,8 +29,11 @@ class JsonLinesWriter : public RecordSink {
     std::string key_;  // the start of a line: the key member of the key given last
 };
 
-// The whole of `bytes`, with or without a byte-order mark, as a document. Throws FormatError at
-// the first line that cannot be read. Time and memory are in proportion to the size of `bytes`.
+// Gives `take` the records of `bytes`, with or without a byte-order mark, one by one. Throws
+// FormatError at the first line that cannot be read. Time is in proportion to the size of `bytes`,
+// memory to that of the longest line.
+void ReadJsonLines(std::string_view bytes, const OnRecord& take);
+// All of them together.
 Document ReadJsonLines(std::string_view bytes);
 
 // Appends `text` as a JSON string with its quotes.

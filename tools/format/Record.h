@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -32,19 +33,33 @@ struct Record {
     enum class Kind : uint8_t { kKey, kValue, kDeleteKey, kDeleteValue };
 
     Kind kind = Kind::kKey;
-    uint32_t key = 0;   // index into Document::keys
+    uint32_t key = 0;   // which of the file's keys; index into Document::keys
     uint32_t type = 0;  // of a value
     uint64_t line = 0;  // where it stands in the file, from 1
     platform::WString name;
     Bytes data;
 };
 
-// A file read whole. Keys are paths from the root: names joined by backslashes, none in front;
-// the root is the empty string.
+// Is given each record of a file, with the path of its key, as the file is read. Paths are from the
+// root: names joined by backslashes, none in front; the root is the empty string.
+using OnRecord = std::function<void(const platform::WString& key, Record& record)>;
+
+// A file read whole.
 struct Document {
     std::vector<platform::WString> keys;
     std::vector<Record> records;
 };
+
+// What `read`, which takes an OnRecord, reads.
+template <typename Read>
+Document Gather(Read read) {
+    Document document;
+    read([&document](const platform::WString& key, Record& record) {
+        if (record.key == document.keys.size()) document.keys.push_back(key);
+        document.records.push_back(std::move(record));
+    });
+    return document;
+}
 
 // Takes the content of a store in order: each key before its values, each parent before its
 // children. Key paths are as in Document.

@@ -35,12 +35,16 @@ bool IsText(uint32_t type) {
 // leaves the position behind it.
 class Reader {
   public:
-    explicit Reader(WString text) : text_(std::move(text)) {}
+    Reader(std::string_view bytes, const OnRecord& take)
+        : decoder_(bytes, [](std::string_view file) { return file.starts_with(kHeader4); }),
+          take_(take) {}
 
-    Document Read() {
+    void Read() {
         ReadHeader();
-        while (!AtEnd()) ReadLine();
-        return std::move(document_);
+        while (!AtEnd()) {
+            DropLinesRead();
+            ReadLine();
+        }
     }
 
   private:
@@ -48,9 +52,15 @@ class Reader {
         throw FormatError(line_, std::string(what));
     }
 
-    bool AtEnd() const { return position_ >= text_.size(); }
+    bool AtEnd() { return position_ >= text_.size() && !decoder_.More(text_); }
+    // What stands before the position is not looked at again from a line's begin on.
+    void DropLinesRead() {
+        if (position_ < kDropUnits) return;
+        text_.erase(0, position_);
+        position_ = 0;
+    }
     // The unit at the position; a line end at the end of the file.
-    WChar Peek() const { return AtEnd() ? WChar{'\n'} : text_[position_]; }
+    WChar Peek() { return AtEnd() ? WChar{'\n'} : text_[position_]; }
     bool Take(WChar unit) {
         if (AtEnd() || text_[position_] != unit) return false;
         ++position_;
@@ -80,17 +90,23 @@ class Reader {
     void ReadBytes(Bytes& data);
     bool ContinueBytes();
 
-    const WString text_;
+    static constexpr size_t kDropUnits = 32 * 1024;
+
+    TextDecoder decoder_;
+    const OnRecord& take_;
+    WString text_;  // decoded, from a line's begin on
     size_t position_ = 0;
     uint64_t line_ = 1;
     bool ansi_ = false;   // a REGEDIT4 file
     bool inKey_ = false;  // values may follow
-    Document document_;
+    WString key_;         // the key read last
+    uint32_t keys_ = 0;
 };
 
 // The word in any case of its letters.
 bool Reader::TakeWord(std::string_view word) {
-    if (text_.size() - position_ < word.size()) return false;
+    while (text_.size() - position_ < word.size())
+        if (!decoder_.More(text_)) return false;
     for (size_t i = 0; i < word.size(); ++i) {
         if (platform::Fold(text_[position_ + i]) != static_cast<WChar>(word[i])) return false;
     }
@@ -114,7 +130,8 @@ void Reader::EndOfLine(std::string_view after) {
 }
 
 void Reader::ReadHeader() {
-    const size_t end = std::min(text_.find_first_of(WTEXT("\r\n")), text_.size());
+    SkipToLineEnd();
+    const size_t end = position_;
     WStringView first = WStringView(text_).substr(0, end);
     while (!first.empty() && IsBlank(first.back())) first.remove_suffix(1);
     const std::string header = Utf8(first);
@@ -122,7 +139,6 @@ void Reader::ReadHeader() {
         Expected(fmt::format("\"{}\" or \"{}\" as the first line", kHeader5, kHeader4));
     }
     ansi_ = header == kHeader4;
-    position_ = end;
     TakeLineEnd();
 }
 
@@ -154,12 +170,12 @@ void Reader::ReadKeyLine() {
         path.remove_prefix(1);
         if (path.empty()) Expected("the key to delete after \"-\"");
     }
-    record.key = static_cast<uint32_t>(document_.keys.size());
-    document_.keys.push_back(KeyPath(path));
+    record.key = keys_++;
+    key_ = KeyPath(path);
     inKey_ = record.kind == Record::Kind::kKey;
-    document_.records.push_back(std::move(record));
     position_ = end + 1;
     EndOfLine("the key");
+    take_(key_, record);
 }
 
 // Two backslashes, "u" and four hexadecimal digits at the start of `text`: a unit of a name that
@@ -206,7 +222,7 @@ void Reader::ReadValueLine() {
     Record record;
     record.kind = Record::Kind::kValue;
     record.line = line_;
-    record.key = static_cast<uint32_t>(document_.keys.size() - 1);
+    record.key = keys_ - 1;
     if (!Take('@')) record.name = ReadQuoted("the value name");
     if (record.name.find(WChar{}) != WString::npos) {
         Expected("a value name without a zero character");
@@ -216,7 +232,7 @@ void Reader::ReadValueLine() {
     SkipBlanks();
     ReadData(record);
     EndOfLine("the value");
-    document_.records.push_back(std::move(record));
+    take_(key_, record);
 }
 
 // Text in quotes, which may run over line ends; they are part of it.
@@ -343,9 +359,12 @@ bool Reader::ContinueBytes() {
 
 }  // namespace
 
+void ReadReg(std::string_view bytes, const OnRecord& take) {
+    Reader(bytes, take).Read();
+}
+
 Document ReadReg(std::string_view bytes) {
-    const auto isAnsiFile = [](std::string_view file) { return file.starts_with(kHeader4); };
-    return Reader(DecodeTextFile(bytes, isAnsiFile)).Read();
+    return Gather([bytes](const OnRecord& take) { ReadReg(bytes, take); });
 }
 
 }  // namespace fbr

@@ -12,8 +12,10 @@
 
 namespace fbr {
 
-// The whole of `bytes` as a document. Throws FormatError at the first line that cannot be read.
-// Time and memory are in proportion to the size of `bytes`.
+// Gives `take` the records of `bytes` one by one. Throws FormatError at the first line that cannot be
+// read. Time is in proportion to the size of `bytes`, memory to that of the largest record.
+void ReadReg(std::string_view bytes, const OnRecord& take);
+// All of them together.
 Document ReadReg(std::string_view bytes);
 
 }  // namespace fbr

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "tools/format/Record.h"
 
@@ -34,17 +35,41 @@ constexpr char16_t kAnsi80[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026
                                   0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                   0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
-WString DecodeUtf16(std::string_view bytes, bool bigEndian) {
-    if (bytes.size() % 2 != 0) {
-        throw FormatError(1, "UTF-16 text with an even number of bytes");
+constexpr size_t kPartBytes = 64 * 1024;
+
+void AppendUtf16(WString& out, std::string_view bytes, bool bigEndian) {
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        const auto first = static_cast<uint8_t>(bytes[i]);
+        const auto second = static_cast<uint8_t>(bytes[i + 1]);
+        out += static_cast<WChar>(bigEndian ? first << 8 | second : second << 8 | first);
     }
-    WString text(bytes.size() / 2, WChar{});
-    for (size_t i = 0; i < text.size(); ++i) {
-        const auto first = static_cast<uint8_t>(bytes[2 * i]);
-        const auto second = static_cast<uint8_t>(bytes[2 * i + 1]);
-        text[i] = static_cast<WChar>(bigEndian ? first << 8 | second : second << 8 | first);
+}
+
+// Where the run of ASCII ends that begins at `position`.
+size_t SkipAscii(std::string_view bytes, size_t position) {
+    for (uint64_t eight; position + sizeof eight <= bytes.size(); position += sizeof eight) {
+        std::memcpy(&eight, bytes.data() + position, sizeof eight);
+        if ((eight & 0x8080808080808080) != 0) break;
     }
-    return text;
+    while (position < bytes.size() && static_cast<uint8_t>(bytes[position]) < 0x80) ++position;
+    return position;
+}
+
+bool IsUtf8(std::string_view bytes) {
+    size_t position = SkipAscii(bytes, 0);
+    for (char32_t character = 0; NextUtf8(bytes, position, character);)
+        position = SkipAscii(bytes, position);
+    return position == bytes.size();
+}
+
+void AppendStrictUtf8(WString& out, std::string_view bytes) {
+    for (size_t position = 0; position < bytes.size();) {
+        const size_t end = SkipAscii(bytes, position);
+        out.append(bytes.begin() + position, bytes.begin() + end);
+        position = end;
+        char32_t character = 0;
+        if (NextUtf8(bytes, position, character)) AppendUnits(out, character);
+    }
 }
 
 [[noreturn]] void ThrowNotUtf8(std::string_view bytes) {
@@ -135,16 +160,43 @@ void AppendAnsi(WString& out, std::string_view bytes) {
     }
 }
 
+TextDecoder::TextDecoder(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes))
+    : bytes_(bytes) {
+    const bool marked = bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
+    if (marked || (bytes.size() >= 2 && bytes[0] != 0 && bytes[1] == 0)) {
+        encoding_ = bytes[0] == '\xFE' ? Encoding::kBigEndian : Encoding::kLittleEndian;
+        if (marked) bytes_.remove_prefix(2);
+        if (bytes_.size() % 2 != 0)
+            throw FormatError(1, "UTF-16 text with an even number of bytes");
+        return;
+    }
+    if (bytes_.starts_with("\xEF\xBB\xBF")) bytes_.remove_prefix(3);
+    if (IsUtf8(bytes_)) return;
+    if (!allowAnsi(bytes_)) ThrowNotUtf8(bytes_);
+    encoding_ = Encoding::kAnsi;
+}
+
+bool TextDecoder::More(WString& out) {
+    if (bytes_.empty()) return false;
+    size_t size = std::min(bytes_.size(), kPartBytes);
+    if (encoding_ == Encoding::kUtf8) {
+        // Not in the middle of a character.
+        while (size < bytes_.size() && (bytes_[size] & 0xC0) == 0x80) ++size;
+        AppendStrictUtf8(out, bytes_.substr(0, size));
+    } else if (encoding_ == Encoding::kAnsi) {
+        AppendAnsi(out, bytes_.substr(0, size));
+    } else {
+        AppendUtf16(out, bytes_.substr(0, size), encoding_ == Encoding::kBigEndian);
+    }
+    bytes_.remove_prefix(size);
+    return true;
+}
+
 WString DecodeTextFile(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes)) {
-    if (bytes.starts_with("\xFF\xFE")) return DecodeUtf16(bytes.substr(2), false);
-    if (bytes.starts_with("\xFE\xFF")) return DecodeUtf16(bytes.substr(2), true);
-    if (bytes.size() >= 2 && bytes[0] != 0 && bytes[1] == 0) return DecodeUtf16(bytes, false);
-    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+    TextDecoder decoder(bytes, allowAnsi);
     WString text;
-    if (FromStrictUtf8(bytes, text)) return text;
-    if (!allowAnsi(bytes)) ThrowNotUtf8(bytes);
-    text.clear();
-    AppendAnsi(text, bytes);
+    while (decoder.More(text)) {
+    }
     return text;
 }
 

@@ -33,10 +33,23 @@ void AppendAnsi(WString& out, std::string_view bytes);
 // True for a unit that is half of a pair and does not stand beside its other half.
 bool IsLoneSurrogate(WStringView text, size_t index);
 
-// A whole text file in units, without its byte-order mark. UTF-16 is known by its mark (either
-// byte order) or, without one, by a zero second byte; everything else is taken for UTF-8, with or
-// without a mark. `allowAnsi` is asked when the bytes are not UTF-8: true takes them for the
-// Western code page. Throws FormatError.
+// A text file in units, part by part, without its byte-order mark. UTF-16 is known by its mark
+// (either byte order) or, without one, by a zero second byte; everything else is taken for UTF-8,
+// with or without a mark. `allowAnsi` is asked when the bytes are not UTF-8: true takes them for
+// the Western code page. The constructor looks at all of them and throws FormatError.
+class TextDecoder {
+  public:
+    TextDecoder(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes));
+    // Appends the next part; false when there is none.
+    bool More(WString& out);
+
+  private:
+    enum class Encoding { kUtf8, kAnsi, kLittleEndian, kBigEndian };
+    std::string_view bytes_;  // those still to be decoded
+    Encoding encoding_ = Encoding::kUtf8;
+};
+
+// The whole file.
 WString DecodeTextFile(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes));
 
 // Text for one line on a terminal: control characters and lone surrogates as \n, \r, \t, \0 or
