@@ -135,9 +135,9 @@ bool EntryList::Add(DirEntry* entry) {
 
 // What all names of a sorted chunk have in common its first and last one have.
 void EntryList::Rekey(Chunk* chunk) {
-    chunk->skip = CommonUnits(FirstUnits(chunk->entries[0]),
-                              FirstUnits(chunk->entries[chunk->count - 1]), kEntryNameUnits,
-                              caseSensitive_);
+    chunk->skip =
+        CommonUnits(FirstUnits(chunk->entries[0]), FirstUnits(chunk->entries[chunk->count - 1]),
+                    kEntryNameUnits, caseSensitive_);
     for (uint32_t i = 0; i < chunk->count; ++i)
         chunk->keys[i] = KeyOf(chunk->entries[i], chunk->skip);
 }
@@ -200,8 +200,8 @@ bool EntryList::Insert(uint32_t index, DirEntry* entry) {
     ++chunk.count;
     ++count_;
     const DirEntry* other = chunk.entries[place == 0 ? chunk.count - 1 : 0];
-    if (chunk.count > 1 && CommonUnits(FirstUnits(other), FirstUnits(entry), chunk.skip,
-                                       caseSensitive_) == chunk.skip)
+    if (chunk.count > 1 &&
+        CommonUnits(FirstUnits(other), FirstUnits(entry), chunk.skip, caseSensitive_) == chunk.skip)
         chunk.keys[place] = KeyOf(entry, chunk.skip);
     else
         Rekey(&chunk);
@@ -254,9 +254,9 @@ void EntryList::Range(WStringView name, uint32_t* low, uint32_t* high) const {
     for (uint32_t end = chunks_.Count(); at < end;) {
         const uint32_t mid = at + (end - at) / 2;
         const Chunk& chunk = chunks_[mid];
-        const bool before = mid + 1 < chunks_.Count() &&
-                            CompareFirst(FirstUnits(chunk.entries[chunk.count - 1]), name,
-                                         caseSensitive_) < 0;
+        const bool before =
+            mid + 1 < chunks_.Count() &&
+            CompareFirst(FirstUnits(chunk.entries[chunk.count - 1]), name, caseSensitive_) < 0;
         if (before)
             at = mid + 1;
         else
@@ -269,7 +269,9 @@ void EntryList::Range(WStringView name, uint32_t* low, uint32_t* high) const {
         const uint64_t key = KeyOfName(name, chunk.skip, caseSensitive_);
         const uint64_t* const keys = chunk.keys;
         const uint64_t* const end = keys + chunk.count;
-        const uint64_t* from = order > 0 ? keys : order < 0 ? end : std::lower_bound(keys, end, key);
+        const uint64_t* from = order > 0   ? keys
+                               : order < 0 ? end
+                                           : std::lower_bound(keys, end, key);
         const uint64_t* to = order == 0 ? std::upper_bound(from, end, key) : from;
         if (first) *low = chunk.start + static_cast<uint32_t>(from - keys);
         *high = chunk.start + static_cast<uint32_t>(to - keys);

@@ -18,7 +18,6 @@ struct ListPlace {
 // directory and mask or at another, the next index costs as much as the first. kNoMore behind the
 // last one; otherwise what FindFirst answers.
 Status NameAt(StorageContext* context, const WChar* pattern, uint32_t attributeMask, uint32_t index,
-              ListPlace* place, platform::WStringView* name)
-    ZRFS_REQUIRES(context->containerLock);
+              ListPlace* place, platform::WStringView* name) ZRFS_REQUIRES(context->containerLock);
 
 }  // namespace storage

@@ -142,8 +142,7 @@ void ApplyAll(const Input& input, const Store& store) {
             ThrowAtLine(input.file, record.line, fmt::format("{}; {}", error.what(), stands()));
         } catch (const Interrupted&) {
             progress.Clear();
-            throw Interrupted(
-                fmt::format("{}:{}: stopped; {}", input.file, record.line, stands()));
+            throw Interrupted(fmt::format("{}:{}: stopped; {}", input.file, record.line, stands()));
         }
         progress.Step();
     });
