@@ -129,6 +129,8 @@ Status EndForeignChange(StorageContext* context) ZRFS_REQUIRES(context->containe
         const Status status = EndChange(context);
         if (status != kOk) return status;
     }
+    // A listed page may have come along with its neighbours before it was written.
+    if (context->unsettled || context->awaited.count != 0) context->blocks.Forget();
     context->unsettled = context->metSwitch = false;
     context->awaited.count = 0;
     return kOk;
