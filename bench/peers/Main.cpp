@@ -12,6 +12,7 @@
 #include "bench/peers/Growth.h"
 #include "bench/peers/Results.h"
 #include "bench/peers/System.h"
+#include "platform/Clock.h"
 
 namespace bench {
 namespace {
@@ -92,7 +93,8 @@ void CountStore(const Maker& maker, const std::vector<KeyData>& content,
 
 int Run(const Options& options) {
     const std::filesystem::path folder =
-        options.folder.empty() ? std::filesystem::temp_directory_path() / "zrfs-bench-peers"
+        options.folder.empty() ? std::filesystem::temp_directory_path() /
+                                     ("zrfs-bench-" + std::to_string(platform::ProcessId()))
                                : std::filesystem::path(options.folder);
     std::filesystem::create_directories(folder);
     const uint32_t keys = options.keys != 0 ? options.keys : 2000 * options.scale;
