@@ -1,7 +1,5 @@
 #include "storage/core/PageCache.h"
 
-#include <algorithm>
-
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
 
@@ -188,81 +186,6 @@ Status GetPageChecked(StorageContext* context, uint32_t number, uint16_t kind, C
     if (kind != kAnyKind) page->mapKind = kind;
     *out = page;
     return kOk;
-}
-
-namespace {
-
-constexpr uint32_t kPrefetchBytes = 16384;
-constexpr uint32_t kPrefetchGap = 2;  // pages that cost less to read than another transfer
-
-bool MayPrefetch(const StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
-    // Under the lock no page is just being written.
-    return kPrefetchBytes >> context->pageShift > 1 && !context->byteSwapped &&
-           !context->readOnly && context->IsLocked();
-}
-
-// A page that has come with others.
-void FileRead(StorageContext* context, const uint8_t* bytes, uint32_t number) {
-    CachePage* page = nullptr;
-    if (GetPage(context, number, &page, false, nullptr) != kOk) return;
-    if (page->buffer == nullptr && AttachBuffer(context, page) == kOk)
-        std::memcpy(page->buffer, bytes, context->pageSize);
-    ReleasePage(context, page);
-}
-
-}  // namespace
-
-void PrefetchPages(StorageContext* context, uint32_t* numbers, uint32_t count) {
-    if (!MayPrefetch(context)) return;
-    const uint32_t most = kPrefetchBytes >> context->pageShift;
-    count = static_cast<uint32_t>(std::remove_if(numbers, numbers + count,
-                                                 [&](uint32_t number) {
-                                                     const CachePage* page =
-                                                         context->pageTable.Find(number);
-                                                     return number >= context->totalPages ||
-                                                            (page != nullptr &&
-                                                             page->buffer != nullptr);
-                                                 }) -
-                                  numbers);
-    if (count < 2) return;
-    std::sort(numbers, numbers + count);
-    uint8_t* block = static_cast<uint8_t*>(platform::HeapAllocate(kPrefetchBytes));
-    if (block == nullptr) return;
-    for (uint32_t begin = 0, end = 0; begin < count; begin = end) {
-        const uint32_t first = numbers[begin];
-        for (end = begin + 1; end < count; ++end)
-            if (numbers[end] - numbers[end - 1] > kPrefetchGap || numbers[end] - first >= most)
-                break;
-        const uint32_t pages = numbers[end - 1] - first + 1;
-        if (end - begin < 2) continue;
-        ++context->pageReads;
-        if (ReadPageRaw(context->file, block, pages << context->pageShift,
-                        uint64_t{context->basePage} + first, context->pageSize) != kOk)
-            break;
-        for (uint32_t i = begin; i < end; ++i)
-            FileRead(context, block + (size_t{numbers[i] - first} << context->pageShift),
-                     numbers[i]);
-    }
-    platform::HeapRelease(block);
-}
-
-void PrefetchChain(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId) {
-    constexpr uint32_t kFirstBytes = 4096;
-    const uint32_t most = kFirstBytes >> context->pageShift;
-    if (!MayPrefetch(context) || most < 2 || first >= context->totalPages ||
-        context->totalPages - first < most || context->pageTable.Find(first) != nullptr)
-        return;
-    uint8_t block[kFirstBytes];
-    ++context->pageReads;
-    if (ReadPageRaw(context->file, block, kFirstBytes, uint64_t{context->basePage} + first,
-                    context->pageSize) != kOk)
-        return;
-    for (uint32_t number = first, left = most; left > 0 && number - first < most; --left) {
-        uint8_t* page = block + (size_t{number - first} << context->pageShift);
-        if (HeaderOf(page)->kind != kind || HeaderOf(page)->fileId != fileId) return;
-        FileRead(context, page, number);
-        number = HeaderOf(page)->nextPage;
-    }
 }
 
 void ReleasePage(StorageContext* context, CachePage* page, bool unpin) {

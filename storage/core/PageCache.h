@@ -17,13 +17,6 @@ Status GetPage(StorageContext* context, uint32_t number, CachePage** page, bool 
 Status GetPageChecked(StorageContext* context, uint32_t number, uint16_t kind, CachePage** page,
                       bool load, bool allocate, uint32_t fileId, StorageTransaction* transaction);
 
-// Reads pages that are referred to and wanted soon, near ones in one transfer; `numbers` is used up. What cannot be
-// had this way is read when it is wanted.
-inline constexpr uint32_t kMostPrefetched = 32;
-void PrefetchPages(StorageContext* context, uint32_t* numbers, uint32_t count);
-// The same for the first pages of a chain, as far as they follow each other in the file.
-void PrefetchChain(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId);
-
 // Drops a pin (or, without `unpin`, only files the page where it belongs). Null is ignored.
 void ReleasePage(StorageContext* context, CachePage* page, bool unpin = true);
 

@@ -65,16 +65,6 @@ Status FreeObjectPages(FileObject* object, StorageTransaction* transaction) {
     return status;
 }
 
-// The pages of the children that come next, down to a multiple of kMostPrefetched.
-void FetchNextChildren(FileObject* object) {
-    uint32_t numbers[kMostPrefetched];
-    uint32_t count = 0;
-    const uint32_t end = (object->purgeNext - 1) / kMostPrefetched * kMostPrefetched;
-    for (uint32_t i = end; i < object->purgeNext; ++i)
-        numbers[count++] = object->children[i]->headerPage;
-    PrefetchPages(object->context, numbers, count);
-}
-
 // First half of a purge: what stands in the way of it. The handles are closed even if somebody
 // else holds the object.
 Status BeginPurge(FileObject* object, StorageTransaction* transaction) {
@@ -85,7 +75,6 @@ Status BeginPurge(FileObject* object, StorageTransaction* transaction) {
     }
     if (status == kOk) status = LoadDirectory(object, transaction);
     object->purgeNext = object->children.Count();
-    if (object->purgeNext % kMostPrefetched != 0) FetchNextChildren(object);
     return status;
 }
 
@@ -106,7 +95,6 @@ Status FinishPurge(FileObject* object, StorageTransaction* transaction) {
 Status TakePurgeChild(FileObject* object, FileObject** child, StorageTransaction* transaction) {
     *child = nullptr;
     if (object->purgeNext == 0) return kOk;
-    if (object->purgeNext % kMostPrefetched == 0) FetchNextChildren(object);
     FileObject* taken = nullptr;
     Status status = OpenEntry(object, object->children[--object->purgeNext], &taken);
     if (status != kOk) return status;

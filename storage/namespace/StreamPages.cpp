@@ -101,7 +101,6 @@ Status ReadIndex(FileObject* object, uint32_t link, StorageTransaction* transact
 Status ReadChain(FileObject* object, uint32_t link, StorageTransaction* transaction) {
     StorageContext* context = object->context;
     const uint64_t limit = uint64_t{context->totalPages} * object->pagesPerBlock;
-    PrefetchChain(context, link, StreamKind(object), object->fileId);
     while (link != 0) {
         PinnedPage page(context);
         const Status status =
@@ -256,16 +255,6 @@ Status FreePageIndex(FileObject* object, StorageTransaction* transaction) {
     return status;
 }
 
-// Down to a multiple of kMostPrefetched.
-void FetchLastPages(FileObject* object) {
-    const NumberList& list = object->pageList;
-    uint32_t numbers[kMostPrefetched];
-    uint32_t count = 0;
-    for (uint32_t i = (list.Count() - 1) / kMostPrefetched * kMostPrefetched; i < list.Count(); ++i)
-        if (list[i] != 0) numbers[count++] = list[i];
-    PrefetchPages(object->context, numbers, count);
-}
-
 // The pages around a place of the chain.
 struct Neighbours {
     explicit Neighbours(StorageContext* context) : before(context), after(context) {}
@@ -416,9 +405,7 @@ Status FreeStreamPages(FileObject* object, StorageTransaction* transaction) {
     Status status = LoadBlockList(object, transaction);
     if (status == kOk) status = FreePageIndex(object, transaction);
     NumberList& list = object->pageList;
-    if (list.Count() % kMostPrefetched != 0) FetchLastPages(object);
     while (status == kOk && !list.Empty()) {
-        if (list.Count() % kMostPrefetched == 0) FetchLastPages(object);
         PinnedPage page(object->context);
         status = FetchStreamPage(object, list.Count() - 1, &page.page, transaction);
         if (status == kOk && page.page != nullptr) status = FreePinned(&page);
