@@ -140,8 +140,8 @@ Status WalkInFrame(int64_t key, FsEnumMode mode, FsStoreContext* context,
     });
 }
 
-// The caller is in a frame. A key keeps where the last look at it ended, so that one after the other
-// costs no walk from the first.
+// The caller is in a frame. A key keeps where the last look at it ended, so that one after the
+// other costs no walk from the first.
 Status CopyNameAt(int64_t key, FsEnumMode mode, uint32_t index, FsStoreContext* context,
                   FsHeapString* name) ZRFS_REQUIRES(context->lock) {
     FsHandleEntry* entry = context->handles.FindKey(key);

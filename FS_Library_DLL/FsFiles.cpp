@@ -276,7 +276,8 @@ Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& con
     FsText escaped;
     FsText aside;
     WStringView stored;
-    if (!FS_EscapeName(OrDefault(name), FsNameSet::Value, &escaped, &stored)) return storage::kInternal;
+    if (!FS_EscapeName(OrDefault(name), FsNameSet::Value, &escaped, &stored))
+        return storage::kInternal;
     const FsGuard guard(context->lock);
     FsText path;
     const Status code = ValuePath(key, stored, context, &path);

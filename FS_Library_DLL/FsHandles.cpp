@@ -99,8 +99,7 @@ FsHandleEntry* FsHandleTable::Add(int64_t id, FileHandle* file, FsHandleKind kin
 }
 
 void FsHandleTable::Remove(FsHandleEntry* entry) {
-    if (entry->kind == FsHandleKind::Key && entry->node.entry != nullptr)
-        keysByPath_.Remove(entry);
+    if (entry->kind == FsHandleKind::Key && entry->node.entry != nullptr) keysByPath_.Remove(entry);
     if (unfiled_ == entry) unfiled_ = entry->next;
     Unlink(entry);
     Recycle(entry);

@@ -13,8 +13,8 @@ using storage::PlainStream;
 namespace {
 
 // A value may stand under a marked name, moved aside for a key that is no more.
-Look FindValueStream(FileObject* directory, WStringView stored, PlainStream* stream)
-    ZRFS_NO_ANALYSIS {
+Look FindValueStream(FileObject* directory, WStringView stored,
+                     PlainStream* stream) ZRFS_NO_ANALYSIS {
     const Look look = storage::FindPlainStream(directory, stored, stream);
     if (look != Look::Missing) return look;
     FsText marked;
@@ -50,13 +50,12 @@ struct ValueReader {
 bool FsLookUpKey(const WChar* path, FsStoreContext* context, storage::DirectoryHint* hint) {
     if (g_switches.trace || !FsHasOwnEngine()) return false;
     bool found = false;
-    const storage::Status code =
-        FsRead(context, [&]() ZRFS_NO_ANALYSIS -> storage::Status {
-            *hint = {};
-            found = context->container->batch == nullptr &&
-                    storage::FindDirectory(context->container, path, hint) != nullptr;
-            return storage::kOk;
-        });
+    const storage::Status code = FsRead(context, [&]() ZRFS_NO_ANALYSIS -> storage::Status {
+        *hint = {};
+        found = context->container->batch == nullptr &&
+                storage::FindDirectory(context->container, path, hint) != nullptr;
+        return storage::kOk;
+    });
     return found && code == storage::kOk;
 }
 
@@ -81,8 +80,8 @@ bool FsLookUpValue(int64_t key, const WChar* name, void* buffer, uint64_t buffer
             PlainStream stream;
             const Look look = FindValueStream(directory, stored, &stream);
             if (look == Look::Missing) *status = FsStatusFromEngine(storage::kNotFound);
-            answered = look == Look::Missing ||
-                       (look == Look::Found && reader.Read(stream, status));
+            answered =
+                look == Look::Missing || (look == Look::Found && reader.Read(stream, status));
             return storage::kOk;
         });
     if (code == storage::kOk) return answered;

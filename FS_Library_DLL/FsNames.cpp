@@ -137,6 +137,7 @@ bool FS_JoinPath(WStringView base, WStringView name, FsText* out) {
 
 bool FS_CollisionPath(WStringView path, FsText* out) {
     const size_t cut = path.rfind('\\') + 1;  // npos wraps to 0: a path of one component
-    return out->Reserve(path.size() + kCollisionMarker.size()) && out->Assign(path.substr(0, cut)) &&
-           out->Append(kCollisionMarker) && out->Append(path.substr(cut));
+    return out->Reserve(path.size() + kCollisionMarker.size()) &&
+           out->Assign(path.substr(0, cut)) && out->Append(kCollisionMarker) &&
+           out->Append(path.substr(cut));
 }

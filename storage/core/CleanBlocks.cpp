@@ -81,8 +81,8 @@ const uint8_t* CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint
     if (!Knows(offset, size)) {
         *wasRead = true;
         const bool readsOn = offset >= kSector && Knows(offset - kSector, kSector);
-        const bool done = readsOn ? ReadRun(file, offset >> kShift, error)
-                                  : Read(file, offset, size, error);
+        const bool done =
+            readsOn ? ReadRun(file, offset >> kShift, error) : Read(file, offset, size, error);
         if (!done) return nullptr;
     }
     return PlaceOf(offset >> kShift)->bytes + (offset & (kBytes - 1));
@@ -94,8 +94,8 @@ void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
     for (uint64_t at = offset; at < offset + size;) {
         const uint64_t block = at >> kShift;
         const uint32_t within = static_cast<uint32_t>(at & ((1u << kShift) - 1));
-        const auto part = static_cast<uint32_t>(
-            std::min<uint64_t>((1u << kShift) - within, offset + size - at));
+        const auto part =
+            static_cast<uint32_t>(std::min<uint64_t>((1u << kShift) - within, offset + size - at));
         Place* place = PlaceOf(block);
         if (place->block == block && place->bytes != nullptr) {
             if (bytes != nullptr)

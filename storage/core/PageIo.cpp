@@ -233,8 +233,8 @@ const uint8_t* FindInBlocks(StorageContext* context, uint32_t page, Status* stat
 Status ReadPage(StorageContext* context, void* buffer, uint32_t page) {
     if (page >= context->totalPages) MarkCorrupted(context);
     Status status = kOk;
-    // Map pages are also written behind the last writing of page 1 of a change: what a reader without
-    // the lock took of them along with their neighbours is nothing to go by.
+    // Map pages are also written behind the last writing of page 1 of a change: what a reader
+    // without the lock took of them along with their neighbours is nothing to go by.
     const bool mayCome = page < context->totalPages && !context->IsMapPage(page);
     const uint8_t* found = mayCome ? FindInBlocks(context, page, &status) : nullptr;
     if (status != kOk) return status;

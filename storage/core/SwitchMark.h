@@ -19,13 +19,14 @@ uint64_t DigestPage(const uint8_t* page, uint32_t size);
 void PutSwitchList(StorageContext* context, const SwitchList& list)
     ZRFS_REQUIRES(context->containerLock);
 void ClearSwitchList(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
-// The list of page 1 in memory, which was just read. False when it is not that of the counter beside it: somebody was
-// writing the page while it was read, or who wrote it knows of no list.
+// The list of page 1 in memory, which was just read. False when it is not that of the counter
+// beside it: somebody was writing the page while it was read, or who wrote it knows of no list.
 bool GetSwitchList(const StorageContext* context, SwitchList* list)
     ZRFS_REQUIRES(context->containerLock);
 // Are all pages in the file as a list says? Somebody who was killed may have left them otherwise.
 // The caller keeps writers off.
-bool AreSwitched(StorageContext* context, const SwitchList& list) ZRFS_REQUIRES(context->containerLock);
+bool AreSwitched(StorageContext* context, const SwitchList& list)
+    ZRFS_REQUIRES(context->containerLock);
 // Is a page that was read what a reader without the lock has to find?
 bool IsAsAwaited(const StorageContext* context, const uint8_t* page, uint32_t number)
     ZRFS_REQUIRES(context->containerLock);

@@ -123,8 +123,8 @@ SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* tra
 
 // Page 1 tells of the pages before they are written; they say themselves when they are there. What
 // goes wrong is put right by EndChange.
-Status WriteListed(StorageContext* context, StorageTransaction* transaction,
-                   const SwitchList& list, bool* final) {
+Status WriteListed(StorageContext* context, StorageTransaction* transaction, const SwitchList& list,
+                   bool* final) {
     Superblock* super = context->Super();
     if (super->transactionCounter == context->seenCounter) ++super->transactionCounter;
     const bool hadChange = std::exchange(context->changing, true);

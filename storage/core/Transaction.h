@@ -67,9 +67,9 @@ Status BeginBatch(StorageContext* context);
 // Commits, or with `keep` false or after a failure in it rolls back. The failure, if any.
 Status EndBatch(StorageContext* context, bool keep);
 
-// Around the writes of a change that page 1 has no list for: it says that one is under way, and then
-// that there is a new state. EndChange also puts right what a failed writing of page 1 left. The
-// caller holds the file's lock.
+// Around the writes of a change that page 1 has no list for: it says that one is under way, and
+// then that there is a new state. EndChange also puts right what a failed writing of page 1 left.
+// The caller holds the file's lock.
 Status BeginChange(StorageContext* context);
 Status EndChange(StorageContext* context);
 

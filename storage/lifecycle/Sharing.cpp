@@ -104,8 +104,7 @@ Status ReadMark(StorageContext* context, ChangeMark* mark) ZRFS_REQUIRES(context
     return kOk;
 }
 
-bool HasAnotherSize(StorageContext* context, uint64_t size)
-    ZRFS_REQUIRES(context->containerLock) {
+bool HasAnotherSize(StorageContext* context, uint64_t size) ZRFS_REQUIRES(context->containerLock) {
     return (size >> context->pageShift) != uint64_t{context->basePage} + context->totalPages;
 }
 
@@ -122,8 +121,8 @@ Status Reload(StorageContext* context, bool locked) ZRFS_REQUIRES(context->conta
 // memory holds is nothing of those.
 Status EndForeignChange(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (context->readOnly) return kOk;
-    const bool settled = !context->unsettled || (context->listed.count != 0 &&
-                                                 AreSwitched(context, context->listed));
+    const bool settled = !context->unsettled ||
+                         (context->listed.count != 0 && AreSwitched(context, context->listed));
     if (context->Super()->changing != 0 || !settled) {
         context->changing = true;
         const Status status = EndChange(context);
@@ -136,12 +135,12 @@ Status EndForeignChange(StorageContext* context) ZRFS_REQUIRES(context->containe
     return kOk;
 }
 
-// The state that the lock is taken on. Where it keeps no writer off, it may take a while to have one.
+// The state that the lock is taken on. Where it keeps no writer off, it may take a while to have
+// one.
 Status ReloadUnderLock(StorageContext* context, uint32_t milliseconds)
     ZRFS_REQUIRES(context->containerLock) {
     using Clock = std::chrono::steady_clock;
-    const auto end =
-        Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
+    const auto end = Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
     for (;;) {
         const Status status = Reload(context, true);
         if (status != kSharing || !context->readOnly || Clock::now() >= end) return status;

@@ -2,9 +2,10 @@
 // it.
 //
 // Page 1 tells what has become of the file: its transactionCounter rises with every change, and it
-// names the pages that the change writes, or has `changing` set while one is being written. Who has the lock and finds page 1 as it was has the
-// file's state in memory; otherwise memory is thrown away and read again. A read without the lock
-// looks at page 1 before and, if it read pages, behind: in between nothing may have moved.
+// names the pages that the change writes, or has `changing` set while one is being written. Who has
+// the lock and finds page 1 as it was has the file's state in memory; otherwise memory is thrown
+// away and read again. A read without the lock looks at page 1 before and, if it read pages,
+// behind: in between nothing may have moved.
 #pragma once
 
 #include "storage/core/Context.h"

@@ -101,8 +101,8 @@ uint32_t PositionOf(FileObject* directory, const DirEntry* entry) {
 }
 
 // Callers ask for one name again and again.
-inline bool IsAt(const EntryList& list, uint32_t position, const WChar* text,
-                 uint32_t units, bool caseSensitive) {
+inline bool IsAt(const EntryList& list, uint32_t position, const WChar* text, uint32_t units,
+                 bool caseSensitive) {
     if (position >= list.Count()) return false;
     const DirEntry* entry = list[position];
     return IsComplete(entry) && entry->nameUnits == units &&

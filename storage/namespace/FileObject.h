@@ -23,7 +23,6 @@ struct StorageSearchStruct;
 
 inline constexpr uint64_t kUnknownSize = 0xFFFFFFFFFFFFFFFF;
 
-
 // Text of its own that keeps its room; storage/namespace/TextBuffer.h works on it.
 struct TextBuffer {
     WChar* text = nullptr;  // zero-terminated, null before the first use
@@ -83,10 +82,10 @@ struct FileObject {
     uint64_t lastUsed;  // the operation that left it idle, as ObjectState counts them
 
     // Directory.
-    EntryPool records;     // the memory of `children`
-    EntryList children;    // sorted
-    uint64_t listVersion;  // a new one, never used before, with each change of `children`
-    uint32_t lastFound;    // where in `children` the last look-up ended; a guess
+    EntryPool records;               // the memory of `children`
+    EntryList children;              // sorted
+    uint64_t listVersion;            // a new one, never used before, with each change of `children`
+    uint32_t lastFound;              // where in `children` the last look-up ended; a guess
     NumberList directoryPages;       // in chain order
     NumberList freeEntries;          // taken from the front, added behind
     FileObject* orphanPrev;
@@ -202,9 +201,9 @@ struct ObjectState {
     HashTable<FileObject, &FileObject::fileId, &FileObject::hashNext> fileObjects;
     List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idle;  // newest first
     List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idleDirectories;  // the same
-    uint32_t idleCount = 0;    // in `idle`
-    uint64_t entryBytes = 0;   // of directory records and lists
-    uint64_t operations = 0;   // counted as they begin
+    uint32_t idleCount = 0;                                                          // in `idle`
+    uint64_t entryBytes = 0;  // of directory records and lists
+    uint64_t operations = 0;  // counted as they begin
     uint64_t listVersions = 0;
     List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;       // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;

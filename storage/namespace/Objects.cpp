@@ -304,7 +304,8 @@ void ReleaseObjectChain(FileObject* object) {
 void EvictIdleObjects(StorageContext* context) {
     ObjectState* state = context->objects;
     ++state->operations;
-    if (state->idleCount <= kIdleObjectLimit && HeldBytes(state) <= g_memoryLimits.directoryBytes) return;
+    if (state->idleCount <= kIdleObjectLimit && HeldBytes(state) <= g_memoryLimits.directoryBytes)
+        return;
     // What a transaction has need not be held by anybody else, nor what is above it.
     for (const StorageTransaction* on = context->transactions.head; on != nullptr; on = on->next)
         if (!on->objects.Empty()) return;

@@ -25,8 +25,7 @@ struct Padded {
     explicit Padded(const FileContent& content)
         : size(content.headBytes + content.bytes), room((size + 31) & ~31u) {
         std::memcpy(bytes, content.head, content.headBytes);
-        if (content.bytes != 0)
-            std::memcpy(bytes + content.headBytes, content.data, content.bytes);
+        if (content.bytes != 0) std::memcpy(bytes + content.headBytes, content.data, content.bytes);
         std::memset(bytes + size, 0, room - size);
     }
 };
@@ -99,8 +98,8 @@ Status PutIntoNew(ParentOperation* operation, const Padded& content) {
     const NewEntry wanted{operation->parent.lastName, kAttrFile, false, true};
     FileObject* object = nullptr;
     bool created = false;
-    Status status = AddDirEntry(operation->parent.object, wanted, &object, &created,
-                                operation->transaction);
+    Status status =
+        AddDirEntry(operation->parent.object, wanted, &object, &created, operation->transaction);
     if (status != kOk) return status;
     PinnedRecord stream(context);
     status = AddRecord(object, object->streamType, content.bytes, content.room, &stream,

@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "include/IFBRSettingsFile.h"
-#include "tests/support/FileWrapper.h"
 #include "tests/sharing/ThreadUser.h"
+#include "tests/support/FileWrapper.h"
 
 namespace sharing {
 namespace {
@@ -138,7 +138,8 @@ class HalvedPages final : public support::FileWrapper {
   private:
     class File final : public support::ForwardingFile {
       public:
-        File(platform::PageFile* inner, HalvedPages* scope) : ForwardingFile(inner), scope_(scope) {}
+        File(platform::PageFile* inner, HalvedPages* scope)
+            : ForwardingFile(inner), scope_(scope) {}
         platform::Error Write(uint64_t offset, const void* const* buffers, uint32_t count,
                               uint32_t bytes, uint32_t* done) override {
             if (scope_->armed && count == 1 && offset >= 2 * uint64_t{bytes}) {

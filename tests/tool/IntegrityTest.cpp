@@ -72,7 +72,8 @@ TEST_F(IntegrityTest, TellsWhatIsNoReferenceByItsName) {
             EXPECT_EQ(result.out.find(line + store_ + ": " + count + " pages, 1 finding"), 0u)
                 << result.out;
         }
-        // But for the counter that tells others of a change, and the list of what the last one wrote.
+        // But for the counter that tells others of a change, and the list of what the last one
+        // wrote.
         std::string mended = Read("x.fbr");
         mended.replace(512 + 156, 4, sound, 512 + 156, 4);
         mended.replace(512 + 256, 144, sound, 512 + 256, 144);

@@ -12,8 +12,8 @@
 
 namespace fbr {
 
-// Gives `take` the records of `bytes` one by one. Throws FormatError at the first line that cannot be
-// read. Time is in proportion to the size of `bytes`, memory to that of the largest record.
+// Gives `take` the records of `bytes` one by one. Throws FormatError at the first line that cannot
+// be read. Time is in proportion to the size of `bytes`, memory to that of the largest record.
 void ReadReg(std::string_view bytes, const OnRecord& take);
 // All of them together.
 Document ReadReg(std::string_view bytes);
