@@ -46,6 +46,7 @@ struct FileLock::Slot : HeapObject {
     uint32_t users ZRFS_GUARDED_BY(Guard()) = 0;
     // Changed under the guard; IsHeld, which every operation asks, looks without it.
     std::atomic<FileLock*> holder{nullptr};
+    std::atomic<uint64_t> turn{0};
     HeldLocks* owner ZRFS_GUARDED_BY(Guard()) = nullptr;  // the thread that has it
     uint32_t depth ZRFS_GUARDED_BY(Guard()) = 0;
     bool ownerDied ZRFS_GUARDED_BY(Guard()) = false;
@@ -171,6 +172,7 @@ FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void
         return Result::TimedOut;
     }
     slot_->owner = &t_held;
+    ++slot_->turn;
     slot_->holder = this;
     slot_->depth = 1;
     ++t_held.count;
@@ -266,6 +268,10 @@ bool FileLock::IsMine() const {
 uint32_t FileLock::Depth() const {
     const Guarded guard(Guard());
     return slot_ != nullptr && slot_->holder == this ? slot_->depth : 0;
+}
+
+uint64_t FileLock::Turn() const {
+    return slot_ != nullptr ? slot_->turn.load() : 0;
 }
 
 }  // namespace platform

@@ -48,6 +48,9 @@ class FileLock : public HeapObject {
     bool IsMine() const;
     // How often the holder has taken it.
     uint32_t Depth() const;
+    // Another number each time that somebody begins to take the lock, nested calls left out: who
+    // waits for other processes counts as its holder already.
+    uint64_t Turn() const;
 
   private:
     struct Slot;  // what the openings of one file in this process share

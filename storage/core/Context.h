@@ -61,6 +61,9 @@ struct StorageContext {
     uint32_t seenCounter ZRFS_GUARDED_BY(containerLock) = 0;
     // memory is not to be trusted: it is read again before its next use
     bool stale ZRFS_GUARDED_BY(containerLock) = false;
+    // the lock's turn that memory was brought up to date for; another thread may have begun to wait
+    // for the next one
+    uint64_t enteredTurn ZRFS_GUARDED_BY(containerLock) = 0;
     // taken by a write that came without one
     bool implicitLock ZRFS_GUARDED_BY(containerLock) = false;
     uint32_t writers ZRFS_GUARDED_BY(containerLock) = 0;  // running transactions that may write
@@ -161,7 +164,10 @@ struct StorageContext {
     void (*leaveWrite)(StorageContext* context) = nullptr;
     ObjectState* objects ZRFS_GUARDED_BY(containerLock) = nullptr;
 
-    bool IsLocked() const { return lock != nullptr && lock->IsHeld(); }
+    // The lock is held, and memory is in line with the file since it was taken.
+    bool IsLocked() const ZRFS_REQUIRES(containerLock) {
+        return lock != nullptr && lock->IsHeld() && lock->Turn() == enteredTurn;
+    }
     bool MayChange() const ZRFS_REQUIRES(containerLock) { return !readOnly && reading == 0; }
     Superblock* Super() const ZRFS_REQUIRES(containerLock) {
         return reinterpret_cast<Superblock*>(superblock);

@@ -25,6 +25,7 @@ Status RunLock::Take(const WChar* path, bool onlyReads) {
     const auto result = context_->lock->Acquire(kRunLockWait, nullptr);
     const bool granted = result == platform::FileLock::Result::Granted ||
                          result == platform::FileLock::Result::OwnerDied;
+    context_->enteredTurn = context_->lock->Turn();
     const bool own = result == platform::FileLock::Result::OwnWait && onlyReads;
     return granted || own ? kOk : kSharing;
 }

@@ -167,6 +167,7 @@ Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t millisec
 // After the lock was taken. Memory is brought up to date.
 Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
     ZRFS_REQUIRES(context->containerLock) {
+    context->enteredTurn = context->lock->Turn();
     OpenGeneration(context);
     uint64_t size = 0;
     if (!context->file->IsAt(context->path, &size)) return kInternal;
@@ -217,7 +218,7 @@ Status AttachLock(StorageContext* context) {
 }
 
 void DetachLock(StorageContext* context) {
-    if (context->lock != nullptr && context->lock->IsHeld()) SettleBeforeRelease(context);
+    if (context->IsLocked()) SettleBeforeRelease(context);
     delete context->lock;
     delete context->retiredLock;
     context->lock = context->retiredLock = nullptr;
@@ -294,13 +295,16 @@ bool IsLockedByOthers(const StorageContext* context) {
 
 Status EnterWrite(StorageContext* context, bool mayReload) {
     if (context->lock == nullptr) return kOk;
-    if (!context->lock->IsHeld()) {
+    if (!context->IsLocked()) {
+        // Another thread is about to have it, and needs this one out of its way.
+        if (context->lock->IsHeld()) return kSharing;
         if (!Granted(context->lock->Acquire(kLockWait, nullptr))) return kSharing;
         context->implicitLock = true;
         Status status = kOk;
         if (mayReload) {
             status = EnterLocked(context, false, kLockWait);
         } else {
+            context->enteredTurn = context->lock->Turn();
             ChangeMark mark;
             status = ReadMark(context, &mark);
             if (status == kOk && (context->stale || mark.counter != context->seenCounter))
@@ -425,6 +429,7 @@ Status LoadShared(StorageContext* context) {
     if (context->readOnly) return Reload(context, false);
     const auto result = context->lock->Acquire(kLockWait, nullptr);
     if (!Granted(result)) return kSharing;
+    context->enteredTurn = context->lock->Turn();
     Status status = Reload(context, true);
     if (status == kOk) status = EndForeignChange(context);
     if (status == kOk) SettleBeforeRelease(context);

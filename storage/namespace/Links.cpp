@@ -95,12 +95,15 @@ Status ReadLinkTarget(FileObject* link, WStringView* target) {
         if (link->transaction != nullptr) return kSharing;
         Status status = EnsureOwnTransaction(link);
         if (status != kOk) return status;
+        // Within a read there is none, and within a batch it is not ours to end.
+        StorageTransaction* own = link->transaction;
+        if (own != nullptr && own->mode != TransactionMode::HeldByFile) own = nullptr;
         WChar* text = nullptr;
         status = ReadTargetText(link, &text);
-        if (status == kOk)
-            status = CommitTransaction(link->context, link->transaction);
-        else
-            RollbackTransaction(link->context, link->transaction);
+        if (status == kOk && own != nullptr)
+            status = CommitTransaction(link->context, own);
+        else if (own != nullptr)
+            RollbackTransaction(link->context, own);
         if (status != kOk) {
             platform::HeapRelease(text);
             return status;

@@ -65,6 +65,7 @@ TEST_F(Processes, GetsWithoutALockBesideAWriterAreWholeAndNeverOlder) {
     Player* writer = troupe.Start("sharing-write", {path, std::to_string(time), "0"});
     Start("sharing-read", 1, {"1"});
     Start("sharing-open-read", 1, {"1"});
+    Start("sharing-read-beside-waiting", 1, {"1"});
     const std::optional<Tally> wrote = writer->Finish();
     troupe.FinishWell();
     ASSERT_TRUE(wrote.has_value());

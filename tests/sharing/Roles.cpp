@@ -1,5 +1,6 @@
 // The roles of a store's users: each runs in a process of its own for a time, and tallies what it
 // did and what it was told that is not true.
+#include <atomic>
 #include <random>
 #include <thread>
 
@@ -118,6 +119,25 @@ void Read(const Words& words, Tally* tally) {
     tally->Went(store.Close(), "close");
 }
 const ChildRole kRead("sharing-read", Role<Read>);
+
+// The same, while another thread of the store waits for its lock, takes it and gives it up.
+void ReadBesideWaiting(const Words& words, Tally* tally) {
+    Store store(words[0]);
+    if (!tally->Went(store.status, "open")) return;
+    std::atomic<bool> ends{false};
+    Tally others;
+    std::thread waiting([&] {
+        while (!ends)
+            if (others.Went(store.Lock(3), "lock")) others.Went(store.Unlock(), "release");
+    });
+    Reader reader(static_cast<uint32_t>(std::stoul(words[2])), tally);
+    for (const Clock clock(words[1]); clock.Runs();) reader.Step(&store);
+    ends = true;
+    waiting.join();
+    tally->Add(others);
+    tally->Went(store.Close(), "close");
+}
+const ChildRole kReadBesideWaiting("sharing-read-beside-waiting", Role<ReadBesideWaiting>);
 
 // The same, and opens the store for each few reads.
 void OpenRead(const Words& words, Tally* tally) {
