@@ -86,7 +86,6 @@ bool ListNames(int64_t key, std::vector<WString>& names, FsEnumMode mode, FsStor
             if (entry == nullptr || entry->path == nullptr || entry->search != nullptr ||
                 !storage::ListDirectory(context->container, entry->path, &entry->hint, &listing))
                 return storage::kOk;
-            names.reserve(before + listing.Count());
             WStringView stored;
             while (listing.Next(static_cast<uint32_t>(mode), &stored))
                 FsUnescape(stored, &names.emplace_back());

@@ -27,7 +27,6 @@ struct DirectoryListing {
     const FileObject* directory = nullptr;
     uint32_t position = 0;
 
-    uint32_t Count() const { return directory->children.Count(); }
     // The next name with one of the attributes; false behind the last. The name may be used until
     // the next operation.
     bool Next(uint32_t attributeMask, platform::WStringView* name);

@@ -135,6 +135,15 @@ Status PurgeObject(FileObject* top, StorageTransaction* transaction) {
 
 namespace {
 
+// Purges a child that was opened, unless `status` says not to, and gives its reference back.
+Status PurgeOpened(FileObject* child, Status status, StorageTransaction* transaction) {
+    if (status == kOk) status = JoinTransaction(transaction, child);
+    if (status == kOk) status = PurgeObject(child, transaction);
+    --child->references;
+    SettleObject(child);
+    return status;
+}
+
 Status DeleteChild(ParentOperation* operation) {
     FileObject* directory = operation->parent.object;
     StorageTransaction* transaction = operation->transaction;
@@ -147,16 +156,8 @@ Status DeleteChild(ParentOperation* operation) {
         if (status == kOk && !child->children.Empty()) status = kNotEmpty;
     }
     if (status == kOk && child->references > 1) status = kSharing;
-    if (status == kOk) status = JoinTransaction(transaction, child);
-    if (status == kOk) status = PurgeObject(child, transaction);
-    --child->references;
-    SettleObject(child);
-    return status;
+    return PurgeOpened(child, status, transaction);
 }
-
-}  // namespace
-
-namespace {
 
 // Nothing but files that nobody has open.
 bool HoldsFilesAtRest(FileObject* directory) {
@@ -177,11 +178,7 @@ Status DeleteWithFiles(ParentOperation* operation) {
     const bool plain = (child->entry->attributes & kAttrDirectory) != 0 && child->references == 1;
     status = plain ? LoadDirectory(child, transaction) : Status{kNotPlain};
     if (status == kOk && !HoldsFilesAtRest(child)) status = kNotPlain;
-    if (status == kOk) status = JoinTransaction(transaction, child);
-    if (status == kOk) status = PurgeObject(child, transaction);
-    --child->references;
-    SettleObject(child);
-    return status;
+    return PurgeOpened(child, status, transaction);
 }
 
 }  // namespace
