@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
-#include "FS_Library_DLL/NtDllFunctions.h"
 #include "Shared/logging/Logger.h"
 
 namespace support {
@@ -29,28 +27,19 @@ struct ProcessState {
         return now;
     }
 
-    // The number of this process's handles. It is counted in the list of all of the system's,
-    // since GetProcessHandleCount answers 0 under Wine.
+    // The number of this process's handles. Each value that one can have is asked for, as far as
+    // the last in use: GetProcessHandleCount answers 0 under Wine, and the list of all of the
+    // system's handles overruns a buffer of Wine's server now and then, which ends every program.
     static size_t Handles() {
-        struct Entry {
-            PVOID object;
-            ULONG_PTR process;
-            ULONG_PTR handle;
-            ULONG rest[4];
-        };
-        constexpr ULONG kExtendedHandleInformation = 64;
-        std::vector<ULONG_PTR> list(1 << 17);
-        ULONG needed = 0;
-        EXPECT_EQ(GetNtDllFunctions()->ZwQuerySystemInformation(
-                      kExtendedHandleInformation, list.data(),
-                      static_cast<ULONG>(list.size() * sizeof list[0]), &needed),
-                  0);
-        const auto* entries = reinterpret_cast<const Entry*>(&list[2]);
-        const size_t count =
-            static_cast<size_t>(std::count_if(entries, entries + list[0], [](const Entry& entry) {
-                return entry.process == ::GetCurrentProcessId();
-            }));
-        EXPECT_GT(count, 0u) << "the system counts no handles";
+        constexpr ULONG_PTR kStep = 4, kUnusedAtTheEnd = 96;
+        size_t count = 0;
+        for (ULONG_PTR value = kStep, unused = 0; unused < kUnusedAtTheEnd; value += kStep) {
+            DWORD flags = 0;
+            const bool used = ::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags);
+            count += used;
+            unused = used ? 0 : unused + 1;
+        }
+        EXPECT_GT(count, 0u) << "no handle is in use";
         return count;
     }
 
@@ -92,13 +81,19 @@ class LeavesNothingBehind : public testing::Test {
     }
     void TearDown() override {
         const ProcessState after = ProcessState::Now();
-        EXPECT_EQ(after.handles, before_.handles) << "handles left open";
+        EXPECT_LE(after.handles, before_.handles + locksThatMayMeet_) << "handles left open";
+        EXPECT_GE(after.handles, before_.handles) << "handles closed that others opened";
         EXPECT_EQ(after.threadHasToken, before_.threadHasToken) << "impersonation left behind";
         EXPECT_EQ(after.privileges, before_.privileges) << "privileges left behind";
     }
 
+    // A lock of the run-time takes an event for good when threads first meet at it. A test with
+    // threads says how many locks these may be, and does its work more often than that.
+    void ThreadsMayMeetAt(size_t locks) { locksThatMayMeet_ = locks; }
+
   private:
     ProcessState before_;
+    size_t locksThatMayMeet_ = 0;
 };
 
 }  // namespace support
