@@ -1,7 +1,7 @@
 #include "Shared/Impersonator.h"
 
 #include "Shared/logging/Logger.h"
-#include "W32Utils/Security.h"
+#include "Shared/security/AccessToken.h"
 
 #define ZRFS_LOG_FILE "Shared/Impersonator"
 

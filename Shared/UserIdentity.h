@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "W32Utils/Security.h"
+#include "Shared/security/AccessToken.h"
 
 class IUserIdentity {
   public:

@@ -1,8 +1,8 @@
 #include "Shared/w32helpers.h"
 
 #include "Shared/logging/Logger.h"
+#include "Shared/security/AccessToken.h"
 #include "Shared/services/ServicesCollection.h"
-#include "W32Utils/Security.h"
 
 #define ZRFS_LOG_FILE "Shared/w32helpers"
 

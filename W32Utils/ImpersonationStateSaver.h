@@ -1,7 +1,7 @@
 // Remembers whom the calling thread impersonates and puts it back.
 #pragma once
 
-#include "W32Utils/Security.h"
+#include "Shared/security/AccessToken.h"
 
 namespace w32utils {
 

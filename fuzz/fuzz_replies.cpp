@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "FS_Library_DLL/FsIpcImpl.h"
+#include "FS_Library_DLL/remote/FsIpcImpl.h"
 #include "fuzz/Require.h"
 #include "platform/Heap.h"
 

@@ -17,14 +17,9 @@
 
 #include <stdint.h>
 
-#ifdef _WIN32
-typedef wchar_t OR_WCHAR;
-#else
-#ifndef __cplusplus
-#include <uchar.h>
-#endif
-typedef char16_t OR_WCHAR;
-#endif
+#include "platform/Text.h"
+
+typedef platform::WChar OR_WCHAR;
 
 typedef void* ORHKEY;
 
@@ -33,9 +28,7 @@ typedef struct ORFILETIME {
     uint32_t low, high;
 } ORFILETIME;
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 /* 2 or 3: no such file; 1009: empty, or 4 GiB and above; 1017: not a hive, or damaged
  * so that not even a root can be read. */
@@ -90,8 +83,6 @@ uint32_t ORQueryInfoKey(ORHKEY key, OR_WCHAR* className, uint32_t* classUnits, u
 uint32_t ORGetKeySecurity(ORHKEY key, uint32_t information, void* descriptor, uint32_t* bytes);
 uint32_t ORSetKeySecurity(ORHKEY key, uint32_t information, const void* descriptor);
 
-#ifdef __cplusplus
 }
-#endif
 
 #endif

@@ -98,6 +98,15 @@ Status StorageCompact(StorageContext* container, uint8_t* done);
 // Told of progress and findings; see include/ZrFsTypes.h for the codes' form.
 using CheckCallback = void (*)(void* userData, uint32_t code, uint32_t a, uint32_t b, uint8_t clean,
                                uint8_t* cancel);
+enum CheckCode : uint32_t {
+    kCheckRead = 1,
+    kCheckLinks = 2,
+    kCheckReferences = 3,
+    kCheckWrite = 4,
+    kFoundBadLink = 8,
+    kFoundLostPage = 9,
+    kFoundBadEntry = 15,
+};
 inline constexpr uint32_t kCheckOnly = 1;
 inline constexpr uint32_t kCheckDeep = 2;
 // A repair gives a pending redo log up instead of replaying it: the way out when it cannot be.

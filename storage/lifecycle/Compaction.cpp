@@ -5,7 +5,6 @@
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
-#include "storage/lifecycle/CheckRun.h"
 #include "storage/lifecycle/PageReference.h"
 #include "storage/namespace/Objects.h"
 

@@ -1,5 +1,5 @@
 // Which store a path string and a method ask for.
-#include "FS_Library_DLL/PathGrammar.h"
+#include "FS_Library_DLL/front/PathGrammar.h"
 
 #include <gtest/gtest.h>
 

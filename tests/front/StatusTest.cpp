@@ -1,7 +1,7 @@
 // The conversions between statuses and the platform's codes.
 #include <gtest/gtest.h>
 
-#include "FS_Library_DLL/FsEngineStatus.h"
+#include "FS_Library_DLL/keystore/FsEngineStatus.h"
 #include "include/FsError.h"
 
 namespace {

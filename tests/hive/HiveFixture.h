@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "FS_Library_DLL/FsHiveRegistryImpl.h"
-#include "FS_Library_DLL/HivePrivileges.h"
+#include "FS_Library_DLL/hive/FsHiveRegistryImpl.h"
+#include "FS_Library_DLL/hive/HivePrivileges.h"
 #include "include/FsError.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/windows/LogCapture.h"

@@ -2,7 +2,7 @@
 #include <filesystem>
 
 #include "Shared/Impersonator.h"
-#include "W32Utils/Security.h"
+#include "Shared/security/AccessToken.h"
 #include "platform/Heap.h"
 #include "tests/hive/HiveFixture.h"
 #include "tests/support/ChildProcess.h"

@@ -4,12 +4,12 @@
 #include <memory>
 #include <thread>
 
-#include "FS_Library_DLL/HivePrivileges.h"
+#include "FS_Library_DLL/hive/HivePrivileges.h"
 #include "Shared/Impersonator.h"
-#include "Shared/UnImpersonator.h"
 #include "Shared/UserIdentity.h"
 #include "Shared/w32helpers.h"
 #include "W32Utils/RegistryUtil.h"
+#include "W32Utils/UnImpersonator.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/windows/LogCapture.h"
 #include "tests/support/windows/ProcessState.h"

@@ -2,8 +2,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "FS_Library_DLL/CommandLineBuilder.h"
-#include "FS_Library_DLL/LoggedOnUserClient.h"
+#include "FS_Library_DLL/hive/CommandLineBuilder.h"
+#include "FS_Library_DLL/hive/LoggedOnUserClient.h"
 #include "tests/hive/HiveFixture.h"
 
 namespace hive {

@@ -1,5 +1,5 @@
 // The table of open keys and values against a plain list.
-#include "FS_Library_DLL/FsHandles.h"
+#include "FS_Library_DLL/keystore/FsHandles.h"
 
 #include <gtest/gtest.h>
 

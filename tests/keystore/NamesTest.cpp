@@ -1,5 +1,5 @@
 // Stored names and paths.
-#include "FS_Library_DLL/FsNames.h"
+#include "FS_Library_DLL/keystore/FsNames.h"
 
 #include <gtest/gtest.h>
 

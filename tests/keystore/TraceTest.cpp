@@ -3,8 +3,8 @@
 #include <regex>
 #include <sstream>
 
-#include "FS_Library_DLL/FsIntegrity.h"
 #include "FS_Library_DLL/FsSwitches.h"
+#include "FS_Library_DLL/keystore/FsIntegrity.h"
 #include "platform/Clock.h"
 #include "tests/keystore/TestStore.h"
 

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <random>
 
-#include "FS_Library_DLL/FsBrackenTarnImpl.h"
+#include "FS_Library_DLL/keystore/FsBrackenTarnImpl.h"
 #include "storage/StorageApi.h"
 #include "storage/namespace/MemoryLimits.h"
 #include "tests/keystore/TestStore.h"

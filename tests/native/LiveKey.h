@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "FS_Library_DLL/FsNativeRegistryImpl.h"
+#include "FS_Library_DLL/native/FsNativeRegistryImpl.h"
 #include "platform/Heap.h"
 #include "tests/support/windows/ProcessState.h"
 #include "tests/support/windows/Replace.h"

@@ -1,11 +1,11 @@
-#include "FS_Library_DLL/KeyTreeDeleter.h"
+#include "FS_Library_DLL/registry/KeyTreeDeleter.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
 #include <set>
 
-#include "FS_Library_DLL/CombinePath.h"
+#include "FS_Library_DLL/registry/CombinePath.h"
 #include "tests/support/StubStore.h"
 
 namespace {

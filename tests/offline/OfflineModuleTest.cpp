@@ -2,7 +2,7 @@
 // without it.
 #include <windows.h>
 
-#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
+#include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
 #include "W32Utils/W32Exceptions.h"
 #include "platform/Text.h"
 #include "tests/support/TempDir.h"

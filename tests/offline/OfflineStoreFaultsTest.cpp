@@ -7,7 +7,7 @@
 #include <unistd.h>
 #include <filesystem>
 
-#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
+#include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
 #include "tests/offline/OfflineHive.h"
 #include "tests/offline/SavedValue.h"
 #include "tests/support/FailingHeap.h"

@@ -1,5 +1,5 @@
 // The offline hive as a store, through the interface that every store has.
-#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
+#include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
 
 #include <algorithm>
 #include <cstring>
@@ -9,8 +9,8 @@
 #include <set>
 #include <thread>
 
-#include "FS_Library_DLL/FileTime.h"
 #include "FS_Library_DLL/FsSwitches.h"
+#include "FS_Library_DLL/offline/FileTime.h"
 #include "offreg/HiveFormat.h"
 #include "platform/FileSystem.h"
 #include "platform/Heap.h"

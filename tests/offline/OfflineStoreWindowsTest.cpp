@@ -4,7 +4,7 @@
 #include <aclapi.h>
 #include <sddl.h>
 
-#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
+#include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
 #include "Shared/UserIdentity.h"
 #include "offreg/Names.h"
 #include "tests/support/TempDir.h"

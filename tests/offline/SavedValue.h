@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
+#include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
 #include "tests/offline/OfflineHive.h"
 
 namespace offline_test {

@@ -1,7 +1,7 @@
 // Every request and reply, byte for byte, and replies that lie.
 #include <functional>
 
-#include "FS_Library_DLL/FsIpcImpl.h"
+#include "FS_Library_DLL/remote/FsIpcImpl.h"
 #include "platform/Heap.h"
 #include "tests/remote/ScriptedServer.h"
 

@@ -8,7 +8,7 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "FS_Library_DLL/FsIpcImpl.h"
+#include "FS_Library_DLL/remote/FsIpcImpl.h"
 #include "tests/remote/ScriptedServer.h"
 #include "tests/support/TempDir.h"
 

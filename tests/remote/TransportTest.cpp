@@ -1,7 +1,7 @@
 // Packets on the wire that are cut, empty, huge or late, and servers that come, go and come back.
 #include <chrono>
 
-#include "FS_Library_DLL/FsIpcImpl.h"
+#include "FS_Library_DLL/remote/FsIpcImpl.h"
 #include "tests/remote/ScriptedServer.h"
 
 namespace remote_test {

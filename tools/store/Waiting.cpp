@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <iostream>
 
-#include "FS_Library_DLL/LockWait.h"
+#include "FS_Library_DLL/keystore/LockWait.h"
 
 namespace fbr {
 namespace {

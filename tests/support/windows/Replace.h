@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "FS_Library_DLL/NtDllFunctions.h"
+#include "FS_Library_DLL/registry/NtDllFunctions.h"
 #include "Shared/services/ServicesCollection.h"
 
 namespace support {

@@ -1,6 +1,0 @@
-#include "FS_Library_DLL/Backends.h"
-#include "FS_Library_DLL/FsNativeRegistryImpl.h"
-
-std::unique_ptr<IFSInterface> CreateNativeBackend(bool pathOnly) {
-    return std::make_unique<FsNativeRegistryImpl>(pathOnly);
-}

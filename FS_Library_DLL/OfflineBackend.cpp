@@ -1,6 +1,0 @@
-#include "FS_Library_DLL/Backends.h"
-#include "FS_Library_DLL/FsOfflineRegistryImpl.h"
-
-std::unique_ptr<IFSInterface> CreateOfflineBackend() {
-    return std::make_unique<FsOfflineRegistryImpl>();
-}
