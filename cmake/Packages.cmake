@@ -1,23 +1,49 @@
-# Header-only libraries come from the system's include folder. The cross build must not see that
-# folder as a whole, so it gets one that holds links to just these libraries.
-set(ZRFS_HEADERS ${CMAKE_BINARY_DIR}/headers)
-file(MAKE_DIRECTORY ${ZRFS_HEADERS})
-foreach(library fmt CLI nlohmann)
-  if(NOT EXISTS /usr/include/${library})
-    message(FATAL_ERROR "/usr/include/${library} is missing: run scripts/setup")
+# Header-only libraries, as find_package tells of them. The cross build takes them from the machine
+# that builds, and must not see the folder that they are in as a whole: so everyone gets a folder with
+# links to just these libraries.
+set(ZRFS_HEADERS ${PROJECT_BINARY_DIR}/headers)
+
+# zrfs_header_library(PACKAGE target folder debian-package)
+function(zrfs_header_library package target folder debian)
+  set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
+  set(CMAKE_SIZEOF_VOID_P "")  # the packages of the machine that builds fit any other
+  find_package(${package} CONFIG QUIET)
+  if(NOT ${package}_FOUND)
+    message(FATAL_ERROR "${package} is missing: install it (Debian: ${debian}; scripts/setup "
+                        "installs all), or name its folder in ${package}_DIR")
   endif()
-  file(CREATE_LINK /usr/include/${library} ${ZRFS_HEADERS}/${library} SYMBOLIC)
-endforeach()
+  get_target_property(includes ${target} INTERFACE_INCLUDE_DIRECTORIES)
+  foreach(include IN LISTS includes ITEMS /usr/include)
+    if(EXISTS ${include}/${folder})
+      file(MAKE_DIRECTORY ${ZRFS_HEADERS})
+      file(CREATE_LINK ${include}/${folder} ${ZRFS_HEADERS}/${folder} SYMBOLIC)
+      return()
+    endif()
+  endforeach()
+  message(FATAL_ERROR "${package} was found, its headers (${folder}/) were not")
+endfunction()
+
+zrfs_header_library(fmt fmt::fmt fmt libfmt-dev)
+if(ZRFS_BUILD_TOOLS OR ZRFS_BUILD_TESTS OR ZRFS_BUILD_BENCHMARKS)
+  zrfs_header_library(CLI11 CLI11::CLI11 CLI libcli11-dev)
+  zrfs_header_library(nlohmann_json nlohmann_json::nlohmann_json nlohmann nlohmann-json3-dev)
+endif()
 
 add_library(zrfs_headers INTERFACE)
 target_include_directories(zrfs_headers SYSTEM INTERFACE ${ZRFS_HEADERS})
 
 # fmt as one object file: header-only it would cost seconds in every file that formats.
-add_library(zrfs_fmt STATIC cmake/fmt.cpp)
+add_library(zrfs_fmt STATIC ${PROJECT_SOURCE_DIR}/cmake/fmt.cpp)
 target_link_libraries(zrfs_fmt PUBLIC zrfs_headers)
 
 # GoogleTest is built from its sources, so that both builds and the sanitizers use the same one.
-set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
-set(INSTALL_GTEST OFF)
-set(gtest_force_shared_crt ON)
-add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+if(ZRFS_BUILD_TESTS)
+  set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
+  set(INSTALL_GTEST OFF)
+  set(gtest_force_shared_crt ON)
+  if(NOT EXISTS /usr/src/googletest)
+    message(FATAL_ERROR "googletest is missing (Debian: googletest): run scripts/setup, or set "
+                        "ZRFS_BUILD_TESTS to OFF")
+  endif()
+  add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+endif()

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Shared/logging/Logger.h"
+#include "include/ZrFsVersion.h"
 #include "tools/console/Interrupt.h"
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
@@ -122,6 +123,7 @@ Cli::Cli()
     : app_(std::make_unique<CLI::App>("Looks at, changes and carries small registries.", "fbr")) {
     app_->allow_windows_style_options(false);
     app_->require_subcommand(1);
+    app_->set_version_flag("--version", "fbr " ZRFS_VERSION);
     Command(app_.get())
         .Text("--method", method_, Need::kOptional,
               "how the store is kept: container (the default), native, hive, offline, "

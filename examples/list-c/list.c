@@ -1,0 +1,49 @@
+/* Makes a key with three values and lists it, in plain C: C11 on Linux, C99 on Windows. */
+#include <zrfs/ZrFsLibrary.h>
+
+#include <stdio.h>
+#include <stdlib.h>
+
+/* Gives up with the status of the call that failed. */
+static void check(FBR_STATUS status, const char* what) {
+    if (status == FSSTATUS_SUCCESS) return;
+    fprintf(stderr, "%s: status %u\n", what, (unsigned)status);
+    exit(1);
+}
+
+/* The names here are plain ASCII; others want a conversion from UTF-16. */
+static void print(const FBR_WCHAR* text) {
+    for (; *text != 0; ++text) putchar((int)*text);
+}
+
+int main(void) {
+    static const FBR_WCHAR* const names[] = {FBR_TEXT("Width"), FBR_TEXT("Height"),
+                                             FBR_TEXT("Depth")};
+    FBR_STORE store = NULL;
+    FBR_KEY key = 0;
+    FBR_WCHAR* name = NULL;
+    uint32_t i, value, type;
+    uint64_t size;
+    FBR_STATUS status;
+
+    check(FBR_InitialiseEx(FBR_TEXT("list.fbr"), &store, FS_VR_METHOD_TARN), "open");
+    check(FBR_GetLockEx(1, store), "lock");
+    check(FBR_CreateDirEx(0, FBR_TEXT("\\Boxes\\Small"), FSCREATEOPTIONS_NONE, &key, store),
+          "make a key");
+    for (i = 0; i < 3; ++i) {
+        value = 10 * (i + 1);
+        check(FBR_SetValue(key, names[i], 4 /* REG_DWORD */, &value, sizeof value, store), "set");
+    }
+    check(FBR_ReleaseLockEx(1, store), "unlock");
+
+    for (i = 0; (status = FBR_EnumIntFileEx(key, i, &name, store)) == FSSTATUS_SUCCESS; ++i) {
+        check(FBR_QueryValue(key, name, &value, sizeof value, &size, &type, store), "get");
+        print(name);
+        printf(" = %u\n", (unsigned)value);
+        FBR_Release(name);
+    }
+    if (status != FSSTATUS_NO_MORE_ENTRIES) check(status, "list");
+    FBR_CloseDirEx(key, store);
+    check(FBR_DeInitialiseEx(store), "close");
+    return 0;
+}

@@ -1,0 +1,10 @@
+/* The version of the library. It stands here and nowhere else: the build takes it from here. */
+#ifndef ZRFSVERSION_H
+#define ZRFSVERSION_H
+
+#define ZRFS_VERSION_MAJOR 1
+#define ZRFS_VERSION_MINOR 0
+#define ZRFS_VERSION_PATCH 0
+#define ZRFS_VERSION "1.0.0"
+
+#endif
