@@ -29,7 +29,7 @@ install(FILES ${PROJECT_BINARY_DIR}/zrfs.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/
 
 if(WIN32)
   # A program on a Windows without it finds the library for offline hives beside itself.
-  install(TARGETS offreg RUNTIME COMPONENT runtime)
+  install(FILES $<TARGET_FILE:offreg> DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
   # For the compilers of others: the list of exports, and an import library made of it.
   get_target_property(sources ZrFsLibrary SOURCES)
   get_target_property(folder ZrFsLibrary SOURCE_DIR)

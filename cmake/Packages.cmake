@@ -5,9 +5,11 @@ set(ZRFS_HEADERS ${PROJECT_BINARY_DIR}/headers)
 
 # zrfs_header_library(PACKAGE target folder debian-package)
 function(zrfs_header_library package target folder debian)
-  set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
-  set(CMAKE_SIZEOF_VOID_P "")  # the packages of the machine that builds fit any other
-  find_package(${package} CONFIG QUIET)
+  if(CMAKE_CROSSCOMPILING)
+    set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
+    set(CMAKE_LIBRARY_ARCHITECTURE ${CMAKE_HOST_SYSTEM_PROCESSOR}-linux-gnu)
+  endif()
+  find_package(${package} CONFIG QUIET PATHS /usr)
   if(NOT ${package}_FOUND)
     message(FATAL_ERROR "${package} is missing: install it (Debian: ${debian}; scripts/setup "
                         "installs all), or name its folder in ${package}_DIR")

@@ -11,10 +11,10 @@ int main() {
     if (FBR_InitialiseEx(FBR_TEXT("hello.fbr"), &store, FS_VR_METHOD_TARN) != FSSTATUS_SUCCESS) {
         return 1;
     }
-    FBR_GetLockEx(1, store);  // a change needs the store's write lock
+    FBR_GetLockEx(FBR_LOCK_WRITE, store);  // a change needs the store's write lock
     FBR_CreateDirEx(0, FBR_TEXT("\\Software\\Hello"), FSCREATEOPTIONS_NONE, &key, store);
-    FBR_SetValue(key, FBR_TEXT("Count"), 4 /* REG_DWORD */, &count, sizeof(count), store);
-    FBR_ReleaseLockEx(1, store);
+    FBR_SetValue(key, FBR_TEXT("Count"), FBR_TYPE_DWORD, &count, sizeof(count), store);
+    FBR_ReleaseLockEx(FBR_LOCK_WRITE, store);
     FBR_QueryValue(key, FBR_TEXT("Count"), &read, sizeof(read), &size, &type, store);
     std::printf("Count is %u\n", static_cast<unsigned>(read));
     FBR_CloseDirEx(key, store);

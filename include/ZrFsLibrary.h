@@ -194,10 +194,10 @@ FBR_API FBR_STATUS FBR_RenameDirEx(FBR_KEY key, const FBR_WCHAR* newName, FBR_ST
 /* Closes a key handle. */
 FBR_API FBR_STATUS FBR_CloseDirEx(FBR_KEY key, FBR_STORE handle);
 
-/* Hand out the name of the value, or of the subkey, at a place in the order of names. Each call
- * walks from the start, on one state of the store; a change between two calls moves the places,
- * which a lock of type 3 around them keeps away. With a null `name` the call only tells whether
- * there is one. FSSTATUS_NO_MORE_ENTRIES, with *name untouched, behind the last. */
+/* Hand out the name of the value, or of the subkey, at a place in the order of names, each on one
+ * state of the store. Asked for in their order they all cost the same; a change between two calls
+ * moves the places, which a lock of type 3 around them keeps away. With a null `name` the call only
+ * tells whether there is one. FSSTATUS_NO_MORE_ENTRIES, with *name untouched, behind the last. */
 FBR_API FBR_STATUS FBR_EnumIntFileEx(FBR_KEY key, uint32_t index, FBR_WCHAR** name,
                                      FBR_STORE handle);
 FBR_API FBR_STATUS FBR_EnumIntDirEx(FBR_KEY key, uint32_t index, FBR_WCHAR** name,

@@ -27,14 +27,14 @@ int main(void) {
     FBR_STATUS status;
 
     check(FBR_InitialiseEx(FBR_TEXT("list.fbr"), &store, FS_VR_METHOD_TARN), "open");
-    check(FBR_GetLockEx(1, store), "lock");
+    check(FBR_GetLockEx(FBR_LOCK_WRITE, store), "lock");
     check(FBR_CreateDirEx(0, FBR_TEXT("\\Boxes\\Small"), FSCREATEOPTIONS_NONE, &key, store),
           "make a key");
     for (i = 0; i < 3; ++i) {
         value = 10 * (i + 1);
-        check(FBR_SetValue(key, names[i], 4 /* REG_DWORD */, &value, sizeof value, store), "set");
+        check(FBR_SetValue(key, names[i], FBR_TYPE_DWORD, &value, sizeof value, store), "set");
     }
-    check(FBR_ReleaseLockEx(1, store), "unlock");
+    check(FBR_ReleaseLockEx(FBR_LOCK_WRITE, store), "unlock");
 
     for (i = 0; (status = FBR_EnumIntFileEx(key, i, &name, store)) == FSSTATUS_SUCCESS; ++i) {
         check(FBR_QueryValue(key, name, &value, sizeof value, &size, &type, store), "get");

@@ -19,7 +19,7 @@ int main() {
     }
     ++starts;
     bytes.assign(reinterpret_cast<uint8_t*>(&starts), reinterpret_cast<uint8_t*>(&starts + 1));
-    type = 4;  // REG_DWORD
+    type = FBR_TYPE_DWORD;
     if (settings->SetRawValue(key, FBR_TEXT("Starts"), bytes, type) != FSSTATUS_SUCCESS) return 1;
     IFBRSettingsFile::Strings names;
     settings->EnumerateValues(key, names);
