@@ -1,4 +1,5 @@
-# What `cmake --install` puts where, in the components runtime, development, tools and documentation.
+# What `cmake --install` puts where, in the components runtime, development, tools, python and
+# documentation.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -54,8 +55,15 @@ endif()
 if(TARGET fbr)
   install(TARGETS fbr RUNTIME COMPONENT tools)
 endif()
+if(WIN32)
+  set(ZRFS_PYTHON_DIR python)
+else()
+  set(ZRFS_PYTHON_DIR lib/python3/dist-packages)
+endif()
+install(DIRECTORY python/zrfs DESTINATION ${ZRFS_PYTHON_DIR} COMPONENT python
+  FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" PATTERN "__pycache__" EXCLUDE)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-foreach(component runtime development tools)
+foreach(component runtime development tools python)
   install(FILES LICENSE NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT ${component})
 endforeach()

@@ -21,9 +21,11 @@
 #include "../ZrFsLibrary.h"
 #endif
 
+#include <algorithm>
 #include <chrono>
-#include <cstring>
+#include <functional>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -237,9 +239,12 @@ struct Value {
 
 // What an enumeration of the library hands out, as an input range. Entry i is asked for when it is
 // wanted; under a ReadLock or WriteLock all are of one state.
-template <class Item, class Fetch>
+template <class Item>
 class Listing {
   public:
+    // Entry i, nothing behind the last.
+    using Fetch = std::function<std::optional<Item>(uint32_t)>;
+
     class Iterator {
       public:
         using iterator_concept = std::input_iterator_tag;
@@ -362,24 +367,14 @@ class Key {
         return true;
     }
 
-    // Names of subkeys and of values, and values with their names, in the store's order.
-    auto subkeys() const {
-        const auto next = [this](uint32_t i) { return entry(FBR_EnumIntDirEx, i); };
-        return Listing<std::string, decltype(next)>(next);
-    }
-    auto value_names() const {
-        const auto next = [this](uint32_t i) { return entry(FBR_EnumIntFileEx, i); };
-        return Listing<std::string, decltype(next)>(next);
-    }
-    auto values() const {
-        const auto next = [this](uint32_t i) -> std::optional<NamedValue> {
-            std::optional<std::string> name = entry(FBR_EnumIntFileEx, i);
-            if (!name) return {};
-            Value value = get(*name);
-            return NamedValue{std::move(*name), std::move(value)};
-        };
-        return Listing<NamedValue, decltype(next)>(next);
-    }
+    // Names of subkeys and of values, and values with their names, in the store's order. A key that
+    // is a temporary object lives on in its listing.
+    Listing<std::string> subkeys() const& { return names(this, FBR_EnumIntDirEx); }
+    Listing<std::string> subkeys() && { return names(kept(), FBR_EnumIntDirEx); }
+    Listing<std::string> value_names() const& { return names(this, FBR_EnumIntFileEx); }
+    Listing<std::string> value_names() && { return names(kept(), FBR_EnumIntFileEx); }
+    Listing<NamedValue> values() const& { return named_values(this); }
+    Listing<NamedValue> values() && { return named_values(kept()); }
 
   private:
     friend class Store;
@@ -391,6 +386,21 @@ class Key {
         check(function(handle_, &text, store_), what);
         return take(text);
     }
+    // `key` is a pointer, which may own the key.
+    template <class Pointer, class Function>
+    static Listing<std::string> names(Pointer key, Function function) {
+        return Listing<std::string>([=](uint32_t i) { return key->entry(function, i); });
+    }
+    template <class Pointer>
+    static Listing<NamedValue> named_values(Pointer key) {
+        return Listing<NamedValue>([=](uint32_t i) -> std::optional<NamedValue> {
+            std::optional<std::string> name = key->entry(FBR_EnumIntFileEx, i);
+            if (!name) return {};
+            Value value = key->get(*name);
+            return NamedValue{std::move(*name), std::move(value)};
+        });
+    }
+    std::shared_ptr<const Key> kept() { return std::make_shared<const Key>(std::move(*this)); }
     template <class Function>
     std::optional<std::string> entry(Function function, uint32_t index) const {
         FBR_WCHAR* name = nullptr;

@@ -1,0 +1,114 @@
+"""The package on stores of its own. ZRFS_LIBRARY names the library that was built."""
+import datetime
+import subprocess
+import sys
+
+import pytest
+
+import zrfs
+
+
+@pytest.fixture
+def path(tmp_path):
+    return str(tmp_path / "tëst-\U0001F600.fbr")
+
+
+VALUES = {"number": 42, "": "unnamed", "large": 1 << 40, "text": "grüße \U0001F600", "lone": "\ud800",
+          "empty": "", "bytes": bytes(range(256)) * 40, "none": b"", "list": ["a", "bc"], "nobody": []}
+
+
+def test_values_come_back_as_they_went_in(path):
+    with zrfs.open(path, write=True) as store:
+        store["Software\\Hello"].update(VALUES)
+    with zrfs.open(path) as store:
+        found = dict(store["software\\HELLO"])
+    expected = dict(VALUES)
+    expected["(Default)"] = expected.pop("")
+    assert found == expected
+
+
+@pytest.mark.parametrize("value, type_, data", [
+    (7, zrfs.Type.DWORD, b"\7\0\0\0"), (1 << 32, zrfs.Type.QWORD, b"\0\0\0\0\1\0\0\0"),
+    ("é", zrfs.Type.SZ, b"\xe9\0\0\0"), (b"\1", zrfs.Type.BINARY, b"\1"),
+    (["a"], zrfs.Type.MULTI_SZ, b"a\0\0\0\0\0"), (zrfs.Value(77, b"x"), 77, b"x")])
+def test_types_and_bytes(path, value, type_, data):
+    with zrfs.open(path, write=True) as store:
+        store["k"]["v"] = value
+        assert store["k"].value("v") == zrfs.Value(type_, data)
+
+
+@pytest.mark.parametrize("value", [-1, 1 << 64, 1.5, [""], [1], None])
+def test_what_has_no_type_is_refused_and_changes_nothing(path, value):
+    with zrfs.open(path, write=True) as store:
+        with pytest.raises((TypeError, OverflowError)):
+            store["k"]["v"] = value
+        assert "k" not in store
+
+
+@pytest.mark.parametrize("type_, data", [
+    (zrfs.Type.DWORD, b"abc"), (zrfs.Type.SZ, b"odd"), (zrfs.Type.QWORD, b""), (99, b"\1\2")])
+def test_data_that_does_not_fit_its_type_is_bytes(path, type_, data):
+    with zrfs.open(path, write=True) as store:
+        store["k"]["v"] = zrfs.Value(type_, data)
+        assert store["k"]["v"] == data
+
+
+def test_keys(path):
+    with zrfs.open(path, write=True) as store:
+        for name in ("b", "a", "c"):
+            (store["top"] / name).create()["v"] = name
+        assert [key.path for key in store["top"].subkeys()] == ["top\\a", "top\\b", "top\\c"]
+        assert (store["top\\a"].rename("z"))["v"] == "a"
+        store["top\\b"].delete()
+        assert store["top"].to_dict() == {"values": {}, "keys": {
+            "c": {"values": {"v": "c"}, "keys": {}}, "z": {"values": {"v": "a"}, "keys": {}}}}
+        age = datetime.datetime.now(datetime.timezone.utc) - store["top"].modified()
+        assert abs(age) < datetime.timedelta(minutes=5)
+        assert "top\\c" in store and "top\\b" not in store and "v" in store["top\\c"]
+        store.compact()
+
+
+def test_failures_are_exceptions_of_their_own(path):
+    with zrfs.open(path) as store:
+        with pytest.raises(KeyError, match=r"nowhere"):
+            store["nowhere"]["v"]
+        with pytest.raises(zrfs.LockError) as caught:
+            store["k"]["v"] = 1
+        assert caught.value.status == zrfs.Status.LOCK_FAILED
+        with pytest.raises(ValueError):
+            store["a\0b"].create()
+        with store.lock():
+            store["k"]["v"] = 1
+            with pytest.raises(zrfs.NotFoundError):
+                del store["k"]["w"]
+            del store["k"]["v"]
+    with pytest.raises(ValueError, match="closed"):
+        store["k"].create()
+    with pytest.raises(zrfs.NotFoundError):
+        zrfs.check(path + ".missing")
+
+
+def test_the_lock_keeps_others_out_and_ends_with_the_store(path):
+    other = (f"import zrfs\nwith zrfs.open({path!r}, write=True) as s:\n"
+             "  for i in range(50):\n    s['n']['v'] = s['n'].get('v', 0) + 1\n")
+    runs = [subprocess.Popen([sys.executable, "-c", other]) for _ in range(4)]
+    assert [run.wait() for run in runs] == [0] * 4
+    with zrfs.open(path) as store, store.lock(zrfs.Lock.READ):
+        assert store["n"]["v"] == 200
+
+
+def test_check_finds_damage_and_repair_mends_it(path):
+    with zrfs.open(path, write=True) as store:
+        for i in range(100):
+            store[f"key{i}"]["v"] = bytes(1000)
+    assert zrfs.check(path) == []
+    with open(path, "r+b") as file:
+        file.seek(0, 2)
+        middle = file.tell() // 2 // 512 * 512
+        file.seek(middle)
+        file.write(b"\xff" * 4096)
+    assert zrfs.check(path) != []
+    zrfs.check(path, repair=True)
+    assert zrfs.check(path) == []
+    with zrfs.open(path) as store:
+        assert len(list(store[""].subkeys())) > 50

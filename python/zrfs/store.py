@@ -1,0 +1,278 @@
+"""Stores and keys."""
+from __future__ import annotations
+
+import ctypes
+import dataclasses
+import datetime
+import enum
+import os
+from typing import Any, Iterator, MutableMapping, Optional
+
+from . import _library as lib
+from .errors import NotFoundError, Status, check as _check
+from .values import Stored, Value, from_python
+
+_library = lib.library
+
+
+class Method(enum.IntEnum):
+    """How a store is kept."""
+    CONTAINER = 1
+    NATIVE = 2
+    REMOTE_CONTAINER = 4
+    HIVE = 5
+    OFFLINE = 6
+
+
+class Lock(enum.IntEnum):
+    """What a lock is for."""
+    WRITE = 1
+    READ = 3
+
+
+class _OpenKey:
+    """A key handle for as long as a `with` lasts."""
+
+    def __init__(self, store: "Store", path: str, create: bool = False):
+        self._store, self._path, self._create = store, path, create
+        self._key = lib.Key()
+
+    def __enter__(self) -> lib.Key:
+        handle, name = self._store._open_handle(), lib.to_units("\\" + self._path)
+        if self._create:
+            status = _library.FBR_CreateDirEx(0, name, 0, ctypes.byref(self._key), handle)
+            if status == Status.ALREADY_EXISTS:
+                status = Status.SUCCESS
+        else:
+            status = _library.FBR_OpenDirEx(0, name, ctypes.byref(self._key), handle)
+        _check(status, f"key \\{self._path} in {self._store.path}")
+        return self._key
+
+    def __exit__(self, *_: object) -> None:
+        _library.FBR_CloseDirEx(self._key, self._store._handle)
+
+
+class Key(MutableMapping[str, Any]):
+    """A key of a store as a mapping from names to values; "" is the unnamed value.
+
+    It is a path, and need not be there: reading a value of a missing key is a NotFoundError (a
+    KeyError), setting one makes the key."""
+
+    def __init__(self, store: "Store", path: str):
+        self._store = store
+        self.path = path.strip("\\")
+
+    def __repr__(self) -> str:
+        return f"<zrfs.Key \\{self.path} in {self._store.path}>"
+
+    def __truediv__(self, name: str) -> "Key":
+        return Key(self._store, f"{self.path}\\{name}")
+
+    def _what(self, name: str) -> str:
+        return f"value {name!r} of key \\{self.path} in {self._store.path}"
+
+    def exists(self) -> bool:
+        try:
+            with _OpenKey(self._store, self.path):
+                return True
+        except NotFoundError:
+            return False
+
+    def create(self) -> "Key":
+        """Makes the key, and those on the way to it, where they are missing."""
+        with _OpenKey(self._store, self.path, create=True):
+            return self
+
+    def delete(self) -> None:
+        """Deletes the key and all below it."""
+        status = _library.FBR_DeleteDirNamedEx(lib.to_units("\\" + self.path),
+                                               self._store._open_handle())
+        _check(status, f"delete {self!r}")
+
+    def rename(self, name: str) -> "Key":
+        """Renames the key below its parent, and answers it under the new name."""
+        with _OpenKey(self._store, self.path) as key:
+            _check(_library.FBR_RenameDirEx(key, lib.to_units(name), self._store._handle),
+                   f"rename {self!r} to {name!r}")
+        parent = self.path.rpartition("\\")[0]
+        return Key(self._store, f"{parent}\\{name}")
+
+    def modified(self) -> datetime.datetime:
+        """The time of the last change in the key."""
+        time = lib.SystemTime()
+        with _OpenKey(self._store, self.path) as key:
+            _check(_library.FBR_GetDirTimesEx(key, ctypes.byref(time), self._store._handle),
+                   f"the time of {self!r}")
+        return datetime.datetime(time.year, time.month, time.day, time.hour, time.minute,
+                                 time.second, 1000 * time.milliseconds, datetime.timezone.utc)
+
+    def subkeys(self) -> Iterator["Key"]:
+        """The keys right below this one, in the store's order."""
+        for name in self._names(_library.FBR_EnumIntDirEx):
+            yield self / name
+
+    def value(self, name: str) -> Value:
+        """A value as it is stored."""
+        with _OpenKey(self._store, self.path) as key:
+            return self._query(key, name)
+
+    def to_dict(self) -> dict[str, Any]:
+        """All below the key: {"values": {name: value}, "keys": {name: the same of a subkey}}."""
+        return {"values": dict(self.items()),
+                "keys": {key.path.rpartition("\\")[2]: key.to_dict() for key in self.subkeys()}}
+
+    def __getitem__(self, name: str) -> Any:
+        return self.value(name).to_python()
+
+    def __setitem__(self, name: str, value: Stored) -> None:
+        stored = from_python(value)
+        with _OpenKey(self._store, self.path, create=True) as key:
+            _check(_library.FBR_SetValue(key, lib.to_units(name), stored.type, stored.data,
+                                         len(stored.data), self._store._handle),
+                   f"set {self._what(name)}")
+
+    def __delitem__(self, name: str) -> None:
+        with _OpenKey(self._store, self.path) as key:
+            _check(_library.FBR_DeleteValue(key, lib.to_units(name), self._store._handle),
+                   f"delete {self._what(name)}")
+
+    def __contains__(self, name: object) -> bool:
+        try:
+            return isinstance(name, str) and self.value(name) is not None
+        except NotFoundError:
+            return False
+
+    def __iter__(self) -> Iterator[str]:
+        return iter(self._names(_library.FBR_EnumIntFileEx))
+
+    def __len__(self) -> int:
+        return len(self._names(_library.FBR_EnumIntFileEx))
+
+    def _names(self, enumerate_: Any) -> list[str]:
+        names: list[str] = []
+        with _OpenKey(self._store, self.path) as key:
+            while True:
+                name = lib.Units()
+                status = enumerate_(key, len(names), ctypes.byref(name), self._store._handle)
+                if status == Status.NO_MORE_ENTRIES:
+                    return names
+                _check(status, f"list {self!r}")
+                names.append(lib.take_text(name))
+
+    def _query(self, key: lib.Key, name: str) -> Value:
+        units, room = lib.to_units(name), 512
+        size, kind = ctypes.c_uint64(), ctypes.c_uint32()
+        while True:
+            # A buffer that comes back full may have more behind it.
+            buffer = ctypes.create_string_buffer(room)
+            status = _library.FBR_QueryValue(key, units, buffer, room, ctypes.byref(size),
+                                             ctypes.byref(kind), self._store._handle)
+            if status == Status.SUCCESS and size.value < room:
+                return Value(kind.value, buffer.raw[:size.value])
+            if status not in (Status.SUCCESS, Status.BUFFER_OVERFLOW) or room > 1 << 32:
+                _check(status or Status.FAILED, f"read {self._what(name)}")
+            room *= 4
+
+
+class _HeldLock:
+    def __init__(self, store: "Store", kind: Lock):
+        self._store, self._kind = store, kind
+
+    def __enter__(self) -> "Store":
+        _check(_library.FBR_GetLockEx(self._kind, self._store._open_handle()),
+               f"lock {self._store.path}")
+        return self._store
+
+    def __exit__(self, *_: object) -> None:
+        _library.FBR_ReleaseLockEx(self._kind, self._store._handle)
+
+
+class Store:
+    """An open store. It closes at the end of its `with`, or by close()."""
+
+    def __init__(self, path: str, method: Method = Method.CONTAINER, write: bool = False):
+        """Opens the store at a path of FBR_InitialiseEx; a container that is missing is made.
+        With `write` it holds the write lock until it is closed."""
+        self.path, self.method = path, Method(method)
+        self._handle: Optional[ctypes.c_void_p] = None
+        handle = lib.Handle()
+        _check(_library.FBR_InitialiseEx(lib.to_units(path), ctypes.byref(handle), self.method),
+               f"open {path}")
+        self._handle = handle
+        if write:
+            status = _library.FBR_GetLockEx(Lock.WRITE, handle)
+            if status != Status.SUCCESS:
+                self.close()
+            _check(status, f"lock {path}")
+
+    def __enter__(self) -> "Store":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        if getattr(self, "_handle", None) is not None:
+            self.close()
+
+    def _open_handle(self) -> ctypes.c_void_p:
+        if self._handle is None:
+            raise ValueError(f"{self.path} is closed")
+        return self._handle
+
+    def close(self) -> None:
+        """Closes the store, and gives up its lock. Closing it again does nothing."""
+        handle, self._handle = self._handle, None
+        if handle is not None:
+            _check(_library.FBR_DeInitialiseEx(handle), f"close {self.path}")
+
+    def __getitem__(self, path: str) -> Key:
+        """The key at a path from the root; "" is the root."""
+        return Key(self, path)
+
+    def __contains__(self, path: object) -> bool:
+        return isinstance(path, str) and Key(self, path).exists()
+
+    def lock(self, kind: Lock = Lock.WRITE) -> _HeldLock:
+        """A lock for as long as a `with` lasts."""
+        return _HeldLock(self, kind)
+
+    def compact(self) -> None:
+        """Gives free pages of a container back to the disk."""
+        done = ctypes.c_uint32()
+        _check(_library.FBR_Compact(self._open_handle(), ctypes.byref(done)),
+               f"compact {self.path}")
+
+    def to_dict(self) -> dict[str, Any]:
+        """All of the store, see Key.to_dict."""
+        return Key(self, "").to_dict()
+
+
+@dataclasses.dataclass(frozen=True)
+class Finding:
+    """What a check found: 8 a bad reference, 9 a page that nothing refers to, 15 a bad entry."""
+    code: int
+    page: int
+    name: str
+
+
+def check(path: str, repair: bool = False) -> list[Finding]:
+    """Checks a container file and answers what is wrong with it; mends it, too, with `repair`.
+    An empty list is a sound file."""
+    findings: list[Finding] = []
+
+    def found(name: Any, code: int, page: int, _all: int, _clean: int, _cancel: Any) -> None:
+        if code >= 8:
+            findings.append(Finding(code, page, lib.to_text(name) if code == 15 else ""))
+
+    if not os.path.exists(path):
+        raise NotFoundError(f"check {path}", Status.NOT_FOUND)
+    run = _library.FBR_CheckAndRepairFileEx if repair else _library.FBR_CheckFileEx
+    _check(run(lib.to_units(path), lib.CheckCallback(found)), f"check {path}")
+    return findings
+
+
+def open(path: str, write: bool = False,  # pylint: disable=redefined-builtin
+         method: Method = Method.CONTAINER) -> Store:
+    """Opens a store; with `write` for changes. A container that is missing is made."""
+    return Store(path, method, write)

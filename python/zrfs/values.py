@@ -1,0 +1,74 @@
+"""Values: typed bytes, and what they are in Python."""
+from __future__ import annotations
+
+import dataclasses
+import enum
+from typing import Any, Union
+
+
+class Type(enum.IntEnum):
+    """The types that programs agree on. The library keeps any other number, too."""
+    NONE = 0
+    SZ = 1
+    EXPAND_SZ = 2
+    BINARY = 3
+    DWORD = 4
+    DWORD_BE = 5
+    LINK = 6
+    MULTI_SZ = 7
+    QWORD = 11
+
+
+@dataclasses.dataclass(frozen=True)
+class Value:
+    """A value as it is stored."""
+    type: int
+    data: bytes
+
+    def to_python(self) -> Any:
+        """int for the numbers, str for texts, list[str] for MULTI_SZ, else bytes; bytes, too, for
+        data that does not fit its type."""
+        numbers = {Type.DWORD: (4, "little"), Type.DWORD_BE: (4, "big"), Type.QWORD: (8, "little")}
+        if self.type in numbers:
+            size, order = numbers[Type(self.type)]
+            return int.from_bytes(self.data, order) if len(self.data) == size else self.data
+        if len(self.data) % 2 == 0:
+            if self.type in (Type.SZ, Type.EXPAND_SZ, Type.LINK):
+                return _decoded(self.data).split("\0", 1)[0]
+            if self.type == Type.MULTI_SZ:
+                return _decoded(self.data).split("\0\0", 1)[0].rstrip("\0").split("\0") \
+                    if self.data.strip(b"\0") else []
+        return self.data
+
+
+Stored = Union[Value, int, str, bytes, bytearray, memoryview, list, tuple]
+
+
+def _decoded(data: bytes) -> str:
+    return data.decode("utf-16-le", "surrogatepass")
+
+
+def _encoded(text: str) -> bytes:
+    return text.encode("utf-16-le", "surrogatepass")
+
+
+def from_python(value: Stored) -> Value:
+    """A number of up to 32 bits is a DWORD, of up to 64 a QWORD; a str is an SZ, bytes are BINARY,
+    and a list of str is a MULTI_SZ. A Value goes as it is."""
+    if isinstance(value, Value):
+        return value
+    if isinstance(value, int):
+        if not 0 <= value < 1 << 64:
+            raise OverflowError(f"{value} has no place in 64 bits without a sign")
+        return Value(Type.DWORD, value.to_bytes(4, "little")) if value < 1 << 32 else \
+            Value(Type.QWORD, value.to_bytes(8, "little"))
+    if isinstance(value, str):
+        return Value(Type.SZ, _encoded(value + "\0"))
+    if isinstance(value, (bytes, bytearray, memoryview)):
+        return Value(Type.BINARY, bytes(value))
+    if isinstance(value, (list, tuple)):
+        for text in value:
+            if not isinstance(text, str) or not text or "\0" in text:
+                raise TypeError("a list must hold texts that are not empty")
+        return Value(Type.MULTI_SZ, _encoded("".join(text + "\0" for text in value) + "\0"))
+    raise TypeError(f"no type of value for {type(value).__name__}")

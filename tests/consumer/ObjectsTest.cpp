@@ -1,0 +1,116 @@
+// The C++ objects over the shipped library.
+#include <gtest/gtest.h>
+
+#include <zrfs/store.hpp>
+
+#include <algorithm>
+
+#include "tests/support/TempDir.h"
+
+namespace {
+
+using zrfs::Value;
+
+struct Objects : testing::Test {
+    support::TempDir folder;
+    zrfs::Store store{zrfs::Text(folder.File("objects.fbr"))};
+    zrfs::WriteLock lock{store};
+};
+
+FBR_STATUS StatusOf(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code().category(), zrfs::category());
+        return static_cast<FBR_STATUS>(error.code().value());
+    }
+    return FSSTATUS_SUCCESS;
+}
+
+TEST_F(Objects, ValuesComeBackAsTheyWentIn) {
+    const zrfs::Key key = store.create("a\\b");
+    const std::vector<std::pair<std::string, Value>> values = {
+        {"binary", Value::binary(zrfs::Bytes(5000, 7))},
+        {"dword", Value::dword(0xFFFFFFFF)},
+        {"empty", {77, {}}},
+        {"exact", {3, zrfs::Bytes(512, 1)}},  // as much as the first buffer holds
+        {"qword", Value::qword(1ull << 63)},
+        {"text", Value::text("gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x98\x80")},
+        {"texts", Value::texts({"a", "", "bc"})}};
+    for (const auto& [name, value] : values) key.set(name, value);
+    std::vector<std::pair<std::string, Value>> found;
+    for (const auto& [name, value] : key.values()) found.emplace_back(name, value);
+    EXPECT_EQ(found, values);
+
+    EXPECT_EQ(key.get("dword").number(), 0xFFFFFFFFu);
+    EXPECT_EQ(key.get("qword").number(), 1ull << 63);
+    EXPECT_EQ(key.get("text").text(), "gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x98\x80");
+    EXPECT_EQ(key.get("texts").texts(), (std::vector<std::string>{"a", "bc"}));
+    EXPECT_EQ(key.get("text").number(), std::nullopt);
+    EXPECT_EQ(key.get("dword").text(), std::nullopt);
+    EXPECT_TRUE(key.remove_value("dword"));
+    EXPECT_FALSE(key.remove_value("dword"));
+    EXPECT_FALSE(key.try_get("dword"));
+}
+
+TEST(ObjectsText, GoesBetweenTheFormsAndBack) {
+    const zrfs::WideString lone = {0x61, 0xD800, 0x62};
+    EXPECT_EQ(zrfs::to_utf16("\xF0\x9F\x98\x80"), (zrfs::WideString{0xD83D, 0xDE00}));
+    EXPECT_EQ(zrfs::to_utf16(zrfs::to_utf8(lone)), lone);
+    for (const char* bad : {"\xFF", "\xC0\x80", "\xE2\x82", "\xF4\x90\x80\x80", "\x80"}) {
+        EXPECT_EQ(zrfs::to_utf16(bad).front(), 0xFFFD) << bad;
+    }
+    // Bytes that lie about their size or end.
+    EXPECT_EQ((Value{FBR_TYPE_SZ, {0x61, 0, 0x62}}).text(), "a");
+    EXPECT_EQ((Value{FBR_TYPE_MULTI_SZ, {0x61, 0}}).texts(), std::vector<std::string>{"a"});
+    EXPECT_EQ((Value{FBR_TYPE_MULTI_SZ, {}}).texts(), std::vector<std::string>{});
+    EXPECT_EQ((Value{FBR_TYPE_DWORD, {1, 2, 3}}).number(), std::nullopt);
+    EXPECT_EQ((Value{FBR_TYPE_DWORD_BE, {0, 0, 1, 2}}).number(), 258u);
+}
+
+TEST_F(Objects, KeysAreMadeFoundRenamedAndDeleted) {
+    for (const char* name : {"\\k\\b", "k\\a", "k\\c"}) store.create(name);
+    zrfs::Key key = store.open("k");
+    std::vector<std::string> names;
+    std::ranges::copy(key.subkeys(), std::back_inserter(names));
+    EXPECT_EQ(names, (std::vector<std::string>{"a", "b", "c"}));
+    names.clear();
+    for (const std::string& name : store.open("k").subkeys()) names.push_back(name);
+    EXPECT_EQ(names, (std::vector<std::string>{"a", "b", "c"}));
+    zrfs::Key a = key.open("a");
+    a.rename("z");
+    EXPECT_EQ(a.path(), "\\k\\z");
+    EXPECT_EQ(a.name(), "z");
+    EXPECT_LT(std::chrono::abs(std::chrono::system_clock::now() - a.modified()),
+              std::chrono::minutes(5));
+    std::move(a).remove();
+    EXPECT_FALSE(store.find("k\\z"));
+    EXPECT_EQ(StatusOf([&] { std::move(key).remove(); }), FSSTATUS_DIR_NOT_EMPTY);
+    store.remove_tree("k");
+    EXPECT_EQ(StatusOf([&] { store.open("k"); }), FSSTATUS_NOT_FOUND);
+    store.compact();
+}
+
+TEST(ObjectsLocks, AChangeWithoutOneFailsWithItsStatus) {
+    support::TempDir folder;
+    zrfs::Store store{zrfs::Text(folder.File("objects.fbr"))};
+    const zrfs::Key root = store.root();
+    EXPECT_EQ(StatusOf([&] { root.set("v", Value::dword(1)); }), FSSTATUS_LOCK_FAILED);
+    {
+        const zrfs::ReadLock lock(store);
+        EXPECT_EQ(StatusOf([&] { root.set("v", Value::dword(1)); }), FSSTATUS_LOCK_FAILED);
+    }
+    {
+        const zrfs::WriteLock lock(store);
+        root.set("v", Value::dword(1));
+    }
+    EXPECT_EQ(root.get("v"), Value::dword(1));
+    EXPECT_EQ(StatusOf([&] { root.get("w"); }), FSSTATUS_NOT_FOUND);
+    try {
+        root.get("w");
+    } catch (const std::system_error& error) {
+        EXPECT_STREQ(error.what(), "read value w: there is no such key, value or file");
+    }
+}
+
+}  // namespace
