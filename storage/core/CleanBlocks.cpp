@@ -28,7 +28,8 @@ uint32_t SectorsOf(uint64_t offset, uint32_t size, uint32_t block, uint32_t sect
 bool CleanBlocks::Knows(uint64_t offset, uint32_t size) {
     const Place* place = PlaceOf(offset >> kShift);
     const uint32_t wanted = SectorsOf(offset, size, kBytes, kSector);
-    return place->block == offset >> kShift && place->bytes != nullptr && (place->known & wanted) == wanted;
+    return place->block == offset >> kShift && place->bytes != nullptr &&
+           (place->known & wanted) == wanted;
 }
 
 CleanBlocks::Place* CleanBlocks::Take(uint64_t block) {
@@ -71,10 +72,14 @@ bool CleanBlocks::ReadRun(platform::PageFile* file, uint64_t block, uint32_t* er
     uint32_t done = 0;
     *error = file->Read(block << kShift, bytes, sizeof bytes, &done);
     if (*error != 0) return false;
-    std::memset(bytes + done, 0, sizeof bytes - done);
-    for (uint32_t i = 0; i < kRun; ++i) {
+    if (done < sizeof bytes) std::memset(bytes + done, 0, sizeof bytes - done);
+    // The first one last: a place may lose its memory to the next one.
+    for (uint32_t i = kRun; i-- > 0;) {
         Place* place = Take(block + i);
-        if (place == nullptr) return i != 0;
+        if (place == nullptr) {
+            if (i == 0) return false;
+            continue;
+        }
         std::memcpy(place->bytes, bytes + (i << kShift), kBytes);
         place->known = kAllKnown;
     }
