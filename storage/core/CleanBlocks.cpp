@@ -10,7 +10,7 @@
 namespace storage {
 
 CleanBlocks::~CleanBlocks() {
-    while (count_ != 0) platform::HeapRelease(table_->used[--count_]->bytes);
+    while (count_ != 0) platform::HeapRelease(UsedPlace(--count_)->bytes);
     platform::HeapRelease(table_);
 }
 
@@ -35,7 +35,7 @@ bool CleanBlocks::Knows(uint64_t offset, uint32_t size) {
 CleanBlocks::Place* CleanBlocks::Take(uint64_t block) {
     Place* place = PlaceOf(block);
     if (place->block != block) place->known = 0;
-    place->block = block;
+    place->block = static_cast<uint32_t>(block);
     if (place->bytes == nullptr) place->bytes = TakeMemory(place);
     return place->bytes != nullptr ? place : nullptr;
 }
@@ -45,11 +45,13 @@ uint8_t* CleanBlocks::TakeMemory(Place* place) {
     place->known = 0;
     if (HasRoom() || count_ == 0) {
         auto* bytes = static_cast<uint8_t*>(platform::HeapAllocate(kBytes));
-        if (bytes != nullptr) table_->used[count_++] = place;
+        if (bytes != nullptr) table_->used[count_++] = static_cast<uint16_t>(place - table_->places);
         return bytes;
     }
     oldest_ = oldest_ + 1 < count_ ? oldest_ + 1 : 0;
-    return std::exchange(std::exchange(table_->used[oldest_], place)->bytes, nullptr);
+    Place* loser = UsedPlace(oldest_);
+    table_->used[oldest_] = static_cast<uint16_t>(place - table_->places);
+    return std::exchange(loser->bytes, nullptr);
 }
 
 bool CleanBlocks::Read(platform::PageFile* file, uint64_t offset, uint32_t size, uint32_t* error) {
@@ -88,7 +90,7 @@ bool CleanBlocks::ReadRun(platform::PageFile* file, uint64_t block, uint32_t* er
 
 // Is this the page behind one that is known, or a little behind the last one?
 bool CleanBlocks::ReadsOn(uint64_t offset) {
-    const bool isNear = offset > last_ && offset - last_ <= kBytes;
+    const bool isNear = offset > last_ && offset - last_ <= kRun * kBytes;
     return isNear || (offset >= kSector && Knows(offset - kSector, kSector));
 }
 
@@ -96,13 +98,13 @@ PageBytes CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t 
                             bool* wasRead, uint32_t* error) {
     *wasRead = false;
     *error = 0;
-    if (size > kBytes) return {};
+    if (size > kBytes || offset >> kShift >= kMostBlocks) return {};
     pageSize_ = size;
     if (table_ == nullptr)
         table_ = static_cast<Table*>(platform::HeapAllocateZeroed(sizeof(Table)));
     if (table_ == nullptr) return {};
     for (; small_.HeldBytes() + uint64_t{count_} * kBytes > kBudget && count_ != 0; --count_)
-        platform::HeapRelease(std::exchange(table_->used[count_ - 1]->bytes, nullptr));
+        platform::HeapRelease(std::exchange(UsedPlace(count_ - 1)->bytes, nullptr));
     const PageBytes small = small_.Find(offset);
     if (small.bytes == nullptr) readsOn = readsOn || ReadsOn(offset);
     last_ = offset;
@@ -149,7 +151,7 @@ void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
 }
 
 void CleanBlocks::Forget() {
-    for (uint32_t i = 0; i < count_; ++i) table_->used[i]->known = 0;
+    for (uint32_t i = 0; i < count_; ++i) UsedPlace(i)->known = 0;
     small_.Forget();
     last_ = kNone;
     pageSize_ = 0;

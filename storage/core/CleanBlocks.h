@@ -35,8 +35,8 @@ class CleanBlocks {
 
   private:
     struct Place {
-        uint64_t block;
         uint8_t* bytes;
+        uint32_t block;  // its number
         uint32_t known;  // a bit for each sector that was read
     };
     static constexpr uint64_t kNone = 0xFFFFFFFFFFFFFFFF;
@@ -45,16 +45,18 @@ class CleanBlocks {
     static constexpr uint32_t kSector = 256;
     static constexpr uint32_t kAllKnown = (1u << (kBytes / kSector)) - 1;
     static constexpr uint32_t kPlaces = 1024;
+    static constexpr uint64_t kMostBlocks = 0xFFFFFFF0;
     static constexpr uint32_t kRun = 4;  // blocks read at once by one who reads on
     struct Table {
         Place places[kPlaces];
-        Place* used[kPlaces];  // those with memory
+        uint16_t used[kPlaces];  // those with memory
     };
     // The small pages may come to pass it by one piece before blocks are given up.
     static constexpr uint32_t kBudget = kLimit - sizeof(Table) - (64 << 10);
     static_assert(SmallPages::kLimit + 16 * kRun * kBytes < kBudget);
 
     Place* PlaceOf(uint64_t block) { return &table_->places[block % kPlaces]; }
+    Place* UsedPlace(uint32_t at) { return &table_->places[table_->used[at]]; }
     bool Knows(uint64_t offset, uint32_t size);
     bool ReadsOn(uint64_t offset);
     bool HasRoom() const { return small_.HeldBytes() + uint64_t{count_} * kBytes + kBytes <= kBudget; }

@@ -100,7 +100,7 @@ uint32_t PositionOf(FileObject* directory, const DirEntry* entry) {
     return low;
 }
 
-// Callers ask for one name again and again.
+// Callers ask for one name again and again, or for one after the other.
 inline bool IsAt(const EntryList& list, uint32_t position, const WChar* text, uint32_t units,
                  bool caseSensitive) {
     if (position >= list.Count()) return false;
@@ -151,9 +151,11 @@ Status FindEntry(FileObject* directory, WStringView name, bool* found, uint32_t*
     const EntryList& list = directory->children;
     const WChar* text = name.data();
     const uint32_t units = static_cast<uint32_t>(name.size());
-    if (IsAt(list, directory->lastFound, text, units, caseSensitive)) {
+    uint32_t guess = 0;
+    if (list.Guess(name, directory->lastFound, &guess) &&
+        IsAt(list, guess, text, units, caseSensitive)) {
         *found = true;
-        *position = directory->lastFound;
+        *position = directory->lastFound = guess;
         return kOk;
     }
     uint32_t low = 0;

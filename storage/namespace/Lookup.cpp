@@ -89,8 +89,10 @@ struct Split {
 
 FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
     ObjectState* state = context->objects;
-    FileObject* directory = nullptr;
-    if (hint->epoch == state->paths.epoch) directory = state->fileObjects.Find(hint->fileId);
+    const bool holds = hint->epoch == state->paths.epoch;
+    FileObject* directory =
+        holds && hint->gone == state->hintedGone ? hint->directory : nullptr;
+    if (directory == nullptr && holds) directory = state->fileObjects.Find(hint->fileId);
     if (directory == nullptr) {
         EvictIdleObjects(context);
         ResolvedPath resolved;
@@ -100,7 +102,10 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
         ReleaseObjectChain(directory);
         // Through a link the same path may lead elsewhere with no word to this directory.
         if (resolved.storage != nullptr) return nullptr;
-        *hint = {directory->fileId, state->paths.epoch};
+    }
+    if (!holds || hint->gone != state->hintedGone) {
+        *hint = {directory->fileId, state->paths.epoch, directory, state->hintedGone};
+        directory->flags |= kObjectHinted;
     }
     directory->lastUsed = state->operations;
     return IsPlainDirectory(directory) ? directory : nullptr;
