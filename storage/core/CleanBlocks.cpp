@@ -124,18 +124,25 @@ PageBytes CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t 
     return {page, size};
 }
 
+// What is not kept as a small page comes to a block while there is room, and drives nothing out.
 void CleanBlocks::NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t size) {
+    const bool mayTake = bytes != nullptr && size <= kBytes && offset >> kShift < kMostBlocks &&
+                         small_.Find(offset).bytes == nullptr;
     for (uint64_t at = offset; at < offset + size;) {
         const uint64_t block = at >> kShift;
         const uint32_t within = static_cast<uint32_t>(at & (kBytes - 1));
         const auto part =
             static_cast<uint32_t>(std::min<uint64_t>(kBytes - within, offset + size - at));
         Place* place = PlaceOf(block);
+        if (mayTake && place->bytes == nullptr && HasRoom()) Take(block);
         if (place->block == block && place->bytes != nullptr) {
-            if (bytes != nullptr)
-                std::memcpy(place->bytes + within, bytes + (at - offset), part);
-            else
+            if (bytes == nullptr) {
                 place->known = 0;
+            } else {
+                std::memcpy(place->bytes + within, bytes + (at - offset), part);
+                if ((within | part) % kSector == 0)
+                    place->known |= SectorsOf(at, part, kBytes, kSector);
+            }
         }
         at += part;
     }
@@ -143,11 +150,11 @@ void CleanBlocks::NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t siz
 
 void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
     const auto* page = static_cast<const uint8_t*>(bytes);
-    if (table_ != nullptr) NoteBlocks(offset, page, size);
     if (page != nullptr && size == pageSize_)
         small_.Keep(offset, page, size);
     else
         small_.Drop(offset, size);
+    if (table_ != nullptr) NoteBlocks(offset, page, size);
 }
 
 void CleanBlocks::Forget() {

@@ -15,7 +15,10 @@ using platform::WStringView;
 inline int CompareUnits(const WChar* a, uint32_t aUnits, const WChar* b, uint32_t bUnits,
                         bool caseSensitive) {
     const uint32_t units = aUnits < bUnits ? aUnits : bUnits;
-    for (uint32_t i = 0; i < units; ++i) {
+    uint32_t i = 0;
+    // Names of a directory begin alike, and callers mostly write them as they are.
+    while (i + 4 <= units && LoadU64(a + i, 0) == LoadU64(b + i, 0)) i += 4;
+    for (; i < units; ++i) {
         if (a[i] == b[i]) continue;
         const uint32_t x = caseSensitive ? a[i] : Fold(a[i]);
         const uint32_t y = caseSensitive ? b[i] : Fold(b[i]);
