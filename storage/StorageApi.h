@@ -12,6 +12,7 @@
 // (storage/lifecycle/Sharing.h).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "platform/Text.h"
@@ -166,7 +167,11 @@ static_assert(sizeof(StorageFunctionTable) == 28 * sizeof(void*));
 
 // The engine's own operations.
 StorageFunctionTable OwnFunctions();
-// The table of the process, the engine's own operations until somebody replaces it.
+// The table of the process, the engine's own operations until somebody replaces it, which is done
+// by SetFunctions only.
 extern StorageFunctionTable g_storageFunctions;
+void SetFunctions(const StorageFunctionTable& table);
+// Is every function of it the engine's own?
+extern std::atomic<bool> g_hasOwnFunctions;
 
 }  // namespace storage

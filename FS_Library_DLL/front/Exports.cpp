@@ -113,6 +113,8 @@ void FBR_FileChecking(bool on) {
 
 FBR_STATUS FBR_SetTARN_Functions(const void* table) {
     if (table == nullptr) return FSSTATUS_INVALID_PARAMETER;
-    std::memcpy(&storage::g_storageFunctions, table, sizeof storage::g_storageFunctions);
+    storage::StorageFunctionTable functions;
+    std::memcpy(&functions, table, sizeof functions);
+    storage::SetFunctions(functions);
     return FSSTATUS_SUCCESS;
 }

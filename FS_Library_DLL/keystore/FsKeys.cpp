@@ -14,19 +14,10 @@ using storage::Status;
 
 namespace {
 
-// A parent that is no open key counts as the root: meant, also for creating.
-bool ResolveUnderParent(int64_t parent, WStringView stored, FsStoreContext* context, FsText* path)
+Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context)
     ZRFS_REQUIRES(context->lock) {
-    const FsHandleEntry* entry = parent != 0 ? context->handles.FindKey(parent) : nullptr;
-    return entry != nullptr ? FS_JoinPath(entry->Path(), stored, path)
-                            : FS_JoinPath(stored, {}, path);
-}
-
-Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context,
-                    storage::DirectoryHint hint = {}) ZRFS_REQUIRES(context->lock) {
     FsHandleEntry* entry = context->handles.Add(0, nullptr, FsHandleKind::Key, path);
     if (entry == nullptr) return storage::kInternal;
-    entry->hint = hint;
     *key = entry->id;
     return storage::kOk;
 }
@@ -76,7 +67,7 @@ Status CreateKey(int64_t parent, const WChar* name, FBR_CREATEOPTIONS options, i
     if (!FS_EscapeName(name, FsNameSet::Key, &escaped, &stored)) return storage::kInternal;
     const FsGuard guard(context->lock);
     FsText path;
-    if (!ResolveUnderParent(parent, stored, context, &path)) return storage::kInvalid;
+    if (!FsResolveUnderParent(parent, stored, context, &path)) return storage::kInvalid;
     // The root is there: to open it is no change, and must not wait for those who change something.
     const bool isRoot = path.Length() == 0;
     const Status code = isRoot ? storage::kOk : FsChange(
@@ -97,19 +88,17 @@ Status OpenKey(int64_t parent, const WChar* name, int64_t* key, FsStoreContext* 
     FsText escaped;
     WStringView stored;
     if (!FS_EscapeName(name, FsNameSet::Key, &escaped, &stored)) return storage::kInternal;
+    if (FsOpenFoundKey(parent, stored, context, key)) return storage::kOk;
     FsText path;
     {
         const FsGuard guard(context->lock);
-        if (!ResolveUnderParent(parent, stored, context, &path)) return storage::kInternal;
+        if (!FsResolveUnderParent(parent, stored, context, &path)) return storage::kInternal;
     }
-    storage::DirectoryHint hint;
-    bool isKey = FsLookUpKey(path.Text(), context, &hint);
-    if (!isKey) {
-        const Status code = FsRead(context, [&] { return FsIsKey(path.Text(), context, &isKey); });
-        if (code != storage::kOk) return code;
-    }
+    bool isKey = false;
+    const Status code = FsRead(context, [&] { return FsIsKey(path.Text(), context, &isKey); });
+    if (code != storage::kOk) return code;
     const FsGuard guard(context->lock);
-    return isKey ? AddKeyHandle(path.View(), key, context, hint) : storage::kNotFound;
+    return isKey ? AddKeyHandle(path.View(), key, context) : storage::kNotFound;
 }
 
 // A rename stays below the same parent; a backslash in the new name leads further down.

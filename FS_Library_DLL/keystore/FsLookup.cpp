@@ -10,6 +10,13 @@ using storage::FileObject;
 using storage::Look;
 using storage::PlainStream;
 
+bool FsResolveUnderParent(int64_t parent, WStringView stored, FsStoreContext* context,
+                          FsText* path) {
+    const FsHandleEntry* entry = parent != 0 ? context->handles.FindKey(parent) : nullptr;
+    return entry != nullptr ? FS_JoinPath(entry->Path(), stored, path)
+                            : FS_JoinPath(stored, {}, path);
+}
+
 namespace {
 
 // A value may stand under a marked name, moved aside for a key that is no more.
@@ -47,16 +54,27 @@ struct ValueReader {
 
 }  // namespace
 
-bool FsLookUpKey(const WChar* path, FsStoreContext* context, storage::DirectoryHint* hint) {
+bool FsOpenFoundKey(int64_t parent, WStringView stored, FsStoreContext* context, int64_t* key) {
     if (g_switches.trace || !FsHasOwnEngine()) return false;
-    bool found = false;
-    const storage::Status code = FsRead(context, [&]() ZRFS_NO_ANALYSIS -> storage::Status {
-        *hint = {};
-        found = context->container->batch == nullptr &&
-                storage::FindDirectory(context->container, path, hint) != nullptr;
-        return storage::kOk;
-    });
-    return found && code == storage::kOk;
+    FsHandleEntry* added = nullptr;
+    const storage::Status code =
+        FsRead(context, [&]() ZRFS_REQUIRES(context->lock) ZRFS_NO_ANALYSIS -> storage::Status {
+            if (added != nullptr) context->handles.Remove(std::exchange(added, nullptr));
+            FsText path;
+            storage::DirectoryHint hint;
+            if (context->container->batch == nullptr &&
+                FsResolveUnderParent(parent, stored, context, &path) &&
+                storage::FindDirectory(context->container, path.Text(), &hint) != nullptr)
+                added = context->handles.Add(0, nullptr, FsHandleKind::Key, path.View());
+            if (added != nullptr) added->hint = hint;
+            return storage::kOk;
+        });
+    if (added == nullptr) return false;
+    *key = added->id;
+    if (code == storage::kOk) return true;
+    const FsGuard guard(context->lock);
+    context->handles.Remove(added);
+    return false;
 }
 
 bool FsLookUpValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,

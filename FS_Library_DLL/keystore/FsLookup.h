@@ -5,8 +5,14 @@
 #include "FS_Library_DLL/keystore/FsStoreContext.h"
 #include "include/ZrFsTypes.h"
 
-// Is there a key at `path`? *hint then says where. False where the long way has to answer.
-bool FsLookUpKey(const WChar* path, FsStoreContext* context, storage::DirectoryHint* hint);
+// The path of a stored name below `parent`. One that is no open key counts as the root: meant, also
+// for creating. False when there is no memory.
+bool FsResolveUnderParent(int64_t parent, WStringView stored, FsStoreContext* context, FsText* path)
+    ZRFS_REQUIRES(context->lock);
+
+// Opens the key of that stored name below `parent` if there is one. False where the long way has to
+// answer.
+bool FsOpenFoundKey(int64_t parent, WStringView stored, FsStoreContext* context, int64_t* key);
 
 // As FsQueryValue, `size` not null. False where the long way has to answer; nothing is said of the
 // outputs then.

@@ -6,19 +6,18 @@ namespace {
 
 constexpr size_t kEscapeUnits = 5;
 
-// One bit for each of the first 128 units: set where the unit is stored as it is.
+// For each of the first 128 units whether it is stored as it is.
 struct PlainUnits {
-    uint64_t bits[2] = {0, 0};
+    bool plain[128] = {};
 
     constexpr explicit PlainUnits(WStringView escaped) {
         for (unsigned unit = 0x20; unit < 0x7F; ++unit)
             if (escaped.find(static_cast<WChar>(unit)) == WStringView::npos)
-                bits[unit / 64] |= uint64_t{1} << (unit % 64);
+                plain[unit] = true;
     }
     bool Holds(WChar unit) const {
         const auto code = static_cast<uint16_t>(unit);
-        if (code < 128) return (bits[code / 64] >> (code % 64) & 1) != 0;
-        return platform::IsPrintable(unit);
+        return code < 128 ? plain[code] : platform::IsPrintable(unit);
     }
 };
 
@@ -102,12 +101,16 @@ WChar* FsUnescapedCopy(WStringView stored) {
 }
 
 void FsUnescape(WStringView stored, WString* out) {
-    if (NeedsDecoding(stored)) {
-        out->resize(stored.size());
-        out->resize(Decode(stored, out->data()));
-    } else {
-        *out = stored;
+    size_t plain = 0;
+    while (plain < stored.size() && stored[plain] != '#' && stored[plain] != 0) ++plain;
+    if (plain == stored.size() || stored[plain] == 0) {
+        if (!NeedsDecoding(stored)) {
+            out->assign(stored.data(), plain);
+            return;
+        }
     }
+    out->resize(stored.size());
+    out->resize(Decode(stored, out->data()));
     const size_t end = out->find(WChar{0});
     if (end != WString::npos) out->resize(end);
 }

@@ -1,7 +1,6 @@
 #include "FS_Library_DLL/keystore/FsOperation.h"
 
 #include <chrono>
-#include <cstring>
 #include <thread>
 
 namespace {
@@ -9,17 +8,7 @@ namespace {
 constexpr uint32_t kTriesWithoutLock = 12;
 constexpr uint32_t kReadPatience = 5000;  // milliseconds
 
-const storage::StorageFunctionTable& OwnTable() {
-    static const storage::StorageFunctionTable own = storage::OwnFunctions();
-    return own;
-}
-
 }  // namespace
-
-bool FsHasOwnEngine() {
-    return std::memcmp(&storage::g_storageFunctions, &OwnTable(),
-                       sizeof(storage::StorageFunctionTable)) == 0;
-}
 
 FsReadRetry::~FsReadRetry() {
     if (locked_) storage::ReleaseContainerLock(context_->container);

@@ -14,7 +14,9 @@
 #include "storage/lifecycle/Sharing.h"
 
 // Is the engine in the table the library's own, every function of it?
-bool FsHasOwnEngine();
+inline bool FsHasOwnEngine() {
+    return storage::g_hasOwnFunctions.load(std::memory_order_relaxed);
+}
 
 // What becomes of a change whose operation did not succeed. An answer ("there is such a key") is
 // no failure: what was done before it may stay.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "platform/Heap.h"
 #include "platform/PageFile.h"
@@ -9,9 +10,8 @@
 namespace storage {
 
 CleanBlocks::~CleanBlocks() {
-    for (uint32_t i = 0; places_ != nullptr && i < kPlaces; ++i)
-        platform::HeapRelease(places_[i].bytes);
-    platform::HeapRelease(places_);
+    while (count_ != 0) platform::HeapRelease(UsedPlace(--count_)->bytes);
+    platform::HeapRelease(table_);
 }
 
 namespace {
@@ -28,16 +28,30 @@ uint32_t SectorsOf(uint64_t offset, uint32_t size, uint32_t block, uint32_t sect
 bool CleanBlocks::Knows(uint64_t offset, uint32_t size) {
     const Place* place = PlaceOf(offset >> kShift);
     const uint32_t wanted = SectorsOf(offset, size, kBytes, kSector);
-    return place->block == offset >> kShift && (place->known & wanted) == wanted;
+    return place->block == offset >> kShift && place->bytes != nullptr &&
+           (place->known & wanted) == wanted;
 }
 
 CleanBlocks::Place* CleanBlocks::Take(uint64_t block) {
     Place* place = PlaceOf(block);
     if (place->block != block) place->known = 0;
-    place->block = block;
-    if (place->bytes == nullptr)
-        place->bytes = static_cast<uint8_t*>(platform::HeapAllocate(kBytes));
+    place->block = static_cast<uint32_t>(block);
+    if (place->bytes == nullptr) place->bytes = TakeMemory(place);
     return place->bytes != nullptr ? place : nullptr;
+}
+
+// New memory, or that of another place in turn.
+uint8_t* CleanBlocks::TakeMemory(Place* place) {
+    place->known = 0;
+    if (HasRoom() || count_ == 0) {
+        auto* bytes = static_cast<uint8_t*>(platform::HeapAllocate(kBytes));
+        if (bytes != nullptr) table_->used[count_++] = static_cast<uint16_t>(place - table_->places);
+        return bytes;
+    }
+    oldest_ = oldest_ + 1 < count_ ? oldest_ + 1 : 0;
+    Place* loser = UsedPlace(oldest_);
+    table_->used[oldest_] = static_cast<uint16_t>(place - table_->places);
+    return std::exchange(loser->bytes, nullptr);
 }
 
 bool CleanBlocks::Read(platform::PageFile* file, uint64_t offset, uint32_t size, uint32_t* error) {
@@ -50,7 +64,7 @@ bool CleanBlocks::Read(platform::PageFile* file, uint64_t offset, uint32_t size,
         place->known = 0;
         return false;
     }
-    std::memset(bytes + done, 0, size - done);
+    if (done < size) std::memset(bytes + done, 0, size - done);
     place->known |= SectorsOf(offset, size, kBytes, kSector);
     return true;
 }
@@ -60,55 +74,94 @@ bool CleanBlocks::ReadRun(platform::PageFile* file, uint64_t block, uint32_t* er
     uint32_t done = 0;
     *error = file->Read(block << kShift, bytes, sizeof bytes, &done);
     if (*error != 0) return false;
-    std::memset(bytes + done, 0, sizeof bytes - done);
-    for (uint32_t i = 0; i < kRun; ++i) {
+    if (done < sizeof bytes) std::memset(bytes + done, 0, sizeof bytes - done);
+    // The first one last: a place may lose its memory to the next one.
+    for (uint32_t i = kRun; i-- > 0;) {
         Place* place = Take(block + i);
-        if (place == nullptr) return i != 0;
+        if (place == nullptr) {
+            if (i == 0) return false;
+            continue;
+        }
         std::memcpy(place->bytes, bytes + (i << kShift), kBytes);
         place->known = kAllKnown;
     }
     return true;
 }
 
-const uint8_t* CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t size,
-                                 bool* wasRead, uint32_t* error) {
-    *wasRead = false;
-    *error = 0;
-    if (size > 1u << kShift) return nullptr;
-    if (places_ == nullptr)
-        places_ = static_cast<Place*>(platform::HeapAllocateZeroed(kPlaces * sizeof(Place)));
-    if (places_ == nullptr) return nullptr;
-    if (!Knows(offset, size)) {
-        *wasRead = true;
-        const bool readsOn = offset >= kSector && Knows(offset - kSector, kSector);
-        const bool done =
-            readsOn ? ReadRun(file, offset >> kShift, error) : Read(file, offset, size, error);
-        if (!done) return nullptr;
-    }
-    return PlaceOf(offset >> kShift)->bytes + (offset & (kBytes - 1));
+// Is this the page behind one that is known, or a little behind the last one?
+bool CleanBlocks::ReadsOn(uint64_t offset) {
+    const bool isNear = offset > last_ && offset - last_ <= kRun * kBytes;
+    return isNear || (offset >= kSector && Knows(offset - kSector, kSector));
 }
 
-void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
-    if (places_ == nullptr) return;
-    const auto* from = static_cast<const uint8_t*>(bytes);
+PageBytes CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t size, bool readsOn,
+                            bool* wasRead, uint32_t* error) {
+    *wasRead = false;
+    *error = 0;
+    if (size > kBytes || offset >> kShift >= kMostBlocks) return {};
+    pageSize_ = size;
+    if (table_ == nullptr)
+        table_ = static_cast<Table*>(platform::HeapAllocateZeroed(sizeof(Table)));
+    if (table_ == nullptr) return {};
+    for (; small_.HeldBytes() + uint64_t{count_} * kBytes > kBudget && count_ != 0; --count_)
+        platform::HeapRelease(std::exchange(UsedPlace(count_ - 1)->bytes, nullptr));
+    const PageBytes small = small_.Find(offset);
+    if (small.bytes == nullptr) readsOn = readsOn || ReadsOn(offset);
+    last_ = offset;
+    if (small.bytes != nullptr) return small;
+    const bool cameAlong = Knows(offset, size);
+    if (!cameAlong) {
+        *wasRead = true;
+        const bool done =
+            readsOn ? ReadRun(file, offset >> kShift, error) : Read(file, offset, size, error);
+        if (!done) return {};
+    }
+    const uint8_t* page = PlaceOf(offset >> kShift)->bytes + (offset & (kBytes - 1));
+    // Who goes through more than there is room for must not drive out each page before he comes
+    // back to it.
+    if (!(cameAlong || readsOn) || !small_.IsFull() || ++cameAlong_ % 8 == 0)
+        small_.Keep(offset, page, size);
+    return {page, size};
+}
+
+// What is not kept as a small page comes to a block while there is room, and drives nothing out.
+void CleanBlocks::NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t size) {
+    const bool mayTake = bytes != nullptr && size <= kBytes && offset >> kShift < kMostBlocks &&
+                         small_.Find(offset).bytes == nullptr;
     for (uint64_t at = offset; at < offset + size;) {
         const uint64_t block = at >> kShift;
-        const uint32_t within = static_cast<uint32_t>(at & ((1u << kShift) - 1));
+        const uint32_t within = static_cast<uint32_t>(at & (kBytes - 1));
         const auto part =
-            static_cast<uint32_t>(std::min<uint64_t>((1u << kShift) - within, offset + size - at));
+            static_cast<uint32_t>(std::min<uint64_t>(kBytes - within, offset + size - at));
         Place* place = PlaceOf(block);
+        if (mayTake && place->bytes == nullptr && HasRoom()) Take(block);
         if (place->block == block && place->bytes != nullptr) {
-            if (bytes != nullptr)
-                std::memcpy(place->bytes + within, from + (at - offset), part);
-            else
+            if (bytes == nullptr) {
                 place->known = 0;
+            } else {
+                std::memcpy(place->bytes + within, bytes + (at - offset), part);
+                if ((within | part) % kSector == 0)
+                    place->known |= SectorsOf(at, part, kBytes, kSector);
+            }
         }
         at += part;
     }
 }
 
+void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
+    const auto* page = static_cast<const uint8_t*>(bytes);
+    if (page != nullptr && size == pageSize_)
+        small_.Keep(offset, page, size);
+    else
+        small_.Drop(offset, size);
+    if (table_ != nullptr) NoteBlocks(offset, page, size);
+}
+
 void CleanBlocks::Forget() {
-    for (uint32_t i = 0; places_ != nullptr && i < kPlaces; ++i) places_[i].known = 0;
+    for (uint32_t i = 0; i < count_; ++i) UsedPlace(i)->known = 0;
+    small_.Forget();
+    last_ = kNone;
+    pageSize_ = 0;
 }
 
 }  // namespace storage

@@ -216,13 +216,19 @@ Status ReadAwaited(StorageContext* context, uint8_t* buffer, uint32_t page)
     return kSharing;
 }
 
-const uint8_t* FindInBlocks(StorageContext* context, uint32_t page, Status* status)
+void CopyPage(const PageBytes& page, void* buffer, uint32_t size) {
+    std::memcpy(buffer, page.bytes, page.count);
+    if (page.count < size)
+        std::memset(static_cast<uint8_t*>(buffer) + page.count, 0, size - page.count);
+}
+
+PageBytes FindInBlocks(StorageContext* context, uint32_t page, bool readsOn, Status* status)
     ZRFS_REQUIRES(context->containerLock) {
     const uint64_t address = uint64_t{context->basePage} + page;
     bool wasRead = false;
     platform::Error error = 0;
-    const uint8_t* found = context->blocks.Find(context->file, address * context->pageSize,
-                                                context->pageSize, &wasRead, &error);
+    const PageBytes found = context->blocks.Find(context->file, address * context->pageSize,
+                                                 context->pageSize, readsOn, &wasRead, &error);
     if (wasRead) ++context->pageReads;
     *status = static_cast<Status>(error);
     return found;
@@ -236,10 +242,10 @@ Status ReadPage(StorageContext* context, void* buffer, uint32_t page) {
     // Map pages are also written behind the last writing of page 1 of a change: what a reader
     // without the lock took of them along with their neighbours is nothing to go by.
     const bool mayCome = page < context->totalPages && !context->IsMapPage(page);
-    const uint8_t* found = mayCome ? FindInBlocks(context, page, &status) : nullptr;
+    const PageBytes found = mayCome ? FindInBlocks(context, page, false, &status) : PageBytes{};
     if (status != kOk) return status;
-    if (found != nullptr) {
-        std::memcpy(buffer, found, context->pageSize);
+    if (found.bytes != nullptr) {
+        CopyPage(found, buffer, context->pageSize);
     } else {
         ++context->pageReads;
         status = ReadInPlace(context, buffer, page);
@@ -249,15 +255,18 @@ Status ReadPage(StorageContext* context, void* buffer, uint32_t page) {
     return ReadAwaited(context, static_cast<uint8_t*>(buffer), page);
 }
 
-const uint8_t* ViewPage(StorageContext* context, uint32_t page) {
+PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn) {
     const CachePage* cached = context->pageTable.Find(page);
-    if (cached != nullptr)
-        return (cached->flags & kPageInTransaction) == 0 ? cached->buffer : nullptr;
-    if (context->byteSwapped || page >= context->totalPages) return nullptr;
+    if (cached != nullptr) {
+        const bool counts = (cached->flags & kPageInTransaction) == 0 && cached->buffer != nullptr;
+        return counts ? PageBytes{cached->buffer, context->pageSize} : PageBytes{};
+    }
+    if (context->byteSwapped || page >= context->totalPages) return {};
     Status status = kOk;
-    const uint8_t* found = FindInBlocks(context, page, &status);
-    const bool counts = found != nullptr && IsAsAwaited(context, found, page);
-    return counts ? found : nullptr;
+    const PageBytes found = FindInBlocks(context, page, readsOn, &status);
+    if (found.bytes == nullptr || context->awaited.count == 0) return found;
+    CopyPage(found, context->swapBuffer, context->pageSize);
+    return IsAsAwaited(context, context->swapBuffer, page) ? found : PageBytes{};
 }
 
 Status WritePage(StorageContext* context, const void* buffer, uint32_t page) {

@@ -29,9 +29,9 @@ Status CutFile(platform::PageFile* file, uint64_t count, uint32_t pageSize);
 // container corrupted (see MarkCorrupted) and is read all the same. kSharing for a page that
 // somebody is just writing (storage/core/SwitchMark.h).
 Status ReadPage(StorageContext* context, void* buffer, uint32_t page);
-// The bytes of a page, to look at until the next call for a page; null when they cannot be had
-// without more ado: ReadPage then says why.
-const uint8_t* ViewPage(StorageContext* context, uint32_t page);
+// The bytes of a page, to look at until the next call for a page; none when they cannot be had
+// without more ado: ReadPage then says why. `readsOn`: those behind it are wanted next.
+PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn = false);
 Status WritePage(StorageContext* context, const void* buffer, uint32_t page);
 // `count` adjacent pages from `page` on, in as few transfers as the byte order allows.
 Status WritePages(StorageContext* context, const void* const* buffers, uint32_t count,

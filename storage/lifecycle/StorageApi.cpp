@@ -355,5 +355,12 @@ StorageFunctionTable OwnFunctions() {
 }
 
 StorageFunctionTable g_storageFunctions = OwnFunctions();
+std::atomic<bool> g_hasOwnFunctions{true};
+
+void SetFunctions(const StorageFunctionTable& table) {
+    const StorageFunctionTable own = OwnFunctions();
+    std::memcpy(&g_storageFunctions, &table, sizeof table);
+    g_hasOwnFunctions = std::memcmp(&g_storageFunctions, &own, sizeof own) == 0;
+}
 
 }  // namespace storage

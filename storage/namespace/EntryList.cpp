@@ -39,6 +39,11 @@ uint32_t CommonUnits(WStringView a, WStringView b, uint32_t limit, bool caseSens
 // 0, and equal numbers say nothing.
 inline uint64_t KeyOfName(WStringView name, uint32_t skip, bool caseSensitive) {
     uint64_t key = 0;
+    if (skip + 4 <= name.size() && !caseSensitive) {
+        const WChar* units = name.data() + skip;
+        for (uint32_t i = 0; i < 4; ++i) key = key << 16 | Fold(units[i]);
+        return key;
+    }
     for (uint32_t i = 0; i < 4; ++i) key = key << 16 | Unit(name, skip + i, caseSensitive);
     return key;
 }
@@ -243,6 +248,32 @@ void EntryList::Merge(uint32_t at) {
     recent_ = 0;
     FreeChunk(&chunks_[at]);
     chunks_.RemoveAt(at);
+}
+
+// The names of a chunk begin alike; that `name` does, too, is left to who compares it.
+bool EntryList::Guess(WStringView name, uint32_t hint, uint32_t* place) const {
+    if (recent_ >= chunks_.Count()) return false;
+    const Chunk& chunk = chunks_[recent_];
+    const uint64_t key = KeyOfName(name, chunk.skip, caseSensitive_);
+    const uint64_t* const keys = chunk.keys;
+    const uint32_t at = hint - chunk.start;
+    if (at < chunk.count && keys[at] == key) {
+        *place = hint;
+        return true;
+    }
+    if (at + 1 < chunk.count && keys[at + 1] == key) {
+        *place = hint + 1;
+        return true;
+    }
+    if (chunks_.Count() != 1 || chunk.count == 0) return false;
+    const uint64_t* base = keys;
+    for (uint32_t left = chunk.count; left > 1;) {
+        const uint32_t half = left / 2;
+        base += base[half - 1] < key ? half : 0;
+        left -= half;
+    }
+    *place = static_cast<uint32_t>(base - keys);
+    return *base == key;
 }
 
 void EntryList::Range(WStringView name, uint32_t* low, uint32_t* high) const {

@@ -97,6 +97,10 @@ class EntryList {
     // Gives the memory back as well.
     void Reset();
 
+    // A place where `name` may well stand, found without a look at the records: `hint`, the one
+    // behind it, or where its first units point to. False where there is no telling.
+    bool Guess(platform::WStringView name, uint32_t hint, uint32_t* place) const;
+
     // Where names can stand that begin as `name` does, with all before being less and all behind
     // greater by their first 22 units.
     void Range(platform::WStringView name, uint32_t* low, uint32_t* high) const;

@@ -15,7 +15,10 @@ using platform::WStringView;
 inline int CompareUnits(const WChar* a, uint32_t aUnits, const WChar* b, uint32_t bUnits,
                         bool caseSensitive) {
     const uint32_t units = aUnits < bUnits ? aUnits : bUnits;
-    for (uint32_t i = 0; i < units; ++i) {
+    uint32_t i = 0;
+    // Names of a directory begin alike, and callers mostly write them as they are.
+    while (i + 4 <= units && LoadU64(a + i, 0) == LoadU64(b + i, 0)) i += 4;
+    for (; i < units; ++i) {
         if (a[i] == b[i]) continue;
         const uint32_t x = caseSensitive ? a[i] : Fold(a[i]);
         const uint32_t y = caseSensitive ? b[i] : Fold(b[i]);
@@ -100,7 +103,7 @@ uint32_t PositionOf(FileObject* directory, const DirEntry* entry) {
     return low;
 }
 
-// Callers ask for one name again and again.
+// Callers ask for one name again and again, or for one after the other.
 inline bool IsAt(const EntryList& list, uint32_t position, const WChar* text, uint32_t units,
                  bool caseSensitive) {
     if (position >= list.Count()) return false;
@@ -151,9 +154,11 @@ Status FindEntry(FileObject* directory, WStringView name, bool* found, uint32_t*
     const EntryList& list = directory->children;
     const WChar* text = name.data();
     const uint32_t units = static_cast<uint32_t>(name.size());
-    if (IsAt(list, directory->lastFound, text, units, caseSensitive)) {
+    uint32_t guess = 0;
+    if (list.Guess(name, directory->lastFound, &guess) &&
+        IsAt(list, guess, text, units, caseSensitive)) {
         *found = true;
-        *position = directory->lastFound;
+        *position = directory->lastFound = guess;
         return kOk;
     }
     uint32_t low = 0;

@@ -46,6 +46,7 @@ enum ObjectFlag : uint32_t {
     kStreamReady = 0x8000,       // the stream record is there
     kBlockSettingsKnown = 0x10000,
     kObjectRemembered = 0x20000,  // the path cache may know it, or something below it
+    kObjectHinted = 0x40000,      // the hint of a caller may point to it
 };
 inline constexpr uint32_t kCommitClears = 0xF | kDirectoryChanged | kStreamChanged;
 
@@ -205,6 +206,7 @@ struct ObjectState {
     uint64_t entryBytes = 0;  // of directory records and lists
     uint64_t operations = 0;  // counted as they begin
     uint64_t listVersions = 0;
+    uint64_t hintedGone = 0;  // objects that hints may have pointed to
     List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;       // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;
     BlockPool blocks;

@@ -26,12 +26,13 @@ struct StreamRecords {
 };
 
 // False where there is more to it, or less, than a plain stream has.
-bool ReadRecords(const StorageContext* context, const uint8_t* page, uint32_t fileId,
-                 StreamRecords* records) {
+bool ReadRecords(const PageBytes& found, uint32_t fileId, StreamRecords* records) {
+    const uint8_t* const page = found.bytes;
     HeaderPageHeader header;
+    if (found.count < sizeof header) return false;
     std::memcpy(&header, page, sizeof header);
     if (header.kind != kHeaderPage || header.fileId != fileId || header.nextPage != 0 ||
-        header.endOffset > context->pageSize)
+        header.endOffset > found.count)
         return false;
     for (uint32_t at = kRecordsStart; at < header.endOffset;) {
         if (at + kRecordHeaderSize > header.endOffset) return false;
@@ -50,10 +51,11 @@ bool ReadRecords(const StorageContext* context, const uint8_t* page, uint32_t fi
 }
 
 // The payload of a page of the stream; null for another one's page or one out of turn.
-const uint8_t* StreamPage(const PlainStream& stream, uint32_t number, uint32_t level,
+const uint8_t* StreamPage(const PlainStream& stream, uint32_t number, uint32_t level, bool readsOn,
                           uint32_t* next) {
-    const uint8_t* page = ViewPage(stream.context, number);
-    if (page == nullptr) return nullptr;
+    const PageBytes found = ViewPage(stream.context, number, readsOn);
+    if (found.count != stream.context->pageSize) return nullptr;
+    const uint8_t* const page = found.bytes;
     PageHeader header;
     std::memcpy(&header, page, sizeof header);
     if (header.kind != kDataRecord + kRecordKindBase || header.fileId != stream.fileId ||
@@ -87,8 +89,10 @@ struct Split {
 
 FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
     ObjectState* state = context->objects;
-    FileObject* directory = nullptr;
-    if (hint->epoch == state->paths.epoch) directory = state->fileObjects.Find(hint->fileId);
+    const bool holds = hint->epoch == state->paths.epoch;
+    FileObject* directory =
+        holds && hint->gone == state->hintedGone ? hint->directory : nullptr;
+    if (directory == nullptr && holds) directory = state->fileObjects.Find(hint->fileId);
     if (directory == nullptr) {
         EvictIdleObjects(context);
         ResolvedPath resolved;
@@ -98,7 +102,10 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
         ReleaseObjectChain(directory);
         // Through a link the same path may lead elsewhere with no word to this directory.
         if (resolved.storage != nullptr) return nullptr;
-        *hint = {directory->fileId, state->paths.epoch};
+    }
+    if (!holds || hint->gone != state->hintedGone) {
+        *hint = {directory->fileId, state->paths.epoch, directory, state->hintedGone};
+        directory->flags |= kObjectHinted;
     }
     directory->lastUsed = state->operations;
     return IsPlainDirectory(directory) ? directory : nullptr;
@@ -148,10 +155,9 @@ Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStr
         return Look::Unusual;
     StorageContext* context = directory->context;
     if (context->updateAccessTime || context->byteSwapped) return Look::Unusual;
-    const uint8_t* page = ViewPage(context, entry->headerPage);
+    const PageBytes page = ViewPage(context, entry->headerPage);
     StreamRecords records;
-    if (page == nullptr || !ReadRecords(context, page, entry->fileId, &records))
-        return Look::Unusual;
+    if (page.bytes == nullptr || !ReadRecords(page, entry->fileId, &records)) return Look::Unusual;
     const uint64_t size = LoadU64(records.info, record::kFileSize);
     const uint32_t link = LoadU32(records.data, record::kLink);
     const uint32_t stored = LoadU16(records.data, record::kSize) - kRecordHeaderSize;
@@ -173,7 +179,8 @@ bool ReadPlainStream(const PlainStream& stream, void* head, uint32_t headBytes, 
     }
     uint32_t number = stream.firstPage;
     for (uint32_t level = 0; split.Left() != 0; ++level) {
-        const uint8_t* payload = StreamPage(stream, number, level, &number);
+        const bool goesOn = split.Left() > stream.context->payloadSize;
+        const uint8_t* payload = StreamPage(stream, number, level, goesOn, &number);
         if (payload == nullptr) return false;
         split.Take(payload, std::min(split.Left(), stream.context->payloadSize));
     }

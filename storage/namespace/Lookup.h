@@ -12,6 +12,8 @@ namespace storage {
 struct DirectoryHint {
     uint32_t fileId = 0;
     uint32_t epoch = 0;
+    FileObject* directory = nullptr;  // while no directory that a hint named has gone since
+    uint64_t gone = 0;
 };
 
 // The directory that the hint names, or else the one at `path`, which the hint then names. Null

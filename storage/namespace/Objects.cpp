@@ -95,6 +95,7 @@ void FreeObject(FileObject* object) {
     LeaveTransaction(object);
     state->fileObjects.Remove(object);
     LeaveIdle(object);
+    if ((object->flags & kObjectHinted) != 0) ++state->hintedGone;
     if ((object->flags & kObjectRemembered) != 0)
         for (PathCache::Place& place : state->paths.places)
             if (place.directory == object) place.epoch = 0;
