@@ -78,10 +78,10 @@ class Run {
     }
 
     std::string Work(const Step& step, uint32_t roll) {
-        // What is there is found by any spelling.
+        // What is there is found by any spelling. A rename carries the handles of its own along.
         WString path = Joined(step.path);
         const bool there = FindKey(&model_, step.path) != nullptr;
-        if (there && roll % 3 == 0)
+        if (there && step.kind != Step::Kind::Rename && roll % 3 == 0)
             for (auto& unit : path) unit = unit >= 'a' && unit <= 'z' ? unit - 32 : unit;
         const Text name(WString(step.name.begin(), step.name.end()));
         uint32_t word = 0;

@@ -3,7 +3,7 @@
 #include <functional>
 #include <thread>
 
-#include "FS_Library_DLL/FileTime.h"
+#include "FS_Library_DLL/offline/FileTime.h"
 #include "offreg/HiveFormat.h"
 #include "platform/FileSystem.h"
 #include "tests/offline/SavedValue.h"
