@@ -90,6 +90,15 @@ TEST(Handles, ValuesFollowTheirMoveOrLoseTheirPath) {
     EXPECT_EQ(table.FindValue(WTEXT("\\k\\#FILEX")), nullptr);
 }
 
+TEST(Handles, WithoutMemoryNothingIsAdded) {
+    FsHandleTable table;
+    for (uint64_t failing = 1; failing <= 2; ++failing) {
+        const support::FailingHeap heap(failing);
+        EXPECT_EQ(AddKey(table, WString(300, 'p')), nullptr);
+    }
+    EXPECT_EQ(table.Count(), 0u);
+}
+
 // Many keys, opened, closed, forgotten and renamed at random, against a list of paths.
 TEST(Handles, AgreeWithAPlainListUnderRandomUse) {
     FsHandleTable table;
