@@ -11,7 +11,7 @@ std::string ProcessState() {
 
 const std::vector<Backend>& AllBackends() {
     static const std::vector<Backend> all{
-        ContainerBackend(), OfflineBackend(),
+        ContainerBackend(), GivenEngineBackend(), OfflineBackend(),
         Behind<FilePlace<FS_VR_METHOD_TARN>>(ContainerBackend()),
         Behind<FilePlace<FS_VR_METHOD_OFFLINE>>(OfflineBackend())};
     return all;

@@ -138,6 +138,7 @@ const std::vector<Backend>& AllBackends() {
     const Backend hive{"Hive", HivePlace::Make, HiveDifferences()};
     static const std::vector<Backend> all{
         ContainerBackend(),
+        GivenEngineBackend(),
         OfflineBackend(),
         live,
         {"LiveByPath", LivePlace<true>::Make, LiveDifferences()},

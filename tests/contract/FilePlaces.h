@@ -3,6 +3,7 @@
 #pragma once
 
 #include "server/PathGuard.h"
+#include "storage/StorageApi.h"
 #include "tests/contract/Backend.h"
 #include "tests/remote/RunningServer.h"
 #include "tests/support/TempDir.h"
@@ -18,6 +19,44 @@ class FilePlace : public Place {
 
   private:
     support::TempDir folder_;
+};
+
+// The 28 functions of an engine that is given by the caller, and passes on to the built-in one.
+template <auto Own>
+struct PassOn;
+template <class Result, class... Arguments, Result (*Own)(Arguments...)>
+struct PassOn<Own> {
+    static Result Call(Arguments... arguments) { return Own(arguments...); }
+};
+
+inline storage::StorageFunctionTable PassingOn() {
+    storage::StorageFunctionTable table = storage::OwnFunctions();
+#define ZRFS_PASS_ON(name) table.name = PassOn<storage::name>::Call
+    ZRFS_PASS_ON(StorageIsCorrupted), ZRFS_PASS_ON(StorageSetCaseSensitive);
+    ZRFS_PASS_ON(StorageClose), ZRFS_PASS_ON(StorageGetLock), ZRFS_PASS_ON(StorageReleaseLock);
+    ZRFS_PASS_ON(StorageCreateFile), ZRFS_PASS_ON(StorageCloseFile);
+    ZRFS_PASS_ON(StorageGetFileAttributes), ZRFS_PASS_ON(StorageOpenFile);
+    ZRFS_PASS_ON(StorageDeleteFile), ZRFS_PASS_ON(StorageMoveFile), ZRFS_PASS_ON(StorageSeekFile);
+    ZRFS_PASS_ON(StorageReadFile), ZRFS_PASS_ON(StorageWriteFile), ZRFS_PASS_ON(StorageFindFirst);
+    ZRFS_PASS_ON(StorageFindNext), ZRFS_PASS_ON(StorageFindClose);
+    ZRFS_PASS_ON(StorageGetFileTimes), ZRFS_PASS_ON(StorageDecodeDate);
+    ZRFS_PASS_ON(StorageDecodeTime), ZRFS_PASS_ON(StorageOpen), ZRFS_PASS_ON(StorageCreate);
+    ZRFS_PASS_ON(StorageSetAutoCompact), ZRFS_PASS_ON(StorageIsDirectoryEmpty);
+    ZRFS_PASS_ON(StorageDeleteDirectory), ZRFS_PASS_ON(StorageCreateDirectory);
+    ZRFS_PASS_ON(StorageGetFileId), ZRFS_PASS_ON(StorageCompact);
+#undef ZRFS_PASS_ON
+    return table;
+}
+
+// A container of such an engine, in the place of the process's own while it lives.
+class GivenEnginePlace : public FilePlace<FS_VR_METHOD_TARN> {
+  public:
+    static std::unique_ptr<Place> Make() { return std::make_unique<GivenEnginePlace>(); }
+    GivenEnginePlace() { FBR_SetTARN_Functions(&given_); }
+    ~GivenEnginePlace() override { FBR_SetTARN_Functions(&before_); }
+
+  private:
+    storage::StorageFunctionTable before_ = storage::g_storageFunctions, given_ = PassingOn();
 };
 
 // A store that a server of this process opens.
@@ -61,6 +100,13 @@ inline Backend ContainerBackend() {
                             .renameTripsOverDeleted = false,
                             .renameInPlaceDuplicates = false,
                             .deleteWithSubkeys = {FSSTATUS_DIR_NOT_EMPTY}}};
+}
+
+inline Backend GivenEngineBackend() {
+    Backend backend = ContainerBackend();
+    backend.name = "GivenEngine";
+    backend.makePlace = GivenEnginePlace::Make;
+    return backend;
 }
 
 inline Backend OfflineBackend() {

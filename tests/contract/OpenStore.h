@@ -1,87 +1,80 @@
-// An open store of a contract test and short ways to use it, by the exported functions alone.
+// An open store of a contract test.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <map>
 #include <set>
 
 #include "tests/contract/Backend.h"
+#include "tests/support/Store.h"
 
 namespace contract {
 
-struct Value {
-    uint32_t type = 0;
-    std::string bytes;
-    bool operator==(const Value& other) const = default;
-};
+using support::OpenKey;
+using support::Text;
+using Set = std::set<WString>;
 
-// A key with all below it, for comparing: subkeys and values by name.
-struct Tree {
-    std::map<WString, Value> values;
-    std::map<WString, Tree> keys;
-    bool operator==(const Tree& other) const = default;
-};
-
-// An open key, closed with the object.
-class OpenKey {
-  public:
-    OpenKey() = default;
-    OpenKey(FBR_STORE store, FBR_KEY key) : store_(store), key_(key) {}
-    ~OpenKey() { Close(); }
-    OpenKey(OpenKey&& other) noexcept : store_(other.store_), key_(std::exchange(other.key_, 0)) {}
-    OpenKey& operator=(OpenKey&& other) noexcept {
-        std::swap(store_, other.store_);
-        std::swap(key_, other.key_);
-        return *this;
-    }
-    operator FBR_KEY() const { return key_; }
-    FBR_STATUS Close() {
-        return key_ == 0 ? FSSTATUS_SUCCESS : FBR_CloseDirEx(std::exchange(key_, 0), store_);
-    }
-
-  private:
-    FBR_STORE store_ = nullptr;
-    FBR_KEY key_ = 0;
-};
-
-class OpenStore {
+class OpenStore : public support::Store {
   public:
     // Opens the store of `place` and takes the write lock.
-    explicit OpenStore(Place& place);
-    // Gives the lock up while the store is closed, or closes under it.
-    ~OpenStore() { Close(); }
-    OpenStore(const OpenStore&) = delete;
-    OpenStore& operator=(const OpenStore&) = delete;
-    void Close();
-    FBR_STORE Get() const { return store_; }
+    explicit OpenStore(Place& place) : Store(place.Path(), place.Method()), place_(place) {
+        EXPECT_EQ(status, FSSTATUS_SUCCESS);
+        if (handle == nullptr) return;
+        EXPECT_EQ(Lock(2), FSSTATUS_SUCCESS);
+        place_.Opened(handle);
+    }
+    // Under the lock, so that volatile keys can go.
+    ~OpenStore() {
+        if (handle == nullptr) return;
+        place_.Closing(handle);
+        EXPECT_EQ(Close(), FSSTATUS_SUCCESS);
+    }
+    using Store::Set;
 
-    OpenKey Root() { return Open(WTEXT("\\")); }
-    // The key of a path from the root, or below `parent`; a failure to open fails the test.
-    OpenKey Open(const WString& path, FBR_KEY parent = 0);
-    OpenKey Create(const WString& path, FBR_KEY parent = 0);
-    // The statuses alone.
-    FBR_STATUS Probe(const WString& path, FBR_KEY parent = 0);
-    FBR_STATUS Make(const WString& path, FBR_KEY parent = 0,
-                    FBR_CREATEOPTIONS options = FSCREATEOPTIONS_NONE);
-
-    FBR_STATUS Set(FBR_KEY key, const WString& name, const std::string& bytes, uint32_t type = 3);
-    // The value by the way of a size query and a second one; `status` is the last status.
-    Value Get(FBR_KEY key, const WString& name, FBR_STATUS* status = nullptr);
+    // A failure fails the test.
+    OpenKey Key(const Text& path, FBR_KEY parent = 0) {
+        FBR_KEY key = 0;
+        EXPECT_EQ(FBR_OpenDirEx(parent, path.c_str(), &key, handle), FSSTATUS_SUCCESS)
+            << platform::ToUtf8(path);
+        return {handle, key};
+    }
+    OpenKey Create(const Text& path, FBR_KEY parent = 0) {
+        const FBR_KEY key = Make(path, parent);
+        EXPECT_NE(key, 0) << platform::ToUtf8(path);
+        return {handle, key};
+    }
+    FBR_STATUS Set(FBR_KEY key, const Text& name, const std::string& bytes, uint32_t type = 3) {
+        return Store::Set(key, name, support::Bytes(bytes.begin(), bytes.end()), type);
+    }
+    // "(none)" when it cannot be had.
+    std::string Data(FBR_KEY key, const Text& name) {
+        const auto bytes = Get(key, name);
+        return bytes ? std::string(bytes->begin(), bytes->end()) : "(none)";
+    }
 
     // All names, which must come with FSSTATUS_NO_MORE_ENTRIES, be without a repetition, and be
     // the same one by one as together.
-    std::set<WString> Values(FBR_KEY key);
-    std::set<WString> Keys(FBR_KEY key);
-    WString FullName(FBR_KEY key);
-    WString Name(FBR_KEY key);
-
-    Tree Content(const WString& path);
-    // Everything but the version value of the root.
-    Tree Content();
+    contract::Set ValueNames(FBR_KEY key) { return AllNames(key, Values(key), FBR_EnumIntFileEx); }
+    contract::Set KeyNames(FBR_KEY key) { return AllNames(key, Keys(key), FBR_EnumIntDirEx); }
 
   private:
-    FBR_STORE store_ = nullptr;
+    using EnumerateOne = FBR_STATUS (*)(FBR_KEY, uint32_t, FBR_WCHAR**, FBR_STORE);
+    contract::Set AllNames(FBR_KEY key, const support::Names& together, EnumerateOne one) {
+        FBR_WCHAR* name = nullptr;
+        // One by one may cost a walk each time: large keys are tried at both ends only.
+        const auto count = static_cast<uint32_t>(together.size());
+        const uint32_t stride = count > 200 ? count - 1 : 1;
+        for (uint32_t i = 0; i < count; i += stride) {
+            EXPECT_EQ(one(key, i, &name, handle), FSSTATUS_SUCCESS);
+            EXPECT_EQ(support::Taken(name), together[i]);
+        }
+        name = nullptr;
+        EXPECT_EQ(one(key, count, &name, handle), FSSTATUS_NO_MORE_ENTRIES);
+        EXPECT_TRUE(name == nullptr || *name == 0);
+        FBR_Release(name);
+        contract::Set names(together.begin(), together.end());
+        EXPECT_EQ(names.size(), together.size()) << "a name came twice";
+        return names;
+    }
+
     Place& place_;
 };
 
@@ -90,10 +83,9 @@ class OpenStore {
 class StoreTest : public testing::TestWithParam<Backend> {
   protected:
     void SetUp() override {
-        SCOPED_TRACE("");
         {
             const auto place = GetParam().makePlace();
-            OpenStore(*place).Make(WTEXT("k"));
+            OpenStore(*place).TryMake("k");
         }
         before_ = ProcessState();
     }
@@ -106,10 +98,5 @@ class StoreTest : public testing::TestWithParam<Backend> {
   private:
     std::string before_;
 };
-
-// One byte of data after the other, different for each seed.
-std::string Bytes(size_t size, uint32_t seed = 0);
-// One unit a character; for names that are plain ASCII.
-WString Name(const std::string& text);
 
 }  // namespace contract

@@ -5,83 +5,68 @@
 
 namespace {
 
-using platform::WString;
-using platform::WStringView;
+using platform::WChar;
+using enum BackendKind;
 
-FBR_METHOD Method(uint32_t number) {
-    return static_cast<FBR_METHOD>(number);
-}
+constexpr uint32_t kAny = 1000;  // whatever the method is, 0 to 7
 
-TEST(PathGrammar, OnePartIsALocalStoreByMethod) {
+TEST(PathGrammar, OfEveryForm) {
     const struct {
+        const WChar* path;
         uint32_t method;
         BackendKind kind;
+        const WChar *store = WTEXT(""), *more = WTEXT("");  // the server's or the mount's name
+        bool remote = false;
     } rows[] = {
-        {0, BackendKind::None},    {1, BackendKind::Container}, {2, BackendKind::Native},
-        {3, BackendKind::Shell},   {4, BackendKind::None},      {5, BackendKind::None},
-        {6, BackendKind::Offline}, {7, BackendKind::None},      {0xFFFFFFFF, BackendKind::None}};
+        {WTEXT("dir/user.fbr"), 0, None},
+        {WTEXT("dir/user.fbr"), 1, Container, WTEXT("dir/user.fbr")},
+        {WTEXT("dir/user.fbr"), 2, Native, WTEXT("dir/user.fbr")},
+        {WTEXT("dir/user.fbr"), 3, Shell, WTEXT("dir/user.fbr")},
+        {WTEXT("dir/user.fbr"), 4, None},
+        {WTEXT("dir/user.fbr"), 5, None},
+        {WTEXT("dir/user.fbr"), 6, Offline, WTEXT("dir/user.fbr")},
+        {WTEXT("dir/user.fbr"), 7, None},
+        {WTEXT("dir/user.fbr"), 0xFFFFFFFF, None},
+        // Empty parts do not count.
+        {WTEXT(""), 1, None},
+        {WTEXT("|"), 1, None},
+        {WTEXT("|||"), 1, None},
+        {WTEXT("|a"), 1, Container, WTEXT("a")},
+        {WTEXT("a|"), 1, Container, WTEXT("a")},
+        {WTEXT("||a||"), 1, Container, WTEXT("a")},
+        // Two parts name a server unless the store is a container; the server cuts the store's.
+        {WTEXT("server|file"), 1, Container, WTEXT("file")},
+        {WTEXT("a||b"), 2, Ipc, WTEXT("b"), WTEXT("a")},
+        {WTEXT("pipe|HKCU\\a!b"), 0, Ipc, WTEXT("HKCU\\a!b"), WTEXT("pipe")},
+        {WTEXT("pipe|HKCU\\a!b"), 3, Ipc, WTEXT("HKCU\\a!b"), WTEXT("pipe")},
+        {WTEXT("pipe|HKCU\\a!b"), 4, Ipc, WTEXT("HKCU\\a!b"), WTEXT("pipe")},
+        {WTEXT("pipe|HKCU\\a!b"), 5, Ipc, WTEXT("HKCU\\a!b"), WTEXT("pipe")},
+        {WTEXT("pipe|HKCU\\a!b"), 6, Ipc, WTEXT("HKCU\\a!b"), WTEXT("pipe")},
+        {WTEXT("pipe|HKCU\\a!b"), 99, Ipc, WTEXT("HKCU\\a!b"), WTEXT("pipe")},
+        {WTEXT("x|y|z"), kAny, None},
+        // The mark of a remote registry takes the second part.
+        {WTEXT("!REMOTE|\\r\\u|more|parts"), 2, Native, WTEXT("\\r\\u"), WTEXT(""), true},
+        {WTEXT("!REMOTE"), kAny, None},
+        {WTEXT("!remote|x"), 2, Ipc, WTEXT("x"), WTEXT("!remote")},
+        {WTEXT("!REMOTE2|x"), 2, Ipc, WTEXT("x"), WTEXT("!REMOTE2")},
+        // A hive is cut at the first mark.
+        {WTEXT("C:\\d\\user.dat!S-1-5!X"), 5, Hive, WTEXT("C:\\d\\user.dat"), WTEXT("S-1-5!X")},
+        {WTEXT("!name"), 5, Hive, WTEXT(""), WTEXT("name")},
+        {WTEXT("!REMOTE|f!m"), 5, Hive, WTEXT("f"), WTEXT("m"), true},
+        {WTEXT("!REMOTE|f"), 5, None},
+    };
     for (const auto& row : rows) {
-        const StoreRequest request = ParseStorePath(WTEXT("dir/user.fbr"), Method(row.method));
-        EXPECT_EQ(request.kind, row.kind) << row.method;
-        EXPECT_FALSE(request.remote);
-        if (row.kind != BackendKind::None) {
-            EXPECT_EQ(request.storePath, WTEXT("dir/user.fbr"));
+        for (uint32_t any = 0; any < (row.method == kAny ? 8u : 1u); ++any) {
+            const auto method = static_cast<FBR_METHOD>(row.method == kAny ? any : row.method);
+            SCOPED_TRACE(platform::ToUtf8(row.path) + " " + std::to_string(method));
+            const StoreRequest request = ParseStorePath(row.path, method);
+            EXPECT_EQ(request.kind, row.kind);
+            if (row.kind == None) continue;
+            EXPECT_EQ(request.remote, row.remote);
+            EXPECT_EQ(request.storePath, row.store);
+            EXPECT_EQ(row.kind == Ipc ? request.server : request.mountName, row.more);
         }
     }
-}
-
-TEST(PathGrammar, EmptyPartsDoNotCount) {
-    for (const WStringView path : {WTEXT(""), WTEXT("|"), WTEXT("|||")})
-        EXPECT_EQ(ParseStorePath(path, FS_VR_METHOD_TARN).kind, BackendKind::None);
-    for (const WStringView path : {WTEXT("|a"), WTEXT("a|"), WTEXT("||a||")}) {
-        const StoreRequest request = ParseStorePath(path, FS_VR_METHOD_TARN);
-        EXPECT_EQ(request.kind, BackendKind::Container);
-        EXPECT_EQ(request.storePath, WTEXT("a"));
-    }
-    EXPECT_EQ(ParseStorePath(WTEXT("a||b"), FS_VR_METHOD_NATIVE).storePath, WTEXT("b"));
-}
-
-TEST(PathGrammar, TwoPartsNameAServerUnlessTheStoreIsAContainer) {
-    const StoreRequest container = ParseStorePath(WTEXT("server|file"), FS_VR_METHOD_TARN);
-    EXPECT_EQ(container.kind, BackendKind::Container);
-    EXPECT_EQ(container.storePath, WTEXT("file"));
-    for (const uint32_t method : {0u, 2u, 3u, 4u, 5u, 6u, 99u}) {
-        const StoreRequest request = ParseStorePath(WTEXT("pipe|HKCU\\a!b"), Method(method));
-        EXPECT_EQ(request.kind, BackendKind::Ipc) << method;
-        EXPECT_EQ(request.server, WTEXT("pipe"));
-        EXPECT_EQ(request.storePath, WTEXT("HKCU\\a!b")) << "the server cuts it, not we";
-    }
-}
-
-TEST(PathGrammar, ThreePartsAreRefused) {
-    for (uint32_t method = 0; method < 8; ++method)
-        EXPECT_EQ(ParseStorePath(WTEXT("x|y|z"), Method(method)).kind, BackendKind::None);
-}
-
-TEST(PathGrammar, RemoteMarkTakesTheSecondPart) {
-    const StoreRequest request =
-        ParseStorePath(WTEXT("!REMOTE|\\registry\\user|more|parts"), FS_VR_METHOD_NATIVE);
-    EXPECT_EQ(request.kind, BackendKind::Native);
-    EXPECT_TRUE(request.remote);
-    EXPECT_EQ(request.storePath, WTEXT("\\registry\\user"));
-    for (uint32_t method = 0; method < 8; ++method)
-        EXPECT_EQ(ParseStorePath(WTEXT("!REMOTE"), Method(method)).kind, BackendKind::None);
-    EXPECT_EQ(ParseStorePath(WTEXT("!remote|x"), FS_VR_METHOD_NATIVE).kind, BackendKind::Ipc);
-    EXPECT_EQ(ParseStorePath(WTEXT("!REMOTE2|x"), FS_VR_METHOD_NATIVE).kind, BackendKind::Ipc);
-}
-
-TEST(PathGrammar, HiveIsCutAtTheFirstMark) {
-    const StoreRequest plain =
-        ParseStorePath(WTEXT("C:\\data\\user.dat!S-1-5!X"), FS_VR_METHOD_HIVE);
-    EXPECT_EQ(plain.kind, BackendKind::Hive);
-    EXPECT_EQ(plain.storePath, WTEXT("C:\\data\\user.dat"));
-    EXPECT_EQ(plain.mountName, WTEXT("S-1-5!X"));
-    const StoreRequest bare = ParseStorePath(WTEXT("!name"), FS_VR_METHOD_HIVE);
-    EXPECT_EQ(bare.kind, BackendKind::Hive);
-    EXPECT_TRUE(bare.storePath.empty());
-    EXPECT_EQ(bare.mountName, WTEXT("name"));
-    EXPECT_EQ(ParseStorePath(WTEXT("!REMOTE|f!m"), FS_VR_METHOD_HIVE).mountName, WTEXT("m"));
-    EXPECT_EQ(ParseStorePath(WTEXT("!REMOTE|f"), FS_VR_METHOD_HIVE).kind, BackendKind::None);
 }
 
 }  // namespace

@@ -4,19 +4,20 @@
 #include <algorithm>
 
 #include "include/IFBRSettingsFile.h"
-#include "include/ZrFsLibrary.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/Store.h"
 
 namespace {
 
 using platform::WString;
 using support::Bytes;
-using Strings = std::vector<WString>;
+using support::kRegBinary;
+using support::kRegDword;
+using support::kRegSz;
+using support::Text;
+using Strings = support::Names;
 
-constexpr uint32_t kRegSz = 1;
+const WString kKey = WTEXT("\\k");
 constexpr uint32_t kRegExpandSz = 2;
-constexpr uint32_t kRegBinary = 3;
-constexpr uint32_t kRegDword = 4;
 constexpr uint32_t kRegMultiSz = 7;
 constexpr uint32_t kRegQword = 11;
 
@@ -31,9 +32,9 @@ class Settings : public testing::Test {
         return CreateFBRSettingsFile(path, method);
     }
     void SetUp() override { ASSERT_EQ(file->Create(false), FSSTATUS_SUCCESS); }
-    FBR_STATUS SetRaw(const WString& name, uint32_t type, const Bytes& bytes) {
-        file->CreateKey(WTEXT("\\k"));
-        return file->SetRawValue(WTEXT("\\k"), name, bytes, type);
+    FBR_STATUS SetRaw(const Text& name, uint32_t type, const Bytes& bytes) {
+        file->CreateKey(kKey);
+        return file->SetRawValue(kKey, name, bytes, type);
     }
 
     support::TempDir dir;
@@ -42,22 +43,22 @@ class Settings : public testing::Test {
 };
 
 TEST_F(Settings, CreateRefusesAnExistingFileUnlessItMayBeReplaced) {
-    file->SetString(WTEXT("\\k"), WTEXT("v"), WTEXT("text"), true);
+    file->SetString(kKey, WTEXT("v"), WTEXT("text"), true);
     file.reset();
     const Bytes before = support::ReadBytes(dir / "settings.fbr");
     file = Make();
     EXPECT_EQ(file->Create(false), FSSTATUS_ALREADY_EXISTS);
     EXPECT_EQ(support::ReadBytes(dir / "settings.fbr"), before);
-    EXPECT_EQ(file->KeyExists(WTEXT("\\k")), false) << "no store is open";
+    EXPECT_EQ(file->KeyExists(kKey), false) << "no store is open";
     EXPECT_EQ(file->Create(true), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(file->KeyExists(WTEXT("\\k")));
+    EXPECT_FALSE(file->KeyExists(kKey));
 }
 
 TEST_F(Settings, OpenTakesWhatIsThereAndMakesNothing) {
-    file->SetString(WTEXT("\\k"), WTEXT("v"), WTEXT("text"), true);
+    file->SetString(kKey, WTEXT("v"), WTEXT("text"), true);
     EXPECT_EQ(file->Open(), FSSTATUS_SUCCESS) << "gives up its own lock first";
     WString text;
-    EXPECT_EQ(file->GetString(WTEXT("\\k"), WTEXT("v"), text), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetString(kKey, WTEXT("v"), text), FSSTATUS_SUCCESS);
     EXPECT_EQ(text, WTEXT("text"));
     const auto other = CreateFBRSettingsFile(dir.File("missing.fbr"), FS_VR_METHOD_TARN);
     EXPECT_EQ(other->Open(), FSSTATUS_NOT_FOUND);
@@ -92,21 +93,21 @@ TEST_F(Settings, WithoutAStoreEverythingIsAnInvalidParameter) {
 }
 
 TEST_F(Settings, NumbersMustHaveTheirTypeAndSize) {
-    SetRaw(WTEXT("d"), kRegDword, {1, 2, 3, 4});
-    SetRaw(WTEXT("q"), kRegQword, {1, 2, 3, 4, 5, 6, 7, 8});
-    SetRaw(WTEXT("short"), kRegDword, {1, 2});
-    SetRaw(WTEXT("empty"), kRegDword, {});
+    SetRaw("d", kRegDword, {1, 2, 3, 4});
+    SetRaw("q", kRegQword, {1, 2, 3, 4, 5, 6, 7, 8});
+    SetRaw("short", kRegDword, {1, 2});
+    SetRaw("empty", kRegDword, {});
     uint32_t dword = 77;
     uint64_t qword = 77;
     for (const WString name : {WTEXT("q"), WTEXT("short"), WTEXT("empty")})
-        EXPECT_EQ(file->GetDword(WTEXT("\\k"), name, dword), FSSTATUS_FAILED);
-    EXPECT_EQ(file->GetQword(WTEXT("\\k"), WTEXT("d"), qword), FSSTATUS_FAILED);
-    EXPECT_EQ(file->GetDword(WTEXT("\\k"), WTEXT("none"), dword), FSSTATUS_NOT_FOUND);
+        EXPECT_EQ(file->GetDword(kKey, name, dword), FSSTATUS_FAILED);
+    EXPECT_EQ(file->GetQword(kKey, WTEXT("d"), qword), FSSTATUS_FAILED);
+    EXPECT_EQ(file->GetDword(kKey, WTEXT("none"), dword), FSSTATUS_NOT_FOUND);
     EXPECT_EQ(file->GetDword(WTEXT("\\none"), WTEXT("d"), dword), FSSTATUS_NOT_FOUND);
     EXPECT_EQ(dword, 77u) << "untouched";
     EXPECT_EQ(qword, 77u);
-    EXPECT_EQ(file->GetDword(WTEXT("\\k"), WTEXT("d"), dword), FSSTATUS_SUCCESS);
-    EXPECT_EQ(file->GetQword(WTEXT("\\k"), WTEXT("q"), qword), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetDword(kKey, WTEXT("d"), dword), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetQword(kKey, WTEXT("q"), qword), FSSTATUS_SUCCESS);
     EXPECT_EQ(dword, 0x04030201u);
     EXPECT_EQ(qword, 0x0807060504030201u);
 }
@@ -120,18 +121,18 @@ TEST_F(Settings, StringsLoseTheTerminatorsAtTheirEnd) {
               FSSTATUS_SUCCESS);
     EXPECT_EQ(type, kRegSz);
     EXPECT_EQ(raw, BytesOf(WString(WTEXT("text")) + WString(1, 0)));
-    SetRaw(WTEXT("two"), kRegExpandSz, BytesOf(WString(WTEXT("a\0b\0\0"), 5)));
-    SetRaw(WTEXT("odd"), kRegSz, {'x', 0, 'y'});
-    SetRaw(WTEXT("empty"), kRegBinary, {});
-    SetRaw(WTEXT("binary"), kRegBinary, {'x', 0});
+    SetRaw("two", kRegExpandSz, BytesOf(WString(WTEXT("a\0b\0\0"), 5)));
+    SetRaw("odd", kRegSz, {'x', 0, 'y'});
+    SetRaw("empty", kRegBinary, {});
+    SetRaw("binary", kRegBinary, {'x', 0});
     WString text;
-    EXPECT_EQ(file->GetString(WTEXT("\\k"), WTEXT("two"), text), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetString(kKey, WTEXT("two"), text), FSSTATUS_SUCCESS);
     EXPECT_EQ(text, WString(WTEXT("a\0b"), 3));
-    EXPECT_EQ(file->GetString(WTEXT("\\k"), WTEXT("odd"), text), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetString(kKey, WTEXT("odd"), text), FSSTATUS_SUCCESS);
     EXPECT_EQ(text, WTEXT("x"));
-    EXPECT_EQ(file->GetString(WTEXT("\\k"), WTEXT("binary"), text), FSSTATUS_FAILED);
+    EXPECT_EQ(file->GetString(kKey, WTEXT("binary"), text), FSSTATUS_FAILED);
     EXPECT_EQ(text, WTEXT("x"));
-    EXPECT_EQ(file->GetString(WTEXT("\\k"), WTEXT("empty"), text), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetString(kKey, WTEXT("empty"), text), FSSTATUS_SUCCESS);
     EXPECT_EQ(text, WTEXT("")) << "an empty value may be of any type";
 }
 
@@ -144,30 +145,30 @@ TEST_F(Settings, ASettingWithoutItsKeyFails) {
 }
 
 TEST_F(Settings, MultiStringsLoseTheirEmptyStrings) {
-    SetRaw(WTEXT("m"), kRegMultiSz, BytesOf(WString(WTEXT("a\0\0b\0\0"), 6)));
+    SetRaw("m", kRegMultiSz, BytesOf(WString(WTEXT("a\0\0b\0\0"), 6)));
     Strings strings;
-    EXPECT_EQ(file->GetMultiString(WTEXT("\\k"), WTEXT("m"), strings), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetMultiString(kKey, WTEXT("m"), strings), FSSTATUS_SUCCESS);
     EXPECT_EQ(strings, (Strings{WTEXT("a"), WTEXT("b")}));
-    SetRaw(WTEXT("s"), kRegSz, BytesOf(WTEXT("ab")));
-    EXPECT_EQ(file->GetMultiString(WTEXT("\\k"), WTEXT("s"), strings), FSSTATUS_FAILED);
+    SetRaw("s", kRegSz, BytesOf(WTEXT("ab")));
+    EXPECT_EQ(file->GetMultiString(kKey, WTEXT("s"), strings), FSSTATUS_FAILED);
     EXPECT_EQ(strings.size(), 2u);
 }
 
 TEST_F(Settings, BinaryAndRawValues) {
-    SetRaw(WTEXT("b"), kRegBinary, {9, 8});
-    SetRaw(WTEXT("other"), 4711, {1});
+    SetRaw("b", kRegBinary, {9, 8});
+    SetRaw("other", 4711, {1});
     Bytes bytes{1};
-    EXPECT_EQ(file->GetBinary(WTEXT("\\k"), WTEXT("b"), bytes), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetBinary(kKey, WTEXT("b"), bytes), FSSTATUS_SUCCESS);
     EXPECT_EQ(bytes, Bytes({9, 8}));
-    EXPECT_EQ(file->GetBinary(WTEXT("\\k"), WTEXT("other"), bytes), FSSTATUS_FAILED);
+    EXPECT_EQ(file->GetBinary(kKey, WTEXT("other"), bytes), FSSTATUS_FAILED);
     uint32_t type = 0;
-    EXPECT_EQ(file->GetRawValue(WTEXT("\\k"), WTEXT("other"), bytes, &type), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetRawValue(kKey, WTEXT("other"), bytes, &type), FSSTATUS_SUCCESS);
     EXPECT_EQ(type, 4711u);
-    EXPECT_EQ(file->GetRawValue(WTEXT("\\k"), WTEXT("none"), bytes, nullptr), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(file->GetRawValue(kKey, WTEXT("none"), bytes, nullptr), FSSTATUS_NOT_FOUND);
     EXPECT_TRUE(bytes.empty());
-    EXPECT_TRUE(file->ValueExists(WTEXT("\\k"), WTEXT("B")));
-    EXPECT_EQ(file->DeleteValue(WTEXT("\\k"), WTEXT("b")), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(file->ValueExists(WTEXT("\\k"), WTEXT("b")));
+    EXPECT_TRUE(file->ValueExists(kKey, WTEXT("B")));
+    EXPECT_EQ(file->DeleteValue(kKey, WTEXT("b")), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(file->ValueExists(kKey, WTEXT("b")));
 }
 
 TEST_F(Settings, ListingsReplaceTheVector) {
@@ -175,10 +176,10 @@ TEST_F(Settings, ListingsReplaceTheVector) {
     Strings names{WTEXT("old")};
     EXPECT_EQ(file->EnumerateKeys(WTEXT("\\k\\sub"), names), FSSTATUS_SUCCESS);
     EXPECT_TRUE(names.empty());
-    EXPECT_EQ(file->EnumerateKeys(WTEXT("\\k"), names), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->EnumerateKeys(kKey, names), FSSTATUS_SUCCESS);
     EXPECT_EQ(names, Strings{WTEXT("sub")});
-    SetRaw(WTEXT("v"), kRegSz, {});
-    EXPECT_EQ(file->EnumerateValues(WTEXT("\\k"), names), FSSTATUS_SUCCESS);
+    SetRaw("v", kRegSz, {});
+    EXPECT_EQ(file->EnumerateValues(kKey, names), FSSTATUS_SUCCESS);
     EXPECT_EQ(names, Strings{WTEXT("v")});
     EXPECT_EQ(file->EnumerateValues(WTEXT("\\none"), names), FSSTATUS_NOT_FOUND);
     EXPECT_TRUE(names.empty());
@@ -186,15 +187,15 @@ TEST_F(Settings, ListingsReplaceTheVector) {
 
 TEST_F(Settings, KeysAreDeletedAloneOrWithAllBelow) {
     file->CreateKey(WTEXT("\\k\\a/b\\c"));
-    SetRaw(WTEXT("v"), kRegSz, {});
-    EXPECT_EQ(file->DeleteKey(WTEXT("\\k"), false), FSSTATUS_DIR_NOT_EMPTY);
-    EXPECT_FALSE(file->ValueExists(WTEXT("\\k"), WTEXT("v")));
-    EXPECT_EQ(file->DeleteKey(WTEXT("\\k"), true), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(file->KeyExists(WTEXT("\\k")));
-    EXPECT_EQ(file->DeleteKey(WTEXT("\\k"), true), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(file->CreateKey(WTEXT("\\k")), FSSTATUS_SUCCESS);
-    EXPECT_EQ(file->CreateKey(WTEXT("\\k")), FSSTATUS_SUCCESS);
-    EXPECT_EQ(file->RenameKey(WTEXT("\\k"), WTEXT("n")), FSSTATUS_SUCCESS);
+    SetRaw("v", kRegSz, {});
+    EXPECT_EQ(file->DeleteKey(kKey, false), FSSTATUS_DIR_NOT_EMPTY);
+    EXPECT_FALSE(file->ValueExists(kKey, WTEXT("v")));
+    EXPECT_EQ(file->DeleteKey(kKey, true), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(file->KeyExists(kKey));
+    EXPECT_EQ(file->DeleteKey(kKey, true), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(file->CreateKey(kKey), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->CreateKey(kKey), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->RenameKey(kKey, WTEXT("n")), FSSTATUS_SUCCESS);
     EXPECT_TRUE(file->KeyExists(WTEXT("\\n")));
 }
 
@@ -210,11 +211,11 @@ TEST_F(Settings, DeletedKeysLeaveAMarkBesideThem) {
 TEST_F(Settings, HoldTheWriteLockUntilTheyGo) {
     FBR_STORE store = nullptr;
     ASSERT_EQ(FBR_InitialiseEx(path.c_str(), &store, FS_VR_METHOD_TARN), FSSTATUS_SUCCESS);
-    file->SetString(WTEXT("\\k"), WTEXT("v"), WTEXT("x"), true);
+    file->SetString(kKey, WTEXT("v"), WTEXT("x"), true);
     file.reset();
     EXPECT_EQ(FBR_GetLockEx(1, store), FSSTATUS_SUCCESS);
     FBR_KEY key = 0;
-    EXPECT_EQ(FBR_OpenDirEx(0, WTEXT("\\k"), &key, store), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_OpenDirEx(0, kKey.c_str(), &key, store), FSSTATUS_SUCCESS);
     EXPECT_EQ(FBR_DeInitialiseEx(store), FSSTATUS_SUCCESS);
 }
 

@@ -1,4 +1,4 @@
-// The conversions between statuses and the platform's codes.
+// The conversions between statuses and the platform's codes, and of the engine's.
 #include <gtest/gtest.h>
 
 #include "FS_Library_DLL/keystore/FsEngineStatus.h"
@@ -17,44 +17,51 @@ FBR_STATUS AnyStatus(int value) {
 }
 
 TEST(FsError, StatusesStandForPlatformCodes) {
-    EXPECT_EQ(FsError::ToWin32(FSSTATUS_SUCCESS), 0u);
-    EXPECT_EQ(FsError::ToWin32(FSSTATUS_NO_MORE_ENTRIES), 259u);
-    EXPECT_EQ(FsError::ToWin32(FSSTATUS_FILE_CORRUPT), 1392u);
-    EXPECT_EQ(FsError::ToWin32(FSSTATUS_INVALID_HANDLE), 6u);
+    const struct {
+        int status;
+        uint32_t win32, nt;
+    } rows[] = {
+        {FSSTATUS_SUCCESS, 0, 0},
+        {FSSTATUS_NO_MORE_ENTRIES, 259, 0x8000001A},
+        {FSSTATUS_FILE_CORRUPT, 1392, 0xC0000102},
+        {FSSTATUS_INVALID_HANDLE, 6, 0xC0000008},
+        // What has no row is a general failure.
+        {19, 31, 0xC0000001},
+        {20, 31, 0xC0000001},
+        {1000, 31, 0xC0000001},
+        {-1, 31, 0xC0000001},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(FsError::ToWin32(AnyStatus(row.status)), row.win32) << row.status;
+        EXPECT_EQ(static_cast<uint32_t>(FsError::ToNtStatus(AnyStatus(row.status))), row.nt)
+            << row.status;
+    }
     EXPECT_EQ(static_cast<uint32_t>(FsError::ToNtStatus(FSSTATUS_ALREADY_EXISTS)), 0xC0000121u);
     EXPECT_EQ(static_cast<uint32_t>(FsError::ToNtStatus(FSSTATUS_MODULE_NOT_FOUND)), 0xC0000135u);
     EXPECT_LT(FsError::ToNtStatus(FSSTATUS_BUFFER_OVERFLOW), 0);
 }
 
-TEST(FsError, WhatHasNoRowIsAGeneralFailure) {
-    for (const int value : {19, 20, 1000, -1}) {
-        EXPECT_EQ(FsError::ToWin32(AnyStatus(value)), 31u) << value;
-        EXPECT_EQ(static_cast<uint32_t>(FsError::ToNtStatus(AnyStatus(value))), 0xC0000001u)
-            << value;
+// The last status of a shared code wins. The same 32 bits are another code with the other sign.
+TEST(FsError, PlatformCodesStandForStatuses) {
+    const struct {
+        uint32_t code;
+        FBR_STATUS win32, nt;
+    } rows[] = {
+        {0, FSSTATUS_SUCCESS, FSSTATUS_SUCCESS},
+        {2, FSSTATUS_NOT_FOUND, FSSTATUS_FAILED},
+        {87, FSSTATUS_INVALID_NAME, FSSTATUS_FAILED},
+        {31, FSSTATUS_NOT_IMPLEMENTED, FSSTATUS_FAILED},
+        {0xC0000034, FSSTATUS_FAILED, FSSTATUS_NOT_FOUND},
+        {0xC000000D, FSSTATUS_FAILED, FSSTATUS_INVALID_NAME},
+        {0xC0000001, FSSTATUS_FAILED, FSSTATUS_FAILED},
+        {0xC0000002, FSSTATUS_FAILED, FSSTATUS_NOT_IMPLEMENTED},
+        {0xC0000136, FSSTATUS_FAILED, FSSTATUS_FAILED},
+        {0xFFFFFFFF, FSSTATUS_FAILED, FSSTATUS_FAILED},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(OfWin32(row.code), row.win32) << row.code;
+        EXPECT_EQ(OfNt(row.code), row.nt) << row.code;
     }
-    EXPECT_EQ(OfWin32(0xFFFFFFFF), FSSTATUS_FAILED);
-    EXPECT_EQ(OfNt(0xC0000135 + 1), FSSTATUS_FAILED);
-}
-
-TEST(FsError, TheLastStatusOfASharedCodeWins) {
-    EXPECT_EQ(OfWin32(87), FSSTATUS_INVALID_NAME);
-    EXPECT_EQ(OfWin32(31), FSSTATUS_NOT_IMPLEMENTED);
-    EXPECT_EQ(OfNt(0xC000000D), FSSTATUS_INVALID_NAME);
-    EXPECT_EQ(OfNt(0xC0000001), FSSTATUS_FAILED);
-    EXPECT_EQ(OfNt(0xC0000002), FSSTATUS_NOT_IMPLEMENTED);
-}
-
-// The same 32 bits are another code with the other sign.
-TEST(FsError, SignednessPicksTheOverload) {
-    EXPECT_EQ(OfWin32(2), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(OfNt(2), FSSTATUS_FAILED);
-    EXPECT_EQ(OfNt(0xC0000034), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(OfWin32(0xC0000034), FSSTATUS_FAILED);
-    EXPECT_EQ(OfWin32(0), FSSTATUS_SUCCESS);
-    EXPECT_EQ(OfNt(0), FSSTATUS_SUCCESS);
-}
-
-TEST(FsError, UnsharedCodesComeBack) {
     for (int value = 0; value <= 18; ++value) {
         const FBR_STATUS status = AnyStatus(value);
         if (status == FSSTATUS_INVALID_PARAMETER || status == FSSTATUS_VERSION_MISMATCH) continue;
@@ -65,10 +72,7 @@ TEST(FsError, UnsharedCodesComeBack) {
 }
 
 TEST(EngineStatus, EveryCodeHasItsStatus) {
-    const struct {
-        storage::Status code;
-        FBR_STATUS status;
-    } rows[] = {
+    const std::pair<storage::Status, FBR_STATUS> rows[] = {
         {-202, FSSTATUS_TREE_DELETE_FAILED},
         {-201, FSSTATUS_VERSION_MISMATCH},
         {-28, FSSTATUS_DIR_NOT_EMPTY},
@@ -82,7 +86,7 @@ TEST(EngineStatus, EveryCodeHasItsStatus) {
         {3, FSSTATUS_PATH_NOT_FOUND},
         {123, FSSTATUS_INVALID_NAME},
     };
-    for (const auto& row : rows) EXPECT_EQ(FsStatusFromEngine(row.code), row.status) << row.code;
+    for (const auto& [code, status] : rows) EXPECT_EQ(FsStatusFromEngine(code), status) << code;
     for (const storage::Status code : {-200, -31, -19, -17, -11, -9, -1, 1, 2, 5, 80, 124})
         EXPECT_EQ(FsStatusFromEngine(code), FSSTATUS_FAILED) << code;
 }

@@ -92,13 +92,11 @@ TEST(Handles, ValuesFollowTheirMoveOrLoseTheirPath) {
 
 TEST(Handles, WithoutMemoryNothingIsAdded) {
     FsHandleTable table;
-    const WString longPath(300, 'p');
     for (uint64_t failing = 1; failing <= 2; ++failing) {
         const support::FailingHeap heap(failing);
-        EXPECT_EQ(AddKey(table, longPath), nullptr);
-        EXPECT_EQ(table.Count(), 0u);
+        EXPECT_EQ(AddKey(table, WString(300, 'p')), nullptr);
     }
-    ASSERT_NE(AddKey(table, longPath), nullptr);
+    EXPECT_EQ(table.Count(), 0u);
 }
 
 // Many keys, opened, closed, forgotten and renamed at random, against a list of paths.
@@ -131,7 +129,8 @@ TEST(Handles, AgreeWithAPlainListUnderRandomUse) {
             const WString to = path + WTEXT("\\n");
             ASSERT_TRUE(table.RenamePrefix(path, to));
             for (auto& key : model)
-                if (FsIsInSubtree(key.second, path)) key.second = to + key.second.substr(path.size());
+                if (FsIsInSubtree(key.second, path))
+                    key.second = to + key.second.substr(path.size());
         }
         ASSERT_EQ(table.Count(), model.size()) << "step " << step;
     }

@@ -1,6 +1,5 @@
-// Keys: made, opened, named, renamed, deleted.
-#include "platform/Heap.h"
-#include "storage/StorageApi.h"
+// Keys as a container alone has them: names, limits, volatility, and what no handle is.
+#include "platform/Clock.h"
 #include "tests/keystore/TestStore.h"
 
 namespace keystore {
@@ -8,290 +7,170 @@ namespace {
 
 using Keys = StoreTest;
 
-TEST_F(Keys, APathMakesEachKeyOnTheWay) {
-    FBR_KEY key = 0;
-    ASSERT_EQ(FBR_CreateDirEx(0, WTEXT("a\\b\\c"), FSCREATEOPTIONS_NONE, &key, store.handle),
-              FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FullName(key), WTEXT("\\a\\b\\c"));
-    EXPECT_TRUE(store.Has(WTEXT("\\a")));
-    EXPECT_TRUE(store.Has(WTEXT("a\\B")));
-    EXPECT_EQ(store.FullName(store.Open(WTEXT("c"), store.Open(WTEXT("a\\b")))),
-              WTEXT("\\a\\b\\c"));
-}
-
-TEST_F(Keys, AnExistingKeyComesWithAHandleOfItsOwn) {
-    FBR_KEY first = 0;
-    FBR_KEY second = 0;
-    EXPECT_EQ(FBR_CreateDirEx(0, WTEXT("k"), FSCREATEOPTIONS_NONE, &first, store.handle),
-              FSSTATUS_SUCCESS);
-    EXPECT_EQ(FBR_CreateDirEx(0, WTEXT("K"), FSCREATEOPTIONS_NONE, &second, store.handle),
-              FSSTATUS_ALREADY_EXISTS);
-    EXPECT_NE(first, second);
-    EXPECT_EQ(FBR_CloseDirEx(first, store.handle), FSSTATUS_SUCCESS);
-    EXPECT_EQ(FBR_CloseDirEx(first, store.handle), FSSTATUS_FAILED);
-    EXPECT_EQ(store.FullName(second), WTEXT("\\K"));
-}
-
 TEST_F(Keys, AParentThatIsNotOpenIsTheRoot) {
-    const FBR_KEY parent = store.Make(WTEXT("parent"));
-    FBR_CloseDirEx(parent, store.handle);
-    EXPECT_EQ(store.FullName(store.Make(WTEXT("child"), parent)), WTEXT("\\child"));
-    EXPECT_EQ(store.FullName(store.Make(WTEXT("other"), 4711)), WTEXT("\\other"));
-    EXPECT_EQ(store.FullName(store.Open(WTEXT("child"), -1)), WTEXT("\\child"));
+    const FBR_KEY parent = store.Make("parent");
+    store.Close(parent);
+    EXPECT_EQ(store.FullName(store.Make("child", parent)), WTEXT("\\child"));
+    EXPECT_EQ(store.FullName(store.Make("other", 4711)), WTEXT("\\other"));
+    EXPECT_EQ(store.FullName(store.Open("child", -1)), WTEXT("\\child"));
+    EXPECT_EQ(store.FullName(store.Make("a", store.Root())), WTEXT("\\a"));
+    EXPECT_EQ(store.TryMake("\\"), FSSTATUS_SUCCESS);
 }
 
-TEST_F(Keys, TheRootIsAKeyWithoutAName) {
-    const FBR_KEY root = store.Root();
-    ASSERT_NE(root, 0);
-    EXPECT_EQ(store.FullName(root), WTEXT(""));
-    EXPECT_EQ(store.FullName(store.Make(WTEXT("a"), root)), WTEXT("\\a"));
-    WChar* name = nullptr;
-    ASSERT_EQ(FBR_GetName_DirEx(root, &name, store.handle), FSSTATUS_SUCCESS);
-    EXPECT_EQ(WStringView(name), WTEXT(""));
-    FBR_Release(name);
-    FBR_KEY made = 0;
-    EXPECT_EQ(FBR_CreateDirEx(0, WTEXT("\\"), FSCREATEOPTIONS_NONE, &made, store.handle),
-              FSSTATUS_SUCCESS);
-}
-
-TEST_F(Keys, AValueIsNoKey) {
-    store.Set(store.Root(), WTEXT("v"), {1});
-    FBR_KEY key = 0;
-    EXPECT_EQ(FBR_OpenDirEx(0, WTEXT("v"), &key, store.handle), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(FBR_OpenDirEx(0, WTEXT("none"), &key, store.handle), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(key, 0);
-}
-
+// Of keys and of values; a value's may hold a backslash, too.
 TEST_F(Keys, NamesComeBackAsTheCallerGaveThem) {
-    const WString names[] = {WTEXT("with/slash"),
-                             WTEXT("#FILEx"),
-                             WTEXT("a:b*c?\"<>|#"),
-                             WString({'t', 9, 1, 31, 127}),
-                             WString({0xD83D, 0xDE00}),
-                             WString({'l', 0xDC00, 0xD800}),
-                             WString(300, 'n'),
-                             WString(22, 'm'),
-                             WString(23, 'm'),
-                             WTEXT("."),
-                             WTEXT(".."),
-                             WTEXT(" ")};
+    Names names = {WTEXT("with/slash"),
+                   WTEXT("#FILEx"),
+                   WTEXT("a/b:c*?\"<>|#"),
+                   WString({'t', 9, 1, 31, 127}),
+                   WString({0xD83D, 0xDE00}),
+                   WString({'l', 0xDC00, 0xD800}),
+                   WString(300, 'n'),
+                   WTEXT("."),
+                   WTEXT(".."),
+                   WTEXT(" ")};
+    for (WChar control = 1; control < 32; ++control) names.push_back({'c', control});
+    // They may differ behind the 22nd unit.
+    for (const WChar* tail : {WTEXT(""), WTEXT("a"), WTEXT("b"), WTEXT("ab")})
+        names.push_back(WString(22, 'x') + tail);
+    const FBR_KEY parent = store.Make("p");
     for (const WString& name : names) {
-        const FBR_KEY key = store.Make(name, store.Make(WTEXT("p")));
-        ASSERT_NE(key, 0);
-        EXPECT_EQ(store.FullName(key), WTEXT("\\p\\") + name);
-        WChar* text = nullptr;
-        ASSERT_EQ(FBR_GetName_DirEx(key, &text, store.handle), FSSTATUS_SUCCESS);
-        EXPECT_EQ(WStringView(text), name);
-        FBR_Release(text);
+        EXPECT_EQ(store.TryMake(name, parent), FSSTATUS_SUCCESS);
+        EXPECT_EQ(store.Set(parent, name, Bytes(name.size())), FSSTATUS_SUCCESS);
+        EXPECT_EQ(store.FullName(store.Open(name, parent)), WTEXT("\\p\\") + name);
+        EXPECT_EQ(store.Name(store.Open(name, parent)), name);
     }
-    std::vector<WString> listed = store.Keys(store.Open(WTEXT("p")));
-    EXPECT_EQ(listed.size(), std::size(names));
-    for (const WString& name : names) EXPECT_EQ(std::count(listed.begin(), listed.end(), name), 1);
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\p"), store.handle), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(store.Has(WTEXT("p")));
-}
-
-TEST_F(Keys, NamesMayDifferBehindTheTwentySecondUnit) {
-    const FBR_KEY parent = store.Make(WTEXT("p"));
-    for (const WString tail : {WTEXT(""), WTEXT("a"), WTEXT("b"), WTEXT("ab")}) {
-        FBR_KEY key = 0;
-        EXPECT_EQ(FBR_CreateDirEx(parent, (WString(22, 'x') + tail).c_str(), FSCREATEOPTIONS_NONE,
-                                  &key, store.handle),
-                  FSSTATUS_SUCCESS);
-        EXPECT_EQ(store.Set(parent, WString(22, 'y') + tail, Bytes(tail.size() + 1)),
-                  FSSTATUS_SUCCESS);
+    std::sort(names.begin(), names.end());
+    Names keys = store.Keys(parent), values = store.Values(parent);
+    std::sort(keys.begin(), keys.end());
+    std::sort(values.begin(), values.end());
+    EXPECT_EQ(keys, names);
+    EXPECT_EQ(values, names);
+    for (const WString& name : names) EXPECT_EQ(store.Get(parent, name), Bytes(name.size()));
+    for (const char* name : {"a\\b", "\\"}) {
+        EXPECT_EQ(store.Set(parent, name, {1}), FSSTATUS_SUCCESS);
+        EXPECT_EQ(store.DeleteValue(parent, name), FSSTATUS_SUCCESS);
     }
-    EXPECT_EQ(store.Keys(parent).size(), 4u);
-    EXPECT_EQ(store.Get(parent, WString(22, 'Y') + WTEXT("AB")), Bytes(3));
+    EXPECT_EQ(store.Keys(parent).size(), names.size()) << "no name made a key";
+    EXPECT_EQ(store.DeleteTree("\\p"), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(store.Has("p"));
 }
 
-TEST_F(Keys, RenameCarriesOpenHandlesAlong) {
-    const FBR_KEY key = store.Make(WTEXT("a\\old"));
-    const FBR_KEY below = store.Make(WTEXT("x\\y"), key);
-    const FBR_KEY neighbour = store.Make(WTEXT("a\\ol"));
-    store.Set(below, WTEXT("v"), {7});
-    ASSERT_EQ(FBR_RenameDirEx(key, WTEXT("new/er"), store.handle), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FullName(key), WTEXT("\\a\\new/er"));
-    EXPECT_EQ(store.FullName(below), WTEXT("\\a\\new/er\\x\\y"));
-    EXPECT_EQ(store.FullName(neighbour), WTEXT("\\a\\ol"));
-    EXPECT_EQ(store.Get(below, WTEXT("v")), Bytes({7}));
-    EXPECT_FALSE(store.Has(WTEXT("a\\old")));
-    EXPECT_TRUE(store.Has(WTEXT("a\\new/er\\x\\y")));
-}
-
-TEST_F(Keys, RenameRefusesATakenNameAndNonsense) {
-    const FBR_KEY key = store.Make(WTEXT("k"));
-    store.Make(WTEXT("taken"));
-    EXPECT_EQ(FBR_RenameDirEx(key, WTEXT("taken"), store.handle), FSSTATUS_ALREADY_EXISTS);
-    EXPECT_EQ(store.FullName(key), WTEXT("\\k"));
-    EXPECT_EQ(FBR_RenameDirEx(key, WTEXT(""), store.handle), FSSTATUS_INVALID_PARAMETER);
-    EXPECT_EQ(FBR_RenameDirEx(0, WTEXT("n"), store.handle), FSSTATUS_INVALID_PARAMETER);
-    EXPECT_EQ(FBR_RenameDirEx(77, WTEXT("n"), store.handle), FSSTATUS_FAILED);
-    EXPECT_EQ(FBR_RenameDirEx(key, WTEXT("K"), store.handle), FSSTATUS_SUCCESS) << "case alone";
-    EXPECT_EQ(store.FullName(key), WTEXT("\\K"));
-}
-
-// A neighbour whose path begins with the same text follows as well, and then names nothing.
-TEST_F(Keys, RenameLeavesTheNeighbourWithTheSameBeginning) {
-    const FBR_KEY key = store.Make(WTEXT("b"));
-    const FBR_KEY neighbour = store.Make(WTEXT("bc"));
-    ASSERT_EQ(FBR_RenameDirEx(key, WTEXT("z"), store.handle), FSSTATUS_SUCCESS);
+TEST_F(Keys, ARenameOrADeletionTakesItsHandlesAndNoNeighbours) {
+    const FBR_KEY key = store.Make("b"), neighbour = store.Make("bc");
+    const FBR_KEY below = store.Make("x/y\\z", key), again = store.Open("b");
+    ASSERT_EQ(store.Rename(key, "z/a"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.FullName(neighbour), WTEXT("\\bc"));
+    EXPECT_EQ(store.FullName(below), WTEXT("\\z/a\\x/y\\z"));
+    EXPECT_EQ(store.Rename(key, "Z/A"), FSSTATUS_SUCCESS) << "case alone";
+    EXPECT_EQ(store.FullName(again), WTEXT("\\Z/A"));
+    ASSERT_EQ(store.Rename(key, "zz"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.DeleteTree("\\zz"), FSSTATUS_SUCCESS);
+    for (const FBR_KEY gone : {key, below, again}) {
+        EXPECT_EQ(store.Close(gone), FSSTATUS_FAILED);
+        EXPECT_EQ(store.Delete(gone), FSSTATUS_SUCCESS) << "not open: nothing to do";
+    }
     EXPECT_EQ(store.FullName(neighbour), WTEXT("\\bc"));
 }
 
-TEST_F(Keys, DeletingAKeyTakesItsValuesButNoSubkeys) {
-    const FBR_KEY key = store.Make(WTEXT("k"));
-    const FBR_KEY again = store.Open(WTEXT("k"));
-    for (int i = 0; i < 30; ++i) store.Set(key, WString(1, static_cast<WChar>('a' + i)), {1});
-    store.Make(WTEXT("sub"), key);
-    EXPECT_EQ(FBR_DeleteDirEx(key, store.handle), FSSTATUS_DIR_NOT_EMPTY);
-    EXPECT_TRUE(store.Values(key).empty());
-    EXPECT_EQ(FBR_DeleteDirEx(store.Open(WTEXT("k\\sub")), store.handle), FSSTATUS_SUCCESS);
-    EXPECT_EQ(FBR_DeleteDirEx(key, store.handle), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(store.Has(WTEXT("k")));
-    // All handles on it went with it.
-    EXPECT_EQ(FBR_CloseDirEx(key, store.handle), FSSTATUS_FAILED);
-    EXPECT_EQ(FBR_CloseDirEx(again, store.handle), FSSTATUS_FAILED);
-    EXPECT_EQ(FBR_DeleteDirEx(again, store.handle), FSSTATUS_SUCCESS) << "not open: nothing to do";
-}
-
-TEST_F(Keys, DeletingByNameTakesTheTree) {
-    store.Set(store.Make(WTEXT("t\\a\\b/c\\d")), WTEXT("v"), {1});
-    const FBR_KEY inside = store.Open(WTEXT("t\\a"));
-    store.Make(WTEXT("tt"));
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\t"), store.handle), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(store.Has(WTEXT("t")));
-    EXPECT_TRUE(store.Has(WTEXT("tt")));
-    EXPECT_EQ(FBR_CloseDirEx(inside, store.handle), FSSTATUS_FAILED);
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\t"), store.handle), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT(""), store.handle), FSSTATUS_INVALID_PARAMETER);
-}
-
 TEST_F(Keys, DeletingTheRootEmptiesTheStore) {
-    store.Set(store.Make(WTEXT("a\\b")), WTEXT("v"), {1});
+    store.Set(store.Make("a\\b"), "v", {1});
     const FBR_KEY root = store.Root();
-    store.Set(root, WTEXT("r"), {1});
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\"), store.handle), FSSTATUS_SUCCESS);
+    store.Set(root, "r", {1});
+    EXPECT_EQ(store.DeleteTree("\\"), FSSTATUS_SUCCESS);
     EXPECT_TRUE(store.Keys(root).empty());
     EXPECT_TRUE(store.Values(root).empty()) << "the version record is a value like any other";
     store.Close();
     Store again(path);
     EXPECT_EQ(again.status, FSSTATUS_SUCCESS);
-    EXPECT_EQ(again.Values(again.Root()), std::vector<WString>{WTEXT("FBRVersion")});
-}
-
-// Makes `levels` keys, one below the other.
-WString MakeChain(Store& store, int levels) {
-    WString chain;
-    for (int i = 0; i < levels; ++i) chain += WTEXT("\\d");
-    EXPECT_NE(store.Make(chain), 0);
-    return chain;
-}
-
-TEST_F(Keys, DeepTreesAreMadeReadAndDeleted) {
-    const WString chain = MakeChain(store, 500);
-    const FBR_KEY deepest = store.Open(chain);
-    ASSERT_NE(deepest, 0);
-    store.Set(deepest, WTEXT("v"), {5});
-    EXPECT_EQ(store.FullName(deepest), chain);
-    EXPECT_EQ(store.Get(deepest, WTEXT("v")), Bytes({5}));
-    ASSERT_EQ(FBR_RenameDirEx(store.Open(WTEXT("\\d")), WTEXT("top"), store.handle),
-              FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FullName(deepest), WTEXT("\\top") + chain.substr(2));
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\top"), store.handle), FSSTATUS_SUCCESS);
-    EXPECT_TRUE(store.Keys(store.Root()).empty());
+    EXPECT_EQ(again.Values(again.Root()), Names{WTEXT("FBRVersion")});
 }
 
 // Counted from the key that is named, and the root is one like any other.
 TEST_F(Keys, ATreeOf513LevelsIsTheDeepestThatIsDeleted) {
-    MakeChain(store, 514);
-    for (const WString key : {WTEXT("\\d"), WTEXT("\\")}) {
-        EXPECT_EQ(FBR_DeleteDirNamedEx(key.c_str(), store.handle), FSSTATUS_TREE_DELETE_FAILED);
-    }
-    EXPECT_TRUE(store.Has(WTEXT("d\\d")));
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\d\\d"), store.handle), FSSTATUS_SUCCESS);
-    MakeChain(store, 513);
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\"), store.handle), FSSTATUS_TREE_DELETE_FAILED);
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\d"), store.handle), FSSTATUS_SUCCESS);
-    MakeChain(store, 512);
-    EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("\\"), store.handle), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(store.Has(WTEXT("d")));
+    const auto makeChain = [&](int levels) {
+        WString chain;
+        for (int i = 0; i < levels; ++i) chain += WTEXT("\\d");
+        const FBR_KEY deepest = store.Make(chain);
+        EXPECT_EQ(store.FullName(deepest), chain);
+        EXPECT_EQ(store.Set(deepest, "v", {5}), FSSTATUS_SUCCESS);
+        return deepest;
+    };
+    const FBR_KEY deepest = makeChain(514);
+    for (const char* key : {"\\d", "\\"})
+        EXPECT_EQ(store.DeleteTree(key), FSSTATUS_TREE_DELETE_FAILED);
+    ASSERT_EQ(store.Rename(store.Open("\\d"), "top"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.FullName(deepest).substr(0, 8), WTEXT("\\top\\d\\d"));
+    EXPECT_EQ(store.Get(deepest, "v"), Bytes({5}));
+    EXPECT_EQ(store.DeleteTree("\\top\\d"), FSSTATUS_SUCCESS);
+    makeChain(513);
+    EXPECT_EQ(store.DeleteTree("\\"), FSSTATUS_TREE_DELETE_FAILED);
+    EXPECT_EQ(store.DeleteTree("\\d"), FSSTATUS_SUCCESS);
+    makeChain(512);
+    EXPECT_EQ(store.DeleteTree("\\"), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(store.Has("d"));
 }
 
-TEST_F(Keys, DuplicatesOfPlainPathsOnly) {
-    const FBR_KEY key = store.Make(WTEXT("plain\\key"));
-    FBR_KEY copy = 0;
-    ASSERT_EQ(FBR_DuplicateDirHandleEx(key, &copy, store.handle), FSSTATUS_SUCCESS);
-    EXPECT_NE(copy, key);
-    FBR_CloseDirEx(key, store.handle);
-    EXPECT_EQ(store.FullName(copy), WTEXT("\\plain\\key"));
-    const FBR_KEY escaped = store.Make(WTEXT("a/b"));
-    EXPECT_EQ(FBR_DuplicateDirHandleEx(escaped, &copy, store.handle), FSSTATUS_FAILED);
-    EXPECT_EQ(FBR_DuplicateDirHandleEx(0, &copy, store.handle), FSSTATUS_INVALID_PARAMETER);
-    EXPECT_EQ(FBR_DuplicateDirHandleEx(99, &copy, store.handle), FSSTATUS_FAILED);
-}
-
-TEST_F(Keys, TimesAreThoseOfTheLastChange) {
-    const FBR_KEY key = store.Make(WTEXT("k"));
-    const platform::UtcTime now = platform::UtcNow();
-    FBR_SYSTEMTIME time{};
-    time.wDayOfWeek = 77;
-    ASSERT_EQ(FBR_GetDirTimesEx(key, &time, store.handle), FSSTATUS_SUCCESS);
-    EXPECT_EQ(time.wDayOfWeek, 77) << "left alone";
-    EXPECT_EQ(time.wHour, now.hour);
-    EXPECT_LE(time.wMinute, 59);
-    EXPECT_LE(time.wMilliseconds, 999);
-    const FBR_KEY escaped = store.Make(WTEXT("a/b"));
-    EXPECT_EQ(FBR_GetDirTimesEx(escaped, &time, store.handle), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(FBR_GetDirTimesEx(key, nullptr, store.handle), FSSTATUS_INVALID_PARAMETER);
-}
-
-TEST_F(Keys, HandlesOfOtherStoresAreNoHandlesHere) {
+// What is no handle here, and what is no name: the status of each operation.
+TEST_F(Keys, WhatIsNoKeyIsRefused) {
     Store other(dir.File("other.fbr"));
     ASSERT_EQ(other.Lock(), FSSTATUS_SUCCESS);
-    const FBR_KEY foreign = other.Make(WTEXT("k"));
+    const FBR_KEY key = store.Make("k"), escaped = store.Make("a/b"), foreign = other.Make("k");
+    FBR_KEY copy = 0;
     uint64_t size = 0;
     WChar* name = nullptr;
-    EXPECT_EQ(FBR_QueryValue(foreign, WTEXT("v"), nullptr, 0, &size, nullptr, store.handle),
-              FSSTATUS_FAILED);
-    EXPECT_EQ(FBR_GetName_DirEx(foreign, &name, store.handle), FSSTATUS_FAILED);
-    EXPECT_EQ(FBR_CloseDirEx(foreign, store.handle), FSSTATUS_FAILED);
+    Names names;
+    FBR_SYSTEMTIME time{};
+    for (const FBR_KEY bad : {FBR_KEY{0}, FBR_KEY{1}, FBR_KEY{-1}, key + 8, foreign}) {
+        SCOPED_TRACE(bad);
+        const FBR_STATUS none = bad == 0 ? FSSTATUS_INVALID_PARAMETER : FSSTATUS_FAILED;
+        EXPECT_EQ(store.Set(bad, "v", {1}), FSSTATUS_FAILED);
+        EXPECT_EQ(store.Query(bad, "v", nullptr, 0, &size), FSSTATUS_FAILED);
+        EXPECT_EQ(store.DeleteValue(bad, "v"), FSSTATUS_FAILED);
+        EXPECT_EQ(store.Rename(bad, "n"), none);
+        EXPECT_EQ(store.Duplicate(bad, &copy), none);
+        EXPECT_EQ(FBR_EnumIntFileEx(bad, 0, &name, store.handle), none);
+        EXPECT_EQ(FBR_EnumIntDirEx(bad, 0, &name, store.handle), none);
+        EXPECT_EQ(FBR_EnumerateAllValues(bad, names, store.handle), none);
+        EXPECT_EQ(FBR_EnumerateAllKeys(bad, names, store.handle), none);
+        if (bad != 0) {
+            EXPECT_EQ(FBR_GetName_DirEx(bad, &name, store.handle), FSSTATUS_FAILED);
+            EXPECT_EQ(store.Close(bad), FSSTATUS_FAILED);
+        }
+    }
     EXPECT_EQ(other.FullName(foreign), WTEXT("\\k"));
+    EXPECT_EQ(store.Rename(key, ""), FSSTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(store.DeleteTree(""), FSSTATUS_INVALID_PARAMETER);
+    // Plain paths only.
+    EXPECT_EQ(store.Duplicate(escaped, &copy), FSSTATUS_FAILED);
+    EXPECT_EQ(FBR_GetDirTimesEx(escaped, &time, store.handle), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(FBR_GetDirTimesEx(key, nullptr, store.handle), FSSTATUS_INVALID_PARAMETER);
+    time.wDayOfWeek = 77;
+    EXPECT_EQ(FBR_GetDirTimesEx(key, &time, store.handle), FSSTATUS_SUCCESS);
+    EXPECT_EQ(time.wDayOfWeek, 77) << "left alone";
+    EXPECT_LE(time.wMilliseconds, 999);
 }
 
 TEST_F(Keys, VolatileKeysGoWithALockedClose) {
-    store.Make(WTEXT("gone\\deep"), 0, FSCREATEOPTIONS_VOLATILE);
-    store.Make(WTEXT("escaped/name"), 0, FSCREATEOPTIONS_VOLATILE);
-    store.Make(WTEXT("stays"));
+    store.Make("gone\\deep", 0, FSCREATEOPTIONS_VOLATILE);
+    store.Make("escaped/name", 0, FSCREATEOPTIONS_VOLATILE);
+    // Only the first volatile key loses its volatility by being made again. Behind it the key
+    // behind the one that is named is taken out, and the last one is never found.
+    for (const char* name : {"v0", "v1", "v2", "v3"}) store.Make(name, 0, FSCREATEOPTIONS_VOLATILE);
+    store.Make("GONE\\deep", 0, FSCREATEOPTIONS_VOLATILE);
+    for (int i = 0; i < 2; ++i) store.Make("v2");
     store.Close();
     Store again(path);
-    EXPECT_FALSE(again.Has(WTEXT("gone\\deep")));
-    EXPECT_TRUE(again.Has(WTEXT("gone"))) << "made on the way, never volatile";
-    EXPECT_TRUE(again.Has(WTEXT("escaped/name"))) << "asked for by its stored path";
-    EXPECT_TRUE(again.Has(WTEXT("stays")));
-}
-
-TEST_F(Keys, VolatileKeysStayWithAnUnlockedClose) {
-    store.Make(WTEXT("v"), 0, FSCREATEOPTIONS_VOLATILE);
-    store.Unlock();
-    store.Close();
-    EXPECT_TRUE(Store(path).Has(WTEXT("v")));
-}
-
-// Only the first volatile key loses its volatility by being made again. Behind it the key behind
-// the one that is meant is taken out, and the last one is never found.
-TEST_F(Keys, MakingAKeyAgainEndsVolatilityAsEver) {
-    for (const WString name : {WTEXT("v0"), WTEXT("v1"), WTEXT("v2"), WTEXT("v3")})
-        store.Make(name, 0, FSCREATEOPTIONS_VOLATILE);
-    store.Make(WTEXT("V0"), 0, FSCREATEOPTIONS_VOLATILE);  // head: v0 stays
-    store.Make(WTEXT("v2"));                               // v3 is taken out and stays
-    store.Make(WTEXT("v2"));                               // now the last one: not found
-    store.Close();
-    Store again(path);
-    EXPECT_TRUE(again.Has(WTEXT("v0")));
-    EXPECT_FALSE(again.Has(WTEXT("v1")));
-    EXPECT_FALSE(again.Has(WTEXT("v2")));
-    EXPECT_TRUE(again.Has(WTEXT("v3")));
+    EXPECT_TRUE(again.Has("gone")) << "made on the way, never volatile";
+    EXPECT_TRUE(again.Has("gone\\deep"));
+    EXPECT_TRUE(again.Has("escaped/name")) << "asked for by its stored path";
+    for (const char* name : {"v0", "v1", "v2"}) EXPECT_FALSE(again.Has(name)) << name;
+    EXPECT_TRUE(again.Has("v3"));
+    EXPECT_EQ(again.Lock(), FSSTATUS_SUCCESS);
+    again.Make("v1", 0, FSCREATEOPTIONS_VOLATILE);
+    again.Unlock();
+    again.Close();
+    EXPECT_TRUE(Store(path).Has("v1")) << "closed without the lock";
 }
 
 }  // namespace

@@ -103,26 +103,6 @@ TEST_F(NativeValues, EnumeratesNamesOfEveryLength) {
     EXPECT_TRUE(all.empty());
 }
 
-TEST_F(NativeValues, EnumeratesTenThousandSubkeys) {
-    constexpr int kCount = 10000;
-    for (int i = 0; i < kCount; ++i) {
-        int64_t child = 0;
-        ASSERT_EQ(
-            store_->FBR_CreateDirEx(key_, std::to_wstring(i).c_str(), FSCREATEOPTIONS_NONE, &child),
-            FSSTATUS_SUCCESS);
-        store_->FBR_CloseDirEx(child);
-    }
-    std::vector<WString> names;
-    EXPECT_EQ(store_->FBR_EnumerateAllKeys(key_, names), FSSTATUS_NO_MORE_ENTRIES);
-    EXPECT_EQ(names.size(), size_t{kCount});
-    EXPECT_EQ(std::set<WString>(names.begin(), names.end()).size(), size_t{kCount});
-    WChar* name = nullptr;
-    EXPECT_EQ(store_->FBR_EnumIntDirEx(key_, kCount - 1, &name), FSSTATUS_SUCCESS);
-    EXPECT_EQ(Taken(name), names.back());
-    EXPECT_EQ(store_->FBR_EnumIntDirEx(key_, kCount, &name), FSSTATUS_NO_MORE_ENTRIES);
-    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(L"k"), FSSTATUS_SUCCESS);
-}
-
 TEST_F(NativeValues, NoMemoryIsToldAndLeavesNothing) {
     ASSERT_EQ(Set(L"value", Pattern(1000)), FSSTATUS_SUCCESS);
     WChar* name = nullptr;

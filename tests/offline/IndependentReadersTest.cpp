@@ -253,26 +253,4 @@ TEST(IndependentReaders, WeReadWhatRegedChanged) {
     EXPECT_EQ(read.Get(read.Open(WTEXT("Base\\k299")), WTEXT("v")), (Bytes{0x99, 0x02, 0, 0x10}));
 }
 
-TEST(IndependentReaders, WeReadWhatHivexshTyped) {
-    TempDir dir;
-    {
-        TestHive hive;
-        hive.Save(dir.File("a.hiv"));
-    }
-    const std::string script =
-        "add Typed\ncd Typed\nsetval 4\n@\nstring:hello\nwide\nexpandstring:%x%\nn\n"
-        "dword:0x12345678\nb\nhex:3:01,02,03,04,05\ncommit\n";
-    RunProgram("printf '" + std::string(script).replace(script.find("%x%"), 3, "%%x%%") +
-               "' | hivexsh -w " + (dir / "a.hiv").string());
-    TestHive read(dir.File("a.hiv"));
-    ORHKEY typed = read.Open(WTEXT("Typed"));
-    uint32_t type = 0;
-    EXPECT_EQ(read.Get(typed, WTEXT(""), &type), TextBytes(WTEXT("hello")));
-    EXPECT_EQ(type, 1u);
-    EXPECT_EQ(read.Get(typed, WTEXT("wide"), &type), TextBytes(WTEXT("%x%")));
-    EXPECT_EQ(type, 2u);
-    EXPECT_EQ(read.Get(typed, WTEXT("n"), &type), (Bytes{0x78, 0x56, 0x34, 0x12}));
-    EXPECT_EQ(read.Get(typed, WTEXT("b"), &type), (Bytes{1, 2, 3, 4, 5}));
-}
-
 }  // namespace

@@ -7,8 +7,7 @@
 #include <unistd.h>
 #include <filesystem>
 
-#include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
-#include "tests/offline/OfflineHive.h"
+#include "FS_Library_DLL/IFSInterface.h"
 #include "tests/offline/SavedValue.h"
 #include "tests/support/FailingHeap.h"
 #include "tests/support/FaultFile.h"
@@ -31,21 +30,18 @@ TEST(OfflineStoreFaults, WhateverCallFailsTheOldFileStaysAndNothingElse) {
     const Bytes before = support::ReadBytes(dir / "user.dat");
     uint64_t number = 1;
     for (;; ++number) {
-        FsOfflineRegistryImpl store;
-        int64_t root = 0;
-        ASSERT_EQ(store.FBR_InitialiseEx(path.c_str()), FSSTATUS_SUCCESS);
-        ASSERT_EQ(store.FBR_OpenDirEx(0, WTEXT(""), &root), FSSTATUS_SUCCESS);
-        ASSERT_EQ(store.FBR_SetValue(root, WTEXT("w"), 3, "x", 1), FSSTATUS_SUCCESS);
+        Offline store(path);
+        ASSERT_EQ(store.Set(store.Root(), "w", {1}), FSSTATUS_SUCCESS);
         support::FaultFile faults;
         faults.FailAny(number, platform::kErrorDiskFull);
         faults.OnFailingWrite(support::FaultFile::Write::FirstHalf);
-        const FBR_STATUS status = store.FBR_DeInitialiseEx();
+        const FBR_STATUS status = store.handle->FBR_DeInitialiseEx();
         if (faults.Hits() == 0) break;
         EXPECT_EQ(status, FSSTATUS_FAILED) << number;
         EXPECT_EQ(support::ReadBytes(dir / "user.dat"), before) << number;
         EXPECT_EQ(FilesIn(dir), 1u) << number;
         // Closed is closed: there is nothing left to save.
-        EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+        EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
     }
     EXPECT_GT(number, 4u);
     EXPECT_NE(support::ReadBytes(dir / "user.dat"), before);
@@ -110,21 +106,15 @@ TEST(OfflineStoreFaults, AFileThatIsHeldIsToldInGoodTime) {
 
 TEST(OfflineStoreFaults, NamesThatFindNoMemoryAreOutOfMemory) {
     TempDir dir;
-    FsOfflineRegistryImpl store;
-    ASSERT_EQ(store.FBR_InitialiseEx(dir.File("user.dat").c_str()), FSSTATUS_SUCCESS);
-    int64_t key = 0;
-    ASSERT_EQ(store.FBR_CreateDirEx(0, WTEXT("a"), FSCREATEOPTIONS_NONE, &key), FSSTATUS_SUCCESS);
-    int64_t root = 0;
-    ASSERT_EQ(store.FBR_OpenDirEx(0, WTEXT(""), &root), FSSTATUS_SUCCESS);
+    Offline store(dir.File("user.dat"));
+    const int64_t key = store.Make("a"), root = store.Root();
     {
         const support::FailingHeap heap(1, true);
         WChar* name = nullptr;
-        EXPECT_EQ(store.FBR_GetName_DirEx(key, &name), FSSTATUS_OUT_OF_MEMORY);
-        EXPECT_EQ(store.FBR_EnumIntDirEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
-        EXPECT_EQ(store.FBR_EnumIntFileEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(store.handle->FBR_GetName_DirEx(key, &name), FSSTATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(store.handle->FBR_EnumIntDirEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(store.handle->FBR_EnumIntFileEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
     }
-    EXPECT_EQ(store.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
 }
 
 }  // namespace

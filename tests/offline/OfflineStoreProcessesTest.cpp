@@ -20,16 +20,15 @@ const support::ChildRole kCount("count", [](const std::vector<std::string>& argu
     const WString path = platform::FromUtf8(arguments[0]);
     int done = 0;
     for (int i = std::stoi(arguments[1]); i > 0; --i) {
-        FsOfflineRegistryImpl store;
-        int64_t root = 0;
+        Offline store(path);
+        if (store.status != FSSTATUS_SUCCESS) continue;
+        const auto data = store.Get(store.Root(), "v");
         uint32_t number = 0;
-        uint64_t size = 0;
-        if (store.FBR_InitialiseEx(path.c_str()) != FSSTATUS_SUCCESS) continue;
-        store.FBR_OpenDirEx(0, WTEXT(""), &root);
-        store.FBR_QueryValue(root, WTEXT("v"), &number, 4, &size, nullptr);
+        if (data && data->size() == 4) std::memcpy(&number, data->data(), 4);
         ++number;
-        store.FBR_SetValue(root, WTEXT("v"), 3, &number, 4);
-        const FBR_STATUS status = store.FBR_DeInitialiseEx();
+        const auto* bytes = reinterpret_cast<const uint8_t*>(&number);
+        store.Set(store.Root(), "v", Bytes(bytes, bytes + 4));
+        const FBR_STATUS status = store.Close();
         if (status == FSSTATUS_SUCCESS) ++done;
         if (status != FSSTATUS_SUCCESS && status != FSSTATUS_SHARING_VIOLATION)
             return 200 + static_cast<int>(status);

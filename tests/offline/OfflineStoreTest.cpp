@@ -1,319 +1,226 @@
-// The offline hive as a store, through the interface that every store has.
-#include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
-
+// The offline hive as a store: what it has beyond the contract of all stores.
 #include <algorithm>
-#include <cstring>
-#include <filesystem>
 #include <functional>
-#include <memory>
-#include <set>
 #include <thread>
 
-#include "FS_Library_DLL/FsSwitches.h"
 #include "FS_Library_DLL/offline/FileTime.h"
 #include "offreg/HiveFormat.h"
 #include "platform/FileSystem.h"
-#include "platform/Heap.h"
-#include "tests/offline/OfflineHive.h"
+#include "tests/offline/SavedValue.h"
 #include "tests/shared/LogCapture.h"
 
 using namespace offline_test;
+using support::Names;
 using support::TempDir;
+using support::Text;
 
 namespace {
 
-constexpr FBR_CREATEOPTIONS kStable = FSCREATEOPTIONS_NONE;
-
-// A store on a file of its own; closed with the object unless the test has done so.
-class OfflineStore : public ::testing::Test {
+// A store on a file of its own.
+class OfflineStore : public testing::Test {
   protected:
-    OfflineStore() : path_(dir_.File("user.dat")) { Open(); }
-    ~OfflineStore() override { Close(); }
-
+    OfflineStore() { Open(); }
     void Open() {
-        store_ = std::make_unique<FsOfflineRegistryImpl>();
-        ASSERT_EQ(store_->FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
+        store_ = std::make_unique<Offline>(path_);
+        ASSERT_EQ(store_->status, FSSTATUS_SUCCESS);
     }
-    FBR_STATUS Close() {
-        if (store_ == nullptr) return FSSTATUS_SUCCESS;
-        for (const int64_t key : opened_) store_->FBR_CloseDirEx(key);
-        opened_.clear();
-        const FBR_STATUS status = store_->FBR_DeInitialiseEx();
-        store_.reset();
-        return status;
-    }
+    FBR_STATUS Close() { return store_->Close(); }
     void Reopen() {
         ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
         Open();
     }
-    int64_t Create(const WString& name, int64_t parent = 0) {
-        int64_t key = 0;
-        EXPECT_EQ(store_->FBR_CreateDirEx(parent, name.c_str(), kStable, &key), FSSTATUS_SUCCESS);
-        opened_.insert(key);
+    int64_t Create(const Text& name, int64_t parent = 0) { return store_->Make(name, parent); }
+    int64_t Key(const Text& name) {
+        const int64_t key = store_->Open(name);
+        EXPECT_NE(key, 0) << platform::ToUtf8(name);
         return key;
     }
-    int64_t OpenKey(const WString& name, FBR_STATUS expected = FSSTATUS_SUCCESS) {
-        int64_t key = 0;
-        EXPECT_EQ(store_->FBR_OpenDirEx(0, name.c_str(), &key), expected);
-        if (expected == FSSTATUS_SUCCESS) opened_.insert(key);
-        return key;
+    void Set(int64_t key, const Text& name, const Bytes& data) {
+        EXPECT_EQ(store_->Set(key, name, data), FSSTATUS_SUCCESS);
     }
-    void CloseKey(int64_t key) {
-        opened_.erase(key);
-        EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
-    }
-    void Set(int64_t key, const WString& name, const Bytes& data, uint32_t type = 3) {
-        EXPECT_EQ(store_->FBR_SetValue(key, name.c_str(), type, data.data(), data.size()),
-                  FSSTATUS_SUCCESS);
-    }
-    Bytes Get(int64_t key, const WString& name) {
-        Bytes data(2 << 20);
-        uint64_t size = 0;
-        uint32_t type = 0;
-        EXPECT_EQ(store_->FBR_QueryValue(key, name.c_str(), data.data(), data.size(), &size, &type),
-                  FSSTATUS_SUCCESS);
-        data.resize(size);
-        return data;
-    }
-    WString FullName(int64_t key) {
-        WChar* name = nullptr;
-        EXPECT_EQ(store_->FBR_GetFullName_DirEx(key, &name), FSSTATUS_SUCCESS);
-        return TakeText(name);
-    }
-    WString Name(int64_t key) {
-        WChar* name = nullptr;
-        EXPECT_EQ(store_->FBR_GetName_DirEx(key, &name), FSSTATUS_SUCCESS);
-        return TakeText(name);
-    }
-    std::vector<WString> Keys(int64_t key) {
-        std::vector<WString> names;
-        EXPECT_EQ(store_->FBR_EnumerateAllKeys(key, names), FSSTATUS_NO_MORE_ENTRIES);
-        return names;
-    }
-    static WString TakeText(WChar* text) {
-        WString copy = text != nullptr ? text : WTEXT("(null)");
-        platform::HeapRelease(text);
-        return copy;
-    }
+    Bytes FileBytes() const { return support::ReadBytes(file_); }
 
     TempDir dir_;
-    WString path_;
-    std::unique_ptr<FsOfflineRegistryImpl> store_;
-    std::set<int64_t> opened_;
+    const WString path_ = dir_.File("user.dat");
+    const std::filesystem::path file_ = dir_ / "user.dat";
+    std::unique_ptr<Offline> store_;
 };
 
 TEST_F(OfflineStore, ANewHiveIsOnDiskOnlyAfterTheClose) {
-    EXPECT_EQ(Get(OpenKey(WTEXT("")), WTEXT("FBRVersion")), (Bytes{2, 0, 0, 0}));
-    EXPECT_FALSE(std::filesystem::exists(dir_ / "user.dat"));
-    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
-    EXPECT_TRUE(std::filesystem::exists(dir_ / "user.dat"));
-    Open();
-    EXPECT_EQ(Get(OpenKey(WTEXT("\\")), WTEXT("FBRVersion")), (Bytes{2, 0, 0, 0}));
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(store_->Get(Key("\\"), "FBRVersion"), (Bytes{2, 0, 0, 0}));
+        EXPECT_EQ(std::filesystem::exists(file_), round == 1);
+        Reopen();
+    }
 }
 
 TEST_F(OfflineStore, OnlyAChangeWritesTheFile) {
-    Create(WTEXT("a"));
+    Create("a");
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
-    // The file is made read-only and marked: written again, it would have lost both.
-    Bytes marked = support::ReadBytes(dir_ / "user.dat");
+    // The file is marked: written again, it would have lost the mark.
+    Bytes marked = FileBytes();
     marked.back() ^= 0x55;
     const auto touch = [&](auto change) {
-        support::WriteBytes(dir_ / "user.dat", marked);
+        support::WriteBytes(file_, marked);
         Open();
         change();
         ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
     };
-    int64_t key = 0;
     touch([] {});
-    EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), marked);
+    EXPECT_EQ(FileBytes(), marked);
     touch([&] {
         WChar text[512];
         uint32_t units = 512;
-        EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT("a"), kStable, &key), FSSTATUS_ALREADY_EXISTS);
-        opened_.insert(key);
-        EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT(""), kStable, &key), FSSTATUS_SUCCESS);
-        EXPECT_EQ(store_->FBR_DeleteValue(OpenKey(WTEXT("a")), WTEXT("none")), FSSTATUS_NOT_FOUND);
-        EXPECT_EQ(store_->FBR_GetKeySecurityString(OpenKey(WTEXT("a")), text, &units),
+        EXPECT_EQ(store_->TryMake("a"), FSSTATUS_ALREADY_EXISTS);
+        EXPECT_EQ(store_->TryMake(""), FSSTATUS_SUCCESS);
+        EXPECT_EQ(store_->DeleteValue(Key("a"), "none"), FSSTATUS_NOT_FOUND);
+        EXPECT_EQ(FBR_GetKeySecurityString(Key("a"), text, &units, store_->handle),
                   FSSTATUS_SUCCESS);
-        // A change of security alone is not saved; that is meant.
-        EXPECT_EQ(store_->FBR_SetKeySecurityString(OpenKey(WTEXT("a")), WTEXT("O:SYG:SY")),
+        // A change of security alone is not saved.
+        EXPECT_EQ(FBR_SetKeySecurityString(Key("a"), WTEXT("O:SYG:SY"), store_->handle),
                   FSSTATUS_SUCCESS);
     });
-    EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), marked);
-    touch([&] { Set(OpenKey(WTEXT("a")), WTEXT("v"), {1}); });
-    EXPECT_NE(support::ReadBytes(dir_ / "user.dat"), marked);
-}
-
-TEST_F(OfflineStore, SavesOverAReadOnlyFile) {
-    ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FileBytes(), marked);
+    touch([&] { Set(Key("a"), "v", {1}); });
+    EXPECT_NE(FileBytes(), marked);
+    // Also over a read-only one.
     ASSERT_EQ(platform::SetAttributes(path_.c_str(), platform::kAttributeReadOnly), 0u);
     Open();
-    Create(WTEXT("a"));
+    Create("b");
     Reopen();
-    OpenKey(WTEXT("a"));
+    Key("b");
 }
 
 TEST_F(OfflineStore, TheRootIsOneHandleWithoutAName) {
-    const int64_t root = OpenKey(WTEXT("\\"));
-    EXPECT_EQ(OpenKey(WTEXT("")), root);
-    EXPECT_EQ(FullName(root), WTEXT("\\"));
-    EXPECT_EQ(Name(root), WTEXT(""));
-    CloseKey(root);
-    EXPECT_EQ(OpenKey(WTEXT("\\")), root);
-    EXPECT_EQ(store_->FBR_DeleteDirEx(root), FSSTATUS_INVALID_NAME);
-    EXPECT_EQ(store_->FBR_RenameDirEx(root, WTEXT("x")), FSSTATUS_INVALID_NAME);
-    Create(WTEXT("below"), root);
+    const int64_t root = Key("\\");
+    EXPECT_EQ(Key(""), root);
+    EXPECT_EQ(store_->Close(root), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Key("\\"), root);
+    EXPECT_EQ(store_->Delete(root), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(store_->Rename(root, "x"), FSSTATUS_INVALID_NAME);
 }
 
 TEST_F(OfflineStore, PathsAreKeptAsTheyWereSpelled) {
-    const int64_t key = Create(WTEXT("\\one\\\\two\\three\\"));
-    EXPECT_EQ(FullName(key), WTEXT("\\one\\\\two\\three"));
-    EXPECT_EQ(Name(key), WTEXT("three"));
-    const int64_t two = OpenKey(WTEXT("ONE\\two"));
-    EXPECT_EQ(FullName(Create(WTEXT("four\\five"), two)), WTEXT("\\ONE\\two\\four\\five"));
+    const int64_t key = Create("\\one\\\\two\\three\\");
+    EXPECT_EQ(store_->FullName(key), WTEXT("\\one\\\\two\\three"));
+    EXPECT_EQ(store_->Name(key), WTEXT("three"));
+    EXPECT_EQ(store_->FullName(Create("four\\five", Key("ONE\\two"))),
+              WTEXT("\\ONE\\two\\four\\five"));
     // The first component exists, the second cannot be made: no handle comes of that.
     int64_t none = 77;
     const WString tooLong = WTEXT("one\\new\\") + WString(256, 'n');
-    EXPECT_EQ(store_->FBR_CreateDirEx(0, tooLong.c_str(), kStable, &none), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(FBR_CreateDirEx(0, tooLong.c_str(), FSCREATEOPTIONS_NONE, &none, store_->handle),
+              FSSTATUS_INVALID_NAME);
     EXPECT_EQ(none, 77);
 }
 
-TEST_F(OfflineStore, AShortBufferStaysAsItWasAndASizeNeedNotBeAskedFor) {
-    const int64_t key = Create(WTEXT("k"));
-    Set(key, WTEXT("v"), {1, 2, 3, 4, 5});
+TEST_F(OfflineStore, ValuesComeInTheOrderOfTheirMakingWhateverTheirNames) {
+    const int64_t key = Create("k");
+    const Names names = {WTEXT("b"), WTEXT("(Default)"), WString(3000, 'v'), WTEXT("a")};
+    for (const WString& name : names) Set(key, name, {1, 2, 3, 4, 5});
+    EXPECT_EQ(store_->Values(key), names);
+    // A short buffer stays as it was, and a size need not be asked for.
     uint64_t size = 0;
     uint8_t data[8] = {};
-    EXPECT_EQ(store_->FBR_QueryValue(key, WTEXT("v"), data, 4, &size, nullptr),
-              FSSTATUS_BUFFER_OVERFLOW);
+    EXPECT_EQ(store_->Query(key, "a", data, 4, &size), FSSTATUS_BUFFER_OVERFLOW);
     EXPECT_EQ(data[0], 0);
-    EXPECT_EQ(store_->FBR_QueryValue(key, WTEXT("v"), nullptr, 0, nullptr, nullptr),
-              FSSTATUS_SUCCESS);
-}
-
-TEST_F(OfflineStore, ValuesComeInTheOrderOfTheirMakingWhateverTheirNames) {
-    const int64_t key = Create(WTEXT("k"));
-    const std::vector<WString> names = {WTEXT("b"), WString(), WString(3000, 'v'), WTEXT("a")};
-    for (const WString& name : names) Set(key, name, {1});
-    std::vector<WString> values;
-    EXPECT_EQ(store_->FBR_EnumerateAllValues(key, values), FSSTATUS_NO_MORE_ENTRIES);
-    EXPECT_EQ(values, names);
-    WChar* name = nullptr;
-    for (uint32_t i = 0; i < values.size(); ++i) {
-        ASSERT_EQ(store_->FBR_EnumIntFileEx(key, i, &name), FSSTATUS_SUCCESS);
-        EXPECT_EQ(TakeText(name), values[i]);
-    }
+    EXPECT_EQ(store_->Query(key, "a", nullptr, 0, nullptr), FSSTATUS_SUCCESS);
 }
 
 // By whole components, whatever the spelling, and by the handle: a duplicate follows, and the
 // handle of a deleted key stays one.
 TEST_F(OfflineStore, ARenameMovesTheHandlesInTheKeyAndNoOther) {
-    const int64_t key = Create(WTEXT("m"));
-    const std::vector<std::pair<int64_t, WString>> others = {
-        {Create(WTEXT("n\\m")), WTEXT("\\n\\m")},
-        {Create(WTEXT("n\\m\\x")), WTEXT("\\n\\m\\x")},
-        {Create(WTEXT("mx")), WTEXT("\\mx")},
-    };
-    Create(WTEXT("m\\\x00E4\\y"));
-    const int64_t inside = OpenKey(WTEXT("M\\\x00C4\\Y"));
-    const int64_t spelled = Create(WTEXT("m\\\\z\\u"));
+    const int64_t key = Create("m");
+    std::vector<std::pair<int64_t, Text>> handles = {
+        {Create("n\\m"), "\\n\\m"}, {Create("n\\m\\x"), "\\n\\m\\x"}, {Create("mx"), "\\mx"}};
+    Create("m\\\u00E4\\y");
+    const int64_t inside = Key("M\\\u00C4\\Y"), spelled = Create("m\\\\z\\u");
     int64_t copy = 0;
-    ASSERT_EQ(store_->FBR_DuplicateDirHandleEx(inside, &copy), FSSTATUS_SUCCESS);
-    opened_.insert(copy);
-    CloseKey(inside);
-    const int64_t deleted = Create(WTEXT("m\\gone"));
-    ASSERT_EQ(store_->FBR_DeleteDirEx(deleted), FSSTATUS_SUCCESS);
-    const int64_t again = Create(WTEXT("m\\gone"));
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("q")), FSSTATUS_SUCCESS);
-    for (const auto& [other, path] : others) {
-        EXPECT_EQ(FullName(other), path);
-        Set(other, WTEXT("own"), {1});
-        EXPECT_EQ(Get(OpenKey(path), WTEXT("own")), Bytes{1});
+    ASSERT_EQ(store_->Duplicate(inside, &copy), FSSTATUS_SUCCESS);
+    store_->Close(inside);
+    const int64_t deleted = Create("m\\gone");
+    ASSERT_EQ(store_->Delete(deleted), FSSTATUS_SUCCESS);
+    const int64_t again = Create("m\\gone");
+    EXPECT_EQ(store_->Rename(key, "q"), FSSTATUS_SUCCESS);
+    handles.insert(handles.end(), {{key, "\\q"}, {copy, "\\q\\\u00C4\\Y"}, {again, "\\q\\gone"}});
+    EXPECT_EQ(store_->FullName(spelled), WTEXT("\\q\\\\z\\u"));
+    Set(spelled, "own", {1});
+    EXPECT_EQ(store_->Get(Key("q\\z\\u"), "own"), Bytes{1});
+    for (const auto& [handle, path] : handles) {
+        EXPECT_EQ(store_->FullName(handle), path);
+        Set(handle, "own", {1});
+        EXPECT_EQ(store_->Get(Key(path), "own"), Bytes{1});
     }
-    const std::vector<std::pair<int64_t, WString>> moved = {{key, WTEXT("\\q")},
-                                                            {copy, WTEXT("\\q\\\x00C4\\Y")},
-                                                            {spelled, WTEXT("\\q\\\\z\\u")},
-                                                            {again, WTEXT("\\q\\gone")}};
-    for (const auto& [handle, path] : moved) {
-        EXPECT_EQ(FullName(handle), path);
-        Set(handle, WTEXT("new"), {2});
-    }
-    for (const WChar* path :
-         {WTEXT("q"), WTEXT("q\\\x00E4\\y"), WTEXT("q\\z\\u"), WTEXT("q\\gone")}) {
-        EXPECT_EQ(Get(OpenKey(path), WTEXT("new")), Bytes{2});
-    }
-    const uint8_t byte = 3;
-    EXPECT_EQ(store_->FBR_SetValue(deleted, WTEXT("new"), 3, &byte, 1), FSSTATUS_FAILED);
-    OpenKey(WTEXT("m"), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(store_->FBR_RenameDirEx(deleted, WTEXT("r")), FSSTATUS_FAILED);
-    OpenKey(WTEXT("m\\r"), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(store_->Get(Key("q\\\u00E4\\y"), "own"), Bytes{1});
+    EXPECT_EQ(store_->Set(deleted, "new", {3}), FSSTATUS_FAILED);
+    EXPECT_EQ(store_->Rename(deleted, "r"), FSSTATUS_FAILED);
+    for (const char* gone : {"m", "m\\r"}) EXPECT_EQ(store_->TryOpen(gone), FSSTATUS_NOT_FOUND);
     // A key is its last name, though a handle's path may end in a backslash.
-    EXPECT_EQ(store_->FBR_RenameDirEx(Create(WTEXT("e\\f\\\\\\")), WTEXT("g")), FSSTATUS_SUCCESS);
-    EXPECT_EQ(Keys(OpenKey(WTEXT("e"))), std::vector<WString>{WTEXT("g")});
+    EXPECT_EQ(store_->Rename(Create("e\\f\\\\\\"), "g"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->Keys(Key("e")), Names{WTEXT("g")});
 }
 
 TEST_F(OfflineStore, RenameLeavesAllAsItIsWhereItCannotBe) {
-    const int64_t key = Create(WTEXT("a\\b"));
-    Set(key, WTEXT("v"), {1});
-    Create(WTEXT("a\\c\\x"));
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("C")), FSSTATUS_ALREADY_EXISTS);
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("B")), FSSTATUS_ALREADY_EXISTS);
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("")), FSSTATUS_ALREADY_EXISTS);
-    EXPECT_EQ(store_->FBR_RenameDirEx(OpenKey(WTEXT("a")), WTEXT("")), FSSTATUS_ALREADY_EXISTS);
+    const int64_t key = Create("a\\b");
+    Set(key, "v", {1});
+    Create("a\\c\\x");
+    for (const char* taken : {"C", "B", ""})
+        EXPECT_EQ(store_->Rename(key, taken), FSSTATUS_ALREADY_EXISTS);
+    EXPECT_EQ(store_->Rename(Key("a"), ""), FSSTATUS_ALREADY_EXISTS);
     // Into itself: the copy would never end.
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("b\\n")), FSSTATUS_INVALID_NAME);
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, nullptr), FSSTATUS_INVALID_PARAMETER);
-    EXPECT_EQ(store_->FBR_RenameDirEx(0, WTEXT("n")), FSSTATUS_INVALID_PARAMETER);
-    EXPECT_EQ(FullName(key), WTEXT("\\a\\b"));
-    EXPECT_EQ(Get(key, WTEXT("v")), Bytes{1});
-    EXPECT_EQ(Keys(OpenKey(WTEXT("a"))), (std::vector<WString>{WTEXT("b"), WTEXT("c")}));
-    EXPECT_EQ(Keys(OpenKey(WTEXT("a\\c"))), std::vector<WString>{WTEXT("x")});
+    EXPECT_EQ(store_->Rename(key, "b\\n"), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(store_->Rename(0, "n"), FSSTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(store_->FullName(key), WTEXT("\\a\\b"));
+    EXPECT_EQ(store_->Get(key, "v"), Bytes{1});
+    EXPECT_EQ(store_->Keys(Key("a")), (Names{WTEXT("b"), WTEXT("c")}));
+    EXPECT_EQ(store_->Keys(Key("a\\c")), Names{WTEXT("x")});
 }
 
 TEST_F(OfflineStore, DeepTreesAreCopiedAndDeleted) {
-    WString path = WTEXT("top");
-    for (int i = 0; i < 600; ++i) path += WTEXT("\\d");
-    Set(Create(path), WTEXT("v"), {1});
-    EXPECT_EQ(store_->FBR_RenameDirEx(OpenKey(WTEXT("top")), WTEXT("new")), FSSTATUS_SUCCESS);
-    EXPECT_EQ(Get(OpenKey(WTEXT("new") + path.substr(3)), WTEXT("v")), Bytes{1});
-    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(WTEXT("new")), FSSTATUS_SUCCESS);
-    EXPECT_EQ(Keys(OpenKey(WTEXT(""))), std::vector<WString>{});
+    std::string path = "top";
+    for (int i = 0; i < 600; ++i) path += "\\d";
+    Set(Create(path), "v", {1});
+    EXPECT_EQ(store_->Rename(Key("top"), "new"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->Get(Key("new" + path.substr(3)), "v"), Bytes{1});
+    EXPECT_EQ(store_->DeleteTree("new"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store_->Keys(Key("")), Names{});
 }
 
 TEST_F(OfflineStore, SecurityGoesInAndOutAsText) {
-    const int64_t key = Create(WTEXT("a"));
     const WString text = WTEXT("O:SYG:BAD:(A;CI;KA;;;BA)(A;;KR;;;BU)");
-    ASSERT_EQ(store_->FBR_SetKeySecurityString(key, text.c_str()), FSSTATUS_SUCCESS);
-    Set(key, WTEXT("v"), {1});
+    const int64_t key = Create("a");
+    ASSERT_EQ(FBR_SetKeySecurityString(key, text.c_str(), store_->handle), FSSTATUS_SUCCESS);
+    Set(key, "v", {1});
     Reopen();
-    const int64_t again = OpenKey(WTEXT("a"));
+    const int64_t again = Key("a");
     const auto need = static_cast<uint32_t>(text.size() + 1);
     std::vector<WChar> buffer(need);
-    uint32_t units = need - 1;
-    EXPECT_EQ(store_->FBR_GetKeySecurityString(again, buffer.data(), &units),
-              FSSTATUS_BUFFER_OVERFLOW);
-    EXPECT_EQ(units, need);
-    units = 0;
-    EXPECT_EQ(store_->FBR_GetKeySecurityString(again, nullptr, &units), FSSTATUS_BUFFER_OVERFLOW);
-    EXPECT_EQ(units, need);
-    EXPECT_EQ(store_->FBR_GetKeySecurityString(again, buffer.data(), &units), FSSTATUS_SUCCESS);
-    EXPECT_EQ(units, need);
+    for (const uint32_t room : {need - 1, 0u, need}) {
+        uint32_t units = room;
+        EXPECT_EQ(FBR_GetKeySecurityString(again, room == 0 ? nullptr : buffer.data(), &units,
+                                           store_->handle),
+                  room < need ? FSSTATUS_BUFFER_OVERFLOW : FSSTATUS_SUCCESS);
+        EXPECT_EQ(units, need);
+    }
     EXPECT_EQ(WString(buffer.data()), text);
-    EXPECT_EQ(store_->FBR_SetKeySecurityString(again, WTEXT("junk")), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(FBR_SetKeySecurityString(again, WTEXT("junk"), store_->handle),
+              FSSTATUS_INVALID_NAME);
 }
 
 TEST(FileTimes, AreCalendarTimes) {
-    const auto at = [](uint64_t ticks) {
+    const std::pair<uint64_t, const char*> rows[] = {
+        {0, "1601-01-01/1 00:00:00.000"},
+        {116444736000000000, "1970-01-01/4 00:00:00.000"},
+        {125963423999999999, "2000-02-29/2 23:59:59.999"},
+        {0x7FFFFFFFFFFFFFFF, "30828-09-14/4 02:48:05.477"}};
+    for (const auto& [ticks, expected] : rows) {
         FBR_SYSTEMTIME t = {};
         EXPECT_TRUE(FileTimeToCalendar(ticks, &t));
         char text[64];
         snprintf(text, sizeof text, "%04d-%02d-%02d/%d %02d:%02d:%02d.%03d", t.wYear, t.wMonth,
                  t.wDay, t.wDayOfWeek, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
-        return std::string(text);
-    };
-    EXPECT_EQ(at(0), "1601-01-01/1 00:00:00.000");
-    EXPECT_EQ(at(116444736000000000), "1970-01-01/4 00:00:00.000");
-    EXPECT_EQ(at(125963423999999999), "2000-02-29/2 23:59:59.999");
-    EXPECT_EQ(at(0x7FFFFFFFFFFFFFFF), "30828-09-14/4 02:48:05.477");
+        EXPECT_STREQ(text, expected);
+    }
     FBR_SYSTEMTIME untouched = {7, 7, 7, 7, 7, 7, 7, 7};
     EXPECT_FALSE(FileTimeToCalendar(uint64_t{1} << 63, &untouched));
     EXPECT_EQ(untouched.wYear, 7);
@@ -322,16 +229,13 @@ TEST(FileTimes, AreCalendarTimes) {
 TEST_F(OfflineStore, WhatIsNoHiveDoesNotOpenAndStays) {
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
     const Bytes junk(5000, 'x');
-    support::WriteBytes(dir_ / "user.dat", junk);
-    FsOfflineRegistryImpl store;
-    EXPECT_EQ(store.FBR_InitialiseEx(path_.c_str()), FSSTATUS_FAILED);
-    EXPECT_EQ(store.FBR_InitialiseEx(nullptr), FSSTATUS_INVALID_PARAMETER);
-    EXPECT_EQ(store.FBR_InitialiseEx(support::Wide(dir_ / "no" / "x").c_str()),
-              FSSTATUS_PATH_NOT_FOUND);
-    EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), junk);
+    support::WriteBytes(file_, junk);
+    EXPECT_EQ(Offline(path_).status, FSSTATUS_FAILED);
+    EXPECT_EQ(Offline(support::Wide(dir_ / "no" / "x")).status, FSSTATUS_PATH_NOT_FOUND);
+    EXPECT_EQ(FileBytes(), junk);
 }
 
-// Changes bytes of the closed hive's file and opens it. The base block's sum is made right.
+// Changes bytes of the closed hive's file. The base block's sum is made right.
 void Patch(const std::filesystem::path& path, const std::function<void(Bytes&)>& change) {
     Bytes file = support::ReadBytes(path);
     change(file);
@@ -351,38 +255,35 @@ class OfflineStoreThatCannotBeSavedWhole : public OfflineStore {
   protected:
     // All there is to change; and the file stays as it is.
     void ExpectNoChange() {
-        const Bytes before = support::ReadBytes(dir_ / "user.dat");
-        const int64_t key = OpenKey(WTEXT("a"));
-        int64_t made = 0;
-        EXPECT_EQ(store_->FBR_SetValue(key, WTEXT("v"), 3, "x", 1), FSSTATUS_FILE_CORRUPT);
-        EXPECT_EQ(store_->FBR_DeleteValue(key, WTEXT("sound")), FSSTATUS_FILE_CORRUPT);
-        EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT("a\\n\\o"), kStable, &made),
-                  FSSTATUS_FILE_CORRUPT);
-        EXPECT_EQ(store_->FBR_DeleteDirEx(key), FSSTATUS_FILE_CORRUPT);
-        EXPECT_EQ(store_->FBR_DeleteDirNamedEx(WTEXT("a")), FSSTATUS_FILE_CORRUPT);
-        EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("b")), FSSTATUS_FILE_CORRUPT);
-        EXPECT_EQ(store_->FBR_SetKeySecurityString(key, WTEXT("O:SYG:SY")), FSSTATUS_FILE_CORRUPT);
-        EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT("a"), kStable, &made), FSSTATUS_ALREADY_EXISTS);
-        opened_.insert(made);
-        EXPECT_EQ(Get(key, WTEXT("sound")), Bytes{7});
-        EXPECT_EQ(Keys(OpenKey(WTEXT(""))), std::vector<WString>{WTEXT("a")});
+        const Bytes before = FileBytes();
+        const int64_t key = Key("a");
+        const FBR_STATUS answers[] = {
+            store_->Set(key, "v", {1}),
+            store_->DeleteValue(key, "sound"),
+            store_->TryMake("a\\n\\o"),
+            store_->Delete(key),
+            store_->DeleteTree("a"),
+            store_->Rename(key, "b"),
+            FBR_SetKeySecurityString(key, WTEXT("O:SYG:SY"), store_->handle)};
+        for (const FBR_STATUS answer : answers) EXPECT_EQ(answer, FSSTATUS_FILE_CORRUPT);
+        EXPECT_EQ(store_->TryMake("a"), FSSTATUS_ALREADY_EXISTS);
+        EXPECT_EQ(store_->Get(key, "sound"), Bytes{7});
+        EXPECT_EQ(store_->Keys(Key("")), Names{WTEXT("a")});
         EXPECT_EQ(Close(), FSSTATUS_SUCCESS);
-        EXPECT_EQ(support::ReadBytes(dir_ / "user.dat"), before);
+        EXPECT_EQ(FileBytes(), before);
     }
 };
 
 TEST_F(OfflineStoreThatCannotBeSavedWhole, OfADamagedHiveTheRestIsReadAndNothingChanged) {
-    const int64_t key = Create(WTEXT("a"));
-    Set(key, WTEXT("torn"), {1});
-    Set(key, WTEXT("sound"), {7});
+    const int64_t key = Create("a");
+    Set(key, "torn", {1});
+    Set(key, "sound", {7});
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
     // The name stands behind the 20 bytes of its value's cell.
-    Patch(dir_ / "user.dat", [](Bytes& file) { file[PlaceOf(file, "torn") - 20] = 'x'; });
+    Patch(file_, [](Bytes& file) { file[PlaceOf(file, "torn") - 20] = 'x'; });
     const LogCapture log;
     Open();
-    std::vector<WString> names;
-    EXPECT_EQ(store_->FBR_EnumerateAllValues(OpenKey(WTEXT("a")), names), FSSTATUS_NO_MORE_ENTRIES);
-    EXPECT_EQ(names, std::vector<WString>{WTEXT("sound")});
+    EXPECT_EQ(store_->Values(Key("a")), Names{WTEXT("sound")});
     ExpectNoChange();
     const std::string file = "[" + platform::ToUtf8(path_) + "] is ";
 #ifndef _WIN32  // elsewhere the library has a log of its own
@@ -393,9 +294,9 @@ TEST_F(OfflineStoreThatCannotBeSavedWhole, OfADamagedHiveTheRestIsReadAndNothing
 }
 
 TEST_F(OfflineStoreThatCannotBeSavedWhole, AHiveInTheMiddleOfAChangeIsReadAndNotChanged) {
-    Set(Create(WTEXT("a")), WTEXT("sound"), {7});
+    Set(Create("a"), "sound", {7});
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
-    Patch(dir_ / "user.dat", [](Bytes& file) { ++file[offreg::format::base::kSequence1]; });
+    Patch(file_, [](Bytes& file) { ++file[offreg::format::base::kSequence1]; });
     const LogCapture log(Varnhold::Hob::Detail::kWarning);
     Open();
     ASSERT_FALSE(log.lines.empty());
@@ -407,139 +308,106 @@ TEST_F(OfflineStoreThatCannotBeSavedWhole, AHiveInTheMiddleOfAChangeIsReadAndNot
 
 // Such names come from a hive or the live registry; no caller can spell them.
 TEST_F(OfflineStore, NamesWithAZeroAreShownAndLeadToNothing) {
-    const int64_t top = Create(WTEXT("top"));
-    for (const WChar* name : {WTEXT("!one"), WTEXT("kid"), WTEXT("kid#le"), WTEXT("z")}) {
-        Create(WString(WTEXT("top\\")) + name);
-    }
-    for (const WChar* name : {WTEXT("!two"), WTEXT("mid"), WTEXT("mid#le"), WTEXT("z")}) {
-        Set(top, name, {2});
-    }
+    const int64_t top = Create("top");
+    for (const char* name : {"!one", "kid", "kid#le", "z"}) Create(name, top);
+    for (const char* name : {"!two", "mid", "mid#le", "z"}) Set(top, name, {2});
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
-    Patch(dir_ / "user.dat", [](Bytes& file) {
+    Patch(file_, [](Bytes& file) {
         for (const std::string name : {"!one", "!two"}) file[PlaceOf(file, name)] = 0;
-        for (const std::string name : {"kid#le", "mid#le"}) {
-            const size_t place = PlaceOf(file, name);
-            std::replace(&file[place], &file[place] + name.size(), '#', '\0');
-        }
+        for (const std::string name : {"kid#le", "mid#le"}) file[PlaceOf(file, name) + 3] = 0;
     });
     Open();
-    const int64_t key = OpenKey(WTEXT("top"));
-    const auto withZero = [](const WChar* name) {
-        WString text(name);
-        std::replace(text.begin(), text.end(), WChar{'#'}, WChar{0});
-        return text;
+    const int64_t key = Key("top");
+    const auto withZeros = [](Names names) {
+        for (WString& name : names) std::replace(name.begin(), name.end(), WChar{'#'}, WChar{0});
+        return names;
     };
-    const std::vector<WString> keys = {withZero(WTEXT("#one")), WTEXT("kid"),
-                                       withZero(WTEXT("kid#le")), WTEXT("z")};
-    EXPECT_EQ(Keys(key), keys);
-    std::vector<WString> values;
-    EXPECT_EQ(store_->FBR_EnumerateAllValues(key, values), FSSTATUS_NO_MORE_ENTRIES);
-    EXPECT_EQ(values, (std::vector<WString>{withZero(WTEXT("#two")), WTEXT("mid"),
-                                            withZero(WTEXT("mid#le")), WTEXT("z")}));
+    const Names keys = withZeros({WTEXT("#one"), WTEXT("kid"), WTEXT("kid#le"), WTEXT("z")});
+    const Names values = withZeros({WTEXT("#two"), WTEXT("mid"), WTEXT("mid#le"), WTEXT("z")});
+    EXPECT_EQ(store_->Keys(key), keys);
+    EXPECT_EQ(store_->Values(key), values);
     WChar* name = nullptr;
     for (uint32_t i = 0; i < 4; ++i) {
         const bool isPlain = i % 2 == 1;
         const FBR_STATUS status = isPlain ? FSSTATUS_SUCCESS : FSSTATUS_INVALID_NAME;
-        ASSERT_EQ(store_->FBR_EnumIntDirEx(key, i, &name), status);
-        EXPECT_EQ(isPlain ? TakeText(name) : keys[i], keys[i]);
-        ASSERT_EQ(store_->FBR_EnumIntFileEx(key, i, &name), status);
-        EXPECT_EQ(isPlain ? TakeText(name) : values[i], values[i]);
+        ASSERT_EQ(FBR_EnumIntDirEx(key, i, &name, store_->handle), status);
+        EXPECT_EQ(isPlain ? support::Taken(name) : keys[i], keys[i]);
+        ASSERT_EQ(FBR_EnumIntFileEx(key, i, &name, store_->handle), status);
+        EXPECT_EQ(isPlain ? support::Taken(name) : values[i], values[i]);
     }
-    EXPECT_EQ(store_->FBR_EnumIntDirEx(key, 4, &name), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(FBR_EnumIntDirEx(key, 4, &name, store_->handle), FSSTATUS_NO_MORE_ENTRIES);
     // Copied by such names, the tree would come out as another one.
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, WTEXT("new")), FSSTATUS_INVALID_NAME);
-    EXPECT_EQ(store_->FBR_DeleteDirNamedEx(WTEXT("top")), FSSTATUS_INVALID_NAME);
-    EXPECT_EQ(Keys(key), keys);
-    EXPECT_EQ(Keys(OpenKey(WTEXT(""))), std::vector<WString>{WTEXT("top")});
-    Set(key, WTEXT("more"), {3});
+    EXPECT_EQ(store_->Rename(key, "new"), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(store_->DeleteTree("top"), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(store_->Keys(Key("")), Names{WTEXT("top")});
+    Set(key, "more", {3});
     Reopen();
-    EXPECT_EQ(Keys(OpenKey(WTEXT("top"))), keys);
+    EXPECT_EQ(store_->Keys(Key("top")), keys);
 }
 
 // Whatever the way in which another one has changed the file: its data stay, and who comes too late
 // is told.
 TEST_F(OfflineStore, TheSecondToCloseUndoesNothing) {
-    FsOfflineRegistryImpl early;
-    int64_t key = 0;
-    ASSERT_EQ(early.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
-    Set(Create(WTEXT("k")), WTEXT("v"), {1});
+    auto early = std::make_unique<Offline>(path_);
+    Set(Create("k"), "v", {1});
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
     const auto tooLate = [&](FBR_STATUS expected) {
-        ASSERT_EQ(early.FBR_CreateDirEx(0, WTEXT("late"), kStable, &key), FSSTATUS_SUCCESS);
-        ASSERT_EQ(early.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+        ASSERT_EQ(early->TryMake("late"), FSSTATUS_SUCCESS);
         const LogCapture log(Varnhold::Hob::Detail::kError);
-        EXPECT_EQ(early.FBR_DeInitialiseEx(), expected);
+        EXPECT_EQ(early->Close(), expected);
         EXPECT_EQ(log.lines.size(), expected == FSSTATUS_SUCCESS ? 0u : 1u);
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_.Path()), {}), 1);
+        EXPECT_EQ(FilesIn(dir_), 1u);
     };
     // A hive that was not there before, then one that was.
     tooLate(FSSTATUS_SHARING_VIOLATION);
-    ASSERT_EQ(early.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
+    early = std::make_unique<Offline>(path_);
     Open();
-    Set(OpenKey(WTEXT("k")), WTEXT("v"), {2});
+    Set(Key("k"), "v", {2});
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
     tooLate(FSSTATUS_SHARING_VIOLATION);
     // Written in place, with the time as it was: the base block tells.
-    ASSERT_EQ(early.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
-    const auto time = std::filesystem::last_write_time(dir_ / "user.dat");
-    Patch(dir_ / "user.dat", [](Bytes& file) {
+    early = std::make_unique<Offline>(path_);
+    const auto time = std::filesystem::last_write_time(file_);
+    Patch(file_, [](Bytes& file) {
         file[offreg::format::base::kSequence1] = file[offreg::format::base::kSequence2] = 9;
     });
-    std::filesystem::last_write_time(dir_ / "user.dat", time);
+    std::filesystem::last_write_time(file_, time);
     tooLate(FSSTATUS_SHARING_VIOLATION);
     Open();
-    EXPECT_EQ(Get(OpenKey(WTEXT("k")), WTEXT("v")), Bytes{2});
+    EXPECT_EQ(store_->Get(Key("k"), "v"), Bytes{2});
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
     // A file that is gone holds nobody's change.
-    ASSERT_EQ(early.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
-    std::filesystem::remove(dir_ / "user.dat");
+    early = std::make_unique<Offline>(path_);
+    std::filesystem::remove(file_);
     tooLate(FSSTATUS_SUCCESS);
     Open();
-    OpenKey(WTEXT("late"));
+    Key("late");
 }
 
-// The file is the one that the path led to at the opening.
+// The file is the one that the path led to at the opening; handles may stay open at the close.
 TEST_F(OfflineStore, ARelativePathIsThatOfTheOpening) {
     ASSERT_EQ(Close(), FSSTATUS_SUCCESS);
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(dir_.Path());
-    FsOfflineRegistryImpl store;
-    EXPECT_EQ(store.FBR_InitialiseEx(WTEXT("user.dat")), FSSTATUS_SUCCESS);
+    Offline store("user.dat");
     std::filesystem::current_path(before);
-    int64_t key = 0;
-    EXPECT_EQ(store.FBR_CreateDirEx(0, WTEXT("a"), kStable, &key), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
+    EXPECT_NE(store.Make("a"), 0);
+    EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
     Open();
-    OpenKey(WTEXT("a"));
+    Key("a");
 }
 
-// Where the file should go there is a folder by now: changes are lost, nothing else.
-TEST_F(OfflineStore, WhatStandsInTheWayStays) {
-    std::filesystem::create_directories(dir_ / "user.dat" / "full");
-    EXPECT_EQ(Close(), FSSTATUS_SHARING_VIOLATION);
-    EXPECT_TRUE(std::filesystem::is_directory(dir_ / "user.dat" / "full"));
-    std::filesystem::remove_all(dir_ / "user.dat");
-}
-
-// The folder is gone by the time of the save.
+// Where the file should go there is a folder by now, or its own is gone: changes are lost, nothing
+// else.
 TEST_F(OfflineStore, AFailedCloseStillClosesTheStore) {
+    std::filesystem::create_directories(file_ / "full");
+    EXPECT_EQ(Close(), FSSTATUS_SHARING_VIOLATION);
+    EXPECT_TRUE(std::filesystem::is_directory(file_ / "full"));
+    std::filesystem::remove_all(file_);
+    Open();
     std::filesystem::remove_all(dir_.Path());
-    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_PATH_NOT_FOUND);
-    std::filesystem::create_directories(dir_.Path());
-    // Closed is closed: there is nothing left to save.
-    EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(std::filesystem::exists(dir_ / "user.dat"));
-}
-
-TEST_F(OfflineStore, HandlesMayStayOpenAtTheClose) {
-    int64_t left = 0;
-    EXPECT_EQ(store_->FBR_CreateDirEx(0, WTEXT("a"), kStable, &left), FSSTATUS_SUCCESS);
-    int64_t copy = 0;
-    EXPECT_EQ(store_->FBR_DuplicateDirHandleEx(OpenKey(WTEXT("")), &copy), FSSTATUS_SUCCESS);
-    CloseKey(copy);
-    Reopen();
-    OpenKey(WTEXT("a"));
+    EXPECT_EQ(Close(), FSSTATUS_PATH_NOT_FOUND);
+    EXPECT_FALSE(std::filesystem::exists(dir_.Path()));
 }
 
 TEST_F(OfflineStore, ThreadsShareAStore) {
@@ -547,21 +415,15 @@ TEST_F(OfflineStore, ThreadsShareAStore) {
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([this, t] {
             for (int i = 0; i < 200; ++i) {
-                const std::string name = "t" + std::to_string(t) + "\\k" + std::to_string(i);
-                int64_t key = 0;
-                EXPECT_EQ(store_->FBR_CreateDirEx(0, WString(name.begin(), name.end()).c_str(),
-                                                  kStable, &key),
-                          FSSTATUS_SUCCESS);
-                EXPECT_EQ(store_->FBR_SetValue(key, WTEXT("v"), 4, &i, 4), FSSTATUS_SUCCESS);
-                EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+                const int64_t key = Create("t" + std::to_string(t) + "\\k" + std::to_string(i));
+                Set(key, "v", {1});
+                EXPECT_EQ(store_->Close(key), FSSTATUS_SUCCESS);
             }
         });
     }
     for (std::thread& thread : threads) thread.join();
     Reopen();
-    for (const WChar* top : {WTEXT("t0"), WTEXT("t3")}) {
-        EXPECT_EQ(Keys(OpenKey(top)).size(), 200u);
-    }
+    for (const char* top : {"t0", "t3"}) EXPECT_EQ(store_->Keys(Key(top)).size(), 200u);
 }
 
 }  // namespace

@@ -1,16 +1,14 @@
 // Many clients at work on one container, and some of them killed in the middle of it.
 #include <cstdlib>
 
-#include "tests/contract/FilePlaces.h"
-#include "tests/contract/RandomWork.h"
-#include "tests/support/ChildProcess.h"
+#include "server/PathGuard.h"
+#include "tests/remote/RunningServer.h"
+#include "tests/sharing/Victim.h"
 
 namespace remote_test {
 namespace {
 
-namespace fs = std::filesystem;
-using contract::OpenStore;
-using contract::RandomWork;
+using faults::Step;
 using platform::WString;
 
 // More with ZRFS_CLIENTS and ZRFS_OPERATIONS in the environment.
@@ -19,37 +17,26 @@ int Setting(const char* name, int usual) {
     return text != nullptr ? std::atoi(text) : usual;
 }
 
-// A container in a folder, reached by the server or by itself.
-class At : public contract::Place {
-  public:
-    At(WString path, uint32_t method) : path_(std::move(path)), method_(method) {}
-    WString Path() const override { return path_; }
-    FBR_METHOD Method() const override { return static_cast<FBR_METHOD>(method_); }
-
-  private:
-    WString path_;
-    uint32_t method_;
-};
-
-WString Base(int client) {
-    return WTEXT("\\client") + contract::Name(std::to_string(client));
+std::string NameOf(int client) {
+    return "client" + std::to_string(client);
 }
 
-RandomWork WorkOf(int client) {
-    return RandomWork(
-        static_cast<uint32_t>(client) + 1, Base(client),
-        contract::Behind<contract::FilePlace<FS_VR_METHOD_TARN>>(contract::ContainerBackend())
-            .differences);
+sharing::Steps StepsOf(int client) {
+    return sharing::Steps(static_cast<uint32_t>(client) + 1, {});
 }
 
-// Its operations in a key of its own; `done` is told of each one that was answered.
+// Its steps in a key of its own; `done` is told of each one that was answered.
 template <class Done>
 void RunClient(const WString& path, int client, int operations, Done done) {
-    At place(path, server::kMethodRemoteContainer);
-    OpenStore store(place);
-    RandomWork work = WorkOf(client);
-    for (int i = 0; i < operations && store.Get() != nullptr; ++i) {
-        work.Step(&store);
+    support::Store store(path, static_cast<FBR_METHOD>(server::kMethodRemoteContainer));
+    const std::string name = NameOf(client);
+    sharing::Steps steps = StepsOf(client);
+    for (int i = 0; i < operations && store.handle != nullptr; ++i) {
+        Step step = steps.Next();
+        step.path.insert(step.path.begin(), std::u16string(name.begin(), name.end()));
+        if (step.kind != Step::Kind::Compact) {
+            EXPECT_EQ(Apply(step, &store), FSSTATUS_SUCCESS);
+        }
         done();
     }
 }
@@ -67,11 +54,8 @@ TEST(ManyClients, LoseNothingThoughATenthOfThemIsKilled) {
     const int operations = Setting("ZRFS_OPERATIONS", 100);
     const int victims = (clients + 9) / 10;
     const support::TempDir dir;
-    const auto log = [&](int client) { return dir / ("done" + std::to_string(client)); };
     const auto answered = [&](int client) {
-        std::error_code missing;
-        const auto size = fs::file_size(log(client), missing);
-        return missing ? 0 : static_cast<int>(size);
+        return static_cast<int>(sharing::StepsDone((dir / NameOf(client)).string()));
     };
     {
         const RunningServer server;
@@ -80,10 +64,10 @@ TEST(ManyClients, LoseNothingThoughATenthOfThemIsKilled) {
         std::vector<std::thread> threads;
         for (int client = 0; client < clients; ++client) {
             if (client < victims) {
-                killed.push_back(std::make_unique<support::ChildProcess>(
-                    "remote-victim",
-                    std::vector<std::string>{platform::ToUtf8(path), std::to_string(client),
-                                             log(client).string()}));
+                const std::vector<std::string> words = {platform::ToUtf8(path),
+                                                        std::to_string(client),
+                                                        (dir / NameOf(client)).string()};
+                killed.push_back(std::make_unique<support::ChildProcess>("remote-victim", words));
             } else {
                 threads.emplace_back([=] { RunClient(path, client, operations, [] {}); });
             }
@@ -96,24 +80,25 @@ TEST(ManyClients, LoseNothingThoughATenthOfThemIsKilled) {
         }
         for (std::thread& thread : threads) thread.join();
     }
-    At place(dir.File("x.fbr"), FS_VR_METHOD_TARN);
-    OpenStore store(place);
+    support::Store store(dir.File("x.fbr"));
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     for (int client = 0; client < clients; ++client) {
         SCOPED_TRACE(client);
-        const int done = client < victims ? answered(client) : operations;
-        RandomWork work = WorkOf(client);
-        for (int i = 0; i < done; ++i) work.Step(nullptr);
-        const contract::Tree found = store.Content(Base(client));
-        if (client < victims && !(found == work.Expected())) {
-            // The operation in which it was killed had been done, or was half done.
-            work.Step(nullptr);
-            EXPECT_TRUE(found == work.Expected() || found == work.HalfDone());
+        sharing::Steps steps = StepsOf(client);
+        for (int i = client < victims ? answered(client) : operations; i > 0; --i) steps.Next();
+        const support::container::Key before = steps.Content();
+        support::container::Key found;
+        ASSERT_EQ(support::ReadKey(store.handle, store.Open(NameOf(client)), &found),
+                  FSSTATUS_SUCCESS);
+        // The operation in which it was killed had been done, or was half done.
+        if (client < victims) {
+            EXPECT_EQ(sharing::JudgeCut(before, steps.Next(), found), "");
         } else {
-            EXPECT_TRUE(found == work.Expected());
+            EXPECT_TRUE(found == before);
         }
     }
     uint32_t corrupted = 1;
-    EXPECT_EQ(FBR_IsCorrupted(store.Get(), &corrupted), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_IsCorrupted(store.handle, &corrupted), FSSTATUS_SUCCESS);
     EXPECT_EQ(corrupted, 0u);
 }
 

@@ -3,42 +3,28 @@
 
 #include <map>
 #include <set>
-#include <string>
 
-#include "include/ZrFsLibrary.h"
-#include "tests/support/ContainerReader.h"
+#include "tests/support/Store.h"
 
 namespace sharing {
 
 using support::Bytes;
+using support::ReadAll;
 using support::container::Key;
 using support::container::Value;
-using Text = std::basic_string<FBR_WCHAR>;
+using Text = platform::WString;
 
 Text Wide(const std::string& ascii);
 
-// A store that is open, and closed at the end.
-class Store {
+// By the path of a key, which is made if need be; nothing here fails a test.
+class Store : public support::Store {
   public:
-    explicit Store(const std::string& path);
-    ~Store();
-    Store(const Store&) = delete;
-    Store& operator=(const Store&) = delete;
+    explicit Store(const std::string& path) : support::Store(path) {}
 
-    FBR_STATUS Close();
-    FBR_STATUS Lock(uint32_t type = 1) { return FBR_GetLockEx(type, handle); }
-    FBR_STATUS Unlock() { return FBR_ReleaseLockEx(1, handle); }
-    // By the path of a key, which is made if need be.
     FBR_STATUS Set(const std::string& key, const std::string& name, const Bytes& data);
     FBR_STATUS Get(const std::string& key, const std::string& name, Bytes* data);
     FBR_STATUS Get(FBR_KEY key, const std::string& name, Bytes* data);
-
-    FBR_STORE handle = nullptr;
-    FBR_STATUS status;
 };
-
-// All that a store holds but its version, by enumeration and queries.
-FBR_STATUS ReadAll(FBR_STORE store, Key* root);
 
 // ---- The file ----
 

@@ -121,40 +121,6 @@ Step Steps::Next() {
     }
 }
 
-FBR_STATUS Apply(const Step& step, Store* store) {
-    std::string path = step.path.empty() ? "\\" : "";
-    for (const std::u16string& part : step.path) path += "\\" + Name(part);
-    const std::string name = Name(step.name);
-    FBR_KEY key = 0;
-    FBR_STATUS status = FSSTATUS_SUCCESS;
-    switch (step.kind) {
-        case Step::Kind::Compact: {
-            uint32_t done = 0;
-            return FBR_Compact(store->handle, &done);
-        }
-        case Step::Kind::DeleteKey:
-            return FBR_DeleteDirNamedEx(Wide(path).c_str(), store->handle);
-        case Step::Kind::Set:
-            status = step.path.empty() ? FBR_OpenDirEx(0, Wide(path).c_str(), &key, store->handle)
-                                       : FBR_CreateDirEx(0, Wide(path).c_str(),
-                                                         FSCREATEOPTIONS_NONE, &key, store->handle);
-            if (status == FSSTATUS_ALREADY_EXISTS) status = FSSTATUS_SUCCESS;
-            break;
-        default:
-            status = FBR_OpenDirEx(0, Wide(path).c_str(), &key, store->handle);
-    }
-    if (status != FSSTATUS_SUCCESS) return status;
-    if (step.kind == Step::Kind::Set)
-        status = FBR_SetValue(key, Wide(name).c_str(), step.value.type, step.value.data.data(),
-                              step.value.data.size(), store->handle);
-    else if (step.kind == Step::Kind::DeleteValue)
-        status = FBR_DeleteValue(key, Wide(name).c_str(), store->handle);
-    else
-        status = FBR_RenameDirEx(key, Wide(name).c_str(), store->handle);
-    FBR_CloseDirEx(key, store->handle);
-    return status;
-}
-
 std::string JudgeCut(const Key& before, const Step& step, const Key& found) {
     Key after = before;
     faults::Apply(step, &after);

@@ -22,8 +22,6 @@ class Steps {
     Key content_;
 };
 
-FBR_STATUS Apply(const faults::Step& step, Store* store);
-
 // Empty when `found` is what a step that was cut off may leave: the content before it or after it.
 // A step that makes several keys may have made the first of them, and one that deletes a tree may
 // have deleted some of it. Else what is the matter.

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -62,6 +64,20 @@ inline std::string FileUtf16(const std::string& utf8, const std::string& mark = 
     EXPECT_TRUE(fbr::FromStrictUtf8(utf8, text));
     const Bytes bytes = Utf16(text);
     return mark + std::string(bytes.begin(), bytes.end());
+}
+
+// <01> in the text of a test's file is a byte.
+inline std::string WithBytes(std::string text) {
+    for (size_t i = 0; i + 3 < text.size(); ++i)
+        if (text[i] == '<' && text[i + 3] == '>')
+            text.replace(i, 4, 1, static_cast<char>(std::stoi(text.substr(i + 1), nullptr, 16)));
+    return text;
+}
+
+// A file of the test sources.
+inline std::string Source(const std::string& name) {
+    std::ifstream in(std::filesystem::path(ZRFS_SOURCE_DIR) / name, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 // "LINE: TEXT" of the FormatError that `read` throws.

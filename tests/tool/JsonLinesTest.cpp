@@ -50,43 +50,6 @@ TEST(JsonLines, ReadsAnyOrderSpacingAndEscape) {
               expected);
 }
 
-TEST(JsonLines, TellsTheLineAndWhatWasExpected) {
-    const auto error = [](const std::string& line) {
-        return ErrorOf([&] { ReadJsonLines("{\"key\":\"\"}\n" + line); });
-    };
-    EXPECT_EQ(error("[]"), "2: expected \"{\" at the start of the line");
-    EXPECT_EQ(error("{\"key\":\"\"} x"), "2: expected the end of the line after \"}\"");
-    EXPECT_EQ(error("{\"key\":\"\""), "2: expected \",\" or \"}\" after a member");
-    EXPECT_EQ(error("{}"), "2: expected \"key\", \"name\", \"type\" or \"data\"");
-    EXPECT_EQ(error("{\"kex\":1}"), "2: expected \"key\", \"name\", \"type\" or \"data\"");
-    EXPECT_EQ(error("{\"key\" 1}"), "2: expected \":\" after the name of a member");
-    EXPECT_EQ(error("{\"key\":1}"), "2: expected a string in quotes for \"key\"");
-    EXPECT_EQ(error("{\"key\":\"x"), "2: expected a quote at the end of a string");
-    EXPECT_EQ(error("{\"key\":\"\\x\"}"), "2: expected an escape of JSON after a backslash");
-    EXPECT_EQ(error("{\"key\":\"\\u12\"}"), "2: expected an escape of JSON after a backslash");
-    EXPECT_EQ(error("{\"key\":\"\xFF\"}"), "2: expected UTF-8 text");
-    EXPECT_EQ(error("{\"key\":\"\t\"}"), "2: expected control characters to stand as \\u escapes");
-    EXPECT_EQ(error("{\"key\":\"\",\"key\":\"\"}"), "2: expected one \"key\" in a line");
-    EXPECT_EQ(error("{\"name\":\"\",\"type\":1,\"data\":\"\"}"),
-              "2: expected a \"key\" in every line");
-    EXPECT_EQ(error("{\"key\":\"\",\"name\":\"\"}"),
-              "2: expected \"name\", \"type\" and \"data\" together for a value");
-    for (const char* key : {"a", "\\\\", "\\\\a\\\\", "\\\\a\\\\\\\\b", "\\\\a\\u0000"}) {
-        EXPECT_EQ(error("{\"key\":\"" + std::string(key) + "\"}"),
-                  "2: expected \"\" for the root or a key like \"\\\\a\\\\b\"");
-    }
-    for (const char* type : {"-1", "4294967296", "99999999999999999999", "\"1\"", "x"}) {
-        EXPECT_EQ(error("{\"type\":" + std::string(type) + "}"),
-                  "2: expected a number from 0 to 4294967295 for \"type\"");
-    }
-    for (const char* data : {"\"0\"", "\"0g\"", "00", "\"00"}) {
-        EXPECT_EQ(error("{\"data\":" + std::string(data) + "}"),
-                  "2: expected pairs of hexadecimal digits in quotes for \"data\"");
-    }
-    EXPECT_EQ(error("{\"key\":\"\",\"name\":\"\\u0000\",\"type\":1,\"data\":\"\"}"),
-              "2: expected a value name without a zero character");
-}
-
 // Names of any units come back, and what UTF-8 can carry is JSON to a reader that is not ours.
 TEST(JsonLines, RoundTrips) {
     std::mt19937 random(20260102);

@@ -45,62 +45,12 @@ TEST(RegReader, ReadsEveryEncodingAndLineEnd) {
     }
 }
 
-TEST(RegReader, ReadsEveryFormOfValue) {
-    EXPECT_EQ(ReadValue("@=\"x\""), ValueItem(WTEXT("K"), WTEXT(""), 1, Sz(WTEXT("x"))));
-    EXPECT_EQ(ReadValue("\"\"=\"\""), ValueItem(WTEXT("K"), WTEXT(""), 1, Sz(WTEXT(""))));
-    EXPECT_EQ(ReadValue(R"("a\\b\"c]=[;"="\\\"\r\n\0")"),
-              ValueItem(WTEXT("K"), WTEXT("a\\b\"c]=[;"), 1, Sz(WString(WTEXT("\\\"\r\n\0"), 5))));
-    EXPECT_EQ(ReadValue("  \"spaced\" \t = \t \"x\"  ; and a \"comment\""),
-              ValueItem(WTEXT("K"), WTEXT("spaced"), 1, Sz(WTEXT("x"))));
-    EXPECT_EQ(ReadValue("\"d\"=dword:1F"), ValueItem(WTEXT("K"), WTEXT("d"), 4, {0x1F, 0, 0, 0}));
-    EXPECT_EQ(ReadValue("\"d\"=DWORD: deadBEEF ;x"),
-              ValueItem(WTEXT("K"), WTEXT("d"), 4, {0xEF, 0xBE, 0xAD, 0xDE}));
-    EXPECT_EQ(ReadValue("\"b\"=hex:"), ValueItem(WTEXT("K"), WTEXT("b"), 3, {}));
-    EXPECT_EQ(ReadValue("\"b\"=hex:01,2,fF,"), ValueItem(WTEXT("K"), WTEXT("b"), 3, {1, 2, 255}));
-}
-
-TEST(RegReader, KeepsBytesOfEveryTypeAsTheyAre) {
-    EXPECT_EQ(ReadValue("\"n\"=hex(0):61"), ValueItem(WTEXT("K"), WTEXT("n"), 0, {0x61}));
-    EXPECT_EQ(ReadValue("\"n\"=hex(1):61,00,62"),
-              ValueItem(WTEXT("K"), WTEXT("n"), 1, {0x61, 0, 0x62}));
-    EXPECT_EQ(ReadValue("\"n\"=hex(2):25,00"), ValueItem(WTEXT("K"), WTEXT("n"), 2, {0x25, 0}));
-    EXPECT_EQ(ReadValue("\"n\"=hex(7):61,62"), ValueItem(WTEXT("K"), WTEXT("n"), 7, {0x61, 0x62}));
-    EXPECT_EQ(ReadValue("\"n\"=hex(FFFFFFFF):01"),
-              ValueItem(WTEXT("K"), WTEXT("n"), 0xFFFFFFFF, {1}));
-    EXPECT_EQ(ReadValue("\"n\"=hex(4):01"), ValueItem(WTEXT("K"), WTEXT("n"), 4, {1}));
-}
-
-TEST(RegReader, ContinuesBytesOverLinesCommentsAndBlankLines) {
-    const Item expected = ValueItem(WTEXT("K"), WTEXT("b"), 3, {1, 2, 3, 4});
-    EXPECT_EQ(ReadValue("\"b\"=hex:01,02,\\\n  03,04"), expected);
-    EXPECT_EQ(
-        ReadValue("\"b\"=hex:\\\r\n01,\\ ; note\r\n\r\n ; more\r\n\t02,03,\\\n04").data.size(), 4u);
-}
-
-// A string keeps the line ends inside it, and the lines are counted all the same.
-TEST(RegReader, ReadsStringsOverSeveralLines) {
-    EXPECT_EQ(ReadValue("\"s\"=\"one\r\ntwo\n\""),
-              ValueItem(WTEXT("K"), WTEXT("s"), 1, Sz(WTEXT("one\r\ntwo\n"))));
-    EXPECT_EQ(Error("[K]\n\"s\"=\"one\r\ntwo\"\nwrong\n").substr(0, 2), "6:");
-}
-
 TEST(RegReader, ReadsDeletions) {
     const auto items = Read(kHeader + "[-K\\gone]\n[K]\n\"v\"=-\n@ = - ; all\n");
     ASSERT_EQ(items.size(), 4u);
     EXPECT_EQ(items[0], (Item{Record::Kind::kDeleteKey, WTEXT("K\\gone"), {}, 0, {}}));
     EXPECT_EQ(items[2], (Item{Record::Kind::kDeleteValue, WTEXT("K"), WTEXT("v"), 0, {}}));
     EXPECT_EQ(items[3], (Item{Record::Kind::kDeleteValue, WTEXT("K"), WTEXT(""), 0, {}}));
-}
-
-TEST(RegReader, ReadsKeysWithOddNames) {
-    const auto key = [](const std::string& line) {
-        return ItemsOf(ReadReg(kHeader + line + "\n")).at(0).key;
-    };
-    EXPECT_EQ(key("[]"), WTEXT(""));
-    EXPECT_EQ(key("[\\K\\a\\]"), WTEXT("K\\a"));
-    EXPECT_EQ(key("[K\\a]b [c] ] ; comment"), WTEXT("K\\a]b [c] "));
-    EXPECT_EQ(key("[ K\\=;\" ]"), WTEXT(" K\\=;\" "));
-    EXPECT_EQ(key("[\\\\u002DK\\\\\\u000Aa\\\\u000d]"), WTEXT("-K\\\na\r"));
 }
 
 TEST(RegReader, TakesOldFilesForTheWesternCodePage) {
@@ -128,36 +78,6 @@ TEST(RegReader, TellsTheLineAndWhatWasExpected) {
                       "W");
               }),
               "1: expected UTF-16 text with an even number of bytes");
-    EXPECT_EQ(Error("[K]\n\"\xFF\"=-\n"),
-              "4: expected UTF-8 text (or UTF-16 with a byte-order mark)");
-    EXPECT_EQ(Error("@=-\n"), "3: expected a key in brackets before the first value");
-    EXPECT_EQ(Error("[-K]\n@=-\n"), "4: expected a key in brackets before the first value");
-    EXPECT_EQ(Error("[K\n"), "3: expected \"]\" at the end of the key");
-    EXPECT_EQ(Error("[K] x\n"), "3: expected the end of the line after the key");
-    EXPECT_EQ(Error("[K\\\\a]\n"), "3: expected a key name between two backslashes");
-    EXPECT_EQ(Error("[K\\\\u0000]\n"), "3: expected a key name between two backslashes");
-    EXPECT_EQ(Error("[-]\n"), "3: expected the key to delete after \"-\"");
-    EXPECT_EQ(Error("[K]\nvalue=1\n"),
-              "4: expected a key in brackets, a value name in quotes, \"@\" or a comment");
-    EXPECT_EQ(Error("[K]\n\"v\" \"x\"\n"), "4: expected \"=\" after the value name");
-    EXPECT_EQ(Error("[K]\n\"v\"=\"x\ny\n"), "4: expected a quote at the end of the string");
-    EXPECT_EQ(Error("[K]\n\"v\"=\"c:\\dir\"\n"),
-              "4: expected \\, \", n, r or 0 after a backslash in quotes");
-    EXPECT_EQ(Error("[K]\n\"v\"=\"x\" y\n"), "4: expected the end of the line after the value");
-    EXPECT_EQ(Error("[K]\n\"v\\0\"=-\n"), "4: expected a value name without a zero character");
-    EXPECT_EQ(Error("[K]\n\"v\"=1\n").substr(0, 31), "4: expected a string in quotes,");
-    EXPECT_EQ(Error("[K]\n\"v\"=dword:\n"),
-              "4: expected one to eight hexadecimal digits after \"dword:\"");
-    EXPECT_EQ(Error("[K]\n\"v\"=dword:123456789\n"),
-              "4: expected one to eight hexadecimal digits after \"dword:\"");
-    EXPECT_EQ(Error("[K]\n\"v\"=hex(g):\n"),
-              "4: expected one to eight hexadecimal digits after \"hex(\"");
-    EXPECT_EQ(Error("[K]\n\"v\"=hex(1:00\n"), "4: expected \"):\" after the type number");
-    EXPECT_EQ(Error("[K]\n\"v\"=hex:00,0g\n"), "4: expected the end of the line after the value");
-    EXPECT_EQ(Error("[K]\n\"v\"=hex:00,\\\n  gg\n"),
-              "5: expected a byte of two hexadecimal digits");
-    EXPECT_EQ(Error("[K]\n\"v\"=hex:00,\\\n\n"), "6: expected more bytes in the line after \"\\\"");
-    EXPECT_EQ(Error("[K]\n\"v\"=hex:00,\\ x\n"), "4: expected the end of the line after \"\\\"");
 }
 
 // Whatever the input, the reader ends with a document or an error: every prefix of a file with all

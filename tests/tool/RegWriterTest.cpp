@@ -46,44 +46,6 @@ TEST(RegWriter, LaysOutKeysAndEnds) {
               "\r\n[-HKEY_CURRENT_USER\\Software\\a\\c]\r\n\r\n");
 }
 
-TEST(RegWriter, PicksTheFormByTypeAndBytes) {
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, Sz(WTEXT("a\\b\"c"))), R"("s"="a\\b\"c")");
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, Sz(WTEXT(""))), R"("s"="")");
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, Sz(WTEXT("\t😀"))), "\"s\"=\"\t😀\"");
-    EXPECT_EQ(ValueLine(WTEXT("d"), 4, {0xEF, 0xBE, 0xAD, 0xDE}), "\"d\"=dword:deadbeef");
-    EXPECT_EQ(ValueLine(WTEXT("b"), 3, {0, 0xAB}), "\"b\"=hex:00,ab");
-    EXPECT_EQ(ValueLine(WTEXT("b"), 3, {}), "\"b\"=hex:");
-    EXPECT_EQ(ValueLine(WTEXT("m"), 7, {0, 0}), "\"m\"=hex(7):00,00");
-    EXPECT_EQ(ValueLine(WTEXT("q"), 11, {1}), "\"q\"=hex(b):01");
-    EXPECT_EQ(ValueLine(WTEXT("x"), 0xDEADBEEF, {}), "\"x\"=hex(deadbeef):");
-}
-
-// A form that would not bring back the same bytes is not used.
-TEST(RegWriter, WritesOddDataAsBytes) {
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, {}), "\"s\"=hex(1):");
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, {0x61, 0}), "\"s\"=hex(1):61,00");
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, {0x61, 0, 0}), "\"s\"=hex(1):61,00,00");
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, {0x61, 0, 0, 0, 0, 0}), "\"s\"=hex(1):61,00,00,00,00,00");
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, Sz(WTEXT("\n"))), "\"s\"=hex(1):0a,00,00,00");
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, Sz(WTEXT("\r"))), "\"s\"=hex(1):0d,00,00,00");
-    EXPECT_EQ(ValueLine(WTEXT("s"), 1, Sz(WString(1, 0xD800))), "\"s\"=hex(1):00,d8,00,00");
-    EXPECT_EQ(ValueLine(WTEXT("d"), 4, {1, 2, 3}), "\"d\"=hex(4):01,02,03");
-    EXPECT_EQ(ValueLine(WTEXT("d"), 5, {1, 2, 3, 4}), "\"d\"=hex(5):01,02,03,04");
-}
-
-TEST(RegWriter, WritesNamesWithEveryCharacter) {
-    EXPECT_EQ(ValueLine(WTEXT("a\"b\\c\r\n]="), 3, {}), R"("a\"b\\c\r\n]="=hex:)");
-    EXPECT_EQ(ValueLine(WTEXT(""), 3, {}), "@=hex:");
-    EXPECT_EQ(ValueLine(WTEXT("(default)"), 3, {}), "\"(default)\"=hex:");
-    const auto key = [](const WString& path) {
-        const std::string text = Written([&](RegWriter& writer) { writer.Key(path); });
-        return text.substr(40, text.size() - 44);
-    };
-    EXPECT_EQ(key(WTEXT("")), "[]");
-    EXPECT_EQ(key(WTEXT("a]\\[b\"-")), "[a]\\[b\"-]");
-    EXPECT_EQ(key(WTEXT("-a\\-b\r\n")), "[\\\\u002Da\\-b\\\\u000D\\\\u000A]");
-}
-
 // The lines that regedit wraps: it breaks behind the comma that reaches column 77, and continued
 // lines hold 25 bytes. The lengths are what it writes for names of these lengths.
 TEST(RegWriter, WrapsBytesWhereRegeditDoes) {

@@ -1,0 +1,131 @@
+// Sessions with the tool, as people type them, in files beside this one. A line begins with
+//
+//     $  words for the tool; '"' and "'" keep blanks together, <01> is a byte
+//     <  a line of its standard input
+//     >  a line of its standard output, as text: exports in UTF-16 are decoded
+//     !  a line of its standard error; one that ends in "..." tells its beginning
+//     ?  its exit status, when that is not 0
+//     =  a file that is written, with the lines behind ":"; & a file that is shown; - one that must
+//        be missing
+//     ~8 (~16) FILE FROM TO, which puts bytes (units) in the place of others
+//
+// What came of the words must be what the file says. Blanks at the ends of lines do not count.
+#include <sstream>
+
+#include "tests/tool/Tool.h"
+
+namespace {
+
+using namespace tool;
+
+std::vector<std::string> Words(const std::string& line) {
+    std::vector<std::string> words;
+    for (size_t at = line.find_first_not_of(' '); at < line.size();
+         at = line.find_first_not_of(' ', at)) {
+        const bool quoted = line[at] == '"' || line[at] == '\'';
+        const size_t end = quoted ? line.find(line[at], at + 1) : line.find(' ', at);
+        std::string word = line.substr(at + quoted, end - at - quoted);
+        for (size_t i = 0; i + 3 < word.size(); ++i)
+            if (word[i] == '<' && word[i + 3] == '>')
+                word.replace(i, 4, 1,
+                             static_cast<char>(std::stoi(word.substr(i + 1), nullptr, 16)));
+        words.push_back(word);
+        at = end == line.npos ? end : end + quoted;
+    }
+    return words;
+}
+
+std::vector<std::string> Lines(std::string text, const std::string& mark = "") {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (!mark.empty()) line = mark + line;
+        line.erase(line.find_last_not_of(" \r") + 1);
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// Bytes that are no text as <01>.
+std::string Shown(const std::string& bytes) {
+    if (bytes.starts_with("\xFF\xFE")) return RegText(bytes);
+    std::string text;
+    for (const char c : bytes) {
+        char code[8];
+        std::snprintf(code, sizeof code, "<%02x>", static_cast<uint8_t>(c));
+        text += c >= 0 && c < ' ' && c != '\n' ? code : std::string(1, c);
+    }
+    return text;
+}
+
+class Sessions : public ToolTest, public testing::WithParamInterface<std::string> {
+  protected:
+    Sessions() { std::filesystem::current_path(dir_.Path()); }
+    ~Sessions() override { std::filesystem::current_path(before_); }
+
+    // Does what the lines from `at` on say, and moves behind them; what came of it.
+    std::vector<std::string> Play(const std::vector<std::string>& lines, size_t* at) {
+        const std::string line = lines[(*at)++];
+        const std::string mark = line.substr(0, line.find(' '));
+        const auto words = Words(line.substr(std::min(line.size(), mark.size())));
+        std::string text;
+        for (; *at < lines.size() && (lines[*at][0] == '<' || lines[*at][0] == ':'); ++*at)
+            text += lines[*at].substr(std::min<size_t>(lines[*at].size(), 2)) + "\n";
+        std::vector<std::string> came;
+        if (mark == "$") {
+            const ProcessResult result = Fbr(words, text);
+            came = Lines(Shown(result.out), "> ");
+            for (const auto& told : Lines(result.err, "! ")) came.push_back(told);
+            if (result.status != 0) came.push_back("? " + std::to_string(result.status));
+        } else if (mark == "&") {
+            came = Lines(Shown(Read(words[0])), "> ");
+        } else if (mark == "=") {
+            Write(words[0], text);
+        } else if (mark == "-") {
+            EXPECT_FALSE(Exists(words[0])) << words[0];
+        } else if (mark == "~8" || mark == "~16") {
+            Patch(words[0], words[1], words[2], mark == "~16");
+        }
+        return came;
+    }
+    void Patch(const std::string& file, const std::string& from, const std::string& to, bool wide) {
+        const auto bytes = [wide](const std::string& text) {
+            std::string out;
+            for (const char c : text) out += wide ? std::string({c, '\0'}) : std::string(1, c);
+            return out;
+        };
+        std::string content = Read(file);
+        const size_t at = content.find(bytes(from));
+        ASSERT_NE(at, content.npos) << from;
+        ASSERT_EQ(from.size(), to.size());
+        Write(file, content.replace(at, bytes(to).size(), bytes(to)));
+    }
+
+  private:
+    const std::filesystem::path before_ = std::filesystem::current_path();
+};
+
+TEST_P(Sessions, GoAsTheyAreWritten) {
+    const auto lines = Lines(formats::Source("tests/tool/sessions/" + GetParam() + ".txt"));
+    ASSERT_FALSE(lines.empty());
+    for (size_t at = 0; at < lines.size();) {
+        SCOPED_TRACE("line " + std::to_string(at + 1) + ": " + lines[at]);
+        auto came = Play(lines, &at);
+        std::vector<std::string> written;
+        for (; at < lines.size() && std::string(">!?").find(lines[at][0]) != std::string::npos;
+             ++at) {
+            const std::string& line = lines[at];
+            const size_t i = written.size();
+            if (line.ends_with("...") && i < came.size() &&
+                came[i].starts_with(line.substr(0, line.size() - 3)))
+                came[i] = line;
+            written.push_back(line);
+        }
+        EXPECT_EQ(came, written);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Sessions, testing::Values("commands", "compare", "reach", "transfer"),
+                         [](const auto& param) { return param.param; });
+
+}  // namespace
