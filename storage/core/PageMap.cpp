@@ -131,21 +131,46 @@ void CountChange(StorageContext* context, uint32_t number, bool wasFree, bool is
 
 }  // namespace
 
+namespace {
+
+Status SetSlot(StorageContext* context, CachePage* page, uint32_t number, uint16_t kind,
+               bool force) {
+    const uint32_t slot = 2 * (number & (context->MapGroup() - 1));
+    const uint16_t old = LoadU16(page->buffer, slot);
+    if (old == kind && !force) return kOk;
+    const Status status = NoteDirtyMapPage(context, page);
+    if (status != kOk) return status;
+    Store<uint16_t>(page->buffer, slot, kind);
+    if (slot != 0) CountChange(context, number, SlotIsFree(old), SlotIsFree(kind), force);
+    return kOk;
+}
+
+}  // namespace
+
 Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force) {
     if (!context->MayChange()) return kReadOnly;
     CachePage* page = nullptr;
     Status status = GetMapPage(context, number, &page);
     if (status != kOk) return status;
-    const uint32_t slot = 2 * (number & (context->MapGroup() - 1));
-    const uint16_t old = LoadU16(page->buffer, slot);
-    if (old != kind || force) {
-        status = NoteDirtyMapPage(context, page);
-        if (status == kOk) {
-            Store<uint16_t>(page->buffer, slot, kind);
-            if (slot != 0) CountChange(context, number, SlotIsFree(old), SlotIsFree(kind), force);
-        }
-    }
+    status = SetSlot(context, page, number, kind, force);
     ReleasePage(context, page);
+    return status;
+}
+
+Status FreeInMap(StorageContext* context, NumberList& pages) {
+    if (!context->MayChange()) return kReadOnly;
+    CachePage* map = nullptr;
+    Status status = kOk;
+    for (const uint32_t number : pages) {
+        const uint32_t wanted = number & ~(context->MapGroup() - 1);
+        if (map == nullptr || map->number != wanted) {
+            ReleasePage(context, map);
+            status = GetMapPage(context, number, &map);
+        }
+        if (status == kOk) status = SetSlot(context, map, number, kFreePage, false);
+        if (status != kOk) break;
+    }
+    ReleasePage(context, map);
     return status;
 }
 

@@ -11,6 +11,8 @@ Status ScanPageMap(StorageContext* context, bool all, uint32_t limit);
 // Writes a map slot and keeps the free counts. `force` writes it though it has the kind already,
 // and takes nothing off the counts (the page was never counted). kReadOnly.
 Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force);
+// The pages become free: SetPageKind for each.
+Status FreeInMap(StorageContext* context, NumberList& pages);
 // Brings the map page of `number` into memory and makes room for `count` map pages among the
 // changed ones, so that SetPageKind needs neither memory nor the file.
 Status PreparePageKind(StorageContext* context, uint32_t number, uint32_t count);

@@ -45,9 +45,12 @@ void EndRecord(StorageContext* context, StorageTransaction* transaction) {
 }
 
 Status ReleaseListedPages(StorageContext* context, StorageTransaction* transaction) {
-    Status status = kOk;
-    for (uint32_t i = 0; i < transaction->releasePages.Count() && status == kOk; ++i)
-        status = SetPageKind(context, transaction->releasePages[i], kFreePage, false);
+    const Status status = FreeInMap(context, transaction->releasePages);
+    // Somebody may have looked at one of them meanwhile.
+    for (const uint32_t number : transaction->releasePages) {
+        CachePage* page = context->pageTable.Find(number);
+        if (page != nullptr && page->pinCount == 0) DiscardPage(context, page);
+    }
     transaction->releasePages.Clear();
     return status;
 }
@@ -372,6 +375,24 @@ void LeavePage(StorageTransaction* transaction, CachePage* page) {
     --transaction->pageCount;
     page->transaction = nullptr;
     page->flags &= static_cast<uint16_t>(~kPageInTransaction);
+}
+
+Status FreePageNumber(StorageTransaction* transaction, uint32_t number) {
+    StorageContext* context = transaction->context;
+    CachePage* page = context->pageTable.Find(number);
+    if (page != nullptr && (page->pinCount != 0 || (page->flags & kPageInTransaction) != 0)) {
+        const Status status = GetPage(context, number, &page, false, transaction);
+        if (status != kOk) return status;
+        if ((page->flags & kPageFreed) == 0) return FreePage(context, page);
+        ReleasePage(context, page);
+        return Corrupt(context);
+    }
+    if (!context->MayChange()) return kReadOnly;
+    if (transaction->releasePages.Count() >= context->totalPages) return Corrupt(context);
+    if (!transaction->releasePages.Add(number)) return kNoMemory;
+    ++context->changes;
+    if (page != nullptr) DiscardPage(context, page);
+    return kOk;
 }
 
 void DestroyTransactions(StorageContext* context) {

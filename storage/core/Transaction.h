@@ -76,6 +76,9 @@ Status EndChange(StorageContext* context);
 // Adds a page to the transaction's list. kSharing when another transaction has it.
 Status JoinPage(StorageTransaction* transaction, CachePage* page);
 void LeavePage(StorageTransaction* transaction, CachePage* page);
+// Frees a page that nobody has pinned, without reading it. kCorrupt when more pages are freed than
+// there are: one is freed again and again.
+Status FreePageNumber(StorageTransaction* transaction, uint32_t number);
 
 // Frees every transaction record, running or pooled; for the end of a context.
 void DestroyTransactions(StorageContext* context);
