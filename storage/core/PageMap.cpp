@@ -157,6 +157,15 @@ Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool
     return status;
 }
 
+Status GetPageKind(StorageContext* context, uint32_t number, uint16_t* kind) {
+    CachePage* page = nullptr;
+    const Status status = GetMapPage(context, number, &page);
+    if (status != kOk) return status;
+    *kind = LoadU16(page->buffer, 2 * (number & (context->MapGroup() - 1)));
+    ReleasePage(context, page);
+    return kOk;
+}
+
 Status FreeInMap(StorageContext* context, NumberList& pages) {
     if (!context->MayChange()) return kReadOnly;
     CachePage* map = nullptr;

@@ -11,6 +11,8 @@ Status ScanPageMap(StorageContext* context, bool all, uint32_t limit);
 // Writes a map slot and keeps the free counts. `force` writes it though it has the kind already,
 // and takes nothing off the counts (the page was never counted). kReadOnly.
 Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force);
+// The kind that the map has for a page. kCorrupt for one that it does not reach.
+Status GetPageKind(StorageContext* context, uint32_t number, uint16_t* kind);
 // The pages become free: SetPageKind for each.
 Status FreeInMap(StorageContext* context, NumberList& pages);
 // Brings the map page of `number` into memory and makes room for `count` map pages among the

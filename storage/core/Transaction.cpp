@@ -8,6 +8,7 @@
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
 #include "storage/core/RedoLog.h"
+#include "storage/core/SparePages.h"
 #include "storage/core/SwitchMark.h"
 
 namespace storage {
@@ -44,15 +45,12 @@ void EndRecord(StorageContext* context, StorageTransaction* transaction) {
     if (writes) context->leaveWrite(context);
 }
 
-Status ReleaseListedPages(StorageContext* context, StorageTransaction* transaction) {
-    const Status status = FreeInMap(context, transaction->releasePages);
-    // Somebody may have looked at one of them meanwhile.
+// Somebody may have looked at one of them since it was freed.
+void DropListedPages(StorageContext* context, StorageTransaction* transaction) {
     for (const uint32_t number : transaction->releasePages) {
         CachePage* page = context->pageTable.Find(number);
         if (page != nullptr && page->pinCount == 0) DiscardPage(context, page);
     }
-    transaction->releasePages.Clear();
-    return status;
 }
 
 // Gets all that the map needs before the first page is written, so that what is freed at the end
@@ -92,12 +90,73 @@ bool ChangesFile(const StorageContext* context, const StorageTransaction* transa
     return false;
 }
 
+Status MarkNew(StorageContext* context, StorageTransaction* transaction) {
+    Status status = EnterInMap(context, transaction, kPageNew, kPageNew);
+    if (status != kOk) return status;
+    MarkRunsAhead(context, transaction);
+    status = FlushMapPages(context);
+    EndRunsAhead(context, status == kOk);
+    return status;
+}
+
 // What is new: nothing refers to it yet.
 Status WriteNew(StorageContext* context, StorageTransaction* transaction) {
-    Status status = EnterInMap(context, transaction, kPageNew, kPageNew);
-    if (status == kOk) status = FlushMapPages(context);
-    if (status == kOk)
-        status = WriteTransactionPages(context, transaction, kPageNew | kPageFreed, kPageNew);
+    return WriteTransactionPages(context, transaction, kPageNew | kPageFreed, kPageNew);
+}
+
+// The new pages of a change and the one page that refers to them, where they lie in one block of
+// the file with nothing between them but what memory has as well: one call writes them, rising, so
+// that the page that refers to the others is the last to be there.
+struct OneCall {
+    static constexpr uint32_t kMost = 8;
+    static constexpr uint32_t kMostBytes = 4096;
+    uint32_t first = kUnknownPages;
+    uint32_t count = 0;  // 0: it cannot be
+    CachePage* pages[kMost];
+    const void* buffers[kMost];
+};
+
+bool FindEnds(StorageTransaction* transaction, OneCall* call, uint32_t* last) {
+    uint32_t vital = 0, listed = 0, highest = 0;
+    for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
+        if ((page->flags & kPageFreed) != 0 || page->buffer == nullptr ||
+            (page->flags & kPageDirty) == 0)
+            continue;
+        ++listed;
+        if ((page->flags & kPageNew) != 0) {
+            call->first = page->number < call->first ? page->number : call->first;
+            highest = page->number > highest ? page->number : highest;
+        } else if ((page->flags & kPageVital) != 0) {
+            ++vital;
+            *last = page->number;
+        }
+    }
+    return vital == 1 && listed <= kMostSwitched && call->first < *last && highest < *last;
+}
+
+void PlanOneCall(StorageContext* context, StorageTransaction* transaction, OneCall* call) {
+    uint32_t last = 0;
+    if (!HasSwitchList(context) || !FindEnds(transaction, call, &last)) return;
+    const uint32_t count = last - call->first + 1;
+    if (count > OneCall::kMost || count * context->pageSize > OneCall::kMostBytes) return;
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t number = call->first + i;
+        CachePage* page = context->IsMapPage(number) ? nullptr : context->pageTable.Find(number);
+        if (page == nullptr || page->buffer == nullptr) return;
+        const bool written = page->transaction == transaction &&
+                             ((page->flags & kPageNew) != 0 || number == last) &&
+                             (page->flags & kPageFreed) == 0;
+        if (!written && (page->flags & kPageDirty) != 0) return;
+        call->pages[i] = page;
+        call->buffers[i] = page->buffer;
+    }
+    call->count = count;
+}
+
+Status WriteOneCall(StorageContext* context, const OneCall& call) {
+    const Status status = WritePages(context, call.buffers, call.count, call.first);
+    for (uint32_t i = 0; i < call.count && status == kOk; ++i)
+        if ((call.pages[i]->flags & kPageDirty) != 0) MarkClean(context, call.pages[i]);
     return status;
 }
 
@@ -110,13 +169,15 @@ struct SwitchCount {
     SwitchList list;  // the first of them
 };
 
-SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* transaction) {
+SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* transaction,
+                          bool withNew) {
     SwitchCount count;
     for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
-        if ((page->flags & (kPageNew | kPageFreed | kPageDirty)) != kPageDirty ||
-            page->buffer == nullptr)
+        const bool isNew = (page->flags & kPageNew) != 0;
+        if ((page->flags & (kPageFreed | kPageDirty)) != kPageDirty || page->buffer == nullptr ||
+            (isNew && !withNew))
             continue;
-        if ((page->flags & kPageVital) != 0) ++count.vital;
+        if (!isNew && (page->flags & kPageVital) != 0) ++count.vital;
         if (++count.all > kMostSwitched || !HasSwitchList(context)) continue;
         count.list.pages[count.list.count++] = {page->number,
                                                 DigestPage(page->buffer, context->pageSize)};
@@ -127,17 +188,19 @@ SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* tra
 // Page 1 tells of the pages before they are written; they say themselves when they are there. What
 // goes wrong is put right by EndChange.
 Status WriteListed(StorageContext* context, StorageTransaction* transaction, const SwitchList& list,
-                   bool* final) {
+                   const OneCall& call, bool* final) {
     Superblock* super = context->Super();
     if (super->transactionCounter == context->seenCounter) ++super->transactionCounter;
     const bool hadChange = std::exchange(context->changing, true);
     super->changing = 0;
     PutSwitchList(context, list);
     Status status = WritePage(context, context->superblock, kSuperblockNumber);
-    if (status == kOk)
-        status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
-    else
+    if (status != kOk)
         super->changing = hadChange ? 1 : 0;
+    else if (call.count != 0)
+        status = WriteOneCall(context, call);
+    else
+        status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
     *final = status == kOk;
     if (status == kOk) status = WriteTransactionPages(context, transaction, kSwitchMask, 0);
     if (status != kOk) return *final ? Status{kOk} : status;
@@ -174,18 +237,26 @@ Status WriteLogged(StorageContext* context, StorageTransaction* transaction, uin
 }
 
 // What refers to the new. *final tells that the change stands whatever the status.
-Status WriteSwitch(StorageContext* context, StorageTransaction* transaction, bool* final) {
-    const SwitchCount count = CountSwitched(context, transaction);
+Status WriteSwitch(StorageContext* context, StorageTransaction* transaction, const OneCall& call,
+                   bool* final) {
+    const SwitchCount count = CountSwitched(context, transaction, call.count != 0);
     if (count.vital > 1) return WriteLogged(context, transaction, count.vital, final);
     if (HasSwitchList(context) && count.all <= kMostSwitched)
-        return WriteListed(context, transaction, count.list, final);
+        return WriteListed(context, transaction, count.list, call, final);
     return WriteOne(context, transaction, final);
 }
 
 // What was given up. That it cannot be freed now loses room and no more.
 void WriteFreed(StorageContext* context, StorageTransaction* transaction) {
+    DropListedPages(context, transaction);
+    if (KeepFreedPages(context, transaction)) {
+        FlushMapPages(context);
+        return;
+    }
     Status status = EnterInMap(context, transaction, kPageFreed, kPageFreed);
-    if (status == kOk) status = ReleaseListedPages(context, transaction);
+    if (status == kOk) status = FreeInMap(context, transaction->releasePages);
+    transaction->releasePages.Clear();
+    if (status == kOk) status = GiveBackSparePages(context);
     if (status == kOk) FlushMapPages(context);
 }
 
@@ -193,7 +264,8 @@ void WriteFreed(StorageContext* context, StorageTransaction* transaction) {
 void LetPagesGo(StorageContext* context, StorageTransaction* transaction) {
     while (CachePage* page = transaction->pages.head) {
         LeavePage(transaction, page);
-        page->flags &= static_cast<uint16_t>(~(kPageNew | kPageFreed | kPageVital | kPageChanged));
+        page->flags &= static_cast<uint16_t>(~(kPageNew | kPageFreed | kPageVital | kPageChanged |
+                                              kPageSpare));
         if (page->buffer != nullptr && !context->IsMapPage(page->number))
             HeaderOf(page->buffer)->pendingKind = 0;
         ReleasePage(context, page, false);
@@ -214,9 +286,12 @@ Status WriteChanges(StorageContext* context, StorageTransaction* transaction) {
     }
     bool final = false;
     context->mapMarked = true;
-    status = WriteNew(context, transaction);
+    status = MarkNew(context, transaction);
+    OneCall call;
+    if (status == kOk) PlanOneCall(context, transaction, &call);
+    if (status == kOk && call.count == 0) status = WriteNew(context, transaction);
     if (status == kOk) {
-        status = WriteSwitch(context, transaction, &final);
+        status = WriteSwitch(context, transaction, call, &final);
         // What could not be written whole is read again before it is believed.
         context->stale = context->stale || status != kOk;
     }
@@ -227,6 +302,7 @@ Status WriteChanges(StorageContext* context, StorageTransaction* transaction) {
         return status;
     }
     context->mapMarked = false;
+    ++context->spare.changes;
     // With the log in force the rest comes with the next opening of the file, or reading it again.
     if (status != kOk) return kOk;
     WriteFreed(context, transaction);
@@ -325,8 +401,13 @@ void RollbackTransaction(StorageContext* context, StorageTransaction* transactio
         LeavePage(transaction, page);
         const uint32_t number = page->number;
         const bool made = (page->flags & kPageNew) != 0;
+        const bool spare = made && (page->flags & (kPageSpare | kPageFreed)) == kPageSpare;
+        const uint16_t kind = page->mapKind;
         DiscardPage(context, page);
-        if (made) SetPageKind(context, number, kFreePage, false);
+        if (spare)
+            ReturnSparePage(context, kind, number);
+        else if (made)
+            SetPageKind(context, number, kFreePage, false);
     }
     transaction->releasePages.Clear();
     if (!context->changing && !context->mapMarked && context->writers <= 1)
@@ -416,7 +497,7 @@ Status CheckAutoCompact(StorageContext* context) {
         if (status != kOk) return status;
     }
     // In 32 bits, wrapping for very large containers; meant so.
-    if (context->freeCount * 100 <= context->knownPages * context->autoCompactPercent) return kOk;
+    if ((context->freeCount + context->spare.Count()) * 100 <= context->knownPages * context->autoCompactPercent) return kOk;
     return context->compact(context, nullptr);
 }
 

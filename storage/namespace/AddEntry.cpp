@@ -31,7 +31,7 @@ Status MakeHeaderPage(FileObject* directory, uint32_t fileId, uint32_t entryPage
                       StorageTransaction* transaction) {
     StorageContext* context = directory->context;
     CachePage* page = nullptr;
-    const Status status = AllocatePage(context, kHeaderPage, &page, transaction);
+    const Status status = AllocatePage(context, kHeaderPage, &page, transaction, entryPage);
     if (status != kOk) return status;
     FillHeaderPage(page, fileId, directory->fileId, entryPage);
     *number = page->number;

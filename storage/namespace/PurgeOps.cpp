@@ -265,8 +265,10 @@ Status FreeFilePages(FileObject* directory, DirEntry* entry, StorageTransaction*
 Status FreeFiles(FileObject* directory, StorageTransaction* transaction) {
     EntryList& list = directory->children;
     Status status = kOk;
-    for (uint32_t i = list.Count(); status == kOk && i-- > 0;) {
+    // In the order in which most of them lie in the file. A purge takes the entry off the list.
+    for (uint32_t i = 0; status == kOk && i < list.Count();) {
         status = FreeFilePages(directory, list[i], transaction);
+        if (status == kOk) ++i;
         if (status != kNotPlain) continue;
         FileObject* file = nullptr;
         status = OpenEntry(directory, list[i], &file);

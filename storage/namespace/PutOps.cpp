@@ -195,7 +195,7 @@ Status NewFile::TouchDirectory() {
 Status NewFile::MakeHeaderPage() {
     StorageContext* context = put.context;
     PinnedPage page(context);
-    Status status = AllocatePage(context, kHeaderPage, &page.page, put.transaction);
+    Status status = AllocatePage(context, kHeaderPage, &page.page, put.transaction, entryPage);
     if (status != kOk) return status;
     bytes.headerPage = page.page->number;
     uint8_t* buffer = page.page->buffer;
