@@ -352,6 +352,12 @@ Status AllocatePageNumber(StorageContext* context, uint16_t kind, uint32_t* numb
                               : GrowFile(context, kind, number);
 }
 
+Status GrowAhead(StorageContext* context) {
+    if (context->knownPages == kUnknownPages || context->logInFile) return kFull;
+    uint32_t number = 0;
+    return GrowFile(context, kFreePage, &number);
+}
+
 Status FlushMapPages(StorageContext* context) {
     Status first = kOk;
     for (uint32_t i = context->dirtyMapPages.Count(); i-- > 0;) {

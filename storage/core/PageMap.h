@@ -24,6 +24,8 @@ Status FindFreePage(StorageContext* context, uint32_t* number);
 // zeroed here; kind and number may have been written into it.
 Status AllocatePageNumber(StorageContext* context, uint16_t kind, uint32_t* number,
                           uint8_t* buffer);
+// Makes the file longer by pages that are free. kFull.
+Status GrowAhead(StorageContext* context);
 // Writes the changed map pages. All are tried; the first failure is returned.
 Status FlushMapPages(StorageContext* context);
 

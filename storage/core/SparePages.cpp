@@ -94,10 +94,17 @@ bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint
     if (list == nullptr || list->Empty()) return false;
     // Streams lie best in the order in which they are read.
     uint32_t best = kind == kDataPage ? 0 : list->Count() - 1;
-    // Those of a run stand together.
-    for (uint32_t i = list->Count(), looks = 0; before != 0 && i-- > 0 && looks < 40; ++looks) {
-        const uint32_t page = (*list)[i], chosen = (*list)[best];
-        if (page < before && (chosen >= before || page > chosen)) best = i;
+    if (before != 0) {
+        const uint32_t length = RunLength(context);
+        uint32_t nearest = 0;
+        // Who has no run of his own takes from the one that will be used last.
+        best = 0;
+        for (uint32_t i = list->Count(), looks = 0; i-- > 0 && looks < kEnough; ++looks) {
+            const uint32_t page = (*list)[i];
+            if (page >= before || page + length <= before || page < nearest) continue;
+            nearest = page;
+            best = i;
+        }
     }
     *number = (*list)[best];
     list->RemoveAt(best);
@@ -119,7 +126,10 @@ void MarkRunsAhead(StorageContext* context, const StorageTransaction* transactio
         !spare->entries.Reserve(spare->entries.Count() + kRuns) || !spare->runs.Reserve(kRuns))
         return;
     for (uint32_t i = 0; i < kRuns; ++i) {
-        const uint32_t first = FindRun(context, length);
+        uint32_t first = FindRun(context, length);
+        // A page here and there is left to others.
+        if (first == 0 && i == 0 && context->freeCount < 2 * length && GrowAhead(context) == kOk)
+            first = FindRun(context, length);
         if (first == 0) return;
         if (MarkRun(context, first, length, true) != kOk) {
             MarkRun(context, first, length, false);
