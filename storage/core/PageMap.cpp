@@ -147,6 +147,27 @@ Status SetSlot(StorageContext* context, CachePage* page, uint32_t number, uint16
 
 }  // namespace
 
+Status SetPageKinds(StorageContext* context, uint32_t first, uint32_t count, uint16_t kind) {
+    if (!context->MayChange()) return kReadOnly;
+    CachePage* page = nullptr;
+    Status status = GetMapPage(context, first, &page);
+    for (uint32_t i = 0; i < count && status == kOk; ++i)
+        status = SetSlot(context, page, first + i, kind, false);
+    ReleasePage(context, page);
+    return status;
+}
+
+bool AreFreePages(StorageContext* context, uint32_t first, uint32_t count) {
+    CachePage* page = nullptr;
+    if (GetMapPage(context, first, &page) != kOk) return false;
+    const uint32_t slot = first & (context->MapGroup() - 1);
+    bool free = true;
+    for (uint32_t i = 0; i < count && free; ++i)
+        free = SlotIsFree(LoadU16(page->buffer, 2 * (slot + i)));
+    ReleasePage(context, page);
+    return free;
+}
+
 Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force) {
     if (!context->MayChange()) return kReadOnly;
     CachePage* page = nullptr;

@@ -13,6 +13,10 @@ Status ScanPageMap(StorageContext* context, bool all, uint32_t limit);
 Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force);
 // The kind that the map has for a page. kCorrupt for one that it does not reach.
 Status GetPageKind(StorageContext* context, uint32_t number, uint16_t* kind);
+// SetPageKind for `count` pages from `first` on that have one map page, and whether all of such are
+// free.
+Status SetPageKinds(StorageContext* context, uint32_t first, uint32_t count, uint16_t kind);
+bool AreFreePages(StorageContext* context, uint32_t first, uint32_t count);
 // The pages become free: SetPageKind for each.
 Status FreeInMap(StorageContext* context, NumberList& pages);
 // Brings the map page of `number` into memory and makes room for `count` map pages among the

@@ -21,14 +21,6 @@ bool MayKeep(const StorageContext* context) {
            !context->readOnly;
 }
 
-// Are all pages from `first` on free? Their map page is known.
-bool AreFree(StorageContext* context, uint32_t first, uint32_t count) {
-    uint16_t kind = 0;
-    for (uint32_t i = 0; i < count; ++i)
-        if (GetPageKind(context, first + i, &kind) != kOk || !SlotIsFree(kind)) return false;
-    return true;
-}
-
 // The next run that is free, from where the last search ended; 0 for none. It does not go far.
 uint32_t FindRun(StorageContext* context, uint32_t length) {
     SparePages* spare = &context->spare;
@@ -42,7 +34,7 @@ uint32_t FindRun(StorageContext* context, uint32_t length) {
         if (uint64_t{at} + length > context->knownPages) return 0;
         if ((at & ~(context->MapGroup() - 1)) != ((at + length - 1) & ~(context->MapGroup() - 1)))
             continue;
-        if (!AreFree(context, at, length)) continue;
+        if (!AreFreePages(context, at, length)) continue;
         spare->searched = at + length;
         return at;
     }
@@ -50,12 +42,9 @@ uint32_t FindRun(StorageContext* context, uint32_t length) {
 }
 
 Status MarkRun(StorageContext* context, uint32_t first, uint32_t length, bool taken) {
-    Status status = kOk;
-    for (uint32_t i = 0; i < length && status == kOk; ++i) {
-        const uint16_t kind = !taken ? kFreePage : i + 1 < length ? kHeaderPage : kEntryPage;
-        status = SetPageKind(context, first + i, kind, false);
-    }
-    return status;
+    const uint16_t kinds[2] = {taken ? kHeaderPage : kFreePage, taken ? kEntryPage : kFreePage};
+    const Status status = SetPageKinds(context, first, length - 1, kinds[0]);
+    return status == kOk ? SetPageKinds(context, first + length - 1, 1, kinds[1]) : status;
 }
 
 bool TakesForNames(const StorageTransaction* transaction) {
@@ -101,9 +90,12 @@ bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint
         best = 0;
         for (uint32_t i = list->Count(), looks = 0; i-- > 0 && looks < kEnough; ++looks) {
             const uint32_t page = (*list)[i];
-            if (page >= before || page + length <= before || page < nearest) continue;
+            const bool near = page < before && page + length > before;
+            if (!near && nearest != 0) break;
+            if (!near || page < nearest) continue;
             nearest = page;
             best = i;
+            if (page + 1 == before) break;
         }
     }
     *number = (*list)[best];

@@ -77,6 +77,8 @@ Status EnterInMap(StorageContext* context, StorageTransaction* transaction, uint
                   uint16_t wanted) {
     for (CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
         if ((page->flags & mask) != wanted) continue;
+        // The map has it already.
+        if ((page->flags & (kPageSpare | kPageFreed)) == kPageSpare) continue;
         const Status status = SetPageKind(context, page->number, page->mapKind, false);
         if (status != kOk) return status;
     }
