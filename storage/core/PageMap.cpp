@@ -178,12 +178,13 @@ Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool
     return status;
 }
 
-Status GetPageKind(StorageContext* context, uint32_t number, uint16_t* kind) {
-    CachePage* page = nullptr;
-    const Status status = GetMapPage(context, number, &page);
-    if (status != kOk) return status;
-    *kind = LoadU16(page->buffer, 2 * (number & (context->MapGroup() - 1)));
-    ReleasePage(context, page);
+Status GetPageKind(StorageContext* context, uint32_t number, CachePage** map, uint16_t* kind) {
+    if (*map == nullptr || (*map)->number != (number & ~(context->MapGroup() - 1))) {
+        ReleasePage(context, *map);
+        const Status status = GetMapPage(context, number, map);
+        if (status != kOk) return status;
+    }
+    *kind = LoadU16((*map)->buffer, 2 * (number & (context->MapGroup() - 1)));
     return kOk;
 }
 

@@ -12,7 +12,8 @@ Status ScanPageMap(StorageContext* context, bool all, uint32_t limit);
 // and takes nothing off the counts (the page was never counted). kReadOnly.
 Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force);
 // The kind that the map has for a page. kCorrupt for one that it does not reach.
-Status GetPageKind(StorageContext* context, uint32_t number, uint16_t* kind);
+// `map` is a map page that the caller has pinned, or null: it is given back for another one.
+Status GetPageKind(StorageContext* context, uint32_t number, CachePage** map, uint16_t* kind);
 // SetPageKind for `count` pages from `first` on that have one map page, and whether all of such are
 // free.
 Status SetPageKinds(StorageContext* context, uint32_t first, uint32_t count, uint16_t kind);

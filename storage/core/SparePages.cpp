@@ -149,9 +149,9 @@ void EndRunsAhead(StorageContext* context, bool written) {
 
 namespace {
 
-void Keep(StorageContext* context, uint32_t number) {
+void Keep(StorageContext* context, uint32_t number, CachePage** map) {
     uint16_t kind = 0;
-    if (GetPageKind(context, number, &kind) != kOk) return;  // it is lost
+    if (GetPageKind(context, number, map, &kind) != kOk) return;  // it is lost
     ReturnSparePage(context, kind, number);
 }
 
@@ -163,9 +163,11 @@ bool KeepFreedPages(StorageContext* context, StorageTransaction* transaction) {
     for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
         if ((page->flags & kPageFreed) != 0) ++count;
     if (context->spare.Count() + count > SparePages::kMost) return false;
+    CachePage* map = nullptr;
     for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
-        if ((page->flags & kPageFreed) != 0) Keep(context, page->number);
-    for (const uint32_t number : transaction->releasePages) Keep(context, number);
+        if ((page->flags & kPageFreed) != 0) Keep(context, page->number, &map);
+    for (const uint32_t number : transaction->releasePages) Keep(context, number, &map);
+    ReleasePage(context, map);
     transaction->releasePages.Clear();
     return true;
 }
