@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/namespace/Directory.h"
@@ -262,19 +264,26 @@ Status FreeFilePages(FileObject* directory, DirEntry* entry, StorageTransaction*
     return status;
 }
 
+// In the order in which they lie in the file, so that one reading brings many.
 Status FreeFiles(FileObject* directory, StorageTransaction* transaction) {
-    EntryList& list = directory->children;
+    const EntryList& list = directory->children;
+    PointerList<DirEntry> entries;
+    if (!entries.Reserve(list.Count())) return kNoMemory;
+    for (uint32_t i = 0; i < list.Count(); ++i) entries.Add(list[i]);
+    std::sort(entries.begin(), entries.end(), [](const DirEntry* a, const DirEntry* b) {
+        return a->headerPage < b->headerPage;
+    });
     Status status = kOk;
-    // In the order in which most of them lie in the file. A purge takes the entry off the list.
-    for (uint32_t i = 0; status == kOk && i < list.Count();) {
-        status = FreeFilePages(directory, list[i], transaction);
-        if (status == kOk) ++i;
-        if (status != kNotPlain) continue;
+    for (DirEntry* entry : entries) {
+        status = FreeFilePages(directory, entry, transaction);
         FileObject* file = nullptr;
-        status = OpenEntry(directory, list[i], &file);
-        if (status == kOk) status = PurgeOpened(file, status, transaction);
+        if (status == kNotPlain) {
+            status = OpenEntry(directory, entry, &file);
+            if (status == kOk) status = PurgeOpened(file, status, transaction);
+        }
+        if (status != kOk) return status;
     }
-    return status;
+    return kOk;
 }
 
 Status DeleteWithFiles(ParentOperation* operation) {
