@@ -161,10 +161,14 @@ TEST_F(Opening, ASoundStoreChecksClean) {
     uintmax_t size = 0;
     for (size_t i = 0; i < 400; ++i) {
         const WString name(i % 40 + 1, 'v');
-        EXPECT_EQ(store.Set(store.Make(WTEXT("k:ey")), name, Bytes(i * 997 % 9000)), FSSTATUS_SUCCESS);
-        if (i % 40 == 7) EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("k:ey"), store.handle), FSSTATUS_SUCCESS);
-        if (i % 10 == 3)
+        const Bytes data(i * 997 % 9000);
+        EXPECT_EQ(store.Set(store.Make(WTEXT("k:ey")), name, data), FSSTATUS_SUCCESS);
+        if (i % 40 == 7) {
+            EXPECT_EQ(FBR_DeleteDirNamedEx(WTEXT("k:ey"), store.handle), FSSTATUS_SUCCESS);
+        }
+        if (i % 10 == 3) {
             EXPECT_EQ(FBR_CheckFileEx(path.c_str(), CountFindings), FSSTATUS_SUCCESS);
+        }
         if (i == 200) size = support::ReadBytes(path).size();
     }
     EXPECT_EQ(g_findings, 0);
