@@ -270,6 +270,20 @@ uint32_t FileLock::Depth() const {
     return slot_ != nullptr && slot_->holder == this ? slot_->depth : 0;
 }
 
+void FileLock::BeforeLook(void (*settle)(void* what), void* what) {
+    settle_ = settle;
+    settled_ = what;
+}
+
+void FileLock::SettleForLook() const {
+    const FileLock* holder = nullptr;
+    {
+        const Guarded guard(Guard());
+        if (slot_ != nullptr && slot_->owner == &t_held) holder = slot_->holder;
+    }
+    if (holder != nullptr && holder->settle_ != nullptr) holder->settle_(holder->settled_);
+}
+
 uint64_t FileLock::Turn() const {
     return slot_ != nullptr ? slot_->turn.load() : 0;
 }

@@ -52,6 +52,10 @@ class FileLock : public HeapObject {
     // waits for other processes counts as its holder already.
     uint64_t Turn() const;
 
+    // What the holder does before another opening of his thread, told OwnWait, looks at the file.
+    void BeforeLook(void (*settle)(void* what), void* what);
+    void SettleForLook() const;
+
   private:
     struct Slot;  // what the openings of one file in this process share
     friend struct HeldLocks;
@@ -63,6 +67,8 @@ class FileLock : public HeapObject {
 
     PageFile* file_;
     Handle mutex_;
+    void (*settle_)(void* what) = nullptr;
+    void* settled_ = nullptr;
     Slot* slot_ = nullptr;  // set by Join, before other threads come
 };
 

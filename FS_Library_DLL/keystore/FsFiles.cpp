@@ -6,6 +6,7 @@
 #include "FS_Library_DLL/keystore/FsNames.h"
 #include "FS_Library_DLL/keystore/FsOperation.h"
 #include "FS_Library_DLL/keystore/FsTrace.h"
+#include "storage/namespace/Objects.h"
 
 using storage::FileHandle;
 using storage::Status;
@@ -92,17 +93,15 @@ Status CreateValue(int64_t key, const WChar* name, FileHandle** file, FsStoreCon
     return code;
 }
 
-Status PutPlain(const FsText& path, WStringView aside, const storage::FileContent& content,
-                FsStoreContext* context) {
+// The directory of an open key, if the short way is open to it; null otherwise.
+storage::FileObject* PlainDirectory(FsHandleEntry* entry, FsStoreContext* context)
+    ZRFS_REQUIRES(context->lock) {
     storage::StorageContext* container = context->container;
     container->containerLock.AssertHeld();  // by the frame
-    bool hasAside = false;
-    FsText marked;
-    Status code = storage::PutFileAt(container, path.Text(), content, aside, &hasAside);
-    if (code == storage::kOk && hasAside) return DropLeftAside(path, &marked, context);
-    if (code != storage::kExists) return code;
-    if (!FS_CollisionPath(path.View(), &marked)) return storage::kInternal;
-    return storage::PutFileAt(container, marked.Text(), content, {}, &hasAside);
+    storage::EvictIdleObjects(container);
+    return entry->path == nullptr
+               ? nullptr
+               : storage::FindLoadedDirectory(container, entry->path, &entry->hint);
 }
 
 // The path under which an existing value of this plain path is kept. The engine's code when there
@@ -274,18 +273,24 @@ FBR_STATUS FS_CloseFileEx(FileHandle* file, FsStoreContext* context) {
 Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& content,
                  FsStoreContext* context) {
     FsText escaped;
-    FsText aside;
+    FsText marked;
     WStringView stored;
-    if (!FS_EscapeName(OrDefault(name), FsNameSet::Value, &escaped, &stored))
+    if (!FS_EscapeName(OrDefault(name), FsNameSet::Value, &escaped, &stored) ||
+        !FS_CollisionPath(stored, &marked))
         return storage::kInternal;
     const FsGuard guard(context->lock);
+    FsHandleEntry* entry = context->handles.FindKey(key);
+    if (entry == nullptr) return storage::kInternal;
+    storage::FileObject* directory = PlainDirectory(entry, context);
+    if (directory == nullptr) return storage::kNotPlain;
+    bool hasAside = false;
+    Status code = storage::PutFile(directory, stored, content, marked.View(), &hasAside);
+    if (code == storage::kExists)
+        return storage::PutFile(directory, marked.View(), content, {}, &hasAside);
+    if (code != storage::kOk || !hasAside) return code;
     FsText path;
-    const Status code = ValuePath(key, stored, context, &path);
-    if (code != storage::kOk) return code;
-    const size_t cut = path.View().rfind('\\') + 1;  // npos wraps to 0
-    if (!aside.Assign(kCollisionMarker) || !aside.Append(path.View().substr(cut)))
-        return storage::kInternal;
-    return PutPlain(path, aside.View(), content, context);
+    code = ValuePath(key, stored, context, &path);
+    return code == storage::kOk ? DropLeftAside(path, &marked, context) : code;
 }
 
 FBR_STATUS FS_DeleteFileNamedEx(int64_t key, const WChar* name, FsStoreContext* context) {

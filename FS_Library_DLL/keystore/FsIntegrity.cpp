@@ -78,6 +78,8 @@ FBR_STATUS FsCheckStore(FsStoreContext* context) {
     if (!FsHasOwnEngine() || !context->container->lock->IsMine())
         return FsCheckFile(path.text, nullptr, false);
     const std::lock_guard engine(context->container->containerLock);
+    context->container->containerLock.AssertHeld();
+    storage::SettleMap(context->container);
     return FsCheckFile(path.text, nullptr, true);
 }
 

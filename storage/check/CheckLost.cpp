@@ -139,6 +139,7 @@ bool MapIsWrong(const CheckRun* run, const uint8_t* map, const uint8_t* right, u
 }  // namespace
 
 Status FindLostPages(CheckRun* run) {
+    if (run->besideWriter || run->lock.IsBesideWriter()) return kOk;
     // Their links first, before any of them counts as freed.
     for (uint32_t page = kSuperblockNumber + 1; page < run->pages; ++page) {
         if (!IsLost(run, page)) continue;

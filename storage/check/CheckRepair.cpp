@@ -153,6 +153,7 @@ Status ReplayLog(CheckRun* run) {
 // deep.
 Status ReadPages(CheckRun* run) {
     StorageContext* context = run->context;
+    run->besideWriter = run->lock.IsBesideWriter();
     for (uint32_t page = 0; page < run->pages && !run->cancelled; ++page) {
         const bool isMap = context->IsMapPage(page);
         if (!isMap) run->slots[page] = LoadU16(run->map, (page & (context->MapGroup() - 1)) * 2);

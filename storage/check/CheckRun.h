@@ -31,6 +31,7 @@ struct CheckRun {
     bool deep = false;
     bool discardLog = false;
     bool callerHoldsLock = false;
+    bool besideWriter = false;  // who may have pages taken ahead
     bool hadLog = false;
     bool trailing = false;            // a part of a page at the end of the file
     CheckOverlay* overlay = nullptr;  // the context's file

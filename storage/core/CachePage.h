@@ -15,6 +15,7 @@ enum CachePageFlag : uint16_t {
     kPageNew = 16,           // allocated in the current transaction
     kPageFreed = 32,         // freed in the current transaction
     kPageChanged = 64,       // changed since the last commit; set together with kPageDirty
+    kPageSpare = 256,        // came from the spare pages: the map has it as taken
     kPageOnLru = 128,        // unpinned and as on disk: its buffer may go
 };
 

@@ -25,6 +25,7 @@
 #include "storage/core/HashTable.h"
 #include "storage/core/ItemList.h"
 #include "storage/core/List.h"
+#include "storage/core/SparePages.h"
 #include "storage/core/Status.h"
 #include "storage/core/Transaction.h"
 
@@ -148,6 +149,8 @@ struct StorageContext {
     uint32_t mapPagesKnown ZRFS_GUARDED_BY(containerLock) = 0;
     NumberList freeCounts ZRFS_GUARDED_BY(containerLock);  // one a map page
     PointerList<CachePage> dirtyMapPages ZRFS_GUARDED_BY(containerLock);
+
+    SparePages spare ZRFS_GUARDED_BY(containerLock);
 
     // Transactions.
     List<StorageTransaction, &StorageTransaction::prev, &StorageTransaction::next> transactions

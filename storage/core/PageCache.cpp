@@ -217,20 +217,40 @@ Status MarkPageTouched(StorageContext* context, CachePage* page) {
     return kOk;
 }
 
+namespace {
+
+Status TakePageNumber(StorageContext* context, uint16_t kind, CachePage* page, uint32_t before) {
+    if (TakeSparePage(context, kind, before, &page->number)) {
+        std::memset(page->buffer, 0, context->pageSize);
+        page->flags |= kPageSpare;
+        return kOk;
+    }
+    const Status status = AllocatePageNumber(context, kind, &page->number, page->buffer);
+    if (status != kFull || context->spare.Count() == 0) return status;
+    const Status freed = GiveBackSparePages(context);
+    if (freed != kOk) return freed;
+    return AllocatePageNumber(context, kind, &page->number, page->buffer);
+}
+
+}  // namespace
+
 Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** out,
-                    StorageTransaction* transaction) {
+                    StorageTransaction* transaction, uint32_t before) {
     *out = nullptr;
     if (!context->MayChange()) return kReadOnly;
     ++context->changes;
     CachePage* page = AllocateDescriptor(context);
     if (page == nullptr) return kNoMemory;
     Status status = AttachBuffer(context, page);
-    if (status == kOk) status = AllocatePageNumber(context, kind, &page->number, page->buffer);
+    if (status == kOk) status = TakePageNumber(context, kind, page, before);
     if (status == kOk && context->pageTable.Find(page->number) != nullptr) {
         // The map called a page free that somebody uses.
         status = Corrupt(context);
     } else if (status == kOk && !context->pageTable.Insert(page)) {
-        SetPageKind(context, page->number, kFreePage, false);
+        if ((page->flags & kPageSpare) != 0)
+            ReturnSparePage(context, kind, page->number);
+        else
+            SetPageKind(context, page->number, kFreePage, false);
         status = kNoMemory;
     }
     if (status != kOk) {
@@ -368,6 +388,7 @@ void DestroyCache(StorageContext* context) {
     context->cachedPages = 0;
     context->dirtyMapPages.Reset();
     context->freeCounts.Reset();
+    context->spare.Clear();
 }
 
 void DiscardPage(StorageContext* context, CachePage* page) {

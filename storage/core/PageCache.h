@@ -28,9 +28,10 @@ Status MarkPageChanged(StorageContext* context, CachePage* page);
 Status MarkPageTouched(StorageContext* context, CachePage* page);
 
 // A free page, or a new one at the end of the file, pinned, zeroed but for kind and number, and
-// on the transaction's list. Pages freed since the last commit are not among them.
+// on the transaction's list; where that costs nothing, one just before the page `before`. Pages
+// freed since the last commit are not among them.
 Status AllocatePage(StorageContext* context, uint16_t kind, CachePage** page,
-                    StorageTransaction* transaction);
+                    StorageTransaction* transaction, uint32_t before = 0);
 // Marks a page freed and gives up the caller's pin; its map slot changes at the end of the commit,
 // and until then it is as on disk for whoever reads the file. kSharing when somebody else has it
 // pinned.

@@ -131,21 +131,77 @@ void CountChange(StorageContext* context, uint32_t number, bool wasFree, bool is
 
 }  // namespace
 
+namespace {
+
+Status SetSlot(StorageContext* context, CachePage* page, uint32_t number, uint16_t kind,
+               bool force) {
+    const uint32_t slot = 2 * (number & (context->MapGroup() - 1));
+    const uint16_t old = LoadU16(page->buffer, slot);
+    if (old == kind && !force) return kOk;
+    const Status status = NoteDirtyMapPage(context, page);
+    if (status != kOk) return status;
+    Store<uint16_t>(page->buffer, slot, kind);
+    if (slot != 0) CountChange(context, number, SlotIsFree(old), SlotIsFree(kind), force);
+    return kOk;
+}
+
+}  // namespace
+
+Status SetPageKinds(StorageContext* context, uint32_t first, uint32_t count, uint16_t kind) {
+    if (!context->MayChange()) return kReadOnly;
+    CachePage* page = nullptr;
+    Status status = GetMapPage(context, first, &page);
+    for (uint32_t i = 0; i < count && status == kOk; ++i)
+        status = SetSlot(context, page, first + i, kind, false);
+    ReleasePage(context, page);
+    return status;
+}
+
+bool AreFreePages(StorageContext* context, uint32_t first, uint32_t count) {
+    CachePage* page = nullptr;
+    if (GetMapPage(context, first, &page) != kOk) return false;
+    const uint32_t slot = first & (context->MapGroup() - 1);
+    bool free = true;
+    for (uint32_t i = 0; i < count && free; ++i)
+        free = SlotIsFree(LoadU16(page->buffer, 2 * (slot + i)));
+    ReleasePage(context, page);
+    return free;
+}
+
 Status SetPageKind(StorageContext* context, uint32_t number, uint16_t kind, bool force) {
     if (!context->MayChange()) return kReadOnly;
     CachePage* page = nullptr;
     Status status = GetMapPage(context, number, &page);
     if (status != kOk) return status;
-    const uint32_t slot = 2 * (number & (context->MapGroup() - 1));
-    const uint16_t old = LoadU16(page->buffer, slot);
-    if (old != kind || force) {
-        status = NoteDirtyMapPage(context, page);
-        if (status == kOk) {
-            Store<uint16_t>(page->buffer, slot, kind);
-            if (slot != 0) CountChange(context, number, SlotIsFree(old), SlotIsFree(kind), force);
-        }
-    }
+    status = SetSlot(context, page, number, kind, force);
     ReleasePage(context, page);
+    return status;
+}
+
+Status GetPageKind(StorageContext* context, uint32_t number, CachePage** map, uint16_t* kind) {
+    if (*map == nullptr || (*map)->number != (number & ~(context->MapGroup() - 1))) {
+        ReleasePage(context, *map);
+        const Status status = GetMapPage(context, number, map);
+        if (status != kOk) return status;
+    }
+    *kind = LoadU16((*map)->buffer, 2 * (number & (context->MapGroup() - 1)));
+    return kOk;
+}
+
+Status FreeInMap(StorageContext* context, NumberList& pages) {
+    if (!context->MayChange()) return kReadOnly;
+    CachePage* map = nullptr;
+    Status status = kOk;
+    for (const uint32_t number : pages) {
+        const uint32_t wanted = number & ~(context->MapGroup() - 1);
+        if (map == nullptr || map->number != wanted) {
+            ReleasePage(context, map);
+            status = GetMapPage(context, number, &map);
+        }
+        if (status == kOk) status = SetSlot(context, map, number, kFreePage, false);
+        if (status != kOk) break;
+    }
+    ReleasePage(context, map);
     return status;
 }
 
@@ -316,6 +372,12 @@ Status AllocatePageNumber(StorageContext* context, uint16_t kind, uint32_t* numb
     }
     return context->logInFile ? GrowWithinFile(context, kind, number)
                               : GrowFile(context, kind, number);
+}
+
+Status GrowAhead(StorageContext* context) {
+    if (context->knownPages == kUnknownPages || context->logInFile) return kFull;
+    uint32_t number = 0;
+    return GrowFile(context, kFreePage, &number);
 }
 
 Status FlushMapPages(StorageContext* context) {

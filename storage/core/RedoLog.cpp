@@ -40,6 +40,11 @@ Status RedoLog::Take(uint32_t count) {
     for (uint32_t i = 0; i < count && status == kOk; ++i) {
         uint32_t number = 0;
         status = AllocatePageNumber(context_, kDataPage, &number, scratch);
+        if (status == kFull && context_->spare.Count() != 0) {
+            status = GiveBackSparePages(context_);
+            if (status == kOk)
+                status = AllocatePageNumber(context_, kDataPage, &number, scratch);
+        }
         if (status == kOk) pages_.Add(number);
     }
     ReleaseBuffer(context_, scratch);

@@ -4,10 +4,12 @@
 #include <utility>
 
 #include "storage/core/Context.h"
+#include "storage/core/OneCall.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
 #include "storage/core/RedoLog.h"
+#include "storage/core/SparePages.h"
 #include "storage/core/SwitchMark.h"
 
 namespace storage {
@@ -44,12 +46,12 @@ void EndRecord(StorageContext* context, StorageTransaction* transaction) {
     if (writes) context->leaveWrite(context);
 }
 
-Status ReleaseListedPages(StorageContext* context, StorageTransaction* transaction) {
-    Status status = kOk;
-    for (uint32_t i = 0; i < transaction->releasePages.Count() && status == kOk; ++i)
-        status = SetPageKind(context, transaction->releasePages[i], kFreePage, false);
-    transaction->releasePages.Clear();
-    return status;
+// Somebody may have looked at one of them since it was freed.
+void DropListedPages(StorageContext* context, StorageTransaction* transaction) {
+    for (const uint32_t number : transaction->releasePages) {
+        CachePage* page = context->pageTable.Find(number);
+        if (page != nullptr && page->pinCount == 0) DiscardPage(context, page);
+    }
 }
 
 // Gets all that the map needs before the first page is written, so that what is freed at the end
@@ -76,6 +78,8 @@ Status EnterInMap(StorageContext* context, StorageTransaction* transaction, uint
                   uint16_t wanted) {
     for (CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
         if ((page->flags & mask) != wanted) continue;
+        // The map has it already.
+        if ((page->flags & (kPageSpare | kPageFreed)) == kPageSpare) continue;
         const Status status = SetPageKind(context, page->number, page->mapKind, false);
         if (status != kOk) return status;
     }
@@ -89,13 +93,18 @@ bool ChangesFile(const StorageContext* context, const StorageTransaction* transa
     return false;
 }
 
+Status MarkNew(StorageContext* context, StorageTransaction* transaction) {
+    Status status = EnterInMap(context, transaction, kPageNew, kPageNew);
+    if (status != kOk) return status;
+    MarkRunsAhead(context, transaction);
+    status = FlushMapPages(context);
+    EndRunsAhead(context, status == kOk);
+    return status;
+}
+
 // What is new: nothing refers to it yet.
 Status WriteNew(StorageContext* context, StorageTransaction* transaction) {
-    Status status = EnterInMap(context, transaction, kPageNew, kPageNew);
-    if (status == kOk) status = FlushMapPages(context);
-    if (status == kOk)
-        status = WriteTransactionPages(context, transaction, kPageNew | kPageFreed, kPageNew);
-    return status;
+    return WriteTransactionPages(context, transaction, kPageNew | kPageFreed, kPageNew);
 }
 
 constexpr uint16_t kSwitchMask = kPageNew | kPageFreed | kPageVital;
@@ -107,13 +116,15 @@ struct SwitchCount {
     SwitchList list;  // the first of them
 };
 
-SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* transaction) {
+SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* transaction,
+                          bool withNew) {
     SwitchCount count;
     for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
-        if ((page->flags & (kPageNew | kPageFreed | kPageDirty)) != kPageDirty ||
-            page->buffer == nullptr)
+        const bool isNew = (page->flags & kPageNew) != 0;
+        if ((page->flags & (kPageFreed | kPageDirty)) != kPageDirty || page->buffer == nullptr ||
+            (isNew && !withNew))
             continue;
-        if ((page->flags & kPageVital) != 0) ++count.vital;
+        if (!isNew && (page->flags & kPageVital) != 0) ++count.vital;
         if (++count.all > kMostSwitched || !HasSwitchList(context)) continue;
         count.list.pages[count.list.count++] = {page->number,
                                                 DigestPage(page->buffer, context->pageSize)};
@@ -124,17 +135,19 @@ SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* tra
 // Page 1 tells of the pages before they are written; they say themselves when they are there. What
 // goes wrong is put right by EndChange.
 Status WriteListed(StorageContext* context, StorageTransaction* transaction, const SwitchList& list,
-                   bool* final) {
+                   const OneCall& call, bool* final) {
     Superblock* super = context->Super();
     if (super->transactionCounter == context->seenCounter) ++super->transactionCounter;
     const bool hadChange = std::exchange(context->changing, true);
     super->changing = 0;
     PutSwitchList(context, list);
     Status status = WritePage(context, context->superblock, kSuperblockNumber);
-    if (status == kOk)
-        status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
-    else
+    if (status != kOk)
         super->changing = hadChange ? 1 : 0;
+    else if (call.count != 0)
+        status = WriteOneCall(context, call);
+    else
+        status = WriteTransactionPages(context, transaction, kSwitchMask, kPageVital);
     *final = status == kOk;
     if (status == kOk) status = WriteTransactionPages(context, transaction, kSwitchMask, 0);
     if (status != kOk) return *final ? Status{kOk} : status;
@@ -171,18 +184,26 @@ Status WriteLogged(StorageContext* context, StorageTransaction* transaction, uin
 }
 
 // What refers to the new. *final tells that the change stands whatever the status.
-Status WriteSwitch(StorageContext* context, StorageTransaction* transaction, bool* final) {
-    const SwitchCount count = CountSwitched(context, transaction);
+Status WriteSwitch(StorageContext* context, StorageTransaction* transaction, const OneCall& call,
+                   bool* final) {
+    const SwitchCount count = CountSwitched(context, transaction, call.count != 0);
     if (count.vital > 1) return WriteLogged(context, transaction, count.vital, final);
     if (HasSwitchList(context) && count.all <= kMostSwitched)
-        return WriteListed(context, transaction, count.list, final);
+        return WriteListed(context, transaction, count.list, call, final);
     return WriteOne(context, transaction, final);
 }
 
 // What was given up. That it cannot be freed now loses room and no more.
 void WriteFreed(StorageContext* context, StorageTransaction* transaction) {
+    DropListedPages(context, transaction);
+    if (KeepFreedPages(context, transaction)) {
+        FlushMapPages(context);
+        return;
+    }
     Status status = EnterInMap(context, transaction, kPageFreed, kPageFreed);
-    if (status == kOk) status = ReleaseListedPages(context, transaction);
+    if (status == kOk) status = FreeInMap(context, transaction->releasePages);
+    transaction->releasePages.Clear();
+    if (status == kOk) status = GiveBackSparePages(context);
     if (status == kOk) FlushMapPages(context);
 }
 
@@ -190,7 +211,8 @@ void WriteFreed(StorageContext* context, StorageTransaction* transaction) {
 void LetPagesGo(StorageContext* context, StorageTransaction* transaction) {
     while (CachePage* page = transaction->pages.head) {
         LeavePage(transaction, page);
-        page->flags &= static_cast<uint16_t>(~(kPageNew | kPageFreed | kPageVital | kPageChanged));
+        page->flags &= static_cast<uint16_t>(~(kPageNew | kPageFreed | kPageVital | kPageChanged |
+                                              kPageSpare));
         if (page->buffer != nullptr && !context->IsMapPage(page->number))
             HeaderOf(page->buffer)->pendingKind = 0;
         ReleasePage(context, page, false);
@@ -211,9 +233,12 @@ Status WriteChanges(StorageContext* context, StorageTransaction* transaction) {
     }
     bool final = false;
     context->mapMarked = true;
-    status = WriteNew(context, transaction);
+    status = MarkNew(context, transaction);
+    OneCall call;
+    if (status == kOk) PlanOneCall(context, transaction, &call);
+    if (status == kOk && call.count == 0) status = WriteNew(context, transaction);
     if (status == kOk) {
-        status = WriteSwitch(context, transaction, &final);
+        status = WriteSwitch(context, transaction, call, &final);
         // What could not be written whole is read again before it is believed.
         context->stale = context->stale || status != kOk;
     }
@@ -224,6 +249,7 @@ Status WriteChanges(StorageContext* context, StorageTransaction* transaction) {
         return status;
     }
     context->mapMarked = false;
+    ++context->spare.changes;
     // With the log in force the rest comes with the next opening of the file, or reading it again.
     if (status != kOk) return kOk;
     WriteFreed(context, transaction);
@@ -322,8 +348,13 @@ void RollbackTransaction(StorageContext* context, StorageTransaction* transactio
         LeavePage(transaction, page);
         const uint32_t number = page->number;
         const bool made = (page->flags & kPageNew) != 0;
+        const bool spare = made && (page->flags & (kPageSpare | kPageFreed)) == kPageSpare;
+        const uint16_t kind = page->mapKind;
         DiscardPage(context, page);
-        if (made) SetPageKind(context, number, kFreePage, false);
+        if (spare)
+            ReturnSparePage(context, kind, number);
+        else if (made)
+            SetPageKind(context, number, kFreePage, false);
     }
     transaction->releasePages.Clear();
     if (!context->changing && !context->mapMarked && context->writers <= 1)
@@ -374,6 +405,24 @@ void LeavePage(StorageTransaction* transaction, CachePage* page) {
     page->flags &= static_cast<uint16_t>(~kPageInTransaction);
 }
 
+Status FreePageNumber(StorageTransaction* transaction, uint32_t number) {
+    StorageContext* context = transaction->context;
+    CachePage* page = context->pageTable.Find(number);
+    if (page != nullptr && (page->pinCount != 0 || (page->flags & kPageInTransaction) != 0)) {
+        const Status status = GetPage(context, number, &page, false, transaction);
+        if (status != kOk) return status;
+        if ((page->flags & kPageFreed) == 0) return FreePage(context, page);
+        ReleasePage(context, page);
+        return Corrupt(context);
+    }
+    if (!context->MayChange()) return kReadOnly;
+    if (transaction->releasePages.Count() >= context->totalPages) return Corrupt(context);
+    if (!transaction->releasePages.Add(number)) return kNoMemory;
+    ++context->changes;
+    if (page != nullptr) DiscardPage(context, page);
+    return kOk;
+}
+
 void DestroyTransactions(StorageContext* context) {
     while (StorageTransaction* transaction = context->transactions.head) {
         context->transactions.Remove(transaction);
@@ -395,7 +444,7 @@ Status CheckAutoCompact(StorageContext* context) {
         if (status != kOk) return status;
     }
     // In 32 bits, wrapping for very large containers; meant so.
-    if (context->freeCount * 100 <= context->knownPages * context->autoCompactPercent) return kOk;
+    if ((context->freeCount + context->spare.Count()) * 100 <= context->knownPages * context->autoCompactPercent) return kOk;
     return context->compact(context, nullptr);
 }
 

@@ -48,7 +48,8 @@ struct ObjectHooks {
 Status BeginTransaction(StorageContext* context, StorageTransaction** transaction,
                         TransactionMode mode);
 // Makes the changes final and ends the transaction, which must not be used afterwards. The file is
-// whole after each write on the way: pages that are new are marked in the map and written first;
+// whole after each write on the way: pages that are new are marked in the map and written first, or
+// in one call with what refers to them (storage/core/OneCall.h);
 // then what refers to them is switched, by one page write or, where several pages changed, by the
 // redo log; what was given up is freed last. When it fails everything is as it was before. What
 // goes wrong behind the switch is no failure: pages that could not be freed are lost, and a log
@@ -76,6 +77,9 @@ Status EndChange(StorageContext* context);
 // Adds a page to the transaction's list. kSharing when another transaction has it.
 Status JoinPage(StorageTransaction* transaction, CachePage* page);
 void LeavePage(StorageTransaction* transaction, CachePage* page);
+// Frees a page that nobody has pinned, without reading it. kCorrupt when more pages are freed than
+// there are: one is freed again and again.
+Status FreePageNumber(StorageTransaction* transaction, uint32_t number);
 
 // Frees every transaction record, running or pooled; for the end of a context.
 void DestroyTransactions(StorageContext* context);

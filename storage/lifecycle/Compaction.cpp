@@ -5,6 +5,7 @@
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
+#include "storage/core/SparePages.h"
 #include "storage/lifecycle/PageReference.h"
 #include "storage/namespace/Objects.h"
 
@@ -262,6 +263,7 @@ Status CompactPages(StorageContext* context, uint8_t* done, void* userData,
     if (done != nullptr) *done = 255;
     // No commit of a batch compacts.
     context->compacting = true;
+    GiveBackSparePages(context);
     Status status = RunOnce(context, userData, progress);
     if (status == kCorrupt) {
         status = FreeLostPages(context);

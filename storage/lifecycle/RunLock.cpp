@@ -27,7 +27,12 @@ Status RunLock::Take(const WChar* path, bool onlyReads) {
                          result == platform::FileLock::Result::OwnerDied;
     context_->enteredTurn = context_->lock->Turn();
     const bool own = result == platform::FileLock::Result::OwnWait && onlyReads;
+    if (own) context_->lock->SettleForLook();
     return granted || own ? kOk : kSharing;
+}
+
+bool RunLock::IsBesideWriter() const {
+    return context_ != nullptr && context_->readOnly && context_->file->IsMarkedElsewhere();
 }
 
 Status LockContainerForRun(StorageContext* context) {

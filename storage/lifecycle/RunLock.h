@@ -21,6 +21,9 @@ class RunLock {
     // under a lock that the calling thread has through another opening.
     Status Take(const WChar* path, bool onlyReads);
 
+    // Is somebody at work on the file whom this lock does not keep off?
+    bool IsBesideWriter() const;
+
   private:
     StorageContext* context_ = nullptr;
 };

@@ -190,13 +190,25 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
     return status;
 }
 
+}  // namespace
+
+void SettleMap(StorageContext* context) {
+    if (!context->active || context->readOnly || context->stale || !context->transactions.Empty())
+        return;
+    GiveBackSparePages(context);
+    FlushMapPages(context);
+}
+
+namespace {
+
 // Before the lock is let go: nothing that is not in the file may stay to be written later.
 void SettleBeforeRelease(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (!context->active || context->readOnly) return;
     for (StorageTransaction* t = context->transactions.head; t != nullptr; t = t->next)
         if (t->writes && t->pageCount != 0) t->failure = kSharing;
     // What the map has too many or too few pages of needs no new state of the file.
-    if (context->transactions.Empty() && !context->stale) FlushMapPages(context);
+    SettleMap(context);
+    context->spare.changes = 0;
     EndChange(context);
     if (context->wroteSinceLock) PublishGeneration(context);
     if (context->grewSinceFlush && context->file != nullptr) context->file->Flush();
@@ -210,11 +222,23 @@ bool Granted(platform::FileLock::Result result) {
 
 }  // namespace
 
+namespace {
+
+void SettleForLook(void* container) {
+    auto* context = static_cast<StorageContext*>(container);
+    const platform::MutexGuard guard(context->containerLock);
+    SettleMap(context);
+}
+
+}  // namespace
+
 Status AttachLock(StorageContext* context) {
     const Status status = OpenMutex(context);
     if (status != kOk) return status;
     context->lock = new platform::FileLock(context->file, context->lockMutex);
-    return context->lock != nullptr && context->lock->Join() ? kOk : kNoMemory;
+    if (context->lock == nullptr || !context->lock->Join()) return kNoMemory;
+    context->lock->BeforeLook(SettleForLook, context);
+    return kOk;
 }
 
 void DetachLock(StorageContext* context) {
@@ -252,6 +276,7 @@ void RegainWriting(StorageContext* context) ZRFS_REQUIRES(context->containerLock
     }
     context->retiredFile = std::exchange(context->file, file);
     context->retiredLock = std::exchange(context->lock, lock);
+    lock->BeforeLook(SettleForLook, context);
     context->readOnly = context->writingDenied = false;
     context->stale = true;
 }

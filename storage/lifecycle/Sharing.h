@@ -41,6 +41,9 @@ Status MakeUsable(StorageContext* context) ZRFS_REQUIRES(context->containerLock)
 Status BeginRead(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 Status EndRead(StorageContext* context, Status result) ZRFS_REQUIRES(context->containerLock);
 
+// By the owner of the lock: the map of the file has nothing as taken that is not used.
+void SettleMap(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
+
 // The lock's part of an opened file: made with it, gone with it. kNoMemory, kInternal.
 Status AttachLock(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 void DetachLock(StorageContext* context) ZRFS_REQUIRES(context->containerLock);

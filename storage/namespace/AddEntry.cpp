@@ -12,15 +12,6 @@ namespace storage {
 
 namespace {
 
-// The id reaches the disk with page 1, which a commit writes before anything that bears it. After a
-// roll back it is skipped: no id is handed out twice.
-Status NewFileId(StorageContext* context, uint32_t* id) {
-    Superblock* superblock = context->Super();
-    if (superblock->lastFileId == UINT32_MAX) return kFull;
-    *id = ++superblock->lastFileId;
-    return kOk;
-}
-
 void FillHeaderPage(CachePage* page, uint32_t fileId, uint32_t parentId, uint32_t entryPage) {
     HeaderPageHeader* header = HeaderPageOf(page->buffer);
     header->prevPage = entryPage;
@@ -40,7 +31,7 @@ Status MakeHeaderPage(FileObject* directory, uint32_t fileId, uint32_t entryPage
                       StorageTransaction* transaction) {
     StorageContext* context = directory->context;
     CachePage* page = nullptr;
-    const Status status = AllocatePage(context, kHeaderPage, &page, transaction);
+    const Status status = AllocatePage(context, kHeaderPage, &page, transaction, entryPage);
     if (status != kOk) return status;
     FillHeaderPage(page, fileId, directory->fileId, entryPage);
     *number = page->number;
@@ -145,6 +136,15 @@ Status RepointObject(FileObject* object, uint32_t parentId, uint32_t entryPage, 
 }
 
 }  // namespace
+
+// The id reaches the disk with page 1, which a commit writes before anything that bears it. After a
+// roll back it is skipped: no id is handed out twice.
+Status NewFileId(StorageContext* context, uint32_t* id) {
+    Superblock* superblock = context->Super();
+    if (superblock->lastFileId == UINT32_MAX) return kFull;
+    *id = ++superblock->lastFileId;
+    return kOk;
+}
 
 Status AddDirEntry(FileObject* directory, const NewEntry& wanted, FileObject** out, bool* created,
                    StorageTransaction* transaction) {

@@ -20,5 +20,7 @@ Status AddDirEntry(FileObject* directory, const NewEntry& wanted, FileObject** o
 // entry.
 Status AddMovedEntry(FileObject* directory, const NewEntry& wanted, FileObject* object,
                      DirectoryEntry carried, StorageTransaction* transaction);
+// The id of a new object. kFull.
+Status NewFileId(StorageContext* context, uint32_t* id);
 
 }  // namespace storage

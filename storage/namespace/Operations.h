@@ -24,13 +24,15 @@ struct FileContent {
     const void* data;
     uint32_t bytes;
 };
-inline constexpr uint32_t kMostPutBytes = 1056;
-// Makes the file at `path`, or overwrites the one that is there, in one step. kExists when a
-// directory has the name. kNotPlain, and nothing is done, for what is no plain file in one page
-// with nobody at it: it takes a handle. *hasAside tells whether the directory has an entry of the
-// name `aside`, too, unless that is empty. Inside a batch.
-Status PutFileAt(StorageContext* context, const WChar* path, const FileContent& content,
-                 platform::WStringView aside, bool* hasAside) ZRFS_REQUIRES(context->containerLock);
+inline constexpr uint32_t kMostPutBytes = 1 << 20;
+// Makes the file `name` in a directory whose entries are loaded, or overwrites the one that is
+// there, in one step. kExists when a directory has the name. kNotPlain, and nothing is done, for
+// what is no plain file with nobody at it, and for what needs an index: it takes a handle. *hasAside
+// tells whether the directory has an entry of the name `aside`, too, unless that is empty; its first
+// unit is no letter. The directory is in no transaction. Inside a batch.
+Status PutFile(FileObject* directory, platform::WStringView name, const FileContent& content,
+               platform::WStringView aside, bool* hasAside)
+    ZRFS_REQUIRES(directory->context->containerLock);
 
 Status DeleteAt(StorageContext* context, const WChar* path) ZRFS_REQUIRES(context->containerLock);
 // Deletes a directory with the files in it. kNotPlain, and nothing is done, when there is anything

@@ -10,4 +10,9 @@ namespace storage {
 // caller rolls back.
 Status PurgeObject(FileObject* object, StorageTransaction* transaction);
 
+// Frees the pages of a chain from `first` on, with no more than a look at each. A page of another
+// kind or owner, or a chain that does not end, is corrupt.
+Status FreeChainUnread(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId,
+                       StorageTransaction* transaction) ZRFS_REQUIRES(context->containerLock);
+
 }  // namespace storage

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
 #include "storage/namespace/Directory.h"
@@ -13,6 +15,42 @@ namespace storage {
 
 namespace {
 
+// The page behind one of a chain.
+Status NextOfChain(StorageContext* context, uint32_t number, uint16_t kind, uint32_t fileId,
+                   uint32_t* next, StorageTransaction* transaction) {
+    PageHeader header;
+    const PageBytes found = ViewPage(context, number);
+    if (found.count >= sizeof header) {
+        std::memcpy(&header, found.bytes, sizeof header);
+        if (header.kind != kind || header.fileId != fileId) return Corrupt(context);
+        *next = header.nextPage;
+        return kOk;
+    }
+    CachePage* page = nullptr;
+    Status status = GetPageChecked(context, number, kind, &page, true, false, fileId, transaction);
+    if (status != kOk) return status;
+    *next = HeaderOf(page->buffer)->nextPage;
+    if ((page->flags & kPageFreed) != 0) status = Corrupt(context);  // the chain came back to it
+    ReleasePage(context, page);
+    return status;
+}
+
+}  // namespace
+
+Status FreeChainUnread(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId,
+                       StorageTransaction* transaction) {
+    uint32_t left = context->totalPages;
+    for (uint32_t number = first, next = 0; number != 0; number = next) {
+        if (left-- == 0) return Corrupt(context);
+        Status status = NextOfChain(context, number, kind, fileId, &next, transaction);
+        if (status == kOk) status = FreePageNumber(transaction, number);
+        if (status != kOk) return status;
+    }
+    return kOk;
+}
+
+namespace {
+
 // Frees what the records of one HeaderPage link to.
 Status FreeLinkedPages(StorageContext* context, CachePage* page, StorageTransaction* transaction) {
     Status status = kOk;
@@ -20,8 +58,9 @@ Status FreeLinkedPages(StorageContext* context, CachePage* page, StorageTransact
     while (status == kOk && NextRecord(context, page, &offset, &status)) {
         const RecordPlace place{page, offset};
         const uint16_t type = LoadU16(place.Bytes(), record::kType);
-        status = FreePageChain(context, place.Link(), static_cast<uint16_t>(type + kRecordKindBase),
-                               HeaderOf(page->buffer)->fileId, transaction);
+        status =
+            FreeChainUnread(context, place.Link(), static_cast<uint16_t>(type + kRecordKindBase),
+                            HeaderOf(page->buffer)->fileId, transaction);
     }
     return status;
 }
@@ -169,6 +208,86 @@ bool HoldsFilesAtRest(FileObject* directory) {
     return true;
 }
 
+// What the records of a file say of its pages, where it has one HeaderPage and nothing but a
+// stream.
+struct FilePages {
+    uint32_t stream = 0;
+    uint32_t index = 0;
+};
+
+bool FindFilePages(StorageContext* context, const DirEntry* entry, FilePages* pages) {
+    const PageBytes found = ViewPage(context, entry->headerPage, true);
+    HeaderPageHeader header;
+    if (found.count < sizeof header) return false;
+    const uint8_t* const page = found.bytes;
+    std::memcpy(&header, page, sizeof header);
+    if (header.kind != kHeaderPage || header.fileId != entry->fileId || header.nextPage != 0 ||
+        header.endOffset > found.count)
+        return false;
+    for (uint32_t at = kRecordsStart; at < header.endOffset;) {
+        if (at + kRecordHeaderSize > header.endOffset) return false;
+        const uint16_t type = LoadU16(page, at + record::kType);
+        const uint32_t size = LoadU16(page, at + record::kSize);
+        const uint32_t link = LoadU32(page, at + record::kLink);
+        if (size < kRecordHeaderSize || at + size > header.endOffset) return false;
+        uint32_t* const place = type == kDataRecord       ? &pages->stream
+                                : type == kPageListRecord ? &pages->index
+                                                          : nullptr;
+        if (place != nullptr ? *place != 0 : type != kFileInfoRecord || link != 0) return false;
+        if (place != nullptr) *place = link;
+        at += size;
+    }
+    return true;
+}
+
+// Frees the pages of a file that nobody has; its entry goes with the directory. kNotPlain, and
+// nothing is done, where there is more to it.
+Status FreeFilePages(FileObject* directory, DirEntry* entry, StorageTransaction* transaction) {
+    StorageContext* context = directory->context;
+    const FileObject* object = entry->object;
+    if (object == nullptr ? context->objects->fileObjects.Find(entry->fileId) != nullptr
+                          : object->transaction != nullptr || object->references != 0)
+        return kNotPlain;
+    FilePages pages;
+    if (!FindFilePages(context, entry, &pages)) return kNotPlain;
+    Status status = FreePageNumber(transaction, entry->headerPage);
+    if (status == kOk)
+        status = FreeChainUnread(context, pages.stream, kDataPage, entry->fileId, transaction);
+    if (status == kOk)
+        status = FreeChainUnread(context, pages.index, kPageListPage, entry->fileId, transaction);
+    if (status == kOk && entry->nameLength > kEntryNameUnits) {
+        DirectoryEntry bytes{};
+        status = ReadDirEntry(directory, entry, &bytes, nullptr, transaction);
+        if (status == kOk)
+            status =
+                FreeChainUnread(context, bytes.namePage, kNamePage, entry->fileId, transaction);
+    }
+    if (status == kOk && entry->object != nullptr) DestroyObject(entry->object);
+    return status;
+}
+
+// In the order in which they lie in the file, so that one reading brings many.
+Status FreeFiles(FileObject* directory, StorageTransaction* transaction) {
+    const EntryList& list = directory->children;
+    PointerList<DirEntry> entries;
+    if (!entries.Reserve(list.Count())) return kNoMemory;
+    for (uint32_t i = 0; i < list.Count(); ++i) entries.Add(list[i]);
+    std::sort(entries.begin(), entries.end(), [](const DirEntry* a, const DirEntry* b) {
+        return a->headerPage < b->headerPage;
+    });
+    Status status = kOk;
+    for (DirEntry* entry : entries) {
+        status = FreeFilePages(directory, entry, transaction);
+        FileObject* file = nullptr;
+        if (status == kNotPlain) {
+            status = OpenEntry(directory, entry, &file);
+            if (status == kOk) status = PurgeOpened(file, status, transaction);
+        }
+        if (status != kOk) return status;
+    }
+    return kOk;
+}
+
 Status DeleteWithFiles(ParentOperation* operation) {
     StorageTransaction* transaction = operation->transaction;
     FileObject* child = nullptr;
@@ -178,7 +297,12 @@ Status DeleteWithFiles(ParentOperation* operation) {
     const bool plain = (child->entry->attributes & kAttrDirectory) != 0 && child->references == 1;
     status = plain ? LoadDirectory(child, transaction) : Status{kNotPlain};
     if (status == kOk && !HoldsFilesAtRest(child)) status = kNotPlain;
-    return PurgeOpened(child, status, transaction);
+    if (status == kOk) status = JoinTransaction(transaction, child);
+    if (status == kOk) status = FreeFiles(child, transaction);
+    if (status == kOk) status = FinishPurge(child, transaction);
+    --child->references;
+    SettleObject(child);
+    return status;
 }
 
 }  // namespace

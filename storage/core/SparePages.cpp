@@ -1,0 +1,187 @@
+#include "storage/core/SparePages.h"
+
+#include "storage/core/PageCache.h"
+#include "storage/core/PageMap.h"
+
+namespace storage {
+
+namespace {
+
+constexpr uint32_t kBlockBytes = 4096;  // what one call writes as fast as a single page
+constexpr uint32_t kRuns = 4;           // taken at once
+constexpr uint32_t kEnough = 64;
+
+// Pages of a run; none where a block has no room for more than one.
+uint32_t RunLength(const StorageContext* context) {
+    return context->pageSize <= kBlockBytes / 2 ? kBlockBytes / context->pageSize : 0;
+}
+
+bool MayKeep(const StorageContext* context) {
+    return !context->logInFile && !context->byteSwapped && !context->compacting &&
+           !context->readOnly;
+}
+
+// The next run that is free, from where the last search ended; 0 for none. It does not go far.
+uint32_t FindRun(StorageContext* context, uint32_t length) {
+    SparePages* spare = &context->spare;
+    if (context->knownPages == kUnknownPages || context->freeCount < length) return 0;
+    uint32_t at = spare->searched > context->firstFree ? spare->searched : context->firstFree;
+    const uint32_t shift = context->basePage % length;  // runs are even in the file
+    at = (at + shift + length - 1) / length * length - shift;
+    for (uint32_t tries = 0; tries < 64; ++tries, at += length) {
+        spare->searched = at;
+        if (at < 3 || context->IsMapPage(at)) continue;
+        if (uint64_t{at} + length > context->knownPages) return 0;
+        if ((at & ~(context->MapGroup() - 1)) != ((at + length - 1) & ~(context->MapGroup() - 1)))
+            continue;
+        if (!AreFreePages(context, at, length)) continue;
+        spare->searched = at + length;
+        return at;
+    }
+    return 0;
+}
+
+Status MarkRun(StorageContext* context, uint32_t first, uint32_t length, bool taken) {
+    const uint16_t kinds[2] = {taken ? kHeaderPage : kFreePage, taken ? kEntryPage : kFreePage};
+    const Status status = SetPageKinds(context, first, length - 1, kinds[0]);
+    return status == kOk ? SetPageKinds(context, first + length - 1, 1, kinds[1]) : status;
+}
+
+bool TakesForNames(const StorageTransaction* transaction) {
+    for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
+        if ((page->flags & kPageNew) != 0 &&
+            (page->mapKind == kHeaderPage || page->mapKind == kEntryPage))
+            return true;
+    return false;
+}
+
+}  // namespace
+
+NumberList* SparePages::OfKind(uint16_t kind) {
+    switch (kind) {
+        case kHeaderPage:
+            return &headers;
+        case kEntryPage:
+            return &entries;
+        case kDataPage:
+            return &data;
+        default:
+            return nullptr;
+    }
+}
+
+void SparePages::Clear() {
+    headers.Clear();
+    entries.Clear();
+    data.Clear();
+    runs.Clear();
+    searched = changes = 0;
+}
+
+bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint32_t* number) {
+    NumberList* list = context->spare.OfKind(kind);
+    if (list == nullptr || list->Empty()) return false;
+    // Streams lie best in the order in which they are read.
+    uint32_t best = kind == kDataPage ? 0 : list->Count() - 1;
+    if (before != 0) {
+        const uint32_t length = RunLength(context);
+        uint32_t nearest = 0;
+        // Who has no run of his own takes from the one that will be used last.
+        best = 0;
+        for (uint32_t i = list->Count(), looks = 0; i-- > 0 && looks < kEnough; ++looks) {
+            const uint32_t page = (*list)[i];
+            const bool near = page < before && page + length > before;
+            if (!near && nearest != 0) break;
+            if (!near || page < nearest) continue;
+            nearest = page;
+            best = i;
+            if (page + 1 == before) break;
+        }
+    }
+    *number = (*list)[best];
+    list->RemoveAt(best);
+    return true;
+}
+
+void ReturnSparePage(StorageContext* context, uint16_t kind, uint32_t number) {
+    NumberList* list = context->spare.OfKind(kind);
+    if (list == nullptr || !list->Add(number)) SetPageKind(context, number, kFreePage, false);
+}
+
+void MarkRunsAhead(StorageContext* context, const StorageTransaction* transaction) {
+    SparePages* spare = &context->spare;
+    const uint32_t length = RunLength(context);
+    const bool wanted = spare->headers.Empty() || spare->entries.Empty();
+    if (!wanted || length == 0 || spare->changes == 0 || context->implicitLock ||
+        spare->Count() > kEnough || !MayKeep(context) || !TakesForNames(transaction) ||
+        !spare->headers.Reserve(spare->headers.Count() + kRuns * length) ||
+        !spare->entries.Reserve(spare->entries.Count() + kRuns) || !spare->runs.Reserve(kRuns))
+        return;
+    for (uint32_t i = 0; i < kRuns; ++i) {
+        uint32_t first = FindRun(context, length);
+        // A page here and there is left to others.
+        if (first == 0 && i == 0 && context->freeCount < 2 * length && GrowAhead(context) == kOk)
+            first = FindRun(context, length);
+        if (first == 0) return;
+        if (MarkRun(context, first, length, true) != kOk) {
+            MarkRun(context, first, length, false);
+            return;
+        }
+        spare->runs.Add(first);
+    }
+}
+
+// The first run is to be used first.
+void EndRunsAhead(StorageContext* context, bool written) {
+    SparePages* spare = &context->spare;
+    const uint32_t length = RunLength(context);
+    for (uint32_t run = spare->runs.Count(); run-- > 0;) {
+        const uint32_t first = spare->runs[run];
+        if (!written) {
+            MarkRun(context, first, length, false);
+            continue;
+        }
+        for (uint32_t i = 0; i + 1 < length; ++i) spare->headers.Add(first + i);
+        spare->entries.Add(first + length - 1);
+    }
+    spare->runs.Clear();
+}
+
+namespace {
+
+void Keep(StorageContext* context, uint32_t number, CachePage** map) {
+    uint16_t kind = 0;
+    if (GetPageKind(context, number, map, &kind) != kOk) return;  // it is lost
+    ReturnSparePage(context, kind, number);
+}
+
+}  // namespace
+
+bool KeepFreedPages(StorageContext* context, StorageTransaction* transaction) {
+    if (!MayKeep(context) || context->implicitLock) return false;
+    uint32_t count = transaction->releasePages.Count();
+    for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
+        if ((page->flags & kPageFreed) != 0) ++count;
+    if (context->spare.Count() + count > SparePages::kMost) return false;
+    CachePage* map = nullptr;
+    for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
+        if ((page->flags & kPageFreed) != 0) Keep(context, page->number, &map);
+    for (const uint32_t number : transaction->releasePages) Keep(context, number, &map);
+    ReleasePage(context, map);
+    transaction->releasePages.Clear();
+    return true;
+}
+
+Status GiveBackSparePages(StorageContext* context) {
+    SparePages* spare = &context->spare;
+    Status status = kOk;
+    for (NumberList* list : {&spare->headers, &spare->entries, &spare->data}) {
+        const Status freed = list->Empty() ? Status{kOk} : FreeInMap(context, *list);
+        if (status == kOk) status = freed;
+        list->Clear();
+    }
+    spare->searched = 0;
+    return status;
+}
+
+}  // namespace storage
