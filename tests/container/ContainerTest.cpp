@@ -142,15 +142,14 @@ TEST(Container, IsReadAndChangedWhereverItLies) {
     Bytes both = PartitionTable(2, 1024);  // a partition that begins with a volume
     const Bytes volume = VolumeSector(512, 2, 1024);
     both.insert(both.end(), volume.begin(), volume.end());
-    const std::pair<Bytes, uint32_t> places[] = {
-        {{}, 256},
-        {PartitionTable(1, 512), 512},
-        {PartitionTable(7, 7 * 512), 256},
-        {PartitionTable(16, 8192), 8192},
-        {VolumeSector(512, 3, 3 * 512), 512},
-        {VolumeSector(1024, 4, 4096), 4096},
-        {VolumeSector(512, 9, 9 * 512, true), 512},
-        {both, 512}};
+    const std::pair<Bytes, uint32_t> places[] = {{{}, 256},
+                                                 {PartitionTable(1, 512), 512},
+                                                 {PartitionTable(7, 7 * 512), 256},
+                                                 {PartitionTable(16, 8192), 8192},
+                                                 {VolumeSector(512, 3, 3 * 512), 512},
+                                                 {VolumeSector(1024, 4, 4096), 4096},
+                                                 {VolumeSector(512, 9, 9 * 512, true), 512},
+                                                 {both, 512}};
     for (const auto& [prefix, pageSize] : places) {
         for (const bool foreign : {false, true}) {
             SCOPED_TRACE(std::to_string(prefix.size()) + " " + std::to_string(pageSize));

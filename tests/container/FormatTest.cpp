@@ -94,7 +94,8 @@ Bytes Dump(const std::string& lead) {
         std::istringstream in(line);
         size_t offset = 0;
         in >> std::hex >> offset;
-        while (bytes.size() < offset && bytes.size() >= 16) bytes.push_back(bytes[bytes.size() - 16]);
+        while (bytes.size() < offset && bytes.size() >= 16)
+            bytes.push_back(bytes[bytes.size() - 16]);
         EXPECT_EQ(bytes.size(), offset) << line;
         for (unsigned byte; in >> byte;) bytes.push_back(static_cast<uint8_t>(byte));
     }

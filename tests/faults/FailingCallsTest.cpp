@@ -39,7 +39,8 @@ Item Tree() {
               Directory(u"other", {File(u"v", Bytes(6, 'o'))})});
 }
 
-Status Write(Store& store, const std::u16string& path, uint64_t at, const std::vector<Bytes>& pieces) {
+Status Write(Store& store, const std::u16string& path, uint64_t at,
+             const std::vector<Bytes>& pieces) {
     EngineFile file(store, path);
     Status status = file.Opened();
     if (status != kOk) return status;
@@ -98,24 +99,29 @@ const Operation kOperations[] = {
     {"make the first child of a file",
      {[](Store& s) { return s.MakeDirectory(u"\\parent\\first"); }}},
     {"make one below a link", {[](Store& s) { return s.MakeDirectory(u"\\link\\new"); }}},
-    {"make one that exists",
-     {[](Store& s) {
+    {"make one that exists", {[](Store& s) {
          const Status status = s.MakeDirectory(u"\\dir\\d1");
          return status == kExists ? Status{kOk} : status;
      }}},
     {"create a file and write it in pieces",
      {[](Store& s) { return s.Put(u"\\dir\\file", {}); },
-      [](Store& s) { return Write(s, u"\\dir\\file", 0, {5, Pattern(900)}); }},
+      [](Store& s) {
+          return Write(s, u"\\dir\\file", 0, {5, Pattern(900)});
+      }},
      u"\\dir\\file"},
     {"replace a file",
      {[](Store& s) { return s.Put(u"\\files\\f2", Pattern(3000, 2)); }},
      u"\\files\\f2"},
     {"overwrite, and on past a second index page",
      {[](Store& s) { return Write(s, u"\\pages", 600, {Bytes(700, 1)}); },
-      [](Store& s) { return Write(s, u"\\pages", 224 * 80, {{1, 2, 3}}); }},
+      [](Store& s) {
+          return Write(s, u"\\pages", 224 * 80, {{1, 2, 3}});
+      }},
      u"\\pages"},
     {"shorten",
-     {[](Store& s) { return Resize(s, u"\\pages", {58 * 224 + 1, 20 * 224, 6 * 224}); }},
+     {[](Store& s) {
+         return Resize(s, u"\\pages", {58 * 224 + 1, 20 * 224, 6 * 224});
+     }},
      u"\\pages"},
     {"put a small file in one step",
      {[](Store& s) {
@@ -127,8 +133,7 @@ const Operation kOperations[] = {
      }},
      u"",
      true},
-    {"delete a directory with its files",
-     {[](Store& s) {
+    {"delete a directory with its files", {[](Store& s) {
          s.Container()->containerLock.AssertAlone();
          const Status status = DeleteWithFilesAt(s, WTEXT("\\files"));
          return status == kNotPlain || status == kParentMissing ? Status{kOk} : status;
@@ -142,8 +147,7 @@ const Operation kOperations[] = {
      }},
      u"",
      true},
-    {"open a directory as a file",
-     {[](Store& s) { return Write(s, u"\\dir\\d1", 0, {}); }}},
+    {"open a directory as a file", {[](Store& s) { return Write(s, u"\\dir\\d1", 0, {}); }}},
     {"read", {[](Store& s) { return Look(s, u"\\pages"); }}},
     {"read through a link", {[](Store& s) { return Look(s, u"\\link\\small"); }}},
     {"delete a small file", {[](Store& s) { return s.Delete(u"\\dir\\small"); }}},
@@ -158,8 +162,7 @@ const Operation kOperations[] = {
     {"move a directory", {[](Store& s) { return s.Move(u"\\dir", u"\\to\\dir"); }}},
     {"look in an older directory", {[](Store& s) { return s.Attributes(u"\\old\\in"); }}},
     {"search with long names", {[](Store& s) { return Count(s, u"\\long", 3); }}},
-    {"ask for the times",
-     {[](Store& s) {
+    {"ask for the times", {[](Store& s) {
          double created = 0;
          return StorageGetFileTimes(s, WTEXT("\\dir\\big"), &created, nullptr, nullptr);
      }}},
@@ -169,8 +172,11 @@ const Operation kOperations[] = {
 // Handles and a search on what an operation may fail on.
 class Busy {
   public:
-    explicit Busy(Store& store) : store_(store), big_(store, u"\\dir\\big", false),
-                                  directory_(store, u"\\dir"), child_(store, u"\\to\\x") {
+    explicit Busy(Store& store)
+        : store_(store),
+          big_(store, u"\\dir\\big", false),
+          directory_(store, u"\\dir"),
+          child_(store, u"\\to\\x") {
         EXPECT_EQ(StorageFindFirst(store, &search_, WTEXT("\\dir\\*"), 3, 0), kOk);
         EXPECT_EQ(directory_.Write({'n', 'o', 't', 'e'}), kOk);
         EXPECT_EQ(child_.Write({'z', 'z'}), kOk);
@@ -257,10 +263,13 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
         const auto written = now.find(operation.written);
         if (loose && written != now.end()) written->second.reset();
         const auto first = status == kOk || again ? states.end() - 1 : states.begin();
-        EXPECT_TRUE(std::any_of(first, states.end(), [&](Content state) {
-            if (loose && written != now.end()) state.insert_or_assign(written->first, std::nullopt);
-            return now == state;
-        })) << status << " then " << second;
+        EXPECT_TRUE(std::any_of(first, states.end(),
+                                [&](Content state) {
+                                    if (loose && written != now.end())
+                                        state.insert_or_assign(written->first, std::nullopt);
+                                    return now == state;
+                                }))
+            << status << " then " << second;
         // Pages that could not be freed are lost, and nothing else is wrong.
         const CheckOutcome check = CheckContainer(path_, kDeepCheck);
         EXPECT_TRUE(failure.InHeap() ? check.FoundNothing() : check.FoundOnlyLostPages())

@@ -32,11 +32,11 @@ Form Sized(uint32_t pageSize, bool foreign = false) {
 }
 
 Item SmallTree() {
-    return Directory(u"", {Directory(u"d", {File(u"in", Pattern(20))}),
-                           File(u"long", Pattern(480 * 30)), File(u"paged", Pattern(480 * 5)),
-                           File(std::u16string(100, u'n'), Pattern(3)), File(u"small", Pattern(40)),
-                           File(u"one"), File(u"two"), File(u"three"),
-                           File(u"many", Pattern(480 * 2))});
+    return Directory(u"",
+                     {Directory(u"d", {File(u"in", Pattern(20))}), File(u"long", Pattern(480 * 30)),
+                      File(u"paged", Pattern(480 * 5)), File(std::u16string(100, u'n'), Pattern(3)),
+                      File(u"small", Pattern(40)), File(u"one"), File(u"two"), File(u"three"),
+                      File(u"many", Pattern(480 * 2))});
 }
 
 uint8_t* RecordAt(B& builder, const char16_t* path, uint16_t type) {
@@ -304,9 +304,9 @@ void ShareId(B& builder, const std::u16string& path, const char16_t* other) {
 }
 
 TEST(CheckRepair, ObjectsThatShareAnIdAllStay) {
-    for (const std::u16string& path : {std::u16string(u"\\d"), std::u16string(u"\\long"),
-                                       std::u16string(u"\\small"),
-                                       u"\\" + std::u16string(100, u'n')}) {
+    for (const std::u16string& path :
+         {std::u16string(u"\\d"), std::u16string(u"\\long"), std::u16string(u"\\small"),
+          u"\\" + std::u16string(100, u'n')}) {
         B builder(Sized(512), SmallTree());
         const Reading before = ReadContainer(builder.Finish());
         for (const char16_t* other : {u"\\paged", u""}) {

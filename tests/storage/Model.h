@@ -44,9 +44,7 @@ struct Node {
         auto taken = parent->children.extract(Folded(name));
         return std::move(taken.mapped());
     }
-    std::u16string Path() const {
-        return parent == nullptr ? u"" : parent->Path() + u"\\" + name;
-    }
+    std::u16string Path() const { return parent == nullptr ? u"" : parent->Path() + u"\\" + name; }
     bool IsBelow(const Node* other) const {
         return this == other || (parent != nullptr && parent->IsBelow(other));
     }

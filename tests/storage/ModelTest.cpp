@@ -23,9 +23,11 @@ using namespace support::container;
 // a run is one with any of its steps left out.
 struct Step {
     enum Kind : uint32_t {
+        // clang-format off
         kPut, kPutSmall, kMake, kDelete, kDeleteWithFiles, kMove, kOpen, kSeek, kRead, kWrite,
         kSetSize, kCloseHandle, kSearch, kNext, kLook, kCheck, kBatch, kEndBatch, kCompact, kReopen,
         kKinds
+        // clang-format on
     };
     Kind kind;
     uint32_t a, b, c;
@@ -85,6 +87,7 @@ class Run {
     };
 
     void Dispatch() {
+        // clang-format off
         switch (step_.kind) {
             case Step::kPut: return Put();
             case Step::kPutSmall: return PutSmall();
@@ -103,6 +106,7 @@ class Run {
             case Step::kReopen: return Reopen();
             default: return UseHandle();
         }
+        // clang-format on
     }
 
     template <class A, class B>
@@ -152,8 +156,16 @@ class Run {
     }
     Bytes Body(uint32_t number) const {
         const uint32_t payload = Payload(), some = number / 16;
-        const uint32_t sizes[] = {0, 1, 31, 33, some % 200, payload - some % 140, payload,
-                                  payload + 1, some % (payload * 4), payload * (7 + some % 11),
+        const uint32_t sizes[] = {0,
+                                  1,
+                                  31,
+                                  33,
+                                  some % 200,
+                                  payload - some % 140,
+                                  payload,
+                                  payload + 1,
+                                  some % (payload * 4),
+                                  payload * (7 + some % 11),
                                   some % (payload * 40)};
         const uint32_t size = std::min(sizes[number % std::size(sizes)], 300000u);
         return some % 3 == 0 ? Runs(size) : Pattern(size, number);
@@ -217,10 +229,10 @@ class Run {
     }
     void Delete() {
         Node* node = Any(step_.a, true);
-        const Status expected = node->parent == nullptr                            ? kNotFound
+        const Status expected = node->parent == nullptr                      ? kNotFound
                                 : node->directory && !node->children.empty() ? kNotEmpty
-                                : node->AllUsers() != 0                            ? kSharing
-                                                                                   : kOk;
+                                : node->AllUsers() != 0                      ? kSharing
+                                                                             : kOk;
         const std::u16string path = node->parent == nullptr ? u"\\" : node->Path();
         if (Done("delete " + Narrow(path), store_.Delete(path), expected)) Gone(node);
     }
@@ -232,7 +244,8 @@ class Run {
             plain = plain && !child->directory && !child->link;
         store_.Container()->containerLock.AssertAlone();
         const Status status = DeleteWithFilesAt(store_, ToWide(node->Path()).c_str());
-        if (status != kNotPlain && Done("delete with files " + Narrow(node->Path()), status, plain ? kOk : kNotPlain))
+        if (status != kNotPlain &&
+            Done("delete with files " + Narrow(node->Path()), status, plain ? kOk : kNotPlain))
             Gone(node);
     }
     void Move() {
@@ -259,15 +272,16 @@ class Run {
     void Open() {
         Node* node = Any(step_.a);
         if (handles_.size() > 4 || batch_ != nullptr) return;
-        const bool write = step_.b % 3 != 0,
-                   denyRead = step_.b % 13 == 1,
+        const bool write = step_.b % 3 != 0, denyRead = step_.b % 13 == 1,
                    denyWrite = step_.b % 11 == 1;
-        Handle handle{std::make_unique<EngineFile>(store_, node->parent == nullptr ? u"\\"
-                                                                                   : node->Path(),
-                                                   write, denyRead, denyWrite),
-                      node, write, denyRead, denyWrite};
+        Handle handle{
+            std::make_unique<EngineFile>(store_, node->parent == nullptr ? u"\\" : node->Path(),
+                                         write, denyRead, denyWrite),
+            node, write, denyRead, denyWrite};
         const Status expected = Sharing(node, write);
-        if (!Done("open " + Narrow(node->Path()) + (write ? " to write" : ""), handle.file->Opened(), expected)) return;
+        if (!Done("open " + Narrow(node->Path()) + (write ? " to write" : ""),
+                  handle.file->Opened(), expected))
+            return;
         ++node->users;
         node->denyRead += denyRead;
         node->denyWrite += denyWrite;
@@ -286,9 +300,12 @@ class Run {
                 handle.position = std::min<uint64_t>(places[step_.b % 4], 60 * uint64_t{Payload()});
                 return handle.file->SeekFar(handle.position);
             }
-            case Step::kRead: return Read(&handle, who);
-            case Step::kWrite: return Write(&handle, who);
-            case Step::kSetSize: return SetSize(handle, who);
+            case Step::kRead:
+                return Read(&handle, who);
+            case Step::kWrite:
+                return Write(&handle, who);
+            case Step::kSetSize:
+                return SetSize(handle, who);
             default:
                 Expect("close " + who, handle.file->Close(), kOk);
                 return Forget(step_.a % handles_.size());
@@ -334,8 +351,8 @@ class Run {
     void SetSize(const Handle& handle, const std::string& who) {
         if (!handle.write) return;
         Bytes& body = handle.node->body;
-        const uint64_t size = step_.b % 3 == 0 ? body.size() / Payload() * Payload()
-                                               : step_.c % (body.size() + 1);
+        const uint64_t size =
+            step_.b % 3 == 0 ? body.size() / Payload() * Payload() : step_.c % (body.size() + 1);
         if (!Expect("cut " + who, handle.file->SetSize(size), kOk)) return;
         if (size < body.size()) PullBack(handle.node, size);
         body.resize(size);
@@ -359,8 +376,8 @@ class Run {
         search_->position = position;
         search_->next = nullptr;
         if (position >= search_->directory->children.size()) return;
-        const auto at = std::next(search_->directory->children.begin(),
-                                  static_cast<std::ptrdiff_t>(position));
+        const auto at =
+            std::next(search_->directory->children.begin(), static_cast<std::ptrdiff_t>(position));
         search_->next = at->second.get();
         search_->nextName = at->first;
     }
@@ -495,7 +512,8 @@ std::vector<Step> Shortest(const Setup& setup, std::vector<Step> steps) {
         for (size_t at = 0; at < steps.size() && tries-- > 0;) {
             std::vector<Step> fewer = steps;
             const auto begin = fewer.begin() + static_cast<std::ptrdiff_t>(at);
-            fewer.erase(begin, begin + static_cast<std::ptrdiff_t>(std::min(part, fewer.size() - at)));
+            fewer.erase(begin,
+                        begin + static_cast<std::ptrdiff_t>(std::min(part, fewer.size() - at)));
             if (Failure(setup, fewer).empty())
                 at += part;
             else

@@ -18,7 +18,19 @@ Bytes Text(std::string_view text) {
     return Bytes(text.begin(), text.end());
 }
 
-enum Op { kMake, kPut, kCreate, kDelete, kMove, kText, kAttributes, kEmpty, kList, kListAll, kCase };
+enum Op {
+    kMake,
+    kPut,
+    kCreate,
+    kDelete,
+    kMove,
+    kText,
+    kAttributes,
+    kEmpty,
+    kList,
+    kListAll,
+    kCase
+};
 
 // One operation, and what it says: a status as a number, else the content, attributes, or names
 // with spaces between.
@@ -32,12 +44,11 @@ std::string Told(Status status, const std::string& text) {
     return status == kOk ? text : std::to_string(status);
 }
 
-std::string List(EngineStore& store, const std::u16string& pattern, uint32_t mask,
-                 uint32_t flags) {
+std::string List(EngineStore& store, const std::u16string& pattern, uint32_t mask, uint32_t flags) {
     StorageSearchStruct record{};
     std::string names;
-    Status status =
-        StorageFindFirst(store, &record, ToWide(pattern).c_str(), mask, static_cast<int32_t>(flags));
+    Status status = StorageFindFirst(store, &record, ToWide(pattern).c_str(), mask,
+                                     static_cast<int32_t>(flags));
     for (; status == kOk; status = StorageFindNext(store, &record))
         names += (names.empty() ? "" : " ") +
                  platform::ToUtf8((flags & kFindFullName) != 0 ? record.fullName : record.name);
@@ -53,6 +64,7 @@ std::string Do(EngineStore& store, const Row& row) {
     uint8_t empty = 7;
     Status status = kOk;
     const platform::WString path = ToWide(row.path);
+    // clang-format off
     switch (row.op) {
         case kMake: return Told(store.MakeDirectory(row.path), "0");
         case kPut: return Told(store.Put(row.path, Text(Narrow(row.other))), "0");
@@ -77,6 +89,7 @@ std::string Do(EngineStore& store, const Row& row) {
         case kListAll: return List(store, row.path, 3 | kAttrLink, kFindFullName);
         default: return Told(StorageSetCaseSensitive(store, !row.path.empty()), "0");
     }
+    // clang-format on
 }
 
 void Play(EngineStore& store, const std::vector<Row>& rows) {
@@ -87,6 +100,7 @@ void Play(EngineStore& store, const std::vector<Row>& rows) {
 
 TEST(Namespace, TellsWhatIsThereAndWhatIsMissing) {
     EngineStore store(512);
+    // clang-format off
     Play(store, {
         {kMake, u"\\a", u""}, {kMake, u"\\a\\b", u""}, {kPut, u"\\a\\b\\c", u"text"},
         // Every spelling names the same object.
@@ -121,21 +135,26 @@ TEST(Namespace, TellsWhatIsThereAndWhatIsMissing) {
         {kCase, u"", u""}, {kList, u"\\a\\b\\*", u"", "c Cc"},
         {kText, u"\\a\\B\\C", u"", "text"},
     });
+    // clang-format on
     store.ReadSound();
 }
 
 TEST(Namespace, SearchesByMaskAndPattern) {
     Item hidden = File(u"h");
     hidden.attributes = kAttrHidden;
-    EngineStore store(Builder({}, support::container::Directory(
-        u"", {support::container::Directory(u"d", {File(u"e"), File(u"A"), File(u"c"), hidden,
-              File(u"G"), support::container::Directory(u"b")}),
-              support::container::Directory(u"n")})).Finish());
+    EngineStore store(
+        Builder({}, support::container::Directory(
+                        u"", {support::container::Directory(
+                                  u"d", {File(u"e"), File(u"A"), File(u"c"), hidden, File(u"G"),
+                                         support::container::Directory(u"b")}),
+                              support::container::Directory(u"n")}))
+            .Finish());
     const struct {
         std::u16string pattern;
         uint32_t mask, flags;
         std::string names;
     } rows[] = {
+        // clang-format off
         {u"\\d\\*", 3, 0, "A b c e G"}, {u"\\d\\*", 2, 0, "b"}, {u"\\d\\?", 1, 0, "A c e G"},
         {u"\\d\\*", 0, 0, ""}, {u"\\d\\g", 3, 0, "G"}, {u"\\d\\g", 2, 0, ""}, {u"\\d\\x", 3, 0, ""},
         {u"\\d\\h", 3, 0, ""}, {u"d\\c", 3, kFindFullName, "\\d\\c"},
@@ -144,6 +163,7 @@ TEST(Namespace, SearchesByMaskAndPattern) {
         {u"\\n\\*", 1, kFindWithDots, ""}, {u"\\d\\.?", 3, kFindWithDots, ".."},
         {u"\\d\\*", 3, kFindWithDots | kFindTimes, ". .. A b c e G"},
     };
+    // clang-format on
     for (const auto& row : rows)
         EXPECT_EQ(List(store, row.pattern, row.mask, row.flags), row.names) << Narrow(row.pattern);
     EXPECT_TRUE(store.Has(u"\\d\\h"));
@@ -167,10 +187,11 @@ TEST(Namespace, FollowsLinks) {
                                      Link(u"odd", u".x\\file"), Link(u"self", u"f")}),
                   File(u"file", Text("ggg")), Link(u"abs", u"\\\\dir"), Link(u"rel", u".\\dir\\"),
                   Link(u"two", u"abs/up"), Link(u"far", u"..\\file"), Link(u"lost", u"none"),
-                  Link(u"bad", u"dir\\\\f"), Paged(Link(u"paged", u"\\dir\\f")), Link(u"empty", u""),
-                  File(u"l0", Text("e")), Link(u"ring", u"ring")});
+                  Link(u"bad", u"dir\\\\f"), Paged(Link(u"paged", u"\\dir\\f")),
+                  Link(u"empty", u""), File(u"l0", Text("e")), Link(u"ring", u"ring")});
         for (size_t i = 1; i <= 33; ++i) tree.children.push_back(Link(name(i), name(i - 1)));
         EngineStore store(Builder(form, tree).Finish());
+        // clang-format off
         Play(store, {
             {kText, u"\\abs\\f", u"", "ff"}, {kText, u"rel\\f", u"", "ff"},
             {kText, u"\\abs\\self\\", u"", "ff"}, {kText, u"\\paged", u"", "ff"},
@@ -190,14 +211,15 @@ TEST(Namespace, FollowsLinks) {
             {kMove, u"\\abs", u"\\dir\\abs"}, {kText, u"\\dir\\abs\\abs\\g", u"", "new"},
             {kDelete, u"\\dir\\abs", u""}, {kText, u"\\dir\\f", u"", "ff"},
         });
+        // clang-format on
         store.ReadSound();
     }
 }
 
 TEST(Namespace, RefusesNames) {
     for (platform::WChar unit = 0; unit < 128; ++unit) {
-        const bool bad =
-            unit < 32 || platform::WString(WTEXT("/\\?*:<>|")).find(unit) != platform::WString::npos;
+        const bool bad = unit < 32 || platform::WString(WTEXT("/\\?*:<>|")).find(unit) !=
+                                          platform::WString::npos;
         EXPECT_EQ(CheckName(platform::WString{'a', unit, 'b'}), !bad) << int{unit};
     }
     EXPECT_TRUE(CheckName(WTEXT("")));
@@ -208,6 +230,7 @@ TEST(Namespace, MatchesPatternsWithoutFullBacktracking) {
         const platform::WChar *pattern, *name;
         bool matches;
     } cases[] = {
+        // clang-format off
         {WTEXT("*aab"), WTEXT("aab"), true},   {WTEXT("*aab"), WTEXT("aaab"), false},
         {WTEXT("*issip*"), WTEXT("mississippi"), false},
         {WTEXT("m*iss*ippi"), WTEXT("mississippi"), true},
@@ -225,6 +248,7 @@ TEST(Namespace, MatchesPatternsWithoutFullBacktracking) {
         {WTEXT("k?Y"), WTEXT("KEY"), true},    {WTEXT("\u00E4"), WTEXT("\u00C4"), false},
         {WTEXT("{"), WTEXT("["), false},
     };
+    // clang-format on
     for (const auto& c : cases)
         EXPECT_EQ(MatchPattern(c.name, c.pattern, false), c.matches)
             << platform::ToUtf8(c.pattern) << " on " << platform::ToUtf8(c.name);
@@ -266,7 +290,9 @@ TEST(Namespace, JoinsThePartsOfAPath) {
 TEST(Namespace, CountsPages) {
     EngineStore store(512);
     const uint32_t used = store.ReadSound().usedPages;
-    const auto put = [&](const std::u16string& path) { EXPECT_EQ(store.Put(path, Text("x")), kOk); };
+    const auto put = [&](const std::u16string& path) {
+        EXPECT_EQ(store.Put(path, Text("x")), kOk);
+    };
     for (size_t i = 0; i < 7; ++i) put(Numbered(u"\\f", i));
     EXPECT_EQ(store.ReadSound().usedPages, used + 8) << "one page of entries";
     put(u"\\f7");
@@ -379,11 +405,13 @@ TEST(Namespace, ChangesNothingWhereItMayNotWrite) {
         const support::ReadOnlyScope readOnly(dir / "a.fbr");
         EngineStore store;
         ASSERT_EQ(store.Open(dir / "a.fbr"), kOk);
+        // clang-format off
         Play(store, {{kText, u"\\d\\f", u"", "text"}, {kList, u"\\d\\*", u"", "f"},
                      {kMake, u"\\d\\e", u"", "-17"}, {kMake, u"\\d\\f", u"", "-5"},
                      {kPut, u"\\d\\e", u"", "-17"}, {kDelete, u"\\none", u"", "-17"},
                      {kMove, u"\\none", u"\\other", "-17"}, {kText, u"\\d", u"", "-17"},
                      {kText, u"\\bad", u"", "-3"}});
+        // clang-format on
         uint8_t corrupted = 9;
         EXPECT_EQ(StorageIsCorrupted(store, &corrupted), kOk);
         EXPECT_EQ(corrupted, 0) << "it keeps that to itself";

@@ -47,7 +47,7 @@ TEST(Stream, StandsInTheRecordRoundedTo32UntilThePageIsFull) {
     const struct {
         uint32_t bytes, record;
         bool out;
-    } cases[] = {{0, 12, false},  {1, 44, false},    {31, 44, false}, {32, 44, false},
+    } cases[] = {{0, 12, false},  {1, 44, false},    {31, 44, false},   {32, 44, false},
                  {33, 76, false}, {300, 332, false}, {416, 428, false}, {417, 12, true}};
     for (const auto& one : cases) {
         EngineStore store(512);
@@ -117,8 +117,9 @@ TEST(Stream, EndsOnAPageEndWithoutAPageMore) {
         EXPECT_EQ(file.Object()->pageList.Count(), 3u);
         const auto setEnd = [&](uint64_t end) {
             storage::FileObject* object = file.Object();
-            EXPECT_EQ(storage::SetStreamEnd(object, end, &file.Handle()->block,
-                                            object->transaction), kOk);
+            EXPECT_EQ(
+                storage::SetStreamEnd(object, end, &file.Handle()->block, object->transaction),
+                kOk);
         };
         setEnd(bytes.size());
         EXPECT_EQ(file.Object()->streamEnd, bytes.size() + 1);
@@ -223,7 +224,8 @@ TEST(Stream, RefusesWhatIsPastTheLimitOfPages) {
 // A coded block shrinks and grows within its place among the others.
 TEST(Stream, CodedBlocksTakeThePagesTheyNeed) {
     Bytes expected(kPayload * 4 * 5, 7);
-    EngineStore store(Builder({}, Directory(u"", {Coded(Paged(File(u"v", expected)), 4)})).Finish());
+    EngineStore store(
+        Builder({}, Directory(u"", {Coded(Paged(File(u"v", expected)), 4)})).Finish());
     const auto pages = [&] {
         EngineFile file(store, kFile);
         Bytes read;
@@ -282,9 +284,10 @@ TEST(Stream, TellsLies) {
     form.pageSize = 256;
     constexpr uint32_t kSmall = 224;
     const Item tree = Directory(
-        u"", {Paged(File(u"paged", Pattern(kSmall * 4))), File(u"long", Pattern(kSmall * 70)),
-              Coded(File(u"inline", Bytes(90, 0xFF)), 1), File(u"small", Bytes(3, 'x')),
-              Coded(Paged(File(u"coded", Runs(kSmall * 9 + 5))), 4), File(u"other", Pattern(1000))});
+        u"",
+        {Paged(File(u"paged", Pattern(kSmall * 4))), File(u"long", Pattern(kSmall * 70)),
+         Coded(File(u"inline", Bytes(90, 0xFF)), 1), File(u"small", Bytes(3, 'x')),
+         Coded(Paged(File(u"coded", Runs(kSmall * 9 + 5))), 4), File(u"other", Pattern(1000))});
     const Builder sound(form, tree);
     ASSERT_GE(sound.At(u"\\long").indexPages.size(), 2u);
     using B = Builder;
@@ -313,14 +316,13 @@ TEST(Stream, TellsLies) {
         {"a circle", u"\\paged", kCorrupt, next(3, 1)},
         {"a circle of one", u"\\paged", kCorrupt, next(0, 0)},
         {"a list of 16 GiB", u"\\paged", kCorrupt, level(2, 0xFFFFFFFF)},
-        {"a jump", u"\\paged", kCorrupt,
-         [&](B& b, P& p) { level(2, 3)(b, p), level(3, 4)(b, p); }},
+        {"a jump", u"\\paged", kCorrupt, [&](B& b, P& p) { level(2, 3)(b, p), level(3, 4)(b, p); }},
         {"no first page", u"\\paged", kCorrupt,
-         [&](B& b, P& p) { for (uint32_t i = 0; i < 4; ++i) level(i, i + 1)(b, p); }},
-        {"another's page", u"\\paged", kCorrupt,
-         [](B& b, P& p) {
-             Put32(b.Page(p.streamPages[1]), 16, b.At(u"\\other").streamPages[0]);
+         [&](B& b, P& p) {
+             for (uint32_t i = 0; i < 4; ++i) level(i, i + 1)(b, p);
          }},
+        {"another's page", u"\\paged", kCorrupt,
+         [](B& b, P& p) { Put32(b.Page(p.streamPages[1]), 16, b.At(u"\\other").streamPages[0]); }},
         {"past the end", u"\\paged", kCorrupt,
          [](B& b, P& p) { Put32(b.Page(p.streamPages[1]), 16, 0xFFFFFFF0); }},
         {"more than a page in a page", u"\\paged", kCorrupt,
