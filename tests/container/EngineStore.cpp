@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "storage/namespace/Stream.h"
+
 namespace support::container {
 
 using storage::Status;
@@ -54,14 +56,29 @@ Content ContentOf(const Found& root, bool links) {
     return content;
 }
 
+EngineStore::EngineStore(uint32_t pageSize) {
+    dir_.emplace();
+    EXPECT_EQ(Create(*dir_ / "c.dat", pageSize), storage::kOk);
+}
+
+EngineStore::EngineStore(const Bytes& file) {
+    dir_.emplace();
+    WriteBytes(*dir_ / "c.dat", file);
+    EXPECT_EQ(Open(*dir_ / "c.dat"), storage::kOk);
+}
+
 Status EngineStore::Open(const std::filesystem::path& path) {
-    Close();
-    return storage::StorageOpen(Wide(path).c_str(), &container_, kSeparator, nullptr, 0);
+    const Status closed = Close();
+    path_ = path;
+    const Status status =
+        storage::StorageOpen(Wide(path).c_str(), &container_, kSeparator, nullptr, 0);
+    return closed != storage::kOk ? closed : status;
 }
 
 Status EngineStore::Create(const std::filesystem::path& path, uint32_t pageSize, bool overwrite,
                            const std::u16string& banner) {
     Close();
+    path_ = path;
     return storage::StorageCreate(Wide(path).c_str(), overwrite, pageSize, ToWide(banner).c_str(),
                                   &container_, kSeparator, nullptr, 0);
 }
@@ -71,6 +88,18 @@ Status EngineStore::Close() {
     const Status status = storage::StorageClose(container_);
     container_ = nullptr;
     return status;
+}
+
+Reading EngineStore::Read() {
+    EXPECT_EQ(Close(), storage::kOk);
+    return ReadContainer(FileBytes());
+}
+
+Reading EngineStore::ReadSound() {
+    Reading reading = Read();
+    EXPECT_TRUE(reading.Sound()) << reading.Report();
+    EXPECT_EQ(Reopen(), storage::kOk);
+    return reading;
 }
 
 Status EngineStore::Put(const std::u16string& path, const Bytes& body) {
@@ -103,6 +132,12 @@ Status EngineStore::Get(const std::u16string& path, Bytes* body, size_t limit) {
     return status != storage::kOk ? status : closed;
 }
 
+Bytes EngineStore::Body(const std::u16string& path) {
+    Bytes body;
+    EXPECT_EQ(Get(path, &body), storage::kOk) << Narrow(path);
+    return body;
+}
+
 Status EngineStore::MakeDirectory(const std::u16string& path) {
     return storage::StorageCreateDirectory(container_, ToWide(path).c_str());
 }
@@ -113,6 +148,12 @@ Status EngineStore::Delete(const std::u16string& path) {
 
 Status EngineStore::Move(const std::u16string& from, const std::u16string& to) {
     return storage::StorageMoveFile(container_, ToWide(from).c_str(), ToWide(to).c_str());
+}
+
+Status EngineStore::Attributes(const std::u16string& path, uint32_t* attributes) {
+    uint32_t ignored = 0;
+    return storage::StorageGetFileAttributes(container_, ToWide(path).c_str(),
+                                             attributes != nullptr ? attributes : &ignored);
 }
 
 Status EngineStore::List(const std::u16string& directory,
@@ -157,15 +198,29 @@ void EngineStore::ReadBelow(const std::u16string& path, std::vector<std::string>
     }
 }
 
-EngineFile::EngineFile(const EngineStore& store, const std::u16string& path, bool write) {
-    opened_ = storage::StorageOpenFile(store.Container(), ToWide(path).c_str(), 1, write, 0, 0,
-                                       WTEXT(""), 0, &file_);
+EngineFile::EngineFile(const EngineStore& store, const std::u16string& path, bool write,
+                       bool denyRead, bool denyWrite) {
+    opened_ = storage::StorageOpenFile(store.Container(), ToWide(path).c_str(), 1, write, denyRead,
+                                       denyWrite, WTEXT(""), 0, &file_);
 }
 
 Status EngineFile::Write(const Bytes& bytes) {
     uint32_t done = 0;
     return storage::StorageWriteFile(file_, bytes.data(), static_cast<uint32_t>(bytes.size()),
                                      &done);
+}
+
+Status EngineFile::Read(uint32_t count, Bytes* bytes) {
+    bytes->assign(count, 0xCD);
+    uint32_t done = 0;
+    const Status status = storage::StorageReadFile(file_, bytes->data(), count, &done);
+    EXPECT_LE(done, count);
+    bytes->resize(done);
+    return status;
+}
+
+Status EngineFile::SetSize(uint64_t size) {
+    return storage::SetFileSize(Object(), size, Object()->transaction);
 }
 
 Status EngineFile::Seek(int32_t offset, uint16_t origin) {

@@ -23,6 +23,9 @@ inline std::u16string ToUnits(const platform::WChar* text) {
 inline std::u16string ToUnits(const std::string& ascii) {
     return std::u16string(ascii.begin(), ascii.end());
 }
+inline std::u16string Numbered(const std::u16string& stem, size_t number) {
+    return stem + ToUnits(std::to_string(number));
+}
 inline std::string Narrow(const std::u16string& text) {
     return platform::ToUtf8(ToWide(text));
 }
@@ -37,6 +40,9 @@ Content ContentOf(const Found& root, bool links = true);
 class EngineStore {
   public:
     EngineStore() = default;
+    // A fresh container, or one laid out by hand, in a folder of its own.
+    explicit EngineStore(uint32_t pageSize);
+    explicit EngineStore(const Bytes& file);
     ~EngineStore() { Close(); }
     EngineStore(const EngineStore&) = delete;
     EngineStore& operator=(const EngineStore&) = delete;
@@ -45,14 +51,27 @@ class EngineStore {
     storage::Status Create(const std::filesystem::path& path, uint32_t pageSize = 512,
                            bool overwrite = false, const std::u16string& banner = {});
     storage::Status Close();
+    storage::Status Reopen() { return Open(path_); }
     storage::StorageContext* Container() const { return container_; }
+    operator storage::StorageContext*() const { return container_; }
+
+    const std::filesystem::path& Path() const { return path_; }
+    Bytes FileBytes() const { return ReadBytes(path_); }
+    // Closes the container and reads it with other eyes.
+    Reading Read();
+    // The same, for a container that must be sound; it is open again afterwards.
+    Reading ReadSound();
 
     // A file made or emptied, and written; read as a whole, up to `limit` bytes.
     storage::Status Put(const std::u16string& path, const Bytes& body);
     storage::Status Get(const std::u16string& path, Bytes* body, size_t limit = 1 << 24);
+    // The content of a file, empty when it cannot be read, which fails the test.
+    Bytes Body(const std::u16string& path);
     storage::Status MakeDirectory(const std::u16string& path);
     storage::Status Delete(const std::u16string& path);
     storage::Status Move(const std::u16string& from, const std::u16string& to);
+    storage::Status Attributes(const std::u16string& path, uint32_t* attributes = nullptr);
+    bool Has(const std::u16string& path) { return Attributes(path) == storage::kOk; }
     // Names and attributes in the order of the search, up to `limit`.
     storage::Status List(const std::u16string& directory,
                          std::vector<std::pair<std::u16string, uint32_t>>* entries,
@@ -65,22 +84,33 @@ class EngineStore {
     void ReadBelow(const std::u16string& path, std::vector<std::string>* failures, size_t limit,
                    int depth, Content* content);
 
+    std::optional<TempDir> dir_;
+    std::filesystem::path path_;
     storage::StorageContext* container_ = nullptr;
 };
 
 // An open file handle.
 class EngineFile {
   public:
-    EngineFile(const EngineStore& store, const std::u16string& path, bool write = true);
+    EngineFile(const EngineStore& store, const std::u16string& path, bool write = true,
+               bool denyRead = false, bool denyWrite = false);
     ~EngineFile() { Close(); }
     EngineFile(const EngineFile&) = delete;
     EngineFile& operator=(const EngineFile&) = delete;
 
     storage::Status Opened() const { return opened_; }
     storage::FileHandle* Handle() const { return file_; }
+    storage::FileObject* Object() const { return file_->object; }
     storage::Status Write(const Bytes& bytes);
+    // What there is of `count` bytes.
+    storage::Status Read(uint32_t count, Bytes* bytes);
     storage::Status Seek(int32_t offset, uint16_t origin = 0);
+    // Positions and sizes that no public operation reaches.
+    void SeekFar(uint64_t position) { file_->position = position; }
+    storage::Status SetSize(uint64_t size);
     storage::Status Close();
+    // The container is closed, and its handles with it.
+    void LetGo() { file_ = nullptr; }
 
   private:
     storage::FileHandle* file_ = nullptr;

@@ -7,48 +7,17 @@
 
 #include "tests/container/EngineStore.h"
 #include "tests/container/Shapes.h"
-#include "tests/support/FileWrapper.h"
+#include "tests/support/Damage.h"
+#include "tests/support/MemoryFiles.h"
 
 namespace support::container {
 namespace {
-
-using storage::Status;
-
-// Counts page transfers over all files.
-class CountingFiles final : public FileWrapper {
-  public:
-    class File final : public ForwardingFile {
-      public:
-        File(platform::PageFile* inner, uint64_t* calls) : ForwardingFile(inner), calls_(calls) {}
-        platform::Error Read(uint64_t offset, void* buffer, uint32_t bytes,
-                             uint32_t* done) override {
-            ++*calls_;
-            return Inner().Read(offset, buffer, bytes, done);
-        }
-        platform::Error Write(uint64_t offset, const void* const* buffers, uint32_t count,
-                              uint32_t bytes, uint32_t* done) override {
-            ++*calls_;
-            return Inner().Write(offset, buffers, count, bytes, done);
-        }
-
-      private:
-        uint64_t* calls_;
-    };
-    platform::PageFile* Wrap(platform::PageFile* opened, const platform::WChar*) override {
-        return new File(opened, &calls_);
-    }
-    uint64_t Calls() const { return calls_; }
-
-  private:
-    uint64_t calls_ = 0;
-};
-
-constexpr size_t kReadLimit = 32768;  // of each file: sizes may lie
 
 // All that can be done with a container; the statuses do not matter.
 void Exercise(const std::filesystem::path& path) {
     EngineStore store;
     if (store.Open(path) != storage::kOk) return;
+    constexpr size_t kReadLimit = 32768;  // of each file: sizes may lie
     const Content content = store.ReadAll(nullptr, kReadLimit, 8);
     store.Put(u"\\new file", Pattern(700));
     store.Put(u"\\small", Pattern(9));
@@ -67,13 +36,14 @@ class Hostile : public testing::Test {
   protected:
     // A run over `file` stays within work that the page count bounds.
     void Run(const Bytes& file, uint32_t pageSize) {
-        WriteBytes(dir_ / "a", file);
-        const CountingFiles counting;
-        Exercise(dir_ / "a");
-        const uint64_t pages = file.size() / pageSize + 1;
-        EXPECT_LT(counting.Calls(), 4000 + 100 * pages);
+        memory_.Put(path_, file);
+        memory_.ResetWork();
+        Exercise(path_);
+        EXPECT_LT(memory_.Work(), 4000 + 100 * (file.size() / pageSize + 1));
     }
     const TempDir dir_;
+    const std::filesystem::path path_ = dir_ / "a.dat", log_ = dir_ / "a.log";
+    MemoryFiles memory_;
 };
 
 // A link of some kind, or a number that steers a walk, in some page of the rich tree.
@@ -123,8 +93,7 @@ TEST_F(Hostile, EveryLinkToItselfToOthersAndToNowhere) {
     for (uint32_t pageSize : {256u, 512u}) {
         Form form;
         form.pageSize = pageSize;
-        const Item root = RichTree(pageSize);
-        const Builder sound(form, root);
+        const Builder sound(form, RichTree(pageSize));
         for (const Target& target : kTargets) {
             const std::vector<uint32_t>& pages = sound.At(target.path).*target.pages;
             const uint32_t last = pages.back(), first = pages.front();
@@ -157,9 +126,10 @@ TEST_F(Hostile, DirectoriesInCircles) {
              {std::pair(a.fileId, a.headerPage), std::pair(b.fileId, b.headerPage),
               std::pair(d.fileId, d.headerPage), std::pair(1u, 2u), std::pair(1u, a.headerPage)}) {
             Builder builder = sound;
-            Put32(builder.Page(child->entryPage), child->entryOffset, object.first);
-            Put32(builder.Page(child->entryPage), child->entryOffset + 4, object.second);
-            Put32(builder.Page(child->entryPage), child->entryOffset + 8, 2);
+            uint8_t* entry = builder.Page(child->entryPage) + child->entryOffset;
+            Put32(entry, 0, object.first);
+            Put32(entry, 4, object.second);
+            Put32(entry, 8, 2);
             Run(builder.Finish(), 512);
         }
     }
@@ -180,26 +150,6 @@ TEST_F(Hostile, SuperblockNumbersLie) {
             Put32(builder.Page(1), at, value);
             Run(builder.Finish(), 512);
         }
-}
-
-TEST_F(Hostile, MapsLie) {
-    Form form;
-    form.pageSize = 256;
-    form.freePages = 100;
-    const Builder sound(form, RichTree(256));
-    std::mt19937 dice(1);
-    for (uint32_t round = 0; round < 60 * LongTests(); ++round) {
-        SCOPED_TRACE("round " + std::to_string(round));
-        Builder builder = sound;
-        for (int i = 0; i < 5; ++i) {
-            uint32_t page = dice() % builder.PageCount();
-            if (page % 128 == 0) page = 1;
-            const uint16_t slots[] = {0, 1, 32, 34, 65519, 65520, 65535, 0x574E};
-            builder.SetSlot(page, slots[dice() % std::size(slots)]);
-        }
-        if (round % 10 == 0) Put16(builder.Page(128), 0, static_cast<uint32_t>(dice()));
-        Run(builder.Finish(), 256);
-    }
 }
 
 TEST_F(Hostile, LogsLie) {
@@ -224,7 +174,7 @@ TEST_F(Hostile, LogsLie) {
             entries.push_back(entry);
         }
         const std::vector<Bytes> log = SequentialLog(form, {5}, entries);
-        std::filesystem::remove(dir_ / "a.log");
+        memory_.Remove(log_);
         if (round % 3 == 0) {
             builder.AddInFileLog(log, round % 7);
         } else if (round % 3 == 1) {
@@ -235,49 +185,29 @@ TEST_F(Hostile, LogsLie) {
             Put32(last, 16, builder.PageCount() - 1 - dice() % 2);
             Put32(builder.Page(builder.PageCount() - 2), 16, builder.PageCount() - 2);
         } else {
-            WriteBytes(dir_ / "a.log", Joined(log));
+            memory_.Put(log_, Joined(log));
         }
         Run(builder.Finish(), 512);
     }
 }
 
-TEST_F(Hostile, RandomBytes) {
-    for (uint32_t pageSize : {256u, 512u}) {
-        for (uint32_t seed = 1; seed <= 150 * LongTests(); ++seed) {
+TEST_F(Hostile, RandomDamage) {
+    for (const uint32_t pageSize : {256u, 512u}) {
+        Form form;
+        form.pageSize = pageSize;
+        form.freePages = 100;
+        const Builder native(form, RichTree(pageSize));
+        form.foreign = true;
+        const Builder foreign(form, RichTree(pageSize));
+        for (uint32_t seed = 1; seed <= 250 * LongTests(); ++seed) {
             SCOPED_TRACE("page size " + std::to_string(pageSize) + " seed " + std::to_string(seed));
-            std::mt19937 dice(seed);
-            Form form;
-            form.pageSize = pageSize;
-            form.foreign = seed % 3 == 0;
-            static const Item root = RichTree(512);
-            Bytes file = Builder(form, pageSize == 512 ? root : RichTree(pageSize)).Finish();
-            const uint32_t changes = 1 + static_cast<uint32_t>(dice() % 40);
-            for (uint32_t i = 0; i < changes; ++i) {
-                // Headers are where the numbers are.
-                size_t at = dice() % file.size();
-                if (i % 4 != 0) at = at / pageSize * pageSize + dice() % 110;
-                file[at % file.size()] = static_cast<uint8_t>(dice() % 3 == 0 ? 0xFF : dice());
-            }
-            if (seed % 5 == 0) file.resize(file.size() / 2 + dice() % 600);
+            const bool turned = seed % 3 == 0;
+            Bytes file = (turned ? foreign : native).Finish();
+            Damage damage(file, pageSize, turned, seed);
+            for (uint32_t i = 0; i <= seed % 9; ++i) damage.Strike();
+            if (seed % 5 == 0) file.resize(file.size() / 2 + seed * 7919 % 600);
             Run(file, pageSize);
         }
-    }
-}
-
-TEST_F(Hostile, RandomPagesExchanged) {
-    const Builder sound({}, RichTree(512));
-    for (uint32_t seed = 1; seed <= 80 * LongTests(); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        std::mt19937 dice(seed);
-        Builder builder = sound;
-        for (int i = 0; i < 4; ++i) {
-            const uint32_t from = 2 + static_cast<uint32_t>(dice() % (builder.PageCount() - 2));
-            const uint32_t to = 2 + static_cast<uint32_t>(dice() % (builder.PageCount() - 2));
-            if (from == to) continue;
-            std::copy_n(builder.PageBytes(from).begin(), 512, builder.Page(to));
-            if (i % 2 == 0) Put32(builder.Page(to), 4, to);
-        }
-        Run(builder.Finish(), 512);
     }
 }
 

@@ -8,8 +8,7 @@
 #include "tests/container/Shapes.h"
 #include "tests/faults/Registry.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/FailingHeap.h"
-#include "tests/support/FaultFile.h"
+#include "tests/support/EveryFailure.h"
 #include "tests/support/MemoryFiles.h"
 #include "tests/support/RecordingFile.h"
 
@@ -76,6 +75,25 @@ class Compaction : public testing::TestWithParam<Shape> {
         EXPECT_EQ(container::ContentOf(after.root), before);
         ExpectFull(after);
         EXPECT_TRUE(container::CheckContainer(path_, container::kDeepCheck).FoundNothing());
+    }
+
+    // All reads as before, the container takes more, and at most pages are lost.
+    void ExpectWhole(EngineStore& store, const container::Content& before, bool compact) {
+        std::vector<std::string> failures;
+        for (const auto& [path, body] : store.ReadAll(&failures)) EXPECT_EQ(body, before.at(path));
+        EXPECT_TRUE(failures.empty()) << failures.front();
+        EXPECT_EQ(store.Put(u"\\after", container::Pattern(5000)), storage::kOk);
+        if (compact) {
+            EXPECT_EQ(storage::StorageCompact(store, nullptr), storage::kOk);
+        }
+        EXPECT_EQ(store.Close(), storage::kOk);
+        const container::CheckOutcome check =
+            container::CheckContainer(path_, container::kDeepCheck);
+        EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
+        container::Content after =
+            container::ContentOf(container::ReadContainer(memory_.Get(path_)).root);
+        EXPECT_EQ(after.erase(u"\\after"), 1u);
+        EXPECT_TRUE(after == before);
     }
 
     support::TempDir dir_;
@@ -186,23 +204,12 @@ TEST_P(Compaction, ThatIsKilledLosesNothing) {
     for (size_t i = 0; i < images.size(); i += 1 + images.size() / (8 * container::Rounds(6))) {
         SCOPED_TRACE("moment " + std::to_string(i));
         memory_.Put(path_, images[i]);
-        container::CheckOutcome check = container::CheckContainer(path_, container::kDeepCheck);
+        const container::CheckOutcome check =
+            container::CheckContainer(path_, container::kDeepCheck);
         EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
         EngineStore store;
         ASSERT_EQ(store.Open(path_), storage::kOk);
-        std::vector<std::string> failures;
-        container::Content now = store.ReadAll(&failures);
-        EXPECT_TRUE(failures.empty()) << failures.front();
-        for (const auto& [name, body] : now) EXPECT_EQ(body, before.at(name)) << i;
-        EXPECT_EQ(store.Put(u"\\after", container::Pattern(5000)), storage::kOk);
-        EXPECT_EQ(storage::StorageCompact(store.Container(), nullptr), storage::kOk);
-        EXPECT_EQ(store.Close(), storage::kOk);
-        check = container::CheckContainer(path_, container::kDeepCheck);
-        EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
-        container::Content after =
-            container::ContentOf(container::ReadContainer(memory_.Get(path_)).root);
-        EXPECT_EQ(after.erase(u"\\after"), 1u);
-        EXPECT_TRUE(after == before);
+        ExpectWhole(store, before, true);
         if (HasFailure()) return;
     }
 }
@@ -232,44 +239,19 @@ TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
 TEST_P(Compaction, ThatFailsIsRolledBack) {
     const Bytes sparse = Sparse(1);
     const container::Content before = container::ContentOf(ReadSound(sparse).root);
-    for (const bool inHeap : {true, false}) {
-        bool hit = true;
-        for (uint64_t number = 1; hit; number += 1 + (container::Rounds(6) < 6 ? 7 : number / 40)) {
-            SCOPED_TRACE((inHeap ? "allocation " : "file call ") + std::to_string(number));
+    for (const auto what : {support::Failing::Allocation, support::Failing::FileCall}) {
+        const auto attempt = [&](support::Failure& failure) {
             memory_.Put(path_, sparse);
-            support::FaultFile files;
             EngineStore store;
             ASSERT_EQ(store.Open(path_), storage::kOk);
-            storage::Status status = storage::kOk;
-            if (inHeap) {
-                const support::FailingHeap heap(number);
-                status = storage::StorageCompact(store.Container(), nullptr);
-                hit = heap.Hits() != 0;
-            } else {
-                files.Reset();
-                files.FailAny(number, platform::kErrorGenFailure);
-                status = storage::StorageCompact(store.Container(), nullptr);
-                hit = files.Hits() != 0;
-                files.Reset();
-            }
-            if (!hit) {
+            const storage::Status status =
+                failure.During([&] { return storage::StorageCompact(store, nullptr); });
+            if (!failure.Hit()) {
                 EXPECT_EQ(status, storage::kOk);
             }
-            std::vector<std::string> failures;
-            const container::Content now = store.ReadAll(&failures);
-            EXPECT_TRUE(failures.empty()) << failures.front();
-            for (const auto& [path, body] : now) EXPECT_EQ(body, before.at(path));
-            EXPECT_EQ(store.Put(u"\\after", container::Pattern(5000)), storage::kOk);
-            EXPECT_EQ(store.Close(), storage::kOk);
-            const container::CheckOutcome check =
-                container::CheckContainer(path_, container::kDeepCheck);
-            EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
-            container::Content after =
-                container::ContentOf(container::ReadContainer(memory_.Get(path_)).root);
-            EXPECT_EQ(after.erase(u"\\after"), 1u);
-            EXPECT_EQ(after, before);
-            if (HasFailure()) return;
-        }
+            ExpectWhole(store, before, false);
+        };
+        support::WithEveryFailure(what, attempt, container::Rounds(6) < 6 ? 4 : 40);
     }
 }
 

@@ -38,6 +38,11 @@ class MemoryFiles::File final : public ForwardingFile {
         return kErrorSuccess;
     }
     Error Flush() override { return kErrorSuccess; }
+    bool IsAt(const platform::WChar* path, uint64_t* length) override {
+        const bool at = ForwardingFile::IsAt(path, length);
+        *length = bytes_->size();
+        return at;
+    }
 
   private:
     MemoryFiles& owner_;

@@ -1,0 +1,117 @@
+// The builder and the reader are what other tests lean on, so they are tested here: the reader
+// finds what the builder put down, does not let a changed byte pass, and both are of one mind with
+// the page that describes the format.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "tests/container/EngineStore.h"
+#include "tests/container/Shapes.h"
+
+namespace support::container {
+namespace {
+
+TEST(Builder, IsReadAsItBuilt) {
+    for (const uint32_t pageSize : {256u, 512u, 4096u, 65536u}) {
+        for (const bool foreign : {false, true}) {
+            Form form;
+            form.pageSize = pageSize;
+            form.foreign = foreign;
+            form.freePages = 3;
+            const Item root = RichTree(pageSize);
+            const Builder builder(form, root);
+            const Reading reading = ReadContainer(builder.Finish());
+            EXPECT_TRUE(reading.Sound()) << reading.Report();
+            EXPECT_EQ(reading.foreign, foreign);
+            EXPECT_EQ(reading.pageCount, builder.PageCount());
+            EXPECT_EQ(reading.root.body, root.body);
+            EXPECT_EQ(ContentOf(reading.root), ContentOf(root));
+        }
+    }
+}
+
+TEST(Builder, LiesBehindBootSectors) {
+    for (const Bytes& prefix :
+         {PartitionTable(3, 3 * 512), VolumeSector(512, 4, 4 * 512), VolumeSector(2048, 2, 4096)}) {
+        Form form;
+        form.prefix = prefix;
+        form.trailing = Bytes(100, 7);
+        const Builder builder(form, Directory(u"", {File(u"a", Pattern(9))}));
+        const Reading reading = ReadContainer(builder.Finish());
+        EXPECT_TRUE(reading.Sound()) << reading.Report();
+        EXPECT_EQ(reading.pageCount, builder.PageCount());
+    }
+}
+
+TEST(Reader, SeesWhatDoesNotAgree) {
+    const struct {
+        const char* what;
+        std::u16string path;
+        std::vector<uint32_t> Place::*pages;
+        size_t offset;
+        uint32_t value;
+    } damages[] = {
+        {"kind", u"\\long", &Place::streamPages, 0, 36},
+        {"number", u"\\long", &Place::streamPages, 4, 3},
+        {"listPage", u"\\long", &Place::streamPages, 8, 0},
+        {"prevPage", u"\\long", &Place::streamPages, 12, 1},
+        {"nextPage", u"\\long", &Place::streamPages, 16, 2},
+        {"cut chain", u"\\long", &Place::streamPages, 16, 0},
+        {"owner", u"\\small", &Place::headerPages, 20, 77},
+        {"parent", u"\\small", &Place::headerPages, 28, 77},
+        {"end offset", u"\\small", &Place::headerPages, 32, 700},
+        {"record size", u"\\small", &Place::headerPages, 36, 0},
+        {"index entry", u"\\long", &Place::indexPages, 36, 0},
+        {"entry page level", u"\\many", &Place::entryPages, 24, 5},
+        {"free entry", u"\\many", &Place::entryPages, 32, 0},
+        {"name page", u"\\" + std::u16string(23, u'x'), &Place::namePages, 16, 9},
+    };
+    const Builder sound({}, RichTree(512));
+    for (const auto& damage : damages) {
+        Builder builder = sound;
+        const uint32_t page = (builder.At(damage.path).*damage.pages).front();
+        Put32(builder.Page(page), damage.offset, damage.value);
+        EXPECT_FALSE(ReadContainer(builder.Finish()).Sound()) << damage.what;
+    }
+    Builder leaking = sound, freed = sound;
+    leaking.AddPage(DataPage);
+    freed.SetSlot(2, Free);
+    for (const Builder* builder : {&leaking, &freed})
+        EXPECT_FALSE(ReadContainer(builder->Finish()).Sound());
+}
+
+// The bytes of the hexadecimal dump behind the line that begins with `lead`: lines of an offset
+// and 16 bytes, where a line "*" repeats the one before it.
+Bytes Dump(const std::string& lead) {
+    Bytes bytes;
+    std::ifstream page(FORMAT_PAGE);
+    std::string line;
+    while (std::getline(page, line) && line.rfind(lead, 0) != 0) continue;
+    while (std::getline(page, line) && line.rfind("```", 0) != 0) continue;
+    while (std::getline(page, line) && line.rfind("```", 0) != 0) {
+        if (line == "*") continue;
+        std::istringstream in(line);
+        size_t offset = 0;
+        in >> std::hex >> offset;
+        while (bytes.size() < offset && bytes.size() >= 16)
+            bytes.push_back(bytes[bytes.size() - 16]);
+        EXPECT_EQ(bytes.size(), offset) << line;
+        for (unsigned byte; in >> byte;) bytes.push_back(static_cast<uint8_t>(byte));
+    }
+    return bytes;
+}
+
+TEST(FormatPage, ShowsAFreshContainerAndAValue) {
+    const Bytes dump = Dump("### A fresh container");
+    EXPECT_EQ(dump.size(), 1536u);
+    EXPECT_EQ(dump, Builder({}, Directory(u"")).Finish());
+    const Reading reading = ReadContainer(Dump("### A value"));
+    EXPECT_TRUE(reading.Sound()) << reading.Report();
+    Key expected;
+    expected.values[u"FBRVersion"] = {4, {2, 0, 0, 0}};
+    EXPECT_EQ(RegistryOf(reading.root), expected);
+}
+
+}  // namespace
+}  // namespace support::container

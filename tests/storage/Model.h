@@ -1,0 +1,102 @@
+// What a container is to hold, in plain memory: a tree of names, bodies and who is at them.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/container/EngineStore.h"
+
+namespace storage_model {
+
+using support::Bytes;
+using support::container::Item;
+
+// A to Z only.
+inline std::u16string Folded(std::u16string text) {
+    for (char16_t& unit : text)
+        if (unit >= u'A' && unit <= u'Z') unit = static_cast<char16_t>(unit + 32);
+    return text;
+}
+
+struct Node {
+    std::u16string name;
+    bool directory = true, link = false;
+    Bytes body;
+    Node* parent = nullptr;
+    std::map<std::u16string, std::unique_ptr<Node>> children;  // by folded name
+    // Handles and searches at it.
+    int users = 0, denyRead = 0, denyWrite = 0;
+
+    Node* Child(const std::u16string& childName) const {
+        const auto found = children.find(Folded(childName));
+        return found == children.end() ? nullptr : found->second.get();
+    }
+    Node* Add(const std::u16string& childName, bool isDirectory) {
+        auto& child = children[Folded(childName)] = std::make_unique<Node>();
+        child->name = childName;
+        child->directory = isDirectory;
+        child->parent = this;
+        return child.get();
+    }
+    std::unique_ptr<Node> Take() {
+        auto taken = parent->children.extract(Folded(name));
+        return std::move(taken.mapped());
+    }
+    std::u16string Path() const { return parent == nullptr ? u"" : parent->Path() + u"\\" + name; }
+    bool IsBelow(const Node* other) const {
+        return this == other || (parent != nullptr && parent->IsBelow(other));
+    }
+    // Of it and of what is below it.
+    int AllUsers() const {
+        int count = users;
+        for (const auto& [key, child] : children) count += child->AllUsers();
+        return count;
+    }
+    void All(std::vector<Node*>* nodes) {
+        nodes->push_back(this);
+        for (const auto& [key, child] : children) child->All(nodes);
+    }
+    // Nobody is at the copy.
+    std::unique_ptr<Node> Copy() const {
+        auto copy = std::make_unique<Node>();
+        copy->name = name;
+        copy->directory = directory;
+        copy->link = link;
+        copy->body = body;
+        for (const auto& [key, child] : children) {
+            auto& place = copy->children[key] = child->Copy();
+            place->parent = copy.get();
+        }
+        return copy;
+    }
+    void Fill(const Item& item) {
+        body = item.body;
+        body.resize(item.size.value_or(body.size()));
+        for (const Item& child : item.children) {
+            using Kind = support::container::ItemKind;
+            Node* node = Add(child.name, child.kind == Kind::Directory);
+            node->link = child.kind == Kind::Link;
+            node->Fill(child);
+        }
+    }
+};
+
+// "" when what was found by other eyes is the tree of `node`.
+inline std::string Difference(const Node& node, const support::container::Found& found) {
+    const std::string path = support::container::Narrow(node.Path());
+    if (node.body != found.body) return path + " has another body";
+    if (node.directory != ((found.attributes & 2) != 0)) return path + " is of another kind";
+    for (const auto& child : found.children)
+        if (node.Child(child.name) == nullptr || node.Child(child.name)->name != child.name)
+            return support::container::Narrow(child.name) + " is there in " + path;
+    if (node.children.size() != found.children.size()) return path + " has another count";
+    for (const auto& child : found.children) {
+        const std::string below = Difference(*node.Child(child.name), child);
+        if (!below.empty()) return below;
+    }
+    return "";
+}
+
+}  // namespace storage_model

@@ -1,0 +1,559 @@
+// Random operations through the engine, held against a model in memory and against the reader that
+// shares no code with the engine. A run that fails is made as short as it can be and told step by
+// step. Seeds are fixed; ZRFS_LONG_TESTS=n runs n times as many.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "storage/namespace/Listing.h"
+#include "storage/namespace/Operations.h"
+#include "tests/container/Promise.h"
+#include "tests/container/Shapes.h"
+#include "tests/storage/Model.h"
+#include "tests/support/MemoryFiles.h"
+
+namespace storage_model {
+namespace {
+
+using namespace storage;
+using namespace support::container;
+
+// The numbers say which object, name, place and length; they mean something in any state, so that
+// a run is one with any of its steps left out.
+struct Step {
+    enum Kind : uint32_t {
+        // clang-format off
+        kPut, kPutSmall, kMake, kDelete, kDeleteWithFiles, kMove, kOpen, kSeek, kRead, kWrite,
+        kSetSize, kCloseHandle, kSearch, kNext, kLook, kCheck, kBatch, kEndBatch, kCompact, kReopen,
+        kKinds
+        // clang-format on
+    };
+    Kind kind;
+    uint32_t a, b, c;
+};
+constexpr uint32_t kOften[] = {6, 3, 3, 5, 1, 5, 5, 6, 8, 12, 2, 3, 2, 5, 4, 1, 1, 4, 1, 1};
+
+struct Setup {
+    uint32_t pageSize;
+    bool foreign, rich;
+    bool tight;  // nothing is kept in memory that nobody refers to
+};
+
+class Run {
+  public:
+    explicit Run(const Setup& setup) : setup_(setup), limits_(g_memoryLimits) {
+        if (setup.tight) g_memoryLimits = {0, 0};
+        Form form;
+        form.pageSize = setup.pageSize;
+        form.foreign = setup.foreign;
+        Item tree = setup.rich ? RichTree(setup.pageSize) : support::container::Directory(u"");
+        // Entries in a record move to a page when they are first listed, also by who has no lock:
+        // handles that are open then do not live on.
+        std::erase_if(tree.children, [](const Item& item) { return item.inlineEntries; });
+        root_->Fill(tree);
+        memory_.Put(path_, Builder(form, tree).Finish());
+        Expect("open", store_.Open(path_), kOk);
+    }
+    ~Run() {
+        EndWork();
+        store_.Close();
+        g_memoryLimits = limits_;
+    }
+
+    // What was not as the model has it, and what was done until then; "" when all is.
+    std::string Do(const std::vector<Step>& steps) {
+        for (size_t i = 0; i < steps.size() && wrong_.empty(); ++i) {
+            step_ = steps[i];
+            Dispatch();
+        }
+        if (wrong_.empty()) Reopen();
+        return wrong_.empty() ? "" : wrong_ + story_;
+    }
+
+  private:
+    struct Handle {
+        std::unique_ptr<EngineFile> file;
+        Node* node;
+        bool write, denyRead, denyWrite;
+        uint64_t position = 0;
+    };
+    struct Search {
+        StorageSearchStruct record{};
+        Node* directory;
+        size_t position;
+        const Node* next;  // nobody's to look at
+        std::u16string nextName;
+    };
+
+    void Dispatch() {
+        // clang-format off
+        switch (step_.kind) {
+            case Step::kPut: return Put();
+            case Step::kPutSmall: return PutSmall();
+            case Step::kMake: return Make();
+            case Step::kDelete: return Delete();
+            case Step::kDeleteWithFiles: return DeleteWithFiles();
+            case Step::kMove: return Move();
+            case Step::kOpen: return Open();
+            case Step::kSearch: return FindFirst();
+            case Step::kNext: return FindNext();
+            case Step::kLook: return Look();
+            case Step::kCheck: return Check();
+            case Step::kBatch: return Batch();
+            case Step::kEndBatch: return EndBatch(step_.a % 2 != 0);
+            case Step::kCompact: return Compact();
+            case Step::kReopen: return Reopen();
+            default: return UseHandle();
+        }
+        // clang-format on
+    }
+
+    template <class A, class B>
+    bool Expect(const std::string& what, const A& is, const B& shouldBe) {
+        if constexpr (std::is_same_v<A, Status>)
+            story_ += "\n    " + what + ": " + std::to_string(is);
+        if (is == shouldBe || !wrong_.empty()) return wrong_.empty();
+        wrong_ = what;
+        if constexpr (std::is_integral_v<A>)
+            wrong_ += " is " + std::to_string(is) + ", not " + std::to_string(shouldBe);
+        return false;
+    }
+    // A handle that writes keeps the pages of its object to itself: who needs one of them, on the
+    // way through a directory or for the times of an entry, is told so and has changed nothing.
+    bool IsKeptOut(Status status) const {
+        const bool times = step_.kind == Step::kSearch || step_.kind == Step::kNext;
+        return status == kSharing &&
+               std::any_of(handles_.begin(), handles_.end(), [times](const Handle& handle) {
+                   return handle.write &&
+                          (times || handle.node->directory || !handle.node->children.empty());
+               });
+    }
+    bool Done(const std::string& what, Status status, Status shouldBe) {
+        return Expect(what, status, IsKeptOut(status) ? status : shouldBe) && status == kOk;
+    }
+    uint32_t Payload() const { return setup_.pageSize - 32; }
+
+    // An object that is no link.
+    Node* Any(uint32_t number, bool linkToo = false) {
+        std::vector<Node*> nodes;
+        root_->All(&nodes);
+        if (!linkToo) std::erase_if(nodes, [](const Node* node) { return node->link; });
+        return nodes[number % nodes.size()];
+    }
+    // Mostly short; around the 22 units of an entry, and the name pages behind it.
+    std::u16string Name(uint32_t number) const {
+        std::u16string name(1, static_cast<char16_t>((number % 3 == 0 ? u'A' : u'a') + number % 7));
+        const uint32_t lengths[] = {0, 0, 0, 0, 0, 20, 21, 22, 21 + Payload() / 2, 250};
+        name.insert(0, std::min(lengths[number / 7 % std::size(lengths)], 1000u), u'n');
+        if (number % 11 == 0) std::reverse(name.begin(), name.end());
+        return name;
+    }
+    Node* Parent(uint32_t number) {
+        Node* parent = Any(number);
+        const std::u16string path = parent->Path();
+        return std::count(path.begin(), path.end(), u'\\') > 5 ? root_.get() : parent;
+    }
+    Bytes Body(uint32_t number) const {
+        const uint32_t payload = Payload(), some = number / 16;
+        const uint32_t sizes[] = {0,
+                                  1,
+                                  31,
+                                  33,
+                                  some % 200,
+                                  payload - some % 140,
+                                  payload,
+                                  payload + 1,
+                                  some % (payload * 4),
+                                  payload * (7 + some % 11),
+                                  some % (payload * 40)};
+        const uint32_t size = std::min(sizes[number % std::size(sizes)], 300000u);
+        return some % 3 == 0 ? Runs(size) : Pattern(size, number);
+    }
+    // What an operation that wants to read and write says.
+    static Status Sharing(const Node* node, bool write) {
+        return node->denyRead > 0 || (write && node->denyWrite > 0) ? kSharing : kOk;
+    }
+    void PullBack(const Node* node, uint64_t size) {
+        for (Handle& handle : handles_)
+            if (handle.node == node) handle.position = std::min(handle.position, size);
+    }
+
+    void Put() {
+        Node* parent = Parent(step_.a);
+        const std::u16string name = Name(step_.b), path = parent->Path() + u"\\" + name;
+        Node* node = parent->Child(name);
+        const Bytes body = Body(step_.c);
+        if (node != nullptr && node->link) return;
+        const Status expected = node == nullptr   ? kOk
+                                : node->directory ? Status{kExists}
+                                                  : Sharing(node, true);
+        if (!Done("put " + Narrow(path), store_.Put(path, body), expected)) return;
+        if (node == nullptr) node = parent->Add(name, false);
+        node->body = body;
+        PullBack(node, 0);
+    }
+    // In one step, where the file is small and nobody is at it.
+    void PutSmall() {
+        Node* parent = Parent(step_.a);
+        const std::u16string name = Name(step_.b), path = parent->Path() + u"\\" + name;
+        Node* node = parent->Child(name);
+        Bytes body = Body(step_.c);
+        body.resize(std::min<size_t>(body.size(), 900));
+        bool aside = false;
+        store_.Container()->containerLock.AssertAlone();
+        const Status status =
+            PutFileAt(store_, ToWide(path).c_str(),
+                      {body.data(), 0, body.data(), static_cast<uint32_t>(body.size())},
+                      ToWide(parent->name), &aside);
+        const bool taken = node != nullptr && (node->directory || node->link);
+        if (status == kNotPlain ||
+            !Done("small put " + Narrow(path), status, taken ? kExists : kOk))
+            return;
+        Expect("aside", aside, parent->Child(parent->name) != nullptr);
+        if (node == nullptr) node = parent->Add(name, false);
+        Expect("users of a small put", node->users, 0);
+        node->body = body;
+    }
+    void Make() {
+        Node* parent = Parent(step_.a);
+        const std::u16string name = Name(step_.b);
+        const bool there = parent->Child(name) != nullptr;
+        if (Done("make " + Narrow(name), store_.MakeDirectory(parent->Path() + u"\\" + name),
+                 there ? kExists : kOk))
+            parent->Add(name, true);
+    }
+    void Gone(Node* node) {
+        past_[turn_++ % std::size(past_)] = node->Path();
+        node->Take();
+    }
+    void Delete() {
+        Node* node = Any(step_.a, true);
+        const Status expected = node->parent == nullptr                      ? kNotFound
+                                : node->directory && !node->children.empty() ? kNotEmpty
+                                : node->AllUsers() != 0                      ? kSharing
+                                                                             : kOk;
+        const std::u16string path = node->parent == nullptr ? u"\\" : node->Path();
+        if (Done("delete " + Narrow(path), store_.Delete(path), expected)) Gone(node);
+    }
+    void DeleteWithFiles() {
+        Node* node = Any(step_.a);
+        if (node->parent == nullptr) return;
+        bool plain = node->directory && node->AllUsers() == 0;
+        for (const auto& [key, child] : node->children)
+            plain = plain && !child->directory && !child->link;
+        store_.Container()->containerLock.AssertAlone();
+        const Status status = DeleteWithFilesAt(store_, ToWide(node->Path()).c_str());
+        if (status != kNotPlain &&
+            Done("delete with files " + Narrow(node->Path()), status, plain ? kOk : kNotPlain))
+            Gone(node);
+    }
+    void Move() {
+        Node* node = Any(step_.a, true);
+        Node* parent = Parent(step_.b);
+        const std::u16string name = step_.c % 4 == 0 ? node->name : Name(step_.c);
+        if (node->parent == nullptr) return;
+        const std::u16string from = node->Path(), to = parent->Path() + u"\\" + name;
+        const Node* there = parent->Child(name);
+        Status expected = kOk;
+        if (parent->IsBelow(node))
+            expected = kInvalid;
+        else if (there != nullptr && (there != node || from == to))
+            expected = kExists;
+        if (!Done("move " + Narrow(from) + " to " + Narrow(to), store_.Move(from, to), expected))
+            return;
+        past_[turn_++ % std::size(past_)] = from;
+        auto taken = node->Take();
+        taken->name = name;
+        taken->parent = parent;
+        parent->children[Folded(name)] = std::move(taken);
+    }
+
+    void Open() {
+        Node* node = Any(step_.a);
+        if (handles_.size() > 4 || batch_ != nullptr) return;
+        const bool write = step_.b % 3 != 0, denyRead = step_.b % 13 == 1,
+                   denyWrite = step_.b % 11 == 1;
+        Handle handle{
+            std::make_unique<EngineFile>(store_, node->parent == nullptr ? u"\\" : node->Path(),
+                                         write, denyRead, denyWrite),
+            node, write, denyRead, denyWrite};
+        const Status expected = Sharing(node, write);
+        if (!Done("open " + Narrow(node->Path()) + (write ? " to write" : ""),
+                  handle.file->Opened(), expected))
+            return;
+        ++node->users;
+        node->denyRead += denyRead;
+        node->denyWrite += denyWrite;
+        handles_.push_back(std::move(handle));
+    }
+    void UseHandle() {
+        if (handles_.empty()) return;
+        Handle& handle = handles_[step_.a % handles_.size()];
+        const std::string who = Narrow(handle.node->Path());
+        switch (step_.kind) {
+            case Step::kSeek: {
+                // A gap of many large pages would make the test slow and say no more.
+                const uint64_t size = handle.node->body.size();
+                const uint64_t places[] = {size, step_.c % (size + 1), step_.c % (size * 2 + 2),
+                                           step_.c % (size + setup_.pageSize)};
+                handle.position = std::min<uint64_t>(places[step_.b % 4], 60 * uint64_t{Payload()});
+                return handle.file->SeekFar(handle.position);
+            }
+            case Step::kRead:
+                return Read(&handle, who);
+            case Step::kWrite:
+                return Write(&handle, who);
+            case Step::kSetSize:
+                return SetSize(handle, who);
+            default:
+                Expect("close " + who, handle.file->Close(), kOk);
+                return Forget(step_.a % handles_.size());
+        }
+    }
+    void Forget(size_t index) {
+        const Handle& handle = handles_[index];
+        --handle.node->users;
+        handle.node->denyRead -= handle.denyRead;
+        handle.node->denyWrite -= handle.denyWrite;
+        handles_.erase(handles_.begin() + static_cast<std::ptrdiff_t>(index));
+    }
+    uint32_t Length() const {
+        const uint32_t lengths[] = {Payload() - 1 + step_.c % 3, Payload() * (1 + step_.c % 4),
+                                    step_.c % (20 * std::min(Payload(), 4000u))};
+        return step_.b % 8 < 3 ? lengths[step_.b % 8] : step_.c % 100;
+    }
+    void Read(Handle* handle, const std::string& who) {
+        const Bytes& body = handle->node->body;
+        const uint64_t begin = std::min<uint64_t>(handle->position, body.size());
+        const uint64_t end = std::min<uint64_t>(begin + Length(), body.size());
+        Bytes read;
+        if (Length() == 0) return;
+        const Status status = handle->file->Read(Length(), &read);
+        Expect("read status of " + who, status, begin == end ? kEndOfData : kOk);
+        Expect("read " + who, read,
+               Bytes(body.begin() + static_cast<std::ptrdiff_t>(begin),
+                     body.begin() + static_cast<std::ptrdiff_t>(end)));
+        handle->position += read.size();
+    }
+    void Write(Handle* handle, const std::string& who) {
+        Bytes& body = handle->node->body;
+        const Bytes piece = Pattern(Length(), step_.c);
+        const Status expected = handle->write ? kOk : kAccess;
+        if (!Expect("write " + who, handle->file->Write(piece), expected) || !handle->write) return;
+        if (piece.empty() && handle->position <= body.size()) return;
+        if (body.size() < handle->position + piece.size())
+            body.resize(handle->position + piece.size());
+        std::copy(piece.begin(), piece.end(),
+                  body.begin() + static_cast<std::ptrdiff_t>(handle->position));
+        handle->position += piece.size();
+    }
+    void SetSize(const Handle& handle, const std::string& who) {
+        if (!handle.write) return;
+        Bytes& body = handle.node->body;
+        const uint64_t size =
+            step_.b % 3 == 0 ? body.size() / Payload() * Payload() : step_.c % (body.size() + 1);
+        if (!Expect("cut " + who, handle.file->SetSize(size), kOk)) return;
+        if (size < body.size()) PullBack(handle.node, size);
+        body.resize(size);
+    }
+
+    void FindFirst() {
+        Node* directory = Any(step_.a);
+        if (search_ != nullptr || batch_ != nullptr) return EndSearch();
+        search_ = std::make_unique<Search>();
+        search_->directory = directory;
+        ++directory->users;
+        search_->position = 0;
+        Note(0);
+        Shown(StorageFindFirst(store_, &search_->record, ToWide(directory->Path() + u"\\*").c_str(),
+                               0xFFFFFFFF, kFindFullName | kFindTimes));
+    }
+    void FindNext() {
+        if (search_ != nullptr) Shown(StorageFindNext(store_, &search_->record));
+    }
+    void Note(size_t position) {
+        search_->position = position;
+        search_->next = nullptr;
+        if (position >= search_->directory->children.size()) return;
+        const auto at =
+            std::next(search_->directory->children.begin(), static_cast<std::ptrdiff_t>(position));
+        search_->next = at->second.get();
+        search_->nextName = at->first;
+    }
+    // Goes on with the entry that was next when the last one was shown, or where that would stand.
+    void Shown(Status status) {
+        const auto& children = search_->directory->children;
+        if (IsKeptOut(status)) return EndSearch();
+        if (search_->next != nullptr)
+            search_->position = static_cast<size_t>(
+                std::distance(children.begin(), children.lower_bound(search_->nextName)));
+        const bool more = search_->position < children.size();
+        if (!Done("search", status, more ? kOk : kNoMore)) return EndSearch();
+        const auto at = std::next(children.begin(), static_cast<std::ptrdiff_t>(search_->position));
+        const Node& node = *at->second;
+        Expect("found name", ToUnits(search_->record.name) == node.name, true);
+        const bool open = node.users != 0;  // its size may be known to its handles only
+        if (!open) Expect("found size", search_->record.size, node.body.size());
+        Note(search_->position + 1);
+    }
+    void EndSearch() {
+        if (search_ == nullptr) return;
+        --search_->directory->users;
+        StorageFindClose(store_, &search_->record);
+        search_.reset();
+    }
+    // Paths that were, and may be again.
+    void Look() {
+        const std::u16string& path = past_[step_.a % std::size(past_)];
+        const Node* node = root_.get();
+        for (size_t at = 0; at < path.size() && node != nullptr;) {
+            const size_t end = std::min(path.find(u'\\', at + 1), path.size());
+            node = node->link ? nullptr : node->Child(path.substr(at + 1, end - at - 1));
+            at = end;
+        }
+        // The way of a link is another's tale.
+        if (node == nullptr && setup_.rich) return;
+        Done("look at " + Narrow(path), store_.Attributes(path), node != nullptr ? kOk : kNotFound);
+    }
+
+    void Check() {
+        if (IsKeptOut(kSharing)) return;
+        std::vector<Node*> nodes;
+        root_->All(&nodes);
+        for (const Node* node : nodes) {
+            Bytes body;
+            if (!node->link && node->denyRead == 0) {
+                const std::u16string path = node->parent == nullptr ? u"\\" : node->Path();
+                Expect("status of " + Narrow(path), store_.Get(path, &body), kOk);
+                Expect("body of " + Narrow(path), body, node->body);
+            }
+            if (node->link || (!node->directory && node->users != 0)) continue;
+            ListPlace place;
+            platform::WStringView name;
+            uint32_t index = 0;
+            const platform::WString pattern = ToWide(node->Path() + u"\\*");
+            for (const auto& [key, child] : node->children) {
+                Expect("list", StorageNameAt(store_, pattern.c_str(), ~0u, index++, &place, &name),
+                       kOk);
+                Expect("entry", std::u16string(name.begin(), name.end()), child->name);
+            }
+            Expect("end", StorageNameAt(store_, pattern.c_str(), ~0u, index, &place, &name),
+                   kNoMore);
+        }
+    }
+    void EndWork() {
+        EndBatch(true);
+        EndSearch();
+        while (!handles_.empty()) {
+            Expect("close", handles_.back().file->Close(), kOk);
+            Forget(handles_.size() - 1);
+        }
+    }
+    void Batch() {
+        if (batch_ != nullptr) return;
+        EndWork();
+        store_.Container()->containerLock.AssertAlone();
+        if (Expect("begin", BeginBatch(store_), kOk)) batch_ = root_->Copy();
+    }
+    void EndBatch(bool keep) {
+        if (batch_ == nullptr) return;
+        store_.Container()->containerLock.AssertAlone();
+        Expect("end", storage::EndBatch(store_, keep), kOk);
+        if (!keep) root_ = std::move(batch_);
+        batch_.reset();
+    }
+    void Compact() {
+        EndWork();
+        Expect("compact", StorageCompact(store_, nullptr), kOk);
+    }
+    // What is open at the close of the container is closed with it.
+    void Reopen() {
+        EndBatch(true);
+        Expect("close", store_.Close(), kOk);
+        while (!handles_.empty()) {
+            handles_.back().file->LetGo();
+            Forget(handles_.size() - 1);
+        }
+        if (search_ != nullptr) Expect("given up", search_->record.search == nullptr, true);
+        EndSearch();
+        const Reading reading = ReadContainer(memory_.Get(path_));
+        Expect(reading.Report(), reading.Sound(), true);
+        const std::string difference = Difference(*root_, reading.root);
+        Expect(difference, difference.empty(), true);
+        const CheckOutcome check = CheckContainer(path_, kDeepCheck);
+        Expect("a check: " + check.Findings(), check.FoundNothing(), true);
+        Expect("open", store_.Open(path_), kOk);
+    }
+
+    const Setup setup_;
+    const MemoryLimits limits_;
+    support::TempDir dir_;
+    const std::filesystem::path path_ = dir_ / "c.dat";
+    support::MemoryFiles memory_;
+    EngineStore store_;
+    std::unique_ptr<Node> root_ = std::make_unique<Node>(), batch_;
+    std::vector<Handle> handles_;
+    std::unique_ptr<Search> search_;
+    std::u16string past_[8];
+    size_t turn_ = 0;
+    Step step_{};
+    std::string wrong_, story_;
+};
+
+std::string Failure(const Setup& setup, const std::vector<Step>& steps) {
+    return Run(setup).Do(steps);
+}
+
+// Leaves out what the failure does not need: halves first, then ever smaller parts.
+std::vector<Step> Shortest(const Setup& setup, std::vector<Step> steps) {
+    int tries = 300;
+    for (size_t part = (steps.size() + 1) / 2; part > 0; part = part == 1 ? 0 : (part + 1) / 2)
+        for (size_t at = 0; at < steps.size() && tries-- > 0;) {
+            std::vector<Step> fewer = steps;
+            const auto begin = fewer.begin() + static_cast<std::ptrdiff_t>(at);
+            fewer.erase(begin,
+                        begin + static_cast<std::ptrdiff_t>(std::min(part, fewer.size() - at)));
+            if (Failure(setup, fewer).empty())
+                at += part;
+            else
+                steps = fewer;
+        }
+    return steps;
+}
+
+std::vector<Step> RandomSteps(uint32_t seed, size_t count) {
+    std::mt19937 random(seed);
+    std::discrete_distribution<uint32_t> kinds(std::begin(kOften), std::end(kOften));
+    std::vector<Step> steps;
+    for (size_t i = 0; i < count; ++i)
+        steps.push_back({static_cast<Step::Kind>(kinds(random)), static_cast<uint32_t>(random()),
+                         static_cast<uint32_t>(random()), static_cast<uint32_t>(random())});
+    return steps;
+}
+
+class Model : public testing::TestWithParam<Setup> {};
+
+TEST_P(Model, HoldsWhatTheEngineHolds) {
+    for (uint32_t seed = 1; seed <= Rounds(4); ++seed) {
+        std::vector<Step> steps = RandomSteps(seed, 400);
+        if (Failure(GetParam(), steps).empty()) continue;
+        steps = Shortest(GetParam(), std::move(steps));
+        FAIL() << "seed " << seed << ": " << Failure(GetParam(), steps);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Setups, Model,
+    testing::Values(Setup{256, false, false, false}, Setup{256, true, true, false},
+                    Setup{512, false, false, true}, Setup{512, false, true, false},
+                    Setup{512, true, false, false}, Setup{4096, false, true, true},
+                    Setup{65536, false, true, false}),
+    [](const auto& param) {
+        const Setup& s = param.param;
+        return std::to_string(s.pageSize) + (s.foreign ? "Foreign" : "") + (s.rich ? "Rich" : "") +
+               (s.tight ? "Tight" : "");
+    });
+
+}  // namespace
+}  // namespace storage_model

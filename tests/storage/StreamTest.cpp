@@ -1,0 +1,391 @@
+// Where the bytes of a stream go: into the record, into pages, into pages with an index; coded
+// blocks; and what is said of streams that lie.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+
+#include "storage/namespace/Stream.h"
+#include "tests/container/EngineStore.h"
+#include "tests/container/Shapes.h"
+
+namespace {
+
+using namespace support::container;
+using storage::kBadBlock;
+using storage::kCorrupt;
+using storage::kOk;
+using support::Bytes;
+
+constexpr uint32_t kPayload = 512 - 32;
+const std::u16string kFile = u"\\v";
+
+Bytes First(const Bytes& bytes, size_t count) {
+    return Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+// A record in the first HeaderPage of an object; null when there is none.
+uint8_t* FindIn(uint8_t* page, uint16_t type) {
+    for (uint32_t at = 36; at < Get16(page, 32); at += Get16(page, at + 2))
+        if (Get16(page, at) == type) return page + at;
+    return nullptr;
+}
+
+struct Stored {
+    uint32_t size = 0, info = 0, link = 0;
+};
+Stored StoredRecord(EngineStore& store, uint16_t type) {
+    const Reading reading = store.ReadSound();
+    Bytes file = store.FileBytes();
+    const uint8_t* record =
+        FindIn(file.data() + size_t{reading.At(kFile)->headerPage} * reading.pageSize, type);
+    if (record == nullptr) return {};
+    return {Get16(record, 2), Get32(record, 4), Get32(record, 8)};
+}
+
+TEST(Stream, StandsInTheRecordRoundedTo32UntilThePageIsFull) {
+    const struct {
+        uint32_t bytes, record;
+        bool out;
+    } cases[] = {{0, 12, false},  {1, 44, false},    {31, 44, false},   {32, 44, false},
+                 {33, 76, false}, {300, 332, false}, {416, 428, false}, {417, 12, true}};
+    for (const auto& one : cases) {
+        EngineStore store(512);
+        ASSERT_EQ(store.Put(kFile, Pattern(one.bytes)), kOk);
+        const Stored record = StoredRecord(store, DataRec);
+        EXPECT_EQ(record.size, one.record) << one.bytes;
+        EXPECT_EQ(record.link != 0, one.out) << one.bytes;
+        EXPECT_EQ(store.Body(kFile), Pattern(one.bytes));
+    }
+}
+
+TEST(Stream, HasAnIndexFromThe17thPageUntilBelowTheEighth) {
+    EngineStore store(512);
+    const Bytes bytes = Pattern(17 * kPayload);
+    for (const uint32_t step : {17 * kPayload, kPayload}) {
+        ASSERT_EQ(store.Put(kFile, {}), kOk);
+        {
+            EngineFile file(store, kFile);
+            for (uint32_t at = 0; at < bytes.size(); at += step) {
+                ASSERT_EQ(file.Write(Bytes(bytes.begin() + at, bytes.begin() + at + step)), kOk);
+                const uint32_t pages = (at + step) / kPayload;
+                EXPECT_EQ(file.Object()->pageList.Count(), pages);
+                EXPECT_EQ(file.Object()->pageListPages.Count(), pages > 16 ? 1u : 0u);
+            }
+        }
+        for (const auto& [size, indexes] :
+             {std::pair(17 * kPayload, 1u), {8 * kPayload - 1, 1u}, {7 * kPayload - 1, 0u}}) {
+            {
+                EngineFile file(store, kFile);
+                ASSERT_EQ(file.SetSize(size), kOk);
+                EXPECT_EQ(file.Object()->pageListPages.Count(), indexes) << size;
+            }
+            EXPECT_EQ(StoredRecord(store, PageListRec).link != 0, indexes != 0);
+            EXPECT_EQ(store.Body(kFile), First(bytes, size));
+        }
+    }
+}
+
+TEST(Stream, GrowsAndShrinksAnIndexOfManyPages) {
+    EngineStore store(256);
+    const uint32_t payload = 224, entries = payload / 4;
+    const Bytes bytes = Pattern(payload * (3 * entries + 5));
+    ASSERT_EQ(store.Put(kFile, bytes), kOk);
+    ASSERT_EQ(store.Reopen(), kOk);
+    for (const uint32_t pages :
+         {3 * entries + 1, 3 * entries, 2 * entries, entries + 1, entries, 9u}) {
+        {
+            EngineFile file(store, kFile);
+            ASSERT_EQ(file.SetSize(pages * payload - 3), kOk);
+            EXPECT_EQ(file.Object()->pageListPages.Count(), (pages + entries - 1) / entries);
+        }
+        EXPECT_EQ(store.ReadSound().At(kFile)->body, First(bytes, pages * payload - 3));
+    }
+}
+
+// What looks behind the end makes no page; a stream end on a page end is kept as one more.
+TEST(Stream, EndsOnAPageEndWithoutAPageMore) {
+    for (const uint32_t pageSize : {256u, 512u, 65536u}) {
+        EngineStore store(pageSize);
+        Bytes bytes = Pattern(2 * (pageSize - 32)), read;
+        ASSERT_EQ(store.Put(kFile, bytes), kOk);
+        ASSERT_EQ(store.Reopen(), kOk);
+        EngineFile file(store, kFile);
+        ASSERT_EQ(file.Seek(0, 2), kOk);
+        EXPECT_EQ(file.Read(1, &read), storage::kEndOfData);
+        ASSERT_EQ(file.Write({7}), kOk);
+        EXPECT_EQ(file.Object()->pageList.Count(), 3u);
+        const auto setEnd = [&](uint64_t end) {
+            storage::FileObject* object = file.Object();
+            EXPECT_EQ(
+                storage::SetStreamEnd(object, end, &file.Handle()->block, object->transaction),
+                kOk);
+        };
+        setEnd(bytes.size());
+        EXPECT_EQ(file.Object()->streamEnd, bytes.size() + 1);
+        EXPECT_EQ(file.Object()->pageList.Count(), 3u);
+        setEnd(bytes.size() - 1);
+        EXPECT_EQ(file.Object()->streamEnd, bytes.size() - 1);
+        EXPECT_EQ(file.Object()->size, bytes.size() + 1);
+        EXPECT_EQ(file.Object()->pageList.Count(), 2u);
+        setEnd(0);
+        EXPECT_EQ(file.Object()->size, 0u);
+    }
+}
+
+TEST(Stream, ReadsAsZerosPastWhatIsStored) {
+    EngineStore store(512);
+    Bytes expected = {1, 2, 3}, read;
+    ASSERT_EQ(store.Put(kFile, expected), kOk);
+    expected.resize(1000);
+    {
+        EngineFile file(store, kFile);
+        ASSERT_EQ(file.SetSize(1000), kOk);
+        EXPECT_EQ(file.Read(5000, &read), kOk);
+        EXPECT_EQ(read, expected);
+        EXPECT_EQ(file.Object()->pageList.Count(), 0u);
+        file.SeekFar(700);  // and makes nothing when it begins there
+        EXPECT_EQ(file.Read(10, &read), kOk);
+        EXPECT_EQ(file.Object()->streamEnd, 3u);
+    }
+    EXPECT_EQ(store.ReadSound().At(kFile)->body, expected);
+    EXPECT_EQ(store.Body(kFile), expected);
+    EngineFile file(store, kFile);
+    for (const uint64_t position :
+         {UINT64_MAX, UINT64_MAX - 5, uint64_t{1} << 63, (uint64_t{1} << 32) * 480}) {
+        file.SeekFar(position);
+        EXPECT_EQ(file.Write({1, 2, 3}), storage::kFull);
+        EXPECT_EQ(file.Read(1, &read), storage::kEndOfData);
+    }
+    ASSERT_EQ(file.SetSize(UINT64_MAX), kOk);
+    for (const uint64_t position : {uint64_t{1} << 40, UINT64_MAX - 5}) {
+        file.SeekFar(position);
+        EXPECT_EQ(file.Read(100, &read), kOk);
+        EXPECT_EQ(read, Bytes(std::min<uint64_t>(100, UINT64_MAX - position)));
+    }
+    EXPECT_EQ(file.Object()->pageList.Count(), 0u);
+}
+
+TEST(Stream, WritesWithinTheBlockTouchNoPage) {
+    EngineStore store(512);
+    ASSERT_EQ(store.Put(kFile, Pattern(4000)), kOk);
+    EngineFile file(store, kFile), other(store, kFile, false);
+    file.SeekFar(1000);
+    ASSERT_EQ(file.Write({1}), kOk);
+    const storage::FileBlock* block = file.Handle()->block;
+    EXPECT_EQ(block->start, 960u);
+    EXPECT_NE(block->flags & storage::kBlockDirty, 0u);
+    ASSERT_EQ(file.Write({2, 3}), kOk);
+    EXPECT_EQ(file.Handle()->block, block);
+    Bytes read;
+    other.SeekFar(1000);  // another handle sees it before it is stored
+    EXPECT_EQ(other.Read(3, &read), kOk);
+    EXPECT_EQ(read, (Bytes{1, 2, 3}));
+}
+
+TEST(Stream, TakesTenMebibytesInAStraightLine) {
+    EngineStore store(512);
+    const Bytes bytes = Pattern(10 << 20), other = Pattern(10 << 20, 2);
+    ASSERT_EQ(store.Put(kFile, bytes), kOk);
+    ASSERT_EQ(store.Reopen(), kOk);
+    EXPECT_EQ(store.Body(kFile), bytes);
+    {
+        EngineFile file(store, kFile);
+        ASSERT_EQ(file.Write(other), kOk);  // over what is there
+    }
+    EXPECT_EQ(store.Body(kFile), other);
+    ASSERT_EQ(store.Put(kFile, bytes), kOk);  // emptied first
+    EXPECT_EQ(store.ReadSound().At(kFile)->body, bytes);
+    EXPECT_EQ(store.Delete(kFile), kOk);
+    EXPECT_LT(store.ReadSound().usedPages, 20u);
+}
+
+TEST(Stream, RefusesWhatIsPastTheLimitOfPages) {
+    for (const uint32_t limit : {3u, 4u, 5u, 20u}) {
+        Form form;
+        form.maxPages = limit;
+        EngineStore store(Builder(form, Directory(u"")).Finish());
+        storage::Status status = kOk;
+        uint32_t made = 0;
+        while (status == kOk) status = store.Put(Numbered(u"\\f", made++), Pattern(20));
+        EXPECT_EQ(status, storage::kFull) << limit;
+        EXPECT_EQ(made - 1, limit == 20 ? 14u : limit - 3 > 1 ? 1u : 0u) << limit;
+        EXPECT_EQ(store.ReadSound().root.children.size(), made - 1);
+        EXPECT_LE(store.FileBytes().size(), limit * 512);
+        if (limit != 20) continue;
+        ASSERT_EQ(store.Delete(u"\\f3"), kOk);
+        EXPECT_EQ(store.Put(u"\\big", Pattern(20000)), storage::kFull);
+        EXPECT_EQ(store.Body(u"\\f1"), Pattern(20));
+        EXPECT_EQ(store.Delete(u"\\big"), kOk);
+        EXPECT_EQ(store.ReadSound().root.children.size(), 13u);
+    }
+}
+
+// A coded block shrinks and grows within its place among the others.
+TEST(Stream, CodedBlocksTakeThePagesTheyNeed) {
+    Bytes expected(kPayload * 4 * 5, 7);
+    EngineStore store(
+        Builder({}, Directory(u"", {Coded(Paged(File(u"v", expected)), 4)})).Finish());
+    const auto pages = [&] {
+        EngineFile file(store, kFile);
+        Bytes read;
+        EXPECT_EQ(file.Read(20000, &read), kOk);
+        EXPECT_EQ(read, expected);
+        uint32_t count = 0;
+        for (const uint32_t number : file.Object()->pageList) count += number != 0;
+        return count;
+    };
+    EXPECT_EQ(pages(), 5u);
+    std::mt19937 random(3);
+    for (int round = 0; round < 5; ++round) {
+        {
+            EngineFile file(store, kFile);
+            for (int i = 0; i < 8; ++i) {
+                const size_t block = random() % 5, length = 1 + random() % 1900;
+                const Bytes bytes = i % 2 == 0 ? Pattern(length, random())
+                                               : Bytes(length, static_cast<uint8_t>(random()));
+                file.SeekFar(block * 1920);
+                ASSERT_EQ(file.Write(bytes), kOk);
+                std::copy(bytes.begin(), bytes.end(),
+                          expected.begin() + static_cast<std::ptrdiff_t>(block * 1920));
+            }
+        }
+        ASSERT_EQ(store.ReadSound().At(kFile)->body, expected);
+        EXPECT_GT(pages(), 5u);
+    }
+}
+
+TEST(Stream, OfMethodThreeNeedsItsFunctions) {
+    Item coded = File(u"v", Bytes(100, 7));
+    coded.method = 3;
+    Builder builder({}, Directory(u"", {coded}));
+    // The record of the stream: a coded block of 32 bytes that stands for 100.
+    uint8_t* record = FindIn(builder.Page(builder.At(kFile).headerPage), DataRec);
+    Put32(record, 4, 32);
+    Put32(record, 12, 100);
+    EngineStore store(builder.Finish());
+    Bytes bytes;
+    EXPECT_EQ(store.Get(kFile, &bytes), kBadBlock);
+    storage::StorageExpandFunction = [](const uint8_t* source, uint32_t length, uint8_t* to,
+                                        uint32_t* room) {
+        if (*room < 100 || length < 32) return 1;
+        std::memset(to, source[0], 100);
+        *room = 100;
+        return 0;
+    };
+    EXPECT_EQ(store.Get(kFile, &bytes), kOk);
+    EXPECT_EQ(bytes, Bytes(100, 7));
+    storage::StorageExpandFunction = nullptr;
+}
+
+// What is said of a file that lies, and what may be done with it afterwards: the others stay whole.
+TEST(Stream, TellsLies) {
+    Form form;
+    form.pageSize = 256;
+    constexpr uint32_t kSmall = 224;
+    const Item tree = Directory(
+        u"",
+        {Paged(File(u"paged", Pattern(kSmall * 4))), File(u"long", Pattern(kSmall * 70)),
+         Coded(File(u"inline", Bytes(90, 0xFF)), 1), File(u"small", Bytes(3, 'x')),
+         Coded(Paged(File(u"coded", Runs(kSmall * 9 + 5))), 4), File(u"other", Pattern(1000))});
+    const Builder sound(form, tree);
+    ASSERT_GE(sound.At(u"\\long").indexPages.size(), 2u);
+    using B = Builder;
+    using P = const Place;
+    const auto put16 = [](size_t at, uint32_t value) {
+        return [=](B& b, P& p) { Put16(b.Page(p.headerPage), at, value); };
+    };
+    const auto next = [](size_t page, size_t to) {
+        return [=](B& b, P& p) { Put32(b.Page(p.streamPages[page]), 16, p.streamPages[to]); };
+    };
+    const auto level = [](size_t page, uint32_t value) {
+        return [=](B& b, P& p) { Put32(b.Page(p.streamPages[page]), 24, value); };
+    };
+    const auto entry = [](uint32_t value) {
+        return [=](B& b, P& p) { Put32(b.Page(p.indexPages[0]), 32 + 4 * 5, value); };
+    };
+    const auto record = [](uint16_t type, size_t at, uint32_t value) {
+        return [=](B& b, P& p) { Put32(FindIn(b.Page(p.headerPage), type), at, value); };
+    };
+    const struct {
+        const char* what;
+        std::u16string file;
+        storage::Status status;
+        std::function<void(B&, P&)> change;
+    } lies[] = {
+        {"a circle", u"\\paged", kCorrupt, next(3, 1)},
+        {"a circle of one", u"\\paged", kCorrupt, next(0, 0)},
+        {"a list of 16 GiB", u"\\paged", kCorrupt, level(2, 0xFFFFFFFF)},
+        {"a jump", u"\\paged", kCorrupt, [&](B& b, P& p) { level(2, 3)(b, p), level(3, 4)(b, p); }},
+        {"no first page", u"\\paged", kCorrupt,
+         [&](B& b, P& p) {
+             for (uint32_t i = 0; i < 4; ++i) level(i, i + 1)(b, p);
+         }},
+        {"another's page", u"\\paged", kCorrupt,
+         [](B& b, P& p) { Put32(b.Page(p.streamPages[1]), 16, b.At(u"\\other").streamPages[0]); }},
+        {"past the end", u"\\paged", kCorrupt,
+         [](B& b, P& p) { Put32(b.Page(p.streamPages[1]), 16, 0xFFFFFFF0); }},
+        {"more than a page in a page", u"\\paged", kCorrupt,
+         [](B& b, P& p) { Put16(b.Page(p.streamPages[1]), 30, kSmall + 1); }},
+        {"a circle of the index", u"\\long", kCorrupt,
+         [](B& b, P& p) { Put32(b.Page(p.indexPages[1]), 16, p.indexPages[0]); }},
+        {"an entry past the end", u"\\long", kCorrupt, entry(0x10000000)},
+        {"a page twice", u"\\long", kCorrupt, entry(sound.At(u"\\long").streamPages[4])},
+        {"a hole for a whole block", u"\\long", kCorrupt, entry(0)},
+        {"an index that is none", u"\\long", kCorrupt,
+         record(PageListRec, 8, sound.At(u"\\long").streamPages[0])},
+        {"no index: the chain serves", u"\\long", kOk, record(PageListRec, 8, 0)},
+        {"blocks of no page", u"\\coded", kCorrupt, record(BlockSettings, 20, 0)},
+        {"all one block", u"\\coded", kOk, record(BlockSettings, 20, 65535)},
+        {"no such method", u"\\coded", kBadBlock, record(BlockSettings, 12, 17)},
+        {"a run without an end", u"\\coded", kBadBlock,
+         [](B& b, P& p) { std::memset(b.Page(p.streamPages[0]) + 32, 0xFF, 5); }},
+        {"the same inline", u"\\inline", kBadBlock,
+         [](B& b, P& p) { std::memset(FindIn(b.Page(p.headerPage), DataRec) + 12, 0xFF, 8); }},
+        {"a size of all bits", u"\\paged", kOk,
+         [](B& b, P& p) { Put64(FindIn(b.Page(p.headerPage), FileInfo), 40, UINT64_MAX); }},
+        {"a size of 62 bits", u"\\inline", kOk, record(FileInfo, 44, 1u << 30)},
+        {"no end offset", u"\\small", kCorrupt, put16(32, 0)},
+        {"one before the records", u"\\small", kCorrupt, put16(32, 35)},
+        {"one behind the page", u"\\small", kCorrupt, put16(32, 257)},
+        {"one far behind", u"\\small", kCorrupt, put16(32, 65535)},
+        {"one within a record", u"\\small", kCorrupt, put16(32, 47)},
+        {"a record of no bytes", u"\\small", kCorrupt, put16(38, 0)},
+        {"one of less than its head", u"\\small", kCorrupt, put16(38, 11)},
+        {"one of an odd size", u"\\small", kCorrupt, put16(38, 49)},
+        {"one behind the end", u"\\small", kCorrupt, put16(38, 65535)},
+        {"one too short", u"\\small", kCorrupt, put16(38, 40)},
+    };
+    for (const auto& lie : lies) {
+        SCOPED_TRACE(lie.what);
+        Builder builder = sound;
+        lie.change(builder, builder.At(lie.file));
+        EngineStore store(builder.Finish());
+        const size_t size = store.FileBytes().size();
+        Bytes bytes;
+        EXPECT_EQ(store.Get(lie.file, &bytes, 1 << 16), lie.status);
+        {
+            EngineFile file(store, lie.file);
+            if (file.Opened() == kOk) {
+                file.SeekFar(bytes.size() / 2);
+                file.Write(Bytes(3000, 5));
+                file.SeekFar(1u << 30);
+                file.Read(10, &bytes);
+            }
+        }
+        store.Put(lie.file, Bytes(100, 6));
+        const storage::Status deleted = store.Delete(lie.file);
+        uint8_t corrupted = 0;
+        EXPECT_EQ(storage::StorageIsCorrupted(store, &corrupted), kOk);
+        if (lie.file == u"\\small") {
+            EXPECT_EQ(deleted, kCorrupt);
+            EXPECT_EQ(corrupted, 1) << "by one who has the lock";
+        }
+        EXPECT_EQ(store.Body(u"\\other"), Pattern(1000));
+        EXPECT_EQ(store.Put(u"\\new", Pattern(9)), kOk);
+        store.Close();
+        EXPECT_LT(store.FileBytes().size(), size * 4);
+    }
+}
+
+}  // namespace
