@@ -1,5 +1,7 @@
 #include "FS_Library_DLL/keystore/FsLookup.h"
 
+#include <utility>
+
 #include "FS_Library_DLL/FsSwitches.h"
 #include "FS_Library_DLL/keystore/FsEngineStatus.h"
 #include "FS_Library_DLL/keystore/FsNames.h"

@@ -45,7 +45,8 @@ uint8_t* CleanBlocks::TakeMemory(Place* place) {
     place->known = 0;
     if (HasRoom() || count_ == 0) {
         auto* bytes = static_cast<uint8_t*>(platform::HeapAllocate(kBytes));
-        if (bytes != nullptr) table_->used[count_++] = static_cast<uint16_t>(place - table_->places);
+        if (bytes != nullptr)
+            table_->used[count_++] = static_cast<uint16_t>(place - table_->places);
         return bytes;
     }
     oldest_ = oldest_ + 1 < count_ ? oldest_ + 1 : 0;

@@ -59,7 +59,9 @@ class CleanBlocks {
     Place* UsedPlace(uint32_t at) { return &table_->places[table_->used[at]]; }
     bool Knows(uint64_t offset, uint32_t size);
     bool ReadsOn(uint64_t offset);
-    bool HasRoom() const { return small_.HeldBytes() + uint64_t{count_} * kBytes + kBytes <= kBudget; }
+    bool HasRoom() const {
+        return small_.HeldBytes() + uint64_t{count_} * kBytes + kBytes <= kBudget;
+    }
     // A place for the block, with nothing known that is of another one.
     Place* Take(uint64_t block);
     uint8_t* TakeMemory(Place* place);

@@ -37,7 +37,7 @@ class SmallPages {
     bool IsFull() const { return next_ >= kChunks * kChunkUnits; }
 
   private:
-    struct Record {  // numbers in halves, so that it stands at every place
+    struct Record {         // numbers in halves, so that it stands at every place
         uint16_t page[2];   // its offset >> kPageShift, or kNoPage
         uint16_t older[2];  // place of the one before it in the chain
         uint16_t count;     // bytes behind this

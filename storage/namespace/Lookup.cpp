@@ -90,8 +90,7 @@ struct Split {
 FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
     ObjectState* state = context->objects;
     const bool holds = hint->epoch == state->paths.epoch;
-    FileObject* directory =
-        holds && hint->gone == state->hintedGone ? hint->directory : nullptr;
+    FileObject* directory = holds && hint->gone == state->hintedGone ? hint->directory : nullptr;
     if (directory == nullptr && holds) directory = state->fileObjects.Find(hint->fileId);
     if (directory == nullptr) {
         EvictIdleObjects(context);

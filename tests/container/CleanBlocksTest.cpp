@@ -74,8 +74,8 @@ TEST(CleanBlocks, HoldWhatStandsInTheFile) {
         } else {
             bool wasRead = false;
             uint32_t error = 0;
-            const storage::PageBytes found =
-                blocks.Find(&file, uint64_t{page} * kPage, kPage, dice() % 8 == 0, &wasRead, &error);
+            const storage::PageBytes found = blocks.Find(&file, uint64_t{page} * kPage, kPage,
+                                                         dice() % 8 == 0, &wasRead, &error);
             reads += wasRead;
             ASSERT_NE(found.bytes, nullptr);
             uint8_t whole[kPage] = {};
