@@ -4,6 +4,7 @@
 
 #include "Shared/logging/Logger.h"
 #include "platform/FileSystem.h"
+#include "platform/HostPath.h"
 #include "platform/PageFile.h"
 
 #define ZRFS_LOG_FILE "Shared/FileFolderHelpers"
@@ -12,11 +13,12 @@ namespace ZrSharedHelpers {
 namespace {
 
 using platform::Error;
+using platform::kHostSeparator;
+using platform::kLongPathPrefix;
 using platform::WString;
 using Varnhold::Hob::Detail::kError;
 
 constexpr Error kErrorBadPathname = 161;
-constexpr platform::WStringView kLongPathPrefix = WTEXT("\\\\?\\");
 
 // "\\?\C:" has no attributes of its own, and is there all the same.
 bool IsDriveRoot(const WString& path) {
@@ -74,13 +76,13 @@ uint32_t EnsurePathExists(const WString& path) {
         const Error error = Look(current);
         if (error == platform::kErrorSuccess) break;
         if (error != platform::kErrorFileNotFound) return error;
-        const size_t cut = current.rfind(platform::kPathSeparator);
+        const size_t cut = current.rfind(kHostSeparator);
         if (cut == WString::npos || current == kLongPathPrefix) return kErrorBadPathname;
         missing.push_back(current);
         current.resize(cut);
         if (!current.empty()) continue;
         // Nothing is left: the root of the one tree, or a path that names no drive.
-        if (platform::kPathSeparator == '/') break;
+        if (kHostSeparator == '/') break;
         return platform::kErrorInvalidParameter;
     }
     for (; !missing.empty(); missing.pop_back()) {

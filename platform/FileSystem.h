@@ -16,13 +16,6 @@ inline constexpr uint32_t kAttributeHidden = 0x2;
 inline constexpr uint32_t kAttributeFolder = 0x10;
 inline constexpr uint32_t kAttributeNormal = 0x80;
 
-// What stands between the components of a path.
-#ifdef _WIN32
-inline constexpr WChar kPathSeparator = '\\';
-#else
-inline constexpr WChar kPathSeparator = '/';
-#endif
-
 // Each returns 0 or an error number, which is then also the last error.
 Error GetAttributes(const WChar* path, uint32_t* attributes) noexcept;
 Error SetAttributes(const WChar* path, uint32_t attributes) noexcept;

@@ -11,6 +11,8 @@ void* HeapAllocate(size_t bytes) noexcept;
 void* HeapAllocateZeroed(size_t bytes) noexcept;
 // Null is ignored.
 void HeapRelease(void* memory) noexcept;
+// Stays, with all it refers to, until the process ends: no leak to a program that looks for leaks.
+void HeapLeaveToTheEnd(const void* memory) noexcept;
 
 // For tests: asked before each allocation; false makes that allocation fail. Null removes it.
 // Not to be changed while another thread allocates.

@@ -3,6 +3,9 @@
 #include "platform/Heap.h"
 #include "platform/Hooks.h"
 
+// There in a build with the address sanitizer only.
+extern "C" [[gnu::weak]] void __lsan_ignore_object(const void* memory);
+
 namespace platform {
 
 void* HeapAllocate(size_t bytes) noexcept {
@@ -19,6 +22,10 @@ void* HeapAllocateZeroed(size_t bytes) noexcept {
 
 void HeapRelease(void* memory) noexcept {
     std::free(memory);
+}
+
+void HeapLeaveToTheEnd(const void* memory) noexcept {
+    if (__lsan_ignore_object != nullptr) __lsan_ignore_object(memory);
 }
 
 }  // namespace platform

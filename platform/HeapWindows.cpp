@@ -21,4 +21,6 @@ void HeapRelease(void* memory) noexcept {
     if (memory != nullptr) HeapFree(GetProcessHeap(), 0, memory);
 }
 
+void HeapLeaveToTheEnd(const void*) noexcept {}
+
 }  // namespace platform

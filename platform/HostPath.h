@@ -11,4 +11,7 @@ inline constexpr WChar kHostSeparator = '\\';
 inline constexpr WChar kHostSeparator = '/';
 #endif
 
+// In front of a path that Windows is to take as it stands, however long it is.
+inline constexpr WStringView kLongPathPrefix = WTEXT("\\\\?\\");
+
 }  // namespace platform

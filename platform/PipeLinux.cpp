@@ -101,7 +101,7 @@ Error TransferError(int number) {
 }  // namespace
 
 std::string PipePath(const WChar* name) {
-    const std::string text = ToUtf8(name);
+    std::string text = ToUtf8(name);
     if (text.find('/') != std::string::npos) return text;
     return RuntimeFolder() + "/" + text;
 }

@@ -1,15 +1,7 @@
 // The exported functions on values, and the listings that fill a vector of the caller's.
 #include "FS_Library_DLL/IFSInterface.h"
+#include "FS_Library_DLL/ValueName.h"
 #include "include/ZrFsLibrary.h"
-
-namespace {
-
-// The unnamed value has a name towards every store.
-const FBR_WCHAR* OrDefault(const FBR_WCHAR* name) {
-    return name[0] == 0 ? WTEXT("(Default)") : name;
-}
-
-}  // namespace
 
 FBR_STATUS FBR_DeleteValue(FBR_KEY key, const FBR_WCHAR* name, FBR_STORE handle) {
     if (name == nullptr || handle == nullptr) return FSSTATUS_INVALID_PARAMETER;

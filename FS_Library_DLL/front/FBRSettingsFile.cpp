@@ -2,8 +2,10 @@
 
 #include <cstring>
 
+#include "FS_Library_DLL/ValueName.h"
 #include "FS_Library_DLL/registry/KeyTreeDeleter.h"
 #include "include/ZrFsLibrary.h"
+#include "platform/HostPath.h"
 #include "platform/PageFile.h"
 
 namespace {
@@ -12,7 +14,6 @@ using String = IFBRSettingsFile::String;
 using Strings = IFBRSettingsFile::Strings;
 using Bytes = IFBRSettingsFile::Bytes;
 
-constexpr platform::WStringView kLongPathPrefix = WTEXT("\\\\?\\");
 constexpr uint32_t kSettingsLock = 2;
 
 enum RegistryType : uint32_t {
@@ -48,18 +49,16 @@ class ScopedKey {
     bool owns_ = false;
 };
 
-const WChar* OrDefault(const String& name) {
-    return name.empty() ? WTEXT("(Default)") : name.c_str();
-}
-
 // Asks for the size and then for the data. An empty value is FSSTATUS_SUCCESS with no bytes.
 FBR_STATUS ReadValue(IFSInterface* store, int64_t key, const String& name, Bytes& bytes,
                      uint32_t& type) {
     uint64_t size = 0;
-    const FBR_STATUS status = store->FBR_QueryValue(key, OrDefault(name), nullptr, 0, &size, &type);
+    const FBR_STATUS status =
+        store->FBR_QueryValue(key, OrDefault(name.c_str()), nullptr, 0, &size, &type);
     if (status != FSSTATUS_BUFFER_OVERFLOW) return status;
     bytes.resize(static_cast<size_t>(size));
-    return store->FBR_QueryValue(key, OrDefault(name), bytes.data(), bytes.size(), &size, &type);
+    return store->FBR_QueryValue(key, OrDefault(name.c_str()), bytes.data(), bytes.size(), &size,
+                                 &type);
 }
 
 FBR_STATUS ReadValueAt(IFSInterface* store, const String& path, const String& name, Bytes& bytes,
@@ -88,10 +87,11 @@ FBR_STATUS ReadText(IFSInterface* store, const String& path, const String& name,
     if (!key) return key.status;
     uint64_t size = 0;
     uint32_t type = 0;
-    FBR_STATUS status = store->FBR_QueryValue(key.key, OrDefault(name), nullptr, 0, &size, &type);
+    FBR_STATUS status =
+        store->FBR_QueryValue(key.key, OrDefault(name.c_str()), nullptr, 0, &size, &type);
     if (status != FSSTATUS_BUFFER_OVERFLOW) return status;
     text.resize(static_cast<size_t>(size / sizeof(WChar)));
-    status = store->FBR_QueryValue(key.key, OrDefault(name), text.data(),
+    status = store->FBR_QueryValue(key.key, OrDefault(name.c_str()), text.data(),
                                    text.size() * sizeof(WChar), &size, &type);
     if (status != FSSTATUS_SUCCESS) return status;
     if (type != typeA && type != typeB) return FSSTATUS_FAILED;
@@ -112,11 +112,11 @@ Strings SplitAtTerminators(const String& text) {
 
 }  // namespace
 
-OpenStore::OpenStore(const WString& path, FBR_METHOD method) {
+OpenedStore::OpenedStore(const WString& path, FBR_METHOD method) {
     status = FBR_InitialiseEx(path.c_str(), &store, method);
 }
 
-OpenStore::~OpenStore() {
+OpenedStore::~OpenedStore() {
     if (store != nullptr) FBR_DeInitialiseEx(store);
 }
 
@@ -128,7 +128,8 @@ HeldLock::~HeldLock() {
 }
 
 FBRSettingsFile::FBRSettingsFile(const String& path, FBR_METHOD method)
-    : path_(path.starts_with(kLongPathPrefix) ? path.substr(kLongPathPrefix.size()) : path),
+    : path_(path.substr(
+          path.starts_with(platform::kLongPathPrefix) ? platform::kLongPathPrefix.size() : 0)),
       method_(method) {}
 
 FBRSettingsFile::~FBRSettingsFile() {
@@ -146,7 +147,7 @@ bool FBRSettingsFile::IsFileBased() const {
 }
 
 FBR_STATUS FBRSettingsFile::OpenAndLock() {
-    store_ = std::make_unique<OpenStore>(path_, method_);
+    store_ = std::make_unique<OpenedStore>(path_, method_);
     if (store_->status != FSSTATUS_SUCCESS) return store_->status;
     lock_ = std::make_unique<HeldLock>(store_->store);
     return lock_->status;
@@ -262,7 +263,7 @@ FBR_STATUS FBRSettingsFile::SetString(const String& path, const String& name, co
     const FBR_STATUS made = createKey ? CreateKey(path) : FSSTATUS_SUCCESS;
     const ScopedKey key(Interface(), path);
     if (!key) return made != FSSTATUS_SUCCESS ? made : key.status;
-    return Interface()->FBR_SetValue(key.key, OrDefault(name), kRegSz, value.c_str(),
+    return Interface()->FBR_SetValue(key.key, OrDefault(name.c_str()), kRegSz, value.c_str(),
                                      (value.size() + 1) * sizeof(WChar));
 }
 
@@ -284,7 +285,8 @@ FBR_STATUS FBRSettingsFile::SetRawValue(const String& path, const String& name, 
                                         uint32_t type) {
     const ScopedKey key(Interface(), path);
     if (!key) return key.status;
-    return Interface()->FBR_SetValue(key.key, OrDefault(name), type, value.data(), value.size());
+    return Interface()->FBR_SetValue(key.key, OrDefault(name.c_str()), type, value.data(),
+                                     value.size());
 }
 
 std::unique_ptr<IFBRSettingsFile> CreateFBRSettingsFile(const String& path, FBR_METHOD method) {

@@ -5,12 +5,12 @@
 #include "include/IFBRSettingsFile.h"
 
 // An open store, closed when it goes.
-class OpenStore {
+class OpenedStore {
   public:
-    OpenStore(const WString& path, FBR_METHOD method);
-    ~OpenStore();
-    OpenStore(const OpenStore&) = delete;
-    OpenStore& operator=(const OpenStore&) = delete;
+    OpenedStore(const WString& path, FBR_METHOD method);
+    ~OpenedStore();
+    OpenedStore(const OpenedStore&) = delete;
+    OpenedStore& operator=(const OpenedStore&) = delete;
 
     FBR_STATUS status = FSSTATUS_FAILED;
     IFSInterface* store = nullptr;
@@ -62,7 +62,7 @@ class FBRSettingsFile : public IFBRSettingsFile {
     void Release();
     FBR_STATUS OpenAndLock();
 
-    std::unique_ptr<OpenStore> store_;
+    std::unique_ptr<OpenedStore> store_;
     String path_;
     std::unique_ptr<HeldLock> lock_;  // null when none is held
     FBR_METHOD method_;

@@ -7,34 +7,36 @@
 // operations may derive from it.
 class FsVarnholdTarnImpl : public IFSInterface {
   public:
-    FBR_STATUS FBR_InitialiseEx(const WChar* path) override;
-    FBR_STATUS FBR_DeInitialiseEx() override;
-    FBR_STATUS FBR_CheckFile() override;
-    FBR_STATUS FBR_IsCorrupted(uint32_t* corrupted) override;
-    FBR_STATUS FBR_Compact(uint32_t* done) override;
-    FBR_STATUS FBR_GetLockEx(uint32_t lockType) override;
-    FBR_STATUS FBR_ReleaseLockEx(uint32_t lockType) override;
-    FBR_STATUS FBR_GetLockTypeEx(uint32_t* lockType) override;
-    FBR_STATUS FBR_DeleteValue(int64_t key, const WChar* name) override;
-    FBR_STATUS FBR_SetValue(int64_t key, const WChar* name, uint32_t type, const void* data,
-                            uint64_t size) override;
-    FBR_STATUS FBR_QueryValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
-                              uint64_t* size, uint32_t* type) override;
-    FBR_STATUS FBR_CreateDirEx(int64_t parent, const WChar* name, FBR_CREATEOPTIONS options,
-                               int64_t* key) override;
-    FBR_STATUS FBR_OpenDirEx(int64_t parent, const WChar* name, int64_t* key) override;
-    FBR_STATUS FBR_DeleteDirEx(int64_t key) override;
-    FBR_STATUS FBR_DeleteDirNamedEx(const WChar* name) override;
-    FBR_STATUS FBR_RenameDirEx(int64_t key, const WChar* newName) override;
-    FBR_STATUS FBR_CloseDirEx(int64_t key) override;
-    FBR_STATUS FBR_EnumIntFileEx(int64_t key, uint32_t index, WChar** name) override;
-    FBR_STATUS FBR_EnumIntDirEx(int64_t key, uint32_t index, WChar** name) override;
-    FBR_STATUS FBR_GetName_DirEx(int64_t key, WChar** name) override;
-    FBR_STATUS FBR_GetFullName_DirEx(int64_t key, WChar** name) override;
-    FBR_STATUS FBR_DuplicateDirHandleEx(int64_t key, int64_t* newKey) override;
-    FBR_STATUS FBR_GetDirTimesEx(int64_t key, FBR_SYSTEMTIME* time) override;
-    FBR_STATUS FBR_EnumerateAllValues(int64_t key, std::vector<WString>& names) override;
-    FBR_STATUS FBR_EnumerateAllKeys(int64_t key, std::vector<WString>& names) override;
-    FBR_STATUS FBR_GetKeySecurityString(int64_t key, WChar* buffer, uint32_t* bufferChars) override;
-    FBR_STATUS FBR_SetKeySecurityString(int64_t key, const WChar* sddl) override;
+#define NOT_OFFERED(...)                 \
+    FBR_STATUS __VA_ARGS__ override {    \
+        return FSSTATUS_NOT_IMPLEMENTED; \
+    }
+    NOT_OFFERED(FBR_InitialiseEx(const WChar*));
+    NOT_OFFERED(FBR_DeInitialiseEx());
+    NOT_OFFERED(FBR_CheckFile());
+    NOT_OFFERED(FBR_IsCorrupted(uint32_t*));
+    NOT_OFFERED(FBR_Compact(uint32_t*));
+    NOT_OFFERED(FBR_GetLockEx(uint32_t));
+    NOT_OFFERED(FBR_ReleaseLockEx(uint32_t));
+    NOT_OFFERED(FBR_GetLockTypeEx(uint32_t*));
+    NOT_OFFERED(FBR_DeleteValue(int64_t, const WChar*));
+    NOT_OFFERED(FBR_SetValue(int64_t, const WChar*, uint32_t, const void*, uint64_t));
+    NOT_OFFERED(FBR_QueryValue(int64_t, const WChar*, void*, uint64_t, uint64_t*, uint32_t*));
+    NOT_OFFERED(FBR_CreateDirEx(int64_t, const WChar*, FBR_CREATEOPTIONS, int64_t*));
+    NOT_OFFERED(FBR_OpenDirEx(int64_t, const WChar*, int64_t*));
+    NOT_OFFERED(FBR_DeleteDirEx(int64_t));
+    NOT_OFFERED(FBR_DeleteDirNamedEx(const WChar*));
+    NOT_OFFERED(FBR_RenameDirEx(int64_t, const WChar*));
+    NOT_OFFERED(FBR_CloseDirEx(int64_t));
+    NOT_OFFERED(FBR_EnumIntFileEx(int64_t, uint32_t, WChar**));
+    NOT_OFFERED(FBR_EnumIntDirEx(int64_t, uint32_t, WChar**));
+    NOT_OFFERED(FBR_GetName_DirEx(int64_t, WChar**));
+    NOT_OFFERED(FBR_GetFullName_DirEx(int64_t, WChar**));
+    NOT_OFFERED(FBR_DuplicateDirHandleEx(int64_t, int64_t*));
+    NOT_OFFERED(FBR_GetDirTimesEx(int64_t, FBR_SYSTEMTIME*));
+    NOT_OFFERED(FBR_EnumerateAllValues(int64_t, std::vector<WString>&));
+    NOT_OFFERED(FBR_EnumerateAllKeys(int64_t, std::vector<WString>&));
+    NOT_OFFERED(FBR_GetKeySecurityString(int64_t, WChar*, uint32_t*));
+    NOT_OFFERED(FBR_SetKeySecurityString(int64_t, const WChar*));
+#undef NOT_OFFERED
 };

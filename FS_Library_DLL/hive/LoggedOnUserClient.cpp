@@ -154,7 +154,7 @@ DWORD LoggedOnUserClient::LaunchUserProcessWithCommandline(const std::wstring& c
     if (const DWORD error = OpenPrimaryToken(threadToken, primaryToken)) return error;
     const Environment environment(threadToken.Get());
     ZRFS_LOG(kInformation, kLaunch, "Creating process with command line [{}]", ToUtf8(commandLine));
-    // All zero, its own size included: that is meant.
+    // All zero, its own size included, which the system takes for no wishes at all.
     STARTUPINFOW startup{};
     PROCESS_INFORMATION started{};
     std::wstring writable = commandLine;  // the platform may write into it

@@ -39,7 +39,8 @@ TemporaryHiveKey::TemporaryHiveKey(const std::wstring& sid, const CUserIdentity&
 }
 
 TemporaryHiveKey::~TemporaryHiveKey() {
-    // The third argument is a registry view; the access mask in its place is meant.
+    // The third argument is a registry view. An access mask stands in its place, which has no bit
+    // of a view, so that the key goes from the process's own one.
     Registry()->RegDeleteKeyExW(HKEY_USERS, Subkey().c_str(), KEY_ALL_ACCESS, 0);
     if (key_ != nullptr) Registry()->RegCloseKey(key_);
 }

@@ -109,7 +109,7 @@ FBR_STATUS CollectNames(int64_t key, std::vector<WString>& names, FsEnumMode mod
             names.resize(before);
             return true;
         }
-        FsHeapString name;
+        HeapString name;
         name.text = FsUnescapedCopy(stored);
         if (name.text != nullptr) names.emplace_back(name.text);
         return true;
@@ -124,7 +124,7 @@ FBR_STATUS Enumerate(int64_t key, FsEnumMode mode, FsStoreContext* context, Look
                              key, mode, context);
     const Status code = context != nullptr && key != 0 ? look() : storage::kInvalid;
     const FBR_STATUS status = FsStatusFromEngine(code);
-    FsHeapString fullName;  // fetched whether it is traced or not
+    HeapString fullName;  // fetched whether it is traced or not
     FS_GetFullName_DirEx(key, &fullName.text, context);
     trace.Exit("[EXIT] FS_EnumInt_Private[{}] [{:X}] [{}] [{:X}] S[{}] D[{}]", fullName.text, key,
                mode, context, status);
@@ -142,7 +142,7 @@ Status WalkInFrame(int64_t key, FsEnumMode mode, FsStoreContext* context,
 // The caller is in a frame. A key keeps where the last look at it ended, so that one after the
 // other costs no walk from the first.
 Status CopyNameAt(int64_t key, FsEnumMode mode, uint32_t index, FsStoreContext* context,
-                  FsHeapString* name) ZRFS_REQUIRES(context->lock) {
+                  HeapString* name) ZRFS_REQUIRES(context->lock) {
     FsHandleEntry* entry = context->handles.FindKey(key);
     FsText pattern;
     if (entry == nullptr || !BuildPattern(entry->Path(), &pattern)) return storage::kInternal;
@@ -150,8 +150,7 @@ Status CopyNameAt(int64_t key, FsEnumMode mode, uint32_t index, FsStoreContext* 
     const Status code = storage::StorageNameAt(
         context->container, pattern.Text(), static_cast<uint32_t>(mode), index,
         mode == FsEnumMode::Values ? &entry->lastValue : &entry->lastSubkey, &stored);
-    platform::HeapRelease(name->text);
-    name->text = code == storage::kOk ? FsUnescapedCopy(stored) : nullptr;
+    name->Reset(code == storage::kOk ? FsUnescapedCopy(stored) : nullptr);
     return code;
 }
 
@@ -164,12 +163,9 @@ FBR_STATUS FS_EnumInt_PrivateEx(int64_t key, FsEnumMode mode, FsStoreContext* co
 
 FBR_STATUS FS_EnumInt_Private(int64_t key, uint32_t index, WChar** name, FsEnumMode mode,
                               FsStoreContext* context) {
-    FsHeapString found;
+    HeapString found;
     auto stopAtIndex = [index, &found](uint32_t at, const WChar* stored) {
-        if (stored == nullptr) {
-            platform::HeapRelease(found.text);
-            found.text = nullptr;
-        }
+        if (stored == nullptr) found.Reset();
         if (stored == nullptr || at != index) return true;
         found.text = FsUnescapedCopy(stored);
         return false;

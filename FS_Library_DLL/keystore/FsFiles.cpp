@@ -1,7 +1,8 @@
 #include "FS_Library_DLL/keystore/FsFiles.h"
 
+#include "FS_Library_DLL/ValueName.h"
 #include "FS_Library_DLL/keystore/FsCollisions.h"
-#include "FS_Library_DLL/keystore/FsEngineStatus.h"
+#include "FS_Library_DLL/keystore/FsFrame.h"
 #include "FS_Library_DLL/keystore/FsKeys.h"
 #include "FS_Library_DLL/keystore/FsNames.h"
 #include "FS_Library_DLL/keystore/FsOperation.h"
@@ -12,10 +13,6 @@ using storage::FileHandle;
 using storage::Status;
 
 namespace {
-
-const WChar* OrDefault(const WChar* name) {
-    return name == nullptr || name[0] == 0 ? WTEXT("(Default)") : name;
-}
 
 // The plain path of a value; kInternal for what is no open key. The caller holds the store's lock.
 Status ValuePath(int64_t key, WStringView stored, FsStoreContext* context, FsText* path)
@@ -232,42 +229,31 @@ Status WriteValue(FileHandle* file, const void* buffer, uint64_t size, uint64_t*
     return code;
 }
 
-void TraceNamedExit(const FsTraceScope& trace, int64_t key, const WChar* name, FileHandle** file,
-                    FsStoreContext* context, FBR_STATUS status) {
-    if (!trace.On()) return;
-    FsHeapString fullName;
-    FS_GetFullName_DirEx(key, &fullName.text, context);
-    trace.Exit("[EXIT] FDN[{}] DH[{:X}] DN[{}] PFH[{:X}] GH[{:X}] S[{}] D[{}]", fullName.text, key,
-               name, file, context, status);
-}
-
 }  // namespace
 
 FBR_STATUS FS_CreateFileEx(int64_t key, const WChar* name, FileHandle** file,
                            FsStoreContext* context) {
     name = OrDefault(name);
-    const FsTraceScope trace("FS_CreateFileEx", "[ENTER] DH[{:X}] DN[{}] PFH[{:X}] GH[{:X}]", key,
-                             name, file, context);
-    const FBR_STATUS status = FsStatusFromEngine(CreateValue(key, name, file, context));
-    TraceNamedExit(trace, key, name, file, context, status);
-    return status;
+    const FsFrame frame("FS_CreateFileEx", "[ENTER] DH[{:X}] DN[{}] PFH[{:X}] GH[{:X}]", key, name,
+                        file, context);
+    return frame.LeaveNamed(CreateValue(key, name, file, context), key, context,
+                            "[EXIT] FDN[{}] DH[{:X}] DN[{}] PFH[{:X}] GH[{:X}] S[{}] D[{}]", key,
+                            name, file, context);
 }
 
 FBR_STATUS FS_OpenFileEx(int64_t key, const WChar* name, FileHandle** file,
                          FsStoreContext* context) {
     name = OrDefault(name);
-    const FsTraceScope trace("FS_OpenFileEx", "[ENTER] DH[{:X}] DN[{}] PFH[{:X}] GH[{:X}]", key,
-                             name, file, context);
-    const FBR_STATUS status = FsStatusFromEngine(OpenValue(key, name, file, context));
-    TraceNamedExit(trace, key, name, file, context, status);
-    return status;
+    const FsFrame frame("FS_OpenFileEx", "[ENTER] DH[{:X}] DN[{}] PFH[{:X}] GH[{:X}]", key, name,
+                        file, context);
+    return frame.LeaveNamed(OpenValue(key, name, file, context), key, context,
+                            "[EXIT] FDN[{}] DH[{:X}] DN[{}] PFH[{:X}] GH[{:X}] S[{}] D[{}]", key,
+                            name, file, context);
 }
 
 FBR_STATUS FS_CloseFileEx(FileHandle* file, FsStoreContext* context) {
-    const FsTraceScope trace("FS_CloseFileEx", "[ENTER] FH[{:X}] GH[{:X}]", file, context);
-    const FBR_STATUS status = FsStatusFromEngine(CloseValue(file, context));
-    trace.Exit("[EXIT] GH[{:X}] S[{}] D[{}]", context, status);
-    return status;
+    const FsFrame frame("FS_CloseFileEx", "[ENTER] FH[{:X}] GH[{:X}]", file, context);
+    return frame.Leave(CloseValue(file, context), "[EXIT] GH[{:X}] S[{}] D[{}]", context);
 }
 
 Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& content,
@@ -294,41 +280,36 @@ Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& con
 }
 
 FBR_STATUS FS_DeleteFileNamedEx(int64_t key, const WChar* name, FsStoreContext* context) {
-    const FsTraceScope trace("FS_DeleteFileNamedEx", "[ENTER] DH[{:X}] DN[{}] GH[{:X}]", key, name,
-                             context);
-    const FBR_STATUS status = FsStatusFromEngine(DeleteNamedValue(key, name, context));
-    trace.Exit("[EXIT] DH[{:X}] DN[{}] GH[{:X}] S[{}] D[{}]", key, name, context, status);
-    return status;
+    const FsFrame frame("FS_DeleteFileNamedEx", "[ENTER] DH[{:X}] DN[{}] GH[{:X}]", key, name,
+                        context);
+    return frame.Leave(DeleteNamedValue(key, name, context),
+                       "[EXIT] DH[{:X}] DN[{}] GH[{:X}] S[{}] D[{}]", key, name, context);
 }
 
 FBR_STATUS FS_DeleteFileEx(FileHandle** file, FsStoreContext* context) {
-    const FsTraceScope trace("FS_DeleteFileEx", "[ENTER] GH[{:X}]", context);
-    const FBR_STATUS status = FsStatusFromEngine(DeleteOpenValue(file, context));
-    trace.Exit("[EXIT] GH[{:X}] S[{}] D[{}]", context, status);
-    return status;
+    const FsFrame frame("FS_DeleteFileEx", "[ENTER] GH[{:X}]", context);
+    return frame.Leave(DeleteOpenValue(file, context), "[EXIT] GH[{:X}] S[{}] D[{}]", context);
 }
 
 FBR_STATUS FS_ReadFileEx(FileHandle* file, void* buffer, uint64_t size, uint64_t* done,
                          bool fromStart, FsStoreContext* context) {
-    const FsTraceScope trace("FS_ReadFileEx",
-                             "[ENTER] FH[{:X}] PFB[{:X}] FBS[{}] PFRS[{:X}] FRST[{}] GH[{:X}]",
-                             file, buffer, size, done, fromStart, context);
-    const FBR_STATUS status =
-        FsStatusFromEngine(ReadValue(file, buffer, size, done, fromStart, context));
-    trace.Exit("[EXIT] FH[{:X}] PFB[{:X}] FBS[{}] PFRS[{:X}] FRS[{}] FRST[{}] GH[{:X}] S[{}] D[{}]",
-               file, buffer, size, done, done != nullptr ? *done : 0, fromStart, context, status);
-    return status;
+    const FsFrame frame("FS_ReadFileEx",
+                        "[ENTER] FH[{:X}] PFB[{:X}] FBS[{}] PFRS[{:X}] FRST[{}] GH[{:X}]", file,
+                        buffer, size, done, fromStart, context);
+    const Status code = ReadValue(file, buffer, size, done, fromStart, context);
+    return frame.Leave(
+        code, "[EXIT] FH[{:X}] PFB[{:X}] FBS[{}] PFRS[{:X}] FRS[{}] FRST[{}] GH[{:X}] S[{}] D[{}]",
+        file, buffer, size, done, done != nullptr ? *done : 0, fromStart, context);
 }
 
 FBR_STATUS FS_WriteFileEx(FileHandle* file, const void* buffer, uint64_t size, uint64_t* done,
                           bool fromStart, FsStoreContext* context) {
-    // "PRST" in the entry line: meant.
-    const FsTraceScope trace("FS_WriteFileEx",
-                             "[ENTER] FH[{:X}] PFB[{:X}] FBS[{}] PFWS[{:X}] PRST[{}] GH[{:X}]",
-                             file, buffer, size, done, fromStart, context);
-    const FBR_STATUS status =
-        FsStatusFromEngine(WriteValue(file, buffer, size, done, fromStart, context));
-    trace.Exit("[EXIT] FH[{:X}] PFB[{:X}] FBS[{}] PFWS[{:X}] FWS[{}] FRST[{}] GH[{:X}] S[{}] D[{}]",
-               file, buffer, size, done, done != nullptr ? *done : 0, fromStart, context, status);
-    return status;
+    // "PRST", and "FRST" at the end: who reads traces knows the lines by these words.
+    const FsFrame frame("FS_WriteFileEx",
+                        "[ENTER] FH[{:X}] PFB[{:X}] FBS[{}] PFWS[{:X}] PRST[{}] GH[{:X}]", file,
+                        buffer, size, done, fromStart, context);
+    const Status code = WriteValue(file, buffer, size, done, fromStart, context);
+    return frame.Leave(
+        code, "[EXIT] FH[{:X}] PFB[{:X}] FBS[{}] PFWS[{:X}] FWS[{}] FRST[{}] GH[{:X}] S[{}] D[{}]",
+        file, buffer, size, done, done != nullptr ? *done : 0, fromStart, context);
 }

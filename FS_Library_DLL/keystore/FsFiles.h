@@ -15,10 +15,6 @@
 FBR_STATUS FS_CreateFileEx(int64_t key, const WChar* name, storage::FileHandle** file,
                            FsStoreContext* context);
 // FSSTATUS_NOT_FOUND for a missing value, also when there is only a subkey of the name.
-// The whole content of a value, made or overwritten in one step of the library's own engine. The
-// caller is in a change. kNotPlain, and nothing is done: it is to be created and written.
-storage::Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& content,
-                          FsStoreContext* context);
 FBR_STATUS FS_OpenFileEx(int64_t key, const WChar* name, storage::FileHandle** file,
                          FsStoreContext* context);
 FBR_STATUS FS_CloseFileEx(storage::FileHandle* file, FsStoreContext* context);
@@ -34,3 +30,8 @@ FBR_STATUS FS_ReadFileEx(storage::FileHandle* file, void* buffer, uint64_t size,
 // A null buffer will do for 0 bytes. Needs a write lock.
 FBR_STATUS FS_WriteFileEx(storage::FileHandle* file, const void* buffer, uint64_t size,
                           uint64_t* done, bool fromStart, FsStoreContext* context);
+
+// The whole content of a value, made or overwritten in one step of the library's own engine. The
+// caller is in a change. kNotPlain, and nothing is done: it is to be created and written.
+storage::Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& content,
+                          FsStoreContext* context);

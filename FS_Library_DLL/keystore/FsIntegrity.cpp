@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint32_t kCorruptEntry = 15;
 constexpr uint32_t kCompactPatience = 5000;  // milliseconds
-constexpr size_t kNameUnits = 64;  // of the buffer that a callback gets as its user data
+constexpr size_t kNameUnits = 64;            // of the buffer that a callback gets as its user data
 
 void DefaultCallback(void* userData, uint32_t code, uint32_t a, uint32_t, uint8_t, uint8_t*) {
     FS_ProgressUpdate(static_cast<const WChar*>(userData), code, a);
@@ -66,7 +66,7 @@ void FS_ProgressUpdate(const WChar* name, uint32_t code, uint32_t page) {
 FBR_STATUS FsCheckStore(FsStoreContext* context) {
     if (context == nullptr || context->container == nullptr || !g_switches.fileChecking)
         return FSSTATUS_FAILED;
-    FsHeapString path;
+    HeapString path;
     {
         const FsGuard guard(context->lock);
         const WChar* own = context->container->path;

@@ -3,11 +3,10 @@
 #include <cmath>
 
 #include "FS_Library_DLL/keystore/FsCollisions.h"
-#include "FS_Library_DLL/keystore/FsEngineStatus.h"
+#include "FS_Library_DLL/keystore/FsFrame.h"
 #include "FS_Library_DLL/keystore/FsLookup.h"
 #include "FS_Library_DLL/keystore/FsNames.h"
 #include "FS_Library_DLL/keystore/FsOperation.h"
-#include "FS_Library_DLL/keystore/FsTrace.h"
 #include "FS_Library_DLL/keystore/FsVolatileKeys.h"
 
 using storage::Status;
@@ -23,7 +22,8 @@ Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context)
 }
 
 // Makes one key of a path. A value of that name makes room; it is looked for at the whole path, so
-// that only the last key of the path can push one aside: meant.
+// that only the last key can push one aside. On the way to it a value stays where those who set it
+// look for it, and the path cannot be made.
 Status CreateOneKey(const WChar* prefix, const WChar* wholePath, FsStoreContext* context)
     ZRFS_REQUIRES(context->lock) {
     const Status code = FsEngine().StorageCreateDirectory(context->container, prefix);
@@ -70,9 +70,12 @@ Status CreateKey(int64_t parent, const WChar* name, FBR_CREATEOPTIONS options, i
     if (!FsResolveUnderParent(parent, stored, context, &path)) return storage::kInvalid;
     // The root is there: to open it is no change, and must not wait for those who change something.
     const bool isRoot = path.Length() == 0;
-    const Status code = isRoot ? storage::kOk : FsChange(
-        context, [&]() ZRFS_REQUIRES(context->lock) { return CreateKeyPath(path, context); },
-        [](Status made) { return made == storage::kOk || made == storage::kExists; });
+    const Status code =
+        isRoot ? storage::kOk
+               : FsChange(
+                     context,
+                     [&]() ZRFS_REQUIRES(context->lock) { return CreateKeyPath(path, context); },
+                     [](Status made) { return made == storage::kOk || made == storage::kExists; });
     if (code != storage::kOk && code != storage::kExists) return code;
     const Status added = AddKeyHandle(path.View(), key, context);
     if (added != storage::kOk) return added;
@@ -161,7 +164,7 @@ Status CopyName(int64_t key, NamePart part, WChar** name, FsStoreContext* contex
 }
 
 // The stored path is escaped once more on the way, so that a key with an escape in its path cannot
-// be duplicated: meant.
+// be duplicated.
 Status DuplicateKey(int64_t key, int64_t* newKey, FsStoreContext* context) {
     if (context == nullptr || key == 0 || newKey == nullptr) return storage::kInvalid;
     FsText path;
@@ -185,11 +188,10 @@ void DecodeDate(double date, FBR_SYSTEMTIME* time) {
     time->wMilliseconds = static_cast<uint16_t>(milliseconds % 1000);
 }
 
-// The engine is asked by the decoded name, so that a key whose name needs an escape is not found:
-// meant.
+// The engine is asked by the decoded name, so that a key whose name needs an escape is not found.
 Status KeyTimes(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* context) {
     if (context == nullptr || key == 0 || time == nullptr) return storage::kInvalid;
-    FsHeapString name;
+    HeapString name;
     if (FS_GetFullName_DirEx(key, &name.text, context) != FSSTATUS_SUCCESS)
         return storage::kInternal;
     double created = 0;
@@ -203,98 +205,65 @@ Status KeyTimes(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* context) {
     return code;
 }
 
-// The full name of a key for an exit line; null for what is no open key.
-class TracedName {
-  public:
-    TracedName(const FsTraceScope& trace, int64_t key, FsStoreContext* context) {
-        if (trace.On()) FS_GetFullName_DirEx(key, &name_.text, context);
-    }
-    operator const WChar*() const { return name_.text; }
-
-  private:
-    FsHeapString name_;
-};
-
 }  // namespace
 
 FBR_STATUS FS_CreateDirEx(int64_t parent, const WChar* name, FBR_CREATEOPTIONS options,
                           int64_t* key, FsStoreContext* context) {
-    const FsTraceScope trace("FS_CreateDirEx", "[ENTER] DH[{:X}] DN[{}] CO[{}] PDH[{:X}] GH[{:X}]",
-                             parent, name, options, key, context);
+    const FsFrame frame("FS_CreateDirEx", "[ENTER] DH[{:X}] DN[{}] CO[{}] PDH[{:X}] GH[{:X}]",
+                        parent, name, options, key, context);
     const Status code = CreateKey(parent, name, options, key, context);
-    const FBR_STATUS status = FsStatusFromEngine(code);
     const bool made = code == storage::kOk || code == storage::kExists;
-    const TracedName fullName(trace, made ? *key : parent, context);
-    trace.Exit("[EXIT] FDN[{}] DH[{:X}] DN[{}] CO[{}] PDH[{:X}] GH[{:X}] S[{}] D[{}]",
-               static_cast<const WChar*>(fullName), parent, name, options, key, context, status);
-    return status;
+    return frame.LeaveNamed(code, made ? *key : parent, context,
+                            "[EXIT] FDN[{}] DH[{:X}] DN[{}] CO[{}] PDH[{:X}] GH[{:X}] S[{}] D[{}]",
+                            parent, name, options, key, context);
 }
 
 FBR_STATUS FS_OpenDirEx(int64_t parent, const WChar* name, int64_t* key, FsStoreContext* context) {
-    const FsTraceScope trace("FS_OpenDirEx", "[ENTER] DH[{:X}] DN[{}] PDH[{:X}] GH[{:X}]", parent,
-                             name, key, context);
+    const FsFrame frame("FS_OpenDirEx", "[ENTER] DH[{:X}] DN[{}] PDH[{:X}] GH[{:X}]", parent, name,
+                        key, context);
     const Status code = OpenKey(parent, name, key, context);
-    const FBR_STATUS status = FsStatusFromEngine(code);
-    const TracedName fullName(trace, code == storage::kOk ? *key : parent, context);
-    trace.Exit("[EXIT] FDN[{}] DH[{:X}] DN[{}] PDH[{:X}] GH[{:X}] S[{}] D[{}]",
-               static_cast<const WChar*>(fullName), parent, name, key, context, status);
-    return status;
+    return frame.LeaveNamed(code, code == storage::kOk ? *key : parent, context,
+                            "[EXIT] FDN[{}] DH[{:X}] DN[{}] PDH[{:X}] GH[{:X}] S[{}] D[{}]", parent,
+                            name, key, context);
 }
 
 FBR_STATUS FS_RenameDirEx(int64_t key, const WChar* newName, FsStoreContext* context) {
-    const FsTraceScope trace("FS_RenameDirEx", "[ENTER] [{:X}] [{}] [{:X}]", key, newName, context);
-    const FBR_STATUS status = FsStatusFromEngine(RenameKey(key, newName, context));
-    const TracedName fullName(trace, key, context);
-    trace.Exit("[EXIT] [{}] [{:X}] [{}] [{:X}] S[{}] D[{}]", static_cast<const WChar*>(fullName),
-               key, newName, context, status);
-    return status;
+    const FsFrame frame("FS_RenameDirEx", "[ENTER] [{:X}] [{}] [{:X}]", key, newName, context);
+    return frame.LeaveNamed(RenameKey(key, newName, context), key, context,
+                            "[EXIT] [{}] [{:X}] [{}] [{:X}] S[{}] D[{}]", key, newName, context);
 }
 
 FBR_STATUS FS_CloseDirEx(int64_t key, FsStoreContext* context) {
-    const FsTraceScope trace("FS_CloseDirEx", "[ENTER] [{:X}] [{:X}]", key, context);
-    const FBR_STATUS status = FsStatusFromEngine(CloseKey(key, context));
-    trace.Exit("[EXIT] [{:X}] [{:X}] S[{}] D[{}]", key, context, status);
-    return status;
+    const FsFrame frame("FS_CloseDirEx", "[ENTER] [{:X}] [{:X}]", key, context);
+    return frame.Leave(CloseKey(key, context), "[EXIT] [{:X}] [{:X}] S[{}] D[{}]", key, context);
 }
 
 FBR_STATUS FS_GetName_DirEx(int64_t key, WChar** name, FsStoreContext* context) {
-    const FsTraceScope trace("FS_GetName_DirEx", "[ENTER] [{:X}] [{:X}] [{:X}]", key, name,
-                             context);
-    const FBR_STATUS status = FsStatusFromEngine(CopyName(key, NamePart::Last, name, context));
-    const TracedName fullName(trace, key, context);
-    trace.Exit("[EXIT] [{}] [{:X}] [{:X}] [{:X}] S[{}] D[{}]", static_cast<const WChar*>(fullName),
-               key, name, context, status);
-    return status;
+    const FsFrame frame("FS_GetName_DirEx", "[ENTER] [{:X}] [{:X}] [{:X}]", key, name, context);
+    return frame.LeaveNamed(CopyName(key, NamePart::Last, name, context), key, context,
+                            "[EXIT] [{}] [{:X}] [{:X}] [{:X}] S[{}] D[{}]", key, name, context);
 }
 
+// Not LeaveNamed, which comes here.
 FBR_STATUS FS_GetFullName_DirEx(int64_t key, WChar** name, FsStoreContext* context) {
-    const FsTraceScope trace("FS_GetFullName_DirEx", "[ENTER] [{:X}] [{:X}] [{:X}]", key, name,
-                             context);
+    const FsFrame frame("FS_GetFullName_DirEx", "[ENTER] [{:X}] [{:X}] [{:X}]", key, name, context);
     const Status code = CopyName(key, NamePart::Whole, name, context);
-    const FBR_STATUS status = FsStatusFromEngine(code);
     const WChar* fullName = code == storage::kOk ? *name : nullptr;
-    trace.Exit("[EXIT] [{}] [{:X}] [{:X}] [{:X}] S[{}] D[{}]", fullName, key, name, context,
-               status);
-    return status;
+    return frame.Leave(code, "[EXIT] [{}] [{:X}] [{:X}] [{:X}] S[{}] D[{}]", fullName, key, name,
+                       context);
 }
 
 FBR_STATUS FS_DuplicateDirHandleEx(int64_t key, int64_t* newKey, FsStoreContext* context) {
-    const FsTraceScope trace("FS_DuplicateDirHandleEx", "[ENTER] [{:X}] [{:X}] [{:X}]", key, newKey,
-                             context);
-    const FBR_STATUS status = FsStatusFromEngine(DuplicateKey(key, newKey, context));
-    const TracedName fullName(trace, key, context);
-    trace.Exit("[EXIT] [{}] [{:X}] [{:X}] [{:X}] S[{}] D[{}]", static_cast<const WChar*>(fullName),
-               key, newKey, context, status);
-    return status;
+    const FsFrame frame("FS_DuplicateDirHandleEx", "[ENTER] [{:X}] [{:X}] [{:X}]", key, newKey,
+                        context);
+    return frame.LeaveNamed(DuplicateKey(key, newKey, context), key, context,
+                            "[EXIT] [{}] [{:X}] [{:X}] [{:X}] S[{}] D[{}]", key, newKey, context);
 }
 
 FBR_STATUS FS_GetDirTimesEx(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* context) {
     // The two blanks, and the brackets left open below, are part of the lines.
-    const FsTraceScope trace("FS_GetDirTimesEx", "[ENTER] [{:X}]  [{:X}] [{:X}]", key, time,
-                             context);
-    const FBR_STATUS status = FsStatusFromEngine(KeyTimes(key, time, context));
-    const TracedName fullName(trace, key, context);
-    trace.Exit("[EXIT] [{}] (dh [{:X}] (lw [{:X}] (sh [{:X}] S[{}] D[{}]",
-               static_cast<const WChar*>(fullName), key, time, context, status);
-    return status;
+    const FsFrame frame("FS_GetDirTimesEx", "[ENTER] [{:X}]  [{:X}] [{:X}]", key, time, context);
+    return frame.LeaveNamed(KeyTimes(key, time, context), key, context,
+                            "[EXIT] [{}] (dh [{:X}] (lw [{:X}] (sh [{:X}] S[{}] D[{}]", key, time,
+                            context);
 }

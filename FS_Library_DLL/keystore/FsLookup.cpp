@@ -58,24 +58,33 @@ struct ValueReader {
 
 bool FsOpenFoundKey(int64_t parent, WStringView stored, FsStoreContext* context, int64_t* key) {
     if (g_switches.trace || !FsHasOwnEngine()) return false;
-    FsHandleEntry* added = nullptr;
+    // By its number, for another thread may close it, or delete its key, once the lock is let go.
+    int64_t added = 0;
+    const auto takeBack = [&]() ZRFS_REQUIRES(context->lock) ZRFS_NO_ANALYSIS {
+        FsHandleEntry* entry = added != 0 ? context->handles.FindKey(added) : nullptr;
+        if (entry != nullptr) context->handles.Remove(entry);
+        added = 0;
+    };
     const storage::Status code =
         FsRead(context, [&]() ZRFS_REQUIRES(context->lock) ZRFS_NO_ANALYSIS -> storage::Status {
-            if (added != nullptr) context->handles.Remove(std::exchange(added, nullptr));
+            takeBack();
             FsText path;
             storage::DirectoryHint hint;
+            FsHandleEntry* entry = nullptr;
             if (context->container->batch == nullptr &&
                 FsResolveUnderParent(parent, stored, context, &path) &&
                 storage::FindDirectory(context->container, path.Text(), &hint) != nullptr)
-                added = context->handles.Add(0, nullptr, FsHandleKind::Key, path.View());
-            if (added != nullptr) added->hint = hint;
+                entry = context->handles.Add(0, nullptr, FsHandleKind::Key, path.View());
+            if (entry == nullptr) return storage::kOk;
+            entry->hint = hint;
+            added = entry->id;
             return storage::kOk;
         });
-    if (added == nullptr) return false;
-    *key = added->id;
+    if (added == 0) return false;
+    *key = added;
     if (code == storage::kOk) return true;
     const FsGuard guard(context->lock);
-    context->handles.Remove(added);
+    takeBack();
     return false;
 }
 

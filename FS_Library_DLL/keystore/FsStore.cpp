@@ -13,6 +13,7 @@
 #include "FS_Library_DLL/keystore/FsVolatileKeys.h"
 #include "platform/Clock.h"
 #include "platform/FileSystem.h"
+#include "platform/HostPath.h"
 
 using storage::FileHandle;
 using storage::Status;
@@ -22,26 +23,6 @@ namespace {
 
 constexpr const WChar* kVersionName = WTEXT("FBRVersion");
 constexpr uint32_t kDwordType = 4;
-
-// The containers of stores that failed to open behind the engine's back: they stay open until the
-// process ends, and are kept here so that they are not lost sight of.
-struct AbandonedContainer {
-    StorageContext* container;
-    AbandonedContainer* next;
-};
-std::atomic<AbandonedContainer*> g_abandoned{nullptr};
-
-void Abandon(StorageContext* container) {
-    auto* node =
-        static_cast<AbandonedContainer*>(platform::HeapAllocate(sizeof(AbandonedContainer)));
-    if (node == nullptr) {
-        FsEngine().StorageClose(container);  // rather than lose it
-        return;
-    }
-    *node = {container, g_abandoned.load()};
-    while (!g_abandoned.compare_exchange_weak(node->next, node)) {
-    }
-}
 
 FsStoreContext* NewContext() {
     void* memory = platform::HeapAllocateZeroed(sizeof(FsStoreContext));
@@ -59,8 +40,8 @@ bool OpenRoot(int64_t* root, FsStoreContext* context) {
     return status == FSSTATUS_SUCCESS || status == FSSTATUS_ALREADY_EXISTS;
 }
 
-// Whole or not at all. What goes wrong in here is dropped: the store opens all the same, and the next
-// opening writes the record.
+// Whole or not at all. What goes wrong in here is dropped: the store opens all the same, and the
+// next opening writes the record.
 void WriteVersion(int64_t root, FsStoreContext* context) {
     FsChange(context, [&]() -> Status {
         FileHandle* file = nullptr;
@@ -76,7 +57,7 @@ void WriteVersion(int64_t root, FsStoreContext* context) {
         }
         const FBR_STATUS closed = FS_CloseFileEx(file, context);
         return status == FSSTATUS_SUCCESS && closed == FSSTATUS_SUCCESS ? storage::kOk
-                                                                       : storage::kInternal;
+                                                                        : storage::kInternal;
     });
 }
 
@@ -125,7 +106,7 @@ uint32_t CheckVersion(FsStoreContext* context) {
     return version;
 }
 
-Status OpenStore(const WChar* path, FsStoreContext* context) {
+Status OpenExisting(const WChar* path, FsStoreContext* context) {
     const Status code =
         FsEngine().StorageOpen(path, &context->container, kPathSeparator, nullptr, 0);
     if (code != storage::kOk) return code;
@@ -150,8 +131,8 @@ WString NameBeside(const WChar* path) {
     static std::atomic<uint32_t> count{0};
     const WString text(path);
     size_t folder = text.size();
-    while (folder > 0 && text[folder - 1] != '/' &&
-           text[folder - 1] != platform::kPathSeparator) --folder;
+    while (folder > 0 && text[folder - 1] != '/' && text[folder - 1] != platform::kHostSeparator)
+        --folder;
     const std::string name = ".fbr-" + std::to_string(platform::ProcessId()) + "-" +
                              std::to_string(platform::PerformanceCounter() & 0xFFFFFF) + "-" +
                              std::to_string(count++);
@@ -170,12 +151,13 @@ Status MakeStoreAt(const WChar* path, const WString& beside, FsStoreContext* con
     }
     if (code == storage::kOk) {
         const platform::Error error = platform::RenameNew(beside.c_str(), path, false);
-        const bool lost = error == platform::kErrorAlreadyExists || error == platform::kErrorFileExists;
-        if (error == platform::kErrorSuccess) return OpenStore(path, context);
+        const bool lost =
+            error == platform::kErrorAlreadyExists || error == platform::kErrorFileExists;
+        if (error == platform::kErrorSuccess) return OpenExisting(path, context);
         if (!lost) code = static_cast<Status>(error);
     }
     platform::DeleteFileByPath(beside.c_str());
-    return code == storage::kOk ? OpenStore(path, context) : code;
+    return code == storage::kOk ? OpenExisting(path, context) : code;
 }
 
 Status MakeStore(const WChar* path, FsStoreContext* context) {
@@ -194,7 +176,7 @@ Status CreateOrOpen(const WChar* path, FsStoreContext* context) {
     // What may not be looked at may still be opened.
     const platform::Error error = platform::ProbePath(path);
     const bool missing = error != platform::kErrorSuccess && error != platform::kErrorAccessDenied;
-    return missing ? MakeStore(path, context) : OpenStore(path, context);
+    return missing ? MakeStore(path, context) : OpenExisting(path, context);
 }
 
 Status Initialise(const WChar* path, FsStoreContext** out) {
@@ -206,8 +188,9 @@ Status Initialise(const WChar* path, FsStoreContext** out) {
     context->currentLock = kNoLock;
     if (code == storage::kOk) code = FsEngine().StorageSetCaseSensitive(context->container, 0);
     if (code == storage::kOk) return code;
-    // A container that did open, with a version that is not ours, is not closed.
-    if (context->container != nullptr) Abandon(context->container);
+    // A container that did open, with a version that is not ours, is not closed: its file stays
+    // open until the process ends.
+    if (context->container != nullptr) platform::HeapLeaveToTheEnd(context->container);
     DestroyContext(context);
     *out = nullptr;
     return code;

@@ -1,6 +1,7 @@
 // Text that is built on the stack while it is short: paths, stored names, patterns.
 #pragma once
 
+#include "FS_Library_DLL/HeapString.h"
 #include "platform/Heap.h"
 #include "platform/Text.h"
 
@@ -56,14 +57,3 @@ class FsText {
 
 // A copy on the process heap, zero-terminated; null when there is no memory.
 WChar* FsHeapCopy(WStringView text);
-
-// Owns a string of the process heap.
-class FsHeapString {
-  public:
-    FsHeapString() = default;
-    ~FsHeapString() { platform::HeapRelease(text); }
-    FsHeapString(const FsHeapString&) = delete;
-    FsHeapString& operator=(const FsHeapString&) = delete;
-
-    WChar* text = nullptr;
-};

@@ -1,13 +1,12 @@
 #include "FS_Library_DLL/keystore/FsTree.h"
 
 #include "FS_Library_DLL/keystore/FsCollisions.h"
-#include "FS_Library_DLL/keystore/FsEngineStatus.h"
 #include "FS_Library_DLL/keystore/FsEnumerate.h"
 #include "FS_Library_DLL/keystore/FsFiles.h"
+#include "FS_Library_DLL/keystore/FsFrame.h"
 #include "FS_Library_DLL/keystore/FsKeys.h"
 #include "FS_Library_DLL/keystore/FsNames.h"
 #include "FS_Library_DLL/keystore/FsOperation.h"
-#include "FS_Library_DLL/keystore/FsTrace.h"
 #include "storage/namespace/Operations.h"
 
 using storage::Status;
@@ -35,9 +34,8 @@ struct TreeDeletion {
 };
 
 // The first name of a walk. False when there is none, or no more to be had.
-bool FirstName(int64_t key, FsEnumMode mode, FsStoreContext* context, FsHeapString* name) {
-    platform::HeapRelease(name->text);
-    name->text = nullptr;
+bool FirstName(int64_t key, FsEnumMode mode, FsStoreContext* context, HeapString* name) {
+    name->Reset();
     return FS_EnumInt_Private(key, 0, &name->text, mode, context) == FSSTATUS_SUCCESS;
 }
 
@@ -84,7 +82,7 @@ bool TreeDeletion::OpenHere(int64_t* key) {
 }
 
 Status TreeDeletion::DeleteValues(int64_t key, Status result) {
-    FsHeapString name;
+    HeapString name;
     while (FirstName(key, FsEnumMode::Values, context, &name)) {
         if (name.text == nullptr) return storage::kInternal;
         if (FS_DeleteFileNamedEx(key, name.text, context) != FSSTATUS_SUCCESS) return kValueStays;
@@ -96,7 +94,7 @@ Status TreeDeletion::DeleteValues(int64_t key, Status result) {
 Status TreeDeletion::DeleteSubkeys(int64_t key, uint32_t depth) {
     const size_t length = path.Length();
     Status result = storage::kOk;
-    FsHeapString name;
+    HeapString name;
     while (result == storage::kOk && FirstName(key, FsEnumMode::Keys, context, &name)) {
         if (name.text == nullptr) return storage::kInternal;
         result = AppendChild(name.text);
@@ -155,15 +153,13 @@ Status FS_DeleteTree(FsStoreContext* context, WStringView path, bool recurse, ui
 }
 
 FBR_STATUS FS_DeleteDirEx(int64_t key, FsStoreContext* context) {
-    const FsTraceScope trace("FS_DeleteDirEx", "[ENTER] DH[{:X}] GH[{:X}]", key, context);
-    const FBR_STATUS status = FsStatusFromEngine(DeleteKey(key, context));
-    trace.Exit("[EXIT] DH[{:X}] GH[{:X}] S[{}] D[{}]", key, context, status);
-    return status;
+    const FsFrame frame("FS_DeleteDirEx", "[ENTER] DH[{:X}] GH[{:X}]", key, context);
+    return frame.Leave(DeleteKey(key, context), "[EXIT] DH[{:X}] GH[{:X}] S[{}] D[{}]", key,
+                       context);
 }
 
 FBR_STATUS FS_DeleteDirNamedEx(const WChar* name, FsStoreContext* context) {
-    const FsTraceScope trace("FS_DeleteDirNamedEx", "[ENTER] DN[{}] GH[{:X}]", name, context);
-    const FBR_STATUS status = FsStatusFromEngine(DeleteNamedKey(name, context));
-    trace.Exit("[EXIT] FDN[{}] GH[{:X}] S[{}] D[{}]", name, context, status);
-    return status;
+    const FsFrame frame("FS_DeleteDirNamedEx", "[ENTER] DN[{}] GH[{:X}]", name, context);
+    return frame.Leave(DeleteNamedKey(name, context), "[EXIT] FDN[{}] GH[{:X}] S[{}] D[{}]", name,
+                       context);
 }

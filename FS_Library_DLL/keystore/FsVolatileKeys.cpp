@@ -31,7 +31,9 @@ void FsAddVolatileKey(WStringView path, FsStoreContext* context) {
 }
 
 // Only a key at the head of the list is found. Behind it a match takes the key behind itself out,
-// and the last key is never looked at: meant, for stores depend on which keys stay.
+// and the last key is never looked at. Which keys are volatile decides which are deleted at the
+// close, and stores in use hold keys that this has left alone: a search that finds more would
+// delete other keys than before.
 void FsDropVolatileKey(WStringView path, FsStoreContext* context) {
     FsVolatileKey* head = context->volatileKeys;
     if (head == nullptr) return;
@@ -50,7 +52,7 @@ void FsDeleteVolatileKeys(FsStoreContext* context) {
     while (context->volatileKeys != nullptr) {
         FsVolatileKey* key = context->volatileKeys;
         // The stored path is escaped a second time in there, so that a key whose name holds an
-        // escape stays: meant.
+        // escape stays in the file.
         FS_DeleteDirNamedEx(key->path, context);
         platform::HeapRelease(Unlink(nullptr, context));
     }

@@ -92,7 +92,7 @@ FBR_STATUS FsOfflineRegistryImpl::MakeHive() {
     const uint32_t error = dll_->ORCreateHive(&hive);
     if (error != 0) return ToStatus(error);
     const FBR_STATUS status = CopyUserHiveSecurity(*dll_, hive);
-    // The new hive is left open on failure; that is meant.
+    // A new hive that fails here is not closed; it has no file yet.
     if (status != FSSTATUS_SUCCESS) return status;
     rootProxy_ = std::make_unique<ORHandleProxy>(dll_.get(), hive);
     // The version is not needed to go on, so that a failure here is none of the open.

@@ -24,7 +24,7 @@ uint64_t BytesForName(size_t units) {
         constexpr const char* kFunction = "FsOfflineRegistryImpl::GetKeyName";
         ZRFS_LOG(kWarning, kFunction, "Buffer overflow caused by key name length - Size: [{}]l",
                  units);
-        // Despite the words nothing is clamped; that is meant.
+        // Nothing is clamped; the words are what logs are searched for.
         ZRFS_LOG(kWarning, kFunction, "Clamping size to [{}]l",
                  std::numeric_limits<uint64_t>::max());
     }
@@ -36,7 +36,7 @@ uint64_t BytesForName(size_t units) {
 // The second half of asking for one name, when its size (with the terminator) is known.
 FBR_STATUS FsOfflineRegistryImpl::GetIndexedName(const NameFunction& function, uint32_t index,
                                                  uint32_t units, WChar** name) {
-    // One byte more than the characters need; that is meant.
+    // One byte more than the units take, for a function that writes past its last one.
     auto* block =
         static_cast<WChar*>(platform::HeapAllocateZeroed(size_t{units} * sizeof(WChar) + 1));
     *name = block;

@@ -149,7 +149,7 @@ FBR_STATUS FsOfflineRegistryImpl::CopyValues(ORHandleProxy* source, ORHandleProx
 }
 
 // A subkey that cannot be opened or made, or that the target has already, is left out without a
-// word; in the last case the target's stays open. That is meant.
+// word, so that the rename goes on with the others; in the last case the target's stays open.
 FBR_STATUS FsOfflineRegistryImpl::CopySubkey(ORHandleProxy* source, ORHandleProxy* target,
                                              const WString& name) {
     if (HoldsZero(name)) return FSSTATUS_INVALID_NAME;

@@ -81,7 +81,8 @@ Error SideFolder::Make() {
         const Error error = platform::MakePrivateFolder(folder.c_str());
         if (error == platform::kErrorAlreadyExists) continue;
         if (error != kErrorSuccess) return error;
-        file_ = folder + WString(1, platform::kHostSeparator) + name;
+        file_ = folder;
+        file_.append(1, platform::kHostSeparator).append(name);
         folder_ = std::move(folder);
         return kErrorSuccess;
     }

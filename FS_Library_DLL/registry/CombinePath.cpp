@@ -1,11 +1,12 @@
 #include "FS_Library_DLL/registry/CombinePath.h"
 
+#include "platform/HostPath.h"
+
+using platform::kLongPathPrefix;
 using platform::WString;
 using platform::WStringView;
 
 namespace {
-
-constexpr WStringView kLongPathPrefix = WTEXT("\\\\?\\");
 
 bool DropPrefix(WStringView& path) {
     if (!path.starts_with(kLongPathPrefix)) return false;

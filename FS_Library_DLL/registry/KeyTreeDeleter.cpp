@@ -1,31 +1,27 @@
 #include "FS_Library_DLL/registry/KeyTreeDeleter.h"
 
 #include <deque>
-#include <memory>
 #include <utility>
 
+#include "FS_Library_DLL/HeapString.h"
 #include "FS_Library_DLL/registry/CombinePath.h"
-#include "platform/Heap.h"
 
 namespace {
-
-struct HeapReleaser {
-    void operator()(WChar* text) const { platform::HeapRelease(text); }
-};
-using HeapText = std::unique_ptr<WChar, HeapReleaser>;
 
 // Opens the first subkey of `current` and puts it on the stack. When there is none, or it cannot be
 // opened, the result is false and the reason becomes the status of `current`.
 bool EnterFirstSubkey(KeyTreeDeleter& current, std::deque<KeyTreeDeleter>& below) {
-    WChar* found = nullptr;
-    current.status = current.store->FBR_EnumIntDirEx(current.handle, 0, &found);
-    if (current.status != FSSTATUS_SUCCESS) return false;
-    const HeapText name(found);
-    if (found == nullptr || *found == 0) {
+    HeapString name;
+    current.status = current.store->FBR_EnumIntDirEx(current.handle, 0, &name.text);
+    if (current.status != FSSTATUS_SUCCESS) {
+        name.text = nullptr;  // not filled by a store that failed
+        return false;
+    }
+    if (name.text == nullptr || *name.text == 0) {
         current.status = FSSTATUS_TREE_DELETE_FAILED;
         return false;
     }
-    KeyTreeDeleter& child = below.emplace_back(current.store, CombinePath(current.path, found));
+    KeyTreeDeleter& child = below.emplace_back(current.store, CombinePath(current.path, name.text));
     if (child.status == FSSTATUS_SUCCESS) return true;
     current.status = child.status;
     below.pop_back();

@@ -18,7 +18,7 @@ const char* OrNull(const char* text) {
     return text != nullptr ? text : "(null)";
 }
 
-void LogFormatFailure(int line, std::string message) {
+void LogFormatFailure(int line, const std::string& message) {
     Logger::Instance().Log(kError, kOwnFile, kHandlerName, line, message);
 }
 

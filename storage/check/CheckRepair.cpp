@@ -62,7 +62,7 @@ Status Measure(CheckRun* run) {
     context->byteSwapped = status == kOk && place.byteSwapped;
     context->pageShift = place.pageShift;
     if (!found) {
-        context->byteSwapped = false;  // as a probe leaves it, whatever page 1 says; meant so
+        context->byteSwapped = false;  // as a probe leaves it, whatever page 1 says
         status = ProbePageShift(context->file, place.base, &context->pageShift);
         if (status != kOk) return status;
     }

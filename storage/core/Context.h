@@ -35,7 +35,7 @@ using platform::WChar;
 
 struct DirEntry;
 struct FileObject;
-struct ObjectState;  // the objects, handles and searches: storage/namespace/ObjectState.h
+struct ObjectState;  // the objects, handles and searches: storage/namespace/FileObject.h
 
 inline constexpr uint32_t kUnknownPages = 0xFFFFFFFF;
 inline constexpr uint32_t kCacheLimit = 256;  // buffers
@@ -53,7 +53,7 @@ struct SwitchList {
 
 struct StorageContext {
     // Sharing between processes.
-    platform::FileLock* lock = nullptr;      // goes with `file`
+    platform::FileLock* lock = nullptr;  // goes with `file`
     // where the system has names for such
     platform::Handle lockMutex ZRFS_GUARDED_BY(containerLock) = nullptr;
     platform::Handle sharedMapping ZRFS_GUARDED_BY(containerLock) = nullptr;
@@ -89,7 +89,7 @@ struct StorageContext {
     platform::FileLock* retiredLock ZRFS_GUARDED_BY(containerLock) = nullptr;
     // a directory was loaded in a form that cannot be changed
     bool inlineEntries ZRFS_GUARDED_BY(containerLock) = false;
-    uint64_t pageReads ZRFS_GUARDED_BY(containerLock) = 0;  // counts transfers
+    uint64_t pageReads ZRFS_GUARDED_BY(containerLock) = 0;    // counts transfers
     uint64_t readsBefore ZRFS_GUARDED_BY(containerLock) = 0;  // pageReads when the last read began
     uint32_t reading ZRFS_GUARDED_BY(containerLock) = 0;  // operations at work that must not write
     // one transaction for several operations

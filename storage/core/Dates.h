@@ -9,7 +9,7 @@ namespace storage {
 double CurrentDate();
 
 // A negative date gives 0, 0, 0. December 31 of a year, and December 30 of a leap year too, comes
-// out as day 0 of January of the next year; meant so.
+// out as day 0 of January of the next year, which callers read as that.
 void DecodeDate(double date, uint16_t* year, uint16_t* month, uint16_t* day);
 void DecodeTime(double date, uint16_t* hour, uint16_t* minute, uint16_t* second,
                 uint16_t* millisecond);

@@ -29,8 +29,8 @@ WChar* CopyString(const WChar* text);
 // A heap copy of the path that `path` really leads to, or of the text itself when it leads nowhere.
 WChar* CopyRealPath(const WChar* path);
 // The path of the companion log: the text before the last dot (not at the very start), then
-// ".log". A path without such a dot gives ".log" alone, and a dot in a folder's name counts;
-// both are meant so. Null when there is no memory.
+// ".log". A path without such a dot gives ".log" alone, and a dot in a folder's name counts: that
+// is where the logs of existing containers lie. Null when there is no memory.
 WChar* MakeLogPath(const WChar* path);
 
 // The container at `path` on an empty context, the log beside it at `logPath` (may be null). Both

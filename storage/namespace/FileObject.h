@@ -34,7 +34,6 @@ enum ObjectFlag : uint32_t {
     kObjectCreated = 1,  // in the running transaction
     kObjectDeleted = 2,
     kObjectNameChanged = 4,
-    kObjectSizeChanged = 16,
     kEntriesLoaded = 0x40,
     kNamesSorted = 0x80,  // every name complete, the list in full order
     kObjectIdle = 0x200,
@@ -83,12 +82,12 @@ struct FileObject {
     uint64_t lastUsed;  // the operation that left it idle, as ObjectState counts them
 
     // Directory.
-    EntryPool records;               // the memory of `children`
-    EntryList children;              // sorted
-    uint64_t listVersion;            // a new one, never used before, with each change of `children`
-    uint32_t lastFound;              // where in `children` the last look-up ended; a guess
-    NumberList directoryPages;       // in chain order
-    NumberList freeEntries;          // taken from the front, added behind
+    EntryPool records;          // the memory of `children`
+    EntryList children;         // sorted
+    uint64_t listVersion;       // a new one, never used before, with each change of `children`
+    uint32_t lastFound;         // where in `children` the last look-up ended; a guess
+    NumberList directoryPages;  // in chain order
+    NumberList freeEntries;     // taken from the front, added behind
     FileObject* orphanPrev;
     FileObject* orphanNext;
     // Children whose records are in no list since a roll back threw the list away; LoadDirectory
@@ -200,14 +199,14 @@ struct ObjectState {
     FileObject* root = nullptr;
     DirEntry* rootRecord = nullptr;
     HashTable<FileObject, &FileObject::fileId, &FileObject::hashNext> fileObjects;
-    List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idle;  // newest first
+    List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idle;             // newest first
     List<FileObject, &FileObject::idlePrev, &FileObject::idleNext> idleDirectories;  // the same
     uint32_t idleCount = 0;                                                          // in `idle`
     uint64_t entryBytes = 0;  // of directory records and lists
     uint64_t operations = 0;  // counted as they begin
     uint64_t listVersions = 0;
-    uint64_t hintedGone = 0;  // objects that hints may have pointed to
-    List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;       // oldest first
+    uint64_t hintedGone = 0;         // objects that hints may have pointed to
+    List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;  // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;
     BlockPool blocks;
     PathCache paths;

@@ -39,7 +39,6 @@ void TakeFromObject(FileHandle* handle) {
     if (handle->deniesWrite) --object->denyWriteCount;
     const int64_t place = object->handles.Find(handle);
     if (place >= 0) object->handles.RemoveAt(static_cast<uint32_t>(place));
-    object->flags &= ~kObjectSizeChanged;
     handle->object = nullptr;
 }
 
@@ -50,7 +49,7 @@ Status OpenStream(FileObject* object, FileHandle** out, bool wantRead, bool want
     *out = nullptr;
     Status status = TestSharing(object, wantRead, wantWrite);
     if (status != kOk) return status;
-    // Not taken back when a later step fails; meant so.
+    // Not taken back when a later step fails: an object whose stream could not be had stays shut.
     if (denyRead) ++object->denyReadCount;
     if (denyWrite) ++object->denyWriteCount;
     status = EnsureStreamRecord(object);

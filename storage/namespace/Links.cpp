@@ -76,7 +76,7 @@ Status AppendTarget(PathBuilder* path, WStringView target) {
         const bool dotted = !part.empty() && part[0] == '.';
         if (part.empty()) return kBadPath;
         if (part.size() == 2 && dotted) {
-            // Whatever the second unit is; meant so.
+            // Whatever the second unit is: links in containers are followed like that.
             if (!path->RemoveLast()) return kBadPath;
         } else if (part.size() != 1 || !dotted) {
             path->Append(part);

@@ -7,7 +7,7 @@ namespace {
 using platform::WStringView;
 
 // The match of one name. It goes back to a star once for each difference and never gives up what
-// the star has passed already: not a full backtrack, and meant so.
+// the star has passed already. A full backtrack would list names that such patterns never found.
 struct Match {
     WStringView name;
     WStringView pattern;

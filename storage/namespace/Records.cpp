@@ -249,15 +249,6 @@ Status SpillRecord(FileObject* object, const RecordPlace& place, CachePage** new
     return kOk;
 }
 
-Status SpillRecordOfType(FileObject* object, CachePage* page, uint16_t type, CachePage** newPage,
-                         StorageTransaction* transaction) {
-    RecordPlace place;
-    const Status status = FindOnPage(object->context, page, type, &place);
-    if (status != kOk) return status;
-    if (place.page == nullptr) return kRecordMissing;
-    return SpillRecord(object, place, newPage, transaction);
-}
-
 Status ResizeRecord(StorageContext* context, const RecordPlace& place, uint32_t payload) {
     const uint32_t end = HeaderPageOf(place.page->buffer)->endOffset;
     const uint64_t size = uint64_t{payload} + kRecordHeaderSize;

@@ -43,9 +43,6 @@ Status MakeRoom(FileObject* object, CachePage* page, uint16_t protectedType, uin
 // Moves a record's payload to a page of its own; with `newPage` that is handed out pinned.
 Status SpillRecord(FileObject* object, const RecordPlace& place, CachePage** newPage,
                    StorageTransaction* transaction);
-// The same for the record of a type on a page: kRecordMissing when it is not there.
-Status SpillRecordOfType(FileObject* object, CachePage* page, uint16_t type, CachePage** newPage,
-                         StorageTransaction* transaction);
 // Gives a record another payload size and moves those behind it. The new size fits the page.
 Status ResizeRecord(StorageContext* context, const RecordPlace& place, uint32_t payload);
 Status RemoveRecord(FileObject* object, uint16_t type, StorageTransaction* transaction);

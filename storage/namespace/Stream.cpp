@@ -138,7 +138,6 @@ Status WriteSize(FileObject* object, uint64_t size, bool touch, StorageTransacti
     if (size == object->size) return kOk;
     Store(info.Bytes(), record::kFileSize, size);
     object->size = size;
-    object->flags |= kObjectSizeChanged;
     return kOk;
 }
 
@@ -209,7 +208,6 @@ Status SetFileSize(FileObject* object, uint64_t size, StorageTransaction* transa
         if (status == kOk) status = released;
     }
     if (status == kOk) status = WriteSize(object, size, false, transaction);
-    if (status == kOk) object->flags |= kObjectSizeChanged;
     return status;
 }
 

@@ -19,7 +19,7 @@ WString Escaped(WStringView name, FsNameSet set) {
 WString Unescaped(const WString& stored) {
     WChar* out = nullptr;
     EXPECT_TRUE(FS_UnescapeName(stored.c_str(), &out));
-    FsHeapString owner;
+    HeapString owner;
     owner.text = out;
     return out != nullptr ? WString(out) : stored;
 }

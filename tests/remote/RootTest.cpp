@@ -3,6 +3,7 @@
 
 #include "include/ZrFsLibrary.h"
 #include "platform/FileSystem.h"
+#include "platform/HostPath.h"
 #include "platform/PageFile.h"
 #include "platform/RootFolder.h"
 #include "tests/remote/RawClient.h"
@@ -101,7 +102,7 @@ TEST_F(RootTest, NoLinkSwappedInLeadsOut) {
     server::SessionRules rules{server::PathGuard(root_)};
     for (const uint32_t method : {4u, 6u}) {
         SCOPED_TRACE(method);
-        const WString name = WTEXT("sub") + WString(1, platform::kPathSeparator) + WTEXT("s.") +
+        const WString name = WTEXT("sub") + WString(1, platform::kHostSeparator) + WTEXT("s.") +
                              platform::FromUtf8(std::to_string(method));
         const auto admitted = rules.guard.Admit(method, name);
         ASSERT_TRUE(admitted);
