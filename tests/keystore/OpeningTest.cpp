@@ -11,7 +11,8 @@ class Opening : public testing::Test {
     // A container without the key store's doings; `version` becomes the words of its version
     // record, unless it is empty.
     void MakeContainer(const std::vector<uint32_t>& version) {
-        std::filesystem::remove(dir / "store.fbr");
+        // A name of its own: a store that was refused may stay open.
+        path = dir.File("store" + std::to_string(++made_) + ".fbr");
         storage::StorageContext* container = nullptr;
         ASSERT_EQ(
             storage::StorageCreate(path.c_str(), 1, 512, nullptr, &container, '\\', nullptr, 0), 0);
@@ -43,7 +44,10 @@ class Opening : public testing::Test {
     }
 
     support::TempDir dir;
-    const WString path = dir.File("store.fbr");
+    WString path = dir.File("store.fbr");
+
+  private:
+    int made_ = 0;
 };
 
 TEST_F(Opening, StampsAContainerThatHasNoVersionAndLooksAtTheThirdWordAlone) {

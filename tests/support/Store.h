@@ -131,7 +131,8 @@ class Store {
         uint64_t size = 99;
         FBR_STATUS told = Query(key, name, nullptr, 0, &size, type);
         if (told == FSSTATUS_SUCCESS && size == 0) return Bytes();
-        if (told != FSSTATUS_BUFFER_OVERFLOW) return std::nullopt;
+        // The live registry takes a short value for one that fits, and tells its size.
+        if (told != FSSTATUS_BUFFER_OVERFLOW && told != FSSTATUS_SUCCESS) return std::nullopt;
         Bytes data(size);
         told = Query(key, name, data.data(), size, &size, type);
         if (told != FSSTATUS_SUCCESS || size != data.size()) return std::nullopt;
