@@ -331,7 +331,9 @@ Status GetBlock(FileObject* object, uint64_t position, FileBlock** block, bool m
     if (status != kOk) return status;
     FileBlock* before = *block;
     *block = found;
-    return ReleaseBlock(&before, transaction);
+    status = ReleaseBlock(&before, transaction);
+    // A block made for another form of the stream: to go on would be to go on for ever.
+    return status == kOk && !Holds(found, position) ? Status{kInternal} : status;
 }
 
 Status ReleaseBlock(FileBlock** block, StorageTransaction* transaction) {

@@ -144,7 +144,10 @@ Status PutIntoExisting(const Put& put, const DirEntry* entry) {
     if (status != kOk) return status;
     status = PutIntoPage(put, page, entry->fileId);
     ReleasePage(put.context, page);
-    if (status == kOk && entry->object != nullptr) DropStreamState(entry->object);
+    if (status == kOk && entry->object != nullptr) {
+        DropStreamState(entry->object);
+        entry->object->flags &= ~kStreamReady;
+    }
     return status;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "storage/namespace/Lookup.h"
 #include "storage/namespace/Stream.h"
 
 namespace support::container {
@@ -233,6 +234,17 @@ Status EngineFile::Close() {
     const Status status = storage::StorageCloseFile(file_);
     file_ = nullptr;
     return status;
+}
+
+storage::Status PutAt(EngineStore& store, const platform::WChar* directory,
+                      platform::WStringView name, const storage::FileContent& content) {
+    store.Container()->containerLock.AssertAlone();
+    storage::DirectoryHint hint;
+    storage::FileObject* object =
+        storage::FindLoadedDirectory(store.Container(), directory, &hint);
+    if (object == nullptr) return storage::kNotPlain;
+    bool aside = false;
+    return storage::PutFile(object, name, content, {}, &aside);
 }
 
 uint32_t LongTests() {

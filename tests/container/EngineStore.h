@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "storage/StorageApi.h"
+#include "storage/namespace/Operations.h"
 #include "storage/namespace/Search.h"
 #include "tests/support/ContainerBuilder.h"
 #include "tests/support/ContainerReader.h"
@@ -122,5 +123,9 @@ uint32_t LongTests();
 // How many rounds a seeded test does that does `rounds` in the short form: fewer under the
 // sanitizers, which are slow, and more in the long form.
 uint32_t Rounds(uint32_t rounds);
+
+// PutFile in the directory at a path; nobody else is at the store.
+storage::Status PutAt(EngineStore& store, const platform::WChar* directory,
+                      platform::WStringView name, const storage::FileContent& content);
 
 }  // namespace support::container
