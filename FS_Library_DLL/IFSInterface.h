@@ -23,12 +23,12 @@ struct IFSInterface {
     virtual FBR_STATUS FBR_ReleaseLockEx(uint32_t lockType) = 0;
     virtual FBR_STATUS FBR_GetLockTypeEx(uint32_t* lockType) = 0;
     virtual FBR_STATUS FBR_DeleteValue(int64_t key, const WChar* name) = 0;
-    virtual FBR_STATUS FBR_SetValue(int64_t key, const WChar* name, uint32_t type,
-                                    const void* data, uint64_t size) = 0;
+    virtual FBR_STATUS FBR_SetValue(int64_t key, const WChar* name, uint32_t type, const void* data,
+                                    uint64_t size) = 0;
     virtual FBR_STATUS FBR_QueryValue(int64_t key, const WChar* name, void* buffer,
                                       uint64_t bufferSize, uint64_t* size, uint32_t* type) = 0;
-    virtual FBR_STATUS FBR_CreateDirEx(int64_t parent, const WChar* name,
-                                       FBR_CREATEOPTIONS options, int64_t* key) = 0;
+    virtual FBR_STATUS FBR_CreateDirEx(int64_t parent, const WChar* name, FBR_CREATEOPTIONS options,
+                                       int64_t* key) = 0;
     virtual FBR_STATUS FBR_OpenDirEx(int64_t parent, const WChar* name, int64_t* key) = 0;
     virtual FBR_STATUS FBR_DeleteDirEx(int64_t key) = 0;
     virtual FBR_STATUS FBR_DeleteDirNamedEx(const WChar* name) = 0;

@@ -89,7 +89,8 @@ class StoreBench {
         return timer;
     }
 
-    // Each overwrite with taking and releasing the lock around it, as programs do that share a store.
+    // Each overwrite with taking and releasing the lock around it, as programs do that share a
+    // store.
     Timer OverwriteLocking(uint32_t batches) {
         Check(FBR_ReleaseLockEx(kWriteLock, store_), "FBR_ReleaseLockEx");
         Timer timer;

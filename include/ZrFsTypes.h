@@ -1,4 +1,4 @@
-/* The types that cross the interface, for C (C11 on Linux, C99 on Windows) and C++ (from C++11 on). */
+/* The types that cross the interface, for C (C11 on Linux, C99 on Windows) and C++ (from C++11). */
 #ifndef ZRFSTYPES_H
 #define ZRFSTYPES_H
 
@@ -31,15 +31,15 @@ typedef char16_t FBR_WCHAR; /* one UTF-16 code unit */
 /* The type of a value's data, a number that travels with it. The library keeps any number and any
  * data; these are what programs agree on. Text ends in a zero unit, which counts. */
 typedef enum FBR_VALUE_TYPE FBR_BITS32 {
-    FBR_TYPE_NONE = 0,       /* no type */
-    FBR_TYPE_SZ = 1,         /* a text */
-    FBR_TYPE_EXPAND_SZ = 2,  /* a text with names of environment variables to be put in */
-    FBR_TYPE_BINARY = 3,     /* bytes */
-    FBR_TYPE_DWORD = 4,      /* a number of 4 bytes, the lowest first */
-    FBR_TYPE_DWORD_BE = 5,   /* a number of 4 bytes, the highest first */
-    FBR_TYPE_LINK = 6,       /* a text: the path of the key that is meant; no zero unit */
-    FBR_TYPE_MULTI_SZ = 7,   /* texts one behind the other, and one more zero unit */
-    FBR_TYPE_QWORD = 11      /* a number of 8 bytes, the lowest first */
+    FBR_TYPE_NONE = 0,      /* no type */
+    FBR_TYPE_SZ = 1,        /* a text */
+    FBR_TYPE_EXPAND_SZ = 2, /* a text with names of environment variables to be put in */
+    FBR_TYPE_BINARY = 3,    /* bytes */
+    FBR_TYPE_DWORD = 4,     /* a number of 4 bytes, the lowest first */
+    FBR_TYPE_DWORD_BE = 5,  /* a number of 4 bytes, the highest first */
+    FBR_TYPE_LINK = 6,      /* a text: the path of the key that is meant; no zero unit */
+    FBR_TYPE_MULTI_SZ = 7,  /* texts one behind the other, and one more zero unit */
+    FBR_TYPE_QWORD = 11     /* a number of 8 bytes, the lowest first */
 } FBR_VALUE_TYPE;
 
 /* What a lock is for, see FBR_GetLockEx. */
@@ -78,25 +78,25 @@ typedef enum _FSSTATUS FBR_BITS32 {
  * that the headers do not know is "unknown status". */
 static inline const char* FsStatusText(FBR_STATUS status) {
     static const char* const texts[] = {
-        "done", /* FSSTATUS_SUCCESS */
-        "the operation failed", /* FSSTATUS_FAILED */
-        "an argument is missing or out of range", /* FSSTATUS_INVALID_PARAMETER */
-        "there is no such key, value or file", /* FSSTATUS_NOT_FOUND */
-        "the buffer is too small", /* FSSTATUS_BUFFER_OVERFLOW */
-        "there are no more entries", /* FSSTATUS_NO_MORE_ENTRIES */
-        "the store is of another version", /* FSSTATUS_VERSION_MISMATCH */
-        "the lock is missing or could not be had in time", /* FSSTATUS_LOCK_FAILED */
-        "the name is taken", /* FSSTATUS_ALREADY_EXISTS */
-        "the key has content", /* FSSTATUS_DIR_NOT_EMPTY */
-        "a folder or key on the way is missing", /* FSSTATUS_PATH_NOT_FOUND */
-        "the name is not allowed", /* FSSTATUS_INVALID_NAME */
-        "the store's file is damaged", /* FSSTATUS_FILE_CORRUPT */
-        "this kind of store does not offer that", /* FSSTATUS_NOT_IMPLEMENTED */
-        "there is not enough memory", /* FSSTATUS_OUT_OF_MEMORY */
-        "access is denied", /* FSSTATUS_ACCESS_DENIED */
-        "another program keeps the file to itself", /* FSSTATUS_SHARING_VIOLATION */
-        "a library that is needed could not be loaded", /* FSSTATUS_MODULE_NOT_FOUND */
-        "the handle is not open", /* FSSTATUS_INVALID_HANDLE */
+        "done",                                                  /* FSSTATUS_SUCCESS */
+        "the operation failed",                                  /* FSSTATUS_FAILED */
+        "an argument is missing or out of range",                /* FSSTATUS_INVALID_PARAMETER */
+        "there is no such key, value or file",                   /* FSSTATUS_NOT_FOUND */
+        "the buffer is too small",                               /* FSSTATUS_BUFFER_OVERFLOW */
+        "there are no more entries",                             /* FSSTATUS_NO_MORE_ENTRIES */
+        "the store is of another version",                       /* FSSTATUS_VERSION_MISMATCH */
+        "the lock is missing or could not be had in time",       /* FSSTATUS_LOCK_FAILED */
+        "the name is taken",                                     /* FSSTATUS_ALREADY_EXISTS */
+        "the key has content",                                   /* FSSTATUS_DIR_NOT_EMPTY */
+        "a folder or key on the way is missing",                 /* FSSTATUS_PATH_NOT_FOUND */
+        "the name is not allowed",                               /* FSSTATUS_INVALID_NAME */
+        "the store's file is damaged",                           /* FSSTATUS_FILE_CORRUPT */
+        "this kind of store does not offer that",                /* FSSTATUS_NOT_IMPLEMENTED */
+        "there is not enough memory",                            /* FSSTATUS_OUT_OF_MEMORY */
+        "access is denied",                                      /* FSSTATUS_ACCESS_DENIED */
+        "another program keeps the file to itself",              /* FSSTATUS_SHARING_VIOLATION */
+        "a library that is needed could not be loaded",          /* FSSTATUS_MODULE_NOT_FOUND */
+        "the handle is not open",                                /* FSSTATUS_INVALID_HANDLE */
         "the key holds more levels than can be deleted at once", /* FSSTATUS_TREE_DELETE_FAILED */
     };
     const unsigned number = (unsigned)status;
@@ -106,26 +106,16 @@ static inline const char* FsStatusText(FBR_STATUS status) {
 /* The name of a status as it stands above. */
 static inline const char* FsStatusName(FBR_STATUS status) {
     static const char* const names[] = {
-        "FSSTATUS_SUCCESS",
-        "FSSTATUS_FAILED",
-        "FSSTATUS_INVALID_PARAMETER",
-        "FSSTATUS_NOT_FOUND",
-        "FSSTATUS_BUFFER_OVERFLOW",
-        "FSSTATUS_NO_MORE_ENTRIES",
-        "FSSTATUS_VERSION_MISMATCH",
-        "FSSTATUS_LOCK_FAILED",
-        "FSSTATUS_ALREADY_EXISTS",
-        "FSSTATUS_DIR_NOT_EMPTY",
-        "FSSTATUS_PATH_NOT_FOUND",
-        "FSSTATUS_INVALID_NAME",
-        "FSSTATUS_FILE_CORRUPT",
-        "FSSTATUS_NOT_IMPLEMENTED",
-        "FSSTATUS_OUT_OF_MEMORY",
-        "FSSTATUS_ACCESS_DENIED",
-        "FSSTATUS_SHARING_VIOLATION",
-        "FSSTATUS_MODULE_NOT_FOUND",
-        "FSSTATUS_INVALID_HANDLE",
-        "FSSTATUS_TREE_DELETE_FAILED",
+        "FSSTATUS_SUCCESS",           "FSSTATUS_FAILED",
+        "FSSTATUS_INVALID_PARAMETER", "FSSTATUS_NOT_FOUND",
+        "FSSTATUS_BUFFER_OVERFLOW",   "FSSTATUS_NO_MORE_ENTRIES",
+        "FSSTATUS_VERSION_MISMATCH",  "FSSTATUS_LOCK_FAILED",
+        "FSSTATUS_ALREADY_EXISTS",    "FSSTATUS_DIR_NOT_EMPTY",
+        "FSSTATUS_PATH_NOT_FOUND",    "FSSTATUS_INVALID_NAME",
+        "FSSTATUS_FILE_CORRUPT",      "FSSTATUS_NOT_IMPLEMENTED",
+        "FSSTATUS_OUT_OF_MEMORY",     "FSSTATUS_ACCESS_DENIED",
+        "FSSTATUS_SHARING_VIOLATION", "FSSTATUS_MODULE_NOT_FOUND",
+        "FSSTATUS_INVALID_HANDLE",    "FSSTATUS_TREE_DELETE_FAILED",
     };
     const unsigned number = (unsigned)status;
     return number < sizeof names / sizeof names[0] ? names[number] : "status";

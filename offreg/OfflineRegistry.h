@@ -82,7 +82,6 @@ uint32_t ORQueryInfoKey(ORHKEY key, OR_WCHAR* className, uint32_t* classUnits, u
  * size is in `bytes`; 1338: not a descriptor. */
 uint32_t ORGetKeySecurity(ORHKEY key, uint32_t information, void* descriptor, uint32_t* bytes);
 uint32_t ORSetKeySecurity(ORHKEY key, uint32_t information, const void* descriptor);
-
 }
 
 #endif

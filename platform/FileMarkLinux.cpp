@@ -77,7 +77,8 @@ mode_t BesideMode(mode_t mode) {
 // Laid there by somebody who may not write the file it is of no use.
 bool IsTrusted(const struct stat& beside, const struct stat& file) {
     if (!S_ISREG(beside.st_mode)) return false;
-    if (beside.st_uid == file.st_uid || beside.st_uid == 0 || beside.st_uid == geteuid()) return true;
+    if (beside.st_uid == file.st_uid || beside.st_uid == 0 || beside.st_uid == geteuid())
+        return true;
     return (file.st_mode & S_IWOTH) != 0 ||
            ((file.st_mode & S_IWGRP) != 0 && beside.st_gid == file.st_gid);
 }
@@ -110,8 +111,7 @@ Error FileMark::TakeBeside(int descriptor, bool* taken) {
     if (!BesidePath(descriptor, file, path)) return kErrorSuccess;
     beside_ = OpenBeside(path, file);
     if (beside_ < 0) return kErrorSuccess;
-    const bool has = SetLock(beside_, F_WRLCK, 0) == 0 &&
-                     StillThere(beside_, path, file) &&
+    const bool has = SetLock(beside_, F_WRLCK, 0) == 0 && StillThere(beside_, path, file) &&
                      SetLock(descriptor, F_RDLCK, kBesideMark) == 0;
     // One who came the first way looks at the second byte behind his lock, as we look at his now.
     *taken = has && !Meets(descriptor, F_RDLCK, kMark);
@@ -137,7 +137,8 @@ void FileMark::LeaveRow(int descriptor) {
 
 Error FileMark::TakeFirstWay(int descriptor, bool* taken) {
     int number = SetLock(descriptor, F_WRLCK, kMark);
-    // A writer may have let go between two looks: only shared locks that stay lead to the other way.
+    // A writer may have let go between two looks: only shared locks that stay lead to the other
+    // way.
     if (IsBusy(number) && !Meets(descriptor, F_RDLCK, kMark))
         number = SetLock(descriptor, F_WRLCK, kMark);
     if (number == 0) {

@@ -27,8 +27,8 @@ class PageFile {
 
     // Writes `count` buffers of `bytes` bytes each, one behind the other from `offset` on, as one
     // transfer. `done` is the number of bytes written. Writing past the end grows the file.
-    virtual Error Write(uint64_t offset, const void* const* buffers, uint32_t count,
-                        uint32_t bytes, uint32_t* done) = 0;
+    virtual Error Write(uint64_t offset, const void* const* buffers, uint32_t count, uint32_t bytes,
+                        uint32_t* done) = 0;
 
     // Sets the file's length.
     virtual Error Cut(uint64_t length) = 0;

@@ -187,10 +187,9 @@ Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
     if (Leave(folder.Status()) != kErrorSuccess) return INVALID_HANDLE_VALUE;
     // What is not below the thread's root must not be cut before that is known.
     const bool cut = folder.IsLimited() && disposition == CREATE_ALWAYS;
-    const HANDLE file =
-        CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, security,
-                    cut ? OPEN_ALWAYS : disposition,
-                    FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file = CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, security,
+                                    cut ? OPEN_ALWAYS : disposition,
+                                    FILE_FLAG_RANDOM_ACCESS | FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return file;
     const Error told = ::GetLastError();
     // A device keeps no pages, though some take and give bytes.

@@ -74,7 +74,8 @@ class PipeListener {
     virtual ~PipeListener() = default;
 
     // Null on failure, with LastError: kErrorAccessDenied or kErrorPipeBusy when somebody listens
-    // there already; of several that begin at once, one succeeds. `anyUser` lets in other users than the one who runs the server.
+    // there already; of several that begin at once, one succeeds. `anyUser` lets in other users
+    // than the one who runs the server.
     static std::unique_ptr<PipeListener> Listen(const WChar* name, bool anyUser, StopSignal* stop);
     // The next client; null once stopped, or on a failure that LastError tells.
     virtual std::unique_ptr<PipeConnection> Accept() = 0;

@@ -1,5 +1,5 @@
-// No names for objects in memory here: in a folder that all may write, anybody can lay a file in the
-// way, and a name is not the file. The lock of the file itself serves.
+// No names for objects in memory here: in a folder that all may write, anybody can lay a file in
+// the way, and a name is not the file. The lock of the file itself serves.
 #include "platform/Resources.h"
 
 #include "platform/ErrnoLinux.h"

@@ -1,6 +1,6 @@
 // Which lock guards what, in a form that clang's thread-safety analysis checks
-// (scripts/thread-analysis), and locks that it knows. Other compilers see plain ones. It does not look
-// into constructors and destructors.
+// (scripts/thread-analysis), and locks that it knows. Other compilers see plain ones. It does not
+// look into constructors and destructors.
 #pragma once
 
 #include <mutex>

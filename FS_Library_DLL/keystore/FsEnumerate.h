@@ -10,8 +10,9 @@
 enum class FsEnumMode : uint32_t { Values = 1, Keys = 2 };
 
 // What a walk shows each entry to: a callable that takes the entry's index from 0 on and its stored
-// name, and returns true to go on. A null name begins a walk, the first one or one that is done again
-// because the store has changed: what was shown before counts no more. It is referred to, not owned.
+// name, and returns true to go on. A null name begins a walk, the first one or one that is done
+// again because the store has changed: what was shown before counts no more. It is referred to, not
+// owned.
 class FsVisitor {
   public:
     template <class Callable>

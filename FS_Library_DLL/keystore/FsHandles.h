@@ -32,7 +32,7 @@ struct FsHandleEntry {
     // Where the last value and the last subkey stood that a key was asked for by number.
     storage::ListPlace lastValue;
     storage::ListPlace lastSubkey;
-    FsHandleEntry* prev;                   // in order of opening, keys and values apart
+    FsHandleEntry* prev;  // in order of opening, keys and values apart
     FsHandleEntry* next;
     FsPathNode node;  // a key's place in the order of paths, once it was wanted
     WChar inlinePath[kInlineUnits];
@@ -73,8 +73,8 @@ class FsHandleTable {
 
     // New paths for the values at `from`; one that finds no memory loses its path.
     void RenameValues(WStringView from, WStringView to);
-    // Puts `to` in the place of `from` in the path of that key and of all below it. False when there
-    // is no memory; some paths may be changed then.
+    // Puts `to` in the place of `from` in the path of that key and of all below it. False when
+    // there is no memory; some paths may be changed then.
     bool RenamePrefix(WStringView from, WStringView to);
     // Calls `close` for each search and removes the entries of a deleted key and all below it.
     template <class CloseSearch>

@@ -16,7 +16,8 @@ int main() {
         const zrfs::ReadLock lock(store);  // so that all of what follows is one state
         for (const auto& name : store.open("Boxes").subkeys()) std::printf("%s\n", name.c_str());
         for (const auto& [name, value] : store.open("Boxes\\Small").values()) {
-            if (const auto text = value.text()) std::printf("%s: %s\n", name.c_str(), text->c_str());
+            if (const auto text = value.text())
+                std::printf("%s: %s\n", name.c_str(), text->c_str());
             if (const auto number = value.number())
                 std::printf("%s: %u\n", name.c_str(), static_cast<unsigned>(*number));
         }

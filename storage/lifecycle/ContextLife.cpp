@@ -21,8 +21,8 @@ StorageContext* MakeContext() {
     StorageContext* context = new (memory) StorageContext();
     context->containerLock.AssertAlone();
     context->lastAccess = context->created = CurrentDate();
-    context->compact = [](StorageContext* owner, uint8_t* done)
-        ZRFS_REQUIRES(owner->containerLock) { return CompactPages(owner, done); };
+    context->compact = [](StorageContext* owner, uint8_t* done) ZRFS_REQUIRES(
+                           owner->containerLock) { return CompactPages(owner, done); };
     context->enterWrite = &EnterWrite;
     context->leaveWrite = &LeaveWrite;
     if (CreateObjectState(context) == kOk) return context;

@@ -122,7 +122,9 @@ Status WriteStream(FileHandle* handle, const void* buffer, uint32_t count, uint3
     const uint32_t before = object->context->changes;
     status = WriteAt(handle, buffer, count, done);
     // What was written in part is not to become final with the close of the file.
-    if (status != kOk && *done + (object->context->changes - before) != 0 && object->transaction != nullptr) object->transaction->failure = status;
+    if (status != kOk && *done + (object->context->changes - before) != 0 &&
+        object->transaction != nullptr)
+        object->transaction->failure = status;
     return status;
 }
 

@@ -35,7 +35,8 @@ TEST_F(Objects, ValuesComeBackAsTheyWentIn) {
         {"empty", {77, {}}},
         {"exact", {3, zrfs::Bytes(512, 1)}},  // as much as the first buffer holds
         {"qword", Value::qword(1ull << 63)},
-        {"text", Value::text("gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x98\x80")},
+        {"text", Value::text("gr\xC3\xBC\xC3\x9F"
+                             "e \xF0\x9F\x98\x80")},
         {"texts", Value::texts({"a", "", "bc"})}};
     for (const auto& [name, value] : values) key.set(name, value);
     std::vector<std::pair<std::string, Value>> found;
@@ -44,7 +45,9 @@ TEST_F(Objects, ValuesComeBackAsTheyWentIn) {
 
     EXPECT_EQ(key.get("dword").number(), 0xFFFFFFFFu);
     EXPECT_EQ(key.get("qword").number(), 1ull << 63);
-    EXPECT_EQ(key.get("text").text(), "gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x98\x80");
+    EXPECT_EQ(key.get("text").text(),
+              "gr\xC3\xBC\xC3\x9F"
+              "e \xF0\x9F\x98\x80");
     EXPECT_EQ(key.get("texts").texts(), (std::vector<std::string>{"a", "bc"}));
     EXPECT_EQ(key.get("text").number(), std::nullopt);
     EXPECT_EQ(key.get("dword").text(), std::nullopt);

@@ -24,8 +24,8 @@ struct CheckOutcome {
     // The pages told of with a code, rising.
     std::vector<uint32_t> Pages(uint32_t code) const;
     bool FoundNothing() const { return Pages(8).empty() && Pages(9).empty() && Pages(15).empty(); }
-    // Pages that nothing refers to, with what is wrong about them, and nothing else: all that a kill
-    // or a failure may leave.
+    // Pages that nothing refers to, with what is wrong about them, and nothing else: all that a
+    // kill or a failure may leave.
     bool FoundOnlyLostPages() const;
     std::string Findings() const;
 };

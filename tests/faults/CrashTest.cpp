@@ -157,7 +157,8 @@ class Judge {
             if (run_.WasThere(path, value, step)) continue;
             // An entry that was written in part has a part of its name.
             const bool cut = torn && where.ends_with("entry page");
-            ASSERT_TRUE(cut || IsMixed(path, value, step, torn)) << where << ": something new appeared";
+            ASSERT_TRUE(cut || IsMixed(path, value, step, torn))
+                << where << ": something new appeared";
             ++mixed_;
         }
         Count(found, step, torn, where);

@@ -131,7 +131,8 @@ TEST(Handles, AgreeWithAPlainListUnderRandomUse) {
             const WString to = path + WTEXT("\\n");
             ASSERT_TRUE(table.RenamePrefix(path, to));
             for (auto& key : model)
-                if (FsIsInSubtree(key.second, path)) key.second = to + key.second.substr(path.size());
+                if (FsIsInSubtree(key.second, path))
+                    key.second = to + key.second.substr(path.size());
         }
         ASSERT_EQ(table.Count(), model.size()) << "step " << step;
     }

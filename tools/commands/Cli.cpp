@@ -200,8 +200,8 @@ std::string Cli::ContainerAt(const std::string& path) const {
     return std::string(text.begin(), text.end());
 }
 
-// What the library warns of goes to standard error. That a hive could be read in part only is a loss:
-// the command did not give all that there is.
+// What the library warns of goes to standard error. That a hive could be read in part only is a
+// loss: the command did not give all that there is.
 void Cli::HearWarnings() {
     namespace log = Varnhold::Hob::Detail;
     log::Logger::Instance().AddSink(
