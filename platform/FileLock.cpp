@@ -162,10 +162,10 @@ FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void
     }
     SlotWaiter self;
     slot_->Join(&self);
-    const bool free = Freed().wait_for(guard.native, std::chrono::milliseconds(milliseconds),
-                                       [&]() ZRFS_REQUIRES(Guard()) {
-                                           return slot_->owner == nullptr && slot_->waiters == &self;
-                                       });
+    const bool free = Freed().wait_for(
+        guard.native, std::chrono::milliseconds(milliseconds), [&]() ZRFS_REQUIRES(Guard()) {
+            return slot_->owner == nullptr && slot_->waiters == &self;
+        });
     slot_->Leave(&self);
     if (!free) {
         if (slot_->waiters != nullptr) Freed().notify_all();  // the next one may be first now

@@ -22,10 +22,10 @@ struct StorageTransaction {
     PointerList<FileObject> objects;  // those that joined, in order of joining
     uint32_t pageCount = 0;
     List<CachePage, &CachePage::txPrev, &CachePage::txNext> pages;  // newest first
-    NumberList releasePages;  // freed in the map at the end of the commit
-    Status failure = 0;       // a change that could not be finished: commit rolls back instead
-    bool writes = false;      // keeps the file's lock for its time, see BeginTransaction
-    uint32_t nested = 0;      // operations at work in a batch
+    NumberList releasePages;     // freed in the map at the end of the commit
+    Status failure = 0;          // a change that could not be finished: commit rolls back instead
+    bool writes = false;         // keeps the file's lock for its time, see BeginTransaction
+    uint32_t nested = 0;         // operations at work in a batch
     uint32_t changesBefore = 0;  // context->changes when the first of them began
     StorageTransaction* prev = nullptr;
     StorageTransaction* next = nullptr;

@@ -86,8 +86,7 @@ struct ChangeMark {
 // Page 1 as it stands in the file.
 Status ReadMark(StorageContext* context, ChangeMark* mark) ZRFS_REQUIRES(context->containerLock) {
     Superblock super;
-    const uint64_t offset =
-        (uint64_t{context->basePage} + kSuperblockNumber) * context->pageSize;
+    const uint64_t offset = (uint64_t{context->basePage} + kSuperblockNumber) * context->pageSize;
     uint32_t done = 0;
     const platform::Error error = context->file->Read(offset, &super, sizeof super, &done);
     if (error != 0) return static_cast<Status>(error);
@@ -98,9 +97,9 @@ Status ReadMark(StorageContext* context, ChangeMark* mark) ZRFS_REQUIRES(context
     mark->changing = super.changing != 0;
     mark->logPending = super.logPending != 0;
     const Superblock* loaded = context->Super();
-    mark->isLoaded =
-        loaded->logPending == 0 && loaded->changing == 0 && loaded->logChainHead == super.logChainHead &&
-        (swapped || loaded->lastFileId >= super.lastFileId);
+    mark->isLoaded = loaded->logPending == 0 && loaded->changing == 0 &&
+                     loaded->logChainHead == super.logChainHead &&
+                     (swapped || loaded->lastFileId >= super.lastFileId);
     return kOk;
 }
 
@@ -152,8 +151,7 @@ Status ReloadUnderLock(StorageContext* context, uint32_t milliseconds)
 Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t milliseconds)
     ZRFS_REQUIRES(context->containerLock) {
     using Clock = std::chrono::steady_clock;
-    const auto end =
-        Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
+    const auto end = Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
     for (;;) {
         const Status status = ReadMark(context, mark);
         if (status != kOk) return status;
@@ -177,8 +175,8 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
         return status == kOk ? EndForeignChange(context) : status;
     }
     ChangeMark mark;
-    Status status = context->readOnly ? WaitForQuiet(context, &mark, patience)
-                                      : ReadMark(context, &mark);
+    Status status =
+        context->readOnly ? WaitForQuiet(context, &mark, patience) : ReadMark(context, &mark);
     if (status != kOk) return status;
     const bool moved = mark.counter != context->seenCounter || mark.changing || mark.logPending;
     const bool unfit = context->stale || (context->inlineEntries && !context->readOnly);
@@ -237,8 +235,8 @@ namespace {
 // opened for writing. The old opening stays until the end: a thread may be waiting at its lock.
 void RegainWriting(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     if (!context->writingDenied || context->lock == nullptr || context->lock->IsHeld()) return;
-    platform::PageFile* file = OpenPageFile(context->path, ResourceType::FileCreate,
-                                            platform::Disposition::OpenExisting);
+    platform::PageFile* file =
+        OpenPageFile(context->path, ResourceType::FileCreate, platform::Disposition::OpenExisting);
     platform::FileIdentity before, now;
     auto* lock = file != nullptr ? new platform::FileLock(file, context->lockMutex) : nullptr;
     if (lock == nullptr || !lock->Join() || context->file->Identity(&before) != 0 ||

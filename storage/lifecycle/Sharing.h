@@ -31,8 +31,8 @@ Status ReleaseContainerLock(StorageContext* context);
 // Does another thread have the lock through this container?
 bool IsLockedByOthers(const StorageContext* context);
 
-// Before an operation: what could not be read, or is not to be trusted, is read again. kNotOpen when
-// there is no file.
+// Before an operation: what could not be read, or is not to be trusted, is read again. kNotOpen
+// when there is no file.
 Status MakeUsable(StorageContext* context) ZRFS_REQUIRES(context->containerLock);
 
 // Brackets a read by an owner of containerLock, lock or no lock; nothing is written in between.

@@ -341,17 +341,17 @@ Status StorageCompactFile(const WChar* path, void* userData, CompactProgress pro
 
 StorageFunctionTable OwnFunctions() {
     return {
-    StorageIsCorrupted,     StorageSetCaseSensitive,  StorageClose,
-    StorageGetLock,         StorageReleaseLock,       StorageCreateFile,
-    StorageCloseFile,       StorageGetFileAttributes, StorageOpenFile,
-    StorageDeleteFile,      StorageMoveFile,          StorageSeekFile,
-    StorageReadFile,        StorageWriteFile,         StorageFindFirst,
-    StorageFindNext,        StorageFindClose,         StorageGetFileTimes,
-    StorageDecodeDate,      StorageDecodeTime,        StorageOpen,
-    StorageCreate,          StorageSetAutoCompact,    StorageIsDirectoryEmpty,
-    StorageDeleteDirectory, StorageCreateDirectory,   StorageGetFileId,
-    StorageCompact,
-};
+        StorageIsCorrupted,     StorageSetCaseSensitive,  StorageClose,
+        StorageGetLock,         StorageReleaseLock,       StorageCreateFile,
+        StorageCloseFile,       StorageGetFileAttributes, StorageOpenFile,
+        StorageDeleteFile,      StorageMoveFile,          StorageSeekFile,
+        StorageReadFile,        StorageWriteFile,         StorageFindFirst,
+        StorageFindNext,        StorageFindClose,         StorageGetFileTimes,
+        StorageDecodeDate,      StorageDecodeTime,        StorageOpen,
+        StorageCreate,          StorageSetAutoCompact,    StorageIsDirectoryEmpty,
+        StorageDeleteDirectory, StorageCreateDirectory,   StorageGetFileId,
+        StorageCompact,
+    };
 }
 
 StorageFunctionTable g_storageFunctions = OwnFunctions();
