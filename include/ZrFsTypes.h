@@ -1,4 +1,4 @@
-/* The types that cross the interface, for C (C11 on Linux, C99 on Windows) and C++ (C++11 and up). */
+/* The types that cross the interface, for C (C11 on Linux, C99 on Windows) and C++ (from C++11). */
 #ifndef ZRFSTYPES_H
 #define ZRFSTYPES_H
 

@@ -5,8 +5,8 @@
 #include "FS_Library_DLL/keystore/FsStoreContext.h"
 #include "include/ZrFsTypes.h"
 
-// The path of a stored name below `parent`. One that is no open key counts as the root, for creating
-// too, as include/ZrFsLibrary.h tells callers. False when there is no memory.
+// The path of a stored name below `parent`. One that is no open key counts as the root, for
+// creating too, as include/ZrFsLibrary.h tells callers. False when there is no memory.
 bool FsResolveUnderParent(int64_t parent, WStringView stored, FsStoreContext* context, FsText* path)
     ZRFS_REQUIRES(context->lock);
 

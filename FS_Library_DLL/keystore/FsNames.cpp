@@ -12,8 +12,7 @@ struct PlainUnits {
 
     constexpr explicit PlainUnits(WStringView escaped) {
         for (unsigned unit = 0x20; unit < 0x7F; ++unit)
-            if (escaped.find(static_cast<WChar>(unit)) == WStringView::npos)
-                plain[unit] = true;
+            if (escaped.find(static_cast<WChar>(unit)) == WStringView::npos) plain[unit] = true;
     }
     bool Holds(WChar unit) const {
         const auto code = static_cast<uint16_t>(unit);

@@ -20,9 +20,9 @@ struct Known {
 
 constexpr Known kLockHeld[] = {
     {Phase::Make, {0.00, 2.66, 0.00, 0.00}},      {Phase::Set, {0.01, 2.54, 0.00, 0.00}},
-    {Phase::Overwrite, {0.03, 2.14, 0.00, 0.00}},      {Phase::Get, {0.00, 0.00, 0.00, 0.00}},
-    {Phase::Hot, {0.00, 0.00, 0.00, 0.00}},      {Phase::Path, {0.00, 0.00, 0.00, 0.00}},
-    {Phase::Enumerate, {0.00, 0.00, 0.00, 0.00}},      {Phase::Delete, {0.12, 3.44, 0.00, 0.00}},
+    {Phase::Overwrite, {0.03, 2.14, 0.00, 0.00}}, {Phase::Get, {0.00, 0.00, 0.00, 0.00}},
+    {Phase::Hot, {0.00, 0.00, 0.00, 0.00}},       {Phase::Path, {0.00, 0.00, 0.00, 0.00}},
+    {Phase::Enumerate, {0.00, 0.00, 0.00, 0.00}}, {Phase::Delete, {0.12, 3.44, 0.00, 0.00}},
     {Phase::Reopen, {17.65, 0.00, 0.00, 28.00}},
 };
 

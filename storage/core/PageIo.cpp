@@ -57,7 +57,7 @@ void ConvertEntry(uint8_t* bytes, size_t offset) {
 void ConvertSuperblock(uint8_t* page) {
     Swap16At(page, 12);
     Swap16Run(page, 14, 2 + kBannerUnits);
-    for (size_t offset : {144, 148, 152, 156}) Swap32At(page, offset);
+    for (size_t offset : {144u, 148u, 152u, 156u}) Swap32At(page, offset);
     Swap16At(page, 160);
     Swap16At(page, 162);
     Swap32At(page, 164);
@@ -149,7 +149,7 @@ void ConvertPage(const StorageContext* context, void* buffer, Direction directio
         ConvertSuperblock(page);
         return;
     }
-    for (size_t offset : {12, 16, 20, 24}) Swap32At(page, offset);
+    for (size_t offset : {12u, 16u, 20u, 24u}) Swap32At(page, offset);
     if (kind == kHeaderPage) {
         ConvertHeaderPage(page, pageSize, direction);
         return;

@@ -42,8 +42,7 @@ Status RedoLog::Take(uint32_t count) {
         status = AllocatePageNumber(context_, kDataPage, &number, scratch);
         if (status == kFull && context_->spare.Count() != 0) {
             status = GiveBackSparePages(context_);
-            if (status == kOk)
-                status = AllocatePageNumber(context_, kDataPage, &number, scratch);
+            if (status == kOk) status = AllocatePageNumber(context_, kDataPage, &number, scratch);
         }
         if (status == kOk) pages_.Add(number);
     }

@@ -211,8 +211,8 @@ void WriteFreed(StorageContext* context, StorageTransaction* transaction) {
 void LetPagesGo(StorageContext* context, StorageTransaction* transaction) {
     while (CachePage* page = transaction->pages.head) {
         LeavePage(transaction, page);
-        page->flags &= static_cast<uint16_t>(~(kPageNew | kPageFreed | kPageVital | kPageChanged |
-                                              kPageSpare));
+        page->flags &= static_cast<uint16_t>(
+            ~(kPageNew | kPageFreed | kPageVital | kPageChanged | kPageSpare));
         if (page->buffer != nullptr && !context->IsMapPage(page->number))
             HeaderOf(page->buffer)->pendingKind = 0;
         ReleasePage(context, page, false);
@@ -444,7 +444,9 @@ Status CheckAutoCompact(StorageContext* context) {
         if (status != kOk) return status;
     }
     // In 32 bits, wrapping for very large containers; meant so.
-    if ((context->freeCount + context->spare.Count()) * 100 <= context->knownPages * context->autoCompactPercent) return kOk;
+    if ((context->freeCount + context->spare.Count()) * 100 <=
+        context->knownPages * context->autoCompactPercent)
+        return kOk;
     return context->compact(context, nullptr);
 }
 

@@ -27,9 +27,9 @@ struct FileContent {
 inline constexpr uint32_t kMostPutBytes = 1 << 20;
 // Makes the file `name` in a directory whose entries are loaded, or overwrites the one that is
 // there, in one step. kExists when a directory has the name. kNotPlain, and nothing is done, for
-// what is no plain file with nobody at it, and for what needs an index: it takes a handle. *hasAside
-// tells whether the directory has an entry of the name `aside`, too, unless that is empty; its first
-// unit is no letter. The directory is in no transaction. Inside a batch.
+// what is no plain file with nobody at it, and for what needs an index: it takes a handle.
+// *hasAside tells whether the directory has an entry of the name `aside`, too, unless that is
+// empty; its first unit is no letter. The directory is in no transaction. Inside a batch.
 Status PutFile(FileObject* directory, platform::WStringView name, const FileContent& content,
                platform::WStringView aside, bool* hasAside)
     ZRFS_REQUIRES(directory->context->containerLock);

@@ -272,9 +272,8 @@ Status FreeFiles(FileObject* directory, StorageTransaction* transaction) {
     PointerList<DirEntry> entries;
     if (!entries.Reserve(list.Count())) return kNoMemory;
     for (uint32_t i = 0; i < list.Count(); ++i) entries.Add(list[i]);
-    std::sort(entries.begin(), entries.end(), [](const DirEntry* a, const DirEntry* b) {
-        return a->headerPage < b->headerPage;
-    });
+    std::sort(entries.begin(), entries.end(),
+              [](const DirEntry* a, const DirEntry* b) { return a->headerPage < b->headerPage; });
     Status status = kOk;
     for (DirEntry* entry : entries) {
         status = FreeFilePages(directory, entry, transaction);

@@ -87,8 +87,7 @@ bool IsAtRest(const DirEntry* entry) {
 
 // The records of a file that has one page and a plain stream without an index. kNotPlain for any
 // other.
-Status FindPlain(StorageContext* context, CachePage* page, RecordPlace* info,
-                 RecordPlace* stream) {
+Status FindPlain(StorageContext* context, CachePage* page, RecordPlace* info, RecordPlace* stream) {
     if (HeaderOf(page->buffer)->nextPage != 0) return kNotPlain;
     Status status = kOk;
     uint32_t offset = 0;
@@ -186,7 +185,8 @@ Status NewFile::TouchDirectory() {
     }
     if (status != kOk || info == nullptr) return status != kOk ? status : Status{kNotPlain};
     // Times tell milliseconds, and many changes come in one.
-    if (Load<double>(info, record::kModified) == now && Load<double>(info, record::kAccessed) == now)
+    if (Load<double>(info, record::kModified) == now &&
+        Load<double>(info, record::kAccessed) == now)
         return kOk;
     status = MarkPageTouched(context, page.page);
     if (status != kOk) return status;
@@ -299,7 +299,8 @@ Status NewFile::Make(uint32_t position) {
     return status == kOk ? List(position) : status;
 }
 
-// Nothing stands before a name whose first unit is no letter but names that begin with a lesser one.
+// Nothing stands before a name whose first unit is no letter but names that begin with a lesser
+// one.
 bool MayHave(const FileObject* directory, WStringView name) {
     return !name.empty() && !directory->children.Empty() &&
            directory->children[0]->nameUnits != 0 && directory->children[0]->name[0] <= name[0];

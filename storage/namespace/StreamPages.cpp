@@ -11,7 +11,7 @@ namespace {
 constexpr uint32_t kNoOrdinal = 0xFFFFFFFF;
 
 uint32_t EntriesPerIndexPage(const FileObject* object) {
-    return object->context->payloadSize / sizeof(uint32_t);
+    return object->context->payloadSize / uint32_t{sizeof(uint32_t)};
 }
 
 // Grows the list with holes. False when there is no memory.

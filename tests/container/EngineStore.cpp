@@ -240,8 +240,7 @@ storage::Status PutAt(EngineStore& store, const platform::WChar* directory,
                       platform::WStringView name, const storage::FileContent& content) {
     store.Container()->containerLock.AssertAlone();
     storage::DirectoryHint hint;
-    storage::FileObject* object =
-        storage::FindLoadedDirectory(store.Container(), directory, &hint);
+    storage::FileObject* object = storage::FindLoadedDirectory(store.Container(), directory, &hint);
     if (object == nullptr) return storage::kNotPlain;
     bool aside = false;
     return storage::PutFile(object, name, content, {}, &aside);

@@ -202,8 +202,7 @@ class Run {
         body.resize(std::min<size_t>(body.size(), 900));
         const Status status =
             PutAt(store_, ToWide(u"\\" + parent->Path().substr(parent->parent != nullptr)).c_str(),
-                  ToWide(name),
-                  {body.data(), 0, body.data(), static_cast<uint32_t>(body.size())});
+                  ToWide(name), {body.data(), 0, body.data(), static_cast<uint32_t>(body.size())});
         const bool taken = node != nullptr && (node->directory || node->link);
         if (status == kNotPlain || !Done("put " + Narrow(name), status, taken ? kExists : kOk))
             return;
