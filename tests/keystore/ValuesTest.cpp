@@ -143,7 +143,9 @@ TEST_F(Values, AndASubkeyOfOneNameComeAndGoAlone) {
         const auto expect = [&](Names values, Names keys) {
             EXPECT_EQ(store.Values(key), values);
             EXPECT_EQ(store.Keys(key), keys);
-            if (!values.empty()) EXPECT_EQ(store.Get(key, name), Bytes({byte}));
+            if (!values.empty()) {
+                EXPECT_EQ(store.Get(key, name), Bytes({byte}));
+            }
         };
         if (valueFirst) set();
         if (valueFirst) {

@@ -138,8 +138,12 @@ void RunCase(const Case& one) {
     const std::pair<uint32_t, const std::optional<Pages>*> codes[] = {
         {8, &told.wrong}, {9, &told.lost}, {15, &told.entries}};
     for (const auto& [code, pages] : codes)
-        if (pages->has_value()) EXPECT_EQ(outcome.Pages(code), Sorted(**pages)) << code;
-    if (!told.name.empty()) EXPECT_EQ(outcome.name, ToUnits(told.name));
+        if (pages->has_value()) {
+            EXPECT_EQ(outcome.Pages(code), Sorted(**pages)) << code;
+        }
+    if (!told.name.empty()) {
+        EXPECT_EQ(outcome.name, ToUnits(told.name));
+    }
     const Reading after = patient.Read();
     EXPECT_TRUE(after.Sound()) << after.Report();
     for (const std::u16string path : {u"\\d", u"\\d\\in", u"\\long", u"\\paged", u"\\small"}) {
