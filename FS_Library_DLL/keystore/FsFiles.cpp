@@ -269,6 +269,7 @@ Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& con
     if (entry == nullptr) return storage::kInternal;
     storage::FileObject* directory = PlainDirectory(entry, context);
     if (directory == nullptr) return storage::kNotPlain;
+    directory->context->containerLock.AssertHeld();  // by the frame
     bool hasAside = false;
     Status code = storage::PutFile(directory, stored, content, marked.View(), &hasAside);
     if (code == storage::kExists)

@@ -32,7 +32,9 @@ Status RunLock::Take(const WChar* path, bool onlyReads) {
 }
 
 bool RunLock::IsBesideWriter() const {
-    return context_ != nullptr && context_->readOnly && context_->file->IsMarkedElsewhere();
+    if (context_ == nullptr) return false;
+    context_->containerLock.AssertAlone();
+    return context_->readOnly && context_->file->IsMarkedElsewhere();
 }
 
 Status LockContainerForRun(StorageContext* context) {

@@ -15,17 +15,6 @@ std::vector<Item> Read(const std::string& bytes) {
     return ItemsOf(ReadReg(bytes));
 }
 
-// The one value of a key that `line` gives.
-Item ReadValue(const std::string& line) {
-    const auto items = Read(kHeader + "[K]\n" + line + "\n");
-    EXPECT_EQ(items.size(), 2u) << line;
-    return items.at(1);
-}
-
-std::string Error(const std::string& body) {
-    return ErrorOf([&] { ReadReg(kHeader + body); });
-}
-
 TEST(RegReader, ReadsEveryEncodingAndLineEnd) {
     const std::vector<Item> expected = {
         KeyItem(WTEXT("K\\Ä€😀")), ValueItem(WTEXT("K\\Ä€😀"), WTEXT("ä"), 1, Sz(WTEXT("😀\u20AC"))),
