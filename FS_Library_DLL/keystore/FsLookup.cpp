@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "FS_Library_DLL/FsSwitches.h"
+#include "FS_Library_DLL/ValueName.h"
 #include "FS_Library_DLL/keystore/FsEngineStatus.h"
 #include "FS_Library_DLL/keystore/FsNames.h"
 #include "FS_Library_DLL/keystore/FsOperation.h"
@@ -91,7 +92,7 @@ bool FsOpenFoundKey(int64_t parent, WStringView stored, FsStoreContext* context,
 bool FsLookUpValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
                    uint64_t* size, uint32_t* type, FsStoreContext* context, FBR_STATUS* status) {
     if (g_switches.trace || !FsHasOwnEngine()) return false;
-    if (name == nullptr || name[0] == 0) name = WTEXT("(Default)");
+    name = OrDefault(name);
     FsText escaped;
     WStringView stored;
     if (!FS_EscapeName(name, FsNameSet::Value, &escaped, &stored)) return false;
