@@ -306,6 +306,7 @@ Status BeginTransaction(StorageContext* context, StorageTransaction** out, Trans
     transaction->context = context;
     transaction->mode = mode;
     transaction->failure = kOk;
+    transaction->batch = false;
     transaction->nested = 0;
     transaction->writes = writes;
     transaction->id = ++context->Super()->transactionCounter;
@@ -359,8 +360,7 @@ void RollbackTransaction(StorageContext* context, StorageTransaction* transactio
     transaction->releasePages.Clear();
     if (!context->changing && !context->mapMarked && context->writers <= 1)
         ForgetMapChanges(context);
-    for (uint32_t i = transaction->objects.Count(); i-- > 0;)
-        context->objectHooks->rolledBack(context, transaction, transaction->objects[i]);
+    context->objectHooks->rolledBack(context, transaction);
     EndRecord(context, transaction);
 }
 
@@ -368,6 +368,7 @@ Status BeginBatch(StorageContext* context) {
     if (context->batch != nullptr) return kInternal;
     StorageTransaction* batch = nullptr;
     const Status status = BeginTransaction(context, &batch, TransactionMode::Write);
+    if (batch != nullptr) batch->batch = true;
     context->batch = batch;
     return status;
 }

@@ -25,6 +25,7 @@ struct StorageTransaction {
     NumberList releasePages;     // freed in the map at the end of the commit
     Status failure = 0;          // a change that could not be finished: commit rolls back instead
     bool writes = false;         // keeps the file's lock for its time, see BeginTransaction
+    bool batch = false;          // see BeginBatch
     uint32_t nested = 0;         // operations at work in a batch
     uint32_t changesBefore = 0;  // context->changes when the first of them began
     StorageTransaction* prev = nullptr;
@@ -36,10 +37,9 @@ struct StorageTransaction {
 struct ObjectHooks {
     // The transaction committed. The object may be gone afterwards.
     void (*committed)(StorageContext* context, StorageTransaction* transaction, FileObject* object);
-    // The transaction is rolled back; its pages are dropped already. The object may be gone
-    // afterwards.
-    void (*rolledBack)(StorageContext* context, StorageTransaction* transaction,
-                       FileObject* object);
+    // The transaction is rolled back; its pages are dropped already. Gives back what its objects
+    // were and empties the list of them. Some may be gone afterwards.
+    void (*rolledBack)(StorageContext* context, StorageTransaction* transaction);
 };
 
 // kNotOpen when the container is not open, kNoMemory. A transaction that may write takes the

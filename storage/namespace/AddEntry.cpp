@@ -7,6 +7,7 @@
 #include "storage/namespace/EntryRecords.h"
 #include "storage/namespace/Objects.h"
 #include "storage/namespace/Records.h"
+#include "storage/namespace/Stream.h"
 
 namespace storage {
 
@@ -94,7 +95,9 @@ void CopyBlockSettings(FileObject* directory, FileObject* object, StorageTransac
     if (place.Link() == 0)
         AddRecord(object, kBlockSettingsRecord, place.Payload(), place.PayloadSize(), nullptr,
                   transaction);
-    object->flags &= ~kBlockSettingsKnown;  // they are to be read again
+    // They are to be read again, but not by who has blocks of the old form. Those are plain, one
+    // page each: a stream of them can be read by any settings.
+    if (object->handles.Empty()) DropStreamState(object);
     ReleasePage(directory->context, place.page);
 }
 

@@ -171,9 +171,10 @@ Status LoadFromRecord(FileObject* directory, StorageTransaction* transaction) {
 
 // Objects whose entries are gone from the disk live on only while somebody uses them.
 void DropLostOrphans(FileObject* directory) {
+    if (directory->orphans.Empty() || HasMembers(directory->context)) return;
     for (FileObject* orphan = directory->orphans.head; orphan != nullptr;) {
         FileObject* next = orphan->orphanNext;
-        if (orphan->references == 0 && orphan->transaction == nullptr) DestroyObject(orphan);
+        if (orphan->references == 0) DestroyObject(orphan);
         orphan = next;
     }
 }

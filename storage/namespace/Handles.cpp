@@ -27,8 +27,10 @@ Status EnsureStreamRecord(FileObject* object) {
     // A reader makes nothing: to it a stream that is not there is empty.
     if (missing && object->transaction == nullptr)
         return object->context->readOnly ? kReadOnly : kOk;
-    if (missing)
+    if (missing) {
+        object->flags |= kStreamChanged;  // a roll back takes the record away
         status = AddRecord(object, object->streamType, nullptr, 0, nullptr, object->transaction);
+    }
     if (status == kOk) object->flags |= kStreamReady;
     return status;
 }

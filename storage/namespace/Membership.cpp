@@ -20,43 +20,91 @@ void Committed(StorageContext*, StorageTransaction*, FileObject* object) {
     SettleObject(object);
 }
 
-void DestroyCreated(FileObject* object) {
-    if (object->parent != nullptr) RemoveEntry(object->parent, object->entry);
-    object->entry->flags |= kEntryDetached;
-    DestroyObject(object);
+void AddReferences(FileObject* object, int32_t count) {
+    for (; object != nullptr; object = object->parent) object->references += count;
+}
+
+bool HasLeft(const FileObject* object) {
+    constexpr uint32_t kLeft = kObjectDeleted | kObjectNameChanged;
+    return (object->flags & kLeft) != 0 || object->parent != object->saved.parent;
+}
+
+// From where a move put it. In a batch those who hold the object came along when the move ended;
+// any other move has them come when it knows how it ended.
+void LeaveNewParent(FileObject* object, bool batch) {
+    FileObject* parent = object->parent;
+    if (parent == nullptr || parent == object->saved.parent) return;
+    RemoveEntry(parent, object->entry);
+    RemoveOrphan(object);
+    object->entry->flags &= ~kEntryDetached;
+    if (batch) AddReferences(parent, -object->references);
+    object->parent = nullptr;
 }
 
 // The record goes back to the directory where it was, as far as memory is concerned; that
 // directory is in the same transaction and will be loaded again.
-void ReturnToParent(FileObject* object) {
-    if (object->saved.parent == nullptr || (object->entry->flags & kEntryDetached) != 0) return;
-    if (object->parent != nullptr) RemoveEntry(object->parent, object->entry);
-    object->parent = object->saved.parent;
-    AddOrphan(object->parent, object);
+void ReturnToParent(FileObject* object, bool batch) {
+    FileObject* parent = object->saved.parent;
+    if (parent == nullptr || !HasLeft(object)) return;
+    if (object->parent == nullptr && batch) AddReferences(parent, object->references);
+    object->parent = parent;
+    if ((object->entry->flags & kEntryDetached) != 0) return;
+    RemoveEntry(parent, object->entry);
+    AddOrphan(parent, object);
 }
 
-void RolledBack(StorageContext* context, StorageTransaction* transaction, FileObject* object) {
-    ForgetPaths(context);
-    object->transaction = nullptr;
-    if ((object->flags & kObjectCreated) != 0) {
-        DestroyCreated(object);
-        return;
-    }
-    const bool moved = (object->flags & (kObjectDeleted | kObjectNameChanged)) != 0 ||
-                       object->parent != object->saved.parent;
-    if (moved) ReturnToParent(object);
+void Restore(FileObject* object, bool stream) {
     object->depth = object->saved.depth;
     object->headerPage = object->saved.headerPage;
     object->entry->headerPage = object->saved.headerPage;
     object->entry->entry = object->saved.entry;
     object->entry->attributes = object->saved.attributes;
     if ((object->flags & kDirectoryChanged) != 0) DropEntries(object);
-    if (transaction->mode == TransactionMode::HeldByFile || (object->flags & kStreamChanged) != 0) {
-        DropStreamState(object);
-        object->flags &= ~kStreamReady;
+    if (!stream && (object->flags & kStreamChanged) == 0) return;
+    DropStreamState(object);
+    object->flags &= ~kStreamReady;
+}
+
+void EndMembership(FileObject* object) {
+    object->transaction = nullptr;
+    if ((object->flags & kObjectCreated) == 0) {
+        object->flags &= ~kCommitClears;
+        SettleObject(object);
+        return;
     }
-    object->flags &= ~kCommitClears;
-    SettleObject(object);
+    if (object->parent != nullptr) RemoveEntry(object->parent, object->entry);
+    object->entry->flags |= kEntryDetached;
+    DestroyObject(object);
+}
+
+// A batch may have read what it wrote, through objects that are not in it.
+void ForgetStreams(StorageContext* context) {
+    context->objects->fileObjects.ForEach([](FileObject* object) {
+        if (object->handles.Empty() && object->transaction == nullptr) DropStreamState(object);
+    });
+}
+
+// All are back in their places before the first one goes, for what goes takes along what is below
+// it: and while they are in the transaction nothing does that is above them.
+void RolledBack(StorageContext* context, StorageTransaction* transaction) {
+    PointerList<FileObject>& objects = transaction->objects;
+    if (objects.Empty()) return;
+    ForgetPaths(context);
+    const auto each = [&objects](auto&& act) {
+        for (uint32_t i = objects.Count(); i-- > 0;)
+            if ((objects[i]->flags & kObjectCreated) == 0) act(objects[i]);
+    };
+    const bool batch = transaction->batch;
+    each([batch](FileObject* object) { LeaveNewParent(object, batch); });
+    each([batch](FileObject* object) { ReturnToParent(object, batch); });
+    const bool stream = transaction->mode == TransactionMode::HeldByFile;
+    each([stream](FileObject* object) { Restore(object, stream); });
+    while (!objects.Empty()) {
+        FileObject* last = objects.Last();
+        objects.Truncate(objects.Count() - 1);
+        EndMembership(last);
+    }
+    if (batch) ForgetStreams(context);
 }
 
 constexpr ObjectHooks kHooks = {Committed, RolledBack};
@@ -80,7 +128,14 @@ void RemoveOrphan(FileObject* child) {
     directory->orphans.Remove(child);
 }
 
+bool HasMembers(const StorageContext* context) {
+    for (const StorageTransaction* on = context->transactions.head; on != nullptr; on = on->next)
+        if (!on->objects.Empty()) return true;
+    return false;
+}
+
 void DropEntries(FileObject* directory) {
+    const bool mayDestroy = !HasMembers(directory->context);
     for (uint32_t i = directory->children.Count(); i-- > 0;) {
         DirEntry* entry = directory->children[i];
         if (entry->object == nullptr) {
@@ -88,8 +143,7 @@ void DropEntries(FileObject* directory) {
             continue;
         }
         AddOrphan(directory, entry->object);
-        if (entry->object->references == 0 && entry->object->transaction == nullptr)
-            DestroyObject(entry->object);
+        if (mayDestroy && entry->object->references == 0) DestroyObject(entry->object);
     }
     directory->children.Reset();
     LeaveSlabs(&directory->records);

@@ -13,6 +13,10 @@ void AddOrphan(FileObject* directory, FileObject* child);
 // Takes the child out of that line. A child that no directory waits for is left alone.
 void RemoveOrphan(FileObject* child);
 
+// Is any object in a transaction? It need not be held by anybody else, nor what is above it, so
+// that nothing may be destroyed for not being held.
+bool HasMembers(const StorageContext* context);
+
 // Throws away what memory knows of the directory's entries. Children that somebody uses become
 // orphans.
 void DropEntries(FileObject* directory);

@@ -307,9 +307,7 @@ void EvictIdleObjects(StorageContext* context) {
     ++state->operations;
     if (state->idleCount <= kIdleObjectLimit && HeldBytes(state) <= g_memoryLimits.directoryBytes)
         return;
-    // What a transaction has need not be held by anybody else, nor what is above it.
-    for (const StorageTransaction* on = context->transactions.head; on != nullptr; on = on->next)
-        if (!on->objects.Empty()) return;
+    if (HasMembers(context)) return;
     while (state->idleCount > kIdleObjectLimit) DestroyObject(state->idle.tail);
     while (HeldBytes(state) > g_memoryLimits.directoryBytes) {
         FileObject* oldest = state->idleDirectories.tail;

@@ -122,11 +122,12 @@ class Run {
     // A handle that writes keeps the pages of its object to itself: who needs one of them, on the
     // way through a directory or for the times of an entry, is told so and has changed nothing.
     bool IsKeptOut(Status status) const {
-        const bool times = step_.kind == Step::kSearch || step_.kind == Step::kNext;
+        const bool any = step_.kind == Step::kSearch || step_.kind == Step::kNext ||
+                         step_.kind == Step::kLook;  // for what may be no directory any more
         return status == kSharing &&
-               std::any_of(handles_.begin(), handles_.end(), [times](const Handle& handle) {
+               std::any_of(handles_.begin(), handles_.end(), [any](const Handle& handle) {
                    return handle.write &&
-                          (times || handle.node->directory || !handle.node->children.empty());
+                          (any || handle.node->directory || !handle.node->children.empty());
                });
     }
     bool Done(const std::string& what, Status status, Status shouldBe) {
@@ -191,7 +192,6 @@ class Run {
         if (!Done("put " + Narrow(path), store_.Put(path, body), expected)) return;
         if (node == nullptr) node = parent->Add(name, false);
         node->body = body;
-        PullBack(node, 0);
     }
     // In one step, where nobody is at the file and it is not too large for that.
     void PutWhole() {
@@ -349,7 +349,8 @@ class Run {
         const uint64_t size =
             step_.b % 3 == 0 ? body.size() / Payload() * Payload() : step_.c % (body.size() + 1);
         if (!Expect("cut " + who, handle.file->SetSize(size), kOk)) return;
-        if (size < body.size()) PullBack(handle.node, size);
+        // Who empties a file leaves the places of others in it as they are.
+        if (size != 0 && size < body.size()) PullBack(handle.node, size);
         body.resize(size);
     }
 
@@ -530,7 +531,7 @@ std::vector<Step> RandomSteps(uint32_t seed, size_t count) {
 class Model : public testing::TestWithParam<Setup> {};
 
 TEST_P(Model, HoldsWhatTheEngineHolds) {
-    for (uint32_t seed = 1; seed <= Rounds(4); ++seed) {
+    for (uint32_t seed = 1; seed <= Rounds(GetParam().pageSize < 65536 ? 20 : 4); ++seed) {
         std::vector<Step> steps = RandomSteps(seed, 400);
         if (Failure(GetParam(), steps).empty()) continue;
         steps = Shortest(GetParam(), std::move(steps));
@@ -541,9 +542,9 @@ TEST_P(Model, HoldsWhatTheEngineHolds) {
 INSTANTIATE_TEST_SUITE_P(
     Setups, Model,
     testing::Values(Setup{256, false, false, false}, Setup{256, true, false, false},
-                    Setup{512, false, false, true}, Setup{512, false, true, false},
-                    Setup{512, true, false, false}, Setup{4096, false, true, true},
-                    Setup{65536, false, true, false}),
+                    Setup{256, true, true, false}, Setup{512, false, false, true},
+                    Setup{512, false, true, false}, Setup{512, true, false, false},
+                    Setup{4096, false, true, true}, Setup{65536, false, true, false}),
     [](const auto& param) {
         const Setup& s = param.param;
         return std::to_string(s.pageSize) + (s.foreign ? "Foreign" : "") + (s.rich ? "Rich" : "") +
