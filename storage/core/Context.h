@@ -87,7 +87,7 @@ struct StorageContext {
     // the opening for reading, after one for writing
     platform::PageFile* retiredFile ZRFS_GUARDED_BY(containerLock) = nullptr;
     platform::FileLock* retiredLock ZRFS_GUARDED_BY(containerLock) = nullptr;
-    // a directory was loaded in a form that cannot be changed
+    // a directory was loaded whose entries stand in its record
     bool inlineEntries ZRFS_GUARDED_BY(containerLock) = false;
     uint64_t pageReads ZRFS_GUARDED_BY(containerLock) = 0;    // counts transfers
     uint64_t readsBefore ZRFS_GUARDED_BY(containerLock) = 0;  // pageReads when the last read began

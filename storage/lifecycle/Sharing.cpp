@@ -179,9 +179,8 @@ Status EnterLocked(StorageContext* context, bool ownerDied, uint32_t patience)
         context->readOnly ? WaitForQuiet(context, &mark, patience) : ReadMark(context, &mark);
     if (status != kOk) return status;
     const bool moved = mark.counter != context->seenCounter || mark.changing || mark.logPending;
-    const bool unfit = context->stale || (context->inlineEntries && !context->readOnly);
     // Page 1 itself was read while somebody may have been writing it: as it was loaded it must be.
-    if (unfit || ownerDied || moved || HasAnotherSize(context, size) || !mark.isLoaded)
+    if (context->stale || ownerDied || moved || HasAnotherSize(context, size) || !mark.isLoaded)
         status = ReloadUnderLock(context, patience);
     if (status == kOk) status = EndForeignChange(context);
     if (status == kOk && ownerDied) context->wroteSinceLock = true;

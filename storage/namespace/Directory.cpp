@@ -113,35 +113,73 @@ Status RepointChildren(StorageContext* context, CachePage* entryPage, uint32_t c
     return kOk;
 }
 
-Status SpillEntries(FileObject* directory, StorageTransaction* transaction) {
+// *page is where they are then, 0 when the record has none; *count tells how many.
+Status SpillEntries(FileObject* directory, uint32_t* page, uint32_t* count,
+                    StorageTransaction* transaction) {
     StorageContext* context = directory->context;
+    *page = *count = 0;
     RecordPlace place;
-    Status status = FindRecord(directory, kDirectoryRecord, &place, 0, true, transaction);
-    if (status != kOk) return status;
-    const uint32_t count = place.PayloadSize() / kEntrySize;
+    Status status = FindRecord(directory, kDirectoryRecord, &place, 0, false, transaction);
+    if (status != kOk || place.page == nullptr) return status;
+    *count = place.Link() == 0 ? place.PayloadSize() / kEntrySize : 0;
     CachePage* entryPage = nullptr;
-    status = SpillRecord(directory, place, &entryPage, transaction);
+    if (*count != 0) status = SpillRecord(directory, place, &entryPage, transaction);
     if (status == kOk && entryPage != nullptr) {
+        *page = entryPage->number;
         // A payload may end in a part of an entry.
-        const uint32_t used = kPageHeaderSize + count * kEntrySize;
+        const uint32_t used = kPageHeaderSize + *count * kEntrySize;
         std::memset(entryPage->buffer + used, 0, context->pageSize - used);
-        status = RepointChildren(context, entryPage, count, transaction);
+        status = RepointChildren(context, entryPage, *count, transaction);
     }
     ReleasePage(context, entryPage);
     ReleasePage(context, place.page);
     return status;
 }
 
+// In a batch it is done with the batch, and stays when the operation that needs it fails.
+Status SpillInBatch(FileObject* directory, uint32_t* page, uint32_t* count,
+                    StorageTransaction* batch) {
+    const uint32_t before = directory->context->changes;
+    Status status = JoinTransaction(batch, directory);
+    directory->flags |= kDirectoryChanged;
+    if (status == kOk) status = SpillEntries(directory, page, count, batch);
+    const uint32_t changes = directory->context->changes - before;
+    if (status == kOk)
+        batch->changesBefore += changes;
+    else if (changes != 0 && batch->failure == kOk)
+        batch->failure = status;
+    return status;
+}
+
 // Entries that stand in the record itself, as older containers have them, get a page.
 Status SpillInlineEntries(FileObject* directory) {
     StorageContext* context = directory->context;
+    uint32_t page = 0, count = 0;
+    if (context->batch != nullptr) return SpillInBatch(directory, &page, &count, context->batch);
     StorageTransaction* transaction = nullptr;
     Status status = BeginTransaction(context, &transaction, TransactionMode::Write);
     if (status != kOk) return status;
-    status = SpillEntries(directory, transaction);
+    status = SpillEntries(directory, &page, &count, transaction);
     if (status == kOk) return CommitTransaction(context, transaction);
     RollbackTransaction(context, transaction);
     return status;
+}
+
+// The same for a directory that was loaded before anything could be written and is now to change.
+// Its entries keep their numbers.
+Status SpillLoadedEntries(FileObject* directory, StorageTransaction* transaction) {
+    const uint32_t all = EntriesPerPage(directory->context);
+    if (!directory->directoryPages.Reserve(1) || !directory->freeEntries.Reserve(all))
+        return kNoMemory;
+    uint32_t page = 0, count = 0;
+    directory->flags |= kDirectoryChanged;
+    const Status status = transaction == directory->context->batch
+                              ? SpillInBatch(directory, &page, &count, transaction)
+                              : SpillEntries(directory, &page, &count, transaction);
+    if (status != kOk || page == 0) return status;
+    directory->directoryPages.Add(page);
+    while (count < all) directory->freeEntries.Add(count++);
+    return kOk;
 }
 
 Status LoadFromRecord(FileObject* directory, StorageTransaction* transaction) {
@@ -262,8 +300,17 @@ Status AddEntryPage(FileObject* directory, StorageTransaction* transaction) {
 
 }  // namespace
 
+bool HasInlineEntries(const FileObject* directory) {
+    return directory->context->inlineEntries && directory->directoryPages.Empty();
+}
+
 Status LoadDirectory(FileObject* directory, StorageTransaction* transaction) {
-    if ((directory->flags & kEntriesLoaded) != 0) return kOk;
+    if ((directory->flags & kEntriesLoaded) != 0) {
+        const bool changes = transaction != nullptr && directory->transaction == transaction &&
+                             directory->context->MayChange();
+        return changes && HasInlineEntries(directory) ? SpillLoadedEntries(directory, transaction)
+                                                      : kOk;
+    }
     const Status status = LoadFromRecord(directory, transaction);
     if (status != kOk) {
         DropEntries(directory);

@@ -88,8 +88,7 @@ void ForgetStreams(StorageContext* context) {
 // it: and while they are in the transaction nothing does that is above them.
 void RolledBack(StorageContext* context, StorageTransaction* transaction) {
     PointerList<FileObject>& objects = transaction->objects;
-    if (objects.Empty()) return;
-    ForgetPaths(context);
+    if (!objects.Empty()) ForgetPaths(context);
     const auto each = [&objects](auto&& act) {
         for (uint32_t i = objects.Count(); i-- > 0;)
             if ((objects[i]->flags & kObjectCreated) == 0) act(objects[i]);

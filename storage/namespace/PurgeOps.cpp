@@ -297,6 +297,7 @@ Status DeleteWithFiles(ParentOperation* operation) {
     status = plain ? LoadDirectory(child, transaction) : Status{kNotPlain};
     if (status == kOk && !HoldsFilesAtRest(child)) status = kNotPlain;
     if (status == kOk) status = JoinTransaction(transaction, child);
+    if (status == kOk) status = LoadDirectory(child, transaction);
     if (status == kOk) status = FreeFiles(child, transaction);
     if (status == kOk) status = FinishPurge(child, transaction);
     --child->references;

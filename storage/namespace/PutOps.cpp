@@ -326,7 +326,8 @@ Status PutFile(FileObject* directory, WStringView name, const FileContent& conte
     *hasAside = false;
     StorageContext* context = directory->context;
     if (!context->active) return kNotOpen;
-    if (!context->MayChange() || uint64_t{content.headBytes} + content.bytes > kMostPutBytes)
+    if (!context->MayChange() || HasInlineEntries(directory) ||
+        uint64_t{content.headBytes} + content.bytes > kMostPutBytes)
         return kNotPlain;
     Put put(context, content);
     Status status = BeginTransaction(context, &put.transaction, TransactionMode::Write);

@@ -47,10 +47,11 @@ Status FindOnPage(StorageContext* context, CachePage* page, uint16_t type, Recor
     return status;
 }
 
+// Directory entries are not: the pages of the children name the page that has them.
 bool IsMovable(const RecordPlace& place, uint16_t protectedType) {
     const uint16_t type = LoadU16(place.Bytes(), record::kType);
-    return (type == kDirectoryRecord || type == kDataRecord || type == kLinkRecord) &&
-           type != protectedType && place.Link() == 0;
+    return (type == kDataRecord || type == kLinkRecord) && type != protectedType &&
+           place.Link() == 0;
 }
 
 // Makes `size` the record's size: those behind it move, and what the page no longer uses is

@@ -239,11 +239,17 @@ Status EngineFile::Close() {
 storage::Status PutAt(EngineStore& store, const platform::WChar* directory,
                       platform::WStringView name, const storage::FileContent& content) {
     store.Container()->containerLock.AssertAlone();
+    const bool alone = store.Container()->batch == nullptr;
+    Status status = alone ? storage::BeginBatch(store) : storage::kOk;
+    if (status != storage::kOk) return status;
     storage::DirectoryHint hint;
     storage::FileObject* object = storage::FindLoadedDirectory(store.Container(), directory, &hint);
-    if (object == nullptr) return storage::kNotPlain;
     bool aside = false;
-    return storage::PutFile(object, name, content, {}, &aside);
+    status = object == nullptr ? storage::kNotPlain
+                               : storage::PutFile(object, name, content, {}, &aside);
+    if (!alone) return status;
+    const Status ended = storage::EndBatch(store, status == storage::kOk);
+    return status != storage::kOk ? status : ended;
 }
 
 uint32_t LongTests() {

@@ -22,7 +22,7 @@ inline std::u16string Folded(std::u16string text) {
 
 struct Node {
     std::u16string name;
-    bool directory = true, link = false;
+    bool directory = true, link = false, inlined = false;  // its entries may stand in its record
     Bytes body;
     Node* parent = nullptr;
     std::map<std::u16string, std::unique_ptr<Node>> children;  // by folded name
@@ -73,6 +73,7 @@ struct Node {
     }
     void Fill(const Item& item) {
         body = item.body;
+        inlined = item.inlineEntries;
         body.resize(item.size.value_or(body.size()));
         for (const Item& child : item.children) {
             using Kind = support::container::ItemKind;

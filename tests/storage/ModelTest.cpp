@@ -48,9 +48,6 @@ class Run {
         form.pageSize = setup.pageSize;
         form.foreign = setup.foreign;
         Item tree = setup.rich ? RichTree(setup.pageSize) : support::container::Directory(u"");
-        // Entries in a record move to a page when they are first listed, also by who has no lock:
-        // handles that are open then do not live on.
-        std::erase_if(tree.children, [](const Item& item) { return item.inlineEntries; });
         root_->Fill(tree);
         memory_.Put(path_, Builder(form, tree).Finish());
         Expect("open", store_.Open(path_), kOk);
@@ -120,14 +117,16 @@ class Run {
         return false;
     }
     // A handle that writes keeps the pages of its object to itself: who needs one of them, on the
-    // way through a directory or for the times of an entry, is told so and has changed nothing.
+    // way through a directory, for the times of an entry, or when entries that stood in a record
+    // move to a page, is told so and has changed nothing.
     bool IsKeptOut(Status status) const {
         const bool any = step_.kind == Step::kSearch || step_.kind == Step::kNext ||
                          step_.kind == Step::kLook;  // for what may be no directory any more
         return status == kSharing &&
                std::any_of(handles_.begin(), handles_.end(), [any](const Handle& handle) {
-                   return handle.write &&
-                          (any || handle.node->directory || !handle.node->children.empty());
+                   const Node* node = handle.node;
+                   return handle.write && (any || node->directory || !node->children.empty() ||
+                                           (node->parent != nullptr && node->parent->inlined));
                });
     }
     bool Done(const std::string& what, Status status, Status shouldBe) {
