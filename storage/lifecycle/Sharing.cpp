@@ -329,7 +329,8 @@ Status EnterWrite(StorageContext* context, bool mayReload) {
             context->enteredTurn = context->lock->Turn();
             ChangeMark mark;
             status = ReadMark(context, &mark);
-            if (status == kOk && (context->stale || mark.counter != context->seenCounter))
+            if (status == kOk &&
+                (context->stale || mark.logPending || mark.counter != context->seenCounter))
                 status = kSharing;
             if (status == kOk) status = EndForeignChange(context);
         }
@@ -362,7 +363,8 @@ Status MakeUsable(StorageContext* context) {
     if (context->lock == nullptr) return context->active ? kOk : kNotOpen;
     // Operations at work go on with what they have.
     if (context->active && (context->writers != 0 || context->reading != 0)) return kOk;
-    return Reload(context, context->IsLocked());
+    // A log that is in force is replayed first: what it holds is what was answered for.
+    return context->IsLocked() ? Reload(context, true) : LoadShared(context);
 }
 
 namespace {
@@ -449,6 +451,7 @@ Status LoadShared(StorageContext* context) {
         std::this_thread::sleep_for(std::chrono::microseconds(100 << (i < 5 ? i : 5)));
     }
     if (context->readOnly) return Reload(context, false);
+    if (context->lock->IsHeld()) return kSharing;
     const auto result = context->lock->Acquire(kLockWait, nullptr);
     if (!Granted(result)) return kSharing;
     context->enteredTurn = context->lock->Turn();

@@ -125,8 +125,9 @@ class Run {
         return status == kSharing &&
                std::any_of(handles_.begin(), handles_.end(), [any](const Handle& handle) {
                    const Node* node = handle.node;
-                   return handle.write && (any || node->directory || !node->children.empty() ||
-                                           (node->parent != nullptr && node->parent->inlined));
+                   return any ||
+                          (handle.write && (node->directory || !node->children.empty() ||
+                                            (node->parent != nullptr && node->parent->inlined)));
                });
     }
     bool Done(const std::string& what, Status status, Status shouldBe) {
