@@ -34,7 +34,8 @@ WString MadeFile(const support::TempDir& dir) {
     return dir.File("f");
 }
 
-// hold PATH: takes the lock, tells so by a file beside it, and never ends by itself.
+// hold PATH: takes the lock, tells so by a file beside it, and never ends by
+// itself.
 const support::ChildRole kHold("hold-file", [](const std::vector<std::string>& arguments) {
     Locked locked(FromUtf8(arguments[0]));
     if (locked.Take(5000) != Result::Granted) return 1;
@@ -46,7 +47,8 @@ const support::ChildRole kTry("try-file", [](const std::vector<std::string>& arg
     return static_cast<int>(Locked(FromUtf8(arguments[0])).Take());
 });
 
-// grab PATH: takes the lock again and again, each time for longer than anybody looks for it.
+// grab PATH: takes the lock again and again, each time for longer than anybody
+// looks for it.
 const support::ChildRole kGrab("grab-file", [](const std::vector<std::string>& arguments) {
     Locked locked(FromUtf8(arguments[0]));
     for (bool first = true;; first = false) {
