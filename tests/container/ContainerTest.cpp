@@ -167,9 +167,9 @@ TEST(Container, IsReadAndChangedWhereverItLies) {
             const Bytes file = Builder(form, root).Finish();
             Content expected = ContentOf(root, false);
             EngineStore store(file);
-            std::vector<std::string> failures;
+            Failures failures;
             EXPECT_EQ(store.ReadAll(&failures), expected);
-            for (const std::string& failure : failures) ADD_FAILURE() << failure;
+            EXPECT_EQ(failures, Failures());
             EXPECT_EQ(store.Close(), kOk);
             EXPECT_TRUE(store.FileBytes() == file);
             ASSERT_EQ(store.Reopen(), kOk);

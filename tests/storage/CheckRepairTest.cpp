@@ -39,17 +39,6 @@ Item SmallTree() {
                       File(u"many", Pattern(480 * 2))});
 }
 
-uint8_t* RecordAt(B& builder, const char16_t* path, uint16_t type) {
-    uint8_t* page = builder.Page(builder.At(path).headerPage);
-    for (uint32_t at = 36; at < Get16(page, 32); at += Get16(page, at + 2))
-        if (Get16(page, at) == type) return page + at;
-    ADD_FAILURE() << "no record";
-    return page + 36;
-}
-uint8_t* EntryOf(B& builder, const std::u16string& path) {
-    const Place& place = builder.At(path);
-    return builder.Page(place.entryPage) + place.entryOffset;
-}
 Pages Sorted(Pages pages) {
     std::sort(pages.begin(), pages.end());
     return pages;
@@ -162,7 +151,7 @@ Told BadEndOffset(B& b, uint16_t end) {
 const Case kCases[] = {
     {"an entry that leads nowhere",
      [](B& b) -> Told {
-         Put32(EntryOf(b, u"\\small"), 4, 0x7FFFFFFF);
+         Put32(b.Entry(u"\\small"), 4, 0x7FFFFFFF);
          const Place& place = b.At(u"\\small");
          return {{{place.headerPage}}, {{place.headerPage}}, {{place.entryPage}}, "small"};
      },
@@ -218,8 +207,8 @@ const Case kCases[] = {
      }},
     {"a name that says it is longer than its pages",
      [](B& b) -> Told {
-         Put32(EntryOf(b, u"\\small"), 12, 400);
-         std::memset(EntryOf(b, u"\\small") + 20 + 10, 0, 34);
+         Put32(b.Entry(u"\\small"), 12, 400);
+         std::memset(b.Entry(u"\\small") + 20 + 10, 0, 34);
          return {.entries = {{b.At(u"\\small").entryPage}}};
      }},
     {"numbers of page 1, and the mark of damage",
@@ -237,11 +226,11 @@ const Case kCases[] = {
      }},
     {"sizes of records",
      [](B& b) -> Told {
-         Put16(RecordAt(b, u"", DirectoryRec), 2, 500);
-         Put16(RecordAt(b, u"\\d", DirectoryRec), 2, 13);
-         Put16(RecordAt(b, u"\\long", DataRec), 2, 0);
-         Put16(RecordAt(b, u"\\small", DataRec), 2, 20);
-         Put16(RecordAt(b, u"\\d\\in", DataRec), 2, 4000);
+         Put16(b.Record(u"", DirectoryRec), 2, 500);
+         Put16(b.Record(u"\\d", DirectoryRec), 2, 13);
+         Put16(b.Record(u"\\long", DataRec), 2, 0);
+         Put16(b.Record(u"\\small", DataRec), 2, 20);
+         Put16(b.Record(u"\\d\\in", DataRec), 2, 4000);
          Pages pages = {2};
          for (const char16_t* path : {u"\\d", u"\\long", u"\\small", u"\\d\\in"})
              pages.push_back(b.At(path).headerPage);
@@ -257,12 +246,11 @@ const Case kCases[] = {
      }},
     {"names that no path leads to",
      [](B& b) -> Told {
-         Put32(EntryOf(b, u"\\small"), 12, 8);  // with zeros at its end
-         for (const char16_t* name : {u"\\one", u"\\two", u"\\three"})
-             Put32(EntryOf(b, name), 12, 0);
-         std::memset(EntryOf(b, u"\\one") + 20, 0, 44);
-         Put16(EntryOf(b, u"\\two"), 22, 0);
-         Put16(EntryOf(b, u"\\three"), 22, '\\');
+         Put32(b.Entry(u"\\small"), 12, 8);  // with zeros at its end
+         for (const char16_t* name : {u"\\one", u"\\two", u"\\three"}) Put32(b.Entry(name), 12, 0);
+         std::memset(b.Entry(u"\\one") + 20, 0, 44);
+         Put16(b.Entry(u"\\two"), 22, 0);
+         Put16(b.Entry(u"\\three"), 22, '\\');
          return {.wrong = Pages(), .lost = Pages()};
      }},
     {"a size that nothing is stored for, in pages and without",
@@ -281,7 +269,7 @@ const Case kCases[] = {
          const Place& place = b.At(u"\\d");
          uint8_t* page = b.Page(place.headerPage);
          const uint32_t end = Get16(page, 32);
-         std::memcpy(page + end, RecordAt(b, u"\\d", DirectoryRec), 12);
+         std::memcpy(page + end, b.Record(u"\\d", DirectoryRec), 12);
          Put16(page, 32, end + 12);
          return {.wrong = {{place.headerPage, place.entryPages[0]}}};
      }},
@@ -300,7 +288,7 @@ TEST(CheckRepair, MendsWhatItFinds) {
 void ShareId(B& builder, const std::u16string& path, const char16_t* other) {
     const Place& place = builder.At(path);
     const uint32_t id = builder.At(other).fileId;
-    Put32(EntryOf(builder, path), 0, id);
+    Put32(builder.Entry(path), 0, id);
     for (const Pages& pages : {place.headerPages, place.entryPages, place.namePages,
                                place.streamPages, place.indexPages})
         for (const uint32_t page : pages) Put32(builder.Page(page), 20, id);
@@ -336,7 +324,7 @@ TEST(CheckRepair, ANameOfItsOwnForEachNeighbour) {
     uint8_t* page = builder.Page(builder.At(longName).namePages[0]);
     Put32(page, 16, 0);
     std::memset(page + 34, 0, 478);
-    uint8_t* entry = EntryOf(builder, u"\\other");
+    uint8_t* entry = builder.Entry(u"\\other");
     Put32(entry, 12, 4);
     std::memset(entry + 20, 0, 44);
     for (const uint32_t i : {0u, 1u, 2u, 3u}) Put16(entry, 20 + 2 * i, u"sAME"[i]);

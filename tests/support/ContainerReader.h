@@ -2,7 +2,6 @@
 // opinion on what the engine writes. Shares nothing with the engine.
 #pragma once
 
-#include <array>
 #include <map>
 #include <string>
 #include <vector>
@@ -17,7 +16,6 @@ struct Found {
     uint32_t fileId = 0;
     uint32_t headerPage = 0;
     uint32_t attributes = 0;
-    double created = 0, modified = 0, accessed = 0;
     uint64_t size = 0;
     Bytes body;                   // the stream, `size` bytes
     std::vector<Found> children;  // in the order of their entries
