@@ -207,6 +207,8 @@ TEST_P(Logs, AreReplayedAfterACrashInTheMiddle) {
     for (size_t i = 0; i < moments.size(); ++i) {
         SCOPED_TRACE("moment " + std::to_string(i));
         lay(moments[i].first, moments[i].second);
+        CheckContainer(file_, kDeepCheck);
+        EXPECT_EQ(std::pair(memory.Get(file_), memory.Get(log_)), moments[i]) << "by a check";
         ASSERT_EQ(CheckContainer(file_, kRepair).status, 0);
         if (i % 3 == 2 || IsBeside()) {
             EXPECT_EQ(ContentOf(ReadContainer(memory.Get(file_)).root), scene.content);

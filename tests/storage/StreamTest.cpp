@@ -180,6 +180,40 @@ TEST(Stream, RefusesWhatIsPastTheLimitOfPages) {
     }
 }
 
+// A coded block shrinks and grows within its place among the others.
+TEST(Stream, CodedBlocksTakeThePagesTheyNeed) {
+    Bytes expected(kPayload * 4 * 5, 7);
+    EngineStore store(
+        Builder({}, Directory(u"", {Coded(Paged(File(u"v", expected)), 4)})).Finish());
+    const auto pages = [&] {
+        EngineFile file(store, kFile);
+        Bytes read;
+        EXPECT_EQ(file.Read(20000, &read), kOk);
+        EXPECT_EQ(read, expected);
+        uint32_t count = 0;
+        for (const uint32_t number : file.Object()->pageList) count += number != 0;
+        return count;
+    };
+    EXPECT_EQ(pages(), 5u);
+    std::mt19937 random(3);
+    for (int round = 0; round < 5; ++round) {
+        {
+            EngineFile file(store, kFile);
+            for (int i = 0; i < 8; ++i) {
+                const size_t block = random() % 5, length = 1 + random() % 1900;
+                const Bytes bytes = i % 2 == 0 ? Pattern(length, random())
+                                               : Bytes(length, static_cast<uint8_t>(random()));
+                file.SeekFar(block * 1920);
+                ASSERT_EQ(file.Write(bytes), kOk);
+                std::copy(bytes.begin(), bytes.end(),
+                          expected.begin() + static_cast<std::ptrdiff_t>(block * 1920));
+            }
+        }
+        ASSERT_EQ(store.ReadSound().At(kFile)->body, expected);
+        EXPECT_GT(pages(), 5u);
+    }
+}
+
 TEST(Stream, OfMethodThreeNeedsItsFunctions) {
     Item coded = File(u"v", Bytes(100, 7));
     coded.method = 3;

@@ -288,9 +288,8 @@ void Builder::PlaceStreamPages(const Item& item, uint16_t type, Records* records
         }
     }
     if (!list.empty()) Put32(Page(header), record + 8, place->streamPages.at(0));
-    const bool indexed =
-        item.index == Index::Always || (item.index == Index::WhenLong && list.size() >= 17);
-    if (indexed && type != RootDataRec) PlaceIndex(list, records, place);
+    if ((item.indexed || list.size() >= 17) && type != RootDataRec)
+        PlaceIndex(list, records, place);
 }
 
 void Builder::PlaceIndex(const std::vector<uint32_t>& list, Records* records, Place* place) {

@@ -13,17 +13,16 @@
 namespace support::container {
 
 enum class ItemKind { Directory, File, Link };
-enum class Index { WhenLong, Always, Never };
 
 // What a container holds, as a tree.
 struct Item {
     std::u16string name;
     ItemKind kind = ItemKind::File;
-    uint32_t attributes = 0;       // beside the bit of the kind
-    Bytes body;                    // the stream; files have one even when empty
-    std::optional<uint64_t> size;  // as said in the FileInfoRecord, when not the body's
-    bool inPages = false;          // the stream has pages even if it would fit inline
-    Index index = Index::WhenLong;
+    uint32_t attributes = 0;         // beside the bit of the kind
+    Bytes body;                      // the stream; files have one even when empty
+    std::optional<uint64_t> size;    // as said in the FileInfoRecord, when not the body's
+    bool inPages = false;            // the stream has pages even if it would fit inline
+    bool indexed = false;            // also with less than 17 pages
     std::optional<uint32_t> method;  // any value makes a BlockSettingsRecord
     uint32_t pagesPerBlock = 1;
     bool secondHeader = false;   // the stream record goes to a HeaderPage of its own
