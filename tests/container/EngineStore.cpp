@@ -97,13 +97,9 @@ Status EngineStore::Close() {
     return status;
 }
 
-Reading EngineStore::Read() {
-    EXPECT_EQ(Close(), storage::kOk);
-    return ReadContainer(FileBytes());
-}
-
 Reading EngineStore::ReadSound() {
-    Reading reading = Read();
+    EXPECT_EQ(Close(), storage::kOk);
+    Reading reading = ReadContainer(FileBytes());
     EXPECT_TRUE(reading.Sound()) << reading.Report();
     EXPECT_EQ(Reopen(), storage::kOk);
     return reading;

@@ -60,9 +60,8 @@ class EngineStore {
 
     const std::filesystem::path& Path() const { return path_; }
     Bytes FileBytes() const { return ReadBytes(path_); }
-    // Closes the container and reads it with other eyes.
-    Reading Read();
-    // The same, for a container that must be sound; it is open again afterwards.
+    // Closes the container, reads it with other eyes, to which it must be sound, and opens it
+    // again.
     Reading ReadSound();
 
     // A file made or emptied, and written; read as a whole, up to `limit` bytes.

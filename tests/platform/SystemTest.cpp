@@ -1,6 +1,7 @@
 // Clock, last error, paths and text.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -31,9 +32,17 @@ TEST(Clock, TellsTheTimeInUtcAndCountsInTheUnitsItClaims) {
 }
 
 TEST(Errors, KeepsALastErrorForEachThread) {
+    std::atomic<bool> begin{false}, set{false};
+    std::thread other([&] {
+        while (!begin) continue;
+        SetLastError(38);
+        set = true;
+    });
     SetLastError(5);
-    std::thread([] { SetLastError(38); }).join();
+    begin = true;
+    while (!set) continue;  // what waits may have errors of its own
     EXPECT_EQ(LastError(), 5u);
+    other.join();
 }
 
 WString RealPathOf(const fs::path& path) {
@@ -92,8 +101,8 @@ TEST(Text, ConvertsBothWaysAndReplacesWhatIsNoText) {
     for (const auto& c : cases) EXPECT_EQ(FromUtf8(c.bytes), c.text) << c.what;
 }
 
-// Units have no sign, and only A to Z fold, before the comparison: '_' lies
-// between the upper and the lower letters.
+// Units have no sign, and only A to Z fold, before the comparison: '_' lies between the upper and
+// the lower letters.
 TEST(Text, IsOrderedByUnitAndThenByLength) {
     const struct {
         WString a, b;
@@ -116,8 +125,7 @@ TEST(Text, IsOrderedByUnitAndThenByLength) {
     }
 }
 
-// The table stands for the one of a run time, against which it is held on the
-// system that has it.
+// The table stands for the one of a run time, against which it is held on the system that has it.
 TEST(Printable, HasTheTableOfTheRunTime) {
     int printable = 0;
     for (uint32_t unit = 0; unit < 0x10000; ++unit)

@@ -1,5 +1,5 @@
-// What the seam promises on Windows alone: objects with names, what else one
-// file can be called, and what is called like a file and is none.
+// What the seam promises on Windows alone: objects with names, what else one file can be called,
+// and what is called like a file and is none.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -78,8 +78,7 @@ WString RealPathOf(const WString& path) {
     return error == 0 ? real : L"error " + std::to_wstring(error);
 }
 
-// The same path by way of the drive that Wine has for the whole machine; else
-// the path itself.
+// The same path by way of the drive that Wine has for the whole machine; else the path itself.
 WString ByAnotherDrive(const WString& path) {
     using Convert = char*(CDECL*)(const wchar_t*);
     const auto convert = reinterpret_cast<Convert>(reinterpret_cast<void*>(

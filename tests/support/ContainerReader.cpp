@@ -17,6 +17,7 @@ std::u16string FoldName(std::u16string name) {
     return name;
 }
 
+constexpr uint16_t kForeign = 0x4E57;  // the signature in the other byte order
 constexpr size_t kProblemLimit = 50;
 constexpr uint64_t kBodyLimit = 1 << 28;
 
@@ -33,7 +34,7 @@ class Walker {
     explicit Walker(const Bytes& file) : file_(file) {}
 
     Reading Run() {
-        if (!Locate() || !CutPages()) return std::move(out_);
+        if (!CutPages()) return std::move(out_);
         CheckSuperblock();
         reached_[1] = 1;
         CheckSlot(1, SuperPage);
@@ -57,48 +58,23 @@ class Walker {
         return right;
     }
 
-    // The base, in bytes, where a signature stands.
-    bool Locate() {
-        for (uint64_t base = 0; base + 512 <= file_.size();) {
-            const uint8_t* block = file_.data() + base;
-            const uint16_t signature = Get16(block, 2);
-            if (signature == 0x574E || signature == 0x4E57) {
-                base_ = base;
-                out_.foreign = signature == 0x4E57;
-                return true;
-            }
-            const uint64_t moved = base + BootSector(block);
-            if (moved == base) break;
-            base = moved;
-        }
-        Problem("no signature");
-        return false;
-    }
-
-    uint64_t BootSector(const uint8_t* block) const {
-        const uint32_t sector = Get16(block, 11);
-        if (std::has_single_bit(sector) && sector >= 512 && Get16(block, 14) != 0 &&
-            (block[16] == 1 || block[16] == 2)) {
-            if (sector <= 512 && Get16(block, sector - 2) != 0xAA55) return 0;
-            uint64_t count = Get16(block, 19);
-            if (count == 0) count = Get32(block, 32);
-            return file_.size() / sector <= count ? 0 : count * sector;
-        }
-        return Get16(block, 510) == 0xAA55 ? uint64_t{Get32(block, 454)} * 512 : 0;
-    }
-
     bool CutPages() {
-        uint16_t shift = Get16(file_.data() + base_, 0);
+        const uint16_t signature = file_.size() < 512 ? 0 : Get16(file_.data(), 2);
+        if (signature != SuperPage && signature != kForeign) {
+            Problem("no signature");
+            return false;
+        }
+        out_.foreign = signature == kForeign;
+        uint16_t shift = Get16(file_.data(), 0);
         if (out_.foreign) shift = static_cast<uint16_t>(shift >> 8 | shift << 8);
         if (shift < 8 || shift > 16) {
             Problem("page size out of range");
             return false;
         }
         out_.pageSize = 1u << shift;
-        const uint64_t inFile = file_.size() / out_.pageSize, before = base_ / out_.pageSize;
-        out_.pageCount = static_cast<uint32_t>(inFile - before);
+        out_.pageCount = static_cast<uint32_t>(file_.size() / out_.pageSize);
         for (uint32_t i = 0; i < out_.pageCount; ++i) {
-            const auto start = file_.begin() + static_cast<ptrdiff_t>((before + i) * out_.pageSize);
+            const auto start = file_.begin() + static_cast<ptrdiff_t>(size_t{i} * out_.pageSize);
             pages_.emplace_back(start, start + out_.pageSize);
             if (out_.foreign) Convert(pages_.back().data(), out_.pageSize, true);
         }
@@ -109,10 +85,9 @@ class Walker {
 
     void CheckSuperblock() {
         const uint8_t* page = pages_[1].data();
-        out_.superblock = pages_[1];
         Expect(Get16(page, 0) == SuperPage && Get32(page, 4) == 1 && Get32(page, 8) == 0, 1,
                "not a superblock");
-        Expect(Get16(page, 12) == 0, 1, "a log is pending");
+        Expect(Get16(page, 12) == 0 && Get32(page, 248) == 0, 1, "a log is pending");
         Expect(Get16(page, 160) == 1 && Get16(page, 162) == 76 && Get32(page, 164) == 64 &&
                    Get32(page, 168) == 0,
                1, "a layout constant is wrong");
@@ -384,7 +359,6 @@ class Walker {
     }
 
     const Bytes& file_;
-    uint64_t base_ = 0;
     std::vector<Bytes> pages_;
     std::vector<uint8_t> reached_;
     std::set<uint32_t> ids_;

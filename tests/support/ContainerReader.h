@@ -28,7 +28,6 @@ struct Reading {
     std::vector<std::string> problems;
     bool foreign = false;
     uint32_t pageSize = 0, pageCount = 0, usedPages = 0;
-    Bytes superblock;  // in little-endian order
     Found root;
 
     bool Sound() const { return problems.empty(); }
@@ -37,7 +36,7 @@ struct Reading {
     const Found* At(const std::u16string& path) const;
 };
 
-// Never fails: what can not be read is a problem.
+// Never fails: what can not be read is a problem. The container begins with the file.
 Reading ReadContainer(const Bytes& file);
 
 // The registry in a container, as the key store lays it out: names decoded, "#FILE" undone.
