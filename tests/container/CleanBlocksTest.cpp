@@ -6,15 +6,16 @@
 #include <random>
 #include <vector>
 
-#include "platform/PageFile.h"
 #include "storage/core/CleanBlocks.h"
 #include "storage/core/Format.h"
+#include "tests/support/FileWrapper.h"
 
 namespace {
 
 constexpr uint32_t kPage = 512, kPages = 60000;  // more than fits, whatever is kept of them
 
-struct File : platform::PageFile {
+struct File final : support::ForwardingFile {
+    File() : ForwardingFile(nullptr) {}
     std::vector<uint8_t> bytes = std::vector<uint8_t>(kPage * kPages - 100);
 
     platform::Error Read(uint64_t offset, void* buffer, uint32_t count, uint32_t* done) override {
@@ -23,18 +24,7 @@ struct File : platform::PageFile {
         if (*done != 0) std::memcpy(buffer, bytes.data() + offset, *done);
         return 0;
     }
-    platform::Error Write(uint64_t, const void* const*, uint32_t, uint32_t, uint32_t*) override {
-        return 1;
-    }
-    platform::Error Cut(uint64_t) override { return 1; }
-    platform::Error Size(uint64_t*) override { return 1; }
-    platform::Error Flush() override { return 1; }
-    platform::Error Identity(platform::FileIdentity*) override { return 1; }
     bool IsWritable() const override { return true; }
-    bool IsAt(const platform::WChar*, uint64_t*) override { return true; }
-    platform::Error TakeMark(bool*) override { return 1; }
-    void DropMark() override {}
-    bool IsMarkedElsewhere() override { return false; }
 };
 
 // Pages of records of any length, some with zeros at their end, and full pages.

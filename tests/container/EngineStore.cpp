@@ -15,46 +15,52 @@ namespace {
 constexpr uint16_t kSeparator = '\\';
 constexpr uint32_t kChunk = 4096;
 
-void Gather(const Item& item, const std::u16string& path, bool links, Content* content) {
-    for (const Item& child : item.children) {
-        if (child.kind == ItemKind::Link && !links) continue;
-        const std::u16string childPath = path + u"\\" + child.name;
-        if (child.kind == ItemKind::Directory) {
-            (*content)[childPath] = std::nullopt;
-            Gather(child, childPath, links, content);
-        } else {
-            Bytes body = child.body;
-            body.resize(child.size.value_or(body.size()));
-            (*content)[childPath] = body;
-        }
+bool IsDirectory(const Item& item) {
+    return item.kind == ItemKind::Directory;
+}
+bool IsDirectory(const Found& found) {
+    return (found.attributes & storage::kAttrDirectory) != 0;
+}
+bool IsLink(const Item& item) {
+    return item.kind == ItemKind::Link;
+}
+bool IsLink(const Found& found) {
+    return (found.attributes & storage::kAttrLink) != 0;
+}
+Bytes BodyOf(const Item& item) {
+    Bytes body = item.body;
+    body.resize(item.size.value_or(body.size()));
+    return body;
+}
+Bytes BodyOf(const Found& found) {
+    return found.body;
+}
+
+template <class Node>
+void Gather(const Node& node, const std::u16string& path, bool links, Content* content) {
+    for (const Node& child : node.children) {
+        if (IsLink(child) && !links) continue;
+        const std::u16string below = path + u"\\" + child.name;
+        (*content)[below] = IsDirectory(child) ? std::nullopt : std::optional(BodyOf(child));
+        if (IsDirectory(child)) Gather(child, below, links, content);
     }
 }
 
-void Gather(const Found& found, const std::u16string& path, bool links, Content* content) {
-    for (const Found& child : found.children) {
-        if ((child.attributes & 32) != 0 && !links) continue;
-        const std::u16string childPath = path + u"\\" + child.name;
-        if ((child.attributes & 2) != 0) {
-            (*content)[childPath] = std::nullopt;
-            Gather(child, childPath, links, content);
-        } else {
-            (*content)[childPath] = child.body;
-        }
-    }
+template <class Node>
+Content Gathered(const Node& root, bool links) {
+    Content content;
+    Gather(root, u"", links, &content);
+    return content;
 }
 
 }  // namespace
 
 Content ContentOf(const Item& root, bool links) {
-    Content content;
-    Gather(root, u"", links, &content);
-    return content;
+    return Gathered(root, links);
 }
 
 Content ContentOf(const Found& root, bool links) {
-    Content content;
-    Gather(root, u"", links, &content);
-    return content;
+    return Gathered(root, links);
 }
 
 EngineStore::EngineStore(uint32_t pageSize) {
@@ -91,13 +97,9 @@ Status EngineStore::Close() {
     return status;
 }
 
-Reading EngineStore::Read() {
-    EXPECT_EQ(Close(), storage::kOk);
-    return ReadContainer(FileBytes());
-}
-
 Reading EngineStore::ReadSound() {
-    Reading reading = Read();
+    EXPECT_EQ(Close(), storage::kOk);
+    Reading reading = ReadContainer(FileBytes());
     EXPECT_TRUE(reading.Sound()) << reading.Report();
     EXPECT_EQ(Reopen(), storage::kOk);
     return reading;
@@ -171,31 +173,30 @@ Status EngineStore::List(const std::u16string& directory,
     return status == storage::kNoMore ? storage::kOk : status;
 }
 
-Content EngineStore::ReadAll(std::vector<std::string>* failures, size_t limit, int depth) {
-    std::vector<std::string> ignored;
+Content EngineStore::ReadAll(Failures* failures, size_t limit, int depth) {
+    Failures ignored;
     Content content;
     ReadBelow(u"", failures == nullptr ? &ignored : failures, limit, depth, &content);
     return content;
 }
 
-void EngineStore::ReadBelow(const std::u16string& path, std::vector<std::string>* failures,
-                            size_t limit, int depth, Content* content) {
+void EngineStore::ReadBelow(const std::u16string& path, Failures* failures, size_t limit, int depth,
+                            Content* content) {
+    const auto expect = [&](const std::u16string& what, Status status) {
+        if (status != storage::kOk) failures->emplace_back(Narrow(what), status);
+    };
     std::vector<std::pair<std::u16string, uint32_t>> entries;
-    const Status listed = List(path, &entries);
-    if (listed != storage::kOk) failures->push_back(Narrow(path) + ": " + std::to_string(listed));
+    expect(path, List(path, &entries));
     for (const auto& [name, attributes] : entries) {
-        if ((attributes & 32) != 0) continue;
-        const std::u16string childPath = path + u"\\" + name;
-        if ((attributes & 2) != 0) {
-            (*content)[childPath] = std::nullopt;
-            if (depth > 0) ReadBelow(childPath, failures, limit, depth - 1, content);
-            continue;
-        }
-        Bytes body;
-        const Status status = Get(childPath, &body, limit);
-        if (status != storage::kOk)
-            failures->push_back(Narrow(childPath) + ": " + std::to_string(status));
-        (*content)[childPath] = body;
+        if ((attributes & storage::kAttrLink) != 0) continue;
+        const std::u16string child = path + u"\\" + name;
+        std::optional<Bytes>& body = (*content)[child] = std::nullopt;
+        // No path leads to a name without units, or one of a path's own.
+        if (name.empty() || name[0] == '.' || name.find(u'\\') != name.npos) continue;
+        if ((attributes & storage::kAttrDirectory) == 0)
+            expect(child, Get(child, &body.emplace(), limit));
+        else if (depth > 0)
+            ReadBelow(child, failures, limit, depth - 1, content);
     }
 }
 

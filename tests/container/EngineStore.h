@@ -33,6 +33,8 @@ inline std::string Narrow(const std::u16string& text) {
 
 // Path to content; directories have none. The root is not in it.
 using Content = std::map<std::u16string, std::optional<Bytes>>;
+// Paths that could not be read, and what was said.
+using Failures = std::vector<std::pair<std::string, storage::Status>>;
 
 // What a tree holds; links are left out unless `links`.
 Content ContentOf(const Item& root, bool links = true);
@@ -58,9 +60,8 @@ class EngineStore {
 
     const std::filesystem::path& Path() const { return path_; }
     Bytes FileBytes() const { return ReadBytes(path_); }
-    // Closes the container and reads it with other eyes.
-    Reading Read();
-    // The same, for a container that must be sound; it is open again afterwards.
+    // Closes the container, reads it with other eyes, to which it must be sound, and opens it
+    // again.
     Reading ReadSound();
 
     // A file made or emptied, and written; read as a whole, up to `limit` bytes.
@@ -77,13 +78,13 @@ class EngineStore {
     storage::Status List(const std::u16string& directory,
                          std::vector<std::pair<std::u16string, uint32_t>>* entries,
                          size_t limit = 1 << 20);
-    // All that can be reached, links left out. Every failure is noted as "path: status".
-    Content ReadAll(std::vector<std::string>* failures = nullptr, size_t limit = 1 << 24,
-                    int depth = 600);
+    // All that can be reached, links left out, up to `limit` bytes of each file. What no path leads
+    // to is listed only.
+    Content ReadAll(Failures* failures = nullptr, size_t limit = 1 << 24, int depth = 600);
 
   private:
-    void ReadBelow(const std::u16string& path, std::vector<std::string>* failures, size_t limit,
-                   int depth, Content* content);
+    void ReadBelow(const std::u16string& path, Failures* failures, size_t limit, int depth,
+                   Content* content);
 
     std::optional<TempDir> dir_;
     std::filesystem::path path_;

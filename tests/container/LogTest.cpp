@@ -1,11 +1,11 @@
 // Redo logs of the three forms, made by the tests and replayed by the engine.
 #include <gtest/gtest.h>
 
-#include <functional>
-
-#include "tests/container/EngineStore.h"
+#include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
 #include "tests/support/EveryFailure.h"
+#include "tests/support/MemoryFiles.h"
+#include "tests/support/RecordingFile.h"
 
 namespace support::container {
 namespace {
@@ -15,163 +15,211 @@ using storage::kOk;
 constexpr uint32_t kCommitted = 70000, kLost = 70001, kAlso = 5;
 constexpr size_t kPayload = 512 - 32;
 
-// A container that is sound once its log is replayed: three pages of \a change, one of them in a
-// transaction that was not committed; a page that nothing refers to is freed; a page of \b that
-// the map has for free is put back.
-struct Scene {
-    explicit Scene(bool foreign) {
-        form.foreign = foreign;
-        form.logPending = 1;
-        builder.emplace(form, Directory(u"", {Paged(File(u"a", Pattern(kPayload * 3))),
-                                              Paged(File(u"b", Pattern(kPayload * 2, 7)))}));
-        const std::vector<uint32_t>& pages = builder->At(u"\\a").streamPages;
-        const uint32_t orphan = builder->AddPage(RecordPage);
-        const uint32_t unmapped = builder->At(u"\\b").streamPages.back();
-        builder->SetSlot(unmapped, Free);
-        Put32(builder->Page(unmapped), 8, kCommitted);  // as a writer that logs leaves it
-        Bytes body = Pattern(kPayload * 3);
-        const auto image = [&](size_t which) {
-            Bytes bytes = builder->PageBytes(pages[which]);
-            std::fill(bytes.begin() + 32, bytes.end(), static_cast<uint8_t>(0xA0 + which));
-            return bytes;
-        };
-        for (const size_t which : {0, 2})
-            std::fill_n(body.begin() + static_cast<std::ptrdiff_t>(which * kPayload), kPayload,
-                        static_cast<uint8_t>(0xA0 + which));
-        content = {{u"\\a", body}, {u"\\b", Pattern(kPayload * 2, 7)}};
-        log = SequentialLog(form, {0, kCommitted, 0, kAlso},
-                            {{DataPage, pages[0], kCommitted, image(0), {}},
-                             {DataPage, pages[1], kLost, image(1), {}},
-                             {kListOfFrees, 1, kCommitted, {}, {orphan}},
-                             {DataPage, pages[2], kAlso, image(2), {}},
-                             {DataPage, pages[1], 0, image(1), {}},
-                             {kListOfRewrites, 1, kAlso, {}, {unmapped}}});
-    }
+enum class LogKind { Beside, InFile, Chained };
 
-    Form form;
-    std::optional<Builder> builder;
-    std::vector<Bytes> log;
+// A container that is sound once its log is replayed.
+struct Scene {
+    Bytes file, log;  // no log for a container that has it inside
     Content content;
 };
 
-class Logs : public testing::TestWithParam<bool> {
-  protected:
-    void Lay(const Bytes& file, const Bytes& log) {
-        WriteBytes(file_, file);
-        WriteBytes(log_, log);
-    }
-    void OpenAndJudge(const Content& expected) {
-        EngineStore store;
-        ASSERT_EQ(store.Open(file_), kOk);
-        EXPECT_EQ(store.ReadAll(), expected);
-        EXPECT_EQ(ContentOf(store.ReadSound().root), expected);
-    }
-    const TempDir dir_;
-    const std::filesystem::path file_ = dir_ / "a.b.fbr", log_ = dir_ / "a.b.log";
-};
-
-// What follows a target of 0 is no more part of the log, nor is a part of a page.
-TEST_P(Logs, BesideTheContainerAreReplayedAndDeleted) {
-    const Scene scene(GetParam());
-    Bytes longer = Joined(scene.log);
-    longer.resize(longer.size() + 512);
-    longer.insert(longer.end(), scene.log[1].begin(), scene.log[1].end());
-    longer.resize(longer.size() + 100, 0xFF);
-    for (const Bytes& log : {Joined(scene.log), longer}) {
-        Lay(scene.builder->Finish(), log);
-        OpenAndJudge(scene.content);
-        EXPECT_FALSE(std::filesystem::exists(log_));
-    }
-}
-
-TEST_P(Logs, WithNothingCommittedEmptyOrMissingChangeNothing) {
+// Three pages of \a change, one of them in a transaction that was not committed; a page that
+// nothing refers to is freed; a page of \b that the map has for free is put back.
+Scene Sequential(bool foreign, bool inFile) {
     Form form;
-    form.foreign = GetParam();
+    form.foreign = foreign;
     form.logPending = 1;
-    const Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(600)))}));
-    const uint32_t page = builder.At(u"\\a").streamPages[0];
-    for (const Bytes& log :
-         {Joined(SequentialLog(form, {}, {{DataPage, page, 7, Bytes(512, 9), {}}})), Bytes(),
-          Bytes{1}}) {
-        Lay(builder.Finish(), log);
-        if (log.size() == 1) std::filesystem::remove(log_);
-        OpenAndJudge({{u"\\a", Pattern(600)}});
-        EXPECT_FALSE(std::filesystem::exists(log_));
-    }
+    Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(kPayload * 3))),
+                                          Paged(File(u"b", Pattern(kPayload * 2, 7)))}));
+    const std::vector<uint32_t>& pages = builder.At(u"\\a").streamPages;
+    const uint32_t orphan = builder.AddPage(RecordPage);
+    const uint32_t unmapped = builder.At(u"\\b").streamPages.back();
+    builder.SetSlot(unmapped, Free);
+    Put32(builder.Page(unmapped), 8, kCommitted);  // as a writer that logs leaves it
+    Bytes body = Pattern(kPayload * 3);
+    const auto image = [&](size_t which) {
+        Bytes bytes = builder.PageBytes(pages[which]);
+        std::fill(bytes.begin() + 32, bytes.end(), static_cast<uint8_t>(0xA0 + which));
+        return bytes;
+    };
+    for (const size_t which : {0, 2})
+        std::fill_n(body.begin() + static_cast<std::ptrdiff_t>(which * kPayload), kPayload,
+                    static_cast<uint8_t>(0xA0 + which));
+    const std::vector<Bytes> log = SequentialLog(form, {0, kCommitted, 0, kAlso},
+                                                 {{DataPage, pages[0], kCommitted, image(0), {}},
+                                                  {DataPage, pages[1], kLost, image(1), {}},
+                                                  {kListOfFrees, 1, kCommitted, {}, {orphan}},
+                                                  {DataPage, pages[2], kAlso, image(2), {}},
+                                                  {DataPage, pages[1], 0, image(1), {}},
+                                                  {kListOfRewrites, 1, kAlso, {}, {unmapped}}});
+    if (inFile) builder.AddInFileLog(log, 30);
+    return {builder.Finish(),
+            inFile ? Bytes() : Joined(log),
+            {{u"\\a", body}, {u"\\b", Pattern(kPayload * 2, 7)}}};
 }
 
-// A container of fixed size is used up to six pages.
-TEST_P(Logs, InTheContainersLastPagesAreReplayed) {
-    Scene scene(GetParam());
-    scene.builder->AddInFileLog(scene.log, 30);
-    const Bytes file = scene.builder->Finish();
-    Lay(file, {1, 2, 3});  // what lies beside it is none of this container's business
-    OpenAndJudge(scene.content);
-    EngineStore store;
-    ASSERT_EQ(store.Open(file_), kOk);
-    Content expected = scene.content;
-    storage::Status status = kOk;
-    for (size_t i = 0; status == kOk; ++i) {
-        status = store.Put(Numbered(u"\\f", i), Pattern(20));
-        if (status == kOk) expected[Numbered(u"\\f", i)] = Pattern(20);
-    }
-    EXPECT_EQ(status, storage::kFull);
-    ASSERT_EQ(store.Delete(u"\\f0"), kOk);
-    expected.erase(u"\\f0");
-    EXPECT_EQ(store.Put(u"\\again", Pattern(20)), kOk);
-    expected[u"\\again"] = Pattern(20);
-    const Reading reading = store.ReadSound();
-    EXPECT_EQ(ContentOf(reading.root), expected);
-    EXPECT_GE(reading.usedPages + 9, reading.pageCount);
-    EXPECT_EQ(ReadBytes(file_).size(), file.size());
-    EXPECT_EQ(ReadBytes(log_), Bytes({1, 2, 3}));
-}
-
-TEST_P(Logs, OfTheChainedFormAreReplayed) {
+// One page is in its place and not yet there: of kind 0 with the pending kind, and free in the map.
+// Another has a copy elsewhere. And `others` are more than one page of the log lists.
+Scene Chained(bool foreign, int others) {
     Form form;
-    form.foreign = GetParam();
+    form.foreign = foreign;
     Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(kPayload * 3)))}));
     const std::vector<uint32_t> pages = builder.At(u"\\a").streamPages;
-    // In place, not yet there: kind 0 with the pending kind, and free in the map.
     Put16(builder.Page(pages[0]), 0, Free);
     Put16(builder.Page(pages[0]), 2, DataPage);
     builder.SetSlot(pages[0], Free);
-    // A copy elsewhere, and one that goes.
     const uint32_t copy = builder.AddPage(Free);
     Bytes image = builder.PageBytes(pages[1]);
     std::fill(image.begin() + 32, image.end(), uint8_t{0xC1});
     Put16(image.data(), 2, DataPage);
     std::copy(image.begin(), image.end(), builder.Page(copy));
     std::vector<uint32_t> logged = {pages[0], copy};
-    // And more of these than one page of the log lists.
-    for (int i = 0; i < 301; ++i) logged.push_back(builder.AddPage(RecordPage));
+    for (int i = 0; i < others; ++i) logged.push_back(builder.AddPage(RecordPage));
     builder.AddChainedLog(logged, 2);
-    Lay(builder.Finish(), {1, 2, 3});
-    Bytes expected = Pattern(kPayload * 3);
-    std::fill_n(expected.begin() + kPayload, kPayload, uint8_t{0xC1});
-    OpenAndJudge({{u"\\a", expected}});
-    EXPECT_EQ(ReadBytes(log_), Bytes({1, 2, 3}));
-    EXPECT_EQ(Get32(ReadContainer(ReadBytes(file_)).superblock.data(), 248), 0u);
+    Bytes body = Pattern(kPayload * 3);
+    std::fill_n(body.begin() + kPayload, kPayload, uint8_t{0xC1});
+    return {builder.Finish(), {}, {{u"\\a", body}}};
+}
+
+class Logs : public testing::TestWithParam<std::tuple<LogKind, bool>> {
+  protected:
+    LogKind Kind() const { return std::get<0>(GetParam()); }
+    bool Foreign() const { return std::get<1>(GetParam()); }
+    bool IsBeside() const { return Kind() == LogKind::Beside; }
+    Scene Make(int others) const {
+        return Kind() == LogKind::Chained ? Chained(Foreign(), others)
+                                          : Sequential(Foreign(), Kind() == LogKind::InFile);
+    }
+    // What lies beside a container with its log inside is none of its business.
+    void Lay(const Scene& scene) {
+        WriteBytes(file_, scene.file);
+        WriteBytes(log_, IsBeside() ? scene.log : Bytes{1, 2, 3});
+    }
+    void OpenAndJudge(const Content& expected, bool orLostPages = false) {
+        EngineStore store;
+        ASSERT_EQ(store.Open(file_), kOk);
+        EXPECT_EQ(store.ReadAll(), expected);
+        if (orLostPages) return;
+        EXPECT_EQ(ContentOf(store.ReadSound().root), expected);
+        EXPECT_EQ(ReadBytes(log_), IsBeside() ? Bytes() : Bytes({1, 2, 3}));
+        EXPECT_NE(std::filesystem::exists(log_), IsBeside());
+    }
+    const TempDir dir_;
+    const std::filesystem::path file_ = dir_ / "a.b.fbr", log_ = dir_ / "a.b.log";
+};
+
+// What follows a target of 0 is no more part of the log, nor is a part of a page.
+TEST_P(Logs, AreReplayed) {
+    Scene scene = Make(301);
+    Lay(scene);
+    OpenAndJudge(scene.content);
+    if (!IsBeside()) return;
+    const Bytes first(scene.log.begin() + 512, scene.log.begin() + 1024);
+    scene.log.resize(scene.log.size() + 512);
+    scene.log.insert(scene.log.end(), first.begin(), first.end());
+    scene.log.resize(scene.log.size() + 100, 0xFF);
+    Lay(scene);
+    OpenAndJudge(scene.content);
+}
+
+TEST_P(Logs, WithNothingCommittedEmptyOrMissingChangeNothing) {
+    if (!IsBeside()) return;
+    Form form;
+    form.foreign = Foreign();
+    form.logPending = 1;
+    const Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(600)))}));
+    const uint32_t page = builder.At(u"\\a").streamPages[0];
+    for (const Bytes& log :
+         {Joined(SequentialLog(form, {}, {{DataPage, page, 7, Bytes(512, 9), {}}})), Bytes(),
+          Bytes{1}}) {
+        Lay({builder.Finish(), log, {}});
+        if (log.size() == 1) std::filesystem::remove(log_);
+        OpenAndJudge({{u"\\a", Pattern(600)}});
+    }
+}
+
+// A container of fixed size is used up to six pages.
+TEST_P(Logs, InTheContainerLeaveTheRestToIt) {
+    if (Kind() != LogKind::InFile) return;
+    const Scene scene = Make(0);
+    Lay(scene);
+    EngineStore store;
+    ASSERT_EQ(store.Open(file_), kOk);
+    Content expected = scene.content;
+    const auto put = [&](const std::u16string& path) {
+        const storage::Status status = store.Put(path, Pattern(20));
+        if (status == kOk) expected[path] = Pattern(20);
+        return status;
+    };
+    storage::Status status = kOk;
+    for (size_t i = 0; status == kOk; ++i) status = put(Numbered(u"\\f", i));
+    EXPECT_EQ(status, storage::kFull);
+    ASSERT_EQ(store.Delete(u"\\f0"), kOk);
+    expected.erase(u"\\f0");
+    EXPECT_EQ(put(u"\\again"), kOk);
+    const Reading reading = store.ReadSound();
+    EXPECT_EQ(ContentOf(reading.root), expected);
+    EXPECT_GE(reading.usedPages + 9, reading.pageCount);
+    EXPECT_EQ(ReadBytes(file_).size(), scene.file.size());
 }
 
 TEST_P(Logs, ThatFailToBeReplayedAreKeptForTheNextTry) {
-    const Scene scene(GetParam());
-    const Bytes log = Joined(scene.log);
+    const Scene scene = Make(3);
     WithEveryFailure(Failing::Write, [&](Failure& failure) {
-        Lay(scene.builder->Finish(), log);
+        Lay(scene);
         EngineStore store;
         const storage::Status status = failure.During([&] { return store.Open(file_); });
         EXPECT_EQ(status, failure.Hit() ? 112 : 0);
         store.Close();
         // It may be empty once all of it is in the container.
         const Bytes left = ReadBytes(log_);
-        EXPECT_TRUE(left == log || left.empty());
-        OpenAndJudge(scene.content);
-        EXPECT_FALSE(std::filesystem::exists(log_));
+        EXPECT_TRUE(!IsBeside() || left == scene.log || left.empty());
+        OpenAndJudge(scene.content, failure.Hit() && Kind() == LogKind::Chained);
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(ByteOrders, Logs, testing::Bool());
+// The container and its log as they were at every moment are repaired, which replays what is left
+// of the log. It is whole until all of it is replayed, and is then switched off at once; a torn
+// page of one inside can take along what stands on it.
+TEST_P(Logs, AreReplayedAfterACrashInTheMiddle) {
+    const Scene scene = Make(3);
+    MemoryFiles memory;
+    const auto lay = [&](const Bytes& file, const Bytes& log) {
+        memory.Put(file_, file);
+        memory.Remove(log_);
+        if (!log.empty()) memory.Put(log_, log);
+    };
+    std::vector<std::pair<Bytes, Bytes>> moments;
+    {
+        lay(scene.file, scene.log);
+        RecordingFile recording;
+        EngineStore store;
+        ASSERT_EQ(store.Open(file_), kOk);
+        ASSERT_EQ(store.Close(), kOk);
+        ASSERT_GT(recording.Changes().size(), 3u);
+        for (size_t i = 0; i <= recording.Changes().size(); ++i)
+            for (const size_t torn : {size_t{3}, size_t{100}, SIZE_MAX})
+                moments.emplace_back(recording.Image(Wide(file_), i, torn),
+                                     IsBeside() ? recording.Image(Wide(log_), i, torn) : Bytes());
+    }
+    for (size_t i = 0; i < moments.size(); ++i) {
+        SCOPED_TRACE("moment " + std::to_string(i));
+        lay(moments[i].first, moments[i].second);
+        CheckContainer(file_, kDeepCheck);
+        EXPECT_EQ(std::pair(memory.Get(file_), memory.Get(log_)), moments[i]) << "by a check";
+        ASSERT_EQ(CheckContainer(file_, kRepair).status, 0);
+        if (i % 3 == 2 || IsBeside()) {
+            EXPECT_EQ(ContentOf(ReadContainer(memory.Get(file_)).root), scene.content);
+        }
+        for (const std::string& broken : BrokenPromises(file_, [&] { return memory.Get(file_); }))
+            ADD_FAILURE() << broken;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Logs,
+                         testing::Combine(testing::Values(LogKind::Beside, LogKind::InFile,
+                                                          LogKind::Chained),
+                                          testing::Bool()));
 
 }  // namespace
 }  // namespace support::container

@@ -53,76 +53,6 @@ CheckOutcome CheckContainer(const std::filesystem::path& path, uint32_t flags,
 
 namespace {
 
-// One use of a container, with what goes wrong on the way.
-class Use {
-  public:
-    explicit Use(const std::filesystem::path& path) : path_(path) {}
-
-    std::vector<std::string> Run() {
-        Expect("to open", store_.Open(path_), {storage::kOk});
-        if (store_.Container() != nullptr) {
-            ReadBelow(u"", 0);
-            Write();
-            uint8_t corrupted = 7;
-            Expect("to ask for corruption",
-                   storage::StorageIsCorrupted(store_.Container(), &corrupted), {storage::kOk});
-            Expect("to find no corruption", corrupted, {0});
-            Expect("to close", store_.Close(), {storage::kOk});
-        }
-        return std::move(broken_);
-    }
-
-  private:
-    void Expect(const std::string& what, Status status, std::initializer_list<Status> good) {
-        if (std::find(good.begin(), good.end(), status) == good.end())
-            broken_.push_back(what + ": " + std::to_string(status));
-    }
-
-    void ReadBelow(const std::u16string& path, int depth) {
-        std::vector<std::pair<std::u16string, uint32_t>> entries;
-        // A name that damage cut or made the same as another is not found by its text. Entries that
-        // stand in a record are given a page first, for which there may be no room.
-        Expect("to list " + Narrow(path), store_.List(path, &entries),
-               {storage::kOk, storage::kNotFound, storage::kParentMissing, storage::kSearchOff,
-                storage::kFull});
-        for (const auto& [name, attributes] : entries) {
-            // No path leads to a name without units, or one of a path's own.
-            if (name.empty() || name[0] == '.' || name.find(u'\\') != name.npos) continue;
-            const std::u16string child = path + u"\\" + name;
-            if ((attributes & storage::kAttrLink) != 0) continue;
-            if ((attributes & storage::kAttrDirectory) == 0)
-                Read(child);
-            else if (depth < kDepth)
-                ReadBelow(child, depth + 1);
-        }
-    }
-
-    void Read(const std::u16string& path) {
-        Bytes body;
-        Expect("to read " + Narrow(path), store_.Get(path, &body, kReadLimit),
-               {storage::kOk, storage::kNotFound, storage::kParentMissing, storage::kBadBlock,
-                storage::kFull});
-    }
-
-    // Containers of a fixed or limited size may have no room, and something else the name. What is
-    // written is a value, for the container may be one of the key store.
-    void Write() {
-        Bytes value(20000, 1);
-        Put32(value.data(), 4, static_cast<uint32_t>(value.size() - 8));
-        const Status status = store_.Put(u"\\written after", value);
-        Expect("to write", status,
-               {storage::kOk, storage::kFull, storage::kExists, storage::kAccess});
-        // An empty file is no value.
-        if (status == storage::kFull) store_.Delete(u"\\written after");
-    }
-
-    static constexpr int kDepth = 600;
-    static constexpr size_t kReadLimit = 100000;
-    const std::filesystem::path& path_;
-    EngineStore store_;
-    std::vector<std::string> broken_;
-};
-
 // The container's bytes without what each opening changes.
 Bytes WithoutCounter(Bytes bytes) {
     if (bytes.size() < 4 || bytes[0] + bytes[1] > 16) return bytes;
@@ -135,7 +65,38 @@ Bytes WithoutCounter(Bytes bytes) {
 }  // namespace
 
 std::vector<std::string> UseContainer(const std::filesystem::path& path) {
-    std::vector<std::string> broken = Use(path).Run();
+    std::vector<std::string> broken;
+    const auto expect = [&](const std::string& what, Status status,
+                            std::initializer_list<Status> good) {
+        if (std::find(good.begin(), good.end(), status) == good.end())
+            broken.push_back("to " + what + ": " + std::to_string(status));
+    };
+    EngineStore store;
+    expect("open", store.Open(path), {storage::kOk});
+    if (store.Container() != nullptr) {
+        // A name that damage cut or made the same as another is not found by its text. Entries that
+        // stand in a record are given a page first, for which there may be no room.
+        Failures failures;
+        store.ReadAll(&failures, 100000);
+        for (const auto& [what, status] : failures)
+            expect("read " + what, status,
+                   {storage::kNotFound, storage::kParentMissing, storage::kSearchOff,
+                    storage::kBadBlock, storage::kFull});
+        // Containers of a fixed or limited size may have no room, and something else the name. What
+        // is written is a value, for the container may be one of the key store.
+        Bytes value(20000, 1);
+        Put32(value.data(), 4, static_cast<uint32_t>(value.size() - 8));
+        const Status written = store.Put(u"\\written after", value);
+        expect("write", written,
+               {storage::kOk, storage::kFull, storage::kExists, storage::kAccess});
+        // An empty file is no value.
+        if (written == storage::kFull) store.Delete(u"\\written after");
+        uint8_t corrupted = 7;
+        expect("ask for corruption", storage::StorageIsCorrupted(store, &corrupted),
+               {storage::kOk});
+        expect("find no corruption", corrupted, {0});
+        expect("close", store.Close(), {storage::kOk});
+    }
     const CheckOutcome check = CheckContainer(path, kDeepCheck);
     if (check.status != 0 || !check.FoundNothing())
         broken.push_back("a check after use: " + std::to_string(check.status) + " " +

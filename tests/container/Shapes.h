@@ -39,7 +39,7 @@ inline Item RichTree(uint32_t pageSize) {
     Item second = File(u"second header", Pattern(40));
     second.secondHeader = true;
     Item indexed = Paged(File(u"indexed", Pattern(payload * 9 - 5)));
-    indexed.index = Index::Always;
+    indexed.indexed = true;
     Item gaps = Directory(u"gaps", {File(u"one"), File(u"two", Pattern(3))});
     gaps.freeEntries = 9;
     Item inlineEntries = Directory(u"inline", {File(u"in", Pattern(10))});

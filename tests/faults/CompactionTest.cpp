@@ -1,13 +1,11 @@
-// Compaction of stores and containers of all shapes: the file shrinks to the pages in use, all
+// Compaction of containers of all shapes: the file shrinks to the pages in use, all
 // reads the same, whoever has something open goes on, and a failure leaves everything as it was.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <random>
 
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
-#include "tests/faults/Registry.h"
-#include "tests/support/ChildProcess.h"
 #include "tests/support/EveryFailure.h"
 #include "tests/support/MemoryFiles.h"
 #include "tests/support/RecordingFile.h"
@@ -15,19 +13,18 @@
 namespace faults {
 namespace {
 
-namespace container = support::container;
-using container::EngineFile;
-using container::EngineStore;
+using namespace support::container;
+using support::Bytes;
 
 // What the file at `path` holds must agree with itself, and be all the file holds.
-container::Reading ReadSound(const Bytes& bytes) {
-    container::Reading reading = container::ReadContainer(bytes);
+Reading ReadSound(const Bytes& bytes) {
+    Reading reading = ReadContainer(bytes);
     EXPECT_TRUE(reading.Sound()) << reading.Report();
     return reading;
 }
 
 // Nothing in the file is free.
-void ExpectFull(const container::Reading& reading) {
+void ExpectFull(const Reading& reading) {
     const uint32_t group = reading.pageSize / 2;
     const uint32_t mapPages = (reading.pageCount + group - 1) / group;
     EXPECT_EQ(reading.usedPages + mapPages + 1, reading.pageCount);
@@ -40,58 +37,52 @@ struct Shape {
 
 class Compaction : public testing::TestWithParam<Shape> {
   protected:
-    container::Form FormOf(uint32_t freePages) const {
-        container::Form form;
+    Form FormOf(uint32_t freePages) const {
+        Form form;
         form.pageSize = GetParam().pageSize;
         form.foreign = GetParam().foreign;
         form.freePages = freePages;
         return form;
     }
-    // A container of everything, in which pages are free all over.
+    // A container of everything, in which pages are free all over; by seed 0 at its end only.
     Bytes Sparse(uint32_t seed) {
         std::mt19937 random(seed);
-        container::Item root = container::RichTree(GetParam().pageSize);
-        for (uint32_t i = 0; i < 40; ++i) {
-            const std::string name = "filler " + std::to_string(i);
-            root.children.insert(
-                root.children.begin() + random() % root.children.size(),
-                container::File(container::ToUnits(name), container::Pattern(random() % 4000)));
-        }
-        memory_.Put(path_, container::Builder(FormOf(seed % 3), root).Finish());
+        Item root = RichTree(GetParam().pageSize);
+        const size_t fillers = seed == 0 ? 0 : 40;
+        for (size_t i = 0; i < fillers; ++i)
+            root.children.insert(root.children.begin() + random() % root.children.size(),
+                                 File(Numbered(u"filler ", i), Pattern(random() % 4000)));
+        memory_.Put(path_, Builder(FormOf(seed == 0 ? 5 : seed % 3), root).Finish());
         EngineStore store;
         EXPECT_EQ(store.Open(path_), storage::kOk);
-        for (uint32_t i = 0; i < 40; ++i) {
-            const std::string name = "\\filler " + std::to_string(i);
+        for (size_t i = 0; i < fillers; ++i)
             if (random() % 4 != 0) {
-                EXPECT_EQ(store.Delete(container::ToUnits(name)), storage::kOk);
+                EXPECT_EQ(store.Delete(Numbered(u"\\filler ", i)), storage::kOk);
             }
-        }
         EXPECT_EQ(store.Close(), storage::kOk);
         return memory_.Get(path_);
     }
-    void ExpectCompact(const container::Content& before) {
+    void ExpectCompact(const Content& before) {
         const Bytes bytes = memory_.Get(path_);
-        const container::Reading after = ReadSound(bytes);
-        EXPECT_EQ(container::ContentOf(after.root), before);
+        const Reading after = ReadSound(bytes);
+        EXPECT_EQ(ContentOf(after.root), before);
         ExpectFull(after);
-        EXPECT_TRUE(container::CheckContainer(path_, container::kDeepCheck).FoundNothing());
+        EXPECT_TRUE(CheckContainer(path_, kDeepCheck).FoundNothing());
     }
 
     // All reads as before, the container takes more, and at most pages are lost.
-    void ExpectWhole(EngineStore& store, const container::Content& before, bool compact) {
-        std::vector<std::string> failures;
+    void ExpectWhole(EngineStore& store, const Content& before, bool compact) {
+        Failures failures;
         for (const auto& [path, body] : store.ReadAll(&failures)) EXPECT_EQ(body, before.at(path));
-        EXPECT_TRUE(failures.empty()) << failures.front();
-        EXPECT_EQ(store.Put(u"\\after", container::Pattern(5000)), storage::kOk);
+        EXPECT_EQ(failures, Failures());
+        EXPECT_EQ(store.Put(u"\\after", Pattern(5000)), storage::kOk);
         if (compact) {
             EXPECT_EQ(storage::StorageCompact(store, nullptr), storage::kOk);
         }
         EXPECT_EQ(store.Close(), storage::kOk);
-        const container::CheckOutcome check =
-            container::CheckContainer(path_, container::kDeepCheck);
+        const CheckOutcome check = CheckContainer(path_, kDeepCheck);
         EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
-        container::Content after =
-            container::ContentOf(container::ReadContainer(memory_.Get(path_)).root);
+        Content after = ContentOf(ReadContainer(memory_.Get(path_)).root);
         EXPECT_EQ(after.erase(u"\\after"), 1u);
         EXPECT_TRUE(after == before);
     }
@@ -102,9 +93,9 @@ class Compaction : public testing::TestWithParam<Shape> {
 };
 
 TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
-    for (uint32_t seed = 1; seed <= container::Rounds(6); ++seed) {
+    for (uint32_t seed = 0; seed <= Rounds(6); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
-        const container::Content before = container::ContentOf(ReadSound(Sparse(seed)).root);
+        const Content before = ContentOf(ReadSound(Sparse(seed)).root);
         EngineStore store;
         ASSERT_EQ(store.Open(path_), storage::kOk);
         // Some of it is in memory when the pages move, and some is not.
@@ -121,72 +112,55 @@ TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
         ASSERT_EQ(storage::StorageCompact(store.Container(), &done), storage::kOk);
         EXPECT_EQ(done, 255);
         ExpectCompact(before);
-        container::Content after = store.ReadAll();
+        Content after = store.ReadAll();
         for (const auto& [path, body] : after) EXPECT_EQ(body, before.at(path));
-        EXPECT_EQ(store.Put(u"\\deep\\after", container::Pattern(3000)), storage::kOk);
+        EXPECT_EQ(store.Put(u"\\deep\\after", Pattern(3000)), storage::kOk);
         EXPECT_EQ(store.Close(), storage::kOk);
         ReadSound(memory_.Get(path_));
-    }
-}
-
-// Once for a full container and once for one that is free at its end only.
-TEST_P(Compaction, OfAContainerWithNothingToMoveMovesNothing) {
-    for (const uint32_t freePages : {0u, 5u}) {
-        const container::Item tree = container::RichTree(GetParam().pageSize);
-        const Bytes full = container::Builder(FormOf(0), tree).Finish();
-        memory_.Put(path_, container::Builder(FormOf(freePages), tree).Finish());
-        EngineStore store;
-        ASSERT_EQ(store.Open(path_), storage::kOk);
-        EXPECT_EQ(storage::StorageCompact(store.Container(), nullptr), storage::kOk);
-        EXPECT_EQ(store.Close(), storage::kOk);
-        EXPECT_EQ(memory_.Get(path_).size(), full.size());
-        EXPECT_EQ(container::ContentOf(ReadSound(memory_.Get(path_)).root),
-                  container::ContentOf(tree));
     }
 }
 
 // A container of fixed size keeps its length; what was free in it is all behind the last page in
 // use, from where it grows.
 TEST_P(Compaction, OfAContainerWithItsLogInsideLeavesItsEndFree) {
-    container::Form form = FormOf(0);
+    Form form = FormOf(0);
     form.inFileLog = 1;
-    container::Item root = container::RichTree(form.pageSize);
-    for (int i = 0; i < 30; ++i)
+    Item root = RichTree(form.pageSize);
+    for (size_t i = 0; i < 30; ++i)
         root.children.insert(root.children.begin(),
-                             container::File(container::ToUnits("filler " + std::to_string(i)),
-                                             container::Pattern(form.pageSize * 3)));
-    container::Builder builder(form, root);
+                             File(Numbered(u"filler ", i), Pattern(form.pageSize * 3)));
+    Builder builder(form, root);
     builder.AddInFileLog({}, form.pageSize);  // past the next map page
     const Bytes bytes = builder.Finish();
     memory_.Put(path_, bytes);
     EngineStore store;
     ASSERT_EQ(store.Open(path_), storage::kOk);
-    for (int i = 0; i < 30; i += 2)
-        ASSERT_EQ(store.Delete(container::ToUnits("\\filler " + std::to_string(i))), storage::kOk);
-    container::Content before = store.ReadAll();
-    for (int round = 0; round < 2; ++round) {
+    for (size_t i = 0; i < 30; i += 2)
+        ASSERT_EQ(store.Delete(Numbered(u"\\filler ", i)), storage::kOk);
+    Content before = store.ReadAll();
+    for (size_t round = 0; round < 2; ++round) {
         uint8_t done = 0, corrupted = 1;
         ASSERT_EQ(storage::StorageCompact(store.Container(), &done), storage::kOk);
         EXPECT_EQ(done, 255);
         EXPECT_EQ(storage::StorageIsCorrupted(store.Container(), &corrupted), storage::kOk);
         EXPECT_EQ(corrupted, 0);
         EXPECT_EQ(store.ReadAll(), before);
-        const std::u16string path = u"\\after " + container::ToUnits(std::to_string(round));
-        const Bytes body = container::Pattern(form.pageSize * 100);
+        const std::u16string path = Numbered(u"\\after ", round);
+        const Bytes body = Pattern(form.pageSize * 100);
         EXPECT_EQ(store.Put(path, body), storage::kOk);
         before[path] = body;
     }
     EXPECT_EQ(store.Close(), storage::kOk);
     EXPECT_EQ(memory_.Get(path_).size(), bytes.size());
     ReadSound(memory_.Get(path_));
-    EXPECT_TRUE(container::CheckContainer(path_, container::kDeepCheck).FoundNothing());
+    EXPECT_TRUE(CheckContainer(path_, kDeepCheck).FoundNothing());
 }
 
 // Killed behind any page that it writes, it leaves all content where it is found, and lost pages at
 // most; without a repair.
 TEST_P(Compaction, ThatIsKilledLosesNothing) {
     const Bytes sparse = Sparse(2);
-    const container::Content before = container::ContentOf(ReadSound(sparse).root);
+    const Content before = ContentOf(ReadSound(sparse).root);
     std::vector<Bytes> images;
     {
         support::RecordingFile recording;
@@ -201,11 +175,10 @@ TEST_P(Compaction, ThatIsKilledLosesNothing) {
                 images.push_back(recording.Image(path, i + 1, at));
     }
     ASSERT_GT(images.size(), 20u);
-    for (size_t i = 0; i < images.size(); i += 1 + images.size() / (8 * container::Rounds(6))) {
+    for (size_t i = 0; i < images.size(); i += 1 + images.size() / (8 * Rounds(6))) {
         SCOPED_TRACE("moment " + std::to_string(i));
         memory_.Put(path_, images[i]);
-        const container::CheckOutcome check =
-            container::CheckContainer(path_, container::kDeepCheck);
+        const CheckOutcome check = CheckContainer(path_, kDeepCheck);
         EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
         EngineStore store;
         ASSERT_EQ(store.Open(path_), storage::kOk);
@@ -217,7 +190,7 @@ TEST_P(Compaction, ThatIsKilledLosesNothing) {
 // A compaction that is stopped between its steps is a sound container all the same, and the next
 // one goes on.
 TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
-    const container::Content before = container::ContentOf(ReadSound(Sparse(1)).root);
+    const Content before = ContentOf(ReadSound(Sparse(1)).root);
     uint32_t steps = 0;
     for (uint32_t allowed = 0; allowed < 50; ++allowed) {
         steps = allowed;
@@ -226,8 +199,8 @@ TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
                 uint32_t* count = static_cast<uint32_t*>(left);
                 return *count != 0 && (*count)-- != 0;
             });
-        const container::Reading after = ReadSound(memory_.Get(path_));
-        EXPECT_EQ(container::ContentOf(after.root), before);
+        const Reading after = ReadSound(memory_.Get(path_));
+        EXPECT_EQ(ContentOf(after.root), before);
         if (status == storage::kOk) return ExpectFull(after);
         ASSERT_EQ(status, storage::kCancelled);
     }
@@ -238,7 +211,7 @@ TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
 // same content, part of which has been moved. Pages given up may stay lost.
 TEST_P(Compaction, ThatFailsIsRolledBack) {
     const Bytes sparse = Sparse(1);
-    const container::Content before = container::ContentOf(ReadSound(sparse).root);
+    const Content before = ContentOf(ReadSound(sparse).root);
     for (const auto what : {support::Failing::Allocation, support::Failing::FileCall}) {
         const auto attempt = [&](support::Failure& failure) {
             memory_.Put(path_, sparse);
@@ -251,85 +224,13 @@ TEST_P(Compaction, ThatFailsIsRolledBack) {
             }
             ExpectWhole(store, before, false);
         };
-        support::WithEveryFailure(what, attempt, container::Rounds(6) < 6 ? 4 : 40);
+        support::WithEveryFailure(what, attempt, Rounds(6) < 6 ? 4 : 40);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, Compaction,
                          testing::Values(Shape{256, false}, Shape{256, true}, Shape{512, false},
                                          Shape{4096, false}));
-
-// A store in another process, which sees the compacted file when it takes the lock.
-const support::ChildRole kCompact("compact", [](const std::vector<std::string>& arguments) {
-    Store store(support::Wide(arguments[0]));
-    uint32_t done = 0;
-    const bool good = store.Lock() == FSSTATUS_SUCCESS &&
-                      FBR_Compact(store.handle, &done) == FSSTATUS_SUCCESS && done == 255 &&
-                      store.Unlock() == FSSTATUS_SUCCESS;
-    return good ? 0 : 1;
-});
-
-class CompactionOfAStore : public testing::Test {
-  protected:
-    // Random work on the store and the model; afterwards half of the root's keys are gone.
-    void Work(int steps) {
-        for (int i = 0; i < steps; ++i) {
-            const Step step = RandomStep(&random_, model_);
-            if (step.kind == Step::Kind::Compact || !Apply(step, &model_)) continue;
-            ASSERT_EQ(Apply(step, &store_), FSSTATUS_SUCCESS);
-        }
-        for (size_t left = model_.keys.size() / 2; left > 0; --left) {
-            const Step step{Step::Kind::DeleteKey, {model_.keys.begin()->first}, {}};
-            ASSERT_TRUE(Apply(step, &model_));
-            ASSERT_EQ(Apply(step, &store_), FSSTATUS_SUCCESS);
-        }
-    }
-    // Those of the file, which has grown less.
-    void ExpectCompact(size_t before) {
-        const Bytes bytes = support::ReadBytes(dir_ / "s.fbr");
-        EXPECT_LT(bytes.size(), before);
-        const container::Reading reading = ReadSound(bytes);
-        ExpectFull(reading);
-        EXPECT_EQ(ContentOf(reading), model_);
-    }
-    size_t Size() const { return std::filesystem::file_size(dir_ / "s.fbr"); }
-
-    support::TempDir dir_;
-    Store store_{dir_.File("s.fbr")};
-    std::mt19937 random_{5};
-    Key model_;
-};
-
-TEST_F(CompactionOfAStore, LeavesOpenKeysToGoOn) {
-    ASSERT_EQ(store_.Lock(), FSSTATUS_SUCCESS);
-    const FBR_KEY key = store_.Make(WTEXT("\\k9\\sub"));
-    ASSERT_EQ(store_.Set(key, WTEXT("v"), Bytes(500, 1)), FSSTATUS_SUCCESS);
-    model_.keys[u"k9"].keys[u"sub"].values[u"v"] = {keystore::kRegBinary, Bytes(500, 1)};
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_NO_FATAL_FAILURE(Work(300));
-        const size_t before = Size();
-        uint32_t done = 0;
-        ASSERT_EQ(FBR_Compact(store_.handle, &done), FSSTATUS_SUCCESS);
-        EXPECT_EQ(done, 255u);
-        ExpectCompact(before);
-        EXPECT_EQ(store_.Get(key, WTEXT("v")), Bytes(500, 1));
-        ASSERT_EQ(store_.Set(key, WTEXT("w"), Bytes(5000, 2)), FSSTATUS_SUCCESS);
-        model_.keys[u"k9"].keys[u"sub"].values[u"w"] = {keystore::kRegBinary, Bytes(5000, 2)};
-    }
-}
-
-TEST_F(CompactionOfAStore, InAnotherProcessIsSeenAtTheNextLock) {
-    ASSERT_EQ(store_.Lock(), FSSTATUS_SUCCESS);
-    ASSERT_NO_FATAL_FAILURE(Work(400));
-    ASSERT_EQ(store_.Unlock(), FSSTATUS_SUCCESS);
-    const size_t before = Size();
-    EXPECT_EQ(support::ChildProcess("compact", {(dir_ / "s.fbr").string()}).Wait(), 0);
-    ExpectCompact(before);
-    ASSERT_EQ(store_.Lock(), FSSTATUS_SUCCESS);
-    ASSERT_NO_FATAL_FAILURE(Work(200));
-    EXPECT_EQ(store_.Close(), FSSTATUS_SUCCESS);
-    EXPECT_EQ(ContentOf(ReadSound(support::ReadBytes(dir_ / "s.fbr"))), model_);
-}
 
 }  // namespace
 }  // namespace faults

@@ -1,5 +1,7 @@
 #include "tests/faults/Registry.h"
 
+#include <algorithm>
+
 namespace faults {
 
 namespace {
@@ -27,6 +29,19 @@ Bytes RandomData(std::mt19937* random) {
     return data;
 }
 
+void Flatten(const Key& key, Path* path, Values* values) {
+    path->emplace_back();
+    for (const auto& [name, value] : key.values) {
+        path->back() = name;
+        values->emplace(*path, value);
+    }
+    for (const auto& [name, child] : key.keys) {
+        path->back() = name;
+        Flatten(child, path, values);
+    }
+    path->pop_back();
+}
+
 FBR_STATUS OnKey(const Step& step, Store* store, FBR_KEY key) {
     const WString name = Wide(step.name);
     switch (step.kind) {
@@ -37,6 +52,43 @@ FBR_STATUS OnKey(const Step& step, Store* store, FBR_KEY key) {
         default:
             return FBR_RenameDirEx(key, name.c_str(), store->handle);
     }
+}
+
+// What is left of a tree whose deletion was cut off.
+bool IsPartOf(const Key& part, const Key& whole) {
+    const auto value = [&](const auto& entry) {
+        const auto found = whole.values.find(entry.first);
+        return found != whole.values.end() && found->second == entry.second;
+    };
+    const auto key = [&](const auto& entry) {
+        const auto found = whole.keys.find(entry.first);
+        return found != whole.keys.end() && IsPartOf(entry.second, found->second);
+    };
+    return std::all_of(part.values.begin(), part.values.end(), value) &&
+           std::all_of(part.keys.begin(), part.keys.end(), key);
+}
+
+bool IsDeletionOnTheWay(Key before, const Step& step, Key found) {
+    const std::vector<std::u16string> above(step.path.begin(), step.path.end() - 1);
+    Key* whole = FindKey(&before, above);
+    Key* part = FindKey(&found, above);
+    if (whole == nullptr || part == nullptr) return false;
+    const auto wholeNode = whole->keys.extract(step.path.back());
+    const auto partNode = part->keys.extract(step.path.back());
+    return before == found && (partNode.empty() || IsPartOf(partNode.mapped(), wholeNode.mapped()));
+}
+
+bool IsMakingOnTheWay(Key before, const Step& step, const Key& found) {
+    Key* key = &before;
+    for (const std::u16string& part : step.path) {
+        key = &key->keys[part];
+        if (before == found) return true;
+    }
+    return false;
+}
+
+std::string Told(const Path& path) {
+    return platform::ToUtf8(Joined(path));
 }
 
 }  // namespace
@@ -109,6 +161,31 @@ Step RandomStep(std::mt19937* random, const Key& root) {
         step.kind = Step::Kind::Compact;
     }
     return step;
+}
+
+Values Flatten(const Key& key) {
+    Values values;
+    Path path;
+    Flatten(key, &path, &values);
+    return values;
+}
+
+std::string JudgeCut(const Key& before, const Step& step, const Key& found) {
+    Key after = before;
+    Apply(step, &after);
+    if (found == before || found == after) return {};
+    if (step.kind == Step::Kind::DeleteKey && IsDeletionOnTheWay(before, step, found)) return {};
+    if (step.kind == Step::Kind::Set && IsMakingOnTheWay(before, step, found)) return {};
+    constexpr const char* kKinds[] = {"set", "delete value", "delete key", "rename", "compact"};
+    std::string text = std::string(kKinds[static_cast<int>(step.kind)]) + " at" + Told(step.path) +
+                       " " + platform::ToUtf8(Wide(step.name)) + "\n";
+    // The values that are not what they were.
+    const Values was = Flatten(before), is = Flatten(found);
+    for (const auto& [path, value] : was)
+        if (is.count(path) == 0 || !(is.at(path) == value)) text += "- " + Told(path) + "\n";
+    for (const auto& [path, value] : is)
+        if (was.count(path) == 0 || !(was.at(path) == value)) text += "+ " + Told(path) + "\n";
+    return text;
 }
 
 Key ContentOf(const support::container::Reading& reading) {

@@ -37,6 +37,16 @@ FBR_STATUS Apply(const Step& step, Store* store);
 // A step like those that a program makes, repeatable by the state of `random`.
 Step RandomStep(std::mt19937* random, const Key& root);
 
+// Every value of a key and below it, by its path, the name last.
+using Path = std::vector<std::u16string>;
+using Values = std::map<Path, Value>;
+Values Flatten(const Key& key);
+
+// Empty when `found` is what a step that was cut off may leave: the content before it or after it.
+// A step that makes several keys may have made the first of them, and one that deletes a tree may
+// have deleted some of it. Else what is the matter.
+std::string JudgeCut(const Key& before, const faults::Step& step, const Key& found);
+
 // What a store holds, read from its bytes, without the value that tells its version.
 Key ContentOf(const support::container::Reading& reading);
 

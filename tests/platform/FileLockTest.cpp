@@ -6,6 +6,7 @@
 #include <memory>
 #include <thread>
 
+#include "platform/Pipe.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/OpenFile.h"
 #include "tests/support/TempDir.h"
@@ -34,27 +35,19 @@ WString MadeFile(const support::TempDir& dir) {
     return dir.File("f");
 }
 
-// hold PATH: takes the lock, tells so by a file beside it, and never ends by itself.
+// hold PATH MILLISECONDS: takes the lock again and again for that time, and tells of the first one
+// by a file beside it.
 const support::ChildRole kHold("hold-file", [](const std::vector<std::string>& arguments) {
-    Locked locked(FromUtf8(arguments[0]));
-    if (locked.Take(5000) != Result::Granted) return 1;
-    support::WriteBytes(arguments[0] + ".held", {1});
-    std::this_thread::sleep_for(std::chrono::minutes(1));
-    return 0;
-});
-const support::ChildRole kTry("try-file", [](const std::vector<std::string>& arguments) {
-    return static_cast<int>(Locked(FromUtf8(arguments[0])).Take());
-});
-
-// grab PATH: takes the lock again and again, each time for longer than anybody looks for it.
-const support::ChildRole kGrab("grab-file", [](const std::vector<std::string>& arguments) {
     Locked locked(FromUtf8(arguments[0]));
     for (bool first = true;; first = false) {
         if (locked.Take(60000) != Result::Granted) return 1;
         if (first) support::WriteBytes(arguments[0] + ".held", {1});
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        SleepMilliseconds(static_cast<uint32_t>(std::stoul(arguments[1])));
         locked.lock->Release();
     }
+});
+const support::ChildRole kTry("try-file", [](const std::vector<std::string>& arguments) {
+    return static_cast<int>(Locked(FromUtf8(arguments[0])).Take());
 });
 
 Result TakeInThread(Locked& locked) {
@@ -109,7 +102,7 @@ TEST(FileLock, PassesOnFromAThreadThatEndsAndAnOpeningThatCloses) {
 TEST(FileLock, KeepsProcessesApartAndPassesOnFromAKilledOne) {
     const support::TempDir dir;
     const WString path = MadeFile(dir);
-    support::ChildProcess holder("hold-file", {ToUtf8(path)});
+    support::ChildProcess holder("hold-file", {ToUtf8(path), "60000"});
     ASSERT_TRUE(support::Eventually([&] { return std::filesystem::exists(dir / "f.held"); }));
     Locked one(path);
     EXPECT_EQ(one.Take(50), Result::TimedOut);
@@ -123,7 +116,7 @@ TEST(FileLock, KeepsProcessesApartAndPassesOnFromAKilledOne) {
 TEST(FileLock, ComesInTurnToThoseWhoWait) {
     const support::TempDir dir;
     const WString path = MadeFile(dir);
-    support::ChildProcess grabber("grab-file", {ToUtf8(path)});
+    support::ChildProcess grabber("hold-file", {ToUtf8(path), "20"});  // longer than anybody looks
     ASSERT_TRUE(support::Eventually([&] { return std::filesystem::exists(dir / "f.held"); }));
     Locked one(path);
     const auto start = std::chrono::steady_clock::now();

@@ -1,10 +1,17 @@
 #include "platform/PageFile.h"
 
 #include <gtest/gtest.h>
+#ifndef _WIN32
+#include <sys/resource.h>
+#include <sys/stat.h>
+#endif
 
+#include <csignal>
+#include <filesystem>
 #include <numeric>
 
 #include "platform/Resources.h"
+#include "platform/Text.h"
 #include "tests/support/FailingHeap.h"
 #include "tests/support/OpenFile.h"
 #include "tests/support/TempDir.h"
@@ -54,21 +61,11 @@ TEST_F(PageFileTest, WritesManyBuffersAsOneRun) {
     EXPECT_EQ(support::ReadBytes(dir_ / "f.tarn"), expected) << "the gap in front reads as zero";
 }
 
-#ifdef _WIN32
-TEST_F(PageFileTest, WritesManyBuffersWithoutMemoryForARun) {
-    auto file = Create();
-    const support::FailingHeap heap(1, true);
-    const void* buffers[] = {"ab", "cd"};
-    ASSERT_EQ(file->Write(0, buffers, 2, 2, &done_), 0u);
-    EXPECT_EQ(done_, 4u);
-    EXPECT_EQ(support::ReadBytes(dir_ / "f.tarn"), (support::Bytes{'a', 'b', 'c', 'd'}));
-}
-#endif
-
 TEST_F(PageFileTest, ReachesOffsetsBeyond32Bits) {
     auto file = Create();
     ASSERT_EQ(file->Cut(0x140000000), 0u);
-    // The low half of the second position is the value that a failed seek would give.
+    // The low half of the second position is the value that a failed seek would
+    // give.
     for (const uint64_t offset : {uint64_t{0x100000000}, uint64_t{0x0FFFFFFFF}}) {
         ASSERT_EQ(WriteAt(*file, offset, "there", &done_), 0u);
         ASSERT_EQ(file->Read(offset, buffer_, 5, &done_), 0u);
@@ -91,41 +88,46 @@ TEST_F(PageFileTest, CutsAndGrows) {
     EXPECT_EQ(support::ReadBytes(dir_ / "f.tarn"), (support::Bytes{'a', 'b', 0, 0}));
 }
 
-TEST_F(PageFileTest, OpensAsTheDispositionSays) {
-    EXPECT_EQ(OpenFile(path_, Disposition::OpenExisting), nullptr);
-    EXPECT_EQ(LastError(), kErrorFileNotFound);
-    ASSERT_NE(Create(), nullptr);
-    EXPECT_EQ(Create(), nullptr);
-    EXPECT_EQ(LastError(), kErrorFileExists);
-    support::WriteBytes(dir_ / "f.tarn", {1, 2, 3});
-    ASSERT_NE(OpenFile(path_, Disposition::OpenExisting), nullptr);
-    EXPECT_EQ(support::ReadBytes(dir_ / "f.tarn").size(), 3u);
-    ASSERT_NE(OpenFile(path_, Disposition::CreateAlways), nullptr);
-    EXPECT_EQ(support::ReadBytes(dir_ / "f.tarn").size(), 0u);
-}
-
-TEST_F(PageFileTest, TellsWhyItCannotBeOpened) {
-    EXPECT_EQ(OpenFile(dir_.File("none/f"), Disposition::CreateNew), nullptr);
-    EXPECT_EQ(LastError(), kErrorPathNotFound);
-    EXPECT_EQ(OpenFile(dir_.File("none/f"), Disposition::OpenExisting), nullptr);
-    EXPECT_EQ(LastError(), kErrorPathNotFound);
-    EXPECT_EQ(OpenFile({}, Disposition::OpenExisting), nullptr);
-    EXPECT_EQ(LastError(), kErrorPathNotFound);
-    for (const bool readOnly : {false, true}) {
-        EXPECT_EQ(OpenFile(dir_.File("."), Disposition::OpenExisting, readOnly), nullptr);
-        EXPECT_EQ(LastError(), kErrorAccessDenied) << "a folder is no file";
+TEST_F(PageFileTest, IsOpenedProbedAndDeletedOrTheReasonTold) {
+    support::WriteBytes(dir_ / "there", {1, 2, 3});
+    const WString script = dir_.File("") + WTEXT("gr\u00FC\u00DF \u6F22 \U0001F600.tarn");
+    using D = Disposition;
+    const struct {
+        WString path;
+        D how;
+        Error opened, probed, deleted;
+    } cases[] = {
+        {path_, D::OpenExisting, kErrorFileNotFound, kErrorFileNotFound, kErrorFileNotFound},
+        {path_, D::CreateNew, 0, 0, 0},
+        {script, D::CreateNew, 0, 0, 0},
+        {dir_.File("there"), D::CreateNew, kErrorFileExists, 0, 0},
+        {dir_.File("none/f"), D::CreateNew, kErrorPathNotFound, kErrorPathNotFound,
+         kErrorPathNotFound},
+        {dir_.File("none/f"), D::OpenExisting, kErrorPathNotFound, kErrorPathNotFound,
+         kErrorPathNotFound},
+        {{}, D::OpenExisting, kErrorPathNotFound, kErrorPathNotFound, kErrorPathNotFound},
+        // A folder is something, and no file.
+        {dir_.File("."), D::OpenExisting, kErrorAccessDenied, 0, kErrorAccessDenied},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(ToUtf8(c.path));
+        for (const bool readOnly : {false, true}) {
+            if (readOnly && c.how != D::OpenExisting) continue;
+            EXPECT_EQ(OpenFile(c.path, c.how, readOnly) != nullptr, c.opened == 0);
+            if (c.opened != 0) {
+                EXPECT_EQ(LastError(), c.opened);
+            }
+        }
+        EXPECT_EQ(ProbePath(c.path.c_str()), c.probed);
+        EXPECT_EQ(DeleteFileByPath(c.path.c_str()), c.deleted);
+        EXPECT_EQ(ProbePath(c.path.c_str()), c.deleted == 0 ? kErrorFileNotFound : c.probed);
     }
     EXPECT_EQ(AdoptFileHandle(nullptr, path_.c_str()), nullptr);
-}
-
-TEST_F(PageFileTest, IsSharedByReadersAndWriters) {
-    auto first = Create();
-    auto second = OpenFile(path_, Disposition::OpenExisting);
-    auto reader = OpenFile(path_, Disposition::OpenExisting, true);
-    ASSERT_TRUE(first && second && reader);
-    ASSERT_EQ(WriteAt(*second, 0, "ab", &done_), 0u);
-    ASSERT_EQ(reader->Read(0, buffer_, 2, &done_), 0u);
-    EXPECT_EQ(std::string(buffer_, 2), "ab");
+    for (const auto& [how, size] : {std::pair(D::OpenExisting, 3u), {D::CreateAlways, 0u}}) {
+        support::WriteBytes(dir_ / "there", {1, 2, 3});
+        ASSERT_NE(OpenFile(dir_.File("there"), how), nullptr);
+        EXPECT_EQ(support::ReadBytes(dir_ / "there").size(), size);
+    }
 }
 
 TEST_F(PageFileTest, ChangesNothingWhenReadOnly) {
@@ -139,22 +141,6 @@ TEST_F(PageFileTest, ChangesNothingWhenReadOnly) {
     EXPECT_EQ(support::ReadBytes(dir_ / "f.tarn"), (support::Bytes{'a', 'b'}));
 }
 
-TEST_F(PageFileTest, TakesNamesOfEveryScript) {
-    const WString path = dir_.File("") + WTEXT("gr\u00FC\u00DF \u6F22 \U0001F600.tarn");
-    ASSERT_NE(OpenFile(path, Disposition::CreateNew), nullptr) << LastError();
-    EXPECT_EQ(ProbePath(path.c_str()), 0u);
-    EXPECT_EQ(DeleteFileByPath(path.c_str()), 0u);
-    EXPECT_EQ(ProbePath(path.c_str()), kErrorFileNotFound);
-}
-
-TEST_F(PageFileTest, ProbesAndDeletesByPath) {
-    EXPECT_EQ(ProbePath(dir_.File("none/f").c_str()), kErrorPathNotFound);
-    EXPECT_EQ(ProbePath(dir_.File("").c_str()), 0u) << "a folder is something";
-    EXPECT_EQ(DeleteFileByPath(path_.c_str()), kErrorFileNotFound);
-    EXPECT_EQ(DeleteFileByPath(dir_.File("none/f").c_str()), kErrorPathNotFound);
-    EXPECT_EQ(DeleteFileByPath(dir_.File("").c_str()), kErrorAccessDenied);
-}
-
 TEST_F(PageFileTest, ClosesTheFileThatThereIsNoMemoryFor) {
     const Handle handle = OpenFileHandle(path_.c_str(), false,
                                          static_cast<uint32_t>(Disposition::CreateNew), nullptr);
@@ -164,8 +150,56 @@ TEST_F(PageFileTest, ClosesTheFileThatThereIsNoMemoryFor) {
         EXPECT_EQ(AdoptFileHandle(handle, path_.c_str()), nullptr);
         EXPECT_EQ(LastError(), kErrorOutOfMemory);
     }
-    // On Windows the open file could not be deleted; elsewhere the sanitizer would see the leak.
+    // On Windows the open file could not be deleted; elsewhere the sanitizer
+    // would see the leak.
     EXPECT_EQ(DeleteFileByPath(path_.c_str()), 0u);
 }
+
+#ifndef _WIN32
+TEST_F(PageFileTest, WritesUpToTheLimitAndTellsThatTheDiskIsFull) {
+    auto file = Create();
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit tight = {700, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &tight);
+    const std::string page(512, 'x');
+    const void* buffers[] = {page.data(), page.data()};
+    const Error error = file->Write(0, buffers, 2, 512, &done_);
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(error, kErrorDiskFull);
+    EXPECT_EQ(done_, 700u);
+    EXPECT_EQ(std::filesystem::file_size(dir_ / "f.tarn"), 700u);
+}
+
+TEST_F(PageFileTest, KnowsTheNamesOfTheSystem) {
+    ASSERT_EQ(mkfifo((dir_ / "pipe").c_str(), 0600), 0);
+    support::WriteBytes(dir_ / "f", {1});
+    const struct {
+        WString name;
+        Error error;
+    } cases[] = {
+        {WTEXT("a\\b"), kErrorFileNotFound},  // a backslash is a letter
+        {WString{0xD800}, kErrorInvalidName}, {WString(300, 'n'), kErrorFilenameTooLong},
+        {WTEXT("pipe"), kErrorAccessDenied},  // which nobody writes to
+        {WTEXT("f/g"), kErrorPathNotFound},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(OpenFile(dir_.File("") + c.name, Disposition::OpenExisting, true), nullptr);
+        EXPECT_EQ(LastError(), c.error) << ToUtf8(c.name);
+    }
+    EXPECT_EQ(ProbePath(WString(70000, 'n').c_str()), kErrorFilenameTooLong);
+}
+#else
+TEST_F(PageFileTest, WritesManyBuffersWithoutMemoryForARun) {
+    auto file = Create();
+    const support::FailingHeap heap(1, true);
+    const void* buffers[] = {"ab", "cd"};
+    ASSERT_EQ(file->Write(0, buffers, 2, 2, &done_), 0u);
+    EXPECT_EQ(done_, 4u);
+    EXPECT_EQ(support::ReadBytes(dir_ / "f.tarn"), (support::Bytes{'a', 'b', 'c', 'd'}));
+}
+#endif
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "platform/Clock.h"
+#include "platform/Resources.h"
 #include "tests/shared/LogCapture.h"
 #include "tests/support/TempDir.h"
 
@@ -20,17 +20,11 @@ Handle Make(ResourceType type, const WString& name, uint32_t disposition = 0) {
     return CreateLowIntegrityResource(static_cast<uint32_t>(type), name.c_str(), disposition);
 }
 
-std::string UniqueName() {
-    return "zrfs-test-resource-" + std::to_string(ProcessId()) + "-" +
-           std::to_string(PerformanceCounter());
-}
-
 // The number behind the last error and the handle are different in every run.
 bool HasLike(const LogCapture& log, const std::string& start, const std::string& end) {
-    for (const auto& line : log.lines) {
-        if (line.message.starts_with(start) && line.message.ends_with(end)) return true;
-    }
-    return false;
+    return std::any_of(log.lines.begin(), log.lines.end(), [&](const auto& line) {
+        return line.message.starts_with(start) && line.message.ends_with(end);
+    });
 }
 
 TEST(LowIntegrityResource, MakesNothingOfAnUnknownType) {
@@ -40,43 +34,6 @@ TEST(LowIntegrityResource, MakesNothingOfAnUnknownType) {
     EXPECT_FALSE(std::filesystem::exists(dir / "f"));
     EXPECT_EQ(log.Messages(),
               std::vector<std::string>{"Resource type not found, setting to : default"});
-}
-
-TEST(LowIntegrityResource, MakesAMutex) {
-    if (!HasNamedObjects()) GTEST_SKIP() << "no names for objects in memory here";
-    const LogCapture log;
-    const std::string name = UniqueName();
-    const Handle mutex = Make(ResourceType::Mutex, FromUtf8(name));
-    ASSERT_TRUE(IsValid(mutex));
-    EXPECT_EQ(WaitForMutex(mutex, 0), WaitResult::Granted);
-    EXPECT_TRUE(ReleaseNamedMutex(mutex));
-    CloseNamedMutex(mutex);
-    EXPECT_TRUE(log.Has("Found Resource type: Mutex"));
-    EXPECT_TRUE(HasLike(log, "[EXIT] CreateResourceMutex H[", "] S[0]"));
-    EXPECT_TRUE(HasLike(log, "[ENTER] CreateResource- Name: [" + name + "], Handle: [", "]"));
-    EXPECT_EQ(log.lines.back().message, "[EXIT] CreateLowIntegrityResource");
-    EXPECT_EQ(log.lines.back().file, "Security");
-}
-
-TEST(LowIntegrityResource, MakesAWordThatIsSharedByName) {
-    if (!HasNamedObjects()) GTEST_SKIP() << "no names for objects in memory here";
-    const LogCapture log;
-    const WString name = FromUtf8(UniqueName());
-    const Handle word = Make(ResourceType::FileMapping, name);
-    uint32_t* view = MapSharedWord(word);
-    ASSERT_NE(view, nullptr);
-    EXPECT_EQ(*view, 0u);
-    *view = 5;
-    const Handle opened = OpenSharedWord(name.c_str());
-    uint32_t* other = MapSharedWord(opened);
-    ASSERT_NE(other, nullptr);
-    EXPECT_EQ(*other, 5u);
-    UnmapSharedWord(other);
-    UnmapSharedWord(view);
-    CloseSharedWord(opened);
-    CloseSharedWord(word);
-    EXPECT_TRUE(log.Has("Found Resource type: FileMapping"));
-    EXPECT_TRUE(HasLike(log, "[EXIT] CreateResourceFileMapping H[", "] S[0]"));
 }
 
 TEST(LowIntegrityResource, OpensFilesAsTheTypeSays) {
@@ -98,8 +55,12 @@ TEST(LowIntegrityResource, OpensFilesAsTheTypeSays) {
     EXPECT_EQ(reader->Write(0, &text, 1, 3, &done), kErrorAccessDenied);
     EXPECT_TRUE(log.Has("Found Resource type: FileCreate"));
     EXPECT_TRUE(log.Has("Found Resource type: FileReadOnly"));
+    EXPECT_TRUE(
+        HasLike(log, "[ENTER] CreateResource- Name: [" + ToUtf8(path) + "], Handle: [", "]"));
     EXPECT_TRUE(HasLike(log, "[EXIT] CreateResourceFileRW H[", "] S[0]"));
     EXPECT_TRUE(HasLike(log, "[EXIT] CreateResourceFileReadOnly H[", "] S[0]"));
+    EXPECT_EQ(log.lines.back().message, "[EXIT] CreateLowIntegrityResource");
+    EXPECT_EQ(log.lines.back().file, "Security");
 }
 
 TEST(LowIntegrityResource, LeavesTheLastErrorOfItsCreator) {

@@ -1,7 +1,6 @@
 // The mandatory label: its bytes, and what happens when it cannot be built.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 
 #include "Shared/security/LowIntegrityLabel.h"
@@ -62,40 +61,35 @@ TEST_F(LabelTest, IsOneLowMandatoryAceInASacl) {
 }
 
 TEST_F(LabelTest, IsMissingWhenAFunctionIs) {
-    const std::function<void()> removals[] = {
-        [this] { functions_.initializeSid = nullptr; },
-        [this] { functions_.subAuthoritySid = nullptr; },
-        [this] { functions_.validSid = nullptr; },
-        [this] { functions_.lengthSid = nullptr; },
-        [this] { functions_.createAcl = nullptr; },
-        [this] { functions_.addAce = nullptr; },
-        [this] { functions_.createSecurityDescriptor = nullptr; },
-        [this] { functions_.setSaclSecurityDescriptor = nullptr; },
-        [this] { functions_.validSecurityDescriptor = nullptr; },
-    };
     const LabelFunctions whole = functions_;
-    for (const auto& remove : removals) {
+    const auto without = [&](auto LabelFunctions::*function) {
         functions_ = whole;
-        remove();
-        EXPECT_EQ(LowIntegrityLabel().Attributes(), nullptr) << (&remove - removals);
-    }
+        functions_.*function = nullptr;
+        EXPECT_EQ(LowIntegrityLabel().Attributes(), nullptr);
+    };
+    without(&LabelFunctions::initializeSid);
+    without(&LabelFunctions::subAuthoritySid);
+    without(&LabelFunctions::validSid);
+    without(&LabelFunctions::lengthSid);
+    without(&LabelFunctions::createAcl);
+    without(&LabelFunctions::addAce);
+    without(&LabelFunctions::createSecurityDescriptor);
+    without(&LabelFunctions::setSaclSecurityDescriptor);
+    without(&LabelFunctions::validSecurityDescriptor);
     EXPECT_TRUE(log_.Has("[EXIT] InitialiseSID.  Return: [FALSE]"));
     EXPECT_TRUE(log_.Has("RtlInitializeSid failed. Status: [C0000139]"));
 }
 
-TEST_F(LabelTest, IsMissingWhenTheDescriptorIsInvalid) {
-    functions_.validSecurityDescriptor = [](PSECURITY_DESCRIPTOR) -> BOOLEAN { return FALSE; };
-    EXPECT_EQ(LowIntegrityLabel().Attributes(), nullptr);
-    EXPECT_TRUE(log_.Has("Security Descriptor is: [Invalid]"));
-    EXPECT_TRUE(log_.Has("[EXIT] SetSaclSecurityDescriptor.  Return: [FALSE]"));
-}
-
-TEST_F(LabelTest, IsMissingWhenMemoryIs) {
+TEST_F(LabelTest, IsMissingWhenMemoryIsOrTheDescriptorIsInvalid) {
     for (const uint64_t failing : {1, 2}) {
         const support::FailingHeap heap(failing);
         EXPECT_EQ(LowIntegrityLabel().Attributes(), nullptr);
         EXPECT_EQ(heap.Hits(), 1u);
     }
+    functions_.validSecurityDescriptor = [](PSECURITY_DESCRIPTOR) -> BOOLEAN { return FALSE; };
+    EXPECT_EQ(LowIntegrityLabel().Attributes(), nullptr);
+    EXPECT_TRUE(log_.Has("Security Descriptor is: [Invalid]"));
+    EXPECT_TRUE(log_.Has("[EXIT] SetSaclSecurityDescriptor.  Return: [FALSE]"));
 }
 
 TEST_F(LabelTest, IsNotNeededForTheObject) {
@@ -112,16 +106,15 @@ TEST_F(LabelTest, IsNotNeededForTheObject) {
 
 TEST_F(LabelTest, IsTakenByEveryKindOfObject) {
     const support::TempDir dir;
-    const auto path = dir.File("f");
-    const platform::Handle file = CreateLowIntegrityResource(2, path.c_str(), CREATE_ALWAYS);
-    ASSERT_TRUE(platform::IsValid(file)) << platform::LastError();
-    delete platform::AdoptFileHandle(file, path.c_str());
-    for (const uint32_t type : {0u, 1u}) {
-        const std::wstring name = L"zrfs-test-label-" + std::to_wstring(type);
-        const platform::Handle object = CreateLowIntegrityResource(type, name.c_str(), 0);
+    for (const uint32_t type : {0u, 1u, 2u}) {
+        const std::wstring name =
+            type == 2 ? dir.File("f") : L"zrfs-test-label-" + std::to_wstring(type);
+        const platform::Handle object = CreateLowIntegrityResource(type, name.c_str(), CREATE_NEW);
         EXPECT_TRUE(platform::IsValid(object)) << platform::LastError();
         CloseHandle(object);
     }
+    for (const char* what : {"Mutex", "FileMapping", "FileCreate"})
+        EXPECT_TRUE(log_.Has(std::string("Found Resource type: ") + what)) << what;
     EXPECT_FALSE(log_.Has("Security Descriptor is: [Invalid]"));
 }
 

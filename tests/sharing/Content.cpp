@@ -1,27 +1,97 @@
 #include "tests/sharing/Content.h"
 
 #include <algorithm>
-#include <thread>
+
+#include "tests/container/Promise.h"
 
 namespace sharing {
 namespace {
 
-std::string Ascii(const std::u16string& text) {
-    return std::string(text.begin(), text.end());
+using support::container::Get32;
+using support::container::Narrow;
+using support::container::Put32;
+
+constexpr uint32_t kMagic = 0x5EA1DA7A, kSealBytes = 32;
+constexpr const char* kGuest = "guest";
+
+uint32_t Hash(const uint8_t* bytes, size_t size, uint32_t hash = 0x811C9DC5) {
+    for (size_t i = 0; i < size; ++i) hash = (hash ^ bytes[i]) * 0x01000193;
+    return hash;
+}
+uint32_t Hash(const std::string& text) {
+    return Hash(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+}
+
+// Fields: mark, key, name, writer, number, size, check sum over the rest, and over these six.
+uint32_t SumOf(const Bytes& data) {
+    return Hash(data.data(), 24, Hash(data.data() + 28, data.size() - 28));
+}
+
+std::string PairKey(uint32_t pair) {
+    return "\\pair" + std::to_string(pair % kPairs);
+}
+std::string NumberedKey(int number) {
+    return "\\from" + std::to_string(number / 50);
 }
 
 }  // namespace
 
+Bytes Sealed(const std::string& key, const std::string& name, Seal seal, uint32_t size) {
+    Bytes data(std::max(size, kSealBytes));
+    uint32_t state = Hash(key) ^ Hash(name) ^ seal.writer * 0x9E3779B9u ^ seal.sequence;
+    for (size_t i = 28; i < data.size(); ++i) {
+        state = state * 1664525 + 1013904223;
+        data[i] = static_cast<uint8_t>(state >> 24);
+    }
+    const uint32_t fields[] = {kMagic,      Hash(key),     Hash(name),
+                               seal.writer, seal.sequence, static_cast<uint32_t>(data.size())};
+    for (size_t i = 0; i < std::size(fields); ++i) Put32(data.data(), 4 * i, fields[i]);
+    Put32(data.data(), 24, SumOf(data));
+    return data;
+}
+
+std::optional<Seal> ReadSeal(const Bytes& data, const std::string& key, const std::string& name,
+                             std::string* wrong) {
+    const char* what = data.size() < kSealBytes || Get32(data.data(), 0) != kMagic ? "no seal"
+                       : Get32(data.data(), 4) != Hash(key)    ? "of another key"
+                       : Get32(data.data(), 8) != Hash(name)   ? "of another name"
+                       : Get32(data.data(), 20) != data.size() ? "of another size"
+                       : Get32(data.data(), 24) != SumOf(data) ? "mixed"
+                                                               : nullptr;
+    if (what == nullptr) return Seal{Get32(data.data(), 12), Get32(data.data(), 16)};
+    *wrong = key + " " + name + ": " + what;
+    return std::nullopt;
+}
+
+FBR_STATUS Store::Set(const std::string& path, const std::string& name, const Bytes& data) {
+    FBR_STATUS told = FSSTATUS_SUCCESS;
+    const support::OpenKey key(handle, Make(path, 0, FSCREATEOPTIONS_NONE, &told));
+    if (told != FSSTATUS_SUCCESS && told != FSSTATUS_ALREADY_EXISTS) return told;
+    return support::Store::Set(key, name, data);
+}
+
+FBR_STATUS Store::SetSealed(const std::string& key, const std::string& name, Seal seal,
+                            uint32_t size) {
+    return Set(key, name, Sealed(key, name, seal, size));
+}
+
+FBR_STATUS Store::Get(const std::string& path, const std::string& name, Bytes* data) {
+    FBR_KEY opened = 0;
+    const FBR_STATUS told = FBR_OpenDirEx(0, support::Text(path).c_str(), &opened, handle);
+    const support::OpenKey key(handle, opened);
+    return told == FSSTATUS_SUCCESS ? Get(opened, name, data) : told;
+}
+
+FBR_STATUS Store::Get(FBR_KEY key, const std::string& name, Bytes* data) {
+    uint64_t size = 0;
+    data->resize(1 << 16);
+    const FBR_STATUS told = Query(key, name, data->data(), data->size(), &size);
+    data->resize(told == FSSTATUS_SUCCESS ? size : 0);
+    return told;
+}
+
 std::string OwnKey(uint32_t writer) {
     return "\\writer" + std::to_string(writer);
-}
-
-std::string PairKey(uint32_t pair) {
-    return "\\pair" + std::to_string(pair);
-}
-
-std::string FromKey(uint32_t number) {
-    return "\\from" + std::to_string(number / 50);
 }
 
 std::string OwnName(uint32_t sequence) {
@@ -35,18 +105,31 @@ uint32_t SizeOf(uint32_t sequence) {
 
 FBR_STATUS ChangeShared(Store* store, uint32_t writer, uint32_t sequence) {
     const Seal seal{writer, sequence};
-    const std::string own = OwnKey(writer), name = OwnName(sequence);
-    FBR_STATUS status = store->Set(own, name, Sealed(own, name, seal, SizeOf(sequence)));
-    const std::string pair = PairKey(sequence % kPairs);
+    const std::string own = OwnKey(writer), pair = PairKey(sequence);
+    FBR_STATUS status = store->SetSealed(own, OwnName(sequence), seal, SizeOf(sequence));
     for (const char* half : {"a", "b"})
         if (status == FSSTATUS_SUCCESS)
-            status = store->Set(pair, half, Sealed(pair, half, seal, SizeOf(sequence + 3)));
-    // Something that comes and goes, so that names and pages move.
-    const std::string guest = own + "\\guest" + std::to_string(sequence / 2 % 5);
-    if (status == FSSTATUS_SUCCESS)
-        status = sequence % 2 == 0 ? store->Set(guest, "v", Sealed(guest, "v", seal, 100))
-                                   : FBR_DeleteDirNamedEx(Wide(guest).c_str(), store->handle);
-    return status;
+            status = store->SetSealed(pair, half, seal, SizeOf(sequence + 3));
+    if (status != FSSTATUS_SUCCESS) return status;
+    // Something that comes and goes, so that names and pages move: a key, or a value.
+    const std::string guest = own + "\\guest" + std::to_string(sequence / 4 % 5);
+    switch (sequence % 4) {
+        case 0:
+            return store->SetSealed(guest, "v", seal, 100);
+        case 1:
+            return store->DeleteTree(guest);
+        case 2:
+            return store->SetSealed(own, kGuest, seal, SizeOf(sequence));
+        default:
+            return store->DeleteValue(support::OpenKey(store->handle, store->Open(own)), kGuest);
+    }
+}
+
+bool ChangeUnderLock(Store* store, uint32_t writer, Tally* tally) {
+    if (!tally->Went(store->Lock(), "lock")) return true;
+    const uint32_t sequence = kOwnValues + static_cast<uint32_t>(tally->done);
+    return tally->Did(ChangeShared(store, writer, sequence), "change") &&
+           tally->Went(store->Unlock(), "release");
 }
 
 void MakeShared(const std::string& path, uint32_t writers) {
@@ -56,7 +139,6 @@ void MakeShared(const std::string& path, uint32_t writers) {
     for (uint32_t writer = 0; writer < writers; ++writer)
         for (uint32_t sequence = 0; sequence < kOwnValues; ++sequence)
             ASSERT_EQ(ChangeShared(&store, writer, sequence), FSSTATUS_SUCCESS);
-    ASSERT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
     ASSERT_EQ(store.Close(), FSSTATUS_SUCCESS);
 }
 
@@ -64,20 +146,21 @@ void JudgeShared(const Key& root, Tally* tally) {
     std::string wrong;
     uint32_t keys = 0;
     for (const auto& [name, key] : root.keys) {
-        const std::string path = "\\" + Ascii(name);
+        const std::string path = "\\" + Narrow(name);
         const bool pair = path.starts_with("\\pair");
         ++keys;
-        if (key.values.size() != (pair ? 2 : kOwnValues))
+        if (key.values.size() - key.values.count(u"guest") != (pair ? 2 : kOwnValues))
             tally->Wrong(path + " has " + std::to_string(key.values.size()) + " values");
         std::vector<std::optional<Seal>> seals;
         for (const auto& [valueName, value] : key.values) {
-            seals.push_back(ReadSeal(value.data, path, Ascii(valueName), &wrong));
+            seals.push_back(ReadSeal(value.data, path, Narrow(valueName), &wrong));
             if (!seals.back()) tally->Wrong(wrong);
         }
         if (pair && seals.size() == 2 && seals[0] != seals[1]) tally->Wrong(path + " is torn");
         for (const auto& [guestName, guest] : key.keys)
             for (const auto& [valueName, value] : guest.values)
-                if (!ReadSeal(value.data, path + "\\" + Ascii(guestName), Ascii(valueName), &wrong))
+                if (!ReadSeal(value.data, path + "\\" + Narrow(guestName), Narrow(valueName),
+                              &wrong))
                     tally->Wrong(wrong);
     }
     if (keys <= kPairs) tally->Wrong("keys are missing");
@@ -86,33 +169,92 @@ void JudgeShared(const Key& root, Tally* tally) {
 void ExpectChanges(const std::string& path, uint32_t writer, uint64_t done) {
     Store store(path);
     const uint32_t next = kOwnValues + static_cast<uint32_t>(done);
-    uint32_t lost = 0;
-    std::string first;
     for (uint32_t sequence = next - kOwnValues; sequence < next; ++sequence) {
         Bytes data;
-        std::string wrong = "cannot be read";
-        std::optional<Seal> seal;
-        if (store.Get(OwnKey(writer), OwnName(sequence), &data) == FSSTATUS_SUCCESS)
-            seal = ReadSeal(data, OwnKey(writer), OwnName(sequence), &wrong);
-        if (seal == Seal{writer, sequence}) continue;
-        if (seal) wrong = "number " + std::to_string(seal->sequence);
-        if (lost++ == 0) first = OwnName(sequence) + ": " + wrong;
+        std::string wrong;
+        EXPECT_EQ(store.Get(OwnKey(writer), OwnName(sequence), &data), FSSTATUS_SUCCESS);
+        EXPECT_EQ(ReadSeal(data, OwnKey(writer), OwnName(sequence), &wrong),
+                  (Seal{writer, sequence}))
+            << "of writer " << writer << ", " << OwnName(sequence) << ": " << wrong;
     }
-    EXPECT_EQ(lost, 0u) << "of writer " << writer << ", first " << first;
 }
 
-void ExpectValuesFrom(const std::string& path, const std::string& number, int count) {
+bool SetNumbered(const std::string& path, const std::string& user, int number, Tally* tally) {
+    Store store(path);
+    return tally->Went(store.status, "open") && tally->Went(store.Lock(), "lock") &&
+           tally->Did(
+               store.SetSealed(NumberedKey(number), user + "-" + std::to_string(number), {}, 300),
+               "set") &&
+           tally->Went(store.Unlock(), "release") && tally->Went(store.Close(), "close");
+}
+
+void ExpectNumbered(const std::string& path, const std::string& user, int count) {
     Store store(path);
     int lost = 0;
     for (int i = 0; i < count; ++i) {
-        const std::string name = number + "-" + std::to_string(i);
-        const std::string key = FromKey(static_cast<uint32_t>(i));
+        const std::string key = NumberedKey(i), name = user + "-" + std::to_string(i);
         Bytes data;
-        const bool good =
-            store.Get(key, name, &data) == FSSTATUS_SUCCESS && data == Sealed(key, name, {}, 300);
-        if (!good) ++lost;
+        store.Get(key, name, &data);
+        lost += data != Sealed(key, name, {}, 300);
     }
-    EXPECT_EQ(lost, 0) << "of " << count << " from number " << number;
+    EXPECT_EQ(lost, 0) << "of " << count << " from user " << user;
+}
+
+OpenKeys OpenShared(Store* store, uint32_t writers) {
+    OpenKeys keys;
+    for (uint32_t i = 0; i < writers; ++i) keys[OwnKey(i)] = store->Open(OwnKey(i));
+    for (uint32_t i = 0; i < kPairs; ++i) keys[PairKey(i)] = store->Open(PairKey(i));
+    return keys;
+}
+
+void Reader::Step(Store* store, const OpenKeys& keys) {
+    const uint32_t roll = static_cast<uint32_t>(random_());
+    const uint32_t pick = random_() % (writers_ + 1);
+    if (pick == writers_)
+        GetOne(store, keys, PairKey(roll), roll % 8 < 4 ? "a" : "b");
+    else if (roll % 16 == 0)
+        List(store, keys, OwnKey(pick));
+    else
+        GetOne(store, keys, OwnKey(pick), roll % 16 < 5 ? kGuest : OwnName(roll / 16));
+}
+
+void Reader::GetOne(Store* store, const OpenKeys& keys, const std::string& key,
+                    const std::string& name) {
+    Bytes data;
+    const FBR_STATUS status =
+        random_() % 2 == 0 ? store->Get(key, name, &data) : store->Get(keys.at(key), name, &data);
+    if (name == kGuest && status == FSSTATUS_NOT_FOUND) return;
+    if (!tally_->Did(status, "get " + key + " " + name)) return;
+    std::string wrong;
+    const std::optional<Seal> seal = ReadSeal(data, key, name, &wrong);
+    if (!seal) return tally_->Wrong(wrong);
+    uint32_t& seen = seen_[key + " " + name];
+    if (key.starts_with("\\writer") && seal->sequence < seen)
+        tally_->Wrong(key + " " + name + " is older than it was");
+    seen = seal->sequence;
+}
+
+void Reader::List(Store* store, const OpenKeys& keys, const std::string& key) {
+    support::Names names;
+    const FBR_STATUS status = FBR_EnumerateAllValues(keys.at(key), names, store->handle);
+    if (!tally_->Did(status == FSSTATUS_NO_MORE_ENTRIES ? FSSTATUS_SUCCESS : status, "list"))
+        return;
+    std::erase(names, support::Text(kGuest));
+    std::sort(names.begin(), names.end());
+    const bool once = std::unique(names.begin(), names.end()) == names.end();
+    if (names.size() != kOwnValues || !once)
+        tally_->Wrong(key + " lists " + std::to_string(names.size()) + " values");
+}
+
+void ExpectSound(const std::string& path, bool orLostPages) {
+    const auto reading = support::container::ReadContainer(support::ReadBytes(path));
+    for (const std::string& problem : reading.problems)
+        EXPECT_TRUE(orLostPages && problem.ends_with("in use, and nothing refers to it"))
+            << problem;
+    const auto check = support::container::CheckContainer(path, support::container::kDeepCheck);
+    EXPECT_EQ(check.status, storage::kOk);
+    EXPECT_TRUE(orLostPages ? check.FoundOnlyLostPages() : check.FoundNothing())
+        << check.Findings();
 }
 
 void ExpectOneLock(Troupe* troupe, const std::string& path, const std::string& folder,
@@ -120,15 +262,13 @@ void ExpectOneLock(Troupe* troupe, const std::string& path, const std::string& f
     SCOPED_TRACE(name);
     const std::string ready = troupe->File("ready");
     std::filesystem::remove(ready);
-    Player* holder = troupe->Start("sharing-hold", {path, "1", ready});
+    Player* holder = troupe->Start("hold", {path, "1", ready});
     ASSERT_TRUE(WaitForFile(ready));
-    Player* user = troupe->Start("sharing-set-from", {folder, name, "x", "3", "0"});
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    Player* user = troupe->Start("set-from", {folder, name, "x", "3", "0"});
+    Pause(250);
     EXPECT_FALSE(user->HasReported()) << "it has a lock of its own";
     holder->Kill();
-    const std::optional<Tally> tally = user->FinishSoon();
-    ASSERT_TRUE(tally.has_value()) << "it waits for nobody";
-    EXPECT_TRUE(tally->Good() && tally->done == 3) << tally->Line();
+    EXPECT_EQ(user->FinishWell(true).done, 3u);
 }
 
 }  // namespace sharing

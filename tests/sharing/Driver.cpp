@@ -1,17 +1,23 @@
 #include "tests/sharing/Driver.h"
 
 #include <cstdlib>
+#include <map>
 #include <sstream>
 
 namespace sharing {
 namespace {
 
-Words WithUser(const std::string& user, const std::string& role, const std::string& report,
-               const Words& words) {
-    Words all = user.empty() ? Words() : Words{user, role};
-    all.push_back(report);
-    all.insert(all.end(), words.begin(), words.end());
-    return all;
+std::map<std::string, Role::Body>& Roles() {
+    static std::map<std::string, Role::Body> roles;
+    return roles;
+}
+
+const support::ChildRole kRole("sharing", PlayRole);
+
+Words With(Words first, const Words& rest) {
+    if (first[0].empty()) first.erase(first.begin());
+    first.insert(first.end(), rest.begin(), rest.end());
+    return first;
 }
 
 }  // namespace
@@ -27,6 +33,10 @@ int MixTime(int shortForm) {
 int64_t NowMs() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+void Pause(int milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
 void Tally::Wrong(const std::string& what) {
@@ -53,8 +63,8 @@ bool Tally::Did(FBR_STATUS status, const std::string& what) {
 
 std::string Tally::Line() const {
     std::ostringstream out;
-    out << done << " done, " << busy << " busy, " << failed << " failed, " << wrong << " wrong";
-    if (!first.empty()) out << "; " << first;
+    out << done << " done, " << busy << " busy, " << failed << " failed, " << wrong << " wrong; "
+        << first;
     return out.str();
 }
 
@@ -66,32 +76,37 @@ void Tally::Add(const Tally& other) {
     wrong += other.wrong;
 }
 
-int PlayRole(RoleBody body, const std::vector<std::string>& arguments) {
+Role::Role(const char* name, Body body) {
+    Roles().emplace(name, body);
+}
+
+int PlayRole(const Words& arguments) {
     Tally tally;
     try {
-        body(Words(arguments.begin() + 1, arguments.end()), &tally);
+        Roles().at(arguments[1])(Words(arguments.begin() + 2, arguments.end()), &tally);
     } catch (const std::exception& error) {
         tally.Wrong(std::string("exception: ") + error.what());
     }
-    std::ofstream out(arguments[0]);
-    out << tally.done << ' ' << tally.busy << ' ' << tally.failed << ' ' << tally.wrong << ' '
-        << tally.first << '\n';
+    std::ofstream(arguments[0]) << tally.Line() << '\n';
     return tally.Good() ? 0 : 1;
 }
 
 Player::Player(const std::string& role, const Words& words, const std::filesystem::path& report,
                const std::string& user)
-    : name(role),
+    : name_(role),
       report_(report),
-      process_(user.empty() ? role : "sharing-as", WithUser(user, role, report.string(), words)) {}
+      process_(user.empty() ? "sharing" : "sharing-as",
+               With({user, report.string(), role}, words)) {}
 
 std::optional<Tally> Player::Finish() {
     if (!ended_) process_.Wait();
     ended_ = true;
     std::ifstream in(report_);
     Tally tally;
-    if (!(in >> tally.done >> tally.busy >> tally.failed >> tally.wrong)) return std::nullopt;
-    std::getline(in >> std::ws, tally.first);
+    std::string word;
+    if (!(in >> tally.done >> word >> tally.busy >> word >> tally.failed >> word >> tally.wrong))
+        return std::nullopt;
+    std::getline(in >> word >> std::ws, tally.first);
     return tally;
 }
 
@@ -99,6 +114,17 @@ std::optional<Tally> Player::FinishSoon() {
     if (WaitForFile(report_.string())) return Finish();
     Kill();
     return std::nullopt;
+}
+
+Tally Player::FinishWell(bool soon) {
+    const std::optional<Tally> tally = soon ? FinishSoon() : Finish();
+    EXPECT_TRUE(tally.has_value()) << name_ << (soon ? " hangs" : " crashed");
+    if (!tally) return {};
+    EXPECT_TRUE(tally->Good() && tally->done > 0) << name_ << ": " << tally->Line();
+    // A store in use may say so where its users crowd, but not as a rule.
+    EXPECT_LE(tally->busy * 20, tally->done + 20) << name_ << ": " << tally->Line();
+    if (LongForm()) std::printf("  %-24s %s\n", name_.c_str(), tally->Line().c_str());
+    return *tally;
 }
 
 Troupe::Troupe() {
@@ -111,23 +137,9 @@ Player* Troupe::Start(const std::string& role, const Words& words, const std::st
     return players_.back().get();
 }
 
-Tally Troupe::FinishWell() {
-    Tally all;
-    for (const auto& player : players_) {
-        const std::optional<Tally> tally = player->Finish();
-        if (!tally) {
-            ADD_FAILURE() << player->name << " crashed";
-            continue;
-        }
-        EXPECT_TRUE(tally->Good()) << player->name << ": " << tally->Line();
-        EXPECT_GT(tally->done, 0u) << player->name << ": " << tally->Line();
-        // A store in use may say so where its users crowd, but not as a rule.
-        EXPECT_LE(tally->busy * 20, tally->done + 20) << player->name << ": " << tally->Line();
-        if (LongForm()) std::printf("  %-24s %s\n", player->name.c_str(), tally->Line().c_str());
-        all.Add(*tally);
-    }
+void Troupe::FinishWell() {
+    for (const auto& player : players_) player->FinishWell();
     players_.clear();
-    return all;
 }
 
 bool WaitForFile(const std::string& path) {

@@ -20,6 +20,7 @@ bool LongForm();
 int MixTime(int shortForm);
 // Milliseconds since a moment that all processes share.
 int64_t NowMs();
+void Pause(int milliseconds);
 
 // What a role did. One that could not begin, or that was killed, has no tally.
 struct Tally {
@@ -40,29 +41,32 @@ struct Tally {
 };
 
 // A role, to be defined at namespace scope: what it is told is what Troupe::Start was given.
-using RoleBody = void (*)(const Words& words, Tally* tally);
-int PlayRole(RoleBody body, const std::vector<std::string>& arguments);
-template <RoleBody body>
-int Role(const std::vector<std::string>& arguments) {
-    return PlayRole(body, arguments);
-}
+class Role {
+  public:
+    using Body = void (*)(const Words& words, Tally* tally);
+    Role(const char* name, Body body);
+};
+// Plays one: the file for its report, its name, and what it is told.
+int PlayRole(const Words& arguments);
 
 class Player {
   public:
-    Player(const std::string& name, const Words& words, const std::filesystem::path& report,
+    Player(const std::string& role, const Words& words, const std::filesystem::path& report,
            const std::string& user);
     // Waits for the end of the role. No tally when it crashed.
     std::optional<Tally> Finish();
     bool HasReported() const { return std::filesystem::exists(report_); }
     // The same in good time; a role that hangs is killed.
     std::optional<Tally> FinishSoon();
+    // It is to do something, and nothing wrong; what it did.
+    Tally FinishWell(bool soon = false);
     void Kill() {
         process_.Kill();
         ended_ = true;
     }
-    const std::string name;
 
   private:
+    const std::string name_;
     std::filesystem::path report_;
     bool ended_ = false;
     support::ChildProcess process_;
@@ -77,7 +81,7 @@ class Troupe {
     // `user` is a user's number, for those who may change theirs.
     Player* Start(const std::string& role, const Words& words, const std::string& user = {});
     // Waits for all; every one must have done something, and nothing wrong.
-    Tally FinishWell();
+    void FinishWell();
 
   private:
     support::TempDir dir_;

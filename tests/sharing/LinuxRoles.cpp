@@ -5,59 +5,33 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <thread>
 
 #include "tests/sharing/Victim.h"
 
 namespace sharing {
 namespace {
 
-using support::ChildRole;
-
-// USER ROLE ...: plays a role as another user.
-const ChildRole kAs("sharing-as", [](const std::vector<std::string>& arguments) {
+// USER ...: plays a role as another user.
+const support::ChildRole kAs("sharing-as", [](const Words& arguments) {
     const auto user = static_cast<uid_t>(std::stoul(arguments[0]));
     if (setgid(user) != 0 || setuid(user) != 0) return 2;
-    std::vector<std::string> words = {"", "--child"};
-    words.insert(words.end(), arguments.begin() + 1, arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(word.data());
-    int exitCode = 2;
-    support::PlayChildRole(static_cast<int>(argv.size()), argv.data(), &exitCode);
-    return exitCode;
+    return PlayRole(Words(arguments.begin() + 1, arguments.end()));
 });
 
-[[noreturn]] void StayWith(const std::string& ready) {
-    std::ofstream(ready) << "ready";
-    for (;;) std::this_thread::sleep_for(std::chrono::seconds(1));
-}
-
-// Locks all of a file as far as the system lets, for ever.
-void LockAllOf(int file, short type) {
+// READY FILE: keeps what locks it can on a file that it may only read.
+const Role kLockForReading("lock-for-reading", [](const Words& words, Tally*) {
+    const int file = open(words[1].c_str(), O_RDONLY | O_CLOEXEC);
     struct flock lock {};
-    lock.l_type = type;
+    lock.l_type = F_RDLCK;
     lock.l_whence = SEEK_SET;
     fcntl(file, F_OFD_SETLK, &lock);
     flock(file, LOCK_EX | LOCK_NB);
-}
-
-// READY FILE...: makes files that others might want to make, and keeps them locked.
-void LayFiles(const Words& words, Tally*) {
-    for (size_t i = 1; i < words.size(); ++i)
-        LockAllOf(open(words[i].c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666), F_WRLCK);
-    StayWith(words[0]);
-}
-const ChildRole kLayFiles("sharing-lay-files", Role<LayFiles>);
-
-// READY FILE: keeps what locks it can on a file that it may only read.
-void LockForReading(const Words& words, Tally*) {
-    LockAllOf(open(words[1].c_str(), O_RDONLY | O_CLOEXEC), F_RDLCK);
-    StayWith(words[0]);
-}
-const ChildRole kLockForReading("sharing-lock-for-reading", Role<LockForReading>);
+    std::ofstream(words[0]) << "ready";
+    for (;;) Pause(1000);
+});
 
 // STORE READY GO: keeps a lock of type 3 while another user changes the store, which it is told.
-void KeepReadLock(const Words& words, Tally* tally) {
+const Role kKeepReadLock("keep-read-lock", [](const Words& words, Tally* tally) {
     Store store(words[0]);
     Key before, after;
     if (!tally->Went(store.Lock(3), "lock") || !tally->Went(ReadAll(store.handle, &before), "walk"))
@@ -70,8 +44,7 @@ void KeepReadLock(const Words& words, Tally* tally) {
     tally->Went(store.Lock(3), "lock again");
     tally->Did(ReadAll(store.handle, &after), "walk again");
     if (before == after) tally->Wrong("the new content is not seen");
-}
-const ChildRole kKeepReadLock("sharing-keep-read-lock", Role<KeepReadLock>);
+});
 
 // From here on a file that grows beyond `bytes` is a disk that is full.
 void LimitFiles(uint64_t bytes) {
@@ -103,7 +76,7 @@ void StepUntilFull(Store* store, uint32_t seed, int failures, Key* content, Tall
 }
 
 // STORE SEED: works on a disk that becomes full.
-void Fill(const Words& words, Tally* tally) {
+const Role kFill("fill", [](const Words& words, Tally* tally) {
     Key content, found;
     {
         Store store(words[0]);
@@ -120,11 +93,10 @@ void Fill(const Words& words, Tally* tally) {
     Store again(words[0]);
     tally->Went(ReadAll(again.handle, &found), "walk after all");
     if (!(found == content)) tally->Wrong("the file holds another content");
-}
-const ChildRole kFill("sharing-fill", Role<Fill>);
+});
 
 // STORE READY GO: a change fails; then, with the lock given up, it reads and closes.
-void FailAndClose(const Words& words, Tally* tally) {
+const Role kFailAndClose("fail-and-close", [](const Words& words, Tally* tally) {
     Store store(words[0]);
     Key content;
     if (!tally->Went(store.Lock(), "lock") || !tally->Went(ReadAll(store.handle, &content), "walk"))
@@ -137,8 +109,7 @@ void FailAndClose(const Words& words, Tally* tally) {
     if (!WaitForFile(words[2])) return tally->Wrong("nobody wrote");
     tally->Did(ReadAll(store.handle, &content), "walk without a lock");
     tally->Went(store.Close(), "close");
-}
-const ChildRole kFailAndClose("sharing-fail-and-close", Role<FailAndClose>);
+});
 
 }  // namespace
 }  // namespace sharing

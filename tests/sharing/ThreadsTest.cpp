@@ -1,12 +1,10 @@
 // Threads on one store, on stores of one file, and on settings files of one file.
 #include <atomic>
 #include <functional>
-#include <mutex>
-#include <random>
 #include <thread>
 
 #include "include/IFBRSettingsFile.h"
-#include "tests/sharing/ThreadUser.h"
+#include "tests/sharing/Content.h"
 #include "tests/support/FileWrapper.h"
 
 namespace sharing {
@@ -30,41 +28,33 @@ class Threads : public testing::Test {
             EXPECT_LE(tally.busy * 20, tally.done) << tally.Line();
         }
     }
-    void MakeValues() {
-        Store store(path);
-        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-        for (uint32_t key = 0; key < kKeys; ++key)
-            for (uint32_t name = 0; name < kNames; ++name)
-                ASSERT_EQ(
-                    store.Set(KeyOf(key), NameOf(name), Sealed(KeyOf(key), NameOf(name), {}, 3000)),
-                    FSSTATUS_SUCCESS);
-        ASSERT_EQ(store.Close(), FSSTATUS_SUCCESS);
-    }
-
     Troupe troupe;
     const std::string path = troupe.File("s.fbr");
 };
 
-TEST_F(Threads, EightOnOneStoreGetWholeAnswers) {
-    MakeValues();
-    {
-        KeyedStore store(path);
+// With one store for all, open keys and all, and with a store for each.
+TEST_F(Threads, EightOnOneFileGetWholeAnswers) {
+    constexpr uint32_t kWriters = 3;
+    for (const bool together : {true, false}) {
+        const std::string file = troupe.File(together ? "one.fbr" : "each.fbr");
+        MakeShared(file, kWriters);
+        Store common(file);
+        const OpenKeys commonKeys = OpenShared(&common, kWriters);
         InThreads(MixTime(1500), [&](uint32_t thread, int64_t end, Tally* tally) {
-            User(&store, thread, tally).WorkUntil(end);
+            Store own(file);
+            Store* store = together ? &common : &own;
+            const OpenKeys keys = together ? commonKeys : OpenShared(&own, kWriters);
+            Reader reader(kWriters, tally);
+            while (NowMs() < end) {
+                if (thread >= kWriters)
+                    reader.Step(store, keys);
+                else if (!ChangeUnderLock(store, thread, tally))
+                    return;
+            }
         });
-        EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
+        EXPECT_EQ(common.Close(), FSSTATUS_SUCCESS);
+        ExpectSound(file);
     }
-    ExpectSound(path);
-}
-
-TEST_F(Threads, EightWithStoresOfTheirOwnOnOneFileGetWholeAnswers) {
-    MakeValues();
-    InThreads(MixTime(1500), [&](uint32_t thread, int64_t end, Tally* tally) {
-        KeyedStore store(path);
-        User(&store, thread, tally).WorkUntil(end);
-        tally->Went(store.Close(), "close");
-    });
-    ExpectSound(path);
 }
 
 // Adds one to a number in the store, which is right only when nobody else is between.
@@ -114,14 +104,14 @@ TEST_F(Threads, ASecondStoreOfOneThreadIsRefusedTheLockAtOnce) {
 }
 
 TEST_F(Threads, ASecondSettingsFileOfOneThreadIsRefusedAtOnce) {
-    const Text file = Wide(path);
+    const support::Text file = path;
     const auto first = CreateFBRSettingsFile(file, FS_VR_METHOD_TARN);
     const auto second = CreateFBRSettingsFile(file, FS_VR_METHOD_TARN);
     ASSERT_EQ(first->Create(false), FSSTATUS_SUCCESS);
     const int64_t began = NowMs();
     EXPECT_EQ(second->Open(), FSSTATUS_LOCK_FAILED);
     EXPECT_LT(NowMs() - began, 2000);
-    EXPECT_EQ(first->SetString(Wide("\\k"), Wide("v"), Wide("text"), true), FSSTATUS_SUCCESS);
+    EXPECT_EQ(first->SetString(WTEXT("\\k"), WTEXT("v"), WTEXT("text"), true), FSSTATUS_SUCCESS);
 }
 
 // Files whose writes of single pages behind page 1 come in two halves, with a while in between.

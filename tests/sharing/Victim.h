@@ -22,10 +22,7 @@ class Steps {
     Key content_;
 };
 
-// Empty when `found` is what a step that was cut off may leave: the content before it or after it.
-// A step that makes several keys may have made the first of them, and one that deletes a tree may
-// have deleted some of it. Else what is the matter.
-std::string JudgeCut(const Key& before, const faults::Step& step, const Key& found);
+using faults::JudgeCut;
 
 // How many steps a victim has done, from its file.
 uint64_t StepsDone(const std::string& progress);

@@ -39,17 +39,6 @@ Item SmallTree() {
                       File(u"many", Pattern(480 * 2))});
 }
 
-uint8_t* RecordAt(B& builder, const char16_t* path, uint16_t type) {
-    uint8_t* page = builder.Page(builder.At(path).headerPage);
-    for (uint32_t at = 36; at < Get16(page, 32); at += Get16(page, at + 2))
-        if (Get16(page, at) == type) return page + at;
-    ADD_FAILURE() << "no record";
-    return page + 36;
-}
-uint8_t* EntryOf(B& builder, const std::u16string& path) {
-    const Place& place = builder.At(path);
-    return builder.Page(place.entryPage) + place.entryOffset;
-}
 Pages Sorted(Pages pages) {
     std::sort(pages.begin(), pages.end());
     return pages;
@@ -73,6 +62,22 @@ class Patient {
     void ExpectMended() {
         for (const std::string& broken : BrokenPromises(path_, [this] { return Contents(); }))
             ADD_FAILURE() << broken;
+    }
+    // A check tells what a repair mends, and changes nothing; the container after the repair, which
+    // has kept its promise.
+    Reading Mended(CheckOutcome* outcome) {
+        const Bytes damaged = Contents();
+        const CheckOutcome check = Check();
+        EXPECT_EQ(check.status, 0);
+        EXPECT_FALSE(check.FoundNothing());
+        EXPECT_TRUE(Contents() == damaged);
+        *outcome = Repair();
+        EXPECT_EQ(outcome->status, 0);
+        EXPECT_EQ(outcome->Findings(), check.Findings());
+        Reading after = Read();
+        EXPECT_TRUE(after.Sound()) << after.Report();
+        ExpectMended();
+        return after;
     }
 
   private:
@@ -126,15 +131,9 @@ void RunCase(const Case& one) {
     const Reading before = ReadContainer(builder.Finish());
     ASSERT_TRUE(before.Sound()) << before.Report();
     const Told told = one.damage(builder);
-    const Bytes damaged = builder.Finish();
-    Patient patient(damaged);
-    const CheckOutcome check = patient.Check();
-    EXPECT_EQ(check.status, 0);
-    EXPECT_TRUE(patient.Contents() == damaged);
-    const CheckOutcome outcome = patient.Repair();
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_FALSE(outcome.FoundNothing());
-    EXPECT_EQ(check.Findings(), outcome.Findings()) << "a check tells what a repair mends";
+    Patient patient(builder.Finish());
+    CheckOutcome outcome;
+    const Reading after = patient.Mended(&outcome);
     const std::pair<uint32_t, const std::optional<Pages>*> codes[] = {
         {8, &told.wrong}, {9, &told.lost}, {15, &told.entries}};
     for (const auto& [code, pages] : codes)
@@ -144,14 +143,11 @@ void RunCase(const Case& one) {
     if (!told.name.empty()) {
         EXPECT_EQ(outcome.name, ToUnits(told.name));
     }
-    const Reading after = patient.Read();
-    EXPECT_TRUE(after.Sound()) << after.Report();
     for (const std::u16string path : {u"\\d", u"\\d\\in", u"\\long", u"\\paged", u"\\small"}) {
         const bool lost = std::count(one.lost.begin(), one.lost.end(), path) != 0;
         const Found* found = after.At(path);
         EXPECT_EQ(found == nullptr || found->body != before.At(path)->body, lost) << Narrow(path);
     }
-    patient.ExpectMended();
 }
 
 Told BadEndOffset(B& b, uint16_t end) {
@@ -162,7 +158,7 @@ Told BadEndOffset(B& b, uint16_t end) {
 const Case kCases[] = {
     {"an entry that leads nowhere",
      [](B& b) -> Told {
-         Put32(EntryOf(b, u"\\small"), 4, 0x7FFFFFFF);
+         Put32(b.Entry(u"\\small"), 4, 0x7FFFFFFF);
          const Place& place = b.At(u"\\small");
          return {{{place.headerPage}}, {{place.headerPage}}, {{place.entryPage}}, "small"};
      },
@@ -218,8 +214,8 @@ const Case kCases[] = {
      }},
     {"a name that says it is longer than its pages",
      [](B& b) -> Told {
-         Put32(EntryOf(b, u"\\small"), 12, 400);
-         std::memset(EntryOf(b, u"\\small") + 20 + 10, 0, 34);
+         Put32(b.Entry(u"\\small"), 12, 400);
+         std::memset(b.Entry(u"\\small") + 20 + 10, 0, 34);
          return {.entries = {{b.At(u"\\small").entryPage}}};
      }},
     {"numbers of page 1, and the mark of damage",
@@ -237,11 +233,11 @@ const Case kCases[] = {
      }},
     {"sizes of records",
      [](B& b) -> Told {
-         Put16(RecordAt(b, u"", DirectoryRec), 2, 500);
-         Put16(RecordAt(b, u"\\d", DirectoryRec), 2, 13);
-         Put16(RecordAt(b, u"\\long", DataRec), 2, 0);
-         Put16(RecordAt(b, u"\\small", DataRec), 2, 20);
-         Put16(RecordAt(b, u"\\d\\in", DataRec), 2, 4000);
+         Put16(b.Record(u"", DirectoryRec), 2, 500);
+         Put16(b.Record(u"\\d", DirectoryRec), 2, 13);
+         Put16(b.Record(u"\\long", DataRec), 2, 0);
+         Put16(b.Record(u"\\small", DataRec), 2, 20);
+         Put16(b.Record(u"\\d\\in", DataRec), 2, 4000);
          Pages pages = {2};
          for (const char16_t* path : {u"\\d", u"\\long", u"\\small", u"\\d\\in"})
              pages.push_back(b.At(path).headerPage);
@@ -257,12 +253,11 @@ const Case kCases[] = {
      }},
     {"names that no path leads to",
      [](B& b) -> Told {
-         Put32(EntryOf(b, u"\\small"), 12, 8);  // with zeros at its end
-         for (const char16_t* name : {u"\\one", u"\\two", u"\\three"})
-             Put32(EntryOf(b, name), 12, 0);
-         std::memset(EntryOf(b, u"\\one") + 20, 0, 44);
-         Put16(EntryOf(b, u"\\two"), 22, 0);
-         Put16(EntryOf(b, u"\\three"), 22, '\\');
+         Put32(b.Entry(u"\\small"), 12, 8);  // with zeros at its end
+         for (const char16_t* name : {u"\\one", u"\\two", u"\\three"}) Put32(b.Entry(name), 12, 0);
+         std::memset(b.Entry(u"\\one") + 20, 0, 44);
+         Put16(b.Entry(u"\\two"), 22, 0);
+         Put16(b.Entry(u"\\three"), 22, '\\');
          return {.wrong = Pages(), .lost = Pages()};
      }},
     {"a size that nothing is stored for, in pages and without",
@@ -281,7 +276,7 @@ const Case kCases[] = {
          const Place& place = b.At(u"\\d");
          uint8_t* page = b.Page(place.headerPage);
          const uint32_t end = Get16(page, 32);
-         std::memcpy(page + end, RecordAt(b, u"\\d", DirectoryRec), 12);
+         std::memcpy(page + end, b.Record(u"\\d", DirectoryRec), 12);
          Put16(page, 32, end + 12);
          return {.wrong = {{place.headerPage, place.entryPages[0]}}};
      }},
@@ -300,7 +295,7 @@ TEST(CheckRepair, MendsWhatItFinds) {
 void ShareId(B& builder, const std::u16string& path, const char16_t* other) {
     const Place& place = builder.At(path);
     const uint32_t id = builder.At(other).fileId;
-    Put32(EntryOf(builder, path), 0, id);
+    Put32(builder.Entry(path), 0, id);
     for (const Pages& pages : {place.headerPages, place.entryPages, place.namePages,
                                place.streamPages, place.indexPages})
         for (const uint32_t page : pages) Put32(builder.Page(page), 20, id);
@@ -316,12 +311,9 @@ TEST(CheckRepair, ObjectsThatShareAnIdAllStay) {
         for (const char16_t* other : {u"\\paged", u""}) {
             ShareId(builder, path, other);
             Patient patient(builder.Finish());
-            EXPECT_FALSE(patient.Check().Pages(15).empty());
-            EXPECT_EQ(patient.Repair().status, 0);
-            const Reading after = patient.Read();
-            EXPECT_TRUE(after.Sound()) << after.Report();
-            EXPECT_EQ(RegistryOf(after.root), RegistryOf(before.root));
-            patient.ExpectMended();
+            CheckOutcome outcome;
+            EXPECT_EQ(RegistryOf(patient.Mended(&outcome).root), RegistryOf(before.root));
+            EXPECT_FALSE(outcome.Pages(15).empty());
         }
     }
 }
@@ -336,23 +328,19 @@ TEST(CheckRepair, ANameOfItsOwnForEachNeighbour) {
     uint8_t* page = builder.Page(builder.At(longName).namePages[0]);
     Put32(page, 16, 0);
     std::memset(page + 34, 0, 478);
-    uint8_t* entry = EntryOf(builder, u"\\other");
+    uint8_t* entry = builder.Entry(u"\\other");
     Put32(entry, 12, 4);
     std::memset(entry + 20, 0, 44);
     for (const uint32_t i : {0u, 1u, 2u, 3u}) Put16(entry, 20 + 2 * i, u"sAME"[i]);
     Patient patient(builder.Finish());
-    const CheckOutcome check = patient.Check();
-    EXPECT_EQ(patient.Repair().Findings(), check.Findings());
-    EXPECT_FALSE(check.FoundNothing());
-    const Reading after = patient.Read();
-    EXPECT_TRUE(after.Sound()) << after.Report();
+    CheckOutcome outcome;
+    const Reading after = patient.Mended(&outcome);
     EXPECT_EQ(after.At(head + u"x")->body, Pattern(3));
     EXPECT_EQ(after.At(u"\\Same")->body, Pattern(5));
     std::vector<size_t> sizes;
     for (const Found& found : after.root.children) sizes.push_back(found.body.size());
     std::sort(sizes.begin(), sizes.end());
     EXPECT_EQ(sizes, (std::vector<size_t>{3, 4, 5, 6}));
-    patient.ExpectMended();
 }
 
 // A repair that is killed anywhere has lost nothing that a whole one keeps.
@@ -456,24 +444,6 @@ TEST(CheckRepair, CanBeCancelledAtEachPass) {
         EXPECT_EQ(patient.Run(kRepair, code).status, storage::kCancelled);
         EXPECT_TRUE(patient.Contents() == bytes);
     }
-}
-
-TEST(CheckRepair, APendingLogIsReplayedByARepairOnly) {
-    Form form = Sized(512);
-    form.logPending = 1;
-    B builder(form, SmallTree());
-    const uint32_t header = builder.At(u"\\small").headerPage;
-    LogPage page{32, header, 7, builder.PageBytes(header), {}};
-    Put32(page.image.data(), 76, 33);  // another size of the file
-    Patient patient(builder.Finish());
-    const std::filesystem::path log = patient.Path().parent_path() / "c.log";
-    patient.Files().Put(log, Joined(SequentialLog(form, {7}, {page})));
-    EXPECT_TRUE(patient.Check().FoundNothing());
-    EXPECT_TRUE(std::filesystem::exists(log));
-    EXPECT_EQ(patient.Repair().status, 0);
-    EXPECT_FALSE(std::filesystem::exists(log));
-    EXPECT_EQ(patient.Read().At(u"\\small")->size, 33u);
-    patient.ExpectMended();
 }
 
 }  // namespace

@@ -320,28 +320,26 @@ TEST(Namespace, CountsPages) {
 
 TEST(Namespace, HoldsManyNamesAndDeepTrees) {
     EngineStore store(512);
-    std::vector<std::u16string> names;
-    for (size_t i = 0; i < 2000; ++i) names.push_back(Numbered(u"\\", i * 7919 % 2000));
-    for (const auto& name : names) ASSERT_EQ(store.Put(name, {}), kOk);
-    for (size_t i = 0; i < 2000; i += 3) ASSERT_EQ(store.Delete(names[i]), kOk);
-    for (size_t i = 0; i < 2000; i += 6) ASSERT_EQ(store.Put(names[i], {}), kOk);
+    for (size_t i = 0; i < 2000; ++i)
+        ASSERT_EQ(store.Put(Numbered(u"\\", i * 7919 % 2000), {}), kOk);
+    for (size_t i = 0; i < 2000; i += 3) ASSERT_EQ(store.Delete(Numbered(u"\\", i)), kOk);
     for (int round = 0; round < 2; ++round) {
         std::vector<std::pair<std::u16string, uint32_t>> listed;
         EXPECT_EQ(store.List(u"", &listed), kOk);
-        EXPECT_EQ(listed.size(), 2000u - 667 + 334);
+        EXPECT_EQ(listed.size(), 2000u - 667);
         EXPECT_TRUE(std::is_sorted(listed.begin(), listed.end()));
         store.ReadSound();
     }
     // What is below a file goes with it, however deep it reaches.
-    std::u16string path = u"\\0";
     const uint32_t used = store.ReadSound().usedPages;
+    std::u16string path = u"\\0";
     ASSERT_EQ(store.Put(path, Text("top")), kOk);
     for (int i = 0; i < 3000; ++i) ASSERT_EQ(store.MakeDirectory(path += u"\\k"), kOk);
     ASSERT_EQ(store.Reopen(), kOk);
     EXPECT_EQ(store.Put(path + u"\\v", Text("deep")), kOk);
     EXPECT_EQ(store.Body(path + u"\\v"), Text("deep"));
     EXPECT_EQ(store.Delete(u"\\0"), kOk);
-    EXPECT_EQ(store.ReadSound().usedPages, used - 1);
+    EXPECT_EQ(store.ReadSound().usedPages, used);
 }
 
 TEST(Namespace, KeepsTimes) {

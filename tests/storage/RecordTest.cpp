@@ -97,24 +97,4 @@ TEST(Record, MovableOnesMakeRoom) {
     EXPECT_EQ(records.Find(kLinkRecord).link, 0u);
 }
 
-TEST(Record, ResizingMovesTheOthers) {
-    Records records;
-    ASSERT_EQ(records.Add(100, 40), kOk);
-    ASSERT_EQ(records.Add(101, 20), kOk);
-    for (const uint32_t size : {90u, 8u, 0u, 300u, 400u}) {
-        RecordPlace place;
-        ASSERT_EQ(FindRecord(records.root, 100, &place, 0, true, records.transaction), kOk);
-        EXPECT_EQ(ResizeRecord(records.root->context, place, size), size < 400 ? kOk : kInvalid);
-        const uint32_t now = std::min(size, 300u);
-        EXPECT_EQ(place.Info(), now);
-        for (uint32_t i = 40; i < now; ++i) EXPECT_EQ(place.Payload()[i], 0);
-        ReleasePage(records.store, place.page);
-        EXPECT_EQ(records.EndOffset(), 84u + 12 + now + 32);
-        EXPECT_EQ(records.Find(101).payload, 20u);
-    }
-    EXPECT_EQ(RemoveRecord(records.root, 100, records.transaction), kOk);
-    EXPECT_EQ(records.Find(100).page, 0u);
-    EXPECT_EQ(records.EndOffset(), 84u + 32);
-}
-
 }  // namespace

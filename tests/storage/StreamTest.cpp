@@ -24,13 +24,6 @@ Bytes First(const Bytes& bytes, size_t count) {
     return Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
 }
 
-// A record in the first HeaderPage of an object; null when there is none.
-uint8_t* FindIn(uint8_t* page, uint16_t type) {
-    for (uint32_t at = 36; at < Get16(page, 32); at += Get16(page, at + 2))
-        if (Get16(page, at) == type) return page + at;
-    return nullptr;
-}
-
 struct Stored {
     uint32_t size = 0, info = 0, link = 0;
 };
@@ -38,7 +31,7 @@ Stored StoredRecord(EngineStore& store, uint16_t type) {
     const Reading reading = store.ReadSound();
     Bytes file = store.FileBytes();
     const uint8_t* record =
-        FindIn(file.data() + size_t{reading.At(kFile)->headerPage} * reading.pageSize, type);
+        RecordIn(file.data() + size_t{reading.At(kFile)->headerPage} * reading.pageSize, type);
     if (record == nullptr) return {};
     return {Get16(record, 2), Get32(record, 4), Get32(record, 8)};
 }
@@ -166,40 +159,6 @@ TEST(Stream, ReadsAsZerosPastWhatIsStored) {
     EXPECT_EQ(file.Object()->pageList.Count(), 0u);
 }
 
-TEST(Stream, WritesWithinTheBlockTouchNoPage) {
-    EngineStore store(512);
-    ASSERT_EQ(store.Put(kFile, Pattern(4000)), kOk);
-    EngineFile file(store, kFile), other(store, kFile, false);
-    file.SeekFar(1000);
-    ASSERT_EQ(file.Write({1}), kOk);
-    const storage::FileBlock* block = file.Handle()->block;
-    EXPECT_EQ(block->start, 960u);
-    EXPECT_NE(block->flags & storage::kBlockDirty, 0u);
-    ASSERT_EQ(file.Write({2, 3}), kOk);
-    EXPECT_EQ(file.Handle()->block, block);
-    Bytes read;
-    other.SeekFar(1000);  // another handle sees it before it is stored
-    EXPECT_EQ(other.Read(3, &read), kOk);
-    EXPECT_EQ(read, (Bytes{1, 2, 3}));
-}
-
-TEST(Stream, TakesTenMebibytesInAStraightLine) {
-    EngineStore store(512);
-    const Bytes bytes = Pattern(10 << 20), other = Pattern(10 << 20, 2);
-    ASSERT_EQ(store.Put(kFile, bytes), kOk);
-    ASSERT_EQ(store.Reopen(), kOk);
-    EXPECT_EQ(store.Body(kFile), bytes);
-    {
-        EngineFile file(store, kFile);
-        ASSERT_EQ(file.Write(other), kOk);  // over what is there
-    }
-    EXPECT_EQ(store.Body(kFile), other);
-    ASSERT_EQ(store.Put(kFile, bytes), kOk);  // emptied first
-    EXPECT_EQ(store.ReadSound().At(kFile)->body, bytes);
-    EXPECT_EQ(store.Delete(kFile), kOk);
-    EXPECT_LT(store.ReadSound().usedPages, 20u);
-}
-
 TEST(Stream, RefusesWhatIsPastTheLimitOfPages) {
     for (const uint32_t limit : {3u, 4u, 5u, 20u}) {
         Form form;
@@ -260,7 +219,7 @@ TEST(Stream, OfMethodThreeNeedsItsFunctions) {
     coded.method = 3;
     Builder builder({}, Directory(u"", {coded}));
     // The record of the stream: a coded block of 32 bytes that stands for 100.
-    uint8_t* record = FindIn(builder.Page(builder.At(kFile).headerPage), DataRec);
+    uint8_t* record = builder.Record(kFile, DataRec);
     Put32(record, 4, 32);
     Put32(record, 12, 100);
     EngineStore store(builder.Finish());
@@ -305,7 +264,7 @@ TEST(Stream, TellsLies) {
         return [=](B& b, P& p) { Put32(b.Page(p.indexPages[0]), 32 + 4 * 5, value); };
     };
     const auto record = [](uint16_t type, size_t at, uint32_t value) {
-        return [=](B& b, P& p) { Put32(FindIn(b.Page(p.headerPage), type), at, value); };
+        return [=](B& b, P& p) { Put32(RecordIn(b.Page(p.headerPage), type), at, value); };
     };
     const struct {
         const char* what;
@@ -341,9 +300,9 @@ TEST(Stream, TellsLies) {
         {"a run without an end", u"\\coded", kBadBlock,
          [](B& b, P& p) { std::memset(b.Page(p.streamPages[0]) + 32, 0xFF, 5); }},
         {"the same inline", u"\\inline", kBadBlock,
-         [](B& b, P& p) { std::memset(FindIn(b.Page(p.headerPage), DataRec) + 12, 0xFF, 8); }},
+         [](B& b, P& p) { std::memset(RecordIn(b.Page(p.headerPage), DataRec) + 12, 0xFF, 8); }},
         {"a size of all bits", u"\\paged", kOk,
-         [](B& b, P& p) { Put64(FindIn(b.Page(p.headerPage), FileInfo), 40, UINT64_MAX); }},
+         [](B& b, P& p) { Put64(RecordIn(b.Page(p.headerPage), FileInfo), 40, UINT64_MAX); }},
         {"a size of 62 bits", u"\\inline", kOk, record(FileInfo, 44, 1u << 30)},
         {"no end offset", u"\\small", kCorrupt, put16(32, 0)},
         {"one before the records", u"\\small", kCorrupt, put16(32, 35)},

@@ -1,9 +1,10 @@
-// A second process that runs a part of a test: the test program itself, started again with the
-// name of a role.
+// Programs that run beside a test, and the test program itself, started again with the name of a
+// role to run a part of the test.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
@@ -23,17 +24,24 @@ class ChildRole {
 
 class ChildProcess {
   public:
-    // Starts the role. Arguments are plain ASCII without quotes.
+    // Starts a program with arguments in UTF-8, which reach it as they are; with `streams`, a
+    // folder, its standard streams are the files "in", "out" and "err" there. Throws
+    // std::runtime_error when it cannot.
+    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                 const std::filesystem::path& streams);
+    // Starts the role.
     ChildProcess(const std::string& role, const std::vector<std::string>& arguments);
     // Kills a child that still runs.
-    ~ChildProcess();
+    ~ChildProcess() { Kill(); }
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     // Ends the child at once, without any clean-up of its own, and waits until it is gone.
     void Kill();
-    // Waits for the end; the exit code.
+    // Waits for the end; the exit code, -1 when it did not end by itself.
     int Wait();
+    // What the system knows it by.
+    intptr_t Id() const { return process_; }
 
   private:
     intptr_t process_ = 0;

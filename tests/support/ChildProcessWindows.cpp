@@ -2,28 +2,66 @@
 
 #include <stdexcept>
 
+#include "platform/Text.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RunProcess.h"
 
 namespace support {
+namespace {
 
-ChildProcess::ChildProcess(const std::string& role, const std::vector<std::string>& arguments) {
-    char program[MAX_PATH];
-    GetModuleFileNameA(nullptr, program, MAX_PATH);
-    std::string line = "\"" + std::string(program) + "\" --child " + role;
-    for (const std::string& argument : arguments) line += " \"" + argument + "\"";
-    STARTUPINFOA startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION made{};
-    if (!CreateProcessA(program, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                        &startup, &made)) {
-        throw std::runtime_error("cannot start a child process");
+// Quotes a word so that CommandLineToArgvW gives it back: backslashes double before a quote.
+std::wstring Quoted(const std::wstring& word) {
+    std::wstring out = L"\"";
+    size_t backslashes = 0;
+    for (const wchar_t unit : word) {
+        if (unit == L'"') out.append(backslashes + 1, L'\\');
+        backslashes = unit == L'\\' ? backslashes + 1 : 0;
+        out += unit;
     }
-    CloseHandle(made.hThread);
-    process_ = reinterpret_cast<intptr_t>(made.hProcess);
+    return out.append(backslashes, L'\\') + L"\"";
 }
 
-ChildProcess::~ChildProcess() {
-    Kill();
+HANDLE OpenStream(const std::filesystem::path& path, DWORD access, DWORD disposition) {
+    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
+    const HANDLE file = CreateFileW(path.c_str(), access, FILE_SHARE_READ, &inherit, disposition,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) throw std::runtime_error("cannot open a stream");
+    return file;
+}
+
+}  // namespace
+
+std::filesystem::path ThisProgram() {
+    wchar_t path[4096] = {};
+    GetModuleFileNameW(nullptr, path, 4095);
+    return path;
+}
+std::filesystem::path ProgramNamed(const std::string& name) {
+    return ThisProgram().parent_path() / (name + ".exe");
+}
+
+ChildProcess::ChildProcess(const std::filesystem::path& program,
+                           const std::vector<std::string>& arguments,
+                           const std::filesystem::path& streams) {
+    STARTUPINFOW start = {};
+    start.cb = sizeof(start);
+    const bool redirected = !streams.empty();
+    if (redirected) {
+        start.dwFlags = STARTF_USESTDHANDLES;
+        start.hStdInput = OpenStream(streams / "in", GENERIC_READ, OPEN_EXISTING);
+        start.hStdOutput = OpenStream(streams / "out", GENERIC_WRITE, CREATE_ALWAYS);
+        start.hStdError = OpenStream(streams / "err", GENERIC_WRITE, CREATE_ALWAYS);
+    }
+    std::wstring line = Quoted(program.wstring());
+    for (const std::string& word : arguments) line += L" " + Quoted(platform::FromUtf8(word));
+    PROCESS_INFORMATION made = {};
+    const BOOL started = CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, redirected,
+                                        0, nullptr, nullptr, &start, &made);
+    for (HANDLE stream : {start.hStdInput, start.hStdOutput, start.hStdError})
+        if (redirected) CloseHandle(stream);
+    if (!started) throw std::runtime_error("cannot start " + program.string());
+    CloseHandle(made.hThread);
+    process_ = reinterpret_cast<intptr_t>(made.hProcess);
 }
 
 void ChildProcess::Kill() {

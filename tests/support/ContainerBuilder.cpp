@@ -13,6 +13,7 @@ constexpr uint32_t kRecordsStart = 36;
 constexpr uint32_t kRecordHead = 12;
 constexpr uint32_t kEntryBytes = 64;
 constexpr uint32_t kNameInEntry = 22;
+constexpr double kDate = 45000.25;  // of everything
 
 uint32_t CeilDivide(size_t value, size_t by) {
     return static_cast<uint32_t>((value + by - 1) / by);
@@ -60,13 +61,11 @@ struct Builder::Records {
 
     uint32_t Page() const { return place->headerPages.back(); }
 
-    void NewPage(uint32_t prev) {
-        const uint32_t level = static_cast<uint32_t>(place->headerPages.size());
-        const uint32_t page = builder->NewChainPage(HeaderPage, place->fileId, prev, level);
-        if (level > 0) Put32(builder->Page(Page()), 16, page);
-        Put32(builder->Page(page), 28, parentId);
-        Put16(builder->Page(page), 32, kRecordsStart);
-        place->headerPages.push_back(page);
+    void NewPage() {
+        uint8_t* page = builder->Append(&place->headerPages, HeaderPage, *place, place->entryPage,
+                                        place->headerPages.size());
+        Put32(page, 28, parentId);
+        Put16(page, 32, kRecordsStart);
     }
 
     bool Fits(size_t payload) const {
@@ -76,7 +75,7 @@ struct Builder::Records {
 
     // The record's offset in Page().
     uint32_t Append(uint16_t type, uint32_t info, uint32_t link, const Bytes& payload) {
-        if (!Fits(payload.size())) NewPage(Page());
+        if (!Fits(payload.size())) NewPage();
         uint8_t* page = builder->Page(Page());
         const uint32_t at = Get16(page, 32);
         if (at + kRecordHead + payload.size() > builder->form_.pageSize)
@@ -90,6 +89,18 @@ struct Builder::Records {
         return at;
     }
 };
+
+uint8_t* RecordIn(uint8_t* page, uint16_t type) {
+    for (uint32_t at = kRecordsStart; at < Get16(page, 32); at += Get16(page, at + 2))
+        if (Get16(page, at) == type) return page + at;
+    return nullptr;
+}
+
+uint8_t* Builder::Record(const std::u16string& path, uint16_t type) {
+    uint8_t* record = RecordIn(Page(At(path).headerPage), type);
+    if (record == nullptr) throw std::logic_error("no such record");
+    return record;
+}
 
 Builder::Builder(Form form, const Item& root) : form_(std::move(form)) {
     shift_ = static_cast<uint32_t>(std::countr_zero(form_.pageSize));
@@ -118,42 +129,43 @@ void Builder::SetSlot(uint32_t page, uint16_t slot) {
     Put16(Page(page / group * group), 2 * (page % group), slot);
 }
 
-uint16_t Builder::Slot(uint32_t page) const {
-    const uint32_t group = form_.pageSize / 2;
-    return Get16(pages_.at(page / group * group).data(), 2 * (page % group));
-}
-
-uint32_t Builder::NewChainPage(uint16_t kind, uint32_t fileId, uint32_t prev, uint32_t level) {
-    const uint32_t number = AddPage(kind);
+// One page more in a chain that begins behind page `head`.
+uint8_t* Builder::Append(std::vector<uint32_t>* chain, uint16_t kind, const Place& place,
+                         uint32_t head, size_t level) {
+    const uint32_t number = AddPage(kind), prev = chain->empty() ? head : chain->back();
+    if (!chain->empty()) Put32(Page(prev), 16, number);
+    chain->push_back(number);
     uint8_t* page = Page(number);
     Put32(page, 12, prev);
-    Put32(page, 20, fileId);
-    Put32(page, 24, level);
+    Put32(page, 20, place.fileId);
+    Put32(page, 24, static_cast<uint32_t>(level));
     if (kind > HeaderPage) Put16(page, 28, kind - 32u);
-    return number;
+    return page;
 }
 
 void Builder::PutSuperblock() {
     uint8_t* page = Page(1);
-    Put16(page, 12, form_.logPending);
-    Put16(page, 14, 13);
-    Put16(page, 16, 10);
-    const Bytes banner = UnitBytes(form_.banner.substr(0, 62));
+    for (const auto& [at, value] : {std::pair<size_t, uint32_t>{12, form_.logPending},
+                                    {14, 13},
+                                    {16, 10},
+                                    {160, 1},
+                                    {162, 76},
+                                    {236, form_.inFileLog}})
+        Put16(page, at, value);
+    for (const auto& [at, value] : {std::pair<size_t, uint32_t>{144, 0x3000000},
+                                    {148, 0x3000000},
+                                    {152, lastFileId_},
+                                    {156, 1},
+                                    {164, 64},
+                                    {172, 1},
+                                    {176, 2},
+                                    {180, 2},
+                                    {240, form_.maxPages},
+                                    {244, form_.flags},
+                                    {252, 6553}})
+        Put32(page, at, value);
+    const Bytes banner = UnitBytes(u"Tarn for Windows (c) Bracken Corporation");
     std::copy(banner.begin(), banner.end(), page + 18);
-    Put32(page, 144, 0x3000000);
-    Put32(page, 148, 0x3000000);
-    Put32(page, 152, lastFileId_);
-    Put32(page, 156, form_.transactionCounter);
-    Put16(page, 160, 1);
-    Put16(page, 162, 76);
-    Put32(page, 164, 64);
-    Put32(page, 172, 1);
-    Put32(page, 176, 2);
-    Put32(page, 180, 2);
-    Put16(page, 236, form_.inFileLog);
-    Put32(page, 240, form_.maxPages);
-    Put32(page, 244, form_.flags);
-    Put32(page, 252, 6553);
 }
 
 void Builder::PlaceObject(const Item& item, const std::u16string& path, uint32_t parentId,
@@ -162,11 +174,11 @@ void Builder::PlaceObject(const Item& item, const std::u16string& path, uint32_t
     place.fileId = ++lastFileId_;
     place.entryPage = entryPage;
     Records records{this, &place, parentId};
-    records.NewPage(entryPage);
+    records.NewPage();
     place.headerPage = place.headerPages.front();
 
     Bytes info(36);
-    for (size_t at : {4, 12, 20}) PutDate(info.data(), at, form_.date);
+    for (size_t at : {4, 12, 20}) Put64(info.data(), at, std::bit_cast<uint64_t>(kDate));
     Put64(info.data(), 28, item.size.value_or(item.body.size()));
     records.Append(FileInfo, 0, 0, info);
     if (item.method.has_value()) {
@@ -203,13 +215,8 @@ void Builder::PlaceChildren(const Item& item, const std::u16string& path, Record
     const uint32_t capacity = Payload() / kEntryBytes;
     const uint32_t record = records->Append(DirectoryRec, 0, 0, {});
     const uint32_t header = records->Page();
-    uint32_t prev = header;
-    for (uint32_t level = 0; level < CeilDivide(count, capacity); ++level) {
-        const uint32_t page = NewChainPage(EntryPage, fileId, prev, level);
-        if (level > 0) Put32(Page(prev), 16, page);
-        place->entryPages.push_back(page);
-        prev = page;
-    }
+    for (uint32_t level = 0; level < CeilDivide(count, capacity); ++level)
+        Append(&place->entryPages, EntryPage, *place, header, level);
     Put32(Page(header), record + 8, place->entryPages.front());
     for (uint32_t i = item.freeEntries; i < count; ++i)
         PlaceEntry(item.children[i - item.freeEntries], path, place->entryPages[i / capacity],
@@ -222,34 +229,24 @@ void Builder::PlaceEntry(const Item& item, const std::u16string& path, uint32_t 
     PlaceObject(item, itemPath, parentId, page);
     Place& place = places_[itemPath];
     place.entryOffset = offset;
-    const uint32_t namePage = PlaceName(item.name, &place);
+    const uint32_t capacity = Payload() / 2;
+    for (size_t covered = kNameInEntry; covered < item.name.size(); covered += capacity) {
+        uint8_t* part = Append(&place.namePages, NamePage, place, page, place.namePages.size());
+        const Bytes units = UnitBytes(item.name.substr(covered, capacity));
+        std::copy(units.begin(), units.end(), part + 32);
+    }
     uint8_t* entry = Page(page) + offset;
     Put32(entry, 0, place.fileId);
     Put32(entry, 4, place.headerPage);
     Put32(entry, 8, KindBit(item.kind) | item.attributes);
     Put32(entry, 12, static_cast<uint32_t>(item.name.size()));
-    Put32(entry, 16, namePage);
+    Put32(entry, 16, place.namePages.empty() ? 0 : place.namePages.front());
     const Bytes head = UnitBytes(item.name.substr(0, kNameInEntry));
     std::copy(head.begin(), head.end(), entry + 20);
 }
 
-// The first page of the chain, 0 for a short name.
-uint32_t Builder::PlaceName(const std::u16string& name, Place* place) {
-    const uint32_t capacity = Payload() / 2;
-    uint32_t prev = place->entryPage, level = 0;
-    for (size_t covered = kNameInEntry; covered < name.size(); covered += capacity, ++level) {
-        const uint32_t page = NewChainPage(NamePage, place->fileId, prev, level);
-        if (level > 0) Put32(Page(prev), 16, page);
-        const Bytes units = UnitBytes(name.substr(covered, capacity));
-        std::copy(units.begin(), units.end(), Page(page) + 32);
-        place->namePages.push_back(page);
-        prev = page;
-    }
-    return place->namePages.empty() ? 0 : place->namePages.front();
-}
-
 void Builder::PlaceStream(const Item& item, Records* records, Place* place) {
-    if (item.secondHeader) records->NewPage(records->Page());
+    if (item.secondHeader) records->NewPage();
     const uint16_t type = StreamType(item, place->fileId);
     Bytes stored = item.body;
     uint32_t info = 0;
@@ -273,49 +270,38 @@ void Builder::PlaceStreamPages(const Item& item, uint16_t type, Records* records
     std::vector<uint32_t> list;
     const uint32_t record = records->Append(type, 0, 0, {});
     const uint32_t header = records->Page();
-    uint32_t prev = header;
     for (size_t start = 0; start < item.body.size(); start += blockBytes) {
-        const size_t end = std::min(item.body.size(), start + blockBytes);
-        Bytes stored(item.body.begin() + static_cast<ptrdiff_t>(start),
-                     item.body.begin() + static_cast<ptrdiff_t>(end));
+        const auto from = item.body.begin() + static_cast<ptrdiff_t>(start);
+        Bytes stored(from,
+                     from + static_cast<ptrdiff_t>(std::min(blockBytes, item.body.size() - start)));
         const Bytes code = item.method == 4u ? EncodeRunLengths(stored) : Bytes();
         const bool coded = item.method == 4u && code.size() < stored.size();
         if (coded) stored = code;
         list.resize(start / Payload());
         for (size_t at = 0; at < stored.size(); at += Payload()) {
-            const uint32_t ordinal = static_cast<uint32_t>(list.size());
-            list.push_back(0);
-            if (item.holes.count(ordinal) != 0) continue;
             const size_t used = std::min<size_t>(Payload(), stored.size() - at);
-            const uint32_t page = NewChainPage(type + 32u, place->fileId, prev, ordinal);
-            if (!place->streamPages.empty()) Put32(Page(prev), 16, page);
-            if (coded) Put16(Page(page), 30, static_cast<uint32_t>(used));
-            std::copy_n(stored.begin() + static_cast<ptrdiff_t>(at), used, Page(page) + 32);
-            place->streamPages.push_back(page);
-            list.back() = page;
-            prev = page;
+            uint8_t* page = Append(&place->streamPages, static_cast<uint16_t>(type + 32), *place,
+                                   header, list.size());
+            if (coded) Put16(page, 30, static_cast<uint32_t>(used));
+            std::copy_n(stored.begin() + static_cast<ptrdiff_t>(at), used, page + 32);
+            list.push_back(place->streamPages.back());
         }
     }
     if (!list.empty()) Put32(Page(header), record + 8, place->streamPages.at(0));
-    const bool indexed =
-        item.index == Index::Always || (item.index == Index::WhenLong && list.size() >= 17);
-    if (indexed && type != RootDataRec) PlaceIndex(list, records, place);
+    if ((item.indexed || list.size() >= 17) && type != RootDataRec)
+        PlaceIndex(list, records, place);
 }
 
 void Builder::PlaceIndex(const std::vector<uint32_t>& list, Records* records, Place* place) {
     const uint32_t capacity = Payload() / 4;
     const uint32_t record = records->Append(PageListRec, 0, 0, {});
     const uint32_t header = records->Page();
-    uint32_t prev = header, level = 0;
-    for (size_t start = 0; start < list.size(); start += capacity, ++level) {
-        const uint32_t page = NewChainPage(PageListPage, place->fileId, prev, level);
-        if (level > 0) Put32(Page(prev), 16, page);
-        for (size_t i = start; i < std::min(list.size(), start + capacity); ++i) {
-            Put32(Page(page), 32 + 4 * (i - start), list[i]);
-            if (list[i] != 0) Put32(Page(list[i]), 8, page);
-        }
-        place->indexPages.push_back(page);
-        prev = page;
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (i % capacity == 0)
+            Append(&place->indexPages, PageListPage, *place, header, i / capacity);
+        const uint32_t index = place->indexPages.back();
+        Put32(Page(index), 32 + 4 * (i % capacity), list[i]);
+        if (list[i] != 0) Put32(Page(list[i]), 8, index);
     }
     Put32(Page(header), record + 8, place->indexPages.front());
 }
@@ -353,9 +339,7 @@ void Builder::AddChainedLog(const std::vector<uint32_t>& logged, uint32_t chains
 }
 
 void Builder::AddInFileLog(const std::vector<Bytes>& logPages, uint32_t sparePages) {
-    for (uint32_t i = 0; i < sparePages; ++i) AddPage(Free);
-    std::vector<uint32_t> places;
-    while (places.size() < logPages.size()) places.push_back(AddPage(Free));
+    for (size_t i = 0; i < sparePages + logPages.size(); ++i) AddPage(Free);
     // A map page among them would shift the log: it is counted backward from the end.
     for (size_t i = 0; i < logPages.size(); ++i) {
         const uint32_t place = PageCount() - 1 - static_cast<uint32_t>(i);
@@ -435,10 +419,7 @@ Bytes VolumeSector(uint32_t sectorSize, uint32_t sectors, size_t bytes, bool wid
     Put16(sector.data(), 11, sectorSize);
     Put16(sector.data(), 14, 1);
     sector[16] = 2;
-    if (!wide)
-        Put16(sector.data(), 19, sectors);
-    else
-        Put32(sector.data(), 32, sectors);
+    wide ? Put32(sector.data(), 32, sectors) : Put16(sector.data(), 19, sectors);
     if (sectorSize <= bytes) Put16(sector.data(), sectorSize - 2, 0xAA55);
     return sector;
 }

@@ -13,18 +13,16 @@
 namespace support::container {
 
 enum class ItemKind { Directory, File, Link };
-enum class Index { WhenLong, Always, Never };
 
 // What a container holds, as a tree.
 struct Item {
     std::u16string name;
     ItemKind kind = ItemKind::File;
-    uint32_t attributes = 0;       // beside the bit of the kind
-    Bytes body;                    // the stream; files have one even when empty
-    std::optional<uint64_t> size;  // as said in the FileInfoRecord, when not the body's
-    bool inPages = false;          // the stream has pages even if it would fit inline
-    Index index = Index::WhenLong;
-    std::set<uint32_t> holes;        // ordinals left out
+    uint32_t attributes = 0;         // beside the bit of the kind
+    Bytes body;                      // the stream; files have one even when empty
+    std::optional<uint64_t> size;    // as said in the FileInfoRecord, when not the body's
+    bool inPages = false;            // the stream has pages even if it would fit inline
+    bool indexed = false;            // also with less than 17 pages
     std::optional<uint32_t> method;  // any value makes a BlockSettingsRecord
     uint32_t pagesPerBlock = 1;
     bool secondHeader = false;   // the stream record goes to a HeaderPage of its own
@@ -47,9 +45,6 @@ struct Form {
     uint16_t inFileLog = 0;
     uint32_t maxPages = 0;
     uint32_t flags = 2;
-    uint32_t transactionCounter = 1;
-    std::u16string banner = u"Tarn for Windows (c) Bracken Corporation";
-    double date = 45000.25;  // of everything
 };
 
 // Where an object came to lie.
@@ -60,6 +55,9 @@ struct Place {
     uint32_t entryOffset = 0;  // of the entry in that page
     std::vector<uint32_t> headerPages, entryPages, namePages, streamPages, indexPages;
 };
+
+// A record in a HeaderPage; null when there is none.
+uint8_t* RecordIn(uint8_t* page, uint16_t type);
 
 class Builder {
   public:
@@ -72,10 +70,13 @@ class Builder {
     const Bytes& PageBytes(uint32_t number) const { return pages_.at(number); }
     // Where the object at `path` lies: "" is the root, "\a\b" b in a.
     const Place& At(const std::u16string& path) const { return places_.at(path); }
+    // A record in the object's first HeaderPage, which is there; and its directory entry.
+    uint8_t* Record(const std::u16string& path, uint16_t type);
+    uint8_t* Entry(const std::u16string& path) {
+        return Page(At(path).entryPage) + At(path).entryOffset;
+    }
     uint32_t AddPage(uint16_t kind);
     void SetSlot(uint32_t page, uint16_t slot);
-    uint16_t Slot(uint32_t page) const;
-    const Form& TheForm() const { return form_; }
 
     // Logged pages of a chained log, spread over `chains` second-level chains: adds the pages of
     // the log and points the superblock at them.
@@ -90,7 +91,8 @@ class Builder {
   private:
     struct Records;
     uint32_t Payload() const { return form_.pageSize - 32; }
-    uint32_t NewChainPage(uint16_t kind, uint32_t fileId, uint32_t prev, uint32_t level);
+    uint8_t* Append(std::vector<uint32_t>* chain, uint16_t kind, const Place& place, uint32_t head,
+                    size_t level);
     void PutSuperblock();
     void PlaceObject(const Item& item, const std::u16string& path, uint32_t parentId,
                      uint32_t entryPage);
@@ -101,7 +103,6 @@ class Builder {
                        Place* place);
     void PlaceEntry(const Item& item, const std::u16string& path, uint32_t page, uint32_t offset,
                     uint32_t parentId);
-    uint32_t PlaceName(const std::u16string& name, Place* place);
 
     Form form_;
     uint32_t shift_ = 0;

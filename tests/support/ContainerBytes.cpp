@@ -5,13 +5,6 @@
 
 namespace support::container {
 
-double GetDate(const uint8_t* page, size_t at) {
-    return std::bit_cast<double>(Get64(page, at));
-}
-void PutDate(uint8_t* page, size_t at, double date) {
-    Put64(page, at, std::bit_cast<uint64_t>(date));
-}
-
 void Reverse16(uint8_t* at) {
     std::swap(at[0], at[1]);
 }

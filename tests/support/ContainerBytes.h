@@ -55,8 +55,6 @@ inline void Put64(uint8_t* page, size_t at, uint64_t value) {
     Put32(page, at, static_cast<uint32_t>(value));
     Put32(page, at + 4, static_cast<uint32_t>(value >> 32));
 }
-double GetDate(const uint8_t* page, size_t at);
-void PutDate(uint8_t* page, size_t at, double date);
 
 // Turns one page between little-endian and the other order, in place. `fromForeign` tells which of
 // the two it is in. A page that is to be laid out as another kind than its own (one that waits for

@@ -17,6 +17,7 @@ std::u16string FoldName(std::u16string name) {
     return name;
 }
 
+constexpr uint16_t kForeign = 0x4E57;  // the signature in the other byte order
 constexpr size_t kProblemLimit = 50;
 constexpr uint64_t kBodyLimit = 1 << 28;
 
@@ -33,7 +34,7 @@ class Walker {
     explicit Walker(const Bytes& file) : file_(file) {}
 
     Reading Run() {
-        if (!Locate() || !CutPages()) return std::move(out_);
+        if (!CutPages()) return std::move(out_);
         CheckSuperblock();
         reached_[1] = 1;
         CheckSlot(1, SuperPage);
@@ -57,48 +58,23 @@ class Walker {
         return right;
     }
 
-    // The base, in bytes, where a signature stands.
-    bool Locate() {
-        for (uint64_t base = 0; base + 512 <= file_.size();) {
-            const uint8_t* block = file_.data() + base;
-            const uint16_t signature = Get16(block, 2);
-            if (signature == 0x574E || signature == 0x4E57) {
-                base_ = base;
-                out_.foreign = signature == 0x4E57;
-                return true;
-            }
-            const uint64_t moved = base + BootSector(block);
-            if (moved == base) break;
-            base = moved;
-        }
-        Problem("no signature");
-        return false;
-    }
-
-    uint64_t BootSector(const uint8_t* block) const {
-        const uint32_t sector = Get16(block, 11);
-        if (std::has_single_bit(sector) && sector >= 512 && Get16(block, 14) != 0 &&
-            (block[16] == 1 || block[16] == 2)) {
-            if (sector <= 512 && Get16(block, sector - 2) != 0xAA55) return 0;
-            uint64_t count = Get16(block, 19);
-            if (count == 0) count = Get32(block, 32);
-            return file_.size() / sector <= count ? 0 : count * sector;
-        }
-        return Get16(block, 510) == 0xAA55 ? uint64_t{Get32(block, 454)} * 512 : 0;
-    }
-
     bool CutPages() {
-        uint16_t shift = Get16(file_.data() + base_, 0);
+        const uint16_t signature = file_.size() < 512 ? 0 : Get16(file_.data(), 2);
+        if (signature != SuperPage && signature != kForeign) {
+            Problem("no signature");
+            return false;
+        }
+        out_.foreign = signature == kForeign;
+        uint16_t shift = Get16(file_.data(), 0);
         if (out_.foreign) shift = static_cast<uint16_t>(shift >> 8 | shift << 8);
         if (shift < 8 || shift > 16) {
             Problem("page size out of range");
             return false;
         }
         out_.pageSize = 1u << shift;
-        const uint64_t inFile = file_.size() / out_.pageSize, before = base_ / out_.pageSize;
-        out_.pageCount = static_cast<uint32_t>(inFile - before);
+        out_.pageCount = static_cast<uint32_t>(file_.size() / out_.pageSize);
         for (uint32_t i = 0; i < out_.pageCount; ++i) {
-            const auto start = file_.begin() + static_cast<ptrdiff_t>((before + i) * out_.pageSize);
+            const auto start = file_.begin() + static_cast<ptrdiff_t>(size_t{i} * out_.pageSize);
             pages_.emplace_back(start, start + out_.pageSize);
             if (out_.foreign) Convert(pages_.back().data(), out_.pageSize, true);
         }
@@ -109,10 +85,9 @@ class Walker {
 
     void CheckSuperblock() {
         const uint8_t* page = pages_[1].data();
-        out_.superblock = pages_[1];
         Expect(Get16(page, 0) == SuperPage && Get32(page, 4) == 1 && Get32(page, 8) == 0, 1,
                "not a superblock");
-        Expect(Get16(page, 12) == 0, 1, "a log is pending");
+        Expect(Get16(page, 12) == 0 && Get32(page, 248) == 0, 1, "a log is pending");
         Expect(Get16(page, 160) == 1 && Get16(page, 162) == 76 && Get32(page, 164) == 64 &&
                    Get32(page, 168) == 0,
                1, "a layout constant is wrong");
@@ -134,29 +109,39 @@ class Walker {
 
     // The page, if this is the first way that leads there and it is what it should be.
     const uint8_t* Reach(uint32_t page, uint16_t kind, uint32_t fileId, uint32_t prev,
-                         uint32_t level, const std::string& what) {
-        if (page == 0 || page >= out_.pageCount || IsMap(page)) {
+                         const std::string& what) {
+        if (page >= out_.pageCount || IsMap(page)) {
             Problem(what + " is " + Name(page));
             return nullptr;
         }
-        if (reached_[page] != 0) {
-            Problem(what + ": " + Name(page) + " is reached twice");
-            return nullptr;
-        }
+        if (!Expect(reached_[page] == 0, page, what + " is reached twice")) return nullptr;
         reached_[page] = 1;
         CheckSlot(page, kind);
         const uint8_t* bytes = pages_[page].data();
         Expect(Get32(bytes, 4) == page, page, "wrong number");
         Expect(Get16(bytes, 2) == 0, page, "pending kind");
-        Expect(Get32(bytes, 12) == prev, page,
-               "prevPage " + std::to_string(Get32(bytes, 12)) + ", not " + std::to_string(prev));
-        Expect(kind == EntryPage || kind == NamePage || Get32(bytes, 24) == level, page,
-               "wrong level");
+        Expect(Get32(bytes, 12) == prev, page, "prevPage is not " + std::to_string(prev));
         if (kind != HeaderPage && kind != NamePage)
             Expect(Get16(bytes, 28) == kind - 32, page, "wrong record type");
         const bool own = Expect(Get16(bytes, 0) == kind, page, what + " has another kind") &
                          Expect(Get32(bytes, 20) == fileId, page, what + " has another owner");
         return own ? bytes : nullptr;
+    }
+
+    // The pages of a chain that begins behind page `head`. Those of a stream have an ordinal in the
+    // place of a level.
+    std::vector<uint32_t> Chain(uint32_t first, uint16_t kind, uint32_t fileId, uint32_t head,
+                                const std::string& what) {
+        const bool leveled = kind == HeaderPage || kind == EntryPage || kind == PageListPage;
+        std::vector<uint32_t> chain;
+        for (uint32_t next = first, prev = head; next != 0; prev = chain.back()) {
+            const uint8_t* page = Reach(next, kind, fileId, prev, what);
+            if (page == nullptr) break;
+            Expect(!leveled || Get32(page, 24) == chain.size(), next, "wrong level");
+            chain.push_back(next);
+            next = Get32(page, 16);
+        }
+        return chain;
     }
 
     static Entry EntryOf(const uint8_t* bytes) {
@@ -186,29 +171,25 @@ class Walker {
 
     std::u16string ReadName(const Entry& entry, uint32_t entryPage) {
         std::u16string name = entry.head;
-        uint32_t prev = entryPage, next = entry.namePage, level = 0;
-        while (name.size() < entry.nameLength) {
-            const uint8_t* page = Reach(next, NamePage, entry.fileId, prev, level++, "name page");
-            if (page == nullptr) return name;
+        for (const uint32_t number :
+             Chain(entry.namePage, NamePage, entry.fileId, entryPage, "name page")) {
+            if (name.size() == entry.nameLength) Problem("the name pages go on behind the name");
             for (uint32_t at = 32; at < out_.pageSize && name.size() < entry.nameLength; at += 2)
-                name.push_back(static_cast<char16_t>(Get16(page, at)));
-            prev = next;
-            next = Get32(page, 16);
+                name.push_back(static_cast<char16_t>(Get16(pages_[number].data(), at)));
         }
-        if (next != 0) Problem("the name pages go on behind the name");
+        if (name.size() < entry.nameLength) Problem("a name is longer than its pages");
         return name;
     }
 
     Records ReadRecords(const Entry& entry, uint32_t entryPage, uint32_t parentId) {
         Records records;
-        uint32_t prev = entryPage, level = 0;
-        for (uint32_t next = entry.headerPage; next != 0 || level == 0; ++level) {
-            const uint8_t* page = Reach(next, HeaderPage, entry.fileId, prev, level, "header page");
-            if (page == nullptr) break;
-            Expect(level > 0 || Get32(page, 28) == parentId, next, "wrong parent");
-            ReadRecordArea(page, next, &records);
-            prev = next;
-            next = Get32(page, 16);
+        const std::vector<uint32_t> chain =
+            Chain(entry.headerPage, HeaderPage, entry.fileId, entryPage, "header page");
+        if (chain.empty()) Problem("an object without a header page");
+        for (const uint32_t number : chain) {
+            const uint8_t* page = pages_[number].data();
+            Expect(number != chain.front() || Get32(page, 28) == parentId, number, "wrong parent");
+            ReadRecordArea(page, number, &records);
         }
         return records;
     }
@@ -244,11 +225,7 @@ class Walker {
             return;
         }
         Expect(info.offset == 36, info.page, "file information is not first");
-        const uint8_t* bytes = BytesOf(info);
-        found->created = GetDate(bytes, 16);
-        found->modified = GetDate(bytes, 24);
-        found->accessed = GetDate(bytes, 32);
-        found->size = Get64(bytes, 40);
+        found->size = Get64(BytesOf(info), 40);
     }
 
     void ReadStream(const Records& records, Found* found) {
@@ -287,21 +264,14 @@ class Walker {
     // Pages by ordinal, and what they say of their place.
     void ReadPages(const Records& records, const RecordAt& record, uint16_t kind, Found* found) {
         std::map<uint32_t, uint32_t> byOrdinal;
-        uint32_t prev = record.page, last = 0;
-        for (uint32_t next = record.link; next != 0;) {
-            if (next >= out_.pageCount) {
-                Problem("stream page out of range");
-                break;
-            }
-            const uint32_t ordinal = Get32(pages_[next].data(), 24);
-            const uint8_t* page = Reach(next, kind, found->fileId, prev, ordinal, "stream page");
-            if (page == nullptr) break;
-            Expect(byOrdinal.empty() || ordinal > last, next, "ordinals do not rise");
-            byOrdinal[ordinal] = next;
-            last = ordinal;
-            prev = next;
-            next = Get32(page, 16);
+        for (const uint32_t page :
+             Chain(record.link, kind, found->fileId, record.page, "stream page")) {
+            const uint32_t ordinal = Get32(pages_[page].data(), 24);
+            Expect(byOrdinal.empty() || ordinal > byOrdinal.rbegin()->first, page,
+                   "ordinals do not rise");
+            byOrdinal[ordinal] = page;
         }
+        const uint32_t last = byOrdinal.empty() ? 0 : byOrdinal.rbegin()->first;
         CheckIndex(Get(records, PageListRec), byOrdinal, found->fileId);
         if (uint64_t{last} * (out_.pageSize - 32) > kBodyLimit) {
             Problem("ordinal too large");
@@ -312,23 +282,17 @@ class Walker {
 
     void CheckIndex(const RecordAt& record, const std::map<uint32_t, uint32_t>& byOrdinal,
                     uint32_t fileId) {
-        std::map<uint32_t, uint32_t> listed;
-        std::map<uint32_t, uint32_t> lister;
-        const uint32_t capacity = (out_.pageSize - 32) / 4;
-        uint32_t prev = record.page, level = 0;
-        for (uint32_t next = record.link; next != 0; ++level) {
-            const uint8_t* page = Reach(next, PageListPage, fileId, prev, level, "index page");
-            if (page == nullptr) break;
-            for (uint32_t i = 0; i < capacity; ++i)
-                if (const uint32_t number = Get32(page, 32 + 4 * i); number != 0) {
-                    listed[level * capacity + i] = number;
-                    lister[number] = next;
+        std::map<uint32_t, uint32_t> listed, lister;
+        uint32_t ordinal = 0;
+        for (const uint32_t index :
+             Chain(record.link, PageListPage, fileId, record.page, "index page"))
+            for (uint32_t at = 32; at < out_.pageSize; at += 4, ++ordinal)
+                if (const uint32_t number = Get32(pages_[index].data(), at); number != 0) {
+                    listed[ordinal] = number;
+                    lister[number] = index;
                 }
-            prev = next;
-            next = Get32(page, 16);
-        }
         if (record.present && listed != byOrdinal) Problem("the index disagrees with the chain");
-        for (const auto& [ordinal, page] : byOrdinal)
+        for (const auto& [place, page] : byOrdinal)
             Expect(Get32(pages_[page].data(), 8) == (record.present ? lister[page] : 0), page,
                    "wrong listPage");
     }
@@ -367,17 +331,10 @@ class Walker {
             for (uint32_t at = 12; at + 64 <= record.size; at += 64)
                 entries.emplace_back(record.page, BytesOf(record) + at);
         } else {
-            uint32_t prev = record.page, level = 0;
-            for (uint32_t next = record.link; next != 0; ++level) {
-                const uint8_t* page =
-                    Reach(next, EntryPage, found->fileId, prev, level, "entry page");
-                if (page == nullptr) break;
-                Expect(Get32(page, 24) == level, next, "wrong level");
+            for (const uint32_t number :
+                 Chain(record.link, EntryPage, found->fileId, record.page, "entry page"))
                 for (uint32_t at = 32; at + 64 <= out_.pageSize; at += 64)
-                    entries.emplace_back(next, page + at);
-                prev = next;
-                next = Get32(page, 16);
-            }
+                    entries.emplace_back(number, pages_[number].data() + at);
         }
         std::set<std::u16string> names;
         for (const auto& [page, bytes] : entries) {
@@ -402,7 +359,6 @@ class Walker {
     }
 
     const Bytes& file_;
-    uint64_t base_ = 0;
     std::vector<Bytes> pages_;
     std::vector<uint8_t> reached_;
     std::set<uint32_t> ids_;

@@ -2,7 +2,6 @@
 // opinion on what the engine writes. Shares nothing with the engine.
 #pragma once
 
-#include <array>
 #include <map>
 #include <string>
 #include <vector>
@@ -17,7 +16,6 @@ struct Found {
     uint32_t fileId = 0;
     uint32_t headerPage = 0;
     uint32_t attributes = 0;
-    double created = 0, modified = 0, accessed = 0;
     uint64_t size = 0;
     Bytes body;                   // the stream, `size` bytes
     std::vector<Found> children;  // in the order of their entries
@@ -30,7 +28,6 @@ struct Reading {
     std::vector<std::string> problems;
     bool foreign = false;
     uint32_t pageSize = 0, pageCount = 0, usedPages = 0;
-    Bytes superblock;  // in little-endian order
     Found root;
 
     bool Sound() const { return problems.empty(); }
@@ -39,7 +36,7 @@ struct Reading {
     const Found* At(const std::u16string& path) const;
 };
 
-// Never fails: what can not be read is a problem.
+// Never fails: what can not be read is a problem. The container begins with the file.
 Reading ReadContainer(const Bytes& file);
 
 // The registry in a container, as the key store lays it out: names decoded, "#FILE" undone.

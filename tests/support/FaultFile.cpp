@@ -87,9 +87,7 @@ bool FaultFile::Strikes(FileCall kind) {
     return strikes;
 }
 
-platform::PageFile* FaultFile::Wrap(platform::PageFile* opened, const platform::WChar* path) {
-    const platform::WStringView whole(path);
-    if (!whole.ends_with(suffix_)) return opened;
+platform::PageFile* FaultFile::Wrap(platform::PageFile* opened, const platform::WChar*) {
     return new File(opened, *this);
 }
 

@@ -29,8 +29,6 @@ class FaultFile final : public FileWrapper {
     // From the failing call on, all calls of that kind (or all calls) fail.
     void KeepFailing(bool keep) { keepFailing_ = keep; }
     void OnFailingWrite(Write what) { failingWrite_ = what; }
-    // Leaves files alone whose path does not end in `suffix`; they are not counted either.
-    void OnlyPathsEndingIn(platform::WString suffix) { suffix_ = std::move(suffix); }
 
     uint64_t Calls(FileCall kind) const { return calls_[static_cast<size_t>(kind)]; }
     uint64_t Calls() const { return total_; }
@@ -55,7 +53,6 @@ class FaultFile final : public FileWrapper {
     platform::Error error_ = platform::kErrorSuccess;
     bool keepFailing_ = false;
     Write failingWrite_ = Write::Nothing;
-    platform::WString suffix_;
 };
 
 }  // namespace support

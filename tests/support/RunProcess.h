@@ -12,7 +12,8 @@ struct ProcessResult {
     std::string out, err;
 };
 
-// A program of this build, which lies in the folder of the running test.
+// The program that runs, and one of this build, which lies in its folder.
+std::filesystem::path ThisProgram();
 std::filesystem::path ProgramNamed(const std::string& name);
 
 // `arguments` are UTF-8 and reach the program as they are; `input` is its standard input. Throws

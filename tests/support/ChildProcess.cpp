@@ -1,0 +1,51 @@
+#include "tests/support/ChildProcess.h"
+
+#include <cstring>
+#include <map>
+
+#include "tests/support/RunProcess.h"
+#include "tests/support/TempDir.h"
+
+namespace support {
+namespace {
+
+std::map<std::string, ChildRole::Body>& Roles() {
+    static std::map<std::string, ChildRole::Body> roles;
+    return roles;
+}
+
+std::vector<std::string> RoleWords(const std::string& role, const std::vector<std::string>& words) {
+    std::vector<std::string> all = {"--child", role};
+    all.insert(all.end(), words.begin(), words.end());
+    return all;
+}
+
+std::string TextOf(const std::filesystem::path& path) {
+    const Bytes bytes = ReadBytes(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+ChildRole::ChildRole(const char* name, Body body) {
+    Roles().emplace(name, body);
+}
+
+ChildProcess::ChildProcess(const std::string& role, const std::vector<std::string>& arguments)
+    : ChildProcess(ThisProgram(), RoleWords(role, arguments), {}) {}
+
+bool PlayChildRole(int argc, char** argv, int* exitCode) {
+    if (argc < 3 || std::strcmp(argv[1], "--child") != 0) return false;
+    *exitCode = Roles().at(argv[2])({argv + 3, argv + argc});
+    return true;
+}
+
+ProcessResult RunProcess(const std::filesystem::path& program,
+                         const std::vector<std::string>& arguments, const std::string& input) {
+    const TempDir dir;
+    WriteBytes(dir / "in", Bytes(input.begin(), input.end()));
+    const int status = ChildProcess(program, arguments, dir.Path()).Wait();
+    return {status, TextOf(dir / "out"), TextOf(dir / "err")};
+}
+
+}  // namespace support
