@@ -1,8 +1,6 @@
 // The settings file: typed settings over a container.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "include/IFBRSettingsFile.h"
 #include "tests/support/Store.h"
 
@@ -75,100 +73,88 @@ TEST_F(Settings, WithoutAStoreEverythingIsAnInvalidParameter) {
     Strings names;
     Bytes bytes;
     const WString key = WTEXT("\\k");
-    const FBR_STATUS answers[] = {closed->EnumerateKeys(key, names),
-                                  closed->GetDword(key, key, dword),
-                                  closed->GetString(key, key, text),
-                                  closed->GetMultiString(key, key, names),
-                                  closed->GetBinary(key, key, bytes),
-                                  closed->DeleteValue(key, key),
-                                  closed->DeleteKey(key, false),
-                                  closed->DeleteKey(key, true),
-                                  closed->MarkKeyDeleted(key),
-                                  closed->CreateKey(key),
-                                  closed->SetString(key, key, key, true),
-                                  closed->RenameKey(key, key),
-                                  closed->GetRawValue(key, key, bytes, {}),
-                                  closed->SetRawValue(key, key, bytes, 1)};
-    for (const FBR_STATUS answer : answers) EXPECT_EQ(answer, FSSTATUS_INVALID_PARAMETER);
+    for (const FBR_STATUS answer :
+         {closed->EnumerateKeys(key, names), closed->GetDword(key, key, dword),
+          closed->GetString(key, key, text), closed->GetMultiString(key, key, names),
+          closed->GetBinary(key, key, bytes), closed->DeleteValue(key, key),
+          closed->DeleteKey(key, false), closed->DeleteKey(key, true), closed->MarkKeyDeleted(key),
+          closed->CreateKey(key), closed->SetString(key, key, key, true),
+          closed->RenameKey(key, key), closed->GetRawValue(key, key, bytes, {}),
+          closed->SetRawValue(key, key, bytes, 1)})
+        EXPECT_EQ(answer, FSSTATUS_INVALID_PARAMETER);
 }
 
-TEST_F(Settings, NumbersMustHaveTheirTypeAndSize) {
-    SetRaw("d", kRegDword, {1, 2, 3, 4});
-    SetRaw("q", kRegQword, {1, 2, 3, 4, 5, 6, 7, 8});
-    SetRaw("short", kRegDword, {1, 2});
-    SetRaw("empty", kRegDword, {});
-    uint32_t dword = 77;
-    uint64_t qword = 77;
-    for (const WString name : {WTEXT("q"), WTEXT("short"), WTEXT("empty")})
-        EXPECT_EQ(file->GetDword(kKey, name, dword), FSSTATUS_FAILED);
-    EXPECT_EQ(file->GetQword(kKey, WTEXT("d"), qword), FSSTATUS_FAILED);
-    EXPECT_EQ(file->GetDword(kKey, WTEXT("none"), dword), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(file->GetDword(WTEXT("\\none"), WTEXT("d"), dword), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(dword, 77u) << "untouched";
-    EXPECT_EQ(qword, 77u);
-    EXPECT_EQ(file->GetDword(kKey, WTEXT("d"), dword), FSSTATUS_SUCCESS);
-    EXPECT_EQ(file->GetQword(kKey, WTEXT("q"), qword), FSSTATUS_SUCCESS);
-    EXPECT_EQ(dword, 0x04030201u);
-    EXPECT_EQ(qword, 0x0807060504030201u);
-}
-
-TEST_F(Settings, StringsLoseTheTerminatorsAtTheirEnd) {
-    EXPECT_EQ(file->SetString(WTEXT("\\new\\key"), WTEXT(""), WTEXT("text"), true),
-              FSSTATUS_SUCCESS);
-    Bytes raw;
+TEST_F(Settings, ValuesAreReadByTheirTypeAndSize) {
+    const auto text = [](const WString& units) {
+        std::string out;
+        for (const auto unit : units) out += unit == 0 ? '0' : static_cast<char>(unit);
+        return out;
+    };
+    const auto read = [&](char how, const WString& name) {
+        uint32_t dword = 77;
+        uint64_t qword = 77;
+        WString string = WTEXT("77");
+        Strings strings = {string};
+        Bytes bytes = {'7', '7'};
+        FBR_STATUS status = FSSTATUS_SUCCESS;
+        std::string told;
+        if (how == 'd') status = file->GetDword(kKey, name, dword), told = std::to_string(dword);
+        if (how == 'q') status = file->GetQword(kKey, name, qword), told = std::to_string(qword);
+        if (how == 's') status = file->GetString(kKey, name, string), told = text(string);
+        if (how == 'b')
+            status = file->GetBinary(kKey, name, bytes), told.assign(bytes.begin(), bytes.end());
+        if (how == 'm') {
+            status = file->GetMultiString(kKey, name, strings);
+            for (const WString& one : strings) told += " " + text(one);
+        }
+        return std::to_string(status) + told;
+    };
+    const struct {
+        uint32_t type;
+        Bytes bytes;
+        char how;
+        const char* expected;
+    } rows[] = {
+        {kRegDword, {1, 2, 3, 4}, 'd', "067305985"},
+        {kRegQword, {1, 2, 3, 4, 5, 6, 7, 8}, 'q', "0578437695752307201"},
+        {kRegQword, {1, 2, 3, 4, 5, 6, 7, 8}, 'd', "177"},
+        {kRegDword, {1, 2, 3, 4}, 'q', "177"},
+        {kRegDword, {1, 2}, 'd', "177"},
+        {kRegDword, {}, 'd', "177"},
+        // Strings lose the terminators at their end, and an empty value may be of any type.
+        {kRegExpandSz, BytesOf(WString(WTEXT("a\0b\0\0"), 5)), 's', "0a0b"},
+        {kRegSz, {'x', 0, 'y'}, 's', "0x"},
+        {kRegBinary, {'x', 0}, 's', "177"},
+        {kRegBinary, {}, 's', "0"},
+        // And lists their empty strings.
+        {kRegMultiSz, BytesOf(WString(WTEXT("a\0\0b\0\0"), 6)), 'm', "0 a b"},
+        {kRegSz, BytesOf(WTEXT("ab")), 'm', "1 77"},
+        {kRegBinary, {'9', '8'}, 'b', "098"},
+        {4711, {1}, 'b', "177"},
+    };
+    for (const auto& row : rows) {
+        SetRaw("v", row.type, row.bytes);
+        EXPECT_EQ(read(row.how, WTEXT("v")), row.expected);
+    }
+    EXPECT_EQ(read('d', WTEXT("none")), "377");
+    Bytes raw{1};
     uint32_t type = 0;
-    EXPECT_EQ(file->GetRawValue(WTEXT("\\new\\key"), WTEXT("(Default)"), raw, &type),
-              FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetRawValue(kKey, WTEXT("v"), raw, &type), FSSTATUS_SUCCESS);
+    EXPECT_EQ(type, 4711u);
+    EXPECT_EQ(file->GetRawValue(kKey, WTEXT("none"), raw, nullptr), FSSTATUS_NOT_FOUND);
+    EXPECT_TRUE(raw.empty());
+    // A string is set with one terminator, in a key that is made or must be there.
+    const WString key = WTEXT("\\new\\key");
+    EXPECT_EQ(file->SetString(key, WTEXT(""), WTEXT("text"), false), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(file->SetRawValue(key, WTEXT(""), {1}, kRegSz), FSSTATUS_NOT_FOUND);
+    EXPECT_FALSE(file->KeyExists(key));
+    EXPECT_EQ(file->SetString(key, WTEXT(""), WTEXT("text"), true), FSSTATUS_SUCCESS);
+    EXPECT_EQ(file->GetRawValue(key, WTEXT("(Default)"), raw, &type), FSSTATUS_SUCCESS);
     EXPECT_EQ(type, kRegSz);
     EXPECT_EQ(raw, BytesOf(WString(WTEXT("text")) + WString(1, 0)));
-    SetRaw("two", kRegExpandSz, BytesOf(WString(WTEXT("a\0b\0\0"), 5)));
-    SetRaw("odd", kRegSz, {'x', 0, 'y'});
-    SetRaw("empty", kRegBinary, {});
-    SetRaw("binary", kRegBinary, {'x', 0});
-    WString text;
-    EXPECT_EQ(file->GetString(kKey, WTEXT("two"), text), FSSTATUS_SUCCESS);
-    EXPECT_EQ(text, WString(WTEXT("a\0b"), 3));
-    EXPECT_EQ(file->GetString(kKey, WTEXT("odd"), text), FSSTATUS_SUCCESS);
-    EXPECT_EQ(text, WTEXT("x"));
-    EXPECT_EQ(file->GetString(kKey, WTEXT("binary"), text), FSSTATUS_FAILED);
-    EXPECT_EQ(text, WTEXT("x"));
-    EXPECT_EQ(file->GetString(kKey, WTEXT("empty"), text), FSSTATUS_SUCCESS);
-    EXPECT_EQ(text, WTEXT("")) << "an empty value may be of any type";
-}
-
-TEST_F(Settings, ASettingWithoutItsKeyFails) {
-    for (const WString key : {WTEXT("\\none"), WTEXT("\\none\\below")}) {
-        EXPECT_EQ(file->SetString(key, WTEXT("v"), WTEXT("x"), false), FSSTATUS_NOT_FOUND);
-        EXPECT_EQ(file->SetRawValue(key, WTEXT("v"), {1}, kRegSz), FSSTATUS_NOT_FOUND);
-        EXPECT_FALSE(file->KeyExists(key));
-    }
-}
-
-TEST_F(Settings, MultiStringsLoseTheirEmptyStrings) {
-    SetRaw("m", kRegMultiSz, BytesOf(WString(WTEXT("a\0\0b\0\0"), 6)));
-    Strings strings;
-    EXPECT_EQ(file->GetMultiString(kKey, WTEXT("m"), strings), FSSTATUS_SUCCESS);
-    EXPECT_EQ(strings, (Strings{WTEXT("a"), WTEXT("b")}));
-    SetRaw("s", kRegSz, BytesOf(WTEXT("ab")));
-    EXPECT_EQ(file->GetMultiString(kKey, WTEXT("s"), strings), FSSTATUS_FAILED);
-    EXPECT_EQ(strings.size(), 2u);
-}
-
-TEST_F(Settings, BinaryAndRawValues) {
-    SetRaw("b", kRegBinary, {9, 8});
-    SetRaw("other", 4711, {1});
-    Bytes bytes{1};
-    EXPECT_EQ(file->GetBinary(kKey, WTEXT("b"), bytes), FSSTATUS_SUCCESS);
-    EXPECT_EQ(bytes, Bytes({9, 8}));
-    EXPECT_EQ(file->GetBinary(kKey, WTEXT("other"), bytes), FSSTATUS_FAILED);
-    uint32_t type = 0;
-    EXPECT_EQ(file->GetRawValue(kKey, WTEXT("other"), bytes, &type), FSSTATUS_SUCCESS);
-    EXPECT_EQ(type, 4711u);
-    EXPECT_EQ(file->GetRawValue(kKey, WTEXT("none"), bytes, nullptr), FSSTATUS_NOT_FOUND);
-    EXPECT_TRUE(bytes.empty());
-    EXPECT_TRUE(file->ValueExists(kKey, WTEXT("B")));
-    EXPECT_EQ(file->DeleteValue(kKey, WTEXT("b")), FSSTATUS_SUCCESS);
-    EXPECT_FALSE(file->ValueExists(kKey, WTEXT("b")));
+    EXPECT_TRUE(file->ValueExists(kKey, WTEXT("V")));
+    EXPECT_EQ(file->DeleteValue(kKey, WTEXT("v")), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(file->ValueExists(kKey, WTEXT("v")));
 }
 
 TEST_F(Settings, ListingsReplaceTheVector) {
@@ -201,28 +187,23 @@ TEST_F(Settings, KeysAreDeletedAloneOrWithAllBelow) {
 
 TEST_F(Settings, DeletedKeysLeaveAMarkBesideThem) {
     file->CreateKey(WTEXT("\\a\\b"));
-    EXPECT_EQ(file->MarkKeyDeleted(WTEXT("\\a\\b\\")), FSSTATUS_SUCCESS);
-    EXPECT_EQ(file->MarkKeyDeleted(WTEXT("\\a\\b")), FSSTATUS_SUCCESS);
+    for (const WString key : {WTEXT("\\a\\b\\"), WTEXT("\\a\\b")})
+        EXPECT_EQ(file->MarkKeyDeleted(key), FSSTATUS_SUCCESS);
     Strings names;
     file->EnumerateKeys(WTEXT("\\a"), names);
     EXPECT_EQ(names, (Strings{WTEXT("b"), WTEXT("b_R.I.P")}));
 }
 
+// Another store meets it, also under a path with the prefix of long ones.
 TEST_F(Settings, HoldTheWriteLockUntilTheyGo) {
-    FBR_STORE store = nullptr;
-    ASSERT_EQ(FBR_InitialiseEx(path.c_str(), &store, FS_VR_METHOD_TARN), FSSTATUS_SUCCESS);
+    support::Store store(path);
     file->SetString(kKey, WTEXT("v"), WTEXT("x"), true);
+    EXPECT_EQ(store.Lock(), FSSTATUS_LOCK_FAILED);
     file.reset();
-    EXPECT_EQ(FBR_GetLockEx(1, store), FSSTATUS_SUCCESS);
-    FBR_KEY key = 0;
-    EXPECT_EQ(FBR_OpenDirEx(0, kKey.c_str(), &key, store), FSSTATUS_SUCCESS);
-    EXPECT_EQ(FBR_DeInitialiseEx(store), FSSTATUS_SUCCESS);
-}
-
-TEST_F(Settings, ALongPathPrefixIsDropped) {
-    const auto other =
-        CreateFBRSettingsFile(WTEXT("\\\\?\\") + dir.File("long.fbr"), FS_VR_METHOD_TARN);
-    EXPECT_EQ(other->Create(false), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(store.Has(kKey));
+    file = CreateFBRSettingsFile(WTEXT("\\\\?\\") + dir.File("long.fbr"), FS_VR_METHOD_TARN);
+    EXPECT_EQ(file->Create(false), FSSTATUS_SUCCESS);
     EXPECT_TRUE(std::filesystem::exists(dir / "long.fbr"));
 }
 
