@@ -27,12 +27,13 @@ class OpenStore : public support::Store {
 };
 
 // A test on one kind of store, which leaves the process as it found it. What the system opens once
-// for good, it has opened before by a store of that kind.
+// for good, it has opened before by a store of that kind, and GoogleTest for its traces.
 class StoreTest : public testing::Test {
   protected:
     explicit StoreTest(const Backend& backend) : backend_(backend) {}
     void SetUp() override {
         {
+            SCOPED_TRACE("before");
             const auto place = backend_.makePlace();
             OpenStore store(*place);
             EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
