@@ -85,36 +85,6 @@ class HivePlace : public Place {
     std::wstring mount_ = UniqueName();
 };
 
-Differences LiveDifferences() {
-    return {.writesNeedLock = false,
-            .rootHasVersion = false,
-            .emptyNameIsDefault = false,
-            .shortBufferSucceeds = false,
-            .handleOutlivesKey = true,
-            .refusedDeleteTakesValues = false,
-            .unknownParentIsRoot = false,
-            .volatileEndsWithStore = false,
-            .keepsSecurity = false,
-            .listsReplace = false,
-            .compactDone = 1,
-            .endHasName = false,
-            .rootFullName = L"",
-            .rootIsNamed = true,
-            .deleteBelowMissing = FSSTATUS_NOT_FOUND,
-            .volatileCreate = FSSTATUS_SUCCESS,
-            .renameTripsOverDeleted = false,
-            .renameInPlaceDuplicates = true,
-            // The first is Windows's answer, the second Wine's.
-            .deleteWithSubkeys = {FSSTATUS_ALREADY_EXISTS, FSSTATUS_ACCESS_DENIED}};
-}
-
-Differences HiveDifferences() {
-    Differences differences = LiveDifferences();
-    differences.rootHasVersion = true;
-    differences.volatileEndsWithStore = true;
-    return differences;
-}
-
 }  // namespace
 
 std::string ProcessState() {
@@ -134,14 +104,26 @@ Backend BehindHere(Backend backend) {
 }  // namespace
 
 const std::vector<Backend>& AllBackends() {
-    const Backend live{"Live", LivePlace<false>::Make, LiveDifferences()};
-    const Backend hive{"Hive", HivePlace::Make, HiveDifferences()};
+    // What Wine does: a key renamed to a name that sorts right behind its own is listed twice, and
+    // the sibling that follows not at all.
+    const Backend live{"Live",
+                       LivePlace<false>::Make,
+                       {"registry", "live", "near", "handleOutlivesKey", "rootIsNamed",
+                        "renameInPlaceDuplicates"}};
+    Backend byPath = live, hive = live;
+    byPath.name = "LiveByPath";
+    byPath.makePlace = LivePlace<true>::Make;
+    byPath.traits.insert("byPath");
+    hive.name = "Hive";
+    hive.makePlace = HivePlace::Make;
+    hive.traits.erase("live");
+    hive.traits.insert({"hive", "rootHasVersion", "volatileEndsWithStore"});
     static const std::vector<Backend> all{
         ContainerBackend(),
         GivenEngineBackend(),
         OfflineBackend(),
         live,
-        {"LiveByPath", LivePlace<true>::Make, LiveDifferences()},
+        byPath,
         hive,
         BehindHere<FilePlace<FS_VR_METHOD_TARN>>(ContainerBackend()),
         BehindHere<FilePlace<FS_VR_METHOD_OFFLINE>>(OfflineBackend()),

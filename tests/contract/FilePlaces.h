@@ -79,58 +79,26 @@ class RemotePlace : public Place {
 };
 
 inline Backend ContainerBackend() {
-    return {.name = "Container",
-            .makePlace = FilePlace<FS_VR_METHOD_TARN>::Make,
-            .differences = {.writesNeedLock = true,
-                            .rootHasVersion = true,
-                            .emptyNameIsDefault = true,
-                            .shortBufferSucceeds = true,
-                            .handleOutlivesKey = false,
-                            .refusedDeleteTakesValues = true,
-                            .unknownParentIsRoot = true,
-                            .volatileEndsWithStore = true,
-                            .keepsSecurity = false,
-                            .listsReplace = false,
-                            .compactDone = 255,
-                            .endHasName = false,
-                            .rootFullName = WTEXT(""),
-                            .rootIsNamed = false,
-                            .deleteBelowMissing = FSSTATUS_FAILED,
-                            .volatileCreate = FSSTATUS_SUCCESS,
-                            .renameTripsOverDeleted = false,
-                            .renameInPlaceDuplicates = false,
-                            .deleteWithSubkeys = {FSSTATUS_DIR_NOT_EMPTY}}};
+    return {"Container",
+            FilePlace<FS_VR_METHOD_TARN>::Make,
+            {"container", "near", "writesNeedLock", "rootHasVersion", "emptyNameIsDefault",
+             "shortBufferSucceeds", "refusedDeleteTakesValues", "unknownParentIsRoot",
+             "volatileEndsWithStore"}};
 }
 
 inline Backend GivenEngineBackend() {
     Backend backend = ContainerBackend();
     backend.name = "GivenEngine";
     backend.makePlace = GivenEnginePlace::Make;
+    backend.traits.insert("givenEngine");
     return backend;
 }
 
 inline Backend OfflineBackend() {
-    return {.name = "Offline",
-            .makePlace = FilePlace<FS_VR_METHOD_OFFLINE>::Make,
-            .differences = {.writesNeedLock = false,
-                            .rootHasVersion = true,
-                            .emptyNameIsDefault = false,
-                            .shortBufferSucceeds = false,
-                            .handleOutlivesKey = true,
-                            .refusedDeleteTakesValues = false,
-                            .unknownParentIsRoot = false,
-                            .volatileEndsWithStore = false,
-                            .keepsSecurity = true,
-                            .listsReplace = false,
-                            .compactDone = 1,
-                            .endHasName = false,
-                            .rootFullName = WTEXT("\\"),
-                            .rootIsNamed = false,
-                            .deleteBelowMissing = FSSTATUS_NOT_FOUND,
-                            .volatileCreate = FSSTATUS_INVALID_NAME,
-                            .renameTripsOverDeleted = true,
-                            .renameInPlaceDuplicates = false,
-                            .deleteWithSubkeys = {FSSTATUS_FAILED}}};
+    return {"Offline",
+            FilePlace<FS_VR_METHOD_OFFLINE>::Make,
+            {"offline", "near", "rootHasVersion", "handleOutlivesKey", "keepsSecurity",
+             "renameTripsOverDeleted"}};
 }
 
 // As the store itself, but for what the way to it changes.
@@ -138,11 +106,9 @@ template <class Near>
 Backend Behind(Backend backend) {
     backend.name = "Remote" + backend.name;
     backend.makePlace = RemotePlace<Near>::Make;
-    backend.differences.writesNeedLock = false;
-    backend.differences.unknownParentIsRoot = false;
-    backend.differences.keepsSecurity = false;
-    backend.differences.listsReplace = true;
-    backend.differences.endHasName = true;
+    for (const char* trait : {"near", "writesNeedLock", "unknownParentIsRoot", "keepsSecurity"})
+        backend.traits.erase(trait);
+    backend.traits.insert({"remote", "listsReplace", "endHasName"});
     return backend;
 }
 

@@ -31,9 +31,8 @@ WString Joined(const Path& path) {
 // A store and what it must hold.
 class Run {
   public:
-    explicit Run(const Backend& backend)
-        : differs_(backend.differences), place_(backend.makePlace()) {
-        store_ = std::make_unique<OpenStore>(*place_);
+    explicit Run(const Backend& backend) : backend_(backend), place_(backend.makePlace()) {
+        Open();
     }
     // Empty, or what is wrong.
     std::string Do(const Deed& deed) {
@@ -68,6 +67,10 @@ class Run {
         Path path;
         OpenKey key;
     };
+    void Open() {
+        store_ = std::make_unique<OpenStore>(*place_);
+        EXPECT_EQ(store_->Lock(2), FSSTATUS_SUCCESS);
+    }
     static std::string Expect(const char* what, FBR_STATUS told, FBR_STATUS expected) {
         if (told == expected) return "";
         return std::string(what) + " answers " + std::to_string(told) + ", not " +
@@ -115,15 +118,15 @@ class Run {
         const std::string wrong =
             Expect("create", told, exists ? FSSTATUS_ALREADY_EXISTS : FSSTATUS_SUCCESS);
         if (!wrong.empty()) return wrong;
-        return Expect("set", store_->Store::Set(key, name, step.value.data, step.value.type),
+        return Expect("set", store_->Set(key, name, step.value.data, step.value.type),
                       FSSTATUS_SUCCESS);
     }
     std::string DeleteTree(const Step& step, const WString& path) {
         const Path above(step.path.begin(), step.path.end() - 1);
         const bool hasParent = FindKey(&model_, above) != nullptr;
-        const FBR_STATUS expected = faults::Apply(step, &model_) ? FSSTATUS_SUCCESS
-                                    : hasParent                  ? FSSTATUS_NOT_FOUND
-                                                                 : differs_.deleteBelowMissing;
+        const FBR_STATUS expected = faults::Apply(step, &model_)             ? FSSTATUS_SUCCESS
+                                    : hasParent || !backend_.Is("container") ? FSSTATUS_NOT_FOUND
+                                                                             : FSSTATUS_FAILED;
         const FBR_STATUS told = store_->DeleteTree(path);
         std::erase_if(held_, [&](const Held& held) { return IsWithin(held.path, step.path); });
         return Expect("delete tree", told, expected);
@@ -134,13 +137,13 @@ class Run {
         if (step.name == last) return "";
         // The names that sort up to the new one end with the old one: the key stays in its place.
         const auto& siblings = FindKey(&model_, above)->keys;
-        if (differs_.renameInPlaceDuplicates && last < step.name &&
+        if (backend_.Is("renameInPlaceDuplicates") && last < step.name &&
             siblings.upper_bound(last) == siblings.lower_bound(step.name))
             return "";
         const OpenKey key(store_->handle, store_->Open(path));
         const bool done = faults::Apply(step, &model_);
         const FBR_STATUS told = store_->Rename(key, name);
-        const bool tripped = differs_.renameTripsOverDeleted && told == FSSTATUS_NOT_FOUND;
+        const bool tripped = backend_.Is("renameTripsOverDeleted") && told == FSSTATUS_NOT_FOUND;
         for (Held& held : held_)
             if (done && IsWithin(held.path, step.path)) held.path[above.size()] = step.name;
         if (tripped) held_.clear();
@@ -167,7 +170,7 @@ class Run {
         if (store_->FullName(held.key) != Joined(held.path)) return "a handle leads elsewhere";
         FindKey(&model_, held.path)->values[u"held"] = step.value;
         return Expect("set by a handle",
-                      store_->Store::Set(held.key, "held", step.value.data, step.value.type),
+                      store_->Set(held.key, "held", step.value.data, step.value.type),
                       FSSTATUS_SUCCESS);
     }
     std::string Read(const Path& path) {
@@ -184,7 +187,7 @@ class Run {
     // Made again it may not be volatile any more.
     std::string MakeVolatile(const WString& name) {
         if (volatile_.count(name) != 0) return "";
-        const FBR_STATUS made = differs_.volatileCreate;
+        const FBR_STATUS made = backend_.Is("offline") ? FSSTATUS_INVALID_NAME : FSSTATUS_SUCCESS;
         if (made == FSSTATUS_SUCCESS) volatile_.insert(name);
         return Expect("create volatile", store_->TryMake(name, 0, FSCREATEOPTIONS_VOLATILE), made);
     }
@@ -197,15 +200,15 @@ class Run {
         held_.clear();
         std::string wrong = Judge();
         store_.reset();
-        if (differs_.volatileEndsWithStore) volatile_.clear();
+        if (backend_.Is("volatileEndsWithStore")) volatile_.clear();
         if (wrong.empty() && place_->Method() == FS_VR_METHOD_TARN)
             wrong =
                 Expect("check", FBR_CheckFileEx(place_->Path().c_str(), nullptr), FSSTATUS_SUCCESS);
-        store_ = std::make_unique<OpenStore>(*place_);
+        Open();
         return wrong.empty() ? Judge() : wrong;
     }
 
-    const Differences differs_;
+    const Backend backend_;
     const std::unique_ptr<Place> place_;
     std::unique_ptr<OpenStore> store_;
     Content model_;
@@ -278,7 +281,10 @@ std::string Told(const Deed& deed) {
            ")";
 }
 
-class Model : public StoreTest {};
+class Model : public StoreTest, public testing::WithParamInterface<Backend> {
+  protected:
+    Model() : StoreTest(GetParam()) {}
+};
 
 INSTANTIATE_TEST_SUITE_P(Stores, Model, testing::ValuesIn(AllBackends()),
                          [](const auto& param) { return param.param.name; });

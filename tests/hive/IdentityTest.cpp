@@ -230,16 +230,6 @@ TEST_F(Identity, SessionsByProcessAndByToken) {
     EXPECT_TRUE(log_.Holds("GetTokenInformation() failed [5]")) << log_.All();
 }
 
-TEST(Services, TheCollectionHandsOutTheSameInstances) {
-    const auto services = Services::ServicesCollection::Instance();
-    EXPECT_EQ(services, Services::ServicesCollection::Instance());
-    EXPECT_EQ(services->Registry(), services->Registry());
-    EXPECT_EQ(services->FileSystem(), services->FileSystem());
-    EXPECT_EQ(services->Process(), services->Process());
-    EXPECT_EQ(services->Environment(), services->Environment());
-    EXPECT_EQ(services->Services(), services->Services());
-}
-
 TEST(Handles, TheCountThatTheFixturesTrustSeesASingleHandle) {
     const size_t before = support::ProcessState::Handles();
     HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -261,37 +251,35 @@ class RegistryValues : public support::LeavesNothingBehind {
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
         LeavesNothingBehind::TearDown();
     }
-    void Set(const wchar_t* name, DWORD type, const void* data, DWORD bytes) {
-        ASSERT_EQ(::RegSetValueExW(key_, name, 0, type, static_cast<const BYTE*>(data), bytes), 0);
-    }
-    static std::wstring Read(const wchar_t* name, DWORD expected) {
-        DWORD error = 12345;
-        std::wstring text = registry_util::read_wstring(kKey, name, &error);
-        EXPECT_EQ(error, expected);
-        return text;
-    }
-
     HKEY key_ = nullptr;
 };
 
 TEST_F(RegistryValues, TextIsReadOfTheTypesThatCanHoldIt) {
-    Set(L"sz", REG_SZ, L"text\0\0", 12);
-    Set(L"expand", REG_EXPAND_SZ, L"%x%", 6);
-    Set(L"binary", REG_BINARY, L"b", 2);
-    Set(L"multi", REG_MULTI_SZ, L"a\0b\0", 10);
-    Set(L"none", REG_NONE, L"n", 2);
-    Set(L"dword", REG_DWORD, "\1\0\0\0", 4);
-    Set(L"odd", REG_BINARY, "abc", 3);
-    Set(L"empty", REG_SZ, nullptr, 0);
-    EXPECT_EQ(Read(L"sz", 0), L"text");
-    EXPECT_EQ(Read(L"expand", 0), L"%x%");
-    EXPECT_EQ(Read(L"binary", 0), L"b");
-    EXPECT_EQ(Read(L"multi", 0), (std::wstring(L"a\0b", 3)));
-    EXPECT_EQ(Read(L"none", 0), L"n");
-    EXPECT_EQ(Read(L"dword", ERROR_BAD_FORMAT), L"");
-    EXPECT_EQ(Read(L"odd", ERROR_MORE_DATA), L"");
-    EXPECT_EQ(Read(L"empty", 0), L"");
-    EXPECT_EQ(Read(L"missing", ERROR_FILE_NOT_FOUND), L"");
+    const struct {
+        DWORD type;
+        std::wstring data;
+        DWORD bytes, error;
+        std::wstring text;
+    } rows[] = {
+        {REG_SZ, std::wstring(L"text\0\0", 6), 12, 0, L"text"},
+        {REG_EXPAND_SZ, L"%x%", 6, 0, L"%x%"},
+        {REG_BINARY, L"b", 2, 0, L"b"},
+        {REG_MULTI_SZ, std::wstring(L"a\0b\0\0", 5), 10, 0, std::wstring(L"a\0b", 3)},
+        {REG_NONE, L"n", 2, 0, L"n"},
+        {REG_SZ, L"", 0, 0, L""},
+        {REG_DWORD, L"ab", 4, ERROR_BAD_FORMAT, L""},
+        {REG_BINARY, L"ab", 3, ERROR_MORE_DATA, L""},
+    };
+    DWORD error = 12345;
+    for (const auto& row : rows) {
+        ASSERT_EQ(::RegSetValueExW(key_, L"v", 0, row.type,
+                                   reinterpret_cast<const BYTE*>(row.data.c_str()), row.bytes),
+                  0);
+        EXPECT_EQ(registry_util::read_wstring(kKey, L"v", &error), row.text);
+        EXPECT_EQ(error, row.error);
+    }
+    EXPECT_EQ(registry_util::read_wstring(kKey, L"missing", &error), L"");
+    EXPECT_EQ(error, DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(registry_util::read_wstring(L"Software\\ZrNoSuchKey", L"x", nullptr), L"");
 }
 

@@ -25,33 +25,6 @@ TEST_F(NativeKeys, TheRootPathLosesOneTrailingBackslashAndIsNotTouchedByOpening)
     store_->FBR_CloseDirEx(key);
 }
 
-TEST_F(NativeKeys, APathDropsEmptyPartsAndBelowAParentStandsAsItIs) {
-    EXPECT_EQ(Create(L"p\\\\q"), FSSTATUS_SUCCESS);
-    EXPECT_TRUE(ExistsInRegistry(kTestKey + L"\\p\\q"));
-    const int64_t parent = Key(L"p");
-    EXPECT_EQ(Probe(L"q", parent), FSSTATUS_SUCCESS);
-    EXPECT_EQ(Probe(L"\\q", parent), FSSTATUS_FAILED);
-    EXPECT_EQ(store_->FBR_CreateDirEx(0, L"n", FSCREATEOPTIONS_NONE, nullptr),
-              FSSTATUS_INVALID_PARAMETER);
-    EXPECT_FALSE(ExistsInRegistry(kTestKey + L"\\n"));
-    store_->FBR_CloseDirEx(parent);
-}
-
-TEST_F(NativeKeys, ARootNameGivesADuplicateOfTheRootAndNeverAlreadyExists) {
-    EXPECT_EQ(Create(L"child"), FSSTATUS_SUCCESS);
-    for (const wchar_t* name : {L"", L"\\"}) {
-        EXPECT_EQ(Create(name), FSSTATUS_SUCCESS);
-        int64_t root = 0;
-        ASSERT_EQ(store_->FBR_OpenDirEx(0, name, &root), FSSTATUS_SUCCESS);
-        EXPECT_EQ(Probe(L"child", root), FSSTATUS_SUCCESS);
-        WChar* fullName = nullptr;
-        EXPECT_EQ(store_->FBR_GetFullName_DirEx(root, &fullName), FSSTATUS_SUCCESS);
-        EXPECT_EQ(Taken(fullName), L"");
-        EXPECT_EQ(store_->FBR_CloseDirEx(root), FSSTATUS_SUCCESS);
-    }
-    EXPECT_EQ(Probe(L"child"), FSSTATUS_SUCCESS);  // the root itself was not closed
-}
-
 TEST_F(NativeKeys, PathOnlyHoldsNoRootAndCreatesNothingByAnOpen) {
     store_ = Open(true);
     EXPECT_EQ(Probe(L""), FSSTATUS_NOT_FOUND);
@@ -166,38 +139,18 @@ TEST_F(NativeKeys, AWalkThatEndsInAFailureAfterARefusalReportsTheRefusal) {
     EXPECT_EQ(g_calls, 3);
 }
 
-TEST_F(NativeKeys, VolatileGoesForParentsToo) {
-    int64_t key = 0;
-    ASSERT_EQ(store_->FBR_CreateDirEx(0, L"v\\w", FSCREATEOPTIONS_VOLATILE, &key),
-              FSSTATUS_SUCCESS);
-    store_->FBR_CloseDirEx(key);
-    // A lasting key cannot stand below one that goes: so the parent is such a key as well.
-    EXPECT_EQ(Create(L"v\\lasting"), FSSTATUS_FAILED);
-}
-
-TEST_F(NativeKeys, WhatIsNoNameAndNoKeyOfOursIsRefused) {
-    const int64_t key = Key(L"one\\two");
-    WChar* name = nullptr;
-    EXPECT_EQ(store_->FBR_RenameDirEx(key, L"a\\b"), FSSTATUS_INVALID_NAME);
-    EXPECT_EQ(store_->FBR_GetDirTimesEx(key, nullptr), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_INVALID_HANDLE);
-    EXPECT_EQ(store_->FBR_GetName_DirEx(key, &name), FSSTATUS_INVALID_HANDLE);
-
-    // A key above the root is shorter than the root's path.
-    HKEY user = nullptr;
-    ASSERT_EQ(::RegOpenKeyExW(HKEY_CURRENT_USER, L"Software", 0, KEY_READ, &user), 0);
-    EXPECT_EQ(store_->FBR_GetFullName_DirEx(reinterpret_cast<int64_t>(user), &name),
-              FSSTATUS_FAILED);
-    ::RegCloseKey(user);
-}
-
-TEST_F(NativeKeys, KeyHandlesOutliveTheStore) {
+TEST_F(NativeKeys, HandlesOutliveTheStoreAndThoseAboveTheRootHaveNoPath) {
     const int64_t key = Key(L"x");
     EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS);
     store_ = Open(false);
     EXPECT_EQ(store_->FBR_SetValue(key, L"v", REG_SZ, L"t", 4), FSSTATUS_SUCCESS);
     EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+    HKEY user = nullptr;
+    WChar* name = nullptr;
+    ASSERT_EQ(::RegOpenKeyExW(HKEY_CURRENT_USER, L"Software", 0, KEY_READ, &user), 0);
+    EXPECT_EQ(store_->FBR_GetFullName_DirEx(reinterpret_cast<int64_t>(user), &name),
+              FSSTATUS_FAILED);
+    ::RegCloseKey(user);
 }
 
 }  // namespace

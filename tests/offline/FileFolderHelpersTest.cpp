@@ -6,49 +6,42 @@
 #include "tests/support/TempDir.h"
 
 using support::TempDir;
+using support::Wide;
 using support::WriteBytes;
+using ZrSharedHelpers::DeleteFileWithRetry;
+using ZrSharedHelpers::EnsurePathExists;
 
 namespace {
 
-TEST(EnsurePathExists, MakesEveryMissingParentAndLeavesWhatIsThere) {
+TEST(FileFolderHelpers, MakeEveryMissingParentAndLeaveWhatIsThere) {
     TempDir dir;
     const auto deep = (dir / "a") / "b" / "c";
-    EXPECT_EQ(ZrSharedHelpers::EnsurePathExists(support::Wide(deep)), 0u);
+    EXPECT_EQ(EnsurePathExists(Wide(deep)), 0u);
     EXPECT_TRUE(std::filesystem::is_directory(deep));
     WriteBytes(deep / "kept", {1});
-    EXPECT_EQ(ZrSharedHelpers::EnsurePathExists(support::Wide(deep)), 0u);
-    EXPECT_EQ(ZrSharedHelpers::EnsurePathExists(support::Wide(deep / "kept")), 0u);
+    for (const auto& path : {deep, deep / "kept"}) EXPECT_EQ(EnsurePathExists(Wide(path)), 0u);
     EXPECT_EQ(support::ReadBytes(deep / "kept").size(), 1u);
+    EXPECT_EQ(EnsurePathExists(WTEXT("")), 87u);
+    EXPECT_EQ(EnsurePathExists(WTEXT("no-separator-in-this-missing-name")), 161u);
+    EXPECT_NE(EnsurePathExists(Wide(deep / "kept" / "below")), 0u);
 }
 
-TEST(EnsurePathExists, RefusesWhatCannotBeMade) {
+TEST(FileFolderHelpers, DeleteReadOnlyFilesAndEmptyFolders) {
     TempDir dir;
-    EXPECT_EQ(ZrSharedHelpers::EnsurePathExists(WTEXT("")), 87u);
-    EXPECT_EQ(ZrSharedHelpers::EnsurePathExists(WTEXT("no-separator-in-this-missing-name")), 161u);
-    WriteBytes(dir / "file", {1});
-    EXPECT_NE(ZrSharedHelpers::EnsurePathExists(support::Wide(dir / "file" / "below")), 0u);
-}
-
-TEST(DeleteFileWithRetry, TakesTheReadOnlyAttributeOff) {
-    TempDir dir;
+    const platform::WString locked = dir.File("locked");
     WriteBytes(dir / "locked", {1});
-    ASSERT_EQ(platform::SetAttributes(dir.File("locked").c_str(), platform::kAttributeReadOnly),
-              0u);
-    uint32_t attributes = 0;
-    ASSERT_EQ(platform::GetAttributes(dir.File("locked").c_str(), &attributes), 0u);
-    EXPECT_TRUE(attributes & platform::kAttributeReadOnly);
-    EXPECT_EQ(ZrSharedHelpers::DeleteFileWithRetry(dir.File("locked")), 0u);
-    EXPECT_FALSE(std::filesystem::exists(dir / "locked"));
-}
-
-TEST(DeleteFileWithRetry, DeletesAnEmptyFolderAndReportsTheRest) {
-    TempDir dir;
     std::filesystem::create_directories(dir / "folder");
     std::filesystem::create_directories((dir / "full") / "inside");
-    EXPECT_EQ(ZrSharedHelpers::DeleteFileWithRetry(dir.File("folder")), 0u);
-    EXPECT_EQ(ZrSharedHelpers::DeleteFileWithRetry(dir.File("full")), 145u);
-    EXPECT_EQ(ZrSharedHelpers::DeleteFileWithRetry(dir.File("missing")), 2u);
-    EXPECT_EQ(ZrSharedHelpers::DeleteFileWithRetry(support::Wide(dir / "missing" / "x")), 3u);
+    ASSERT_EQ(platform::SetAttributes(locked.c_str(), platform::kAttributeReadOnly), 0u);
+    uint32_t attributes = 0;
+    ASSERT_EQ(platform::GetAttributes(locked.c_str(), &attributes), 0u);
+    EXPECT_TRUE(attributes & platform::kAttributeReadOnly);
+    EXPECT_EQ(DeleteFileWithRetry(locked), 0u);
+    EXPECT_FALSE(std::filesystem::exists(dir / "locked"));
+    EXPECT_EQ(DeleteFileWithRetry(dir.File("folder")), 0u);
+    EXPECT_EQ(DeleteFileWithRetry(dir.File("full")), 145u);
+    EXPECT_EQ(DeleteFileWithRetry(dir.File("missing")), 2u);
+    EXPECT_EQ(DeleteFileWithRetry(Wide(dir / "missing" / "x")), 3u);
 }
 
 TEST(RenameNew, NeverReplaces) {

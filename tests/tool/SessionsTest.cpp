@@ -4,12 +4,16 @@
 //     <  a line of its standard input
 //     >  a line of its standard output, as text: exports in UTF-16 are decoded
 //     !  a line of its standard error; one that ends in "..." tells its beginning
+//     *  text that is in its output somewhere; the rest of that is not looked at then
 //     ?  its exit status, when that is not 0
 //     =  a file that is written, with the lines behind ":"; & a file that is shown; - one that must
 //        be missing
-//     ~8 (~16) FILE FROM TO, which puts bytes (units) in the place of others
+//     ~8 (~16) FILE FROM TO, which puts bytes (units) in the place of others; ~@ FILE PLACE TO
+//     cp FILE FILE; cmp FILE FILE FROM TO..., which must be the same but for those places
+//     old FILE, which was last written hours ago, and was not since
 //
-// What came of the words must be what the file says. Blanks at the ends of lines do not count.
+// What came of the words must be what the file says. Blanks at the ends of lines do not count, and
+// <text*9> is the text nine times. A file named linux- is played there alone.
 #include <sstream>
 
 #include "tests/tool/Tool.h"
@@ -24,12 +28,7 @@ std::vector<std::string> Words(const std::string& line) {
          at = line.find_first_not_of(' ', at)) {
         const bool quoted = line[at] == '"' || line[at] == '\'';
         const size_t end = quoted ? line.find(line[at], at + 1) : line.find(' ', at);
-        std::string word = line.substr(at + quoted, end - at - quoted);
-        for (size_t i = 0; i + 3 < word.size(); ++i)
-            if (word[i] == '<' && word[i + 3] == '>')
-                word.replace(i, 4, 1,
-                             static_cast<char>(std::stoi(word.substr(i + 1), nullptr, 16)));
-        words.push_back(word);
+        words.push_back(formats::WithBytes(line.substr(at + quoted, end - at - quoted)));
         at = end == line.npos ? end : end + quoted;
     }
     return words;
@@ -70,7 +69,9 @@ class Sessions : public ToolTest, public testing::WithParamInterface<std::string
         const auto words = Words(line.substr(std::min(line.size(), mark.size())));
         std::string text;
         for (; *at < lines.size() && (lines[*at][0] == '<' || lines[*at][0] == ':'); ++*at)
-            text += lines[*at].substr(std::min<size_t>(lines[*at].size(), 2)) + "\n";
+            text += formats::WithBytes(lines[*at].substr(std::min<size_t>(lines[*at].size(), 2)),
+                                       false) +
+                    "\n";
         std::vector<std::string> came;
         if (mark == "$") {
             const ProcessResult result = Fbr(words, text);
@@ -85,6 +86,26 @@ class Sessions : public ToolTest, public testing::WithParamInterface<std::string
             EXPECT_FALSE(Exists(words[0])) << words[0];
         } else if (mark == "~8" || mark == "~16") {
             Patch(words[0], words[1], words[2], mark == "~16");
+        } else if (mark == "~@") {
+            Write(words[0],
+                  Read(words[0]).replace(std::stoul(words[1]), words[2].size(), words[2]));
+        } else if (mark == "cp") {
+            Write(words[1], Read(words[0]));
+        } else if (mark == "cmp") {
+            std::string one = Read(words[0]), other = Read(words[1]);
+            for (size_t i = 2; i + 1 < words.size(); i += 2)
+                for (size_t k = std::stoul(words[i]); k < std::stoul(words[i + 1]); ++k)
+                    one[k] = other[k];
+            EXPECT_TRUE(one == other);
+        } else if (mark == "old") {
+            const auto past = std::filesystem::last_write_time(dir_ / words[0]);
+            if (past_ == std::filesystem::file_time_type())
+                std::filesystem::last_write_time(dir_ / words[0],
+                                                 past_ = past - std::chrono::hours(9));
+            else
+                EXPECT_EQ(past, std::exchange(past_, {}));
+        } else {
+            EXPECT_TRUE(mark.empty() || mark == "#") << mark;
         }
         return came;
     }
@@ -102,6 +123,7 @@ class Sessions : public ToolTest, public testing::WithParamInterface<std::string
     }
 
   private:
+    std::filesystem::file_time_type past_;
     const std::filesystem::path before_ = std::filesystem::current_path();
 };
 
@@ -112,9 +134,16 @@ TEST_P(Sessions, GoAsTheyAreWritten) {
         SCOPED_TRACE("line " + std::to_string(at + 1) + ": " + lines[at]);
         auto came = Play(lines, &at);
         std::vector<std::string> written;
-        for (; at < lines.size() && std::string(">!?").find(lines[at][0]) != std::string::npos;
+        for (; at < lines.size() && std::string(">!?*").find(lines[at][0]) != std::string::npos;
              ++at) {
-            const std::string& line = lines[at];
+            const std::string line = formats::WithBytes(lines[at], false);
+            if (line[0] == '*') {
+                std::string out;
+                for (const std::string& told : came) out += told + "\n";
+                EXPECT_NE(out.find(line.substr(2)), out.npos) << line << " is not in " << out;
+                std::erase_if(came, [](const std::string& told) { return told[0] == '>'; });
+                continue;
+            }
             const size_t i = written.size();
             if (line.ends_with("...") && i < came.size() &&
                 came[i].starts_with(line.substr(0, line.size() - 3)))
@@ -125,7 +154,19 @@ TEST_P(Sessions, GoAsTheyAreWritten) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Sessions, testing::Values("commands", "compare", "reach", "transfer"),
+std::vector<std::string> Names() {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(
+             std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/tool/sessions")) {
+        names.push_back(entry.path().stem().string());
+#ifdef _WIN32
+        if (names.back().starts_with("linux")) names.pop_back();
+#endif
+    }
+    return names;
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Sessions, testing::ValuesIn(Names()),
                          [](const auto& param) { return param.param; });
 
 }  // namespace
