@@ -22,13 +22,13 @@ TEST_F(ToolTest, ReadsDataOfEverySize) {
 }
 
 TEST_F(ToolTest, TellsWhatItKnows) {
-    EXPECT_NE(Good({"--help"}).find("import"), std::string::npos);
-    EXPECT_NE(Good({"set", "--help"}).find("multi_sz"), std::string::npos);
     // Where a system has no live registry it has no mounted hives either, and says so.
     const std::string live = Fbr({"--method", "native", "ls", "\\registry\\user"}).err;
     if (live.empty()) return;
     Good({"create", store_});
-    EXPECT_NE(live.find("(13); the live registry is a part of Windows"), live.npos) << live;
+    EXPECT_NE(live.find("(FSSTATUS_NOT_IMPLEMENTED); the live registry is a part of Windows"),
+              live.npos)
+        << live;
     EXPECT_NE(Bad(1, {"ls", store_ + "!m", "--method", "hive"}).find("open the file with"),
               live.npos);
 }

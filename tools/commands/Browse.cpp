@@ -141,17 +141,23 @@ void AddBrowseCommands(Cli& cli) {
     const OnLoss onLoss = [&cli](const std::string& text) { cli.TellLoss(text); };
 
     cli.Add("ls", "List the subkeys and values of a key")
+        .Example("fbr ls settings.fbr")
+        .Example("fbr ls settings.fbr 'Software\\Hello'")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
         .Does([=] { List(open(), KeyArgument(args->key), onLoss); });
 
     cli.Add("tree", "Draw the keys below a key, with their value counts")
+        .Example("fbr tree settings.fbr --depth 2")
+        .Example("fbr tree settings.fbr 'Software\\Hello'")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
         .Number("--depth", args->depth, "levels to draw; all if not given")
         .Does([=] { DrawTree(open(), KeyArgument(args->key), args->depth, onLoss); });
 
     cli.Add("get", "Print one value")
+        .Example("fbr get settings.fbr 'Software\\Hello' Count")
+        .Example("fbr get settings.fbr 'Software\\Hello' Icon --raw > icon.bin")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kRequired, "the key")
         .Text("NAME", args->name, Need::kOptional, "the value; the unnamed one if not given")

@@ -53,6 +53,37 @@ CLI::Option& AddWords(CLI::App& app, const char* name, std::vector<std::string>&
     return *app.add_option_function<std::vector<std::string>>(name, take, description);
 }
 
+// Behind the name of an option stands what its word is called.
+template <typename Target>
+void AddText(CLI::App& app, std::string name, Target& target, Need need, const char* description) {
+    const size_t blank = std::min(name.find(' '), name.size());
+    const std::string word = name.substr(std::min(blank + 1, name.size()));
+    name.resize(blank);
+    app.add_option_function<std::string>(
+           name, [&target](const std::string& text) { target = Unshielded(text); }, description)
+        ->type_name(word)
+        ->required(need == Need::kRequired);
+}
+
+// The parser tells of a command that is missing where it does not know the word.
+std::string WhatIsWrong(const CLI::App& app, const CLI::Error& error) {
+    if (!app.get_subcommands().empty() || error.get_name() != "RequiredError") return error.what();
+    const std::vector<std::string> words = app.remaining();
+    const auto word = std::find_if(words.begin(), words.end(), [](const std::string& one) {
+        return !one.empty() && one.front() != '-';
+    });
+    if (word == words.end()) return "expected a command";
+    const std::string shown = Unshielded(*word), nearest = NearestCommand(app, shown);
+    return fmt::format("expected a command, not \"{}\"{}", shown,
+                       nearest.empty() ? "" : fmt::format("; did you mean \"{}\"?", nearest));
+}
+
+int ExitStatusOf(const StoreError& error) {
+    const bool busy =
+        error.Status() == FSSTATUS_LOCK_FAILED || error.Status() == FSSTATUS_SHARING_VIOLATION;
+    return busy ? kExitBusy : kExitFailed;
+}
+
 int Report(const char* text, int status) {
     std::cout.flush();
     std::cerr << "fbr: " << text << '\n';
@@ -62,19 +93,13 @@ int Report(const char* text, int status) {
 }  // namespace
 
 Command& Command::Text(const char* name, std::string& target, Need need, const char* description) {
-    app_->add_option_function<std::string>(
-            name, [&target](const std::string& word) { target = Unshielded(word); }, description)
-        ->type_name("")
-        ->required(need == Need::kRequired);
+    AddText(*app_, name, target, need, description);
     return *this;
 }
 
 Command& Command::Text(const char* name, std::optional<std::string>& target, Need need,
                        const char* description) {
-    app_->add_option_function<std::string>(
-            name, [&target](const std::string& word) { target = Unshielded(word); }, description)
-        ->type_name("")
-        ->required(need == Need::kRequired);
+    AddText(*app_, name, target, need, description);
     return *this;
 }
 
@@ -115,6 +140,16 @@ Command& Command::Flag(const char* name, bool& target, const char* description) 
     return *this;
 }
 
+Command& Command::Example(const char* line) {
+    notes_->examples.emplace_back(line);
+    return *this;
+}
+
+Command& Command::No(const char* meaning) {
+    notes_->no = meaning;
+    return *this;
+}
+
 void Command::Does(std::function<void()> work) {
     app_->callback(std::move(work));
 }
@@ -124,16 +159,16 @@ Cli::Cli()
     app_->allow_windows_style_options(false);
     app_->require_subcommand(1);
     app_->set_version_flag("--version", "fbr " ZRFS_VERSION);
-    Command(app_.get())
-        .Text("--method", method_, Need::kOptional,
+    Command(app_.get(), nullptr)
+        .Text("--method METHOD", method_, Need::kOptional,
               "how the store is kept: container (the default), native, hive, offline, "
               "remote-container (a container behind a server), or a number")
-        .Text("--trace", traceFolder_, Need::kOptional,
+        .Text("--trace DIR", traceFolder_, Need::kOptional,
               "write what the library does to logs/FBR_PROCESS.log in this folder; they are made "
               "if missing")
         .Number("--trace-level", traceLevel_,
                 "how much of it: 1 failures, 3 detail, 4 all (the default)")
-        .Text("--wait", wait_, Need::kOptional,
+        .Text("--wait SECONDS", wait_, Need::kOptional,
               "seconds to wait for the lock of a store that is in use; 60 if not given, 0 for not "
               "at all");
     app_->parse_complete_callback([this] {
@@ -141,11 +176,10 @@ Cli::Cli()
         StartTrace();
     });
     app_->failure_message([](const CLI::App* app, const CLI::Error& error) {
-        const bool noCommand =
-            app->get_subcommands().empty() && error.get_name() == "RequiredError";
-        const std::string what = noCommand ? "expected a command" : error.what();
-        return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n", what);
+        return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n",
+                           WhatIsWrong(*app, error));
     });
+    app_->footer("Exit status:\n" + ExitStatusLines("differences, findings, nothing found"));
 }
 
 Cli::~Cli() = default;
@@ -178,7 +212,11 @@ void Cli::StartTrace() {
 }
 
 Command Cli::Add(const char* name, const char* description) {
-    return Command(app_->add_subcommand(name, description)->fallthrough());
+    CLI::App* command = app_->add_subcommand(name, description)->fallthrough();
+    Notes* notes = &notes_.emplace_back();
+    command->footer("");  // not that of all
+    command->footer([this, notes] { return HelpFooter(*app_, *notes); });
+    return Command(command, notes);
 }
 
 StoreName Cli::StoreAt(const std::string& path) const {
@@ -231,6 +269,8 @@ int Cli::Run(std::vector<std::string> words) {
     } catch (const Interrupted& interrupted) {
         if (*interrupted.what() != 0) Report(interrupted.what(), kExitFailed);
         EndInterrupted();
+    } catch (const StoreError& error) {
+        return Report(error.what(), ExitStatusOf(error));
     } catch (const std::bad_alloc&) {
         return Report("out of memory", kExitFailed);
     } catch (const std::exception& error) {

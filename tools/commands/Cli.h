@@ -1,6 +1,7 @@
 // The command line: the commands hang themselves into it, one family a file.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/commands/Help.h"
 #include "tools/store/Store.h"
 
 namespace CLI {
@@ -20,8 +22,8 @@ namespace fbr {
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
-inline constexpr int kExitDifferent = 3;  // a diff found differences
-inline constexpr int kExitFindings = 3;   // a check or repair found damage
+inline constexpr int kExitNo = 3;    // the answer is no: differences, findings, nothing found
+inline constexpr int kExitBusy = 4;  // somebody else holds the store
 
 // Words that do not make a command. The text says what was expected.
 class UsageError : public std::runtime_error {
@@ -31,11 +33,12 @@ class UsageError : public std::runtime_error {
 
 enum class Need { kRequired, kOptional };
 
-// One command and its arguments. A name without a dash in front is a positional argument. Targets
-// outlive the command; an argument that is not given leaves its target as it is.
+// One command and its arguments. A name without a dash in front is a positional argument; behind
+// that of an option stands what its word is called, "--root DIR". Targets outlive the command; an
+// argument that is not given leaves its target as it is.
 class Command {
   public:
-    explicit Command(CLI::App* app) : app_(app) {}
+    Command(CLI::App* app, Notes* notes) : app_(app), notes_(notes) {}
 
     Command& Text(const char* name, std::string& target, Need need, const char* description);
     Command& Text(const char* name, std::optional<std::string>& target, Need need,
@@ -50,11 +53,17 @@ class Command {
                     Need need = Need::kOptional);
     Command& Flag(const char* name, bool& target, const char* description);
 
+    // A line of the help. Every command has two.
+    Command& Example(const char* line);
+    // What exit status 3 means.
+    Command& No(const char* meaning);
+
     // What the command does: throws what goes wrong.
     void Does(std::function<void()> work);
 
   private:
     CLI::App* app_;
+    Notes* notes_;
 };
 
 class Cli {
@@ -93,6 +102,7 @@ class Cli {
     void LimitWait() const;
 
     std::unique_ptr<CLI::App> app_;
+    std::deque<Notes> notes_;  // of the commands
     std::string method_ = "container";
     std::string traceFolder_;
     uint64_t traceLevel_ = 4;

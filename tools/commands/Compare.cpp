@@ -188,7 +188,7 @@ void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
         different = WriteDifferences(cli, here, there, args, file.Stream());
         file.Finish();
     }
-    if (different) cli.SetExitStatus(kExitDifferent);
+    if (different) cli.SetExitStatus(kExitNo);
 }
 
 Command AddTwoStores(Cli& cli, const char* name, const char* description,
@@ -197,7 +197,7 @@ Command AddTwoStores(Cli& cli, const char* name, const char* description,
     command.Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
         .Pair("--to", args->to, "STORE [KEY]", "the other store, and the key there")
-        .Text("--to-method", args->toMethod, Need::kOptional,
+        .Text("--to-method METHOD", args->toMethod, Need::kOptional,
               "how the other store is kept: container (the default) or as for --method");
     return command;
 }
@@ -212,14 +212,21 @@ void AddCompareCommands(Cli& cli) {
 
     AddTwoStores(cli, "copy", "Copy a key and all below it to a store of any kind, made if missing",
                  args)
+        .Example("fbr copy settings.fbr --to settings.hiv --to-method offline")
+        .Example("fbr copy one.fbr 'Software\\Hello' --to two.fbr Greetings")
         .Does([=, &cli] { Copy(cli, from(), ToEnd(*args)); });
 
     AddTwoStores(cli, "diff", "Compare a key and all below it with another; 0 same, 3 different",
                  args)
+        .No("they differ")
+        .Example("fbr diff before.fbr --to after.fbr")
+        .Example("fbr diff one.fbr Software --to two.fbr Software --format reg -o change.reg")
         .Choice("--format", args->format, {"lines", "reg"},
                 "lines (the default), or reg: a file to import into STORE, which makes it the same")
-        .Text("--prefix", args->prefix, Need::kOptional, "reg: a key to put in front of every key")
-        .Text("-o,--output", args->file, Need::kOptional, "the file; standard output if not given")
+        .Text("--prefix KEY", args->prefix, Need::kOptional,
+              "reg: a key to put in front of every key")
+        .Text("-o,--output FILE", args->file, Need::kOptional,
+              "the file; standard output if not given")
         .Does([=, &cli] { Diff(cli, from(), ToEnd(*args), *args); });
 }
 

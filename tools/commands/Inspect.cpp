@@ -77,18 +77,24 @@ void AddInspectCommands(Cli& cli) {
         "512";
 
     cli.Add("info", "Tell what a container file holds; changes nothing")
+        .Example("fbr info settings.fbr")
+        .Example("fbr info settings.fbr --json")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
         .Flag("--json", args->json, "as one JSON object")
         .Number("--page-size", args->pageSize, kPageSize)
         .Does([&cli, args] { WriteInfo(ImageOf(cli, *args), args->json, std::cout); });
 
     cli.Add("map", "Draw which page of a container file is for what; changes nothing")
+        .Example("fbr map settings.fbr")
+        .Example("fbr map settings.fbr --svg map.svg")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
-        .Text("--svg", args->svg, Need::kOptional, "draw into this file, for a browser")
+        .Text("--svg FILE", args->svg, Need::kOptional, "draw into this file, for a browser")
         .Number("--page-size", args->pageSize, kPageSize)
         .Does([&cli, args] { Map(ImageOf(cli, *args), args->svg); });
 
     cli.Add("dump", "Show one page of a container file, its fields and its bytes; changes nothing")
+        .Example("fbr dump settings.fbr 1")
+        .Example("fbr dump --page-size 512 damaged.fbr 0")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
         .Number("PAGE", args->page, "the page's number, from 0", Need::kRequired)
         .Number("--page-size", args->pageSize, kPageSize)

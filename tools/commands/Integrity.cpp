@@ -11,6 +11,7 @@
 #include "storage/StorageApi.h"
 #include "tools/commands/Cli.h"
 #include "tools/console/Console.h"
+#include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
 #include "tools/format/Text.h"
 #include "tools/inspect/Image.h"
@@ -146,8 +147,8 @@ constexpr const char* kInUse = "somebody else has it in use, try again when they
 [[noreturn]] void Fail(const std::string& file, bool repair, FBR_STATUS status) {
     const char* verb = repair ? "repair" : "check";
     if (g_stop) {
-        throw std::runtime_error(fmt::format("{} of {} was stopped before its end{}", verb, file,
-                                             repair ? "; nothing was changed" : ""));
+        throw Interrupted(fmt::format("{} of {} was stopped before its end{}", verb, file,
+                                      repair ? "; nothing was changed" : ""));
     }
     const char* why = status == FSSTATUS_LOCK_FAILED ? kInUse
                       : repair && status == FSSTATUS_FILE_CORRUPT
@@ -197,7 +198,7 @@ void Check(Cli& cli, const CheckArguments& arguments, bool repair) {
     run.Print(repair);
     if (status != FSSTATUS_SUCCESS) Fail(file, repair, status);
     std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages, run.Summary(repair));
-    if (!run.findings.empty()) cli.SetExitStatus(kExitFindings);
+    if (!run.findings.empty()) cli.SetExitStatus(kExitNo);
 }
 
 std::string Extent(const std::string& file) {
@@ -213,15 +214,15 @@ void Compact(const Cli& cli, const std::string& path) {
         storage::StorageCompactFile(Wide(file).c_str(), nullptr, [](void*) { return !g_stop; });
     OnInterrupt(nullptr);
     if (status == storage::kCancelled)
-        throw std::runtime_error(
+        throw Interrupted(
             fmt::format("compaction of {} was stopped before its end; the store is sound", file));
+    if (status == storage::kSharing)
+        throw StoreError(fmt::format("cannot compact {}: {}", file, kInUse), FSSTATUS_LOCK_FAILED);
     if (status != storage::kOk)
-        throw std::runtime_error(fmt::format(
-            "cannot compact {}: {}", file,
-            status == storage::kSharing
-                ? kInUse
-                : fmt::format("status {}; the store is as sound as it was: fbr check tells more",
-                              status)));
+        throw std::runtime_error(
+            fmt::format("cannot compact {}: status {}; the store is as sound as it was: fbr check "
+                        "tells more",
+                        file, status));
     std::cout << "before  " << before << "\nafter   " << Extent(file) << '\n';
 }
 
@@ -233,15 +234,23 @@ void AddIntegrityCommands(Cli& cli) {
     constexpr const char* kFile = "the container's file";
 
     cli.Add("check", "Look for damage in a container; exit status 3 when there is some")
+        .No("there are findings")
+        .Example("fbr check settings.fbr")
+        .Example("fbr check --wait 0 settings.fbr")
         .Text("STORE", check->store, Need::kRequired, kFile)
         .Does([&cli, check] { Check(cli, *check, false); });
 
     cli.Add("repair", "Mend the damage in a container; exit status 3 when there was some")
+        .No("there were findings, which are mended")
+        .Example("fbr repair settings.fbr")
+        .Example("fbr repair --discard-log settings.fbr")
         .Text("STORE", check->store, Need::kRequired, kFile)
         .Flag("--discard-log", check->discardLog, "give up a redo log that cannot be replayed")
         .Does([&cli, check] { Check(cli, *check, true); });
 
     cli.Add("compact", "Give the free pages of a container back to the disk")
+        .Example("fbr compact settings.fbr")
+        .Example("fbr compact --wait 0 settings.fbr")
         .Text("STORE", *store, Need::kRequired, "the store")
         .Does([&cli, store] { Compact(cli, *store); });
 }

@@ -165,18 +165,23 @@ void AddTransferCommands(Cli& cli) {
     const std::vector<std::string> formats = {"reg", "jsonl"};
 
     cli.Add("export", "Write a key and all below it as text")
+        .Example("fbr export settings.fbr -o settings.reg")
+        .Example("fbr export settings.fbr Software --format jsonl")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
         .Choice("--format", args->format, formats, "reg (the default) or jsonl")
-        .Text("--prefix", args->prefix, Need::kOptional, "a key to put in front of every key")
-        .Text("-o,--output", args->file, Need::kOptional, "the file; standard output if not given")
+        .Text("--prefix KEY", args->prefix, Need::kOptional, "a key to put in front of every key")
+        .Text("-o,--output FILE", args->file, Need::kOptional,
+              "the file; standard output if not given")
         .Does([&cli, args] { Export(cli, cli.StoreAt(args->store), *args); });
 
     cli.Add("import", "Read a file of text into a store, made if missing")
+        .Example("fbr import settings.fbr settings.reg")
+        .Example("fbr export one.fbr | fbr import two.fbr -")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("FILE", args->file, Need::kRequired, "a .reg or .jsonl file; - for standard input")
         .Choice("--format", args->format, formats, "reg or jsonl; seen from the file if not given")
-        .Text("--prefix", args->prefix, Need::kOptional,
+        .Text("--prefix KEY", args->prefix, Need::kOptional,
               "a key to take off: all keys must stand below it")
         .Does([&cli, args] { Import(cli.StoreAt(args->store), *args); });
 }
