@@ -125,7 +125,8 @@ TEST_P(Sessions, GoAsTheyAreWritten) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Sessions, testing::Values("commands", "compare", "reach", "transfer"),
+INSTANTIATE_TEST_SUITE_P(Of, Sessions,
+                         testing::Values("commands", "compare", "kinds", "reach", "transfer"),
                          [](const auto& param) { return param.param; });
 
 }  // namespace

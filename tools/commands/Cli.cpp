@@ -15,6 +15,7 @@
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
 #include "tools/format/ValueText.h"
+#include "tools/store/Kind.h"
 #include "tools/store/Waiting.h"
 
 namespace fbr {
@@ -161,7 +162,8 @@ Cli::Cli()
     app_->set_version_flag("--version", "fbr " ZRFS_VERSION);
     Command(app_.get(), nullptr)
         .Text("--method METHOD", method_, Need::kOptional,
-              "how the store is kept: container (the default), native, hive, offline, "
+              "how the store is kept, where its file does not tell: container, native, hive, "
+              "offline, "
               "remote-container (a container behind a server), or a number")
         .Text("--trace DIR", traceFolder_, Need::kOptional,
               "write what the library does to logs/FBR_PROCESS.log in this folder; they are made "
@@ -224,12 +226,20 @@ StoreName Cli::StoreAt(const std::string& path) const {
 }
 
 StoreName Cli::StoreAt(const std::string& path, const std::string& method) {
+    if (method.empty()) return Recognise(path);
     return {path, ParseMethod(method)};
 }
 
 std::string Cli::ContainerAt(const std::string& path) const {
     const StoreName name = StoreAt(path);
     const auto file = FileOf(name);
+    const std::string kind = method_.empty() ? KindInWords(name) : "";
+    if (name.isText || (file && kind == "a hive")) {
+        throw std::runtime_error(
+            fmt::format("cannot read {}: it is {}, and this command works on containers; fbr copy "
+                        "{} --to NEW makes one",
+                        path, kind, path));
+    }
     if (name.method != FS_VR_METHOD_TARN || !file) {
         throw UsageError(fmt::format(
             "expected a container on this machine, not {} with --method {}", path, method_));
@@ -244,7 +254,8 @@ void Cli::HearWarnings() {
     namespace log = Varnhold::Hob::Detail;
     log::Logger::Instance().AddSink(
         log::kWarning, [](int severity) { return severity <= log::kWarning; },
-        [this](const log::LogRecord& record) {
+        [this, last = std::string()](const log::LogRecord& record) mutable {
+            if (std::exchange(last, record.message) == record.message) return;  // tried again
             const bool loss = std::string_view(record.file) == "offreg/OfflineRegistry";
             const int status = Report(record.message.c_str(), kExitFailed);
             if (loss) SetExitStatus(status);

@@ -75,7 +75,8 @@ class Cli {
 
     Command Add(const char* name, const char* description);
 
-    // The store of that path, with the method given on the command line.
+    // The store of that path, with the method given on the command line, or of the kind that the
+    // file shows.
     StoreName StoreAt(const std::string& path) const;
     // The same with a method of its own.
     static StoreName StoreAt(const std::string& path, const std::string& method);
@@ -103,7 +104,7 @@ class Cli {
 
     std::unique_ptr<CLI::App> app_;
     std::deque<Notes> notes_;  // of the commands
-    std::string method_ = "container";
+    std::string method_;       // empty when the file tells
     std::string traceFolder_;
     uint64_t traceLevel_ = 4;
     std::optional<std::string> wait_;

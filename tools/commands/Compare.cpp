@@ -17,7 +17,7 @@ namespace fbr {
 namespace {
 
 struct Arguments {
-    std::string store, key, toMethod = "container", format, prefix, file;
+    std::string store, key, toMethod, format, prefix, file;
     std::vector<std::string> to;
 };
 
@@ -198,7 +198,7 @@ Command AddTwoStores(Cli& cli, const char* name, const char* description,
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
         .Pair("--to", args->to, "STORE [KEY]", "the other store, and the key there")
         .Text("--to-method METHOD", args->toMethod, Need::kOptional,
-              "how the other store is kept: container (the default) or as for --method");
+              "how the other store is kept, as for --method");
     return command;
 }
 
