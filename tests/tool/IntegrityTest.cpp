@@ -123,7 +123,7 @@ TEST_F(IntegrityTest, LooksWithoutATrace) {
     const auto past = std::filesystem::last_write_time(file) - std::chrono::hours(9);
     std::filesystem::last_write_time(file, past);
     const std::string before = Read("x.fbr");
-    EXPECT_EQ(Good({"info", store_, "--json"}).substr(0, 16), "{\"file\":{\"name\":");
+    EXPECT_EQ(Good({"info", store_, "--json"}).substr(0, 22), "{\"v\":1,\"file\":{\"name\":");
     EXPECT_NE(Good({"info", store_}).find("references that lead nowhere"), std::string::npos);
     EXPECT_NE(Good({"map", store_}).find("MSHE"), std::string::npos);
     EXPECT_NE(Good({"dump", store_, "2"}).find("FileInfoRecord"), std::string::npos);

@@ -126,7 +126,8 @@ TEST_P(Sessions, GoAsTheyAreWritten) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Sessions,
-                         testing::Values("commands", "compare", "kinds", "reach", "transfer"),
+                         testing::Values("commands", "compare", "find", "kinds", "reach",
+                                         "transfer"),
                          [](const auto& param) { return param.param; });
 
 }  // namespace

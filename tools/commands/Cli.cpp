@@ -4,14 +4,19 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <streambuf>
 #include <string_view>
 #include <utility>
 
 #include "Shared/logging/Logger.h"
 #include "include/ZrFsVersion.h"
+#include "tools/console/Console.h"
 #include "tools/console/Interrupt.h"
+#include "tools/console/Progress.h"
+#include "tools/format/Json.h"
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
 #include "tools/format/ValueText.h"
@@ -53,6 +58,27 @@ CLI::Option& AddWords(CLI::App& app, const char* name, std::vector<std::string>&
     };
     return *app.add_option_function<std::vector<std::string>>(name, take, description);
 }
+
+class NullBuffer : public std::streambuf {
+  protected:
+    int_type overflow(int_type byte) override { return traits_type::not_eof(byte); }
+    std::streamsize xsputn(const char*, std::streamsize size) override { return size; }
+};
+
+// Standard output goes there, for as long as one stands.
+class MutedOutput {
+  public:
+    explicit MutedOutput(std::streambuf* there)
+        : before_(there != nullptr ? std::cout.rdbuf(there) : nullptr) {}
+    ~MutedOutput() {
+        if (before_ != nullptr) std::cout.rdbuf(before_);
+    }
+    MutedOutput(const MutedOutput&) = delete;
+    MutedOutput& operator=(const MutedOutput&) = delete;
+
+  private:
+    std::streambuf* const before_;
+};
 
 // Behind the name of an option stands what its word is called.
 template <typename Target>
@@ -151,8 +177,19 @@ Command& Command::No(const char* meaning) {
     return *this;
 }
 
+Command& Command::Tells() {
+    notes_->tells = true;
+    return *this;
+}
+
 void Command::Does(std::function<void()> work) {
-    app_->callback(std::move(work));
+    app_->callback([cli = cli_, notes = notes_, name = app_->get_name(), work = std::move(work)] {
+        if (cli->Json() && !notes->tells)
+            throw UsageError(fmt::format("expected no --json with {}", name));
+        NullBuffer nothing;
+        const MutedOutput muted(cli->Quiet() && notes->tells ? &nothing : nullptr);
+        work();
+    });
 }
 
 Cli::Cli()
@@ -160,7 +197,7 @@ Cli::Cli()
     app_->allow_windows_style_options(false);
     app_->require_subcommand(1);
     app_->set_version_flag("--version", "fbr " ZRFS_VERSION);
-    Command(app_.get(), nullptr)
+    Command(this, app_.get(), nullptr)
         .Text("--method METHOD", method_, Need::kOptional,
               "how the store is kept, where its file does not tell: container, native, hive, "
               "offline, "
@@ -172,8 +209,14 @@ Cli::Cli()
                 "how much of it: 1 failures, 3 detail, 4 all (the default)")
         .Text("--wait SECONDS", wait_, Need::kOptional,
               "seconds to wait for the lock of a store that is in use; 60 if not given, 0 for not "
-              "at all");
+              "at all")
+        .Flag("--json", json_, "the answer as JSON, one object a line, for commands that have one")
+        .Flag("--quiet", quiet_, "failures only: the answer is the exit status; no progress")
+        .Choice(
+            "--color", color_, {"auto", "always", "never"},
+            "colours: auto (the default; on a terminal, unless NO_COLOR is set), always, never");
     app_->parse_complete_callback([this] {
+        if (quiet_) Progress::Hide();
         LimitWait();
         StartTrace();
     });
@@ -218,7 +261,7 @@ Command Cli::Add(const char* name, const char* description) {
     Notes* notes = &notes_.emplace_back();
     command->footer("");  // not that of all
     command->footer([this, notes] { return HelpFooter(*app_, *notes); });
-    return Command(command, notes);
+    return Command(this, command, notes);
 }
 
 StoreName Cli::StoreAt(const std::string& path) const {
@@ -274,19 +317,35 @@ int Cli::Run(std::vector<std::string> words) {
     } catch (const CLI::ParseError& error) {
         return app_->exit(error, std::cout, std::cerr) == 0 ? kExitOk : kExitUsage;
     } catch (const UsageError& error) {
-        return Report(error.what(), kExitUsage);
+        return Fail(error.what(), kExitUsage);
     } catch (const DataError& error) {
-        return Report(error.what(), kExitUsage);
+        return Fail(error.what(), kExitUsage);
     } catch (const Interrupted& interrupted) {
-        if (*interrupted.what() != 0) Report(interrupted.what(), kExitFailed);
+        if (*interrupted.what() != 0) Fail(interrupted.what(), kExitInterrupted);
         EndInterrupted();
     } catch (const StoreError& error) {
-        return Report(error.what(), ExitStatusOf(error));
+        return Fail(error.what(), ExitStatusOf(error));
     } catch (const std::bad_alloc&) {
-        return Report("out of memory", kExitFailed);
+        return Fail("out of memory", kExitFailed);
     } catch (const std::exception& error) {
-        return Report(error.what(), kExitFailed);
+        return Fail(error.what(), kExitFailed);
     }
+}
+
+// A program that reads objects finds out by one.
+int Cli::Fail(const std::string& text, int status) const {
+    if (json_ && !quiet_)
+        std::cout << JsonObject(JsonObject::Place::kLine)
+                         .Number("status", static_cast<uint64_t>(status))
+                         .Text("error", text)
+                         .Done()
+                  << '\n';
+    return Report(text.c_str(), status);
+}
+
+bool Cli::Colored() const {
+    if (color_ != "auto") return color_ == "always";
+    return OutputIsTerminal() && std::getenv("NO_COLOR") == nullptr;
 }
 
 FBR_METHOD ParseMethod(const std::string& text) {

@@ -13,7 +13,8 @@ namespace fbr {
 // Of one command.
 struct Notes {
     std::vector<std::string> examples;
-    std::string no;  // what exit status 3 means, for a command that has it
+    std::string no;      // what exit status 3 means, for a command that has it
+    bool tells = false;  // answers a question, for people or with --json for programs
 };
 
 // The end of a command's help: the options that all commands have, the examples, the exit statuses.

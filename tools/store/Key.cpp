@@ -105,6 +105,13 @@ bool Key::HasSubkeys() const {
     return status == FSSTATUS_SUCCESS || status == FSSTATUS_INVALID_NAME;
 }
 
+std::optional<FBR_SYSTEMTIME> Key::Time() const {
+    FBR_SYSTEMTIME time = {};
+    if (FBR_GetDirTimesEx(handle_, &time, store_->Handle()) != FSSTATUS_SUCCESS)
+        return std::nullopt;
+    return time;
+}
+
 // Values are asked for at the store itself, for the exported functions call the unnamed value
 // "(Default)" before the store sees the name, and most stores take that for a name like any other.
 FBR_STATUS Key::Query(const WString& name, size_t room, Value* value, uint64_t* size) const {

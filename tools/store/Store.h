@@ -153,6 +153,8 @@ class Key {
     // The unnamed value is the empty name, here and in the operations below.
     void AddValueNames(std::vector<platform::WString>& names) const;
     bool HasSubkeys() const;
+    // Of the last change, in UTC; nothing where the store does not tell.
+    std::optional<FBR_SYSTEMTIME> Time() const;
 
     // Takes no more memory than the data that is there needs, whatever size a damaged value claims;
     // *missing becomes the number of bytes that it claims and does not have.
