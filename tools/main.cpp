@@ -9,7 +9,10 @@ int main(int argc, char** argv) {
     storage::g_memoryLimits.directoryBytes = 8u << 20;
     fbr::Cli cli;
     fbr::AddEditCommands(cli);
+    fbr::AddListCommand(cli);
     fbr::AddBrowseCommands(cli);
+    fbr::AddFindCommand(cli);
+    fbr::AddContentCommands(cli);
     fbr::AddTransferCommands(cli);
     fbr::AddCompareCommands(cli);
     fbr::AddIntegrityCommands(cli);

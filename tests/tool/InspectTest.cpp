@@ -20,8 +20,8 @@ using support::TempDir;
 std::string Json(const fbr::Image& image) {
     static const std::string text = R"("([^"\\]|\\.)*")", member = text + ":([0-9]+|" + text + ")",
                              object = "\\{" + member + "(," + member + ")*\\}";
-    static const std::regex whole("\\{(" + text + ":" + object + ",)+\"problems\":\\[(" + text +
-                                  ",?)*\\]\\}\n");
+    static const std::regex whole("\\{\"v\":1,(" + text + ":" + object + ",)+\"problems\":\\[(" +
+                                  text + ",?)*\\],\"status\":0\\}\n");
     std::ostringstream out;
     fbr::WriteInfo(image, true, out);
     EXPECT_TRUE(std::regex_match(out.str(), whole)) << out.str();

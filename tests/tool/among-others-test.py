@@ -132,16 +132,17 @@ def busy_store():
     holder = subprocess.Popen([fbr, "export", "x.fbr", "-o", "pipe"])
     pipe = os.open("pipe", os.O_RDONLY)
     os.read(pipe, 100)
-    failed = "fbr: cannot lock store x.fbr: FSSTATUS_LOCK_FAILED (7)"
+    failed = ("fbr: cannot lock store x.fbr: the lock is missing or could not be had in time "
+              "(FSSTATUS_LOCK_FAILED)")
     write("one.jsonl", '{"key":"\\\\a"}\n')
     for words in (["ls", "x.fbr"], ["tree", "x.fbr"], ["get", "x.fbr", "a1", "n"],
                   ["export", "x.fbr", "-o", "old"], ["set", "x.fbr", "a", "n", "sz", "x"],
                   ["rm", "x.fbr", "a1"], ["mv", "x.fbr", "a1", "b1"],
                   ["import", "x.fbr", "one.jsonl"], ["diff", "x.fbr", "--to", "x.fbr"],
                   ["copy", "x.fbr", "a1", "--to", "x.fbr", "c"]):
-        run("--wait", "0", *words, status=1, err=failed)
+        run("--wait", "0", *words, status=4, err=failed)
     begin = time.monotonic()
-    run("ls", "x.fbr", "--wait", "1", status=1,
+    run("ls", "x.fbr", "--wait", "1", status=4,
         err="fbr: waiting for the lock of x.fbr, 1 second at most\n" + failed)
     assert 1 <= time.monotonic() - begin < 10
     # It is told while it waits, and gets on when the other ends.

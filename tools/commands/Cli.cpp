@@ -4,17 +4,23 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <streambuf>
 #include <string_view>
 #include <utility>
 
 #include "Shared/logging/Logger.h"
 #include "include/ZrFsVersion.h"
+#include "tools/console/Console.h"
 #include "tools/console/Interrupt.h"
+#include "tools/console/Progress.h"
+#include "tools/format/Json.h"
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
 #include "tools/format/ValueText.h"
+#include "tools/store/Kind.h"
 #include "tools/store/Waiting.h"
 
 namespace fbr {
@@ -53,6 +59,58 @@ CLI::Option& AddWords(CLI::App& app, const char* name, std::vector<std::string>&
     return *app.add_option_function<std::vector<std::string>>(name, take, description);
 }
 
+class NullBuffer : public std::streambuf {
+  protected:
+    int_type overflow(int_type byte) override { return traits_type::not_eof(byte); }
+    std::streamsize xsputn(const char*, std::streamsize size) override { return size; }
+};
+
+// Standard output goes there, for as long as one stands.
+class MutedOutput {
+  public:
+    explicit MutedOutput(std::streambuf* there)
+        : before_(there != nullptr ? std::cout.rdbuf(there) : nullptr) {}
+    ~MutedOutput() {
+        if (before_ != nullptr) std::cout.rdbuf(before_);
+    }
+    MutedOutput(const MutedOutput&) = delete;
+    MutedOutput& operator=(const MutedOutput&) = delete;
+
+  private:
+    std::streambuf* const before_;
+};
+
+// Behind the name of an option stands what its word is called.
+template <typename Target>
+void AddText(CLI::App& app, std::string name, Target& target, Need need, const char* description) {
+    const size_t blank = std::min(name.find(' '), name.size());
+    const std::string word = name.substr(std::min(blank + 1, name.size()));
+    name.resize(blank);
+    app.add_option_function<std::string>(
+           name, [&target](const std::string& text) { target = Unshielded(text); }, description)
+        ->type_name(word)
+        ->required(need == Need::kRequired);
+}
+
+// The parser tells of a command that is missing where it does not know the word.
+std::string WhatIsWrong(const CLI::App& app, const CLI::Error& error) {
+    if (!app.get_subcommands().empty() || error.get_name() != "RequiredError") return error.what();
+    const std::vector<std::string> words = app.remaining();
+    const auto word = std::find_if(words.begin(), words.end(), [](const std::string& one) {
+        return !one.empty() && one.front() != '-';
+    });
+    if (word == words.end()) return "expected a command";
+    const std::string shown = Unshielded(*word), nearest = NearestCommand(app, shown);
+    return fmt::format("expected a command, not \"{}\"{}", shown,
+                       nearest.empty() ? "" : fmt::format("; did you mean \"{}\"?", nearest));
+}
+
+int ExitStatusOf(const StoreError& error) {
+    const bool busy =
+        error.Status() == FSSTATUS_LOCK_FAILED || error.Status() == FSSTATUS_SHARING_VIOLATION;
+    return busy ? kExitBusy : kExitFailed;
+}
+
 int Report(const char* text, int status) {
     std::cout.flush();
     std::cerr << "fbr: " << text << '\n';
@@ -62,19 +120,13 @@ int Report(const char* text, int status) {
 }  // namespace
 
 Command& Command::Text(const char* name, std::string& target, Need need, const char* description) {
-    app_->add_option_function<std::string>(
-            name, [&target](const std::string& word) { target = Unshielded(word); }, description)
-        ->type_name("")
-        ->required(need == Need::kRequired);
+    AddText(*app_, name, target, need, description);
     return *this;
 }
 
 Command& Command::Text(const char* name, std::optional<std::string>& target, Need need,
                        const char* description) {
-    app_->add_option_function<std::string>(
-            name, [&target](const std::string& word) { target = Unshielded(word); }, description)
-        ->type_name("")
-        ->required(need == Need::kRequired);
+    AddText(*app_, name, target, need, description);
     return *this;
 }
 
@@ -115,8 +167,29 @@ Command& Command::Flag(const char* name, bool& target, const char* description) 
     return *this;
 }
 
+Command& Command::Example(const char* line) {
+    notes_->examples.emplace_back(line);
+    return *this;
+}
+
+Command& Command::No(const char* meaning) {
+    notes_->no = meaning;
+    return *this;
+}
+
+Command& Command::Tells() {
+    notes_->tells = true;
+    return *this;
+}
+
 void Command::Does(std::function<void()> work) {
-    app_->callback(std::move(work));
+    app_->callback([cli = cli_, notes = notes_, name = app_->get_name(), work = std::move(work)] {
+        if (cli->Json() && !notes->tells)
+            throw UsageError(fmt::format("expected no --json with {}", name));
+        NullBuffer nothing;
+        const MutedOutput muted(cli->Quiet() && notes->tells ? &nothing : nullptr);
+        work();
+    });
 }
 
 Cli::Cli()
@@ -124,28 +197,34 @@ Cli::Cli()
     app_->allow_windows_style_options(false);
     app_->require_subcommand(1);
     app_->set_version_flag("--version", "fbr " ZRFS_VERSION);
-    Command(app_.get())
-        .Text("--method", method_, Need::kOptional,
-              "how the store is kept: container (the default), native, hive, offline, "
+    Command(this, app_.get(), nullptr)
+        .Text("--method METHOD", method_, Need::kOptional,
+              "how the store is kept, where its file does not tell: container, native, hive, "
+              "offline, "
               "remote-container (a container behind a server), or a number")
-        .Text("--trace", traceFolder_, Need::kOptional,
+        .Text("--trace DIR", traceFolder_, Need::kOptional,
               "write what the library does to logs/FBR_PROCESS.log in this folder; they are made "
               "if missing")
         .Number("--trace-level", traceLevel_,
                 "how much of it: 1 failures, 3 detail, 4 all (the default)")
-        .Text("--wait", wait_, Need::kOptional,
+        .Text("--wait SECONDS", wait_, Need::kOptional,
               "seconds to wait for the lock of a store that is in use; 60 if not given, 0 for not "
-              "at all");
+              "at all")
+        .Flag("--json", json_, "the answer as JSON, one object a line, for commands that have one")
+        .Flag("--quiet", quiet_, "failures only: the answer is the exit status; no progress")
+        .Choice(
+            "--color", color_, {"auto", "always", "never"},
+            "colours: auto (the default; on a terminal, unless NO_COLOR is set), always, never");
     app_->parse_complete_callback([this] {
+        if (quiet_) Progress::Hide();
         LimitWait();
         StartTrace();
     });
     app_->failure_message([](const CLI::App* app, const CLI::Error& error) {
-        const bool noCommand =
-            app->get_subcommands().empty() && error.get_name() == "RequiredError";
-        const std::string what = noCommand ? "expected a command" : error.what();
-        return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n", what);
+        return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n",
+                           WhatIsWrong(*app, error));
     });
+    app_->footer("Exit status:\n" + ExitStatusLines("differences, findings, nothing found"));
 }
 
 Cli::~Cli() = default;
@@ -178,7 +257,11 @@ void Cli::StartTrace() {
 }
 
 Command Cli::Add(const char* name, const char* description) {
-    return Command(app_->add_subcommand(name, description)->fallthrough());
+    CLI::App* command = app_->add_subcommand(name, description)->fallthrough();
+    Notes* notes = &notes_.emplace_back();
+    command->footer("");  // not that of all
+    command->footer([this, notes] { return HelpFooter(*app_, *notes); });
+    return Command(this, command, notes);
 }
 
 StoreName Cli::StoreAt(const std::string& path) const {
@@ -186,12 +269,20 @@ StoreName Cli::StoreAt(const std::string& path) const {
 }
 
 StoreName Cli::StoreAt(const std::string& path, const std::string& method) {
+    if (method.empty()) return Recognise(path);
     return {path, ParseMethod(method)};
 }
 
 std::string Cli::ContainerAt(const std::string& path) const {
     const StoreName name = StoreAt(path);
     const auto file = FileOf(name);
+    const std::string kind = method_.empty() ? KindInWords(name) : "";
+    if (name.isText || (file && kind == "a hive")) {
+        throw std::runtime_error(
+            fmt::format("cannot read {}: it is {}, and this command works on containers; fbr copy "
+                        "{} --to NEW makes one",
+                        path, kind, path));
+    }
     if (name.method != FS_VR_METHOD_TARN || !file) {
         throw UsageError(fmt::format(
             "expected a container on this machine, not {} with --method {}", path, method_));
@@ -206,7 +297,8 @@ void Cli::HearWarnings() {
     namespace log = Varnhold::Hob::Detail;
     log::Logger::Instance().AddSink(
         log::kWarning, [](int severity) { return severity <= log::kWarning; },
-        [this](const log::LogRecord& record) {
+        [this, last = std::string()](const log::LogRecord& record) mutable {
+            if (std::exchange(last, record.message) == record.message) return;  // tried again
             const bool loss = std::string_view(record.file) == "offreg/OfflineRegistry";
             const int status = Report(record.message.c_str(), kExitFailed);
             if (loss) SetExitStatus(status);
@@ -225,17 +317,35 @@ int Cli::Run(std::vector<std::string> words) {
     } catch (const CLI::ParseError& error) {
         return app_->exit(error, std::cout, std::cerr) == 0 ? kExitOk : kExitUsage;
     } catch (const UsageError& error) {
-        return Report(error.what(), kExitUsage);
+        return Fail(error.what(), kExitUsage);
     } catch (const DataError& error) {
-        return Report(error.what(), kExitUsage);
+        return Fail(error.what(), kExitUsage);
     } catch (const Interrupted& interrupted) {
-        if (*interrupted.what() != 0) Report(interrupted.what(), kExitFailed);
+        if (*interrupted.what() != 0) Fail(interrupted.what(), kExitInterrupted);
         EndInterrupted();
+    } catch (const StoreError& error) {
+        return Fail(error.what(), ExitStatusOf(error));
     } catch (const std::bad_alloc&) {
-        return Report("out of memory", kExitFailed);
+        return Fail("out of memory", kExitFailed);
     } catch (const std::exception& error) {
-        return Report(error.what(), kExitFailed);
+        return Fail(error.what(), kExitFailed);
     }
+}
+
+// A program that reads objects finds out by one.
+int Cli::Fail(const std::string& text, int status) const {
+    if (json_ && !quiet_)
+        std::cout << JsonObject(JsonObject::Place::kLine)
+                         .Number("status", static_cast<uint64_t>(status))
+                         .Text("error", text)
+                         .Done()
+                  << '\n';
+    return Report(text.c_str(), status);
+}
+
+bool Cli::Colored() const {
+    if (color_ != "auto") return color_ == "always";
+    return OutputIsTerminal() && std::getenv("NO_COLOR") == nullptr;
 }
 
 FBR_METHOD ParseMethod(const std::string& text) {

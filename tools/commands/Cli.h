@@ -1,6 +1,7 @@
 // The command line: the commands hang themselves into it, one family a file.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/commands/Help.h"
 #include "tools/store/Store.h"
 
 namespace CLI {
@@ -20,8 +22,9 @@ namespace fbr {
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
-inline constexpr int kExitDifferent = 3;  // a diff found differences
-inline constexpr int kExitFindings = 3;   // a check or repair found damage
+inline constexpr int kExitNo = 3;    // the answer is no: differences, findings, nothing found
+inline constexpr int kExitBusy = 4;  // somebody else holds the store
+inline constexpr int kExitInterrupted = 130;
 
 // Words that do not make a command. The text says what was expected.
 class UsageError : public std::runtime_error {
@@ -29,13 +32,15 @@ class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+class Cli;
 enum class Need { kRequired, kOptional };
 
-// One command and its arguments. A name without a dash in front is a positional argument. Targets
-// outlive the command; an argument that is not given leaves its target as it is.
+// One command and its arguments. A name without a dash in front is a positional argument; behind
+// that of an option stands what its word is called, "--root DIR". Targets outlive the command; an
+// argument that is not given leaves its target as it is.
 class Command {
   public:
-    explicit Command(CLI::App* app) : app_(app) {}
+    Command(const Cli* cli, CLI::App* app, Notes* notes) : cli_(cli), app_(app), notes_(notes) {}
 
     Command& Text(const char* name, std::string& target, Need need, const char* description);
     Command& Text(const char* name, std::optional<std::string>& target, Need need,
@@ -50,11 +55,21 @@ class Command {
                     Need need = Need::kOptional);
     Command& Flag(const char* name, bool& target, const char* description);
 
+    // A line of the help. Every command has two.
+    Command& Example(const char* line);
+    // What exit status 3 means.
+    Command& No(const char* meaning);
+    // The command answers a question: it knows --json, and with --quiet its answer is the exit
+    // status.
+    Command& Tells();
+
     // What the command does: throws what goes wrong.
     void Does(std::function<void()> work);
 
   private:
+    const Cli* cli_;
     CLI::App* app_;
+    Notes* notes_;
 };
 
 class Cli {
@@ -66,13 +81,21 @@ class Cli {
 
     Command Add(const char* name, const char* description);
 
-    // The store of that path, with the method given on the command line.
+    // The store of that path, with the method given on the command line, or of the kind that the
+    // file shows.
     StoreName StoreAt(const std::string& path) const;
     // The same with a method of its own.
     static StoreName StoreAt(const std::string& path, const std::string& method);
     // The file of a container on this machine, in UTF-8, for commands that work on nothing else.
     // Throws UsageError for a store of another method.
     std::string ContainerAt(const std::string& path) const;
+    // True when the answer is for a program: one object a line, see Json.h.
+    bool Json() const { return json_; }
+    bool Quiet() const { return quiet_; }
+    // True when what is told may have colours.
+    bool Colored() const;
+    // "status" of the last object that a command tells with --json.
+    int Status() const { return exitStatus_; }
     // True when the library was told to trace.
     bool Traces() const { return !traceFolder_.empty(); }
 
@@ -91,12 +114,16 @@ class Cli {
     void HearWarnings();
     void StartTrace();
     void LimitWait() const;
+    int Fail(const std::string& text, int status) const;
 
     std::unique_ptr<CLI::App> app_;
-    std::string method_ = "container";
+    std::deque<Notes> notes_;  // of the commands
+    std::string method_;       // empty when the file tells
     std::string traceFolder_;
     uint64_t traceLevel_ = 4;
     std::optional<std::string> wait_;
+    std::string color_ = "auto";
+    bool json_ = false, quiet_ = false;
     int exitStatus_ = kExitOk;
 };
 
@@ -109,7 +136,10 @@ platform::WString Wide(const std::string& text);
 platform::WString KeyArgument(const std::string& text);
 
 // The families. `cli` outlives the callbacks.
-void AddBrowseCommands(Cli& cli);     // ls, tree, get
+void AddListCommand(Cli& cli);        // ls
+void AddBrowseCommands(Cli& cli);     // tree, get
+void AddFindCommand(Cli& cli);        // find
+void AddContentCommands(Cli& cli);    // stat, hash
 void AddEditCommands(Cli& cli);       // create, set, rm, mv
 void AddTransferCommands(Cli& cli);   // export, import
 void AddCompareCommands(Cli& cli);    // copy, diff

@@ -17,7 +17,7 @@ namespace fbr {
 namespace {
 
 struct Arguments {
-    std::string store, key, toMethod = "container", format, prefix, file;
+    std::string store, key, toMethod, format, prefix, file;
     std::vector<std::string> to;
 };
 
@@ -126,7 +126,7 @@ void Copy(Cli& cli, const End& from, const End& to) {
 class Watcher : public DifferenceSink {
   public:
     Watcher(DifferenceSink& report, Progress& progress) : report_(report), progress_(progress) {}
-    bool SawAny() const { return any_; }
+    uint64_t Seen() const { return seen_; }
 
     void KeyOnlyHere(WStringView path) override { Report().KeyOnlyHere(path); }
     void KeyOnlyThere(WStringView path) override { Report().KeyOnlyThere(path); }
@@ -137,19 +137,19 @@ class Watcher : public DifferenceSink {
 
   private:
     DifferenceSink& Report() {
-        any_ = true;
+        ++seen_;
         progress_.Clear();
         return report_;
     }
 
     DifferenceSink& report_;
     Progress& progress_;
-    bool any_ = false;
+    uint64_t seen_ = 0;
 };
 
-// True when there are differences.
-bool WriteDifferences(Cli& cli, const Place& here, const Place& there, const Arguments& args,
-                      std::ostream& out) {
+// How many differences there are.
+uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there, const Arguments& args,
+                          std::ostream& out) {
     Progress progress("Comparing keys:", KeysToShow(here));
     const OnLoss onLoss = [&](const std::string& loss) {
         progress.Clear();
@@ -164,31 +164,40 @@ bool WriteDifferences(Cli& cli, const Place& here, const Place& there, const Arg
                 progress.Step();
             },
             onLoss);
-        return watcher.SawAny();
+        return watcher.Seen();
     };
+    if (cli.Json()) {
+        DifferenceJson json(out, here.key);
+        return compare(json);
+    }
     if (args.format != "reg") {
-        DifferenceLines lines(out, here.key);
+        DifferenceLines lines(out, here.key, args.file.empty() && cli.Colored());
         return compare(lines);
     }
     DifferenceReg reg(out, JoinKeys(KeyArgument(args.prefix), here.key), there, onLoss);
-    const bool any = compare(reg);
+    const uint64_t differences = compare(reg);
     reg.Finish();
-    return any;
+    return differences;
 }
 
 void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
+    if (cli.Json() && args.format == "reg")
+        throw UsageError("expected either --json or --format reg");
     const StorePair stores(from, to, Store::IfMissing::kFail);
     const BothLocks<ReadLock> locks(stores);
     const Place here{stores.From(), from.key}, there{stores.To(), to.key};
-    bool different = false;
-    if (args.file.empty()) {
-        different = WriteDifferences(cli, here, there, args, std::cout);
-    } else {
-        OutputFile file(args.file);
-        different = WriteDifferences(cli, here, there, args, file.Stream());
-        file.Finish();
-    }
-    if (different) cli.SetExitStatus(kExitDifferent);
+    const auto write = [&](std::ostream& out) {
+        const uint64_t differences = WriteDifferences(cli, here, there, args, out);
+        if (differences != 0) cli.SetExitStatus(kExitNo);
+        if (!cli.Json()) return;
+        JsonObject end(JsonObject::Place::kLine);
+        end.Number("differences", differences);
+        out << end.Number("status", static_cast<uint64_t>(cli.Status())).Done() << '\n';
+    };
+    if (args.file.empty()) return write(std::cout);
+    OutputFile file(args.file);
+    write(file.Stream());
+    file.Finish();
 }
 
 Command AddTwoStores(Cli& cli, const char* name, const char* description,
@@ -197,8 +206,8 @@ Command AddTwoStores(Cli& cli, const char* name, const char* description,
     command.Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
         .Pair("--to", args->to, "STORE [KEY]", "the other store, and the key there")
-        .Text("--to-method", args->toMethod, Need::kOptional,
-              "how the other store is kept: container (the default) or as for --method");
+        .Text("--to-method METHOD", args->toMethod, Need::kOptional,
+              "how the other store is kept, as for --method");
     return command;
 }
 
@@ -212,14 +221,22 @@ void AddCompareCommands(Cli& cli) {
 
     AddTwoStores(cli, "copy", "Copy a key and all below it to a store of any kind, made if missing",
                  args)
+        .Example("fbr copy settings.fbr --to settings.hiv --to-method offline")
+        .Example("fbr copy one.fbr 'Software\\Hello' --to two.fbr Greetings")
         .Does([=, &cli] { Copy(cli, from(), ToEnd(*args)); });
 
     AddTwoStores(cli, "diff", "Compare a key and all below it with another; 0 same, 3 different",
                  args)
+        .Tells()
+        .No("they differ")
+        .Example("fbr diff before.fbr --to after.fbr")
+        .Example("fbr diff one.fbr Software --to two.fbr Software --format reg -o change.reg")
         .Choice("--format", args->format, {"lines", "reg"},
                 "lines (the default), or reg: a file to import into STORE, which makes it the same")
-        .Text("--prefix", args->prefix, Need::kOptional, "reg: a key to put in front of every key")
-        .Text("-o,--output", args->file, Need::kOptional, "the file; standard output if not given")
+        .Text("--prefix KEY", args->prefix, Need::kOptional,
+              "reg: a key to put in front of every key")
+        .Text("-o,--output FILE", args->file, Need::kOptional,
+              "the file; standard output if not given")
         .Does([=, &cli] { Diff(cli, from(), ToEnd(*args), *args); });
 }
 

@@ -4,23 +4,16 @@
 
 #include <algorithm>
 
+#include "tools/commands/Shown.h"
 #include "tools/format/Text.h"
-#include "tools/format/TypeNames.h"
-#include "tools/format/ValueText.h"
 #include "tools/store/TreeReader.h"
 
 namespace fbr {
 namespace {
 
-constexpr size_t kShownBytes = 32;  // of binary data
-
-std::string ShowData(const Value& value) {
-    return TypeName(value.type) + " " + DataOnOneLine(value.type, value.data, kShownBytes);
-}
-
 // Data may be too long to show where it differs.
 std::string ShowBoth(const Value& here, const Value& there) {
-    const std::string one = ShowData(here), other = ShowData(there);
+    const std::string one = ShowTypeAndData(here), other = ShowTypeAndData(there);
     std::string text = one + " -> " + other;
     if (one != other) return text;
     const auto end = std::min(here.data.size(), there.data.size());
@@ -38,22 +31,50 @@ std::string DifferenceLines::Shown(WStringView path) const {
     return ShowKey(JoinKeys(key_, path));
 }
 
+void DifferenceLines::Out(char mark, const std::string& text) {
+    const Color color = mark == '+' ? Color::kGreen : mark == '-' ? Color::kRed : Color::kYellow;
+    out_ << Colored(colored_, color, std::string(1, mark) + ' ' + text) << '\n';
+}
+
 void DifferenceLines::KeyOnlyHere(WStringView path) {
-    out_ << "- " << Shown(path) << "\\\n";
+    Out('-', Shown(path) + "\\");
 }
 
 void DifferenceLines::KeyOnlyThere(WStringView path) {
-    out_ << "+ " << Shown(path) << "\\\n";
+    Out('+', Shown(path) + "\\");
 }
 
 void DifferenceLines::ValueDiffers(WStringView path, const WString& name, const fbr::Value* here,
                                    const fbr::Value* there) {
     const char mark = here == nullptr ? '+' : there == nullptr ? '-' : '~';
-    const std::string data = here == nullptr    ? ShowData(*there)
-                             : there == nullptr ? ShowData(*here)
+    const std::string data = here == nullptr    ? ShowTypeAndData(*there)
+                             : there == nullptr ? ShowTypeAndData(*here)
                                                 : ShowBoth(*here, *there);
     const std::string shownName = name.empty() ? "(Default)" : "\"" + Printable(name) + "\"";
-    out_ << mark << ' ' << Shown(path) << ' ' << shownName << ' ' << data << '\n';
+    Out(mark, Shown(path) + ' ' + shownName + ' ' + data);
+}
+
+JsonObject DifferenceJson::Line(const char* change, WStringView path) const {
+    JsonObject line(JsonObject::Place::kLine);
+    line.Text("change", std::string(change)).Text("key", KeyInJson(JoinKeys(key_, path)));
+    return line;
+}
+
+void DifferenceJson::KeyOnlyHere(WStringView path) {
+    out_ << Line("-", path).Done() << '\n';
+}
+
+void DifferenceJson::KeyOnlyThere(WStringView path) {
+    out_ << Line("+", path).Done() << '\n';
+}
+
+void DifferenceJson::ValueDiffers(WStringView path, const WString& name, const fbr::Value* here,
+                                  const fbr::Value* there) {
+    JsonObject line = Line(here == nullptr ? "+" : there == nullptr ? "-" : "~", path);
+    line.Text("name", name);
+    if (here != nullptr) line.Json("here", JsonObject().Data(here->type, here->data).Done());
+    if (there != nullptr) line.Json("there", JsonObject().Data(there->type, there->data).Done());
+    out_ << line.Done() << '\n';
 }
 
 void DifferenceReg::KeyOnlyHere(WStringView path) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <ostream>
 
+#include "tools/format/Json.h"
 #include "tools/format/RegWriter.h"
 #include "tools/store/TreeCompare.h"
 
@@ -19,7 +20,8 @@ namespace fbr {
 class DifferenceLines : public DifferenceSink {
   public:
     // `out` outlives the object. `key` is the one that is compared here.
-    DifferenceLines(std::ostream& out, platform::WString key) : out_(out), key_(std::move(key)) {}
+    DifferenceLines(std::ostream& out, platform::WString key, bool colored)
+        : out_(out), key_(std::move(key)), colored_(colored) {}
 
     void KeyOnlyHere(platform::WStringView path) override;
     void KeyOnlyThere(platform::WStringView path) override;
@@ -27,7 +29,27 @@ class DifferenceLines : public DifferenceSink {
                       const fbr::Value* here, const fbr::Value* there) override;
 
   private:
+    void Out(char mark, const std::string& text);
     std::string Shown(platform::WStringView path) const;
+
+    std::ostream& out_;
+    const platform::WString key_;
+    const bool colored_;
+};
+
+// The same as objects: "change" is "-", "+" or "~", then the "key", for a value its "name", and
+// its data "here" and "there".
+class DifferenceJson : public DifferenceSink {
+  public:
+    DifferenceJson(std::ostream& out, platform::WString key) : out_(out), key_(std::move(key)) {}
+
+    void KeyOnlyHere(platform::WStringView path) override;
+    void KeyOnlyThere(platform::WStringView path) override;
+    void ValueDiffers(platform::WStringView path, const platform::WString& name,
+                      const fbr::Value* here, const fbr::Value* there) override;
+
+  private:
+    JsonObject Line(const char* change, platform::WStringView path) const;
 
     std::ostream& out_;
     const platform::WString key_;

@@ -110,10 +110,14 @@ void AddEditCommands(Cli& cli) {
     const auto args = std::make_shared<Arguments>();
 
     cli.Add("create", "Make an empty store")
+        .Example("fbr create settings.fbr")
+        .Example("fbr create settings.hiv --method offline")
         .Text("STORE", args->store, Need::kRequired, "the store; it must not be there yet")
         .Does([&cli, args] { Create(cli.StoreAt(args->store)); });
 
     cli.Add("set", "Set a value; makes its key if needed")
+        .Example("fbr set settings.fbr 'Software\\Hello' Count dword 42")
+        .Example("fbr set settings.fbr 'Software\\Hello' Friends multi_sz Ann Bob")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kRequired, "the key")
         .Text("NAME", args->name, Need::kRequired, "the value; \"\" for the unnamed one")
@@ -126,6 +130,8 @@ void AddEditCommands(Cli& cli) {
         .Does([&cli, args] { Set(cli.StoreAt(args->store), *args); });
 
     cli.Add("rm", "Remove a value, or a key with its values")
+        .Example("fbr rm settings.fbr 'Software\\Hello' Count")
+        .Example("fbr rm -r settings.fbr 'Software\\Hello'")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kRequired, "the key")
         .Text("NAME", args->name, Need::kOptional, "the value; the key itself if not given")
@@ -133,6 +139,8 @@ void AddEditCommands(Cli& cli) {
         .Does([&cli, args] { Remove(cli.StoreAt(args->store), *args); });
 
     cli.Add("mv", "Rename a key")
+        .Example("fbr mv settings.fbr 'Software\\Hello' Greeting")
+        .Example("fbr mv settings.hiv Old New --method offline")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kRequired, "the key")
         .Text("NEWNAME", args->name, Need::kRequired, "its new name, in the same place")

@@ -2,11 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <streambuf>
@@ -20,36 +16,7 @@ std::filesystem::path Utf8Path(const std::string& text) {
     return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }
 
-// A file that has the bytes expected of it takes no memory beyond them.
-std::string ReadAll(std::istream& in, uint64_t expected) {
-    std::string bytes;
-    size_t done = 0;
-    size_t room = std::max<uint64_t>(expected + 1, 64 * 1024);
-    do {
-        bytes.resize(room);
-        in.read(bytes.data() + done, static_cast<std::streamsize>(room - done));
-        done += static_cast<size_t>(in.gcount());
-        room = done * 2;
-    } while (in);
-    bytes.resize(done);
-    return bytes;
-}
-
 }  // namespace
-
-std::string ReadInput(const std::string& file) {
-    if (file == "-") return ReadAll(std::cin, 0);
-    std::error_code ignored;
-    const std::filesystem::path path = Utf8Path(file);
-    std::ifstream in(path, std::ios::binary);
-    if (!in || std::filesystem::is_directory(path, ignored)) {
-        throw std::runtime_error(fmt::format("cannot read file {}", file));
-    }
-    const uintmax_t size = std::filesystem::file_size(path, ignored);
-    std::string bytes = ReadAll(in, ignored ? 0 : size);
-    if (in.bad()) throw std::runtime_error(fmt::format("cannot read file {}", file));
-    return bytes;
-}
 
 class OutputFile::Buffer : public std::streambuf {
   public:

@@ -1,4 +1,4 @@
-// Whole files in, whole files out.
+// Whole files out.
 #pragma once
 
 #include <memory>
@@ -9,9 +9,6 @@
 #include "tools/console/Interrupt.h"
 
 namespace fbr {
-
-// The bytes of a file, or of standard input for "-". `file` is UTF-8.
-std::string ReadInput(const std::string& file);
 
 // A file that appears, or is replaced, only when it is complete; see FileWriter. Without Finish, or
 // after an interrupt, nothing is left behind. A failed write ends the work at once: the stream

@@ -1,7 +1,6 @@
 // Commands that read a container file as bytes and change nothing in it: info, map, dump.
 #include <algorithm>
 #include <bit>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 
@@ -22,7 +21,6 @@ constexpr uint64_t kSmallestPage = 256, kLargestPage = 65536;
 struct Arguments {
     std::string store, svg;
     uint64_t page = 0, pageSize = 0;
-    bool json = false;
 };
 
 Image ImageOf(const Cli& cli, const Arguments& args) {
@@ -47,11 +45,10 @@ uint32_t ColumnsOfSquare(uint32_t pages) {
     return columns;
 }
 
-void Map(const Image& image, const std::string& svg) {
+void Map(const Cli& cli, const Image& image, const std::string& svg) {
     if (svg.empty()) {
-        const bool colour = OutputIsTerminal() && std::getenv("NO_COLOR") == nullptr;
-        DrawText(MakePicture(image, ColumnsThatFit(TerminalColumns()), kTerminalRows), colour,
-                 std::cout);
+        DrawText(MakePicture(image, ColumnsThatFit(TerminalColumns()), kTerminalRows),
+                 cli.Colored(), std::cout);
         return;
     }
     OutputFile file(svg);
@@ -77,18 +74,24 @@ void AddInspectCommands(Cli& cli) {
         "512";
 
     cli.Add("info", "Tell what a container file holds; changes nothing")
+        .Tells()
+        .Example("fbr info settings.fbr")
+        .Example("fbr info settings.fbr --json")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
-        .Flag("--json", args->json, "as one JSON object")
         .Number("--page-size", args->pageSize, kPageSize)
-        .Does([&cli, args] { WriteInfo(ImageOf(cli, *args), args->json, std::cout); });
+        .Does([&cli, args] { WriteInfo(ImageOf(cli, *args), cli.Json(), std::cout); });
 
     cli.Add("map", "Draw which page of a container file is for what; changes nothing")
+        .Example("fbr map settings.fbr")
+        .Example("fbr map settings.fbr --svg map.svg")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
-        .Text("--svg", args->svg, Need::kOptional, "draw into this file, for a browser")
+        .Text("--svg FILE", args->svg, Need::kOptional, "draw into this file, for a browser")
         .Number("--page-size", args->pageSize, kPageSize)
-        .Does([&cli, args] { Map(ImageOf(cli, *args), args->svg); });
+        .Does([&cli, args] { Map(cli, ImageOf(cli, *args), args->svg); });
 
     cli.Add("dump", "Show one page of a container file, its fields and its bytes; changes nothing")
+        .Example("fbr dump settings.fbr 1")
+        .Example("fbr dump --page-size 512 damaged.fbr 0")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
         .Number("PAGE", args->page, "the page's number, from 0", Need::kRequired)
         .Number("--page-size", args->pageSize, kPageSize)

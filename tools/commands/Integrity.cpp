@@ -11,7 +11,9 @@
 #include "storage/StorageApi.h"
 #include "tools/commands/Cli.h"
 #include "tools/console/Console.h"
+#include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
+#include "tools/format/Json.h"
 #include "tools/format/Text.h"
 #include "tools/inspect/Image.h"
 #include "tools/store/Status.h"
@@ -28,19 +30,22 @@ constexpr uint32_t kBadField = 8, kLostPage = 9, kBadEntry = 15;
 constexpr uint32_t kWrongMap = 100, kWrongSuperblock = 101, kPartialPage = 102, kBadLog = 103;
 struct FindingText {
     uint32_t code;
+    const char* rule;
     const char* line;
     const char* one;
     const char* many;
 };
 constexpr FindingText kFindings[] = {
-    {kBadField, "bad reference to or from another page", "bad reference", "bad references"},
-    {kLostPage, "lost page, in use to the page map but nothing refers to it", "lost page",
-     "lost pages"},
-    {kBadEntry, "bad directory entry", "bad directory entry", "bad directory entries"},
-    {kWrongMap, "wrong page map", "wrong map page", "wrong map pages"},
-    {kWrongSuperblock, "wrong superblock", "wrong superblock", "wrong superblocks"},
-    {kPartialPage, "no whole page", "partial page", "partial pages"},
-    {kBadLog, "redo log that cannot be replayed", "bad redo log", "bad redo logs"},
+    {kBadField, "bad-reference", "bad reference to or from another page", "bad reference",
+     "bad references"},
+    {kLostPage, "lost-page", "lost page, in use to the page map but nothing refers to it",
+     "lost page", "lost pages"},
+    {kBadEntry, "bad-entry", "bad directory entry", "bad directory entry", "bad directory entries"},
+    {kWrongMap, "wrong-map", "wrong page map", "wrong map page", "wrong map pages"},
+    {kWrongSuperblock, "wrong-superblock", "wrong superblock", "wrong superblock",
+     "wrong superblocks"},
+    {kPartialPage, "partial-page", "no whole page", "partial page", "partial pages"},
+    {kBadLog, "bad-log", "redo log that cannot be replayed", "bad redo log", "bad redo logs"},
 };
 struct Finding {
     uint32_t code;
@@ -61,7 +66,9 @@ struct CheckRun {
 
     void Pass(uint32_t code, uint32_t done, uint32_t total);
     void Found(uint32_t code, uint32_t page, const WChar* name);
-    void Print(bool repair);
+    void DropEchoes();
+    void Print(bool repair) const;
+    std::string Json(const std::string& file, bool mended, int status) const;
     std::string Summary(bool repair) const;
 
   private:
@@ -90,23 +97,44 @@ void CheckRun::Found(uint32_t code, uint32_t page, const WChar* name) {
 }
 
 // That a lost page is not referred to is told once: its own references lead nowhere, too.
-void CheckRun::Print(bool repair) {
+void CheckRun::DropEchoes() {
     std::set<uint32_t> lost;
     for (const Finding& finding : findings)
         if (finding.code == kLostPage) lost.insert(finding.page);
     std::erase_if(findings, [&lost](const Finding& finding) {
         return finding.code == kBadField && lost.count(finding.page) != 0;
     });
+}
+
+const FindingText& TextOf(const Finding& finding) {
+    return *std::find_if(std::begin(kFindings), std::end(kFindings),
+                         [&](const FindingText& text) { return text.code == finding.code; });
+}
+
+void CheckRun::Print(bool repair) const {
     for (const Finding& finding : findings) {
-        for (const FindingText& text : kFindings) {
-            if (text.code != finding.code) continue;
-            std::cout << "page " << finding.page << ": " << text.line;
-            if (finding.code == kBadEntry) std::cout << " \"" << finding.name << '"';
-            if (finding.code == kBadLog && !repair)
-                std::cout << ": repair --discard-log gives it up";
-            std::cout << '\n';
-        }
+        std::cout << "page " << finding.page << ": " << TextOf(finding).line;
+        if (finding.code == kBadEntry) std::cout << " \"" << finding.name << '"';
+        if (finding.code == kBadLog && !repair) std::cout << ": repair --discard-log gives it up";
+        std::cout << '\n';
     }
+}
+
+std::string CheckRun::Json(const std::string& file, bool mended, int status) const {
+    std::string list;
+    for (const Finding& finding : findings) {
+        JsonObject object;
+        object.Text("rule", std::string(TextOf(finding).rule)).Number("page", finding.page);
+        if (finding.code == kBadEntry) object.Text("name", finding.name);
+        list += (list.empty() ? "" : ",") + object.Done();
+    }
+    return JsonObject(JsonObject::Place::kLine)
+        .Text("store", file)
+        .Number("pages", pages)
+        .Json("findings", "[" + list + "]")
+        .True("mended", mended)
+        .Number("status", static_cast<uint64_t>(status))
+        .Done();
 }
 
 std::string CheckRun::Summary(bool repair) const {
@@ -146,8 +174,8 @@ constexpr const char* kInUse = "somebody else has it in use, try again when they
 [[noreturn]] void Fail(const std::string& file, bool repair, FBR_STATUS status) {
     const char* verb = repair ? "repair" : "check";
     if (g_stop) {
-        throw std::runtime_error(fmt::format("{} of {} was stopped before its end{}", verb, file,
-                                             repair ? "; nothing was changed" : ""));
+        throw Interrupted(fmt::format("{} of {} was stopped before its end{}", verb, file,
+                                      repair ? "; nothing was changed" : ""));
     }
     const char* why = status == FSSTATUS_LOCK_FAILED ? kInUse
                       : repair && status == FSSTATUS_FILE_CORRUPT
@@ -194,35 +222,58 @@ void Check(Cli& cli, const CheckArguments& arguments, bool repair) {
     OnInterrupt(nullptr);
     g_run = nullptr;
     run.progress.reset();
-    run.Print(repair);
+    run.DropEchoes();
+    if (!cli.Json()) run.Print(repair);
     if (status != FSSTATUS_SUCCESS) Fail(file, repair, status);
-    std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages, run.Summary(repair));
-    if (!run.findings.empty()) cli.SetExitStatus(kExitFindings);
+    if (!run.findings.empty()) cli.SetExitStatus(kExitNo);
+    if (cli.Json())
+        std::cout << run.Json(file, repair && !run.findings.empty(), cli.Status()) << '\n';
+    else
+        std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages, run.Summary(repair));
 }
 
-std::string Extent(const std::string& file) {
-    const Image image(file, 0);
-    return fmt::format("{:8} pages  {:12} bytes", image.PageCount(), image.FileSize());
-}
+struct Extent {
+    explicit Extent(const std::string& file) {
+        const Image image(file, 0);
+        pages = image.PageCount();
+        bytes = image.FileSize();
+    }
+    std::string Shown() const { return fmt::format("{:8} pages  {:12} bytes", pages, bytes); }
+    std::string Json() const {
+        return JsonObject().Number("pages", pages).Number("bytes", bytes).Done();
+    }
+    uint64_t pages = 0, bytes = 0;
+};
 
 void Compact(const Cli& cli, const std::string& path) {
     const std::string file = cli.ContainerAt(path);
-    const std::string before = Extent(file);
+    const Extent before(file);
     OnInterrupt([] { g_stop = true; });
     const storage::Status status =
         storage::StorageCompactFile(Wide(file).c_str(), nullptr, [](void*) { return !g_stop; });
     OnInterrupt(nullptr);
     if (status == storage::kCancelled)
-        throw std::runtime_error(
+        throw Interrupted(
             fmt::format("compaction of {} was stopped before its end; the store is sound", file));
+    if (status == storage::kSharing)
+        throw StoreError(fmt::format("cannot compact {}: {}", file, kInUse), FSSTATUS_LOCK_FAILED);
     if (status != storage::kOk)
-        throw std::runtime_error(fmt::format(
-            "cannot compact {}: {}", file,
-            status == storage::kSharing
-                ? kInUse
-                : fmt::format("status {}; the store is as sound as it was: fbr check tells more",
-                              status)));
-    std::cout << "before  " << before << "\nafter   " << Extent(file) << '\n';
+        throw std::runtime_error(
+            fmt::format("cannot compact {}: status {}; the store is as sound as it was: fbr check "
+                        "tells more",
+                        file, status));
+    const Extent after(file);
+    if (!cli.Json()) {
+        std::cout << "before  " << before.Shown() << "\nafter   " << after.Shown() << '\n';
+        return;
+    }
+    std::cout << JsonObject(JsonObject::Place::kLine)
+                     .Text("store", file)
+                     .Json("before", before.Json())
+                     .Json("after", after.Json())
+                     .Number("status", static_cast<uint64_t>(cli.Status()))
+                     .Done()
+              << '\n';
 }
 
 }  // namespace
@@ -233,15 +284,26 @@ void AddIntegrityCommands(Cli& cli) {
     constexpr const char* kFile = "the container's file";
 
     cli.Add("check", "Look for damage in a container; exit status 3 when there is some")
+        .Tells()
+        .No("there are findings")
+        .Example("fbr check settings.fbr")
+        .Example("fbr check --wait 0 settings.fbr")
         .Text("STORE", check->store, Need::kRequired, kFile)
         .Does([&cli, check] { Check(cli, *check, false); });
 
     cli.Add("repair", "Mend the damage in a container; exit status 3 when there was some")
+        .Tells()
+        .No("there were findings, which are mended")
+        .Example("fbr repair settings.fbr")
+        .Example("fbr repair --discard-log settings.fbr")
         .Text("STORE", check->store, Need::kRequired, kFile)
         .Flag("--discard-log", check->discardLog, "give up a redo log that cannot be replayed")
         .Does([&cli, check] { Check(cli, *check, true); });
 
     cli.Add("compact", "Give the free pages of a container back to the disk")
+        .Tells()
+        .Example("fbr compact settings.fbr")
+        .Example("fbr compact --wait 0 settings.fbr")
         .Text("STORE", *store, Need::kRequired, "the store")
         .Does([&cli, store] { Compact(cli, *store); });
 }

@@ -68,9 +68,12 @@ void Serve(const ServeArguments& arguments) {
 void AddServeCommand(Cli& cli) {
     const auto arguments = std::make_shared<ServeArguments>();
     cli.Add("serve", "Serve stores to clients over a pipe until Ctrl-C")
+        .Example("fbr serve stores")
+        .Example("fbr serve /run/stores.sock --root /srv/stores")
         .Text("NAME", arguments->name, Need::kRequired,
               "the pipe's name; on Linux a path is taken as it is")
-        .Text("--root", arguments->root, Need::kOptional, "let clients open files below DIR only")
+        .Text("--root DIR", arguments->root, Need::kOptional,
+              "let clients open files below DIR only")
         .Flag("--any-user", arguments->anyUser, "Linux: let in other users too")
         .Flag("--verbose", arguments->verbose, "tell of clients that come and go")
         .Does([arguments] { Serve(*arguments); });

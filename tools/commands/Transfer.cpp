@@ -9,8 +9,9 @@
 #include "tools/commands/Cli.h"
 #include "tools/commands/Files.h"
 #include "tools/console/Progress.h"
+#include "tools/console/ReadFile.h"
 #include "tools/format/JsonLines.h"
-#include "tools/format/RegReader.h"
+#include "tools/format/RecordReader.h"
 #include "tools/format/RegWriter.h"
 #include "tools/format/Text.h"
 #include "tools/store/TreeReader.h"
@@ -57,13 +58,6 @@ void Export(Cli& cli, const StoreName& name, const Arguments& args) {
     file.Finish();
 }
 
-void ReadRecords(const std::string& bytes, const std::string& format, const OnRecord& take) {
-    const size_t first = bytes.find_first_not_of("\xEF\xBB\xBF \t\r\n");
-    const bool looksLikeJson = first != std::string::npos && bytes[first] == '{';
-    const bool json = format.empty() ? looksLikeJson : format == "jsonl";
-    json ? ReadJsonLines(bytes, take) : ReadReg(bytes, take);
-}
-
 [[noreturn]] void ThrowAtLine(const std::string& file, uint64_t line, const std::string& text) {
     throw std::runtime_error(fmt::format("{}:{}: {}", file, line, text));
 }
@@ -106,25 +100,6 @@ void CheckRecords(Input& input) {
     }
 }
 
-void Apply(const WStringView path, const Record& record, TreeWriter& writer) {
-    switch (record.kind) {
-        case Record::Kind::kKey:
-            writer.Key(path);
-            break;
-        case Record::Kind::kDeleteKey:
-            writer.DeleteKey(path);
-            break;
-        case Record::Kind::kValue:
-            writer.Key(path);
-            writer.Value(record.name, record.type, record.data);
-            break;
-        case Record::Kind::kDeleteValue:
-            writer.Key(path);
-            writer.DeleteValue(record.name);
-            break;
-    }
-}
-
 void ApplyAll(const Input& input, const Store& store) {
     const WriteLock lock(store);
     const InterruptGuard guard;
@@ -137,7 +112,7 @@ void ApplyAll(const Input& input, const Store& store) {
     ReadRecords(input.bytes, input.format, [&](const WString& key, Record& record) {
         try {
             StopIfInterrupted();
-            Apply(WStringView(key).substr(std::min(cut, key.size())), record, writer);
+            writer.Apply(WStringView(key).substr(std::min(cut, key.size())), record);
         } catch (const StoreError& error) {
             ThrowAtLine(input.file, record.line, fmt::format("{}; {}", error.what(), stands()));
         } catch (const Interrupted&) {
@@ -165,18 +140,23 @@ void AddTransferCommands(Cli& cli) {
     const std::vector<std::string> formats = {"reg", "jsonl"};
 
     cli.Add("export", "Write a key and all below it as text")
+        .Example("fbr export settings.fbr -o settings.reg")
+        .Example("fbr export settings.fbr Software --format jsonl")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
         .Choice("--format", args->format, formats, "reg (the default) or jsonl")
-        .Text("--prefix", args->prefix, Need::kOptional, "a key to put in front of every key")
-        .Text("-o,--output", args->file, Need::kOptional, "the file; standard output if not given")
+        .Text("--prefix KEY", args->prefix, Need::kOptional, "a key to put in front of every key")
+        .Text("-o,--output FILE", args->file, Need::kOptional,
+              "the file; standard output if not given")
         .Does([&cli, args] { Export(cli, cli.StoreAt(args->store), *args); });
 
     cli.Add("import", "Read a file of text into a store, made if missing")
+        .Example("fbr import settings.fbr settings.reg")
+        .Example("fbr export one.fbr | fbr import two.fbr -")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("FILE", args->file, Need::kRequired, "a .reg or .jsonl file; - for standard input")
         .Choice("--format", args->format, formats, "reg or jsonl; seen from the file if not given")
-        .Text("--prefix", args->prefix, Need::kOptional,
+        .Text("--prefix KEY", args->prefix, Need::kOptional,
               "a key to take off: all keys must stand below it")
         .Does([&cli, args] { Import(cli.StoreAt(args->store), *args); });
 }

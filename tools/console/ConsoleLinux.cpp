@@ -1,8 +1,11 @@
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
+
 #include "tools/console/Console.h"
+#include "tools/console/Interrupt.h"
 
 namespace fbr {
 
@@ -47,6 +50,12 @@ void OnInterrupt(void (*handler)()) {
         sigaction(number, nullptr, &old);
         if (old.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
     }
+}
+
+void EndInterrupted() {
+    std::signal(SIGINT, SIG_DFL);
+    std::raise(SIGINT);
+    std::_Exit(130);
 }
 
 }  // namespace fbr

@@ -5,7 +5,10 @@
 #include <shellapi.h>
 #include <stdio.h>
 
+#include <cstdlib>
+
 #include "tools/console/Console.h"
+#include "tools/console/Interrupt.h"
 #include "tools/format/Text.h"
 
 namespace fbr {
@@ -105,6 +108,10 @@ void OnInterrupt(void (*handler)()) {
 void HearOfSessionEnd() {
     const HANDLE thread = CreateThread(nullptr, 0, WatchSession, nullptr, 0, nullptr);
     if (thread != nullptr) CloseHandle(thread);
+}
+
+void EndInterrupted() {
+    std::_Exit(130);
 }
 
 }  // namespace fbr

@@ -1,8 +1,6 @@
 #include "tools/console/Interrupt.h"
 
 #include <atomic>
-#include <csignal>
-#include <cstdlib>
 
 #include "tools/console/Console.h"
 
@@ -26,12 +24,6 @@ InterruptGuard::~InterruptGuard() {
 
 void StopIfInterrupted() {
     if (g_interrupted) throw Interrupted();
-}
-
-void EndInterrupted() {
-    std::signal(SIGINT, SIG_DFL);
-    std::raise(SIGINT);
-    std::_Exit(EXIT_FAILURE);
 }
 
 }  // namespace fbr

@@ -26,7 +26,8 @@ class InterruptGuard {
 // Throws Interrupted after an interrupt.
 void StopIfInterrupted();
 
-// Ends the program as an interrupt does that nobody holds up.
+// Ends the program with status 130. On Linux that is how a shell calls an end by the signal, and
+// the signal is what ends it: a script that runs the program then ends, too.
 [[noreturn]] void EndInterrupted();
 
 }  // namespace fbr

@@ -12,6 +12,7 @@ namespace {
 
 constexpr auto kInterval = std::chrono::milliseconds(100);
 constexpr int kCells = 30;
+bool g_hidden = false;
 
 }  // namespace
 
@@ -19,8 +20,12 @@ constexpr int kCells = 30;
 Progress::Progress(std::string what, uint64_t total)
     : what_(std::move(what)),
       total_(total),
-      visible_(ErrorIsTerminal()),
+      visible_(ErrorIsTerminal() && !g_hidden),
       next_(std::chrono::steady_clock::now() + kInterval) {}
+
+void Progress::Hide() {
+    g_hidden = true;
+}
 
 Progress::~Progress() {
     Clear();

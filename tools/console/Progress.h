@@ -16,6 +16,9 @@ class Progress {
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
+    // No bar is drawn from now on.
+    static void Hide();
+
     // One more step done. Draws at most ten times a second.
     void Step() { At(done_ + 1); }
     // So many steps done.

@@ -45,15 +45,6 @@ std::vector<WString> StringsOf(const Bytes& data) {
     return strings;
 }
 
-std::optional<uint64_t> NumberOf(uint32_t type, const Bytes& data) {
-    const bool big = type == kRegDwordBigEndian;
-    const size_t size = type == kRegQword ? 8 : type == kRegDword || big ? 4 : 0;
-    if (size == 0 || data.size() != size) return std::nullopt;
-    uint64_t number = 0;
-    for (size_t i = 0; i < size; ++i) number = number << 8 | data[big ? i : size - 1 - i];
-    return number;
-}
-
 void AppendText(Bytes& data, std::string_view word) {
     WString text;
     if (!FromStrictUtf8(word, text)) throw DataError("expected UTF-8 text");
@@ -136,6 +127,20 @@ std::optional<Bytes> ParseHexBytes(std::string_view text) {
         bytes[i] = static_cast<uint8_t>(high << 4 | low);
     }
     return bytes;
+}
+
+std::optional<uint64_t> NumberOf(uint32_t type, const Bytes& data) {
+    const bool big = type == kRegDwordBigEndian;
+    const size_t size = type == kRegQword ? 8 : type == kRegDword || big ? 4 : 0;
+    if (size == 0 || data.size() != size) return std::nullopt;
+    uint64_t number = 0;
+    for (size_t i = 0; i < size; ++i) number = number << 8 | data[big ? i : size - 1 - i];
+    return number;
+}
+
+bool ReadsAsText(uint32_t type, const Bytes& data) {
+    const bool text = IsString(type) || type == kRegMultiSz;
+    return (text && data.size() % 2 == 0) || NumberOf(type, data);
 }
 
 std::string DataOnOneLine(uint32_t type, const Bytes& data, size_t maxBytes) {

@@ -28,6 +28,11 @@ std::optional<Bytes> ParseHexBytes(std::string_view text);
 // type) as bytes, of which at most `maxBytes` are shown.
 std::string DataOnOneLine(uint32_t type, const Bytes& data, size_t maxBytes);
 
+// True where the functions below give text or a number and not bytes.
+bool ReadsAsText(uint32_t type, const Bytes& data);
+// The number in a value of a type of numbers.
+std::optional<uint64_t> NumberOf(uint32_t type, const Bytes& data);
+
 // Whole: a string as it is, a multi-string one string a line, a number in decimal, anything else
 // as bytes. No line end at the end.
 std::string DataInFull(uint32_t type, const Bytes& data);

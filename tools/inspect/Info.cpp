@@ -148,7 +148,7 @@ void WriteText(const Report& report, std::ostream& out) {
 }
 
 void WriteJson(const Report& report, std::ostream& out) {
-    out << '{';
+    out << "{\"v\":1,";
     for (const Section& section : report.sections) {
         out << '"' << section.member << "\":{";
         const char* separator = "";
@@ -164,7 +164,7 @@ void WriteJson(const Report& report, std::ostream& out) {
         out << separator << '"' << problem << '"';
         separator = ",";
     }
-    out << "]}\n";
+    out << "],\"status\":0}\n";
 }
 
 }  // namespace

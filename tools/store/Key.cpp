@@ -5,13 +5,13 @@
 
 #include "FS_Library_DLL/IFSInterface.h"
 #include "tools/format/Text.h"
-#include "tools/store/Status.h"
 #include "tools/store/Store.h"
 
 namespace fbr {
 namespace {
 
-constexpr size_t kFirstBuffer = 1024;         // holds the data of most values
+constexpr size_t kFirstBuffer = 1024;  // holds the data of most values
+constexpr WStringView kVersionName = WTEXT("FBRVersion");
 constexpr uint64_t kLargeStep = 1024 * 1024;  // what a claim alone is worth
 
 }  // namespace
@@ -46,7 +46,7 @@ std::string Key::ShowSubkey(WStringView name) const {
 }
 
 void Key::Fail(const std::string& what, FBR_STATUS status) const {
-    ThrowStatus(what, status, FS_VR_METHOD_TARN);
+    store_->ThrowFailed(what, status);
 }
 
 Key Key::OpenSubkey(WStringView name) const {
@@ -85,6 +85,7 @@ void Key::AddSubkeyNames(std::vector<WString>& names) const {
 
 void Key::AddValueNames(std::vector<WString>& names) const {
     const FBR_STATUS status = FBR_EnumerateAllValues(handle_, names, store_->Handle());
+    if (store_->IsText() && path_.empty()) std::erase(names, kVersionName);
     if (!store_->KeepsUnnamedApart()) {
         for (WString& name : names) {
             if (platform::CompareFolded(name, WTEXT("(Default)")) == 0) name.clear();
@@ -102,6 +103,13 @@ bool Key::HasSubkeys() const {
     FBR_Release(name);
     // A name that cannot be given is that of a subkey all the same.
     return status == FSSTATUS_SUCCESS || status == FSSTATUS_INVALID_NAME;
+}
+
+std::optional<FBR_SYSTEMTIME> Key::Time() const {
+    FBR_SYSTEMTIME time = {};
+    if (FBR_GetDirTimesEx(handle_, &time, store_->Handle()) != FSSTATUS_SUCCESS)
+        return std::nullopt;
+    return time;
 }
 
 // Values are asked for at the store itself, for the exported functions call the unnamed value

@@ -24,7 +24,7 @@ std::string MissingMethod(FBR_METHOD method) {
 }  // namespace
 
 std::string StatusText(FBR_STATUS status) {
-    return fmt::format("{} ({})", FsStatusName(status), static_cast<uint32_t>(status));
+    return fmt::format("{} ({})", FsStatusText(status), FsStatusName(status));
 }
 
 std::string Advice(FBR_STATUS status, FBR_METHOD method) {
@@ -34,9 +34,11 @@ std::string Advice(FBR_STATUS status, FBR_METHOD method) {
         case FSSTATUS_LOCK_FAILED:
             return "; somebody else holds the store: try again later";
         case FSSTATUS_FILE_CORRUPT:
-            return "; the file is damaged or is no store of this kind";
+            return "; fbr check tells more of a container";
         case FSSTATUS_VERSION_MISMATCH:
-            return "; the store was made by another version";
+            return "; take the version of the tool that made it";
+        case FSSTATUS_ACCESS_DENIED:
+            return "; ask its owner for the right, or take a copy of the file";
         case FSSTATUS_DIR_NOT_EMPTY:
             return "; it has subkeys";
         default:

@@ -7,7 +7,7 @@
 
 namespace fbr {
 
-// "FSSTATUS_NOT_FOUND (3)".
+// "there is no such key, value or file (FSSTATUS_NOT_FOUND)".
 std::string StatusText(FBR_STATUS status);
 
 // What a bare status would leave a person to guess, with "; " in front; empty where there is

@@ -3,8 +3,9 @@
 #include <fmt/format.h>
 
 #include "tools/format/Text.h"
-#include "tools/store/Foreign.h"
+#include "tools/store/Kind.h"
 #include "tools/store/Status.h"
+#include "tools/store/TextStore.h"
 #include "tools/store/Waiting.h"
 
 namespace fbr {
@@ -63,16 +64,21 @@ std::string ShowKey(WStringView path) {
 
 Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
     const std::string what = fmt::format("cannot open store {}", name_.path);
-    if (ifMissing == IfMissing::kFail && !IsThere()) {
-        ThrowStatus(what, FSSTATUS_NOT_FOUND, name_.method);
-    }
+    const auto fail = [&](FBR_STATUS status) {
+        throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), WhyItDoesNotOpen(name_)),
+                         status);
+    };
+    if (ifMissing == IfMissing::kFail && !IsThere()) fail(FSSTATUS_NOT_FOUND);
     WString path;
     if (!FromStrictUtf8(name_.path, path)) ThrowStatus(what, FSSTATUS_INVALID_NAME, name_.method);
+    if (name_.isText) {
+        text_ = std::make_unique<TextStore>(name_);
+        path = text_->Container();
+    }
     NextWaitIsFor(name_.path);
     const FBR_STATUS status = FBR_InitialiseEx(path.c_str(), &handle_, name_.method);
-    if (status == FSSTATUS_FAILED)
-        throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), WhatStandsThere(name_)),
-                         status);
+    if (text_) text_->Opened();
+    if (status == FSSTATUS_FAILED) fail(status);
     if (status != FSSTATUS_SUCCESS) ThrowStatus(what, status, name_.method);
 }
 
@@ -103,8 +109,13 @@ void Store::Close() {
     const FBR_STORE handle = std::exchange(handle_, nullptr);
     const FBR_STATUS status = FBR_DeInitialiseEx(handle);
     if (status != FSSTATUS_SUCCESS) {
-        ThrowStatus(fmt::format("cannot close store {}", name_.path), status, name_.method);
+        ThrowFailed(fmt::format("cannot close store {}", name_.path), status);
     }
+}
+
+void Store::ThrowFailed(const std::string& what, FBR_STATUS status) const {
+    if (status != FSSTATUS_FAILED || IsText()) ThrowStatus(what, status, name_.method);
+    throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), WhyItFailed(name_)), status);
 }
 
 Key Store::OpenKey(WStringView path) const {
@@ -129,8 +140,7 @@ Key Store::CreateKey(WStringView path) const {
     const FBR_STATUS status =
         FBR_CreateDirEx(0, RootedPath(path).c_str(), FSCREATEOPTIONS_NONE, &key, handle_);
     if (status != FSSTATUS_SUCCESS && status != FSSTATUS_ALREADY_EXISTS) {
-        ThrowStatus(fmt::format("cannot make key {} in {}", ShowKey(path), Name()), status,
-                    name_.method);
+        ThrowFailed(fmt::format("cannot make key {} in {}", ShowKey(path), Name()), status);
     }
     return Key(*this, WString(path), key);
 }
@@ -139,14 +149,14 @@ bool Store::DeleteTree(WStringView path) const {
     if (!HasKey(path)) return false;
     const FBR_STATUS status = FBR_DeleteDirNamedEx(RootedPath(path).c_str(), handle_);
     if (status != FSSTATUS_SUCCESS) {
-        ThrowStatus(fmt::format("cannot remove key {} in {}", ShowKey(path), Name()), status,
-                    name_.method);
+        ThrowFailed(fmt::format("cannot remove key {} in {}", ShowKey(path), Name()), status);
     }
     return true;
 }
 
 uint64_t Store::BytesHeld() const {
     std::error_code error;
+    if (IsText()) return UINT64_MAX;
     const auto file = FileOf(name_);
     const uint64_t size = file ? std::filesystem::file_size(*file, error) : UINT64_MAX;
     return error ? UINT64_MAX : size;
@@ -161,7 +171,14 @@ bool Store::KeepsUnnamedApart() const {
 WriteLock::WriteLock(const Store& store) : StoreLock(store, kLockForWriting) {}
 ReadLock::ReadLock(const Store& store) : StoreLock(store, kLockForReading) {}
 
+// What is open in the place of text nobody else knows, and it may have no name any more.
 StoreLock::StoreLock(const Store& store, uint32_t type) : store_(store), type_(type) {
+    if (store.IsText() && type == kLockForReading) return;
+    if (store.IsText()) {
+        throw std::runtime_error(
+            fmt::format("cannot change {}: it is {}; fbr import STORE {} makes a store of it",
+                        store.Name(), KindInWords(store.FullName()), store.Name()));
+    }
     NextWaitIsFor(store.Name());
     const FBR_STATUS status = FBR_GetLockEx(type_, store.Handle());
     if (status == FSSTATUS_LOCK_FAILED) {
@@ -176,7 +193,7 @@ StoreLock::StoreLock(const Store& store, uint32_t type) : store_(store), type_(t
 }
 
 StoreLock::~StoreLock() {
-    FBR_ReleaseLockEx(type_, store_.Handle());
+    if (!store_.IsText()) FBR_ReleaseLockEx(type_, store_.Handle());
 }
 
 }  // namespace fbr

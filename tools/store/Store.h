@@ -5,6 +5,7 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -30,6 +31,7 @@ class StoreError : public std::runtime_error {
 struct StoreName {
     std::string path;  // UTF-8
     FBR_METHOD method = FS_VR_METHOD_TARN;
+    bool isText = false;  // exported text, to be read as a store
 };
 
 // The file on this machine that holds the store, where there is one: none for the live registry
@@ -48,6 +50,7 @@ struct Value {
 };
 
 class Key;
+class TextStore;
 
 class Store {
   public:
@@ -61,6 +64,8 @@ class Store {
 
     const std::string& Name() const { return name_.path; }
     const StoreName& FullName() const { return name_; }
+    // True for text that is read as a store and cannot be changed.
+    bool IsText() const { return text_ != nullptr; }
     FBR_STORE Handle() const { return handle_; }
 
     // Paths are as in Document: no backslash in front, the root is empty.
@@ -79,6 +84,9 @@ class Store {
     // True when the value FBRVersion of the root is the store's own.
     bool RootHasVersion() const { return name_.method != FS_VR_METHOD_NATIVE; }
 
+    // Throws the StoreError for a failure at this store, with the reason as far as it can be known.
+    [[noreturn]] void ThrowFailed(const std::string& what, FBR_STATUS status) const;
+
     // Writes what is still to be written and reports a failure of that, as the destructor cannot.
     void Close();
 
@@ -86,6 +94,7 @@ class Store {
     bool IsThere() const;
 
     StoreName name_;
+    std::unique_ptr<TextStore> text_;  // what is open in the place of text
     FBR_STORE handle_ = nullptr;
 };
 
@@ -144,6 +153,8 @@ class Key {
     // The unnamed value is the empty name, here and in the operations below.
     void AddValueNames(std::vector<platform::WString>& names) const;
     bool HasSubkeys() const;
+    // Of the last change, in UTC; nothing where the store does not tell.
+    std::optional<FBR_SYSTEMTIME> Time() const;
 
     // Takes no more memory than the data that is there needs, whatever size a damaged value claims;
     // *missing becomes the number of bytes that it claims and does not have.

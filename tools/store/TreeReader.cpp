@@ -1,5 +1,7 @@
 #include "tools/store/TreeReader.h"
 
+#include <algorithm>
+
 namespace fbr {
 namespace {
 
@@ -9,13 +11,22 @@ struct Level {
     size_t next = 0;
 };
 
-// Depth first, however deep: `onKey` is told of each key before those below it.
-template <typename OnKey>
-void Walk(const Store& store, platform::WStringView root, const OnLoss& onLoss, OnKey onKey) {
+}  // namespace
+
+void SortNames(std::vector<platform::WString>& names) {
+    std::sort(names.begin(), names.end(), [](const auto& a, const auto& b) {
+        const int order = platform::CompareFolded(a, b);
+        return order != 0 ? order < 0 : a < b;
+    });
+}
+
+void WalkKeys(const Store& store, platform::WStringView root, const OnLoss& onLoss,
+              const std::function<void(const Key&)>& onKey, Order order) {
     std::vector<Level> levels;
     const auto enter = [&](Key key) {
         onKey(key);
         auto subkeys = ReachableSubkeys(key, onLoss);
+        if (order == Order::kByName) SortNames(subkeys);
         levels.push_back({std::move(key), std::move(subkeys)});
     };
 
@@ -29,11 +40,9 @@ void Walk(const Store& store, platform::WStringView root, const OnLoss& onLoss, 
     }
 }
 
-}  // namespace
-
 void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
               const std::function<void()>& onKey, const OnLoss& onLoss) {
-    Walk(store, root, onLoss, [&](const Key& key) {
+    WalkKeys(store, root, onLoss, [&](const Key& key) {
         sink.Key(key.Path());
         for (const platform::WString& name : ReachableValues(key, onLoss)) {
             if (const auto value = TryGet(key, name, onLoss))
@@ -45,7 +54,7 @@ void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
 
 uint64_t CountKeys(const Store& store, platform::WStringView root) {
     uint64_t keys = 0;
-    Walk(store, root, {}, [&keys](const Key&) { ++keys; });
+    WalkKeys(store, root, {}, [&keys](const Key&) { ++keys; });
     return keys;
 }
 

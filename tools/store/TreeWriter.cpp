@@ -72,6 +72,13 @@ void TreeWriter::DeleteValue(WStringView name) {
     if (Current().DeleteValue(platform::WString(name))) ++removed_;
 }
 
+void TreeWriter::Apply(WStringView path, const Record& record) {
+    if (record.kind == Record::Kind::kDeleteKey) return DeleteKey(path);
+    Key(path);
+    if (record.kind == Record::Kind::kValue) Value(record.name, record.type, record.data);
+    if (record.kind == Record::Kind::kDeleteValue) DeleteValue(record.name);
+}
+
 std::string TreeWriter::Done() const {
     const auto counted = [](uint64_t count, const char* what) {
         return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");

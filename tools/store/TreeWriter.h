@@ -18,6 +18,9 @@ class TreeWriter : public RecordSink {
     void Key(platform::WStringView path) override;
     void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
 
+    // Does what the record of a file says of the key.
+    void Apply(platform::WStringView path, const Record& record);
+
     // What was done so far: "2 keys and 5 values set, 1 removed".
     std::string Done() const;
 

@@ -1,0 +1,29 @@
+// What the help of a command tells beside its words, and what to say of a word that is no command.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace fbr {
+
+// Of one command.
+struct Notes {
+    std::vector<std::string> examples;
+    std::string no;      // what exit status 3 means, for a command that has it
+    bool tells = false;  // answers a question, for people or with --json for programs
+};
+
+// The end of a command's help: the options that all commands have, the examples, the exit statuses.
+std::string HelpFooter(const CLI::App& all, const Notes& notes);
+
+// One line each: the exit statuses, with "3" only where `no` tells what it means.
+std::string ExitStatusLines(const std::string& no);
+
+// The command of `all` that `word` is most likely meant to be; empty when none is near.
+std::string NearestCommand(const CLI::App& all, const std::string& word);
+
+}  // namespace fbr

@@ -1,0 +1,163 @@
+#include "tools/store/Kind.h"
+
+#include <algorithm>
+#include <fstream>
+
+#include "tools/format/Text.h"
+
+namespace fbr {
+namespace {
+
+constexpr size_t kLookedAt = 512;
+constexpr uintmax_t kLittleRoom = 1u << 20;
+
+std::string FirstBytes(std::ifstream& in) {
+    std::string bytes(kLookedAt, '\0');
+    in.read(bytes.data(), kLookedAt);
+    bytes.resize(static_cast<size_t>(in.gcount()));
+    return bytes;
+}
+
+// Text of any encoding as far as it is ASCII, without the mark and blanks in front.
+std::string Ascii(const std::string& bytes) {
+    std::string text;
+    for (const char c : bytes) {
+        const bool blank = text.empty() && (c == ' ' || c == '\t' || c == '\r' || c == '\n');
+        if (c > 0 && !blank) text += c;
+    }
+    return text;
+}
+
+bool IsExport(const std::filesystem::path& file) {
+    const std::string ending = Ascii(file.extension().string());
+    std::error_code error;
+    return (ending == ".reg" || ending == ".jsonl") &&
+           std::filesystem::is_regular_file(file, error);
+}
+
+// "\registry\machine\..." is the live registry's.
+bool IsLivePath(const std::string& path) {
+    WString wide;
+    constexpr WStringView kRoot = WTEXT("\\registry\\");
+    return FromStrictUtf8(path, wide) && wide.size() > kRoot.size() &&
+           platform::CompareFolded(WStringView(wide).substr(0, kRoot.size()), kRoot) == 0;
+}
+
+bool MayBeWritten(const std::filesystem::path& file) {
+    return static_cast<bool>(std::ofstream(file, std::ios::binary | std::ios::app | std::ios::in));
+}
+
+bool IsHiveMethod(FBR_METHOD method) {
+    return method == FS_VR_METHOD_OFFLINE || method == FS_VR_METHOD_HIVE;
+}
+
+const char* WordsOf(Kind kind) {
+    switch (kind) {
+        case Kind::kFolder:
+            return "a folder";
+        case Kind::kExportFolder:
+            return "a folder of exports";
+        case Kind::kEmpty:
+            return "empty";
+        case Kind::kOdd:
+            return "no regular file";
+        case Kind::kHive:
+            return "a hive";
+        case Kind::kReg:
+            return "a .reg file";
+        case Kind::kJsonLines:
+            return "a file of JSON lines";
+        default:
+            return "";
+    }
+}
+
+}  // namespace
+
+std::vector<std::filesystem::path> ExportsIn(const std::filesystem::path& folder) {
+    std::vector<std::filesystem::path> files;
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(folder, error), end; !error && at != end;
+         at.increment(error))
+        if (IsExport(at->path())) files.push_back(at->path());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+Kind KindOf(const std::filesystem::path& file) {
+    std::error_code error;
+    if (!std::filesystem::exists(file, error)) return error ? Kind::kUnreadable : Kind::kMissing;
+    if (std::filesystem::is_directory(file, error))
+        return ExportsIn(file).empty() ? Kind::kFolder : Kind::kExportFolder;
+    if (!std::filesystem::is_regular_file(file, error)) return Kind::kOdd;
+    std::ifstream in(file, std::ios::binary);
+    if (!in) return Kind::kUnreadable;
+    const std::string bytes = FirstBytes(in);
+    if (bytes.empty()) return Kind::kEmpty;
+    if (bytes.starts_with("regf")) return Kind::kHive;
+    const std::string text = Ascii(bytes);
+    if (text.starts_with("Windows Registry Editor") || text.starts_with("REGEDIT4"))
+        return Kind::kReg;
+    const bool object = text.starts_with('{') && text.find("\"key\"") != std::string::npos;
+    return object ? Kind::kJsonLines : Kind::kUnknown;
+}
+
+StoreName Recognise(const std::string& path) {
+    StoreName name{path, FS_VR_METHOD_TARN};
+    if (path.find('|') != std::string::npos) return name;
+    const auto file = FileOf(name);
+    const Kind kind = file ? KindOf(*file) : Kind::kMissing;
+    if (kind == Kind::kMissing && IsLivePath(path)) name.method = FS_VR_METHOD_NATIVE;
+    if (kind == Kind::kHive) name.method = FS_VR_METHOD_OFFLINE;
+    name.isText = kind == Kind::kReg || kind == Kind::kJsonLines || kind == Kind::kExportFolder;
+    return name;
+}
+
+std::string KindInWords(const StoreName& name) {
+    const auto file = FileOf(name);
+    return file ? WordsOf(KindOf(*file)) : "";
+}
+
+std::string WhyItDoesNotOpen(const StoreName& name) {
+    const auto file = FileOf(name);
+    if (!file) {
+        if (name.method == FS_VR_METHOD_NATIVE)
+            return "; a path of the live registry begins with \\registry\\machine or "
+                   "\\registry\\user";
+        return "; no server answers at " + name.path.substr(0, name.path.find('|')) +
+               ": fbr serve is one";
+    }
+    const Kind kind = KindOf(*file);
+    switch (kind) {
+        case Kind::kMissing:
+            return "; fbr create makes an empty one";
+        case Kind::kUnreadable:
+            return "; it may not be read: ask its owner for the right";
+        case Kind::kEmpty:
+            return "; it is empty: remove it, and fbr create makes a store of that name";
+        case Kind::kFolder:
+            return "; it is a folder with no .reg and no .jsonl file in it: name a file";
+        case Kind::kHive:
+            if (!IsHiveMethod(name.method)) return "; it is a hive: open it without --method";
+            return "; it is a hive that is damaged: take a copy of it from elsewhere";
+        case Kind::kUnknown:
+            if (IsHiveMethod(name.method)) return "; it is no hive: open it without --method";
+            return "; it is no container, hive, .reg file or file of JSON lines, or one that is "
+                   "damaged: fbr info tells more";
+        default:
+            return std::string("; it is ") + WordsOf(kind) + ": open it without --method";
+    }
+}
+
+std::string WhyItFailed(const StoreName& name) {
+    const auto file = FileOf(name);
+    if (!file) return "; the server or the system tells no more";
+    std::error_code error;
+    const auto room =
+        std::filesystem::space(std::filesystem::absolute(*file, error).parent_path(), error);
+    if (!error && room.available < kLittleRoom) return "; the disk is full: make room on it";
+    if (!MayBeWritten(*file)) return "; its file may not be written: ask its owner for the right";
+    return "; no room for a larger file, or a damaged one: fbr check tells whether it is sound";
+}
+
+}  // namespace fbr

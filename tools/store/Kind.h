@@ -1,0 +1,39 @@
+// What kind of store a file is, seen from its first bytes.
+#pragma once
+
+#include <string>
+
+#include "tools/store/Store.h"
+
+namespace fbr {
+
+enum class Kind {
+    kMissing,
+    kUnreadable,
+    kEmpty,
+    kFolder,        // and no export in it
+    kExportFolder,  // with .reg or .jsonl files in it
+    kOdd,           // no regular file
+    kHive,
+    kReg,
+    kJsonLines,
+    kUnknown,  // a container, maybe in a disk image, or nothing that is known
+};
+
+Kind KindOf(const std::filesystem::path& file);
+
+// The store of that path by the kind that the file shows; a container where it shows nothing.
+StoreName Recognise(const std::string& path);
+
+// Words to put behind a failure to open or to change a store, "; it is a folder": the reason, and
+// what to do. None where nothing is known.
+std::string WhyItDoesNotOpen(const StoreName& name);
+std::string WhyItFailed(const StoreName& name);
+
+// "a hive", "a .reg file"; empty for what may be a container.
+std::string KindInWords(const StoreName& name);
+
+// The files of a folder of exports, in the order of their names.
+std::vector<std::filesystem::path> ExportsIn(const std::filesystem::path& folder);
+
+}  // namespace fbr
