@@ -15,5 +15,6 @@ int main(int argc, char** argv) {
     fbr::AddIntegrityCommands(cli);
     fbr::AddInspectCommands(cli);
     fbr::AddServeCommand(cli);
+    fbr::AddViewCommand(cli);
     return cli.Run(fbr::CommandLine(argc, argv));
 }

@@ -127,5 +127,6 @@ void AddCompareCommands(Cli& cli);    // copy, diff
 void AddIntegrityCommands(Cli& cli);  // check, repair, compact
 void AddInspectCommands(Cli& cli);    // info, map, dump
 void AddServeCommand(Cli& cli);       // serve
+void AddViewCommand(Cli& cli);        // view
 
 }  // namespace fbr

@@ -185,4 +185,10 @@ void Key::Rename(const WString& name) const {
     }
 }
 
+std::optional<FBR_SYSTEMTIME> Key::Modified() const {
+    FBR_SYSTEMTIME time = {};
+    if (FBR_GetDirTimesEx(handle_, &time, store_->Handle()) != FSSTATUS_SUCCESS) return {};
+    return time;
+}
+
 }  // namespace fbr

@@ -161,6 +161,9 @@ class Key {
     // False when there is no such value.
     bool DeleteValue(const platform::WString& name) const;
 
+    // When something in the key changed last, in UTC; nothing where the store does not tell.
+    std::optional<FBR_SYSTEMTIME> Modified() const;
+
     // For messages: "value "n" of key \a in x.fbr", "key \a\n in x.fbr".
     std::string ShowValue(platform::WStringView name) const;
     std::string ShowSubkey(platform::WStringView name) const;
