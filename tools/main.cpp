@@ -16,5 +16,6 @@ int main(int argc, char** argv) {
     fbr::AddInspectCommands(cli);
     fbr::AddServeCommand(cli);
     fbr::AddViewCommand(cli);
+    fbr::AddShellCommand(cli);
     return cli.Run(fbr::CommandLine(argc, argv));
 }

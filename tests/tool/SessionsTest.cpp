@@ -126,7 +126,7 @@ TEST_P(Sessions, GoAsTheyAreWritten) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Sessions,
-                         testing::Values("commands", "compare", "kinds", "reach", "transfer"),
+                         testing::Values("commands", "compare", "kinds", "reach", "shell", "transfer"),
                          [](const auto& param) { return param.param; });
 
 }  // namespace

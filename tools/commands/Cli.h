@@ -83,6 +83,8 @@ class Cli {
     // The file of a container on this machine, in UTF-8, for commands that work on nothing else.
     // Throws UsageError for a store of another method.
     std::string ContainerAt(const std::string& path) const;
+    // As it was given; empty if not.
+    const std::string& Method() const { return method_; }
     // True when the library was told to trace.
     bool Traces() const { return !traceFolder_.empty(); }
 
@@ -128,5 +130,6 @@ void AddIntegrityCommands(Cli& cli);  // check, repair, compact
 void AddInspectCommands(Cli& cli);    // info, map, dump
 void AddServeCommand(Cli& cli);       // serve
 void AddViewCommand(Cli& cli);        // view
+void AddShellCommand(Cli& cli);       // shell
 
 }  // namespace fbr
