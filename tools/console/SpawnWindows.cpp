@@ -1,13 +1,11 @@
 #include <process.h>
 #include <windows.h>
 
-#include "platform/Text.h"
 #include "tools/console/Spawn.h"
+#include "tools/format/Text.h"
 
 namespace fbr {
 namespace {
-
-using platform::WString;
 
 // As the C run time takes a command line apart again.
 WString Quoted(const WString& word) {
@@ -22,13 +20,19 @@ WString Quoted(const WString& word) {
     return out + L'"';
 }
 
+WString FromWords(const std::string& utf8) {
+    WString out;
+    FromStrictUtf8(utf8, out);
+    return out;
+}
+
 }  // namespace
 
 int RunAgain(const std::vector<std::string>& words, const std::string& pipe) {
     WString program(32768, 0);
     program.resize(GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size())));
     std::vector<WString> quoted = {Quoted(program)};
-    for (const std::string& word : words) quoted.push_back(Quoted(platform::FromUtf8(word)));
+    for (const std::string& word : words) quoted.push_back(Quoted(FromWords(word)));
     if (pipe.empty()) {
         std::vector<const wchar_t*> arguments;
         for (const WString& word : quoted) arguments.push_back(word.c_str());
@@ -39,7 +43,7 @@ int RunAgain(const std::vector<std::string>& words, const std::string& pipe) {
     // The shell takes the outermost quotes off.
     WString line = WTEXT("\"");
     for (const WString& word : quoted) line += word + L' ';
-    line += WTEXT("| ") + platform::FromUtf8(pipe) + L'"';
+    line += WTEXT("| ") + FromWords(pipe) + L'"';
     return _wsystem(line.c_str());
 }
 
