@@ -18,5 +18,7 @@ int main(int argc, char** argv) {
     fbr::AddIntegrityCommands(cli);
     fbr::AddInspectCommands(cli);
     fbr::AddServeCommand(cli);
+    fbr::AddViewCommand(cli);
+    fbr::AddShellCommand(cli);
     return cli.Run(fbr::CommandLine(argc, argv));
 }

@@ -96,6 +96,8 @@ class Cli {
     bool Colored() const;
     // "status" of the last object that a command tells with --json.
     int Status() const { return exitStatus_; }
+    // As it was given; empty if not.
+    const std::string& Method() const { return method_; }
     // True when the library was told to trace.
     bool Traces() const { return !traceFolder_.empty(); }
 
@@ -146,5 +148,7 @@ void AddCompareCommands(Cli& cli);    // copy, diff
 void AddIntegrityCommands(Cli& cli);  // check, repair, compact
 void AddInspectCommands(Cli& cli);    // info, map, dump
 void AddServeCommand(Cli& cli);       // serve
+void AddViewCommand(Cli& cli);        // view
+void AddShellCommand(Cli& cli);       // shell
 
 }  // namespace fbr

@@ -10,6 +10,7 @@
 #include "tools/commands/Files.h"
 #include "tools/console/Console.h"
 #include "tools/console/Progress.h"
+#include "tools/page/Page.h"
 #include "tools/store/TreeCopy.h"
 #include "tools/store/TreeReader.h"
 
@@ -170,6 +171,12 @@ uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there, const
         DifferenceJson json(out, here.key);
         return compare(json);
     }
+    if (args.format == "html") {
+        DifferencePage page(out, here.store.Name(), there.store.Name());
+        const uint64_t differences = compare(page);
+        page.Finish();
+        return differences;
+    }
     if (args.format != "reg") {
         DifferenceLines lines(out, here.key, args.file.empty() && cli.Colored());
         return compare(lines);
@@ -231,8 +238,9 @@ void AddCompareCommands(Cli& cli) {
         .No("they differ")
         .Example("fbr diff before.fbr --to after.fbr")
         .Example("fbr diff one.fbr Software --to two.fbr Software --format reg -o change.reg")
-        .Choice("--format", args->format, {"lines", "reg"},
-                "lines (the default), or reg: a file to import into STORE, which makes it the same")
+        .Choice("--format", args->format, {"lines", "reg", "html"},
+                "lines (the default); reg: a file to import into STORE, which makes it the same; "
+                "html: a page for a browser")
         .Text("--prefix KEY", args->prefix, Need::kOptional,
               "reg: a key to put in front of every key")
         .Text("-o,--output FILE", args->file, Need::kOptional,

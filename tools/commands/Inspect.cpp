@@ -15,7 +15,6 @@ namespace fbr {
 namespace {
 
 constexpr uint32_t kTerminalRows = 32;
-constexpr uint32_t kSvgRows = 128;
 constexpr uint64_t kSmallestPage = 256, kLargestPage = 65536;
 
 struct Arguments {
@@ -39,12 +38,6 @@ uint32_t ColumnsThatFit(unsigned terminal) {
     return std::bit_floor(std::clamp(room, kFewest, kMost));
 }
 
-uint32_t ColumnsOfSquare(uint32_t pages) {
-    uint32_t columns = 16;
-    while (columns < kSvgRows && columns * columns < pages) columns *= 2;
-    return columns;
-}
-
 void Map(const Cli& cli, const Image& image, const std::string& svg) {
     if (svg.empty()) {
         DrawText(MakePicture(image, ColumnsThatFit(TerminalColumns()), kTerminalRows),
@@ -52,7 +45,7 @@ void Map(const Cli& cli, const Image& image, const std::string& svg) {
         return;
     }
     OutputFile file(svg);
-    DrawSvg(MakePicture(image, ColumnsOfSquare(image.PageCount()), kSvgRows), file.Stream());
+    DrawSvg(image, file.Stream());
     file.Finish();
 }
 

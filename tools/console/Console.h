@@ -14,6 +14,7 @@ std::vector<std::string> CommandLine(int argc, char** argv);
 void PrepareStreams();
 
 // True when the stream is a terminal.
+bool InputIsTerminal();
 bool OutputIsTerminal();
 bool ErrorIsTerminal();
 // Columns of the terminal on standard output; 80 when there is none to ask.

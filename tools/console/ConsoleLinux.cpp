@@ -17,6 +17,10 @@ void PrepareStreams() {}
 
 void HearOfSessionEnd() {}  // a signal
 
+bool InputIsTerminal() {
+    return isatty(STDIN_FILENO) == 1;
+}
+
 bool OutputIsTerminal() {
     return isatty(STDOUT_FILENO) == 1;
 }

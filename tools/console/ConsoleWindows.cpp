@@ -43,6 +43,10 @@ void PrepareStreams() {
     for (const DWORD stream : {STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) UnderstandEscapes(stream);
 }
 
+bool InputIsTerminal() {
+    return _isatty(_fileno(stdin)) != 0;
+}
+
 bool OutputIsTerminal() {
     return _isatty(_fileno(stdout)) != 0;
 }

@@ -9,7 +9,8 @@ namespace {
 
 constexpr int kWidestMap = 1024, kLargestCell = 32;  // of the drawing, in its own units
 constexpr uint32_t kShare = 4;  // a kind that fills this part of a cell may show in it
-constexpr int kMargin = 16, kLine = 20, kLegendColumn = 320;
+constexpr uint32_t kSvgRows = 128;
+constexpr int kMargin = 16, kLine = 20, kLegendColumn = 320, kDigit = 9;
 
 // Of the kinds that fill a good part of a cell the rarest shows, so that what is everywhere does
 // not cover the rest. A page of unknown kind shows before all others.
@@ -65,9 +66,26 @@ int CellSize(const Picture& picture) {
     return std::min(kLargestCell, kWidestMap / static_cast<int>(picture.columns));
 }
 
-// Neighbours alike in a row are one rectangle.
+uint32_t ColumnsOfSquare(uint32_t pages) {
+    uint32_t columns = 16;
+    while (columns < kSvgRows && columns * columns < pages) columns *= 2;
+    return columns;
+}
+
+// Room for the number of the last page, in front of the rows.
+int NumberWidth(const Picture& picture) {
+    return kDigit * static_cast<int>(fmt::format("{}", picture.pageCount).size()) + kMargin / 2;
+}
+
+// Neighbours alike in a row are one rectangle. The number of the first page stands in front of
+// every row that has the room.
 void DrawRow(const Picture& picture, size_t row, int top, std::ostream& out) {
-    const int size = CellSize(picture);
+    const int size = CellSize(picture), left = kMargin + NumberWidth(picture);
+    if (row % static_cast<size_t>((kLine + size - 1) / size) == 0) {
+        out << fmt::format("<text x=\"{}\" y=\"{}\" text-anchor=\"end\">{}</text>\n",
+                           left - kMargin / 2, top + std::min(size, kLine) / 2 + 5,
+                           row * picture.columns * picture.pagesPerCell);
+    }
     const size_t begin = row * picture.columns;
     const size_t end = std::min(begin + picture.columns, picture.cells.size());
     for (size_t from = begin, to = begin; from < end; from = to) {
@@ -76,9 +94,8 @@ void DrawRow(const Picture& picture, size_t row, int top, std::ostream& out) {
         out << fmt::format(
             "<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" fill=\"{}\">"
             "<title>{}: {}</title></rect>\n",
-            kMargin + static_cast<int>(from - begin) * size, top,
-            static_cast<int>(to - from) * size, size, LookOf(use).picture,
-            PagesOfCells(picture, from, to), LookOf(use).name);
+            left + static_cast<int>(from - begin) * size, top, static_cast<int>(to - from) * size,
+            size, LookOf(use).picture, PagesOfCells(picture, from, to), LookOf(use).name);
     }
 }
 
@@ -144,10 +161,11 @@ void DrawText(const Picture& picture, bool colour, std::ostream& out) {
     }
 }
 
-void DrawSvg(const Picture& picture, std::ostream& out) {
+void DrawSvg(const Image& image, std::ostream& out) {
+    const Picture picture = MakePicture(image, ColumnsOfSquare(image.PageCount()), kSvgRows);
     const size_t rows = (picture.cells.size() + picture.columns - 1) / picture.columns;
     const int size = CellSize(picture);
-    const int width = 2 * kMargin + static_cast<int>(picture.columns) * size;
+    const int width = 2 * kMargin + NumberWidth(picture) + static_cast<int>(picture.columns) * size;
     const int mapTop = kMargin + 2 * kLine;
     const int legendTop = mapTop + static_cast<int>(rows) * size + 2 * kLine;
     const int keysInLine = std::max(1, (width - 2 * kMargin) / kLegendColumn);
@@ -155,9 +173,12 @@ void DrawSvg(const Picture& picture, std::ostream& out) {
         std::count_if(picture.counts.begin(), picture.counts.end(), [](uint64_t n) { return n; }));
     const int height = legendTop + (keys + keysInLine - 1) / keysInLine * kLine + kMargin;
     out << fmt::format(
-        "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
-        "viewBox=\"0 0 {0} {1}\" font-family=\"sans-serif\" font-size=\"13\">\n"
-        "<rect width=\"{0}\" height=\"{1}\" fill=\"#ffffff\"/>\n"
+        "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"100%\" viewBox=\"0 0 {0} {1}\" "
+        "font-family=\"sans-serif\" font-size=\"13\">\n"
+        "<style>svg text {{ fill: #1c2430; }} svg .ground {{ fill: #ffffff; }}\n"
+        "@media (prefers-color-scheme: dark) {{\n"
+        "svg text {{ fill: #dde4ec; }} svg .ground {{ fill: #14181d; }} }}</style>\n"
+        "<rect class=\"ground\" width=\"{0}\" height=\"{1}\"/>\n"
         "<text x=\"{2}\" y=\"{3}\" font-weight=\"bold\">{4}</text>\n"
         "<text x=\"{2}\" y=\"{5}\">{6}</text>\n"
         "<g shape-rendering=\"crispEdges\">\n",

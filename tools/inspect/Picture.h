@@ -26,6 +26,7 @@ Picture MakePicture(const Image& image, uint32_t columns, uint32_t rows);
 // Letters, on coloured ground if `colour`, each row behind the number of its first page, and a
 // legend.
 void DrawText(const Picture& picture, bool colour, std::ostream& out);
-void DrawSvg(const Picture& picture, std::ostream& out);
+// A square of them, for a browser.
+void DrawSvg(const Image& image, std::ostream& out);
 
 }  // namespace fbr

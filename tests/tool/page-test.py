@@ -1,0 +1,137 @@
+#!/usr/bin/env python3
+"""usage: page-test.py FBR CHROMIUM [FOLDER]
+
+Opens the pages of `fbr view` and `fbr diff --format html` in a browser without a window, works on
+them by keyboard and mouse, and looks at what they show. Leaves pictures of them in FOLDER.
+"""
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+fbr, chromium = sys.argv[1:3]
+folder = pathlib.Path(tempfile.mkdtemp(prefix="zrfs-page-"))
+pictures = pathlib.Path(sys.argv[3]) if len(sys.argv) > 3 else folder
+
+MARKUP = "<b>bold</b></script><script>document.title='broken'</script>"
+FIRST = f'''Windows Registry Editor Version 5.00
+
+[Software\\Hello]
+@="the default"
+"Count"=dword:0000002a
+"Greeting"="{MARKUP}"
+"Путь 日本 العربية"="日本語 и العربية"
+"List"=hex(7):61,00,00,00,62,00,63,00,00,00,00,00
+"Big"=hex(b):01,02,03,04,05,06,07,08
+"Large"=hex:{",".join(["5a"] * 70000)}
+
+[Software\\Hello\\<img src=x onerror=document.title='broken'>]
+"<i>name</i>"=dword:00000001
+
+[Software\\Hello\\Deep\\Deeper\\Deepest]
+"needle"="in the hay"
+
+[Many]
+''' + "".join(f'"value {i:06}"="text of {i}"\n' for i in range(100_000))
+
+# What stands before each script: the page's own ways in, and nothing else of it.
+HELP = '''
+const $ = id => document.getElementById(id);
+const rows = id => [...$(id).querySelectorAll(".row")];
+const shown = id => rows(id).map(row => row.textContent);
+const click = (id, text, type = "mousedown") => {
+  const row = rows(id).find(row => row.textContent.includes(text));
+  if (!row) throw new Error(`no ${text} in ${id}: ${shown(id)}`);
+  row.dispatchEvent(new MouseEvent(type, {bubbles: true}));
+};
+const press = (id, ...keys) => keys.forEach(key => $(id).dispatchEvent(new KeyboardEvent("keydown", {key, bubbles: true, cancelable: true})));
+const search = async words => {
+  $("search").value = words;
+  $("search").dispatchEvent(new Event("input"));
+  do await new Promise(done => setTimeout(done, 20)); while ($("count").textContent.includes("so far"));
+};
+'''
+OPEN_HELLO = 'click("tree", "Software"); press("tree", "ArrowRight", "ArrowDown", "ArrowRight");'
+
+
+def browse(page, script, picture=None):
+    """What `script`, an async function's body, returns in the page."""
+    text = page.read_text(encoding="utf-8")
+    run = f'''<script>
+      (async () => {{ {HELP} {script} }})().catch(error => "" + error)
+        .then(result => document.body.append(Object.assign(document.createElement("output"), {{id: "result", hidden: true, textContent: JSON.stringify(result === undefined ? null : result)}})));
+    </script></body>'''
+    at = text.rindex("</body>")
+    tried = folder / "tried.html"
+    tried.write_text(text[:at] + run + text[at + len("</body>"):], encoding="utf-8")
+    command = [chromium, "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
+               f"--user-data-dir={folder}/profile", "--virtual-time-budget=20000",
+               "--window-size=1200,700"]
+    dom = subprocess.run(command + ["--dump-dom", tried.as_uri()], capture_output=True, text=True,
+                         timeout=120).stdout
+    if picture:
+        subprocess.run(command + [f"--screenshot={pictures / picture}", tried.as_uri()],
+                       capture_output=True, timeout=120)
+    assert "<title>broken</title>" not in dom, "markup of the store was run"
+    found = re.search(r'<output id="result" hidden="">(.*?)</output>', dom, re.S)
+    assert found, f"the page did not end its script: {dom[-500:]}"
+    return json.loads(found[1].replace("&lt;", "<").replace("&gt;", ">").replace("&amp;", "&"))
+
+
+def make(name, text):
+    (folder / "in.reg").write_text(text, encoding="utf-8")
+    subprocess.run([fbr, "import", folder / name, folder / "in.reg"], check=True)
+
+
+def check(what, is_, wanted):
+    if is_ != wanted:
+        sys.exit(f"{what}: {is_!r}, not {wanted!r}")
+
+
+make("first.fbr", FIRST)
+page = folder / "first.html"
+subprocess.run([fbr, "view", folder / "first.fbr", "-o", page], check=True)
+
+check("keys that show at first", browse(page, 'return shown("tree").length'), 3)
+check("values of a key", browse(page, OPEN_HELLO + 'return shown("values")', "view.png"), [
+    "(Default)REG_SZ24the default", "BigREG_QWORD8578437695752307201 (0x0807060504030201)",
+    "CountREG_DWORD442 (0x0000002a)", f"GreetingREG_SZ{2 * len(MARKUP) + 2}{MARKUP}",
+    "LargeREG_BINARY70,000" + " ".join(["5a"] * 32), 'ListREG_MULTI_SZ12"a" "bc"',
+    "Путь 日本 العربيةREG_SZ28日本語 и العربية"])
+check("markup in data", browse(page, OPEN_HELLO + '''click("values", "Greeting");
+    return [$("detail").querySelector("pre").textContent, document.querySelectorAll("b, i, img").length]'''),
+      [MARKUP, 1])
+check("markup in names", browse(page, OPEN_HELLO + '''click("tree", "<img"); return shown("values")'''),
+      ["<i>name</i>REG_DWORD41 (0x00000001)"])
+check("what is cut", browse(page, OPEN_HELLO + '''click("values", "Large");
+    return $("detail").querySelector(".faint").textContent'''), "the first 65536 of them are in this page")
+check("found, and left for the tree", browse(page, '''await search("needle"); const found = shown("tree");
+    press("tree", "ArrowDown", "Enter"); return [found, shown("tree").length, $("where").querySelector("b").textContent]'''),
+      [["\\Software\\Hello\\Deep\\Deeper\\Deepest  needle"], 8, "\\Software\\Hello\\Deep\\Deeper\\Deepest"])
+began = time.monotonic()
+check("a hundred thousand values", browse(page, '''click("tree", "Many"); const few = rows("values").length;
+    press("values", "End"); const last = shown("values").pop(); await search("text of 99999");
+    return [few < 60, rows("values").length < 60, last, shown("tree").length]''', "many.png"),
+      [True, True, "value 099999REG_SZ28text of 99999", 1])
+check("seconds for it", time.monotonic() - began < 60, True)
+check("pages", browse(page, '''$("pages").click(); return [$("map").hidden, !!$("map").querySelector("svg rect title")]''',
+                      "pages.png"), [False, True])
+check("dark and light", browse(page, '''const was = document.documentElement.className; $("ground").click();
+    return was !== document.documentElement.className''', "dark.png"), True)
+
+make("second.fbr", FIRST.split("[Many]")[0].replace("0000002a", "0000002b") + '[Software\\New]\n[Many]\n')
+subprocess.run([fbr, "import", folder / "third.fbr", folder / "in.reg"], check=True)
+page = folder / "differences.html"
+small = FIRST.split("[Many]")[0] + "[Gone]\n[Many]\n"
+make("fourth.fbr", small)
+status = subprocess.run([fbr, "diff", folder / "fourth.fbr", "--to", folder / "second.fbr", "--format", "html",
+                         "-o", page], check=False).returncode
+check("status of a diff", status, 3)
+check("differences", browse(page, '''const all = shown("tree"); click("tree", "Count");
+    return [all, [...$("detail").querySelectorAll("pre")].map(pre => pre.textContent.slice(0, 15))]''', "diff.png"),
+      [["- \\Gone\\", "~ \\Software\\Hello  Count", "+ \\Software\\New\\"],
+       ["42 (0x0000002a)", "000000  2a 00 0", "43 (0x0000002b)", "000000  2b 00 0"]])
+print("all pages are as they should be")

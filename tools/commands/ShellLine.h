@@ -1,0 +1,29 @@
+// A line of the shell taken apart.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace fbr {
+
+struct ShellLine {
+    std::vector<std::string> words;
+    std::string pipe;     // what stands behind the first "|" outside of quotes
+    bool piped = false;   // there was one
+    bool quoted = false;  // the line ends within quotes
+    bool atWord = false;  // it ends in a word and not behind one
+};
+
+// Blanks part words, but within double quotes, where two of these are one. A backslash is one: it
+// parts the keys of a path.
+ShellLine ParseShellLine(std::string_view line);
+
+// What to type behind a line that ends so, to get `rest` into its last word.
+std::string Typed(const ShellLine& line, const std::string& rest);
+
+// A key as the shell takes it: from the root with a backslash in front, from `current` without,
+// with "." for the same key and ".." for the one above. Paths are without a backslash in front.
+std::string ResolveKey(const std::string& current, const std::string& typed);
+
+}  // namespace fbr
