@@ -1,4 +1,4 @@
-/* The version of the library. It stands here and nowhere else: the build takes it from here. */
+/** The version of the library. It stands here and nowhere else: the build takes it from here. */
 #ifndef ZRFSVERSION_H
 #define ZRFSVERSION_H
 
