@@ -1,4 +1,5 @@
-/** The types that cross the interface, for C (C11 on Linux, C99 on Windows) and C++ (from C++11). */
+/** @file
+ * The types that cross the interface, for C (C11 on Linux, C99 on Windows) and C++ (from C++11). */
 #ifndef ZRFSTYPES_H
 #define ZRFSTYPES_H
 
@@ -16,8 +17,11 @@ typedef wchar_t FBR_WCHAR;
 #if !defined(__cplusplus)
 #include <uchar.h>
 #endif
-typedef char16_t FBR_WCHAR; /* one UTF-16 code unit */
+/** One UTF-16 code unit. */
+typedef char16_t FBR_WCHAR;
+/** A literal of FBR_WCHAR. */
 #define FBR_TEXT(literal) u##literal
+/** Stands before what the library exports. */
 #define FBR_API __attribute__((visibility("default")))
 #endif
 
@@ -44,9 +48,10 @@ typedef enum FBR_VALUE_TYPE FBR_BITS32 {
 
 /** What a lock is for, see FBR_GetLockEx. */
 typedef enum FBR_LOCK_TYPE FBR_BITS32 {
-    FBR_LOCK_WRITE = 1,       /**< for changes */
-    FBR_LOCK_WRITE_OWNER = 2, /**< for changes, too: what a settings file takes for all of its life */
-    FBR_LOCK_READ = 3         /**< for reads that all see one state */
+    FBR_LOCK_WRITE = 1, /**< for changes */
+    FBR_LOCK_WRITE_OWNER =
+        2,            /**< for changes, too: what a settings file takes for all of its life */
+    FBR_LOCK_READ = 3 /**< for reads that all see one state */
 } FBR_LOCK_TYPE;
 
 /** The result of every operation. */
@@ -149,7 +154,6 @@ typedef struct FBR_SYSTEMTIME {
 } FBR_SYSTEMTIME;
 
 /** A store, from FBR_InitialiseEx to FBR_DeInitialiseEx. */
-struct IFSInterface;
 typedef struct IFSInterface* FBR_STORE;
 
 /** An open key; only its store can interpret it. */
