@@ -1,4 +1,5 @@
-/* The flat interface of ZrFsLibrary: a small registry of the caller's own.
+/** @file
+ * The flat interface of ZrFsLibrary: a small registry of the caller's own.
  *
  * A store is opened with FBR_InitialiseEx and closed with FBR_DeInitialiseEx. Inside it a key is
  * known by a 64-bit key handle that only its store can interpret; 0 stands for the root where a
@@ -50,7 +51,7 @@ extern "C" {
 
 /* ---- Stores ---- */
 
-/* Opens a store; a container that is missing is made. `path` is cut at each "|", and empty parts
+/** Opens a store; a container that is missing is made. `path` is cut at each "|", and empty parts
  * are dropped:
  *   STORE            a store of this machine, by `method`
  *   !REMOTE|STORE    the same for the live registry of another session (method 2)
@@ -69,46 +70,46 @@ extern "C" {
  * a file that cannot be; FSSTATUS_MODULE_NOT_FOUND for method 6 without its library. */
 FBR_API FBR_STATUS FBR_InitialiseEx(const FBR_WCHAR* path, FBR_STORE* handle, FBR_METHOD method);
 
-/* Closes a store, its keys with it, and gives up a lock that it still holds. The handle is dead
+/** Closes a store, its keys with it, and gives up a lock that it still holds. The handle is dead
  * afterwards, whatever the status. Volatile keys are deleted if a lock of type 1 or 2 is in force,
  * and stay otherwise: without a lock a close writes nothing. */
 FBR_API FBR_STATUS FBR_DeInitialiseEx(FBR_STORE handle);
 
 /* ---- Integrity ---- */
 
-/* Checks the container of an open store as FBR_CheckFileEx does, under the lock that the store has
+/** Checks the container of an open store as FBR_CheckFileEx does, under the lock that the store has
  * if there is one in force; its owner must not write meanwhile. FSSTATUS_FAILED while file checking
  * is off (see FBR_FileChecking). */
 FBR_API FBR_STATUS FBR_CheckFile(FBR_STORE handle);
 
-/* Checks a container file under its lock, and changes nothing, whatever it finds. `callback` is
+/** Checks a container file under its lock, and changes nothing, whatever it finds. `callback` is
  * told of all that FBR_CheckAndRepairFileEx would mend; a null one traces corrupt entries. A lock
  * that the calling thread has on the file, through a store of its own, will do. FSSTATUS_SUCCESS
  * when the check ran to its end, whatever it found; FSSTATUS_LOCK_FAILED when somebody else has the
  * lock for longer than 5 seconds. */
 FBR_API FBR_STATUS FBR_CheckFileEx(const FBR_WCHAR* path, FBR_CheckCallback callback);
 
-/* The same, and mends what it finds. Nobody may have the lock, the caller's own stores included:
+/** The same, and mends what it finds. Nobody may have the lock, the caller's own stores included:
  * FSSTATUS_LOCK_FAILED, at once when the calling thread has it. A repair that is killed while it
  * writes is finished by the next opening or repair. FSSTATUS_FILE_CORRUPT, and nothing changed,
  * when a pending redo log cannot be replayed. */
 FBR_API FBR_STATUS FBR_CheckAndRepairFileEx(const FBR_WCHAR* path, FBR_CheckCallback callback);
 
-/* Tells whether damage was ever met in the store, by one who had its lock. Pass a word that holds
+/** Tells whether damage was ever met in the store, by one who had its lock. Pass a word that holds
  * 0: a container writes its lowest byte alone. */
 FBR_API FBR_STATUS FBR_IsCorrupted(FBR_STORE handle, uint32_t* corrupted);
 
-/* Gives free pages back to the disk, with those that killed writers lost where they are in the way.
- * A caller without the lock need not take one: it is taken for as long as this runs. Pages move in
- * several changes, and what was moved before a failure stays moved. Pass a word that holds 0; its
- * lowest byte becomes 255 when the store was gone through. FSSTATUS_LOCK_FAILED when somebody else,
- * another thread included, has the lock for longer than 5 seconds. */
+/** Gives free pages back to the disk, with those that killed writers lost where they are in the
+ * way. A caller without the lock need not take one: it is taken for as long as this runs. Pages
+ * move in several changes, and what was moved before a failure stays moved. Pass a word that holds
+ * 0; its lowest byte becomes 255 when the store was gone through. FSSTATUS_LOCK_FAILED when
+ * somebody else, another thread included, has the lock for longer than 5 seconds. */
 FBR_API FBR_STATUS FBR_Compact(FBR_STORE handle, uint32_t* done);
 
 /* ---- Locks ---- */
 
-/* Takes the lock of the container's file, waiting up to 60 seconds, and brings the store up to date
- * with what the others wrote. The lock is the file's: all processes, users and stores of one
+/** Takes the lock of the container's file, waiting up to 60 seconds, and brings the store up to
+ * date with what the others wrote. The lock is the file's: all processes, users and stores of one
  * process meet in it, by whatever name they opened the file. Types 1 and 2 allow writing, 3 does
  * not; any of them keeps all others from a lock.
  *
@@ -130,27 +131,27 @@ FBR_API FBR_STATUS FBR_Compact(FBR_STORE handle, uint32_t* done);
  * somebody has changed the store, until the lock was released and taken again. */
 FBR_API FBR_STATUS FBR_GetLockEx(uint32_t lockType, FBR_STORE handle);
 
-/* Releases the lock taken last, whatever the type given here. FSSTATUS_LOCK_FAILED, and nothing
+/** Releases the lock taken last, whatever the type given here. FSSTATUS_LOCK_FAILED, and nothing
  * changed, when another thread has the lock, or when the store was never locked. */
 FBR_API FBR_STATUS FBR_ReleaseLockEx(uint32_t lockType, FBR_STORE handle);
 
-/* Writes the type of the lock in force through this store, whichever thread has it, 0 for none. A
+/** Writes the type of the lock in force through this store, whichever thread has it, 0 for none. A
  * store without locks writes nothing. */
 FBR_API FBR_STATUS FBR_GetLockTypeEx(FBR_STORE handle, uint32_t* lockType);
 
 /* ---- Values ---- */
 
-/* [W] Deletes a value. FSSTATUS_NOT_FOUND when it is missing. An empty name is "(Default)" here and
- * in the two functions below. */
+/** [W] Deletes a value. FSSTATUS_NOT_FOUND when it is missing. An empty name is "(Default)" here
+ * and in the two functions below. */
 FBR_API FBR_STATUS FBR_DeleteValue(FBR_KEY key, const FBR_WCHAR* name, FBR_STORE handle);
 
-/* [W] Makes or replaces a value. `type` is kept as it is given. `data` may be null when `size` is
+/** [W] Makes or replaces a value. `type` is kept as it is given. `data` may be null when `size` is
  * 0. `key` is an open key: the root is opened like any other. A failure leaves the old value, or
  * none where there was none. Sizes are cut to 32 bits. */
 FBR_API FBR_STATUS FBR_SetValue(FBR_KEY key, const FBR_WCHAR* name, uint32_t type, const void* data,
                                 uint64_t size, FBR_STORE handle);
 
-/* Reads a value. With a null `buffer`, *size becomes the size of the data and the status is
+/** Reads a value. With a null `buffer`, *size becomes the size of the data and the status is
  * FSSTATUS_BUFFER_OVERFLOW, or FSSTATUS_SUCCESS for an empty value. With a buffer, up to
  * `bufferSize` bytes are copied and *size becomes their number: a buffer that is too small gets the
  * first bytes, with FSSTATUS_SUCCESS. Between two calls the value may change: ask for size and data
@@ -162,7 +163,7 @@ FBR_API FBR_STATUS FBR_QueryValue(FBR_KEY key, const FBR_WCHAR* name, void* buff
 
 /* ---- Keys ---- */
 
-/* [W] Makes a key, and the keys on the way to it, and opens it. `name` is a key or a path below
+/** [W] Makes a key, and the keys on the way to it, and opens it. `name` is a key or a path below
  * `parent`; a parent of 0, or one that is not open, is the root. FSSTATUS_ALREADY_EXISTS comes with
  * a valid handle in *key, too. A value of the name stays a value beside the key. After a failure
  * none of the keys is there that was not before. A new key is volatile with bit 0 of `options`;
@@ -170,74 +171,76 @@ FBR_API FBR_STATUS FBR_QueryValue(FBR_KEY key, const FBR_WCHAR* name, void* buff
 FBR_API FBR_STATUS FBR_CreateDirEx(FBR_KEY parent, const FBR_WCHAR* name, FBR_CREATEOPTIONS options,
                                    FBR_KEY* key, FBR_STORE handle);
 
-/* Opens a key; "\" is the root. Each opening has a handle of its own, to be closed with
+/** Opens a key; "\" is the root. Each opening has a handle of its own, to be closed with
  * FBR_CloseDirEx. FSSTATUS_NOT_FOUND when there is no such key, also when there is a value. */
 FBR_API FBR_STATUS FBR_OpenDirEx(FBR_KEY parent, const FBR_WCHAR* name, FBR_KEY* key,
                                  FBR_STORE handle);
 
-/* [W] Deletes a key without subkeys, its values with it; all handles on it are closed then. A key
+/** [W] Deletes a key without subkeys, its values with it; all handles on it are closed then. A key
  * with subkeys loses its values and is FSSTATUS_DIR_NOT_EMPTY. A handle that is not open is
  * FSSTATUS_SUCCESS. */
 FBR_API FBR_STATUS FBR_DeleteDirEx(FBR_KEY key, FBR_STORE handle);
 
-/* [W] Deletes the key at a full path, which starts with a backslash, and all below it. "\" empties
+/** [W] Deletes the key at a full path, which starts with a backslash, and all below it. "\" empties
  * the store. All of it is one change. A container gives FSSTATUS_TREE_DELETE_FAILED where keys
  * stand more than 512 levels below the named one, which may be the root; other stores know no such
  * limit. After that, and after FSSTATUS_DIR_NOT_EMPTY, what was deleted before stays deleted; after
  * any other failure of a container all is there. */
 FBR_API FBR_STATUS FBR_DeleteDirNamedEx(const FBR_WCHAR* name, FBR_STORE handle);
 
-/* [W] Renames a key below its parent; the handles of this store on it and on the keys below it
+/** [W] Renames a key below its parent; the handles of this store on it and on the keys below it
  * follow, and no others. FSSTATUS_ALREADY_EXISTS when there is a key of that name. */
 FBR_API FBR_STATUS FBR_RenameDirEx(FBR_KEY key, const FBR_WCHAR* newName, FBR_STORE handle);
 
-/* Closes a key handle. */
+/** Closes a key handle. */
 FBR_API FBR_STATUS FBR_CloseDirEx(FBR_KEY key, FBR_STORE handle);
 
-/* Hand out the name of the value, or of the subkey, at a place in the order of names, each on one
+/** Hands out the name of the value at a place in the order of names, each on one
  * state of the store. Asked for in their order they all cost the same; a change between two calls
  * moves the places, which a lock of type 3 around them keeps away. With a null `name` the call only
  * tells whether there is one. FSSTATUS_NO_MORE_ENTRIES, with *name untouched, behind the last. */
 FBR_API FBR_STATUS FBR_EnumIntFileEx(FBR_KEY key, uint32_t index, FBR_WCHAR** name,
                                      FBR_STORE handle);
+/** The same for the name of a subkey. */
 FBR_API FBR_STATUS FBR_EnumIntDirEx(FBR_KEY key, uint32_t index, FBR_WCHAR** name,
                                     FBR_STORE handle);
 
-/* Hand out the name of an open key, and its path with a leading backslash; both are empty for the
- * root. */
+/** Hands out the name of an open key, which is empty for the root. */
 FBR_API FBR_STATUS FBR_GetName_DirEx(FBR_KEY key, FBR_WCHAR** name, FBR_STORE handle);
+/** Hands out the path of an open key with a leading backslash; it is empty for the root. */
 FBR_API FBR_STATUS FBR_GetFullName_DirEx(FBR_KEY key, FBR_WCHAR** name, FBR_STORE handle);
 
-/* Opens an open key once more. FSSTATUS_FAILED for a key with one of / : * ? " < > | # or a unit
+/** Opens an open key once more. FSSTATUS_FAILED for a key with one of / : * ? " < > | # or a unit
  * that does not print in its path. */
 FBR_API FBR_STATUS FBR_DuplicateDirHandleEx(FBR_KEY key, FBR_KEY* newKey, FBR_STORE handle);
 
-/* The time of the last change in a key, UTC; wDayOfWeek is left as it is. FSSTATUS_NOT_FOUND for a
+/** The time of the last change in a key, UTC; wDayOfWeek is left as it is. FSSTATUS_NOT_FOUND for a
  * key as above. */
 FBR_API FBR_STATUS FBR_GetDirTimesEx(FBR_KEY key, FBR_SYSTEMTIME* time, FBR_STORE handle);
 
-/* The security of a key as text, for an offline hive (method 6) alone. `bufferChars` is in units.
+/** The security of a key as text, for an offline hive (method 6) alone. `bufferChars` is in units.
  * A zero key is FSSTATUS_INVALID_PARAMETER. */
 FBR_API FBR_STATUS FBR_GetKeySecurityString(FBR_KEY key, FBR_WCHAR* buffer, uint32_t* bufferChars,
                                             FBR_STORE handle);
+/** Sets the security of a key from text, for an offline hive (method 6) alone. */
 FBR_API FBR_STATUS FBR_SetKeySecurityString(FBR_KEY key, const FBR_WCHAR* sddl, FBR_STORE handle);
 
 /* ---- The process ---- */
 
-/* Gives back a string. Null is ignored. */
+/** Gives back a string. Null is ignored. */
 FBR_API void FBR_Release(void* memory);
 
-/* Sets up the trace of container stores: with `enable` the next opening of a store starts the file
+/** Sets up the trace of container stores: with `enable` the next opening of a store starts the file
  * "FBR_<process>.log" in the folder "logs", which must exist, of `directory`; else with
  * `enableOnCorruption` the first corrupt entry that a check meets does. Lines up to `level` are
  * written: 1 failures, 3 detail, 4 all. A null directory changes nothing. */
 FBR_API void FBR_Logging(bool enable, const FBR_WCHAR* directory, uint32_t level,
                          bool enableOnCorruption);
 
-/* Allows FBR_CheckFile; off at first. */
+/** Allows FBR_CheckFile; off at first. */
 FBR_API void FBR_FileChecking(bool on);
 
-/* Puts another engine in the place of the built-in one, for all container stores, open ones too:
+/** Puts another engine in the place of the built-in one, for all container stores, open ones too:
  * `table` holds 28 function pointers, which are copied. Only null is refused. */
 FBR_API FBR_STATUS FBR_SetTARN_Functions(const void* table);
 
@@ -248,13 +251,14 @@ FBR_API FBR_STATUS FBR_SetTARN_Functions(const void* table);
 #include <vector>
 
 extern "C" {
-/* Add the names of all values, or of all subkeys, to `names`, which is not cleared. The names are
- * all of one state. The answer to a walk that came to its end is FSSTATUS_NO_MORE_ENTRIES. A zero
- * key is FSSTATUS_INVALID_PARAMETER. The caller must be built with the library's C++ run time. They
- * throw std::bad_alloc. */
+/** Adds the names of all values to `names`, which is not cleared. The names are all of one state.
+ * The answer to a walk that came to its end is FSSTATUS_NO_MORE_ENTRIES. A zero key is
+ * FSSTATUS_INVALID_PARAMETER. The caller must be built with the library's C++ run time. Throws
+ * std::bad_alloc. */
 FBR_API FBR_STATUS FBR_EnumerateAllValues(FBR_KEY key,
                                           std::vector<std::basic_string<FBR_WCHAR>>& names,
                                           FBR_STORE handle);
+/** The same for the names of all subkeys. */
 FBR_API FBR_STATUS FBR_EnumerateAllKeys(FBR_KEY key,
                                         std::vector<std::basic_string<FBR_WCHAR>>& names,
                                         FBR_STORE handle);
