@@ -39,7 +39,6 @@ FBR_STATUS FsOfflineRegistryImpl::GetIndexedName(const NameFunction& function, u
     // One byte more than the units take, for a function that writes past its last one.
     auto* block =
         static_cast<WChar*>(platform::HeapAllocateZeroed(size_t{units} * sizeof(WChar) + 1));
-    *name = block;
     if (block == nullptr) return ToStatus(kErrorOutOfMemory);
     const uint32_t error = function(index, block, &units);
     FBR_STATUS status = ToStatus(error);
@@ -47,7 +46,10 @@ FBR_STATUS FsOfflineRegistryImpl::GetIndexedName(const NameFunction& function, u
     if (error == 0 && platform::WStringView(block, units).find(WChar{0}) != WString::npos) {
         status = FSSTATUS_INVALID_NAME;
     }
-    if (status != FSSTATUS_SUCCESS) platform::HeapRelease(block);
+    if (status == FSSTATUS_SUCCESS)
+        *name = block;
+    else
+        platform::HeapRelease(block);
     return status;
 }
 
