@@ -30,12 +30,12 @@ void ExpectFull(const Reading& reading) {
     EXPECT_EQ(reading.usedPages + mapPages + 1, reading.pageCount);
 }
 
-struct Shape {
+struct Layout {
     uint32_t pageSize;
     bool foreign;
 };
 
-class Compaction : public testing::TestWithParam<Shape> {
+class Compaction : public testing::TestWithParam<Layout> {
   protected:
     Form FormOf(uint32_t freePages) const {
         Form form;
@@ -229,8 +229,8 @@ TEST_P(Compaction, ThatFailsIsRolledBack) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, Compaction,
-                         testing::Values(Shape{256, false}, Shape{256, true}, Shape{512, false},
-                                         Shape{4096, false}));
+                         testing::Values(Layout{256, false}, Layout{256, true}, Layout{512, false},
+                                         Layout{4096, false}));
 
 }  // namespace
 }  // namespace faults
