@@ -188,8 +188,8 @@ uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there, const
 }
 
 void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
-    if (cli.Json() && args.format == "reg")
-        throw UsageError("expected either --json or --format reg");
+    if (cli.Json() && (args.format == "reg" || args.format == "html"))
+        throw UsageError("expected either --json or --format " + args.format);
     const StorePair stores(from, to, Store::IfMissing::kFail);
     const BothLocks<ReadLock> locks(stores);
     const Place here{stores.From(), from.key}, there{stores.To(), to.key};
