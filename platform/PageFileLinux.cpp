@@ -23,7 +23,8 @@ constexpr uint64_t kMaxOffset = std::numeric_limits<off_t>::max();
 
 class LinuxPageFile final : public PageFile, public HeapObject {
   public:
-    LinuxPageFile(int descriptor, bool readOnly) : descriptor_(descriptor), readOnly_(readOnly) {}
+    LinuxPageFile(int descriptor, bool readOnly, const FileIdentity& identity)
+        : descriptor_(descriptor), readOnly_(readOnly), identity_(identity) {}
     ~LinuxPageFile() override { close(descriptor_); }
     LinuxPageFile(const LinuxPageFile&) = delete;
     LinuxPageFile& operator=(const LinuxPageFile&) = delete;
@@ -46,7 +47,6 @@ class LinuxPageFile final : public PageFile, public HeapObject {
 
     int descriptor_;
     bool readOnly_;
-    bool identityKnown_ = false;
     FileIdentity identity_;
     FileMark mark_;
 };
@@ -133,12 +133,6 @@ Error LinuxPageFile::Flush() {
 }
 
 Error LinuxPageFile::Identity(FileIdentity* identity) {
-    struct stat found;
-    if (!identityKnown_) {
-        if (fstat(descriptor_, &found) != 0) return Leave(FromErrno(errno));
-        identity_ = {found.st_dev, found.st_ino};
-        identityKnown_ = true;
-    }
     *identity = identity_;
     return Leave(kErrorSuccess);
 }
@@ -146,18 +140,16 @@ Error LinuxPageFile::Identity(FileIdentity* identity) {
 bool LinuxPageFile::IsAt(const WChar* path, uint64_t* length) {
     const NativePath native(path);
     struct stat there;
-    FileIdentity own;
-    if (native.Status() != kErrorSuccess || stat(native.Text(), &there) != 0 ||
-        Identity(&own) != kErrorSuccess)
-        return false;
+    if (native.Status() != kErrorSuccess || stat(native.Text(), &there) != 0) return false;
     *length = static_cast<uint64_t>(there.st_size);
-    return own == FileIdentity{there.st_dev, there.st_ino};
+    return identity_ == FileIdentity{there.st_dev, there.st_ino};
 }
 
 // What a file handle points to between the opening and the making of the page file.
 struct OpenedFile : HeapObject {
     int descriptor;
     bool readOnly;
+    FileIdentity identity;
 };
 
 int OpenFlags(bool readOnly, uint32_t disposition) {
@@ -174,16 +166,21 @@ int OpenFlags(bool readOnly, uint32_t disposition) {
     return -1;
 }
 
-Error OpenRegular(const WChar* path, bool readOnly, uint32_t disposition, int* descriptor) {
+Error OpenRegular(const WChar* path, bool readOnly, uint32_t disposition, OpenedFile* file) {
     const NativePath native(path);
     if (native.Status() != kErrorSuccess) return native.Status();
     const int flags = OpenFlags(readOnly, disposition);
     if (flags < 0) return kErrorInvalidParameter;
-    *descriptor = open(native.Text(), flags | native.NoFollow(), 0666);
-    if (*descriptor < 0) return native.Explain(errno);
+    const int descriptor = open(native.Text(), flags | native.NoFollow(), 0666);
+    if (descriptor < 0) return native.Explain(errno);
     struct stat found;
-    if (fstat(*descriptor, &found) == 0 && S_ISREG(found.st_mode)) return kErrorSuccess;
-    close(*descriptor);
+    if (fstat(descriptor, &found) == 0 && S_ISREG(found.st_mode)) {
+        file->descriptor = descriptor;
+        file->readOnly = readOnly;
+        file->identity = {found.st_dev, found.st_ino};
+        return kErrorSuccess;
+    }
+    close(descriptor);
     return kErrorAccessDenied;
 }
 
@@ -196,8 +193,7 @@ Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
         Leave(kErrorOutOfMemory);
         return nullptr;
     }
-    opened->readOnly = readOnly;
-    const Error error = Leave(OpenRegular(path, readOnly, disposition, &opened->descriptor));
+    const Error error = Leave(OpenRegular(path, readOnly, disposition, opened));
     if (error != kErrorSuccess) {
         delete opened;
         return nullptr;
@@ -209,7 +205,7 @@ Handle OpenFileHandle(const WChar* path, bool readOnly, uint32_t disposition,
 PageFile* AdoptFileHandle(Handle handle, const WChar* path) noexcept {
     if (!IsValid(handle)) return nullptr;
     auto* opened = static_cast<OpenedFile*>(handle);
-    auto* file = new LinuxPageFile(opened->descriptor, opened->readOnly);
+    auto* file = new LinuxPageFile(opened->descriptor, opened->readOnly, opened->identity);
     if (file == nullptr) {
         close(opened->descriptor);
         Leave(kErrorOutOfMemory);

@@ -1,5 +1,7 @@
 #include "platform/RealPath.h"
 
+#include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <new>
 
@@ -9,8 +11,14 @@ namespace fs = std::filesystem;
 
 Error RealPath(const WString& path, WString* real) noexcept {
     try {
+        const fs::path given(path);
+        char all[PATH_MAX];
+        if (realpath(given.c_str(), all) != nullptr) {
+            *real = fs::path(all).u16string();
+            return kErrorSuccess;
+        }
         // Absolute first: where nothing of a relative path exists it would stay relative.
-        const fs::path found = fs::weakly_canonical(fs::absolute(fs::path(path)));
+        const fs::path found = fs::weakly_canonical(fs::absolute(given));
         // The tail that is not there was not followed; a dangling link stands at its head.
         fs::path head = found;
         while (!fs::exists(fs::symlink_status(head)) && head.has_relative_path())

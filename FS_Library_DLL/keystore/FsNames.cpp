@@ -63,12 +63,14 @@ size_t Decode(WStringView stored, WChar* out) {
 
 bool FS_EscapeName(WStringView name, FsNameSet set, FsText* buffer, WStringView* stored) {
     const PlainUnits& plain = set == FsNameSet::Value ? kPlainInValues : kPlainInKeys;
-    size_t escapes = 0;
-    for (const WChar unit : name) escapes += !plain.Holds(unit);
-    if (escapes == 0) {
+    size_t first = 0;
+    while (first < name.size() && plain.Holds(name[first])) ++first;
+    if (first == name.size()) {
         *stored = name;
         return true;
     }
+    size_t escapes = 0;
+    for (const WChar unit : name) escapes += !plain.Holds(unit);
     const size_t length = name.size() + escapes * (kEscapeUnits - 1);
     if (!buffer->Reserve(length)) return false;
     WChar* out = buffer->Data();

@@ -95,6 +95,16 @@ bool CleanBlocks::ReadsOn(uint64_t offset) {
     return isNear || (offset >= kSector && Knows(offset - kSector, kSector));
 }
 
+// The page's block, behind a whole one some that go on; the page alone where its block would drive
+// out another one and nothing says that more of it is wanted.
+bool CleanBlocks::ReadMissing(platform::PageFile* file, uint64_t offset, uint32_t size,
+                              bool readsOn, uint32_t* error) {
+    if (!readsOn && !HasRoom()) return Read(file, offset, size, error);
+    const uint64_t block = offset >> kShift;
+    const bool goesOn = block >= 1 && Knows((block - 1) << kShift, kBytes);
+    return goesOn ? ReadRun(file, block, error) : Read(file, block << kShift, kBytes, error);
+}
+
 PageBytes CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t size, bool readsOn,
                             bool* wasRead, uint32_t* error) {
     *wasRead = false;
@@ -113,9 +123,7 @@ PageBytes CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t 
     const bool cameAlong = Knows(offset, size);
     if (!cameAlong) {
         *wasRead = true;
-        const bool done =
-            readsOn ? ReadRun(file, offset >> kShift, error) : Read(file, offset, size, error);
-        if (!done) return {};
+        if (!ReadMissing(file, offset, size, readsOn, error)) return {};
     }
     const uint8_t* page = PlaceOf(offset >> kShift)->bytes + (offset & (kBytes - 1));
     // Who goes through more than there is room for must not drive out each page before he comes
@@ -125,18 +133,18 @@ PageBytes CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t 
     return {page, size};
 }
 
-// What is not kept as a small page comes to a block while there is room, and drives nothing out.
-void CleanBlocks::NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t size) {
-    const bool mayTake = bytes != nullptr && size <= kBytes && offset >> kShift < kMostBlocks &&
-                         small_.Find(offset).bytes == nullptr;
+void CleanBlocks::NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t size, Taking taking) {
     for (uint64_t at = offset; at < offset + size;) {
         const uint64_t block = at >> kShift;
         const uint32_t within = static_cast<uint32_t>(at & (kBytes - 1));
         const auto part =
             static_cast<uint32_t>(std::min<uint64_t>(kBytes - within, offset + size - at));
         Place* place = PlaceOf(block);
-        if (mayTake && place->bytes == nullptr && HasRoom()) Take(block);
-        if (place->block == block && place->bytes != nullptr) {
+        const bool hasRoom = place->bytes == nullptr && HasRoom();
+        if (!IsOf(place, block) &&
+            (taking == Taking::Always || (taking == Taking::Room && hasRoom)))
+            Take(block);
+        if (IsOf(place, block)) {
             if (bytes == nullptr) {
                 place->known = 0;
             } else {
@@ -149,13 +157,38 @@ void CleanBlocks::NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t siz
     }
 }
 
+// What is not kept as a small page comes to a block while there is room, and drives nothing out.
 void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
     const auto* page = static_cast<const uint8_t*>(bytes);
     if (page != nullptr && size == pageSize_)
         small_.Keep(offset, page, size);
     else
         small_.Drop(offset, size);
-    if (table_ != nullptr) NoteBlocks(offset, page, size);
+    if (table_ == nullptr) return;
+    const bool mayTake = page != nullptr && size <= kBytes && offset >> kShift < kMostBlocks &&
+                         small_.Find(offset).bytes == nullptr;
+    NoteBlocks(offset, page, size, mayTake ? Taking::Room : Taking::None);
+}
+
+uint32_t CleanBlocks::Copy(uint64_t offset, uint8_t* bytes, uint32_t size) {
+    uint32_t done = 0;
+    while (table_ != nullptr && done < size) {
+        const uint64_t at = offset + done;
+        const uint32_t within = static_cast<uint32_t>(at & (kBytes - 1));
+        const uint32_t part = std::min(kBytes - within, size - done);
+        if (at >> kShift >= kMostBlocks || !Knows(at, part)) break;
+        std::memcpy(bytes + done, PlaceOf(at >> kShift)->bytes + within, part);
+        done += part;
+    }
+    return done;
+}
+
+void CleanBlocks::Offer(uint64_t offset, const uint8_t* bytes, uint32_t size) {
+    if (table_ == nullptr || (offset + size) >> kShift >= kMostBlocks) return;
+    const auto sector = static_cast<uint32_t>(offset / kSector);
+    uint32_t& offered = table_->offered[sector * 2654435769u >> 26];
+    const bool again = std::exchange(offered, sector) == sector;
+    NoteBlocks(offset, bytes, size, again ? Taking::Always : Taking::Room);
 }
 
 void CleanBlocks::Forget() {

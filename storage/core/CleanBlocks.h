@@ -1,6 +1,7 @@
 // What is known of the file as it stands on disk, below the cache of pages: small pages for long,
-// and the blocks last read for a while. A page is read alone; the one behind it brings its
-// neighbours along. They hold no change: whatever is written goes through them to the file.
+// and the blocks last read for a while. A page is read alone; one near it brings its block along,
+// and who goes on behind that the next ones. They hold no change: whatever is written goes through
+// them to the file.
 #pragma once
 
 #include "storage/core/SmallPages.h"
@@ -28,6 +29,12 @@ class CleanBlocks {
     // the pages behind it are wanted, too. All pages have one size until Forget.
     PageBytes Find(platform::PageFile* file, uint64_t offset, uint32_t size, bool readsOn,
                    bool* wasRead, uint32_t* error);
+    void Prefetch(uint64_t offset) const { small_.Prefetch(offset); }
+    // Copies what is known of the `size` bytes at `offset` from there on, and answers how much.
+    uint32_t Copy(uint64_t offset, uint8_t* bytes, uint32_t size);
+    // What was read of the file elsewhere: kept where that drives nothing out, or when it comes
+    // again after a short while.
+    void Offer(uint64_t offset, const uint8_t* bytes, uint32_t size);
     // What was written to the file, all of it or (`bytes` null) perhaps a part.
     void Note(uint64_t offset, const void* bytes, uint32_t size);
     // Nothing is known of the file any more.
@@ -47,9 +54,11 @@ class CleanBlocks {
     static constexpr uint32_t kPlaces = 1024;
     static constexpr uint64_t kMostBlocks = 0xFFFFFFF0;
     static constexpr uint32_t kRun = 4;  // blocks read at once by one who reads on
+    static constexpr uint32_t kOffered = 64;
     struct Table {
         Place places[kPlaces];
-        uint16_t used[kPlaces];  // those with memory
+        uint16_t used[kPlaces];      // those with memory
+        uint32_t offered[kOffered];  // where what Offer came with last began, in sectors
     };
     // The small pages may come to pass it by one piece before blocks are given up.
     static constexpr uint32_t kBudget = kLimit - sizeof(Table) - (64 << 10);
@@ -66,7 +75,13 @@ class CleanBlocks {
     Place* Take(uint64_t block);
     uint8_t* TakeMemory(Place* place);
     bool Read(platform::PageFile* file, uint64_t offset, uint32_t size, uint32_t* error);
-    void NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t size);
+    enum class Taking { None, Room, Always };
+    void NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t size, Taking taking);
+    bool IsOf(const Place* place, uint64_t block) const {
+        return place->block == block && place->bytes != nullptr;
+    }
+    bool ReadMissing(platform::PageFile* file, uint64_t offset, uint32_t size, bool readsOn,
+                     uint32_t* error);
     // The block and those behind it.
     bool ReadRun(platform::PageFile* file, uint64_t block, uint32_t* error);
 

@@ -269,6 +269,27 @@ PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn) {
     return IsAsAwaited(context, context->swapBuffer, page) ? found : PageBytes{};
 }
 
+uint32_t ReadPageRun(StorageContext* context, uint8_t* buffer, uint32_t page, uint32_t count) {
+    if (context->byteSwapped || page >= context->totalPages) return 0;
+    const uint32_t size = context->pageSize;
+    const uint64_t offset = (uint64_t{context->basePage} + page) * size;
+    count = std::min(count, context->totalPages - page);
+    // What the cache holds may be newer than the file.
+    uint32_t run = 0;
+    while (run < count && context->pageTable.Find(page + run) == nullptr) ++run;
+    if (run < 2) return 0;
+    if (context->blocks.Copy(offset, buffer, run * size) < run * size) {
+        ++context->pageReads;
+        uint32_t done = 0;
+        if (context->file->Read(offset, buffer, run * size, &done) != 0) return 0;
+        run = done / size;
+        context->blocks.Offer(offset, buffer, run * size);
+    }
+    for (uint32_t i = 0; context->awaited.count != 0 && i < run; ++i)
+        if (!IsAsAwaited(context, buffer + i * size, page + i)) run = i;
+    return run;
+}
+
 Status WritePage(StorageContext* context, const void* buffer, uint32_t page) {
     return WritePages(context, &buffer, 1, page);
 }

@@ -32,6 +32,14 @@ Status ReadPage(StorageContext* context, void* buffer, uint32_t page);
 // The bytes of a page, to look at until the next call for a page; none when they cannot be had
 // without more ado: ReadPage then says why. `readsOn`: those behind it are wanted next.
 PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn = false);
+// The page is about to be viewed.
+inline void PrefetchPage(const StorageContext* context, uint32_t page)
+    ZRFS_REQUIRES(context->containerLock) {
+    context->blocks.Prefetch((uint64_t{context->basePage} + page) * context->pageSize);
+}
+// Reads up to `count` pages from `page` on in one transfer, and answers how many: 0 where ViewPage
+// is to be asked instead.
+uint32_t ReadPageRun(StorageContext* context, uint8_t* buffer, uint32_t page, uint32_t count);
 Status WritePage(StorageContext* context, const void* buffer, uint32_t page);
 // `count` adjacent pages from `page` on, in as few transfers as the byte order allows.
 Status WritePages(StorageContext* context, const void* const* buffers, uint32_t count,

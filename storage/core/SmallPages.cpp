@@ -1,6 +1,7 @@
 #include "storage/core/SmallPages.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "platform/Heap.h"
@@ -26,7 +27,7 @@ SmallPages::~SmallPages() {
 }
 
 SmallPages::Record* SmallPages::Look(uint64_t offset) const {
-    const uint64_t page = offset >> kPageShift;
+    const uint64_t page = offset >> pageShift_;
     if (buckets_ == nullptr || page >= kNoPage) return nullptr;
     for (uint32_t place = *BucketOf(static_cast<uint32_t>(page)); place >= oldest_;) {
         Record* record = At(place);
@@ -43,13 +44,17 @@ PageBytes SmallPages::Find(uint64_t offset) const {
 
 void SmallPages::Drop(uint64_t offset, uint64_t bytes) {
     if (next_ == oldest_) return;
-    for (uint64_t at = offset; at < offset + bytes; at += 1u << kPageShift)
+    const uint64_t size = uint64_t{1} << pageShift_;
+    for (uint64_t at = offset & ~(size - 1); at < offset + bytes; at += size)
         if (Record* record = Look(at)) Record::Set(record->page, kNoPage);
 }
 
 void SmallPages::Keep(uint64_t offset, const uint8_t* page, uint32_t size) {
+    const auto shift = static_cast<uint32_t>(std::countr_zero(size));
+    if (shift != pageShift_) Forget();
+    pageShift_ = shift;
     Record* record = Look(offset);
-    const bool ofRecords = LoadU16(page, 0) == kHeaderPage && offset >> kPageShift < kNoPage;
+    const bool ofRecords = LoadU16(page, 0) == kHeaderPage && offset >> shift < kNoPage;
     const uint32_t used = ofRecords ? UsedBytes(page, size) : 0;
     const bool keeps = ofRecords && used <= kMostBytes;
     if (record != nullptr && (!keeps || used > record->count)) {
@@ -57,7 +62,7 @@ void SmallPages::Keep(uint64_t offset, const uint8_t* page, uint32_t size) {
         record = nullptr;
     }
     if (!keeps) return;
-    if (record == nullptr) record = Append(static_cast<uint32_t>(offset >> kPageShift), used);
+    if (record == nullptr) record = Append(static_cast<uint32_t>(offset >> shift), used);
     if (record == nullptr) return;
     std::memcpy(record->Bytes(), page, used);
     if (used < record->count) std::memset(record->Bytes() + used, 0, record->count - used);
@@ -84,7 +89,7 @@ SmallPages::Record* SmallPages::Append(uint32_t page, uint32_t bytes) {
 // What stood in the chunk before is gone.
 bool SmallPages::BeginChunk() {
     if (next_ > UINT32_MAX - 2 * kChunkUnits) {  // the places come to their end
-        std::memset(buckets_, 0, sizeof *buckets_ << (32 - shift_));
+        std::memset(buckets_, 0, bucketCount_ * sizeof *buckets_);
         next_ = oldest_ = kChunkUnits;
     }
     next_ = (next_ + kChunkUnits - 1) / kChunkUnits * kChunkUnits;
@@ -99,7 +104,7 @@ bool SmallPages::BeginChunk() {
 
 // Each chain becomes two, in their order.
 bool SmallPages::GrowIndex() {
-    const uint32_t before = buckets_ == nullptr ? 0 : 1u << (32 - shift_);
+    const uint32_t before = bucketCount_;
     if (before == kMostBuckets) return true;
     const uint32_t after = before == 0 ? kFirstBuckets : 2 * before;
     auto* grown = static_cast<uint32_t*>(platform::HeapAllocateZeroed(after * sizeof *buckets_));
@@ -108,9 +113,9 @@ bool SmallPages::GrowIndex() {
         Record* last[2] = {nullptr, nullptr};
         for (uint32_t place = buckets_[i]; place >= oldest_;) {
             Record* record = At(place);
-            const uint32_t half = Hash(record->Page()) >> (shift_ - 1) & 1;
+            const uint32_t half = (record->Page() & before) != 0;
             if (last[half] == nullptr)
-                grown[2 * i + half] = place;
+                grown[i + half * before] = place;
             else
                 Record::Set(last[half]->older, place);
             last[half] = record;
@@ -121,7 +126,7 @@ bool SmallPages::GrowIndex() {
     }
     platform::HeapRelease(buckets_);
     buckets_ = grown;
-    shift_ = before == 0 ? 24 : shift_ - 1;
+    bucketCount_ = after;
     room_ = after - before;
     held_ += room_ * sizeof *buckets_;
     return true;

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "platform/Prefetch.h"
+
 namespace storage {
 
 // The first bytes of a page; all behind `count` are zeros. `bytes` null: there is no such page.
@@ -25,8 +27,14 @@ class SmallPages {
 
     // The page at the byte `offset`, as Keep was given it last. It may be used until the next Keep.
     PageBytes Find(uint64_t offset) const;
-    // Keeps the page of `size` bytes if it is one of records and there is memory; what was known of
-    // it is forgotten in any case.
+    // The page is about to be looked for.
+    void Prefetch(uint64_t offset) const {
+        if (buckets_ == nullptr) return;
+        const uint32_t place = *BucketOf(static_cast<uint32_t>(offset >> pageShift_));
+        if (place >= oldest_) platform::Prefetch(At(place), kMostlyUsed);
+    }
+    // Keeps the page of `size` bytes (a power of two, the same for all pages) if it is one of
+    // records and there is memory; what was known of it is forgotten in any case.
     void Keep(uint64_t offset, const uint8_t* page, uint32_t size);
     // Nothing is known of the pages that begin in the bytes from `offset` on.
     void Drop(uint64_t offset, uint64_t bytes);
@@ -38,7 +46,7 @@ class SmallPages {
 
   private:
     struct Record {         // numbers in halves, so that it stands at every place
-        uint16_t page[2];   // its offset >> kPageShift, or kNoPage
+        uint16_t page[2];   // its number, or kNoPage
         uint16_t older[2];  // place of the one before it in the chain
         uint16_t count;     // bytes behind this
 
@@ -50,17 +58,17 @@ class SmallPages {
             halves[1] = static_cast<uint16_t>(number >> 16);
         }
     };
-    static constexpr uint32_t kPageShift = 8;
     static constexpr uint32_t kNoPage = 0xFFFFFFFF;
-    static constexpr uint32_t kMostBytes = 512;  // of a page that is kept
+    static constexpr uint32_t kMostlyUsed = 192;  // bytes of a record, or less
+    static constexpr uint32_t kMostBytes = 512;   // of a page that is kept
     static constexpr uint32_t kChunkBytes = 64 << 10;
     static constexpr uint32_t kChunkUnits = kChunkBytes / 2;
     static constexpr uint32_t kFirstBuckets = 256;
     static constexpr uint32_t kMostBuckets = 64 << 10;
     static constexpr uint32_t kChunks = (kLimit - kMostBuckets * 4) / kChunkBytes;
 
-    static uint32_t Hash(uint32_t page) { return page * 2654435769u; }
-    uint32_t* BucketOf(uint32_t page) const { return &buckets_[Hash(page) >> shift_]; }
+    // Pages that stand together are asked for together, and mostly one after the other.
+    uint32_t* BucketOf(uint32_t page) const { return &buckets_[page & (bucketCount_ - 1)]; }
     Record* At(uint32_t place) const {
         return reinterpret_cast<Record*>(chunks_[place / kChunkUnits % kChunks] +
                                          place % kChunkUnits * 2);
@@ -72,7 +80,8 @@ class SmallPages {
     bool GrowIndex();
 
     uint32_t* buckets_ = nullptr;  // places of the newest of each chain
-    uint32_t shift_ = 32;          // 32 less the bits of the index
+    uint32_t bucketCount_ = 0;
+    uint32_t pageShift_ = 0;
     uint32_t room_ = 0;            // records that may still come before the index grows
     uint32_t next_ = kChunkUnits;  // where the next record begins; 0 is no place
     uint32_t oldest_ = kChunkUnits;

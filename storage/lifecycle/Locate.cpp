@@ -35,11 +35,12 @@ uint64_t Step(const uint8_t* block, uint64_t fileSize) {
 }  // namespace
 
 Status LocateContainer(platform::PageFile* file, uint64_t fileSize, ContainerPlace* place) {
-    uint8_t block[kLocateBlock];
     *place = ContainerPlace{};
+    uint8_t* const block = place->head;
     // The base rises at each turn and stays inside the file.
     while (place->base * kLocateBlock < fileSize) {
-        const Status status = ReadPageRaw(file, block, kLocateBlock, place->base, kLocateBlock);
+        const Status status =
+            ReadPageRaw(file, block, sizeof place->head, place->base, kLocateBlock);
         if (status != kOk) return status;
         const uint16_t signature = LoadU16(block, 2);
         if (signature == kSignature || signature == kSwappedSignature) {

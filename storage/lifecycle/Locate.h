@@ -6,12 +6,14 @@
 namespace storage {
 
 // What the first bytes of a container tell.
+inline constexpr uint32_t kLocateBlock = 512;
+
 struct ContainerPlace {
     uint64_t base = 0;  // in blocks of kLocateBlock bytes
     bool byteSwapped = false;
-    uint16_t pageShift = 0;  // as it stands there, not checked
+    uint16_t pageShift = 0;          // as it stands there, not checked
+    uint8_t head[2 * kLocateBlock];  // what it begins with; zeros behind the end of the file
 };
-inline constexpr uint32_t kLocateBlock = 512;
 
 // Follows partition tables and volume boot sectors from the start of the file until a container
 // begins. kNotContainer when none does, or a Win32 error.

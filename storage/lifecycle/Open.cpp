@@ -13,9 +13,7 @@ namespace storage {
 
 namespace {
 
-Status CountPages(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
-    uint64_t size = 0;
-    if (context->file->Size(&size) != 0) size = 0;
+Status CountPages(StorageContext* context, uint64_t size) ZRFS_REQUIRES(context->containerLock) {
     const uint64_t pages = size >> context->pageShift;
     // The map page, the superblock and the root's HeaderPage are the least there can be.
     if (pages >= kUnknownPages || pages < uint64_t{context->basePage} + 3) return kNotContainer;
@@ -23,10 +21,15 @@ Status CountPages(StorageContext* context) ZRFS_REQUIRES(context->containerLock)
     return kOk;
 }
 
-Status MeasureFile(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
+uint64_t FileSize(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
     uint64_t size = 0;
-    if (context->file->Size(&size) != 0) size = 0;
-    ContainerPlace place;
+    return context->file->Size(&size) == 0 ? size : 0;
+}
+
+Status MeasureFile(StorageContext* context, ContainerPlace* found)
+    ZRFS_REQUIRES(context->containerLock) {
+    const uint64_t size = FileSize(context);
+    ContainerPlace& place = *found;
     const Status status = LocateContainer(context->file, size, &place);
     if (status != kOk) return status;
     if (place.pageShift < kMinPageShift || place.pageShift > kMaxPageShift) return kNotContainer;
@@ -37,14 +40,23 @@ Status MeasureFile(StorageContext* context) ZRFS_REQUIRES(context->containerLock
     const uint64_t base = place.base * kLocateBlock >> place.pageShift;
     if (base >= kUnknownPages) return kNotContainer;
     context->basePage = static_cast<uint32_t>(base);
-    return CountPages(context);
+    return CountPages(context, size);
 }
 
-Status LoadSuperblock(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
+Status ReadSuperblock(StorageContext* context, const ContainerPlace& place)
+    ZRFS_REQUIRES(context->containerLock) {
+    if (place.byteSwapped || 2 * context->pageSize > sizeof place.head)
+        return ReadPage(context, context->superblock, kSuperblockNumber);
+    std::memcpy(context->superblock, place.head + context->pageSize, context->pageSize);
+    return kOk;
+}
+
+Status LoadSuperblock(StorageContext* context, const ContainerPlace& place)
+    ZRFS_REQUIRES(context->containerLock) {
     context->superblock = static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
     context->swapBuffer = static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
     if (context->superblock == nullptr || context->swapBuffer == nullptr) return kNoMemory;
-    const Status status = ReadPage(context, context->superblock, kSuperblockNumber);
+    const Status status = ReadSuperblock(context, place);
     if (status != kOk) return status;
     // What is no superblock cannot be marked either.
     return context->Super()->kind == kSuperblockPage ? kOk : kCorrupt;
@@ -115,10 +127,11 @@ Status OpenRoot(StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
 }  // namespace
 
 Status LoadContainer(StorageContext* context, bool locked) {
-    Status status = MeasureFile(context);
-    if (status == kOk) status = LoadSuperblock(context);
+    ContainerPlace place;
+    Status status = MeasureFile(context, &place);
+    if (status == kOk) status = LoadSuperblock(context, place);
     // Once more: the file may have grown to what page 1 tells of after it was measured first.
-    if (status == kOk) status = CountPages(context);
+    if (status == kOk) status = CountPages(context, FileSize(context));
     if (status != kOk) return status;
     context->active = true;
     context->seenCounter = context->Super()->transactionCounter;
@@ -133,7 +146,11 @@ Status LoadContainer(StorageContext* context, bool locked) {
 Status OpenContainer(StorageContext* context, const WChar* path, const WChar* logPath) {
     // Where the file is, not what it was called: the program may change its folder.
     context->path = CopyRealPath(path);
-    context->logPath = logPath == nullptr ? nullptr : CopyRealPath(logPath);
+    if (logPath != nullptr) {
+        const bool isReal =
+            context->path != nullptr && platform::WStringView(path) == context->path;
+        context->logPath = isReal ? CopyString(logPath) : CopyRealPath(logPath);
+    }
     Status status = context->path == nullptr || (logPath != nullptr && context->logPath == nullptr)
                         ? kNoMemory
                         : OpenContainerFile(context, context->path);

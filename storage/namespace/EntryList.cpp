@@ -1,5 +1,8 @@
 #include "storage/namespace/EntryList.h"
 
+#include "platform/Heap.h"
+#include "platform/Prefetch.h"
+
 namespace storage {
 
 namespace {
@@ -16,7 +19,8 @@ constexpr uint32_t kFirstCapacity = 8;
 constexpr uint32_t kCapacity = 512;
 #endif
 
-constexpr size_t kPlaceSize = sizeof(uint64_t) + sizeof(DirEntry*);
+constexpr uint32_t kShort = 64;  // records, of a list that is searched in few steps
+constexpr size_t kPlaceSize = sizeof(uint64_t) + sizeof(EntryChunk::Item);
 
 WStringView FirstUnits(const DirEntry* entry) {
     return {entry->name, entry->nameUnits < kEntryNameUnits ? entry->nameUnits : kEntryNameUnits};
@@ -57,6 +61,39 @@ int CompareFirst(WStringView a, WStringView b, bool caseSensitive) {
 
 }  // namespace
 
+bool EntryChunks::Reserve(uint32_t count) {
+    if (count <= capacity_) return true;
+    const uint32_t room = std::max(count, 2 * capacity_ + 2);
+    auto* base = static_cast<EntryChunk*>(platform::HeapAllocate(room * sizeof(EntryChunk)));
+    if (base == nullptr) return false;
+    std::memcpy(base, base_, count_ * sizeof *base);
+    if (base_ != &only_) platform::HeapRelease(base_);
+    base_ = base;
+    capacity_ = room;
+    return true;
+}
+
+bool EntryChunks::Insert(uint32_t index, const EntryChunk& chunk) {
+    if (!Reserve(count_ + 1)) return false;
+    std::memmove(base_ + index + 1, base_ + index, (count_ - index) * sizeof *base_);
+    base_[index] = chunk;
+    ++count_;
+    return true;
+}
+
+void EntryChunks::RemoveAt(uint32_t index) {
+    --count_;
+    std::memmove(base_ + index, base_ + index + 1, (count_ - index) * sizeof *base_);
+}
+
+void EntryChunks::Reset() {
+    if (base_ != &only_) platform::HeapRelease(base_);
+    only_ = {};
+    base_ = &only_;
+    count_ = 0;
+    capacity_ = 1;
+}
+
 uint64_t EntryList::KeyOf(const DirEntry* entry, uint32_t skip) const {
     return KeyOfName(FirstUnits(entry), skip, caseSensitive_);
 }
@@ -78,7 +115,7 @@ bool EntryList::MakeChunk(uint32_t capacity, Chunk* chunk) {
     if (memory == nullptr) return false;
     *chunk = Chunk{};
     chunk->keys = static_cast<uint64_t*>(memory);
-    chunk->entries = reinterpret_cast<DirEntry**>(chunk->keys + capacity);
+    chunk->items = reinterpret_cast<EntryChunk::Item*>(chunk->keys + capacity);
     chunk->capacity = capacity;
     if (heldBytes_ != nullptr) *heldBytes_ += capacity * kPlaceSize;
     return true;
@@ -109,7 +146,7 @@ bool EntryList::GrowOnly() {
     grown.count = old.count;
     grown.skip = old.skip;
     std::memcpy(grown.keys, old.keys, old.count * sizeof *old.keys);
-    std::memcpy(grown.entries, old.entries, old.count * sizeof *old.entries);
+    std::memcpy(grown.items, old.items, old.count * sizeof *old.items);
     FreeChunk(&old);
     old = grown;
     return true;
@@ -133,18 +170,21 @@ bool EntryList::Add(DirEntry* entry) {
         }
     }
     Chunk& last = chunks_.Last();
-    last.entries[last.count++] = entry;
+    last.items[last.count++] = {entry, entry->headerPage};
     ++count_;
     return true;
 }
 
 // What all names of a sorted chunk have in common its first and last one have.
 void EntryList::Rekey(Chunk* chunk) {
-    chunk->skip =
-        CommonUnits(FirstUnits(chunk->entries[0]), FirstUnits(chunk->entries[chunk->count - 1]),
-                    kEntryNameUnits, caseSensitive_);
-    for (uint32_t i = 0; i < chunk->count; ++i)
-        chunk->keys[i] = KeyOf(chunk->entries[i], chunk->skip);
+    const DirEntry* last = chunk->items[chunk->count - 1].entry;
+    chunk->skip = CommonUnits(FirstUnits(chunk->items[0].entry), FirstUnits(last), kEntryNameUnits,
+                              caseSensitive_);
+    for (uint32_t i = 0; i < chunk->count; ++i) {
+        const DirEntry* entry = chunk->items[i].entry;
+        chunk->keys[i] = KeyOf(entry, chunk->skip);
+        chunk->items[i].headerPage = entry->headerPage;
+    }
 }
 
 void EntryList::RekeyAll() {
@@ -174,7 +214,7 @@ bool EntryList::Split(uint32_t at, uint32_t* index) {
     const uint32_t kept = atEnd ? full.count : full.count / 2;
     next.start = full.start + kept;
     next.count = full.count - kept;
-    std::memcpy(next.entries, full.entries + kept, next.count * sizeof *next.entries);
+    std::memcpy(next.items, full.items + kept, next.count * sizeof *next.items);
     full.count = kept;
     if (!atEnd) {
         Rekey(&full);
@@ -200,11 +240,11 @@ bool EntryList::Insert(uint32_t index, DirEntry* entry) {
     const uint32_t place = index - chunk.start;
     const uint32_t behind = chunk.count - place;
     std::memmove(chunk.keys + place + 1, chunk.keys + place, behind * sizeof *chunk.keys);
-    std::memmove(chunk.entries + place + 1, chunk.entries + place, behind * sizeof *chunk.entries);
-    chunk.entries[place] = entry;
+    std::memmove(chunk.items + place + 1, chunk.items + place, behind * sizeof *chunk.items);
+    chunk.items[place] = {entry, entry->headerPage};
     ++chunk.count;
     ++count_;
-    const DirEntry* other = chunk.entries[place == 0 ? chunk.count - 1 : 0];
+    const DirEntry* other = chunk.items[place == 0 ? chunk.count - 1 : 0].entry;
     if (chunk.count > 1 &&
         CommonUnits(FirstUnits(other), FirstUnits(entry), chunk.skip, caseSensitive_) == chunk.skip)
         chunk.keys[place] = KeyOf(entry, chunk.skip);
@@ -220,7 +260,7 @@ void EntryList::RemoveAt(uint32_t index) {
     const uint32_t place = index - chunk.start;
     const uint32_t behind = chunk.count - place - 1;
     std::memmove(chunk.keys + place, chunk.keys + place + 1, behind * sizeof *chunk.keys);
-    std::memmove(chunk.entries + place, chunk.entries + place + 1, behind * sizeof *chunk.entries);
+    std::memmove(chunk.items + place, chunk.items + place + 1, behind * sizeof *chunk.items);
     --chunk.count;
     --count_;
     for (uint32_t i = at + 1; i < chunks_.Count(); ++i) --chunks_[i].start;
@@ -240,7 +280,7 @@ void EntryList::Merge(uint32_t at) {
         if (at + 1 >= chunks_.Count() || chunk.count + chunks_[at + 1].count > kCapacity / 4)
             return;
         Chunk& next = chunks_[at + 1];
-        std::memcpy(chunk.entries + chunk.count, next.entries, next.count * sizeof *next.entries);
+        std::memcpy(chunk.items + chunk.count, next.items, next.count * sizeof *next.items);
         chunk.count += next.count;
         Rekey(&chunk);
         ++at;
@@ -254,6 +294,9 @@ void EntryList::Merge(uint32_t at) {
 bool EntryList::Guess(WStringView name, uint32_t hint, uint32_t* place) const {
     if (recent_ >= chunks_.Count()) return false;
     const Chunk& chunk = chunks_[recent_];
+    // All at once what a search would come to step by step.
+    if (chunk.count <= kShort && chunk.count != 0)
+        platform::Prefetch(chunk.keys, chunk.count * sizeof *chunk.keys);
     const uint64_t key = KeyOfName(name, chunk.skip, caseSensitive_);
     const uint64_t* const keys = chunk.keys;
     const uint32_t at = hint - chunk.start;
@@ -287,7 +330,7 @@ void EntryList::Range(WStringView name, uint32_t* low, uint32_t* high) const {
         const Chunk& chunk = chunks_[mid];
         const bool before =
             mid + 1 < chunks_.Count() &&
-            CompareFirst(FirstUnits(chunk.entries[chunk.count - 1]), name, caseSensitive_) < 0;
+            CompareFirst(FirstUnits(chunk.items[chunk.count - 1].entry), name, caseSensitive_) < 0;
         if (before)
             at = mid + 1;
         else
@@ -295,7 +338,7 @@ void EntryList::Range(WStringView name, uint32_t* low, uint32_t* high) const {
     }
     for (bool first = true; at < chunks_.Count(); first = false, ++at) {
         const Chunk& chunk = chunks_[at];
-        const WStringView begin = FirstUnits(chunk.entries[0]).substr(0, chunk.skip);
+        const WStringView begin = FirstUnits(chunk.items[0].entry).substr(0, chunk.skip);
         const int order = CompareFirst(begin, name.substr(0, chunk.skip), caseSensitive_);
         const uint64_t key = KeyOfName(name, chunk.skip, caseSensitive_);
         const uint64_t* const keys = chunk.keys;

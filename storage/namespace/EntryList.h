@@ -5,7 +5,6 @@
 
 #include "platform/Text.h"
 #include "storage/core/Format.h"
-#include "storage/core/ItemList.h"
 #include "storage/core/List.h"
 
 namespace storage {
@@ -56,6 +55,51 @@ struct EntryPool {
     List<EntrySlab, &EntrySlab::prev, &EntrySlab::next> slabs;
 };
 
+// One chunk of a sorted list of records.
+struct EntryChunk {
+    struct Item {
+        DirEntry* entry;
+        uint32_t headerPage;  // the entry's when it came here; a guess
+    };
+    uint64_t* keys;  // one allocation with `items`
+    Item* items;
+    uint32_t start;  // entries in the chunks before
+    uint32_t count;
+    uint32_t capacity;
+    uint32_t skip;  // units that all names begin with, at most 22
+};
+
+// The chunks of a list. The first one stands in here as long as it is the only one.
+class EntryChunks {
+  public:
+    EntryChunks() = default;
+    EntryChunks(const EntryChunks&) = delete;
+    EntryChunks& operator=(const EntryChunks&) = delete;
+    ~EntryChunks() { Reset(); }
+
+    uint32_t Count() const { return count_; }
+    bool Empty() const { return count_ == 0; }
+    EntryChunk& operator[](uint32_t index) { return base_[index]; }
+    const EntryChunk& operator[](uint32_t index) const { return base_[index]; }
+    EntryChunk& Last() { return base_[count_ - 1]; }
+    EntryChunk* begin() { return base_; }
+    EntryChunk* end() { return base_ + count_; }
+
+    // False when there is no memory; nothing has changed then.
+    bool Insert(uint32_t index, const EntryChunk& chunk);
+    bool Add(const EntryChunk& chunk) { return Insert(count_, chunk); }
+    // Makes room for `count` chunks in all.
+    bool Reserve(uint32_t count);
+    void RemoveAt(uint32_t index);
+    void Reset();
+
+  private:
+    EntryChunk only_{};
+    EntryChunk* base_ = &only_;
+    uint32_t count_ = 0;
+    uint32_t capacity_ = 1;
+};
+
 // A sorted list of records in chunks, so that a change in the middle of a long list moves few. In
 // each chunk the names have their first units in common; the four behind those stand, folded,
 // beside the records as one number, so that a search comes to the records themselves only where
@@ -100,20 +144,18 @@ class EntryList {
     // A place where `name` may well stand, found without a look at the records: `hint`, the one
     // behind it, or where its first units point to. False where there is no telling.
     bool Guess(platform::WStringView name, uint32_t hint, uint32_t* place) const;
+    // What stands at a place that Guess found.
+    const EntryChunk::Item& Guessed(uint32_t place) const {
+        const Chunk& chunk = chunks_[recent_];
+        return chunk.items[place - chunk.start];
+    }
 
     // Where names can stand that begin as `name` does, with all before being less and all behind
     // greater by their first 22 units.
     void Range(platform::WStringView name, uint32_t* low, uint32_t* high) const;
 
   private:
-    struct Chunk {
-        uint64_t* keys;  // one allocation with `entries`
-        DirEntry** entries;
-        uint32_t start;  // entries in the chunks before
-        uint32_t count;
-        uint32_t capacity;
-        uint32_t skip;  // units that all names begin with, at most 22
-    };
+    using Chunk = EntryChunk;
     struct Keyed {
         uint64_t key;
         DirEntry* entry;
@@ -123,9 +165,9 @@ class EntryList {
     uint32_t ChunkOf(uint32_t index) const;
     DirEntry** Place(uint32_t index) const {
         const Chunk& recent = chunks_[recent_];
-        if (index - recent.start < recent.count) return &recent.entries[index - recent.start];
+        if (index - recent.start < recent.count) return &recent.items[index - recent.start].entry;
         recent_ = ChunkOf(index);
-        return &chunks_[recent_].entries[index - chunks_[recent_].start];
+        return &chunks_[recent_].items[index - chunks_[recent_].start].entry;
     }
     uint64_t KeyOf(const DirEntry* entry, uint32_t skip) const;
     bool MakeChunk(uint32_t capacity, Chunk* chunk);
@@ -140,11 +182,11 @@ class EntryList {
     Keyed* MakeKeyed() const;
     void TakeKeyed(const Keyed* keyed);
 
-    ItemList<Chunk> chunks_;  // none is empty but the one of an empty list
-    Chunk spare_{};
+    EntryChunks chunks_;  // none is empty but the one of an empty list
     uint32_t count_ = 0;
     mutable uint32_t recent_ = 0;  // the chunk last looked into
     bool caseSensitive_ = false;
+    Chunk spare_{};
     uint64_t* heldBytes_ = nullptr;
 };
 

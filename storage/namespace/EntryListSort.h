@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <iterator>
 
+#include "platform/Heap.h"
+
 namespace storage {
 
 struct EntryList::Iterator {

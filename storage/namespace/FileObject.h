@@ -65,27 +65,27 @@ struct ObjectSnapshot {
 // `references` counts the holders of this object and of everything below it: who holds an object
 // holds one reference on each of its ancestors too.
 struct FileObject {
+    // What a look-up in a directory touches stands together at the front.
     StorageContext* context;
     uint32_t flags;
     uint32_t fileId;
+    StorageTransaction* transaction;
+    uint64_t lastUsed;   // the operation that left it idle, as ObjectState counts them
+    EntryList children;  // of a directory, sorted
+    uint32_t lastFound;  // where in `children` the last look-up ended; a guess
+    uint32_t headerPage;
+    uint32_t depth;  // the root has 1
+    int32_t references;
     FileObject* hashNext;
     FileObject* idlePrev;
     FileObject* idleNext;
     ObjectSnapshot saved;
     DirEntry* entry;
     FileObject* parent;
-    uint32_t headerPage;
-    uint32_t depth;  // the root has 1
-    int32_t references;
-    StorageTransaction* transaction;
-
-    uint64_t lastUsed;  // the operation that left it idle, as ObjectState counts them
 
     // Directory.
     EntryPool records;          // the memory of `children`
-    EntryList children;         // sorted
     uint64_t listVersion;       // a new one, never used before, with each change of `children`
-    uint32_t lastFound;         // where in `children` the last look-up ended; a guess
     NumberList directoryPages;  // in chain order
     NumberList freeEntries;     // taken from the front, added behind
     FileObject* orphanPrev;

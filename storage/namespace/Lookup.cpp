@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/Prefetch.h"
 #include "storage/core/PageIo.h"
 #include "storage/namespace/Directory.h"
 #include "storage/namespace/Objects.h"
@@ -10,6 +11,9 @@
 namespace storage {
 
 namespace {
+
+constexpr uint32_t kFetchedAhead = 64;
+constexpr uint32_t kLookedAt = 128;  // of a directory's object, by a look-up
 
 // Only a directory has its entries loaded; its record is looked at no more then.
 bool IsPlainDirectory(const FileObject* object) {
@@ -50,10 +54,40 @@ bool ReadRecords(const PageBytes& found, uint32_t fileId, StreamRecords* records
     return records->info != nullptr && records->data != nullptr;
 }
 
+// The pages of a long stream mostly stand one behind the other: they are read in one go, in a
+// shorter one behind one that brought little.
+class PageRun {
+  public:
+    explicit PageRun(StorageContext* context) : context_(context) {}
+
+    // The page `number`, which `wanted` pages of the stream begin with.
+    PageBytes View(uint32_t number, uint32_t wanted) ZRFS_REQUIRES(context_->containerLock) {
+        const uint32_t size = context_->pageSize;
+        if (number - first_ >= count_ && wanted > 1) {
+            const uint32_t most = (2 * used_ >= count_ ? kLongRun : kShortRun) / size;
+            count_ = ReadPageRun(context_, bytes_, number, std::min(wanted, most));
+            first_ = number;
+            used_ = 0;
+        }
+        if (number - first_ >= count_) return ViewPage(context_, number, wanted > 1);
+        ++used_;
+        return {bytes_ + size_t{number - first_} * size, size};
+    }
+
+  private:
+    static constexpr uint32_t kLongRun = 16384;  // bytes
+    static constexpr uint32_t kShortRun = 4096;
+
+    StorageContext* context_;
+    uint32_t first_ = 0;
+    uint32_t count_ = 0;
+    uint32_t used_ = 0;
+    uint8_t bytes_[kLongRun];
+};
+
 // The payload of a page of the stream; null for another one's page or one out of turn.
-const uint8_t* StreamPage(const PlainStream& stream, uint32_t number, uint32_t level, bool readsOn,
+const uint8_t* StreamPage(const PlainStream& stream, const PageBytes& found, uint32_t level,
                           uint32_t* next) {
-    const PageBytes found = ViewPage(stream.context, number, readsOn);
     if (found.count != stream.context->pageSize) return nullptr;
     const uint8_t* const page = found.bytes;
     PageHeader header;
@@ -85,9 +119,24 @@ struct Split {
     }
 };
 
+bool ReadStreamPages(const PlainStream& stream, Split* split)
+    ZRFS_REQUIRES(stream.context->containerLock) {
+    const uint32_t payloadSize = stream.context->payloadSize;
+    PageRun run(stream.context);
+    uint32_t number = stream.firstPage;
+    for (uint32_t level = 0; split->Left() != 0; ++level) {
+        const uint32_t wanted = split->Left() / payloadSize + (split->Left() % payloadSize != 0);
+        const uint8_t* payload = StreamPage(stream, run.View(number, wanted), level, &number);
+        if (payload == nullptr) return false;
+        split->Take(payload, std::min(split->Left(), payloadSize));
+    }
+    return true;
+}
+
 }  // namespace
 
 FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
+    platform::Prefetch(hint->directory, kLookedAt);
     ObjectState* state = context->objects;
     const bool holds = hint->epoch == state->paths.epoch;
     FileObject* directory = holds && hint->gone == state->hintedGone ? hint->directory : nullptr;
@@ -126,6 +175,9 @@ bool DirectoryListing::Next(uint32_t attributeMask, platform::WStringView* name)
         const DirEntry* entry = list[position++];
         if ((entry->attributes & kAttrHidden) != 0 || (entry->attributes & attributeMask) == 0)
             continue;
+        // Who asks for the names of a key's values mostly asks for the values next.
+        if (position <= kFetchedAhead && (entry->attributes & kAttrDirectory) == 0)
+            PrefetchPage(directory->context, entry->headerPage);
         *name = {entry->name, entry->nameUnits};
         return true;
     }
@@ -176,14 +228,7 @@ bool ReadPlainStream(const PlainStream& stream, void* head, uint32_t headBytes, 
         split.Take(stream.bytes, split.Left());
         return true;
     }
-    uint32_t number = stream.firstPage;
-    for (uint32_t level = 0; split.Left() != 0; ++level) {
-        const bool goesOn = split.Left() > stream.context->payloadSize;
-        const uint8_t* payload = StreamPage(stream, number, level, goesOn, &number);
-        if (payload == nullptr) return false;
-        split.Take(payload, std::min(split.Left(), stream.context->payloadSize));
-    }
-    return true;
+    return ReadStreamPages(stream, &split);
 }
 
 }  // namespace storage

@@ -31,7 +31,8 @@ struct DirectoryListing {
 
     // The next name with one of the attributes; false behind the last. The name may be used until
     // the next operation.
-    bool Next(uint32_t attributeMask, platform::WStringView* name);
+    bool Next(uint32_t attributeMask, platform::WStringView* name)
+        ZRFS_REQUIRES(directory->context->containerLock);
 };
 // As FindLoadedDirectory. False where the long way has to tell why.
 bool ListDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint,

@@ -52,7 +52,7 @@ TEST(CleanBlocks, HoldWhatStandsInTheFile) {
         blocks.Note(at, count == kPage ? bytes.data() : nullptr, kPage);
     };
     uint32_t page = 0;
-    uint64_t reads = 0;
+    uint64_t reads = 0, copies = 0;
     for (int step = 0; step < 400000; ++step) {
         page = dice() % 3 != 0 ? (page + 1 + dice() % 3) % kPages : dice() % kPages;
         const uint32_t what = dice() % 1000;
@@ -61,6 +61,19 @@ TEST(CleanBlocks, HoldWhatStandsInTheFile) {
         } else if (what == 999 && step % 20 == 0) {
             for (int i = 0; i < 50; ++i) file.bytes[dice() % file.bytes.size()] ^= 1;
             blocks.Forget();
+        } else if (what < 400) {
+            uint8_t run[17 * kPage], wanted[sizeof run];
+            uint32_t done = 0;
+            const uint32_t count = kPage * (1 + dice() % 17);
+            const uint32_t copied = blocks.Copy(uint64_t{page} * kPage, run, count);
+            file.Read(uint64_t{page} * kPage, wanted, count, &done);
+            if (copied < count)
+                blocks.Offer(uint64_t{page} * kPage, wanted, done / kPage * kPage);
+            else
+                ++copies;
+            std::memset(wanted + done, 0, count - done);
+            ASSERT_LE(copied, count);
+            ASSERT_EQ(std::memcmp(run, wanted, copied), 0) << "page " << page << " step " << step;
         } else {
             bool wasRead = false;
             uint32_t error = 0;
@@ -77,6 +90,7 @@ TEST(CleanBlocks, HoldWhatStandsInTheFile) {
         }
     }
     EXPECT_LT(reads, 200000u);
+    EXPECT_GT(copies, 1000u);
 }
 
 }  // namespace
