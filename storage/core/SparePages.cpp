@@ -117,12 +117,16 @@ bool FindNearPage(StorageContext* context, uint16_t kind, uint32_t before, uint3
     }
     const uint32_t start = before - (before + context->basePage) % length;  // of its block
     if (kind != kHeaderPage || before < length || before >= context->knownPages) return false;
-    for (uint32_t page = before; page-- > start && !context->IsMapPage(page);) {
-        if (!AreFreePages(context, page, 1)) continue;
+    CachePage* map = nullptr;
+    bool found = false;
+    for (uint32_t page = before; !found && page-- > start && !context->IsMapPage(page);) {
+        uint16_t taken = 0;
+        if (GetPageKind(context, page, &map, &taken) != kOk) break;
+        found = SlotIsFree(taken);
         *number = page;
-        return true;
     }
-    return false;
+    ReleasePage(context, map);
+    return found;
 }
 
 void ReturnSparePage(StorageContext* context, uint16_t kind, uint32_t number) {
