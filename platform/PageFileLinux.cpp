@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "platform/ErrnoLinux.h"
@@ -15,6 +16,8 @@
 #include "platform/Hooks.h"
 #include "platform/PathLinux.h"
 #include "platform/Resources.h"
+#include "platform/RootFolder.h"
+#include "platform/Text.h"
 
 namespace platform {
 namespace {
@@ -43,12 +46,18 @@ class LinuxPageFile final : public PageFile, public HeapObject {
     bool IsMarkedElsewhere() override { return FileMark::IsTakenElsewhere(descriptor_); }
 
   private:
+    static constexpr size_t kAskedUnits = 256;
+
     Error WriteRun(uint64_t offset, iovec* parts, int count, uint32_t* done);
+    bool Look(const WChar* path, struct stat* there);
 
     int descriptor_;
     bool readOnly_;
     FileIdentity identity_;
     FileMark mark_;
+    // The path of the last look, and what the system calls it: each lock asks for the same one.
+    WChar asked_[kAskedUnits] = {};
+    char askedText_[3 * kAskedUnits] = {};
 };
 
 Error LinuxPageFile::Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_t* done) {
@@ -137,10 +146,23 @@ Error LinuxPageFile::Identity(FileIdentity* identity) {
     return Leave(kErrorSuccess);
 }
 
-bool LinuxPageFile::IsAt(const WChar* path, uint64_t* length) {
+bool LinuxPageFile::Look(const WChar* path, struct stat* there) {
+    // Within a root a path is looked up by way of its folder each time.
+    const bool keeps = CurrentRoot() == nullptr && path != nullptr;
+    if (keeps && asked_[0] != 0 && WStringView(path) == asked_) return stat(askedText_, there) == 0;
     const NativePath native(path);
+    if (native.Status() != kErrorSuccess) return false;
+    const WStringView units(path);
+    if (keeps && units.size() < kAskedUnits) {
+        std::memcpy(asked_, path, (units.size() + 1) * sizeof(WChar));
+        std::memcpy(askedText_, native.Text(), std::strlen(native.Text()) + 1);
+    }
+    return stat(native.Text(), there) == 0;
+}
+
+bool LinuxPageFile::IsAt(const WChar* path, uint64_t* length) {
     struct stat there;
-    if (native.Status() != kErrorSuccess || stat(native.Text(), &there) != 0) return false;
+    if (!Look(path, &there)) return false;
     *length = static_cast<uint64_t>(there.st_size);
     return identity_ == FileIdentity{there.st_dev, there.st_ino};
 }

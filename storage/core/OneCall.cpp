@@ -1,7 +1,7 @@
 #include "storage/core/OneCall.h"
 
+#include "platform/Errors.h"
 #include "storage/core/PageCache.h"
-#include "storage/core/PageIo.h"
 #include "storage/core/SwitchMark.h"
 
 namespace storage {
@@ -47,11 +47,24 @@ void PlanOneCall(StorageContext* context, StorageTransaction* transaction, OneCa
     call->count = count;
 }
 
+// What stands in between is in the file as it was, so that there is nothing new to know of it.
 Status WriteOneCall(StorageContext* context, const OneCall& call) {
-    const Status status = WritePages(context, call.buffers, call.count, call.first);
-    for (uint32_t i = 0; i < call.count && status == kOk; ++i)
-        if ((call.pages[i]->flags & kPageDirty) != 0) MarkClean(context, call.pages[i]);
-    return status;
+    const uint32_t size = context->pageSize;
+    const uint64_t offset = (uint64_t{context->basePage} + call.first) * size;
+    uint32_t done = 0;
+    const platform::Error error =
+        context->file->Write(offset, call.buffers, call.count, size, &done);
+    const bool whole = error == 0 && done == call.count * size;
+    for (uint32_t i = 0; i < call.count; ++i) {
+        const bool dirty = (call.pages[i]->flags & kPageDirty) != 0;
+        if (whole && !dirty) continue;
+        context->blocks.Note(offset + uint64_t{i} * size, whole ? call.buffers[i] : nullptr, size);
+        if (whole) MarkClean(context, call.pages[i]);
+    }
+    if (error != 0) return static_cast<Status>(error);
+    if (!whole) return static_cast<Status>(platform::kErrorDiskFull);
+    context->wroteSinceLock = true;
+    return kOk;
 }
 
 }  // namespace storage

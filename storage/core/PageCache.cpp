@@ -225,6 +225,10 @@ Status TakePageNumber(StorageContext* context, uint16_t kind, CachePage* page, u
         page->flags |= kPageSpare;
         return kOk;
     }
+    if (FindNearPage(context, kind, before, &page->number)) {
+        std::memset(page->buffer, 0, context->pageSize);
+        return SetPageKind(context, page->number, kind, false);
+    }
     const Status status = AllocatePageNumber(context, kind, &page->number, page->buffer);
     if (status != kFull || context->spare.Count() == 0) return status;
     const Status freed = GiveBackSparePages(context);

@@ -230,14 +230,17 @@ Status FindFreePage(StorageContext* context, uint32_t* number) {
         if (status != kOk) return status;
         uint32_t slot = static_cast<uint32_t>(start) - map;
         if (slot == 0) slot = 1;
-        while (slot < group && map + slot < context->knownPages &&
-               !SlotIsFree(LoadU16(page->buffer, 2 * slot)))
-            ++slot;
+        uint32_t kept = kUnknownPages;  // the first that is free and kept for others
+        for (; slot < group && map + slot < context->knownPages; ++slot) {
+            if (!SlotIsFree(LoadU16(page->buffer, 2 * slot))) continue;
+            if (!context->spare.IsKept(map + slot)) break;
+            kept = std::min(kept, map + slot);
+        }
         const bool found = slot < group && map + slot < context->knownPages;
         ReleasePage(context, page);
         if (!found) continue;
         *number = map + slot;
-        context->firstFree = *number + 1;
+        context->firstFree = std::min(kept, *number + 1);
         return kOk;
     }
     return kFull;
@@ -281,14 +284,16 @@ uint16_t KindInGrowth(const StorageContext* context, const Growth& growth, uint3
 
 // Writes the new pages in runs that share one block of memory.
 Status WriteGrowth(StorageContext* context, const Growth& growth, uint16_t kind) {
-    constexpr uint32_t kRun = 16;
+    constexpr uint32_t kMostRun = 80, kBlockBytes = 64 << 10;
     const uint32_t size = context->pageSize;
-    uint8_t* block = static_cast<uint8_t*>(platform::HeapAllocateZeroed(size_t{kRun} * size));
+    const uint32_t most = std::clamp(kBlockBytes / size, 1u, kMostRun);
+    uint8_t* block = static_cast<uint8_t*>(
+        platform::HeapAllocateZeroed(size_t{std::min(most, growth.count)} * size));
     if (block == nullptr) return kNoMemory;
     Status status = kOk;
     for (uint32_t done = 0; done < growth.count && status == kOk;) {
-        const uint32_t run = growth.count - done < kRun ? growth.count - done : kRun;
-        const void* buffers[kRun];
+        const uint32_t run = std::min(most, growth.count - done);
+        const void* buffers[kMostRun];
         for (uint32_t i = 0; i < run; ++i) {
             uint8_t* page = block + size_t{i} * size;
             const uint32_t number = growth.first + done + i;
@@ -370,8 +375,10 @@ Status AllocatePageNumber(StorageContext* context, uint16_t kind, uint32_t* numb
         const Status status = ScanPageMap(context, true, 0);
         if (status != kOk) return status;
     }
-    return context->logInFile ? GrowWithinFile(context, kind, number)
-                              : GrowFile(context, kind, number);
+    if (context->logInFile) return GrowWithinFile(context, kind, number);
+    const Status status = GrowFile(context, kind, number);
+    if (status != kFull || !context->spare.EndKeeping()) return status;
+    return AllocatePageNumber(context, kind, number, buffer);
 }
 
 Status GrowAhead(StorageContext* context) {

@@ -76,6 +76,7 @@ void SparePages::Clear() {
     data.Clear();
     runs.Clear();
     searched = changes = 0;
+    EndKeeping();
 }
 
 bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint32_t* number) {
@@ -101,6 +102,31 @@ bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint
     *number = (*list)[best];
     list->RemoveAt(best);
     return true;
+}
+
+bool FindNearPage(StorageContext* context, uint16_t kind, uint32_t before, uint32_t* number) {
+    SparePages* spare = &context->spare;
+    const uint32_t length = RunLength(context);
+    if (length == 0 || !MayKeep(context)) return false;
+    if (kind == kEntryPage) {
+        const uint32_t first = FindRun(context, length);
+        if (first == 0) return false;
+        spare->keptFrom = first;
+        spare->keptEnd = *number = first + length - 1;
+        return true;
+    }
+    const uint32_t start = before - (before + context->basePage) % length;  // of its block
+    if (kind != kHeaderPage || before < length || before >= context->knownPages) return false;
+    CachePage* map = nullptr;
+    bool found = false;
+    for (uint32_t page = before; !found && page-- > start && !context->IsMapPage(page);) {
+        uint16_t taken = 0;
+        if (GetPageKind(context, page, &map, &taken) != kOk) break;
+        found = SlotIsFree(taken);
+        *number = page;
+    }
+    ReleasePage(context, map);
+    return found;
 }
 
 void ReturnSparePage(StorageContext* context, uint16_t kind, uint32_t number) {

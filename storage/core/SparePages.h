@@ -22,7 +22,17 @@ struct SparePages {
     NumberList runs;        // first pages of those that the running commit takes
     uint32_t searched = 0;  // nothing to take ahead begins before
     uint32_t changes = 0;   // since the lock was taken
+    // Free pages before one of directory entries, which are best taken by what that refers to.
+    uint32_t keptFrom = 0;
+    uint32_t keptEnd = 0;
 
+    bool IsKept(uint32_t page) const { return page - keptFrom < keptEnd - keptFrom; }
+    // False when there were none.
+    bool EndKeeping() {
+        const bool kept = keptFrom != keptEnd;
+        keptFrom = keptEnd = 0;
+        return kept;
+    }
     uint32_t Count() const { return headers.Count() + entries.Count() + data.Count(); }
     NumberList* OfKind(uint16_t kind);
     void Clear();
@@ -30,6 +40,10 @@ struct SparePages {
 
 // A page of the kind, just before page `before` if there is one. False when none is left.
 bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint32_t* number);
+// Where nobody has taken pages ahead: a free page that is best for this use and not yet marked. For
+// directory entries the last one of a run, whose other pages are kept for what the entries refer
+// to; for that the nearest one before the page `before`. False when there is none.
+bool FindNearPage(StorageContext* context, uint16_t kind, uint32_t before, uint32_t* number);
 // The page was not used after all.
 void ReturnSparePage(StorageContext* context, uint16_t kind, uint32_t number);
 

@@ -10,9 +10,17 @@ namespace storage {
 // caller rolls back.
 Status PurgeObject(FileObject* object, StorageTransaction* transaction);
 
+// Pages of a stream of so many bytes.
+inline uint64_t PagesOf(const StorageContext* context, uint64_t bytes)
+    ZRFS_REQUIRES(context->containerLock) {
+    return (bytes + context->payloadSize - 1) / context->payloadSize;
+}
+
 // Frees the pages of a chain from `first` on, with no more than a look at each. A page of another
-// kind or owner, or a chain that does not end, is corrupt.
+// kind or owner, or a chain that does not end, is corrupt. As most chains lie side by side, those
+// that are `expected` (0: nobody knows) are read at once.
 Status FreeChainUnread(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId,
-                       StorageTransaction* transaction) ZRFS_REQUIRES(context->containerLock);
+                       uint64_t expected, StorageTransaction* transaction)
+    ZRFS_REQUIRES(context->containerLock);
 
 }  // namespace storage

@@ -15,13 +15,53 @@ namespace storage {
 
 namespace {
 
+// Pages side by side as they stand in the file, for one who only wants to know where they lead to.
+struct PageRun {
+    static constexpr uint32_t kBytes = 8 << 10;  // most chains
+    uint32_t first = 0;
+    uint32_t count = 0;
+    uint8_t bytes[kBytes];
+};
+
+// Is the file so small that memory may well have all of it?
+bool FitsInMemory(const StorageContext* context) ZRFS_REQUIRES(context->containerLock) {
+    return uint64_t{context->totalPages} << context->pageShift <= CleanBlocks::kLimit;
+}
+
+// The page `number`, with those behind it that a chain of `wanted` pages may have. Null when it is
+// not to be had so: memory may know it better than the file.
+Status ReadAhead(StorageContext* context, uint32_t number, uint32_t wanted, PageRun* run,
+                 const uint8_t** bytes) {
+    *bytes = nullptr;
+    const uint32_t size = context->pageSize;
+    if (context->byteSwapped || number >= context->totalPages || !context->IsLocked() ||
+        FitsInMemory(context) || context->pageTable.Find(number) != nullptr)
+        return kOk;
+    if (number - run->first >= run->count) {
+        run->first = number;
+        run->count = 0;
+        const uint32_t count =
+            std::min({wanted, PageRun::kBytes / size, context->totalPages - number});
+        if (count < 2) return kOk;  // memory may have a single one
+        const uint64_t address = uint64_t{context->basePage} + number;
+        const Status status = ReadPageRaw(context->file, run->bytes, count * size, address, size);
+        if (status != kOk) return status;
+        run->count = count;
+    }
+    *bytes = run->bytes + (number - run->first) * size;
+    return kOk;
+}
+
 // The page behind one of a chain.
 Status NextOfChain(StorageContext* context, uint32_t number, uint16_t kind, uint32_t fileId,
-                   uint32_t* next, StorageTransaction* transaction) {
+                   const uint8_t* bytes, uint32_t* next, StorageTransaction* transaction) {
     PageHeader header;
-    const PageBytes found = ViewPage(context, number);
-    if (found.count >= sizeof header) {
-        std::memcpy(&header, found.bytes, sizeof header);
+    if (bytes == nullptr) {
+        const PageBytes found = ViewPage(context, number);
+        if (found.count >= sizeof header) bytes = found.bytes;
+    }
+    if (bytes != nullptr) {
+        std::memcpy(&header, bytes, sizeof header);
         if (header.kind != kind || header.fileId != fileId) return Corrupt(context);
         *next = header.nextPage;
         return kOk;
@@ -38,29 +78,49 @@ Status NextOfChain(StorageContext* context, uint32_t number, uint16_t kind, uint
 }  // namespace
 
 Status FreeChainUnread(StorageContext* context, uint32_t first, uint16_t kind, uint32_t fileId,
-                       StorageTransaction* transaction) {
+                       uint64_t expected, StorageTransaction* transaction) {
+    if (first == 0) return kOk;
+    PageRun run;
     uint32_t left = context->totalPages;
     for (uint32_t number = first, next = 0; number != 0; number = next) {
         if (left-- == 0) return Corrupt(context);
-        Status status = NextOfChain(context, number, kind, fileId, &next, transaction);
+        const auto wanted = static_cast<uint32_t>(std::min<uint64_t>(expected, left));
+        const uint8_t* bytes = nullptr;
+        Status status = ReadAhead(context, number, wanted, &run, &bytes);
+        if (status == kOk)
+            status = NextOfChain(context, number, kind, fileId, bytes, &next, transaction);
         if (status == kOk) status = FreePageNumber(transaction, number);
         if (status != kOk) return status;
+        if (expected != 0) --expected;
     }
     return kOk;
 }
 
 namespace {
 
+// The pages of a directory's entries, which memory knows once they were loaded.
+Status FreeEntryPages(FileObject* directory, StorageTransaction* transaction) {
+    Status status = kOk;
+    for (const uint32_t number : directory->directoryPages)
+        if (status == kOk) status = FreePageNumber(transaction, number);
+    return status;
+}
+
 // Frees what the records of one HeaderPage link to.
-Status FreeLinkedPages(StorageContext* context, CachePage* page, StorageTransaction* transaction) {
+Status FreeLinkedPages(FileObject* object, CachePage* page, StorageTransaction* transaction) {
+    StorageContext* context = object->context;
+    const NumberList& entryPages = object->directoryPages;
     Status status = kOk;
     uint32_t offset = 0;
     while (status == kOk && NextRecord(context, page, &offset, &status)) {
         const RecordPlace place{page, offset};
         const uint16_t type = LoadU16(place.Bytes(), record::kType);
-        status =
-            FreeChainUnread(context, place.Link(), static_cast<uint16_t>(type + kRecordKindBase),
-                            HeaderOf(page->buffer)->fileId, transaction);
+        const bool known =
+            type == kDirectoryRecord && !entryPages.Empty() && entryPages[0] == place.Link();
+        status = known ? FreeEntryPages(object, transaction)
+                       : FreeChainUnread(context, place.Link(),
+                                         static_cast<uint16_t>(type + kRecordKindBase),
+                                         HeaderOf(page->buffer)->fileId, 0, transaction);
     }
     return status;
 }
@@ -75,7 +135,7 @@ Status FreeHeaderChain(FileObject* object, StorageTransaction* transaction) {
                                        object->fileId, transaction);
         if (status != kOk) return status;
         number = HeaderOf(page->buffer)->nextPage;
-        status = FreeLinkedPages(context, page, transaction);
+        status = FreeLinkedPages(object, page, transaction);
         if (status == kOk)
             status = FreePage(context, page);
         else
@@ -213,6 +273,7 @@ bool HoldsFilesAtRest(FileObject* directory) {
 struct FilePages {
     uint32_t stream = 0;
     uint32_t index = 0;
+    uint64_t bytes = 0;
 };
 
 bool FindFilePages(StorageContext* context, const DirEntry* entry, FilePages* pages) {
@@ -235,6 +296,8 @@ bool FindFilePages(StorageContext* context, const DirEntry* entry, FilePages* pa
                                                           : nullptr;
         if (place != nullptr ? *place != 0 : type != kFileInfoRecord || link != 0) return false;
         if (place != nullptr) *place = link;
+        if (place == nullptr && size >= kFileInfoSize)
+            pages->bytes = LoadU64(page, at + record::kFileSize);
         at += size;
     }
     return true;
@@ -252,15 +315,17 @@ Status FreeFilePages(FileObject* directory, DirEntry* entry, StorageTransaction*
     if (!FindFilePages(context, entry, &pages)) return kNotPlain;
     Status status = FreePageNumber(transaction, entry->headerPage);
     if (status == kOk)
-        status = FreeChainUnread(context, pages.stream, kDataPage, entry->fileId, transaction);
+        status = FreeChainUnread(context, pages.stream, kDataPage, entry->fileId,
+                                 PagesOf(context, pages.bytes), transaction);
     if (status == kOk)
-        status = FreeChainUnread(context, pages.index, kPageListPage, entry->fileId, transaction);
+        status =
+            FreeChainUnread(context, pages.index, kPageListPage, entry->fileId, 0, transaction);
     if (status == kOk && entry->nameLength > kEntryNameUnits) {
         DirectoryEntry bytes{};
         status = ReadDirEntry(directory, entry, &bytes, nullptr, transaction);
         if (status == kOk)
             status =
-                FreeChainUnread(context, bytes.namePage, kNamePage, entry->fileId, transaction);
+                FreeChainUnread(context, bytes.namePage, kNamePage, entry->fileId, 0, transaction);
     }
     if (status == kOk && entry->object != nullptr) DestroyObject(entry->object);
     return status;

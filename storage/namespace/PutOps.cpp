@@ -119,7 +119,9 @@ Status PutIntoPage(const Put& put, CachePage* page, uint32_t fileId) {
     uint32_t link = 0;
     if (status == kOk && !inlined) status = put.MakePages(fileId, page->number, &link);
     if (status == kOk)
-        status = FreeChainUnread(context, stream.Link(), kDataPage, fileId, put.transaction);
+        status = FreeChainUnread(context, stream.Link(), kDataPage, fileId,
+                                 PagesOf(context, Load<uint64_t>(info.Bytes(), record::kFileSize)),
+                                 put.transaction);
     const uint32_t payload = inlined ? put.room : 0;
     if (status == kOk && stream.PayloadSize() != payload)
         status = ResizeRecord(context, stream, payload);
