@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The makers of the stores. One function a kind, each in a file of its own, so that a system gets
 // the backends it can have; the others answer FSSTATUS_NOT_IMPLEMENTED when they are opened.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The switches of the process, set with FBR_Logging and FBR_FileChecking before the first store is
 // opened. They are read without a lock.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text of the process heap, as the interface gives it to callers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one interface that every store answers, whatever it is kept in.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The name of the value that has none.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Shared/FileFolderHelpers.h"
 
 #include <vector>

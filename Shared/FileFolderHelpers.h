@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two file operations that try harder than the system's own. Paths stand as they are given; both
 // return 0 or a Win32 error number, log what failed, and may be called from any thread.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Shared/Impersonator.h"
 
 #include "Shared/logging/Logger.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lets a thread act as a user for a while.
 #pragma once
 

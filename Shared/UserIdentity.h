@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Who a token stands for: user, primary group and session.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Shared/w32helpers.h"
 
 #include "Shared/logging/Logger.h"

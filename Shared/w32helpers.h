@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The session of a process and the privileges of this process.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "W32Utils/ImpersonationStateSaver.h"
 
 #include "Shared/logging/Logger.h"

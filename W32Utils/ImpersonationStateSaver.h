@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Remembers whom the calling thread impersonates and puts it back.
 #pragma once
 

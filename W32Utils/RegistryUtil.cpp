@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "W32Utils/RegistryUtil.h"
 
 #include <vector>

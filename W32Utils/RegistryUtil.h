@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading and writing single registry values by path, through the replaceable registry functions.
 #pragma once
 

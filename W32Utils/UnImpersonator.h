@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lets a thread act as the process itself for a while.
 #pragma once
 

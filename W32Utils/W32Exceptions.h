@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exceptions of the platform helpers. They carry a Win32 error number and are caught where a
 // store is opened; no exported function lets one out on purpose.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system's own calls on one file, the yardstick of the benchmark.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // bench_store [--keys N] [--dir FOLDER] [--clock wall or cpu] [--only TEXT] [--times N]
 //
 // Measures the key store in multiples of the bare page transfers of the same run, and says which

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registry that the benchmark works on: 2,000 keys in three levels with 20 values each.
 #pragma once
 

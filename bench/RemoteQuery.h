@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One small query on a local store and the same behind a server of this process.
 #pragma once
 

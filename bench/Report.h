@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timing by medians, and the lines of the report.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """usage: page.py times|count|wine FOLDER
 
 Puts what bench_peers wrote to the folder into docs/performance.md, between the marks of each

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What `cmake --install` puts where, in the components runtime, development, tools, python and
 # documentation.
 include(GNUInstallDirs)

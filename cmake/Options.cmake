@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What is installed of include/.
 file(GLOB ZRFS_PUBLIC_HEADERS CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/include/*.h ${PROJECT_SOURCE_DIR}/include/zrfs/*.hpp)

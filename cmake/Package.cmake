@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Packages: scripts/package makes them. Debian packages of the Linux build, one for each component,
 # and a zip of the Windows build with all of them.
 set(CPACK_PACKAGE_NAME zrfs)

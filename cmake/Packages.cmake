@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Header-only libraries, as find_package tells of them. The cross build takes them from the machine
 # that builds, and must not see the folder that they are in as a whole: so everyone gets a folder with
 # links to just these libraries.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # zrfs_test(NAME area [THREADS] [SHARDS n] SOURCES a.cpp ... LIBS target ...): one GoogleTest
 # program, one ctest entry, or n of them that share its tests, where these take long. Its main
 # function is that of zrfs_test_support, unless one of the sources has one. With THREADS it bears the

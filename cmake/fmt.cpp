@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The part of fmt that no argument's type changes, compiled once for all who format.
 #include <fmt/format-inl.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens a store, sets a value and reads it back.
 #include <ZrFsLibrary.h>
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Lists a store over the socket of `fbr serve`: every key and the names and sizes of its values.
 
 usage: remote_list.py SOCKET STORE [METHOD]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A container given to the engine by a fuzzer: in memory, with a bound on the work that may be done
 // on it.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a fuzzer holds to be true of every input.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a container: checked, repaired, and held to what a repair promises.
 #include "fuzz/ContainerInput.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a hive: what is read is walked, written, and must come back the same.
 #include <cstddef>
 #include <cstdint>

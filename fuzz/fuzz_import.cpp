@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a text file: refused, or read; what was read is written, and reads the same. The
 // first byte picks the format.
 #include <sstream>

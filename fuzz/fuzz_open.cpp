@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a store: opened through the engine and through the exported functions, read, written
 // to, and closed.
 #include "fuzz/ContainerInput.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a container with a pending log: opened, which replays it, and in a second copy
 // repaired. The last byte picks the form of the log; for one in a file of its own, the two before
 // it tell where in the input that file begins, in units of 64 bytes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes from a server: the client gives what a well-formed reply holds, or FSSTATUS_FAILED with
 // the caller's variables as they were. This file stands in for the pipe.
 #include <fuzzer/FuzzedDataProvider.h>

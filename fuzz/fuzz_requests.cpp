@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes from a client: the server answers or ends the connection, and opens nothing outside of
 // its root. The first byte of an input tells whether the rest is what comes over the connection,
 // or what packets are made of that are mostly in order.

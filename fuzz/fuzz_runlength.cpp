@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a coded block: decoded as the plain reading of the format has it, within the room
 // there is; and any bytes come back from their own code. The first two bytes are the room.
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes what the fuzzers begin with: FOLDER/NAME/... for each fuzzer NAME that has no folder of
 // seeds in the repository.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversion between the library's statuses and the platform's codes, for C++ callers.
 #ifndef FSERROR_H
 #define FSERROR_H

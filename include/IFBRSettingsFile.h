@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Typed settings in a store, by full key path and value name, for C++ callers.
 #ifndef IFBRSETTINGSFILE_H
 #define IFBRSETTINGSFILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /** @file
  * The flat interface of ZrFsLibrary: a small registry of the caller's own.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /** @file
  * The types that cross the interface, for C (C11 on Linux, C99 on Windows) and C++ (from C++11). */
 #ifndef ZRFSTYPES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /** @file
  * The version of the library. It stands here and nowhere else: the build takes it from here. */
 #ifndef ZRFSVERSION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "offreg/HiveCells.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The cells of a hive file whose bytes are not trusted.
 #pragma once
 

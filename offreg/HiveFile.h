@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hive file on disk as a whole.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hive file, as its bytes lie. All numbers are little-endian.
 //
 // A base block of 4096 bytes is followed by bins, each a multiple of 4096 bytes long. A bin is a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From the bytes of a hive file to a tree.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "offreg/HiveTree.h"
 
 #include <algorithm>

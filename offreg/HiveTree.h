@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A hive in memory: keys, values and security descriptors. Not safe for several threads at once;
 // memory that runs out is std::bad_alloc, and leaves the tree as it was.
 #pragma once

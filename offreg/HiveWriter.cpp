@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "offreg/HiveWriter.h"
 
 #include <algorithm>

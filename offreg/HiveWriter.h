@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From a tree to the bytes of a hive file.
 #pragma once
 

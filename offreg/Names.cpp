@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "offreg/Names.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The case rule of the registry's names: units compare by their upper case, each for itself.
 #pragma once
 

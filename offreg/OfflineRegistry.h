@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Sixteen functions over hive files that are not mounted: the whole hive is in memory from
  * OROpenHive or ORCreateHive to ORCloseHive, and only ORSaveHive writes a file.
  *

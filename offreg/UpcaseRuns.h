@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The units whose upper case is another unit, as the registry's own table has them: the first and
 // the last unit of a run, the distance from one to the next, and what is added to each.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time: the wall clock in UTC, a tick count and a precise counter, and who is running.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From errno to the error numbers of the seam. For the files of platform/ only.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Win32 error numbers that cross the seam, the same on every system.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/FileLock.h"
 
 #include <atomic>

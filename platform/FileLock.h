@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock of one file: who holds it may change the file, and nobody else does.
 #pragma once
 

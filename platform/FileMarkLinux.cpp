@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/FileMarkLinux.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mark of a file's one writer on Linux. For the files of platform/ only.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files and folders as a whole: attributes, making, removing and renaming by path. Opening a file
 // and transferring bytes is in PageFile.h and Resources.h.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process heap. All memory of the engine and every string that crosses the interface is from
 // here.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Base of objects that live in the process heap: a failed allocation makes `new` give null.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What tests put in place of the system, kept here so that every file of the seam asks one place.
 // For the files of platform/ only; others use the setters in Heap.h, Clock.h and PageFile.h.
 #pragma once

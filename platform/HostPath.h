@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How this system writes the paths of its files.
 #pragma once
 

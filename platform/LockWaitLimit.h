@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long a thread waits for the lock of a store.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file of pages: positioned transfers, no shared file position above this line.
 #pragma once
 

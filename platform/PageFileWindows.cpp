@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/PageFile.h"
 
 #include <windows.h>

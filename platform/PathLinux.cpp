@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/PathLinux.h"
 
 #include <fcntl.h>

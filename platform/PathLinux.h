@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A path of the seam as the system's bytes. For the files of platform/ only.
 #pragma once
 

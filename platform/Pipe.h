@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Named pipes: a client's end, and a server's. On Linux a pipe is a Unix domain socket: a name
 // without a slash stands in the user's runtime folder (PipePath), any other is a path as it is.
 #pragma once

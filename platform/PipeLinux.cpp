@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/Pipe.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory that will be looked at soon: it comes while something else is done.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The printable code units of the "C" locale of the Windows run time (ucrtbase), as inclusive
 // ranges in ascending order. Tab and no-break space are not among them.
 #pragma once

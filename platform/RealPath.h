@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where a path leads.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/RealPath.h"
 
 #include <windows.h>

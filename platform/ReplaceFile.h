@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What it takes to put a new file in the place of another one that somebody may have open, read,
 // or replace at the same time.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Creators of the objects that processes share: the file, the named mutex and the shared word.
 // They are reached through CreateLowIntegrityResource, which gives them their security label.
 #pragma once

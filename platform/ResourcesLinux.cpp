@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // No names for objects in memory here: in a folder that all may write, anybody can lay a file in
 // the way, and a name is not the file. The lock of the file itself serves.
 #include "platform/Resources.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A folder that the file operations of a thread can be kept in, whatever becomes of the paths
 // meanwhile.
 #pragma once

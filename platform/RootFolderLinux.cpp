@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/RootFolder.h"
 
 #include <fcntl.h>

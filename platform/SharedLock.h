@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A lock that several threads share or one has alone.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/SharedLock.h"
 
 #include <windows.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UTF-16 text: the unit, literals, the case rule of names, and conversion at the edges.
 #pragma once
 

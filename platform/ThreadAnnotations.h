@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which lock guards what, in a form that clang's thread-safety analysis checks
 // (scripts/thread-analysis), and locks that it knows. Other compilers see plain ones. It does not
 // look into constructors and destructors.

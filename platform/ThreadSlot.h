@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A word of each thread's own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The packets of one connection, from the first to the end of it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "server/PathGuard.h"
 
 #include <algorithm>

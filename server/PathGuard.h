@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which store paths a client may name.
 #pragma once
 

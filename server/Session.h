@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One client's requests and the server's answers; the store and the keys behind them.
 #pragma once
 

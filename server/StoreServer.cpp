@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "server/StoreServer.h"
 
 #include <system_error>

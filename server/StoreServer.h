@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Serves stores to clients over a named pipe, each connection on a thread of its own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The engine's public operations: 28 that the key store reaches through StorageFunctionTable, and
 // check and repair beside them.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // fbr: the store on the command line.
 #include "storage/namespace/MemoryLimits.h"
 #include "tools/commands/Cli.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions that concern a store as a whole, and those that need none. Each checks its
 // arguments and calls one operation of the store.
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions on keys. A zero key goes on to the store, but for the security pair and
 // the listings of ExportsValues.cpp.
 #include "FS_Library_DLL/IFSInterface.h"

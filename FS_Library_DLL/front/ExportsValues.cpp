@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions on values, and the listings that fill a vector of the caller's.
 #include "FS_Library_DLL/IFSInterface.h"
 #include "FS_Library_DLL/ValueName.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings file over any store.
 #pragma once
 

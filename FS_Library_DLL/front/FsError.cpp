@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "include/FsError.h"
 
 #include <iterator>

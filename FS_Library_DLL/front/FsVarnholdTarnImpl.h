@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store that offers nothing: the reserved method, and a backend that this system lacks.
 #pragma once
 

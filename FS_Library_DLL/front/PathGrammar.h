@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The grammar of the path string that opens a store.
 #pragma once
 

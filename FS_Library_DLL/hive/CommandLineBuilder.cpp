@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/hive/CommandLineBuilder.h"
 
 void CommandLineBuilder::AddOption(std::wstring name, std::vector<std::wstring> values,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Builds a command line: a program and its options.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Removing what the system keeps beside a mounted hive: transaction logs and the like, whose names
 // all begin with the hive's.
 #include <locale.h>

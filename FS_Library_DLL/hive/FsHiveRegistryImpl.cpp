@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Making, mounting and unloading the hive.
 #include "FS_Library_DLL/hive/FsHiveRegistryImpl.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store that is a hive file, mounted below HKEY_USERS while it is open.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a function with the privileges that loading and saving hives takes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starts the helper process ZrLoggedOnUser, which unloads a hive that this process cannot unload.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The key of which a new hive file is made.
 #pragma once
 

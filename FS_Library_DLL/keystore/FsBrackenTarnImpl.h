@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A store in a single-file container.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A value and a subkey of one name: the value makes room and comes back.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From the engine's codes to the statuses that callers see.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Walks over the values or the subkeys of a key.
 #pragma once
 

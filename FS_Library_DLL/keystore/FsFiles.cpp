@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/keystore/FsFiles.h"
 
 #include "FS_Library_DLL/ValueName.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The values of a store as files: opening, reading, writing, deleting. The record inside is the
 // business of FsValues.h.
 //

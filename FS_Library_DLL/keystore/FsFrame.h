@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The frame of the operations that callers see: a line of the trace at the begin and at the end,
 // and the engine's code as a status.
 #pragma once

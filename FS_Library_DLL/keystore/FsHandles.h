@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The open keys and values of a store.
 //
 // A key handle is the address of its entry and a value handle the engine's file handle, but

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checking, repairing and compacting a container.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/keystore/FsKeys.h"
 
 #include <cmath>

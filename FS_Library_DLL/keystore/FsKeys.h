@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The keys of a store. What they do for a caller stands with the exported functions of the same
 // names in include/ZrFsLibrary.h.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/keystore/FsLocks.h"
 
 #include "FS_Library_DLL/keystore/FsOperation.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store's lock, shared with all processes that have the container open.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The short way to a value, past paths and files: for the library's own engine, where nothing is
 // traced. What it leaves open is asked for the long way.
 #pragma once

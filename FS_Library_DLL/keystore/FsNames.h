@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names as callers know them and as the container stores them.
 //
 // A container entry cannot hold every character, so those it cannot hold, and all that do not

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The frames of the store's operations: what an operation does is one change, and what it reads is
 // one state of the store, whoever else is at work on it.
 //

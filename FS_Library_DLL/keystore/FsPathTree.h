@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The open keys in the order of their paths, so that all keys below a path are found without a
 // look at the others.
 #pragma once

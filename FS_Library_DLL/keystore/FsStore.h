@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two ends of a store's life.
 #pragma once
 

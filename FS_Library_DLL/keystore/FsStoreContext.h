@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One open container store.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/keystore/FsText.h"
 
 #include <cstring>

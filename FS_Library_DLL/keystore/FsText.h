@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text that is built on the stack while it is short: paths, stored names, patterns.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The trace of the key store: one file for each process, one line for each event.
 //
 // A site costs one test of a byte while the trace is off. Nothing that goes wrong in here reaches

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Deleting keys with all that is in them.
 #pragma once
 

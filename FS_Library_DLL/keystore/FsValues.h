@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The record inside a value's file: u32 type, u32 size, then the data, little-endian.
 #pragma once
 

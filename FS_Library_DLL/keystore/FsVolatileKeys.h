@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The keys that go when the store is closed.
 #pragma once
 

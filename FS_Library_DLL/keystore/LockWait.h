@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long a call of this process waits for the lock of a store, and who is told that it waits.
 // Process-wide; the engine's lock asks here. A leaf: it needs nothing but the language.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The life of the store, the slots that do nothing here, and those that are one native call.
 #include "FS_Library_DLL/native/FsNativeRegistryImpl.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store that is a key of the live registry, reached through the native functions.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening and creating keys, and the upkeep of the root key.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading values and enumerating names.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What calls of the native functions are built from: counted names and buffers for answers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Between the native functions' types and those of the stores.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stands in where there is no such backend.
 #include "FS_Library_DLL/Backends.h"
 

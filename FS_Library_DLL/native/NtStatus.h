@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The NT statuses that the backends over the native functions tell apart.
 #pragma once
 

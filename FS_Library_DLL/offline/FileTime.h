@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Moments of the registry (100 ns since 1601, UTC) as calendar time.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The offline store and its file: opening and closing, and when the hive may not be changed.
 #include <new>
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store that is a hive file which is never mounted.
 #pragma once
 

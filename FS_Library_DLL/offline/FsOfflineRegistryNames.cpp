@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names of keys and values in the offline store.
 #include <algorithm>
 #include <limits>

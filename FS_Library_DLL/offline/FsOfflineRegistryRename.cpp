@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Renaming in the offline store: the library has no such operation, so a key is copied and deleted,
 // and every open key that stood in it is opened again at its new place.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What callers of the offline store hold as key handles: the library's handle, and the path of the
 // key, which the library does not remember.
 #pragma once

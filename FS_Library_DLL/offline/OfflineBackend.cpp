@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/Backends.h"
 #include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hive's file on disk: whether it is the one that was read, and how a new one takes its place.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the functions of the offline registry library come from: an "offreg.dll" beside the program
 // or the system's, and no other; or the provider in offreg/, which is linked in on systems that
 // have no such library.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <string_view>
 
 #include "FS_Library_DLL/offline/OfflineModule.h"

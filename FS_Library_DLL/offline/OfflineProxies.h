@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the sources of the offline store share: its key handles, and the results of the library.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/offline/OfflineRegistryDll.h"
 
 #include "W32Utils/W32Exceptions.h"

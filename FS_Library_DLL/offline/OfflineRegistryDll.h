@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sixteen functions of the offline registry library, found at run time.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the offline store needs of the system's security: text for descriptors, and the descriptor
 // that a new hive begins with.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/offline/OfflineSecurity.h"
 #include "Shared/security/SecurityText.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The path join of keys.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Deletion of a key with all below it through the operations of any store.
 #pragma once
 

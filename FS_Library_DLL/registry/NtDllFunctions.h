@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The native functions of NtDll.dll, the seam between the live registry backend and the platform.
 #pragma once
 

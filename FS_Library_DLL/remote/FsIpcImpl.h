@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The store behind a server at the far end of a named pipe.
 #pragma once
 

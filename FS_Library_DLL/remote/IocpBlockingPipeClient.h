@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Length-framed packets over one named pipe, as the client.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The operations of IFSInterface as requests to a server and its replies.
 #pragma once
 

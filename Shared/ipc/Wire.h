@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fields of the remote protocol's payloads, written and read. Little-endian, nothing aligned.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process-wide logger of everything but the key store's trace: severities, scopes, sinks.
 #pragma once
 

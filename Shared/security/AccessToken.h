@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two small security classes that the identity classes stand on: a copied SID and an owned
 // access token.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The low mandatory label, built once for the making of one object.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // For systems without mandatory labels.
 #include "Shared/security/LowIntegrityLabel.h"
 

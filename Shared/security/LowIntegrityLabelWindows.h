@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions of NtDll.dll that build the label, looked up at run time.
 #pragma once
 

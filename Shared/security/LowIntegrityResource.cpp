@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Shared/security/LowIntegrityResource.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one way in which objects shared between processes are made, so that processes of any
 // integrity level can open them.
 #pragma once

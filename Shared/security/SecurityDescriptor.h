@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Security descriptors in self-relative form, taken apart and put together. Portable; the bytes are
 // those of the system's own structures. Nothing is assumed of alignment.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The names that stand in security text for numbers and for well-known SIDs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Security descriptors as text (SDDL), on systems that have no conversion of their own.
 //
 // Owner (O:), group (G:), discretionary list (D:) and system list (S:) with the flags P, AR, AI and

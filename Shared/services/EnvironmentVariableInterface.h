@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The environment of the process, to be replaced where a test or a host needs other answers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes and their tokens, to be replaced where a test or a host needs other answers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Win32 registry functions, to be replaced where a test or a host needs other answers.
 #pragma once
 

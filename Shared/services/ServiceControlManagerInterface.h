@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Services and their control, to be replaced where a test or a host needs other answers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Shared/services/ServicesCollection.h"
 
 namespace Services {

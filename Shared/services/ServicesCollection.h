@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one place from which the platform's replaceable functions are had.
 #pragma once
 

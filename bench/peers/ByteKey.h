@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keys and values as the stores of plain bytes keep them: paths beside numbers of eight bytes, and
 // values under the key's number and their name, so that those of one key stand together.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // No operation may come to make more system calls than it is known to need. Where one makes fewer,
 // lower its row: the test prints the rows as they would be now.
 #include <fmt/format.h>

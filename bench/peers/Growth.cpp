@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/peers/Growth.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an operation costs as a store grows: over keys, values in a key, subkeys of a key, depth and
 // open handles.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <hivex.h>
 
 #include <cerrno>

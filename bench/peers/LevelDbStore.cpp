@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <leveldb/cache.h>
 #include <leveldb/db.h>
 #include <leveldb/write_batch.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <lmdb.h>
 
 #include "bench/peers/ByteKey.h"

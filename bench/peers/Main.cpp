@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // bench_peers: our stores beside others on the same work, in one process and in turns; what each
 // costs as they grow; the system calls of ours. bench_peers --help tells the options. Exit status
 // 0, 3 when a goal is missed, 1 when something fails.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/peers/Results.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What was measured, as tables for people and as JSON for the charts.
 #pragma once
 

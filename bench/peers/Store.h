@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One store of the comparison: ours in one of its ways of use, or somebody else's.
 //
 // The benchmark's keys are known by a path and, once open, by a number of the store's choice. Every

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the benchmark asks of the system, one file for each.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The work that the stores are measured on, in phases; each does the same to all of them.
 #pragma once
 

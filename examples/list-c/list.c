@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Makes a key with three values and lists it, in plain C: C11 on Linux, C99 on Windows. */
 #include <zrfs/ZrFsLibrary.h>
 

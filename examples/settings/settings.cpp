@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keeps a program's settings: the C++ interface, which has types and takes the lock by itself.
 #include <zrfs/IFBRSettingsFile.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A tour of the C++ objects: keys, values, locks, listing, failures.
 #include <zrfs/store.hpp>
 

@@ -1,11 +1,13 @@
-// Stores, keys and values as C++20 objects, over the flat functions and nothing else of the library:
-// a program may use it with any compiler and any C++ run time.
+// SPDX-License-Identifier: MIT
+// Stores, keys and values as C++20 objects, over the flat functions and nothing else of the
+// library: a program may use it with any compiler and any C++ run time.
 //
-// What is opened closes with its object. A failure is a std::system_error whose code is a FBR_STATUS
-// of zrfs::category(). Text is UTF-8 (std::string_view) or UTF-16 (std::basic_string_view<FBR_WCHAR>)
-// where it goes in, UTF-8 where it comes out; a unit of UTF-16 that has no partner goes through as
-// the three bytes that it would have, and back. A Key, a lock and a range do not outlive their Store.
-// Threads: as for the flat functions, but each object belongs to one thread at a time.
+// What is opened closes with its object. A failure is a std::system_error whose code is a
+// FBR_STATUS of zrfs::category(). Text is UTF-8 (std::string_view) or UTF-16
+// (std::basic_string_view<FBR_WCHAR>) where it goes in, UTF-8 where it comes out; a unit of UTF-16
+// that has no partner goes through as the three bytes that it would have, and back. A Key, a lock
+// and a range do not outlive their Store. Threads: as for the flat functions, but each object
+// belongs to one thread at a time.
 //
 //     zrfs::Store store("settings.fbr");
 //     zrfs::WriteLock lock(store);
@@ -288,8 +290,7 @@ struct NamedValue {
 // An open key.
 class Key {
   public:
-    Key(Key&& other) noexcept
-        : store_(other.store_), handle_(std::exchange(other.handle_, 0)) {}
+    Key(Key&& other) noexcept : store_(other.store_), handle_(std::exchange(other.handle_, 0)) {}
     Key& operator=(Key&& other) noexcept {
         std::swap(store_, other.store_);
         std::swap(handle_, other.handle_);

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The package on stores of its own. ZRFS_LIBRARY names the library that was built."""
 import datetime
 import subprocess

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A small registry of one's own: keys and named, typed values in a file.
 
     with zrfs.open("settings.fbr", write=True) as store:

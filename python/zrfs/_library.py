@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The library's flat functions, as ctypes sees them."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Failures: an exception for each status that a program may want to tell from others."""
 from __future__ import annotations
 

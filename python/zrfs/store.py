@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Stores and keys."""
 from __future__ import annotations
 

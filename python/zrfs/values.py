@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Values: typed bytes, and what they are in Python."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Second pass: directory entries and their names.
 #include "storage/check/CheckRun.h"
 

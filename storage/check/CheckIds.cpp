@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Second pass, at its end: objects that share an id. Their pages tell them apart all the same, but
 // the engine knows the objects in memory by their ids, so all but one of them get another.
 #include <algorithm>

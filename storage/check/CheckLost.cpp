@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Third and fourth pass: what nothing refers to, and the page map.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Second pass: names. An entry is of use only when a path can lead to it: it has a name, without
 // what parts the names of a path, and no neighbour has the same. In a container of the key store
 // the name is also one that the store would write, for it asks for no other.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Second pass: from the root to everything it reaches. A reference is good when the page it leads
 // to is of the right kind and owner, says that it is referred to from there, and was not reached
 // before; so that each page in use is claimed once, and loops are never entered.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/check/CheckOverlay.h"
 
 #include <algorithm>

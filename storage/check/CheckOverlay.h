@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A container file with changes laid over it: what is written stays in memory, so that a run can
 // work on a container as it would be, and the file is as it was.
 #pragma once

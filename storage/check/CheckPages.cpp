@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pages of a check run: how they are read and where changes to them go.
 #include <algorithm>
 

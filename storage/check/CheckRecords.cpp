@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/check/CheckRecords.h"
 
 #include "storage/core/Format.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records of a HeaderPage whose sizes are damaged.
 #pragma once
 

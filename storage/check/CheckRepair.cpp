@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Check and repair: one run, from the opening of the file to its end. A check does all that a
 // repair does but for the last step: both work on the file with their changes laid over it in
 // memory, so that a check tells what a repair would mend, and a run that ends early has changed

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What one run of check and repair knows of a container, and the steps it is made of. The run
 // works on the file itself: no cache, no transaction, no objects.
 #pragma once

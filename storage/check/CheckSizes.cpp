@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Second pass: sizes. An object says how long its stream is, and a value of the key store how long
 // its data is; neither can be more than there is.
 #include <algorithm>

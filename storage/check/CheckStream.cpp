@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Second pass: the pages of a stream, by their chain and by their index. Both must say the same;
 // where they do not, the one that tells of more pages is believed.
 #include "storage/check/CheckRun.h"

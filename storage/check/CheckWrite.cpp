@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The last step of a repair: what was changed in memory goes to the file. Where that is more than
 // one page beside the map, the pages are first laid down behind the end of the file as a redo log,
 // so that a repair that is killed is finished by whoever opens the container next.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The descriptor of one cached page.
 #pragma once
 

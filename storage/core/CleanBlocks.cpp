@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/CleanBlocks.h"
 
 #include <algorithm>

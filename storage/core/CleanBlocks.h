@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is known of the file as it stands on disk, below the cache of pages: small pages for long,
 // and the blocks last read for a while. A page is read alone; one near it brings its block along,
 // and who goes on behind that the next ones. They hold no change: whatever is written goes through

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The state of one open container.
 //
 // Two locks guard it. containerLock is that of the threads: every public operation holds it from

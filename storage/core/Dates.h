@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Dates of the container: doubles, whole days since 1899-12-30 and the fraction of a day, in UTC.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The container file as it lies on disk; docs/container-format.md tells the same in prose. All
 // numbers are little-endian in memory; a container of the other byte order is converted page by
 // page as it is read and written (PageIo.h).

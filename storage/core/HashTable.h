@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An index of items by a 32-bit number, threaded through the items.
 #pragma once
 

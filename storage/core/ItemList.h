@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The array of the engine: plain items, a status instead of an exception, cheap at both ends.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A doubly linked list threaded through its items: no allocation, removal in constant time.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/OneCall.h"
 
 #include "platform/Errors.h"

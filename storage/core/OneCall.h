@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A change that is one call of the file but for page 1.
 #pragma once
 

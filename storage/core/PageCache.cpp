@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/PageCache.h"
 
 #include "storage/core/PageIo.h"

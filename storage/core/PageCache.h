@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One cache for each container: every page above the raw layer passes here, pinned while used.
 #pragma once
 

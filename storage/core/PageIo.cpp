@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/PageIo.h"
 
 #include <algorithm>

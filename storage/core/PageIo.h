@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole pages between the file and memory; nothing is cached here.
 #pragma once
 

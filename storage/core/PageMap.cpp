@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/PageMap.h"
 
 #include <algorithm>

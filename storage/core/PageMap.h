@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The page map: which pages are free, and where the file grows.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/Recovery.h"
 
 #include "storage/core/PageCache.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replays the redo log that a writer left behind: one of this engine that died in the middle of a
 // commit (RedoLog.h), or another one.
 #pragma once

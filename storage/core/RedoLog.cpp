@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/RedoLog.h"
 
 #include "storage/core/PageCache.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The redo log of a commit that changes several pages: their new images in free pages, listed in
 // the chained form that an opening replays. It counts from the moment page 1 names it.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pages of records as they stand in the file, without the zeros that most of their bytes are. They
 // are kept in the order in which they came, and the oldest give way.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pages that one who holds the lock for more than one change has taken ahead, or given up and not
 // yet let go: the map calls them taken, in memory as in the file, and they hold nothing. To take
 // one, or to give one up, writes no map page. They go back to the map before the lock does; who is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Status codes of the engine: 0, a small negative code below, or a positive Win32 error number.
 #pragma once
 

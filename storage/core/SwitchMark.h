@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pages that a change writes in their places, as page 1 tells of them before they are written.
 //
 // Such a change needs one writing of page 1: who reads without the lock takes a page that stands on

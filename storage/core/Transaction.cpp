@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/Transaction.h"
 
 #include <new>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Transactions: what an operation touched, made final or thrown away as a whole.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/lifecycle/Compaction.h"
 
 #include <algorithm>

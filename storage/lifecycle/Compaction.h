@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Moves pages from the end of a container into free pages nearer the start, and cuts the file.
 #pragma once
 

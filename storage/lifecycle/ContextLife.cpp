@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/lifecycle/ContextLife.h"
 
 #include <new>

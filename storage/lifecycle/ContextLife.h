@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A context comes to life, is emptied for another opening, and goes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Formats a new container: the map page, the superblock, and the root's HeaderPage.
 #include "storage/core/Dates.h"
 #include "storage/core/PageIo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/lifecycle/Locate.h"
 
 #include "storage/core/PageIo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where in a file the container begins: at its start, or behind a boot sector.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens a container: found, measured, recovered, and its root made ready.
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/lifecycle/PageReference.h"
 
 #include "storage/core/PageCache.h"

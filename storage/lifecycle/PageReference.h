@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Corrects what refers to a page that got another number.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/lifecycle/RunLock.h"
 
 #include "storage/core/PageIo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock under which a run on a whole container works: a check, a repair, a compaction.
 #pragma once
 

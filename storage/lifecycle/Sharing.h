@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several threads, processes and users on one container: the lock of its file, and reads without
 // it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The engine's public operations: the test of the first argument, the container's lock, and the
 // way to the routine that does the work.
 #include "storage/StorageApi.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/AddEntry.h"
 
 #include "storage/core/Dates.h"

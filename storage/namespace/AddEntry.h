@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A new place in a directory, for a new object or for one that moves there.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the bytes of one block are stored: plain, or in one of two codes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/Blocks.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The blocks of streams in memory: found, loaded, stored, given back.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Making and opening files and directories.
 #include "storage/namespace/AddEntry.h"
 #include "storage/namespace/Handles.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/Directory.h"
 
 #include "storage/core/PageCache.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Directories: 64-byte entries on disk, a sorted list in memory.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/EntryList.h"
 
 #include "platform/Heap.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The records of a directory in memory, and the sorted list of them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sorting a list of records; part of storage/namespace/EntryList.h.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names of directory entries: what may be used, the tails of long names, and renaming.
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"

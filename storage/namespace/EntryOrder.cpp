@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The order of a directory's list, and the search in it.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The memory of directory records: they stand in slabs, many to one allocation, near to those they
 // were loaded with.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plain structures of the namespace: directory entries, objects, handles, blocks, searches.
 // They have no behaviour here; the headers beside this one do.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/Handles.h"
 
 #include "storage/core/PageCache.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Open streams: handles on objects.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Links: objects whose stream is the path that stands in their place.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/Listing.h"
 
 #include "storage/namespace/Directory.h"

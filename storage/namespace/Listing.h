@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The entries of a directory by number, in the order in which a search would show them.
 #pragma once
 

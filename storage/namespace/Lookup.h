@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The short way to a value for one who reads in the same directory again and again: no walk of the
 // path, no object, no handle. It answers what is plain, and leaves all else to the long way.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/Membership.h"
 
 #include "storage/namespace/Directory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Objects in transactions: what a commit makes of them, and what a roll back gives back.
 #pragma once
 

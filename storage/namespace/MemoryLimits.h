@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What memory keeps of an open container's files and directories as far as nobody refers to them:
 // so many files, and directories with their records up to so many bytes. What the last operations
 // used stays beyond that, so that a directory larger than all of it is not read anew for each.

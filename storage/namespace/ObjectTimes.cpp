@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/core/Dates.h"
 #include "storage/core/PageCache.h"
 #include "storage/namespace/Objects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The life of objects: made, referenced, idle, evicted, in a transaction, destroyed.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The operations that change or query the namespace, each one transaction. The caller holds
 // containerLock.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the operations that change the namespace share: one transaction, the directory that a path
 // ends in, and the transactions of open handles that have to make way for the time.
 #pragma once

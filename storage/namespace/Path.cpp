@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/Path.h"
 
 #include "storage/namespace/Directory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From a path to an object.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Removing objects with all that belongs to them.
 #pragma once
 

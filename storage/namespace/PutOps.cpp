@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file's whole content at once: one look at its directory, its pages written as they will be.
 #include <algorithm>
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Questions about one object, each in a read transaction.
 #include "storage/core/PageCache.h"
 #include "storage/namespace/Directory.h"

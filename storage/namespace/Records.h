@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Typed records in the HeaderPage chain of an object.
 #pragma once
 

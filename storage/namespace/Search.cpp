@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "storage/namespace/Search.h"
 
 #include "storage/core/PageCache.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Enumeration of a directory with a wildcard, in the order of its sorted list.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The byte stream of an object: inline in its record, or a chain of pages, in blocks.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading and writing at a handle.
 #include <algorithm>
 

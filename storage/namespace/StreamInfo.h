@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The size and the times of a stream, as its FileInfoRecord keeps them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pages of a stream: their list in memory, their chain and, for long streams, their index on
 // disk.
 #pragma once

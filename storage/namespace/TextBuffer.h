@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text that keeps its room from one use to the next.
 #pragma once
 

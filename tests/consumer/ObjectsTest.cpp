@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C++ objects over the shipped library.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is known of the file is what stands in it, however much of it there is.
 #include <gtest/gtest.h>
 

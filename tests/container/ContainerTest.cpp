@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Containers made and opened: the bytes of a fresh one, what is refused, what may lie around one.
 #include <gtest/gtest.h>
 

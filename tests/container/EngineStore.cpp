@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/container/EngineStore.h"
 
 #include <algorithm>

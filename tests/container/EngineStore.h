@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A container in the engine's hands, in few words for tests.
 #pragma once
 

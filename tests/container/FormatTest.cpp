@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The builder and the reader are what other tests lean on, so they are tested here: the reader
 // finds what the builder put down, and both are of one mind with the page that describes the
 // format.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Damaged and hostile containers: whatever the bytes are, opening, reading all, writing and
 // closing end with statuses, after work that the page count bounds. What a run finds wrong beyond
 // that, the sanitizers tell. ZRFS_LONG_TESTS=n runs n times as many seeds.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Redo logs of the three forms, made by the tests and replayed by the engine.
 #include <gtest/gtest.h>
 

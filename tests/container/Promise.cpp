@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/container/Promise.h"
 
 #include <algorithm>

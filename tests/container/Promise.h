@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a repair promises of any container: that it is sound from then on, by the engine's own
 // judgement, and of use.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A tree that uses everything the format offers, for many tests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kinds of stores that the contract's tests run against, and where they differ by design.
 #pragma once
 

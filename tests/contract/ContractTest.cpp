@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every store promises, and what each kind has of its own: the sections of the scripts. That
 // lists of changes do what each of them says is in ModelTest.cpp.
 #include "tests/contract/OpenStore.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stores that are a file of their own, a container and an offline hive, and every kind of store
 // behind a server.
 #pragma once

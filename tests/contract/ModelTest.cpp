@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The same random work on a store and on a plain tree in memory: they must stay equal, also for
 // open handles, when there are volatile keys beside, and when the store is compacted, checked and
 // opened again. A run that goes wrong is cut down to the deeds that matter, and told.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An open store of a contract test.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls on a store, one a line, and what they must answer, in files beside this one. A file has
 // sections: each is played on a new store of every kind that has the traits behind its title.
 //

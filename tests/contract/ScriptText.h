@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The words of a script's lines.
 #pragma once
 

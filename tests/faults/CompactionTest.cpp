@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compaction of containers of all shapes: the file shrinks to the pages in use, all
 // reads the same, whoever has something open goes on, and a failure leaves everything as it was.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Crashes: what a run writes is recorded, and the file as it was at every moment, also in the
 // middle of a page, is repaired and read. Behind a whole page the step in hand is done or not; a
 // torn page may take some values along, counted as lost, and what was never written must not

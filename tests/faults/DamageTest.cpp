@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random damage to containers of all shapes: whatever it was, a repair keeps its promise.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every operation of the engine with every allocation and every file call failing in turn: what it
 // was to do is done or not, the rest serves on, and a second try does it.
 #include <gtest/gtest.h>

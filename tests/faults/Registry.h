@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A registry in plain memory and random work that is done on it and on a store alike.
 #pragma once
 

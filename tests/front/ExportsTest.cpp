@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions: what they refuse themselves, and how a store comes to be.
 #include "platform/Heap.h"
 #include "storage/StorageApi.h"

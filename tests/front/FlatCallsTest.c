@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The flat interface from C: opens a store, sets a value and reads it back. */
 #include "tests/front/FlatCallsTest.h"
 

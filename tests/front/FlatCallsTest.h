@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The part of the C test that C++ calls. */
 #ifndef FLATCALLSTEST_H
 #define FLATCALLSTEST_H

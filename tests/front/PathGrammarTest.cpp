@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which store a path string and a method ask for: the rows of paths.txt.
 #include "FS_Library_DLL/front/PathGrammar.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings file, typed settings over a container: the calls of settings.txt and what they must
 // answer, written like those on stores (tests/contract/Script.h). Each section has a file of its
 // own, which is made. What a call gives stands behind its status, and is "77" where it was left

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library as it is shipped, from C and from C++, with only its public headers.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The conversions between statuses and the platform's codes, and of the engine's.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A hive store of one test: its folder, its mount and what the system would list of it.
 #pragma once
 

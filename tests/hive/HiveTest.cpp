@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A hive store from its making to its end, and every way in which that fails.
 #include <filesystem>
 

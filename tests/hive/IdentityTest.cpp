@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Identities, impersonation scopes, sessions and privileges; the collection of the platform's
 // functions; reading and writing single registry values.
 #include <atomic>

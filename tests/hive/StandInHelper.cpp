@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stands in for the helper process: does what the mount name says, "exit CODE" or "sleep
 // MILLISECONDS", and refuses every other.
 #include <windows.h>

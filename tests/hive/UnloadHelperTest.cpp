@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The road from a refused unload to the helper process and its exit code.
 #include <filesystem>
 #include <thread>

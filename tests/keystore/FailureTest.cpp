@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every allocation and every file call of every operation fails in turn. The operation tells so or
 // has done its work, and the store goes on working.
 //

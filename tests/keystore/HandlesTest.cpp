@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of open keys and values against a plain list.
 #include "FS_Library_DLL/keystore/FsHandles.h"
 

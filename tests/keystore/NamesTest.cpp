@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stored names and paths.
 #include "FS_Library_DLL/keystore/FsNames.h"
 

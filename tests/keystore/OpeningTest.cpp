@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening and closing a store: the new container, the version record, what cannot be written.
 #include "storage/StorageApi.h"
 #include "storage/core/Context.h"

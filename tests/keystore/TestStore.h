@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A container store in a folder of its own.
 #pragma once
 

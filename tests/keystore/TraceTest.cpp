@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The trace: its lines, its levels and the life of its file.
 #include <fstream>
 #include <regex>

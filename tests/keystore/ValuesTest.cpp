@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values as a container alone has them: very many, listings by number, records that are too short.
 #include <algorithm>
 #include <random>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keys of the live registry: opening and creating, the root that comes back, names, deletion.
 #include <aclapi.h>
 #include <sddl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A key of the live registry for one test, and short ways to use a store on it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of native functions and what happens where it has gaps; and what other programs
 // see.
 #include <cstring>

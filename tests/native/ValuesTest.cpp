@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values of the live registry: buffers of every size, and answers of the system that are none.
 #include <algorithm>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hives that lie: every one of them is refused or read as far as it can be, and never more.
 #include <random>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Programs that share no code with us read our hives, and we read theirs.
 #include <hivex.h>
 

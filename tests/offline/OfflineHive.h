@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A hive of the offline registry functions for tests: calls that expect success, and a picture of a
 // whole tree for comparisons.
 #pragma once

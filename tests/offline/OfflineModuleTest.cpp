@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The offline registry library that is not there, or is not whole. The program lies in a folder
 // without it.
 #include <windows.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sixteen functions: results, trees in memory, and what a saved file gives back.
 #include <cstring>
 

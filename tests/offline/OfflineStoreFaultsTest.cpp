@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a store leaves when its file cannot be written. Here the provider is part of the program, so
 // that the test can put itself between it and the disk.
 #include <fcntl.h>

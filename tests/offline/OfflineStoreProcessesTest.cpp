@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes that save one hive at once, and that are killed while they save.
 #include <cstring>
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The offline hive as a store: what it has beyond the contract of all stores.
 #include <algorithm>
 #include <functional>

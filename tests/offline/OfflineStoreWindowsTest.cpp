@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What only Windows has: the security of the user's own hive, tokens, and handles to lose.
 #include <windows.h>
 

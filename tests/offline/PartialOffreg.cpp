@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An offline registry library that has only the first four functions.
 extern "C" {
 __declspec(dllexport) unsigned long OROpenHive(const wchar_t*, void**) {

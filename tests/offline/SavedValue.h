@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Offline stores, and one value of theirs, each time with an opening and a close.
 #pragma once
 

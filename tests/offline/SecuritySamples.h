@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Security text that every conversion understands.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Security descriptors as text, by our own conversion; on Windows it is held against the system's.
 #include "Shared/security/SecurityText.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Our own conversion of security text against the system's.
 #include <windows.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Clock, last error, paths and text.
 #include <gtest/gtest.h>
 

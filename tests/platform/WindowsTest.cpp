@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the seam promises on Windows alone: objects with names, what else one file can be called,
 // and what is called like a file and is none.
 #include <gtest/gtest.h>

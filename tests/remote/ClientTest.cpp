@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every request and reply, byte for byte, and replies that lie.
 #include <functional>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many clients at work on one container, and some of them killed in the middle of it.
 #include <cstdlib>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A client that sends bytes as they are.
 #pragma once
 

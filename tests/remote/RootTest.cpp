@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A server keeps its clients below its root, whatever is swapped meanwhile, and ends when told to.
 #include <chrono>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A server of this process, listening while the object lives.
 #pragma once
 

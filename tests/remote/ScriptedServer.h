@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A server that answers with bytes written out beforehand and remembers what it was sent.
 #pragma once
 

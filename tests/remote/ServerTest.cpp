@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The server's answers byte for byte, and clients that do not behave.
 #include <fstream>
 #include <map>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The server acts as its client while it answers, and as itself otherwise; what clients took with
 // them it lets go.
 #include <windows.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Who may listen under a name, and whom a client will ask there.
 #include <sys/socket.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Packets on the wire that are cut, empty, huge or late, and servers that come, go and come back.
 #include <chrono>
 

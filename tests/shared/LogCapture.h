@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A sink that keeps what was logged while it lives.
 #pragma once
 

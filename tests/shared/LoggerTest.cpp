@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Shared/logging/Logger.h"
 
 #include <gtest/gtest.h>

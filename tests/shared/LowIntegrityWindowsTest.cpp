@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mandatory label: its bytes, and what happens when it cannot be built.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/sharing/Content.h"
 
 #include <algorithm>

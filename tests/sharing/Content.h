@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The content that the users of one store share, and what must be there afterwards.
 //
 // Each writer has a key of its own with kOwnValues sealed values: value i is set for every number

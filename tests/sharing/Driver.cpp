@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/sharing/Driver.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Roles that are played in processes of their own, and what they report.
 #pragma once
 

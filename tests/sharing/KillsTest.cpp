@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes that are killed at any moment of a change. Nobody repairs anything: the next one takes
 // the lock and finds every value as it was before the change or after it.
 #include "tests/sharing/Victim.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Roles that need the system's own means: other users, strangers, disks that are full.
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Users who may and who may not, strangers, full disks and interrupts, on the system that has them.
 #include <signal.h>
 #include <unistd.h>

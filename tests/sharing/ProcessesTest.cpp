@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several processes on one container: what one of them is told while the others work, and what the
 // file is afterwards.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The roles of a store's users: each runs in a process of its own, and tallies what it did and what
 // it was told that is not true.
 #include <atomic>

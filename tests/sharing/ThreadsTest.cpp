@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads on one store, on stores of one file, and on settings files of one file.
 #include <atomic>
 #include <functional>

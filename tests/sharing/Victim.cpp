@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/sharing/Victim.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Work on a store that is ended at any moment, and what the store may hold then.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The run-length code of blocks.
 #include <gtest/gtest.h>
 

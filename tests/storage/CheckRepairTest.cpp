@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Check and repair: what is found, told and mended, case by case.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a container is to hold, in plain memory: a tree of names, bodies and who is at them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random operations through the engine, held against a model in memory and against the reader that
 // shares no code with the engine. A run that fails is made as short as it can be and told step by
 // step. Seeds are fixed; ZRFS_LONG_TESTS=n runs n times as many.

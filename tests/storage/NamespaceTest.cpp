@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names, paths, links, patterns and statuses: what the model does not know, a row a case.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records in an object's HeaderPages, below the public operations.
 #include <gtest/gtest.h>
 

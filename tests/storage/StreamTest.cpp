@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the bytes of a stream go: into the record, into pages, into pages with an index; coded
 // blocks; and what is said of streams that lie.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Programs that run beside a test, and the test program itself, started again with the name of a
 // role to run a part of the test.
 #pragma once

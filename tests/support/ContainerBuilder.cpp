@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/ContainerBuilder.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lays out container files byte by byte, so that tests can have every sort of container that the
 // format allows, also those that the engine never writes.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The container format once more, for tests: numbers at places, the other byte order and run-length
 // coding, written from docs/container-format.md and sharing nothing with the engine, so that the
 // two can be held against each other.

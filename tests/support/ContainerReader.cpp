@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/ContainerReader.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads a container file from its bytes alone and judges whether all of it agrees: the second
 // opinion on what the engine writes. Shares nothing with the engine.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Damage to the bytes of a container file, of every kind that its format knows.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One piece of work, done again and again, each time with the next of its calls failing.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process heap that fails the allocation a test names.
 #pragma once
 

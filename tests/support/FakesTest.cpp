@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The files, heap and clock that tests put in place of the system's: a fake that is too kind hides
 // what it is there to find.
 #include <gtest/gtest.h>

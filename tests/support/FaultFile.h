@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files that count their calls and fail the ones that a test names.
 #pragma once
 

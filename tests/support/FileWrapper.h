@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A scope during which every file opened through the seam is replaced by one of a test's own.
 // Scopes nest: the one made last lies outermost and sees each call first. They must go in the
 // reverse order, and after the files that were opened in them.

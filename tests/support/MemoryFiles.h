@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files whose bytes are in memory, for tests that make thousands of containers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening a page file in one step.
 #pragma once
 

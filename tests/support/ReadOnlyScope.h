@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file that can be read and not written, also when the tests run with all rights.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <sys/fsuid.h>
 #include <unistd.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files that record what is written, so that a test can have each state that a crash could leave.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a program to its end, and takes what it wrote.
 #pragma once
 

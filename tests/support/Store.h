@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A store of any kind in few words, by the exported functions alone. Paths and names are plain
 // text or the store's own units.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A store that has no operations; a test overrides those that it needs.
 #pragma once
 

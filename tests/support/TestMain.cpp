@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The main function of every test program.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What sessions cannot type: traces, and the programs of the README.
 #include "tests/tool/Tool.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text formats as a whole: layout, encodings, what goes round, and files that are damaged.
 // Single forms and errors are rows, see RowsTest.cpp.
 #include <nlohmann/json.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the table of commands gives besides the commands: their help.
 #include <sstream>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // info, map and dump on containers of every shape, sound and damaged.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The whole HKEY_LOCAL_MACHINE of a real installation, as regedit exports it, goes in and comes
 // out. The file is named by the first argument that is not for GoogleTest.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rows of formats/reg.txt and formats/json.txt: LINE == ITEM is read and written, LINE => ITEM
 // only read, and TEXT !! ERROR is what the reader tells, or its beginning. An item is a value of
 // the key K, NAME|TYPE|BYTES, or, where the line begins with "[", the path of a key. The rows of

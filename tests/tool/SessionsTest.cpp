@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sessions with the tool, as people type them, in files beside this one. A line begins with
 //
 //     $  words for the tool; '"' and "'" keep blanks together, <01> is a byte

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tool in a folder of its own, for tests that run it as people do.
 #pragma once
 

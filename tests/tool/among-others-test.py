@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: among-others-test.py FBR
 
 Runs the tool where it is not alone: with files, links and devices in the place of its output, with

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: page-test.py FBR CHROMIUM [FOLDER]
 
 Opens the pages of `fbr view` and `fbr diff --format html` in a browser without a window, works on

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: serve-test.py FBR EXAMPLE
 
 Runs `fbr serve` as people do: says what it listens on, lets the tool and the example client of the

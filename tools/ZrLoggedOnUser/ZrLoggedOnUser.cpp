@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helper process that unloads a hive in another's place.
 //
 //   ZrLoggedOnUser -unload "MOUNT"

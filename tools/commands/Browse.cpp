@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands that look at a store: tree, get.
 #include <fmt/format.h>
 

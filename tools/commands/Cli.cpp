@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/commands/Cli.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line: the commands hang themselves into it, one family a file.
 #pragma once
 

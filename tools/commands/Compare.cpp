@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands that have two stores before them: copy, diff.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands that sum up what is in a key and below it: stat, hash.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/commands/DifferenceReports.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a comparison found: as lines for people, and as a .reg file for programs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands that change a store: create, set, rm, mv.
 #include <fmt/format.h>
 

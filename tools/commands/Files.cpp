@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/commands/Files.h"
 
 #include <fmt/format.h>

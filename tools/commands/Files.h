@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole files out.
 #pragma once
 

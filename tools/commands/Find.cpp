@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // find: keys and values by their names, data, types and times.
 #include <chrono>
 #include <iostream>

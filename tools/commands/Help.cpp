@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/commands/Help.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the help of a command tells beside its words, and what to say of a word that is no command.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands that read a container file as bytes and change nothing in it: info, map, dump.
 #include <algorithm>
 #include <bit>

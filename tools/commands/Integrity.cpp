@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands for the soundness and the size of a container: check, repair, compact.
 #include <fmt/format.h>
 

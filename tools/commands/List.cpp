@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ls: the subkeys and values of a key.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // fbr serve: stores for clients that cannot open them themselves.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A session on one store: shell.
 #include <fmt/format.h>
 

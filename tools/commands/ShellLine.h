@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A line of the shell taken apart.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names, data and times as all commands show them.
 #pragma once
 

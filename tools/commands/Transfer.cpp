@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands that carry a store's content out and in: export, import.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands that make a page for a browser: view.
 #include <fmt/format.h>
 

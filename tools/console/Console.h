@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tool needs of the system around it: its words, its streams, its terminal.
 #pragma once
 

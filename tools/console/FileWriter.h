@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writing a file as a whole: who looks finds the old one or the new one.
 #pragma once
 

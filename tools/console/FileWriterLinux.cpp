@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/stat.h>

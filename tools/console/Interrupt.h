@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ctrl-C in the midst of work that is ended in order.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lines that a person types, with history and completion where the system has them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <editline/readline.h>
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/console/Progress.h"
 
 #include <fmt/format.h>

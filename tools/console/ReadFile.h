@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file, or standard input, as a whole.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Other programs, run from this one.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What programs are told: one object a line, with "v", the version of its members, first.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/format/JsonLines.h"
 
 #include <fmt/format.h>

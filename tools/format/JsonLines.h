@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One JSON object a line, in UTF-8:
 //
 //   {"key":"\\a\\b"}                                            a key

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/format/Matching.h"
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a search looks for: names, data, times.
 #pragma once
 

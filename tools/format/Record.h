@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the text formats carry: a list of keys and values, and of deletions.
 #pragma once
 

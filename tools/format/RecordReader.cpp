@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/format/RecordReader.h"
 
 #include "tools/format/JsonLines.h"

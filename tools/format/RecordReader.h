@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file of records in any of the text formats.
 #pragma once
 

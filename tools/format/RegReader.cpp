@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/format/RegReader.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads a registry export: UTF-16 or UTF-8, with or without a byte-order mark, LF or CR LF, with
 // the header "Windows Registry Editor Version 5.00" or "REGEDIT4".
 //

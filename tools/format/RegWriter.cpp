@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/format/RegWriter.h"
 
 #include <fmt/format.h>

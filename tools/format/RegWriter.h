@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes a registry export, "Windows Registry Editor Version 5.00", as regedit does: UTF-16 with a
 // byte-order mark, CR LF, hexadecimal data wrapped at the same columns.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/format/Sha256.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SHA-256, for telling contents apart.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text at the tool's edges: strict UTF-8, UTF-16 in bytes, and the encodings of a text file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/format/TypeNames.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The types of values: their numbers and their names.
 #pragma once
 

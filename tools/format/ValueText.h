@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The data of a value as a person reads it, and as a person types it.
 #pragma once
 

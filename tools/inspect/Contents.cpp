@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/inspect/Contents.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the directories of a container file hold, counted.
 #pragma once
 

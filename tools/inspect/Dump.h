@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One page of a container file for people: field by field, then its bytes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The structures of a container's pages as lists of named fields, and the values of fields as
 // people read them.
 #pragma once

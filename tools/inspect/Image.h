@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A container file as plain bytes: opened for reading only, changed in nothing, and believed in
 // nothing that it says of itself.
 #pragma once

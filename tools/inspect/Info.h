@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A container file at a glance.
 #pragma once
 

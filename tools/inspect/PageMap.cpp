@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/inspect/PageMap.h"
 
 #include "storage/core/Format.h"

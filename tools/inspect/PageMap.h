@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The page map of a container file, and what a page is for.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The page map of a container file as a picture: cells of one or more pages, in rows.
 #pragma once
 

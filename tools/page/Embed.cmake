@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Makes a source file of page.html: cmake -DFROM=page.html -DTO=PageTemplate.cpp -P Embed.cmake
 # In parts, since compilers limit the length of one literal.
 file(READ ${FROM} rest)

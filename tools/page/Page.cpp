@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/page/Page.h"
 
 #include <fmt/format.h>

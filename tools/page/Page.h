@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A store, or the differences of two, as one page for a browser, with all that it needs in it.
 //
 // The page holds its content as JSON, a record a line, and shows it by a script of its own. Nothing

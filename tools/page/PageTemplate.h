@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // page.html, which the build puts into the program.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What kind of store a file is, seen from its first bytes.
 #pragma once
 

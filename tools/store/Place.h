@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A key of an open store, as an end of a copy or a comparison.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/store/Reach.h"
 
 #include <fmt/format.h>

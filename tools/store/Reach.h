@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Walking over what a store lists and does not give. A hive, the live registry or a damaged
 // container may list names by which nothing can be asked for: a walk tells of each and goes on.
 #pragma once

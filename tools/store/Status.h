@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Statuses of the library in words.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/store/Store.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's flat interface as objects: what is opened closes with its object, and a failure is
 // an exception that says what failed, on what, and why.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/store/TextStore.h"
 
 #include <fmt/format.h>

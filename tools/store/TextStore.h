@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exported text as a store: a container that holds what the text says, for as long as it is read.
 #pragma once
 

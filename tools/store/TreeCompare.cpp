@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/store/TreeCompare.h"
 
 #include <algorithm>

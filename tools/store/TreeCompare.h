@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compares a key and all below it with another one, of the same store or of another.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/store/TreeCopy.h"
 
 #include <fmt/format.h>

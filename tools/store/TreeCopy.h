@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Copies a key and all below it to another place, of the same store or of another.
 #pragma once
 

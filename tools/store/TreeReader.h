@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Walks a key and all below it, depth first, however deep.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Puts keys and values into a store, and keeps open what the next key is likely to need.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waiting for the lock of a store that somebody else has.
 #pragma once
 

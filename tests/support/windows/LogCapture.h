@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Collects what is logged while it lives, to be searched as text.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a test must leave as it found it: handles, privileges, the thread's token.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Puts single platform functions in place for the time of a scope.
 #pragma once
 
