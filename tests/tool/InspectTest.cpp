@@ -49,7 +49,7 @@ std::string LookAtAll(const std::string& path, uint32_t pageSize) {
         std::ostringstream out;
         fbr::WriteInfo(image, false, out);
         fbr::DrawText(fbr::MakePicture(image, 16, 4), true, out);
-        fbr::DrawSvg(fbr::MakePicture(image, 32, 32), out);
+        fbr::DrawSvg(image, out);
         FieldsOfAll(image);
         if (image.TrailingBytes() != 0) fbr::DumpPage(image, image.PageCount(), out);
         return out.str() + Json(image);
