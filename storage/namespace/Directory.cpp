@@ -301,6 +301,13 @@ Status AddEntryPage(FileObject* directory, StorageTransaction* transaction) {
 
 }  // namespace
 
+Status MoveEntriesOut(FileObject* directory, StorageTransaction* transaction) {
+    if ((directory->flags & kEntriesLoaded) != 0) return SpillLoadedEntries(directory, transaction);
+    uint32_t page = 0, count = 0;
+    directory->flags |= kDirectoryChanged;
+    return SpillEntries(directory, &page, &count, transaction);
+}
+
 bool HasInlineEntries(const FileObject* directory) {
     return directory->context->inlineEntries && directory->directoryPages.Empty();
 }

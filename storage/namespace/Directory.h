@@ -19,6 +19,8 @@ inline uint32_t UnitsPerNamePage(const StorageContext* context) {
 // Entries that stand in the record get a page when that may be written: at once, or when the
 // directory is in the transaction, as whatever is to be changed.
 Status LoadDirectory(FileObject* directory, StorageTransaction* transaction);
+// Moves entries that stand in the record to a page, to make room where the record is.
+Status MoveEntriesOut(FileObject* directory, StorageTransaction* transaction);
 // Such entries may be in memory: nothing is changed in the directory then without LoadDirectory.
 bool HasInlineEntries(const FileObject* directory);
 // The 64 bytes of an entry; `page` is told the number of its EntryPage (0 while inline). Either

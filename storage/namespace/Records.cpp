@@ -5,6 +5,7 @@
 
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
+#include "storage/namespace/Directory.h"
 
 namespace storage {
 
@@ -48,11 +49,10 @@ Status FindOnPage(StorageContext* context, CachePage* page, uint16_t type, Recor
     return status;
 }
 
-// Directory entries are not: the pages of the children name the page that has them.
 bool IsMovable(const RecordPlace& place, uint16_t protectedType) {
     const uint16_t type = LoadU16(place.Bytes(), record::kType);
-    return (type == kDataRecord || type == kLinkRecord) && type != protectedType &&
-           place.Link() == 0;
+    return (type == kDirectoryRecord || type == kDataRecord || type == kLinkRecord) &&
+           type != protectedType && place.Link() == 0;
 }
 
 // Makes `size` the record's size: those behind it move, and what the page no longer uses is
@@ -217,9 +217,14 @@ Status MakeRoom(FileObject* object, CachePage* page, uint16_t protectedType, uin
     for (offset = 0; free() < needed && NextRecord(context, page, &offset, &status);) {
         const RecordPlace place{page, offset};
         if (!IsMovable(place, protectedType)) continue;
-        status = SpillRecord(object, place, nullptr, transaction);
+        // The pages of children name the page that has their entries.
+        status = LoadU16(place.Bytes(), record::kType) == kDirectoryRecord
+                     ? MoveEntriesOut(object, transaction)
+                     : SpillRecord(object, place, nullptr, transaction);
         if (status != kOk) return status;
     }
+    // What moved may be another record of the same type: a damaged object has several.
+    *fits = free() >= needed;
     return status;
 }
 
