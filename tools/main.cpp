@@ -10,6 +10,7 @@ int main(int argc, char** argv) {
     storage::g_memoryLimits.directoryBytes = 8u << 20;
     fbr::Cli cli;
     fbr::AddEditCommands(cli);
+    fbr::AddMoveCommands(cli);
     fbr::AddListCommand(cli);
     fbr::AddBrowseCommands(cli);
     fbr::AddFindCommand(cli);

@@ -137,9 +137,12 @@ Command& Command::Texts(const char* name, std::vector<std::string>& target,
     return *this;
 }
 
-Command& Command::Pair(const char* name, std::vector<std::string>& target, const char* words,
-                       const char* description) {
-    AddWords(*app_, name, target, description).type_name(words)->expected(1, 2)->required();
+Command& Command::Words(const char* name, std::vector<std::string>& target, const char* words,
+                        std::pair<int, int> count, Need need, const char* description) {
+    AddWords(*app_, name, target, description)
+        .type_name(words)
+        ->expected(count.first, count.second)
+        ->required(need == Need::kRequired);
     return *this;
 }
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/commands/Help.h"
@@ -47,9 +48,10 @@ class Command {
     Command& Text(const char* name, std::optional<std::string>& target, Need need,
                   const char* description);
     Command& Texts(const char* name, std::vector<std::string>& target, const char* description);
-    // One or two words behind an option; `words` names them in the help.
-    Command& Pair(const char* name, std::vector<std::string>& target, const char* words,
-                  const char* description);
+    // Some words behind an option, from count.first to count.second; `words` names them in the
+    // help.
+    Command& Words(const char* name, std::vector<std::string>& target, const char* words,
+                   std::pair<int, int> count, Need need, const char* description);
     Command& Choice(const char* name, std::string& target, std::vector<std::string> choices,
                     const char* description);
     Command& Number(const char* name, uint64_t& target, const char* description,
@@ -143,7 +145,8 @@ void AddListCommand(Cli& cli);        // ls
 void AddBrowseCommands(Cli& cli);     // tree, get
 void AddFindCommand(Cli& cli);        // find
 void AddContentCommands(Cli& cli);    // stat, hash
-void AddEditCommands(Cli& cli);       // create, set, rm, mv
+void AddEditCommands(Cli& cli);       // create, set, rm
+void AddMoveCommands(Cli& cli);       // cp, mv
 void AddTransferCommands(Cli& cli);   // export, import
 void AddCompareCommands(Cli& cli);    // copy, diff
 void AddIntegrityCommands(Cli& cli);  // check, repair, compact

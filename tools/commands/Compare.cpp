@@ -8,6 +8,7 @@
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/DifferenceReports.h"
+#include "tools/commands/Ends.h"
 #include "tools/commands/Files.h"
 #include "tools/console/Console.h"
 #include "tools/console/Progress.h"
@@ -23,75 +24,10 @@ struct Arguments {
     std::vector<std::string> to;
 };
 
-// One end as the command line names it.
-struct End {
-    StoreName store;
-    WString key;
-};
-
 End ToEnd(const Arguments& args) {
     return {Cli::StoreAt(args.to[0], args.toMethod),
             KeyArgument(args.to.size() > 1 ? args.to[1] : "")};
 }
-
-bool IsSameStore(const StoreName& a, const StoreName& b) {
-    if (a.method != b.method) return false;
-    if (a.path == b.path) return true;
-    const auto first = FileOf(a), second = FileOf(b);
-    std::error_code error;
-    return first && second && std::filesystem::equivalent(*first, *second, error);
-}
-
-// Stores of the live registry are keys of one and the same store.
-WString LivePath(const End& end) {
-    return JoinKeys(NormalKeyPath(Wide(end.store.path)), end.key);
-}
-
-bool LeadsIntoItself(const End& from, const End& to) {
-    const bool live =
-        from.store.method == FS_VR_METHOD_NATIVE && to.store.method == from.store.method;
-    if (live) return IsAtOrBelow(LivePath(to), LivePath(from));
-    return IsSameStore(from.store, to.store) && IsAtOrBelow(to.key, from.key);
-}
-
-// Two stores, or one for both ends.
-class StorePair {
-  public:
-    // The key at `from` must be there, or nothing is made at `to`.
-    StorePair(const End& from, const End& to, Store::IfMissing ifMissing)
-        : from_(from.store, Store::IfMissing::kFail) {
-        from_.OpenKey(from.key);
-        if (!IsSameStore(from.store, to.store)) to_.emplace(to.store, ifMissing);
-    }
-    const Store& From() const { return from_; }
-    const Store& To() const { return to_ ? *to_ : from_; }
-    void Close() {
-        if (to_) to_->Close();
-        from_.Close();
-    }
-
-  private:
-    Store from_;
-    std::optional<Store> to_;
-};
-
-// Keeps others from changing either end. Every process takes its locks in the same order, so that
-// two of them never wait for each other.
-template <class LockOfTo>
-class BothLocks {
-  public:
-    explicit BothLocks(const StorePair& stores) {
-        const bool two = &stores.From() != &stores.To();
-        const bool fromFirst = two && stores.From().Name() < stores.To().Name();
-        if (fromFirst) from_.emplace(stores.From());
-        to_.emplace(stores.To());
-        if (two && !fromFirst) from_.emplace(stores.From());
-    }
-
-  private:
-    std::optional<ReadLock> from_;
-    std::optional<LockOfTo> to_;
-};
 
 // The bar needs to know how many keys there are, which nobody asks for who does not see it.
 uint64_t KeysToShow(const Place& place) {
@@ -105,7 +41,7 @@ void Copy(Cli& cli, const End& from, const End& to) {
     }
     StorePair stores(from, to, Store::IfMissing::kCreate);
     {
-        const BothLocks<WriteLock> locks(stores);
+        const BothLocks<ReadLock, WriteLock> locks(stores);
         const Place source{stores.From(), from.key}, target{stores.To(), to.key};
         Progress progress("Copying keys:", KeysToShow(source));
         const InterruptGuard guard;
@@ -192,7 +128,7 @@ void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
     if (cli.Json() && (args.format == "reg" || args.format == "html"))
         throw UsageError("expected either --json or --format " + args.format);
     const StorePair stores(from, to, Store::IfMissing::kFail);
-    const BothLocks<ReadLock> locks(stores);
+    const BothLocks<ReadLock, ReadLock> locks(stores);
     const Place here{stores.From(), from.key}, there{stores.To(), to.key};
     const auto write = [&](std::ostream& out) {
         const uint64_t differences = WriteDifferences(cli, here, there, args, out);
@@ -213,7 +149,8 @@ Command AddTwoStores(Cli& cli, const char* name, const char* description,
     Command command = cli.Add(name, description);
     command.Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
-        .Pair("--to", args->to, "STORE [KEY]", "the other store, and the key there")
+        .Words("--to", args->to, "STORE [KEY]", {1, 2}, Need::kRequired,
+               "the other store, and the key there")
         .Text("--to-method METHOD", args->toMethod, Need::kOptional,
               "how the other store is kept, as for --method");
     return command;

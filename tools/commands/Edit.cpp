@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Commands that change a store: create, set, rm, mv.
+// Commands that change a store: create, set, rm.
 #include <fmt/format.h>
 
 #include <memory>
 
 #include "tools/commands/Cli.h"
+#include "tools/console/ReadFile.h"
+#include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
 #include "tools/format/ValueText.h"
 #include "tools/store/Status.h"
@@ -16,8 +18,21 @@ struct Arguments {
     std::string store, key, type;
     std::optional<std::string> name;
     std::vector<std::string> data;
+    std::optional<std::string> file;
     bool hex = false, recursive = false;
 };
+
+// Bytes as they are, but text and numbers as a person writes them into a file.
+Bytes DataFromFile(uint32_t type, bool hex, const std::string& file) {
+    const std::string bytes = ReadInput(file);
+    if (!hex && !IsWritten(type)) return {bytes.begin(), bytes.end()};
+    try {
+        std::string text = Utf8(DecodeTextFile(bytes, [](std::string_view) { return false; }));
+        return DataFromText(type, hex, text);
+    } catch (const FormatError& error) {
+        throw DataError(fmt::format("{}: {}", file, error.what()));
+    }
+}
 
 void Create(const StoreName& name) {
     const auto file = FileOf(name);
@@ -34,12 +49,14 @@ void Set(const StoreName& store, const Arguments& args) {
     const auto type = ParseType(args.type);
     if (!type) {
         throw UsageError(
-            fmt::format("expected sz, expand_sz, multi_sz, binary, dword, qword, none "
-                        "or a number for TYPE, not \"{}\"",
+            fmt::format("expected sz, expand_sz, multi_sz, binary, dword, dword_be, "
+                        "qword, link, none or a number for TYPE, not \"{}\"",
                         args.type));
     }
     const WString key = KeyArgument(args.key), name = Wide(*args.name);
-    const Bytes data = DataFromWords(*type, args.hex, args.data);
+    if (args.file && !args.data.empty()) throw UsageError("expected either DATA or --from-file");
+    const Bytes data = args.file ? DataFromFile(*type, args.hex, *args.file)
+                                 : DataFromWords(*type, args.hex, args.data);
 
     Store open(store, Store::IfMissing::kFail);
     {
@@ -91,20 +108,6 @@ void Remove(const StoreName& name, const Arguments& args) {
     store.Close();
 }
 
-void Rename(const StoreName& name, const Arguments& args) {
-    const WString path = KeyArgument(args.key), newName = Wide(*args.name);
-    if (newName.empty() || newName.find('\\') != WString::npos) {
-        throw UsageError("expected a name without a backslash for NEWNAME");
-    }
-    if (path.empty()) throw UsageError("expected a key below the root: the root has no name");
-    Store store(name, Store::IfMissing::kFail);
-    {
-        const WriteLock lock(store);
-        store.OpenKey(path).Rename(newName);
-    }
-    store.Close();
-}
-
 }  // namespace
 
 void AddEditCommands(Cli& cli) {
@@ -118,16 +121,19 @@ void AddEditCommands(Cli& cli) {
 
     cli.Add("set", "Set a value; makes its key if needed")
         .Example("fbr set settings.fbr 'Software\\Hello' Count dword 42")
-        .Example("fbr set settings.fbr 'Software\\Hello' Friends multi_sz Ann Bob")
+        .Example("fbr set settings.fbr 'Software\\Hello' Icon binary --from-file icon.png")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kRequired, "the key")
         .Text("NAME", args->name, Need::kRequired, "the value; \"\" for the unnamed one")
         .Text("TYPE", args->type, Need::kRequired,
-              "sz, expand_sz, multi_sz, binary, dword, qword, none, or a number")
+              "sz, expand_sz, multi_sz, binary, dword, dword_be, qword, link, none, or a number")
         .Texts("DATA", args->data,
                "a string, strings, a number (decimal or 0x), or bytes as hexadecimal digits; "
                "put -- before the first word that begins with a dash")
         .Flag("--hex", args->hex, "take DATA for bytes, whatever the type")
+        .Text("--from-file FILE", args->file, Need::kOptional,
+              "DATA from a file, - for standard input: text and numbers as one writes them, of "
+              "multi_sz a string a line, bytes as they are")
         .Does([&cli, args] { Set(cli.StoreAt(args->store), *args); });
 
     cli.Add("rm", "Remove a value, or a key with its values")
@@ -138,14 +144,6 @@ void AddEditCommands(Cli& cli) {
         .Text("NAME", args->name, Need::kOptional, "the value; the key itself if not given")
         .Flag("-r,--recursive", args->recursive, "with all keys below it")
         .Does([&cli, args] { Remove(cli.StoreAt(args->store), *args); });
-
-    cli.Add("mv", "Rename a key")
-        .Example("fbr mv settings.fbr 'Software\\Hello' Greeting")
-        .Example("fbr mv settings.hiv Old New --method offline")
-        .Text("STORE", args->store, Need::kRequired, "the store")
-        .Text("KEY", args->key, Need::kRequired, "the key")
-        .Text("NEWNAME", args->name, Need::kRequired, "its new name, in the same place")
-        .Does([&cli, args] { Rename(cli.StoreAt(args->store), *args); });
 }
 
 }  // namespace fbr

@@ -58,6 +58,7 @@ std::optional<uint32_t> ParseType(std::string_view text) {
     for (uint32_t type = 0; type < kNames.size(); ++type) {
         if (name == kNames[type]) return type;
     }
+    if (name == "REG_DWORD_BE") return kRegDwordBigEndian;
     const auto number = ParseNumber(text, UINT32_MAX);
     if (!number) return std::nullopt;
     return static_cast<uint32_t>(*number);

@@ -24,7 +24,8 @@ inline constexpr uint32_t kRegQword = 11;
 // "REG_SZ" and so on; "type 0x1234" for a number without a name.
 std::string TypeName(uint32_t type);
 
-// A type from an argument: sz, expand_sz, multi_sz, binary, dword, qword, none, with or without
+// A type from an argument: sz, expand_sz, multi_sz, binary, dword, dword_be, qword, link, none and
+// so on, with or without
 // "reg_" in front and in any case, or a number, decimal or 0x. Nothing for anything else.
 std::optional<uint32_t> ParseType(std::string_view text);
 

@@ -19,7 +19,7 @@ int HexDigit(char c) {
 }
 
 bool IsString(uint32_t type) {
-    return type == kRegSz || type == kRegExpandSz;
+    return type == kRegSz || type == kRegExpandSz || type == kRegLink;
 }
 
 WString Units(const Bytes& data) {
@@ -63,7 +63,9 @@ void ExpectOneWord(uint32_t type, const std::vector<std::string>& words) {
 
 Bytes StringsFromWords(const std::vector<std::string>& words) {
     Bytes data;
+    const bool none = words.size() == 1 && words[0].empty();
     for (const std::string& word : words) {
+        if (none) break;
         if (word.empty())
             throw DataError("expected no empty string: it would end the multi-string");
         AppendText(data, word);
@@ -182,10 +184,12 @@ Bytes DataFromWords(uint32_t type, bool hex, const std::vector<std::string>& wor
     if (hex) return BytesFromWords(words);
     switch (type) {
         case kRegSz:
-        case kRegExpandSz: {
+        case kRegExpandSz:
+        case kRegLink: {
             ExpectOneWord(type, words);
             Bytes data;
             AppendText(data, words[0]);
+            if (type == kRegLink) data.resize(data.size() - 2);  // has no terminator
             return data;
         }
         case kRegMultiSz:
@@ -197,6 +201,33 @@ Bytes DataFromWords(uint32_t type, bool hex, const std::vector<std::string>& wor
         default:
             return BytesFromWords(words);
     }
+}
+
+bool IsWritten(uint32_t type) {
+    return IsString(type) || type == kRegMultiSz || type == kRegDword ||
+           type == kRegDwordBigEndian || type == kRegQword;
+}
+
+Bytes DataFromText(uint32_t type, bool hex, std::string text) {
+    const auto dropLineEnd = [](std::string& line) {
+        if (line.ends_with('\n')) line.pop_back();
+        if (line.ends_with('\r')) line.pop_back();
+    };
+    if (hex) {
+        for (char& c : text)
+            if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+        return BytesFromWords({text});
+    }
+    dropLineEnd(text);
+    if (type != kRegMultiSz) return DataFromWords(type, false, {text});
+    std::vector<std::string> lines;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        lines.push_back(text.substr(begin, end - begin));
+        dropLineEnd(lines.back());
+        begin = end + 1;
+    }
+    return DataFromWords(type, false, lines);
 }
 
 }  // namespace fbr

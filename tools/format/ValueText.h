@@ -43,4 +43,9 @@ std::string DataInFull(uint32_t type, const Bytes& data);
 // between them. `hex` takes bytes for every type. Throws DataError.
 Bytes DataFromWords(uint32_t type, bool hex, const std::vector<std::string>& words);
 
+// True for the types of text and of numbers, whose data a person writes.
+bool IsWritten(uint32_t type);
+// The data from a text: one line end at its end does not count, and of strings each is a line.
+Bytes DataFromText(uint32_t type, bool hex, std::string text);
+
 }  // namespace fbr

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+// The two ends of a command that goes from one place to another.
+#pragma once
+
+#include <optional>
+
+#include "tools/store/Place.h"
+
+namespace fbr {
+
+// One end as the command line names it.
+struct End {
+    StoreName store;
+    platform::WString key;
+};
+
+bool IsSameStore(const StoreName& a, const StoreName& b);
+// True when `to` is `from` or stands below it.
+bool LeadsIntoItself(const End& from, const End& to);
+
+// Two stores, or one for both ends.
+class StorePair {
+  public:
+    // The key at `from` must be there, or nothing is made at `to`.
+    StorePair(const End& from, const End& to, Store::IfMissing ifMissing)
+        : from_(from.store, Store::IfMissing::kFail) {
+        from_.OpenKey(from.key);
+        if (!IsSameStore(from.store, to.store)) to_.emplace(to.store, ifMissing);
+    }
+    const Store& From() const { return from_; }
+    const Store& To() const { return to_ ? *to_ : from_; }
+    void Close() {
+        if (to_) to_->Close();
+        from_.Close();
+    }
+
+  private:
+    Store from_;
+    std::optional<Store> to_;
+};
+
+// Keeps others from changing either end. Every process takes its locks in the same order, so that
+// two of them never wait for each other. One store for both ends has the lock of `to`.
+template <class LockOfFrom, class LockOfTo>
+class BothLocks {
+  public:
+    explicit BothLocks(const StorePair& stores) {
+        const bool two = &stores.From() != &stores.To();
+        const bool fromFirst = two && stores.From().Name() < stores.To().Name();
+        if (fromFirst) from_.emplace(stores.From());
+        to_.emplace(stores.To());
+        if (two && !fromFirst) from_.emplace(stores.From());
+    }
+
+  private:
+    std::optional<LockOfFrom> from_;
+    std::optional<LockOfTo> to_;
+};
+
+}  // namespace fbr
