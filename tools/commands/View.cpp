@@ -25,7 +25,7 @@ struct Arguments {
 // The picture of a container's pages. Other stores have none.
 std::string MapOf(const Cli& cli, const Arguments& args) {
     const StoreName name = cli.StoreAt(args.store);
-    if (name.method != FS_VR_METHOD_TARN || !FileOf(name)) return "";
+    if (name.method != FS_VR_METHOD_TARN || name.isText || !FileOf(name)) return "";
     std::ostringstream svg;
     DrawSvg(Image(cli.ContainerAt(args.store), 0), svg);
     return svg.str();
