@@ -192,7 +192,7 @@ void AddShellCommand(Cli& cli) {
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Does([&cli, args] {
             const StoreName store = cli.StoreAt(args->store);
-            Store(store, Store::IfMissing::kFail);  // tells at once what is wrong with it
+            Store(store, Store::IfMissing::kFail).Close();  // tells at once what is wrong with it
             cli.SetExitStatus(Shell(store, cli.Method(), args->store).Run());
         });
 }
