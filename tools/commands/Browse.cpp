@@ -102,8 +102,7 @@ void AddBrowseCommands(Cli& cli) {
     cli.Add("tree", "Draw the keys below a key, with their value counts")
         .Example("fbr tree settings.fbr --depth 2")
         .Example("fbr tree settings.fbr 'Software\\Hello'")
-        .Text("STORE", args->store, Need::kRequired, "the store")
-        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .StoreAndKey(args->store, args->key)
         .Number("--depth", args->depth, "levels to draw; all if not given")
         .Does([=] { DrawTree(open(), KeyArgument(args->key), args->depth, onLoss); });
 

@@ -131,6 +131,11 @@ Command& Command::Text(const char* name, std::optional<std::string>& target, Nee
     return *this;
 }
 
+Command& Command::StoreAndKey(std::string& store, std::string& key) {
+    return Text("STORE", store, Need::kRequired, "the store")
+        .Text("KEY", key, Need::kOptional, "the key; the root if not given");
+}
+
 Command& Command::Texts(const char* name, std::vector<std::string>& target,
                         const char* description) {
     AddWords(*app_, name, target, description).type_name("");

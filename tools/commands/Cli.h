@@ -47,6 +47,8 @@ class Command {
     Command& Text(const char* name, std::string& target, Need need, const char* description);
     Command& Text(const char* name, std::optional<std::string>& target, Need need,
                   const char* description);
+    // STORE, and KEY, which may be left out.
+    Command& StoreAndKey(std::string& store, std::string& key);
     Command& Texts(const char* name, std::vector<std::string>& target, const char* description);
     // Some words behind an option, from count.first to count.second; `words` names them in the
     // help.

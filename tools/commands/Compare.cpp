@@ -10,6 +10,7 @@
 #include "tools/commands/DifferenceReports.h"
 #include "tools/commands/Ends.h"
 #include "tools/commands/Files.h"
+#include "tools/commands/TreeProgress.h"
 #include "tools/console/Console.h"
 #include "tools/console/Progress.h"
 #include "tools/page/Page.h"
@@ -43,18 +44,9 @@ void Copy(Cli& cli, const End& from, const End& to) {
     {
         const BothLocks<ReadLock, WriteLock> locks(stores);
         const Place source{stores.From(), from.key}, target{stores.To(), to.key};
-        Progress progress("Copying keys:", KeysToShow(source));
+        TreeProgress progress(cli, "Copying keys:", KeysToShow(source));
         const InterruptGuard guard;
-        CopyTree(
-            source, target,
-            [&progress] {
-                StopIfInterrupted();
-                progress.Step();
-            },
-            [&](const std::string& loss) {
-                progress.Clear();
-                cli.TellLoss(loss);
-            });
+        CopyTree(source, target, progress.OnKey(), progress.OnLoss());
     }
     stores.Close();
 }
@@ -88,20 +80,11 @@ class Watcher : public DifferenceSink {
 // How many differences there are.
 uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there, const Arguments& args,
                           std::ostream& out) {
-    Progress progress("Comparing keys:", KeysToShow(here));
-    const OnLoss onLoss = [&](const std::string& loss) {
-        progress.Clear();
-        cli.TellLoss(loss);
-    };
+    TreeProgress progress(cli, "Comparing keys:", KeysToShow(here));
+    const OnLoss onLoss = progress.OnLoss();
     const auto compare = [&](DifferenceSink& report) {
         Watcher watcher(report, progress);
-        CompareTrees(
-            here, there, watcher,
-            [&progress] {
-                StopIfInterrupted();
-                progress.Step();
-            },
-            onLoss);
+        CompareTrees(here, there, watcher, progress.OnKey(), onLoss);
         return watcher.Seen();
     };
     if (cli.Json()) {
@@ -147,8 +130,7 @@ void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
 Command AddTwoStores(Cli& cli, const char* name, const char* description,
                      const std::shared_ptr<Arguments>& args) {
     Command command = cli.Add(name, description);
-    command.Text("STORE", args->store, Need::kRequired, "the store")
-        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+    command.StoreAndKey(args->store, args->key)
         .Words("--to", args->to, "STORE [KEY]", {1, 2}, Need::kRequired,
                "the other store, and the key there")
         .Text("--to-method METHOD", args->toMethod, Need::kOptional,

@@ -186,16 +186,14 @@ void AddContentCommands(Cli& cli) {
         .Tells()
         .Example("fbr stat settings.fbr")
         .Example("fbr stat settings.fbr Software --json")
-        .Text("STORE", args->store, Need::kRequired, "the store")
-        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .StoreAndKey(args->store, args->key)
         .Does(with(Stat));
 
     cli.Add("hash", "Sum up a key and all below it as SHA-256, the same for stores of any kind")
         .Tells()
         .Example("fbr hash settings.fbr")
         .Example("fbr hash settings.reg 'Software\\Hello'")
-        .Text("STORE", args->store, Need::kRequired, "the store")
-        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .StoreAndKey(args->store, args->key)
         .Does(with(Hash));
 }
 

@@ -154,8 +154,7 @@ void AddListCommand(Cli& cli) {
         .Tells()
         .Example("fbr ls settings.fbr")
         .Example("fbr ls -l settings.fbr 'Software\\Hello'")
-        .Text("STORE", args->store, Need::kRequired, "the store")
-        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .StoreAndKey(args->store, args->key)
         .Flag("-l,--long", args->isLong,
               "for each subkey, too: when it was changed (UTC), the bytes of its values, and how "
               "many subkeys and values it has")

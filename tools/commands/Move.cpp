@@ -6,6 +6,7 @@
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/Ends.h"
+#include "tools/commands/TreeProgress.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
 #include "tools/store/TreeCopy.h"
@@ -51,22 +52,12 @@ void TakeValue(const Way& way, const Place& from, const Place& to, bool move) {
 }
 
 void TakeKey(Cli& cli, const Place& from, const Place& to, bool move) {
-    bool whole = true;
-    Progress progress(move ? "Moving keys:" : "Copying keys:", 0);
+    TreeProgress progress(cli, move ? "Moving keys:" : "Copying keys:", 0);
     const InterruptGuard guard;
-    CopyTree(
-        from, to,
-        [&progress] {
-            StopIfInterrupted();
-            progress.Step();
-        },
-        [&](const std::string& loss) {
-            progress.Clear();
-            cli.TellLoss(loss);
-            whole = false;
-        });
+    CopyTree(from, to, progress.OnKey(), progress.OnLoss());
     if (!move) return;
-    if (!whole) return cli.TellLoss("not all of it could be moved: what was there stays there");
+    if (!progress.IsWhole())
+        return cli.TellLoss("not all of it could be moved: what was there stays there");
     from.store.DeleteTree(from.key);
 }
 

@@ -9,6 +9,7 @@
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/Files.h"
+#include "tools/commands/TreeProgress.h"
 #include "tools/console/Progress.h"
 #include "tools/console/ReadFile.h"
 #include "tools/format/JsonLines.h"
@@ -27,15 +28,9 @@ struct Arguments {
 
 void WriteTree(Cli& cli, const Store& store, const WString& key, const std::string& format,
                const WString& prefix, std::ostream& out) {
-    Progress progress("Exporting keys:", 0);
-    const auto step = [&progress] {
-        StopIfInterrupted();
-        progress.Step();
-    };
-    const auto onLoss = [&](const std::string& loss) {
-        progress.Clear();
-        cli.TellLoss(loss);
-    };
+    TreeProgress progress(cli, "Exporting keys:", 0);
+    const auto step = progress.OnKey();
+    const auto onLoss = progress.OnLoss();
     if (format == "jsonl") {
         JsonLinesWriter writer(out, prefix);
         ReadTree(store, key, writer, step, onLoss);
@@ -143,8 +138,7 @@ void AddTransferCommands(Cli& cli) {
     cli.Add("export", "Write a key and all below it as text")
         .Example("fbr export settings.fbr -o settings.reg")
         .Example("fbr export settings.fbr Software --format jsonl")
-        .Text("STORE", args->store, Need::kRequired, "the store")
-        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .StoreAndKey(args->store, args->key)
         .Choice("--format", args->format, formats, "reg (the default) or jsonl")
         .Text("--prefix KEY", args->prefix, Need::kOptional, "a key to put in front of every key")
         .Text("-o,--output FILE", args->file, Need::kOptional,

@@ -8,6 +8,7 @@
 #include "tools/commands/Cli.h"
 #include "tools/commands/Files.h"
 #include "tools/commands/Shown.h"
+#include "tools/commands/TreeProgress.h"
 #include "tools/console/Console.h"
 #include "tools/console/Progress.h"
 #include "tools/format/Text.h"
@@ -35,21 +36,12 @@ void View(Cli& cli, const Arguments& args) {
     const Store store(cli.StoreAt(args.store), Store::IfMissing::kFail);
     const ReadLock lock(store);
     const platform::WString root = KeyArgument(args.key);
-    Progress progress("Writing keys:", ErrorIsTerminal() ? CountKeys(store, root) : 0);
+    TreeProgress progress(cli, "Writing keys:", ErrorIsTerminal() ? CountKeys(store, root) : 0);
     OutputFile file(args.file);
     StorePage page(file.Stream(), args.store, MapOf(cli, args), [&](platform::WStringView path) {
         return ShowTime(store.OpenKey(path).Time());
     });
-    ReadTree(
-        store, root, page,
-        [&progress] {
-            StopIfInterrupted();
-            progress.Step();
-        },
-        [&](const std::string& loss) {
-            progress.Clear();
-            cli.TellLoss(loss);
-        });
+    ReadTree(store, root, page, progress.OnKey(), progress.OnLoss());
     page.Finish();
     file.Finish();
 }
@@ -61,8 +53,7 @@ void AddViewCommand(Cli& cli) {
     cli.Add("view", "Make a page that shows a key and all below it in a browser, without a network")
         .Example("fbr view settings.fbr -o settings.html")
         .Example("fbr view settings.fbr Software\\\\Hello -o hello.html")
-        .Text("STORE", args->store, Need::kRequired, "the store")
-        .Text("KEY", args->key, Need::kOptional, "the key; the root if not given")
+        .StoreAndKey(args->store, args->key)
         .Text("-o,--output FILE", args->file, Need::kRequired, "the page's file")
         .Does([&cli, args] { View(cli, *args); });
 }
