@@ -166,9 +166,12 @@ FBR_API FBR_STATUS FBR_QueryValue(FBR_KEY key, const FBR_WCHAR* name, void* buff
 
 /** [W] Makes a key, and the keys on the way to it, and opens it. `name` is a key or a path below
  * `parent`; a parent of 0, or one that is not open, is the root. FSSTATUS_ALREADY_EXISTS comes with
- * a valid handle in *key, too. A value of the name stays a value beside the key. After a failure
- * none of the keys is there that was not before. A new key is volatile with bit 0 of `options`;
- * making a key again can end that. */
+ * a valid handle in *key, too. A value of the name stays a value beside the key. A container makes
+ * room for the last key of a path only: where a name on the way is that of a value and of no key,
+ * what is made hangs below the value. It can be opened by its path, no list shows it, and it goes
+ * with the value; who cannot rule such values out makes the keys one by one. After a
+ * failure none of the keys is there that was not before. A new key is volatile with bit 0 of
+ * `options`; making a key again can end that. */
 FBR_API FBR_STATUS FBR_CreateDirEx(FBR_KEY parent, const FBR_WCHAR* name, FBR_CREATEOPTIONS options,
                                    FBR_KEY* key, FBR_STORE handle);
 
@@ -186,11 +189,13 @@ FBR_API FBR_STATUS FBR_DeleteDirEx(FBR_KEY key, FBR_STORE handle);
  * the store. All of it is one change. A container gives FSSTATUS_TREE_DELETE_FAILED where keys
  * stand more than 512 levels below the named one, which may be the root; other stores know no such
  * limit. After that, and after FSSTATUS_DIR_NOT_EMPTY, what was deleted before stays deleted; after
- * any other failure of a container all is there. */
+ * any other failure of a container all is there. A container deletes a value at the path, too, and
+ * gives FSSTATUS_FAILED where the parent is missing. */
 FBR_API FBR_STATUS FBR_DeleteDirNamedEx(const FBR_WCHAR* name, FBR_STORE handle);
 
 /** [W] Renames a key below its parent; the handles of this store on it and on the keys below it
- * follow, and no others. FSSTATUS_ALREADY_EXISTS when there is a key of that name. */
+ * follow, and no others. A container takes a backslash in the new name for a path below the same
+ * parent, as FBR_CreateDirEx would. FSSTATUS_ALREADY_EXISTS when there is a key of that name. */
 FBR_API FBR_STATUS FBR_RenameDirEx(FBR_KEY key, const FBR_WCHAR* newName, FBR_STORE handle);
 
 /** Closes a key handle. */

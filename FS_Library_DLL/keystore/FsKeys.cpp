@@ -24,7 +24,8 @@ Status AddKeyHandle(WStringView path, int64_t* key, FsStoreContext* context)
 
 // Makes one key of a path. A value of that name makes room; it is looked for at the whole path, so
 // that only the last key can push one aside. On the way to it a value stays where those who set it
-// look for it, and the path cannot be made.
+// look for it, and the engine makes the next key below the value, for callers that open what they
+// made by its path.
 Status CreateOneKey(const WChar* prefix, const WChar* wholePath, FsStoreContext* context)
     ZRFS_REQUIRES(context->lock) {
     const Status code = FsEngine().StorageCreateDirectory(context->container, prefix);

@@ -318,14 +318,15 @@ class Key {
         check(status, "open key " + path.utf8());
         return Key(store_, key);
     }
-    // Makes it, and the keys on the way, where they are missing.
+    // Makes it, and the keys on the way, where they are missing. Values of their names stay.
     Key create(const Text& path, FBR_CREATEOPTIONS options = FSCREATEOPTIONS_NONE) const {
-        FBR_KEY key = 0;
-        const FBR_STATUS status = FBR_CreateDirEx(handle_, path.c_str(), options, &key, store_);
-        if (status != FSSTATUS_ALREADY_EXISTS) check(status, "make key " + path.utf8());
-        return Key(store_, key);
+        make_way(path.wide());
+        return made(path, options);
     }
+    // A name, not a path.
     void rename(const Text& name) {
+        if (name.wide().find('\\') != WideString::npos)
+            check(FSSTATUS_INVALID_NAME, "rename a key to " + name.utf8());
         check(FBR_RenameDirEx(handle_, name.c_str(), store_), "rename a key to " + name.utf8());
     }
     // The key with its values; it must have no subkeys. The object is as if closed afterwards.
@@ -380,6 +381,22 @@ class Key {
   private:
     friend class Store;
     Key(FBR_STORE store, FBR_KEY handle) : store_(store), handle_(handle) {}
+
+    Key made(const Text& path, FBR_CREATEOPTIONS options) const {
+        FBR_KEY key = 0;
+        const FBR_STATUS status = FBR_CreateDirEx(handle_, path.c_str(), options, &key, store_);
+        if (status != FSSTATUS_ALREADY_EXISTS) check(status, "make key " + path.utf8());
+        return Key(store_, key);
+    }
+    // A container makes a key of a path below a value, too, where no list shows it. Made one by
+    // one, keys stand beside the values of their names.
+    void make_way(const WideString& path) const {
+        const size_t last = path.rfind('\\');
+        if (last == WideString::npos || last == 0 || find(path.substr(0, last))) return;
+        for (size_t end = path.find('\\', 1); end != WideString::npos;
+             end = path.find('\\', end + 1))
+            made(path.substr(0, end), FSCREATEOPTIONS_NONE);
+    }
 
     template <class Function>
     std::string text_of(Function function, const char* what) const {
@@ -468,6 +485,7 @@ class Store {
     }
     // The key and all below it.
     void remove_tree(const Text& path) const {
+        open(path);  // a container would take a value of the name, too
         check(FBR_DeleteDirNamedEx(rooted(path).c_str(), handle_), "delete key " + path.utf8());
     }
     // Gives free pages of a container back to the disk.

@@ -69,6 +69,18 @@ def test_keys(path):
         store.compact()
 
 
+def test_keys_stand_beside_the_values_of_their_names(path):
+    with zrfs.open(path, write=True) as store:
+        store["top"]["way"] = 1
+        (store["top"] / "way" / "end").create()
+        with pytest.raises(zrfs.NotFoundError):
+            store["top\\way\\end\\v"].delete()
+        with pytest.raises(ValueError):
+            store["top\\way"].rename("a\\b")
+        assert store["top"].to_dict() == {"values": {"way": 1}, "keys": {
+            "way": {"values": {}, "keys": {"end": {"values": {}, "keys": {}}}}}}
+
+
 def test_failures_are_exceptions_of_their_own(path):
     with zrfs.open(path) as store:
         with pytest.raises(KeyError, match=r"nowhere"):

@@ -39,18 +39,42 @@ class _OpenKey:
         self._key = lib.Key()
 
     def __enter__(self) -> lib.Key:
-        handle, name = self._store._open_handle(), lib.to_units("\\" + self._path)
+        handle = self._store._open_handle()
         if self._create:
-            status = _library.FBR_CreateDirEx(0, name, 0, ctypes.byref(self._key), handle)
-            if status == Status.ALREADY_EXISTS:
-                status = Status.SUCCESS
+            # One by one: a container makes a key of a path below a value, too, where no list
+            # shows it.
+            names = self._path.split("\\")
+            if self._is_missing(handle):
+                for count in range(1, len(names)):
+                    self._make(handle, "\\".join(names[:count]))
+                    self._close()
+            self._make(handle, self._path)
         else:
-            status = _library.FBR_OpenDirEx(0, name, ctypes.byref(self._key), handle)
-        _check(status, f"key \\{self._path} in {self._store.path}")
+            _check(self._open(handle, self._path), self._what())
         return self._key
 
-    def __exit__(self, *_: object) -> None:
+    def _what(self) -> str:
+        return f"key \\{self._path} in {self._store.path}"
+
+    def _open(self, handle: lib.Handle, path: str) -> int:
+        return _library.FBR_OpenDirEx(0, lib.to_units("\\" + path), ctypes.byref(self._key), handle)
+
+    def _is_missing(self, handle: lib.Handle) -> bool:
+        status = self._open(handle, self._path.rpartition("\\")[0])
+        if status == Status.SUCCESS:
+            self._close()
+        return status != Status.SUCCESS
+
+    def _make(self, handle: lib.Handle, path: str) -> None:
+        status = _library.FBR_CreateDirEx(0, lib.to_units("\\" + path), 0,
+                                          ctypes.byref(self._key), handle)
+        _check(Status.SUCCESS if status == Status.ALREADY_EXISTS else status, self._what())
+
+    def _close(self) -> None:
         _library.FBR_CloseDirEx(self._key, self._store._handle)
+
+    def __exit__(self, *_: object) -> None:
+        self._close()
 
 
 class Key(MutableMapping[str, Any]):
@@ -86,12 +110,16 @@ class Key(MutableMapping[str, Any]):
 
     def delete(self) -> None:
         """Deletes the key and all below it."""
+        with _OpenKey(self._store, self.path):
+            pass  # a container would take a value at the path, too
         status = _library.FBR_DeleteDirNamedEx(lib.to_units("\\" + self.path),
                                                self._store._open_handle())
         _check(status, f"delete {self!r}")
 
     def rename(self, name: str) -> "Key":
         """Renames the key below its parent, and answers it under the new name."""
+        if "\\" in name:
+            raise ValueError(f"{name!r} is a path, and a key is renamed to a name")
         with _OpenKey(self._store, self.path) as key:
             _check(_library.FBR_RenameDirEx(key, lib.to_units(name), self._store._handle),
                    f"rename {self!r} to {name!r}")

@@ -95,6 +95,18 @@ TEST_F(Objects, KeysAreMadeFoundRenamedAndDeleted) {
     store.compact();
 }
 
+TEST_F(Objects, KeysStandBesideTheValuesOfTheirNames) {
+    const zrfs::Key top = store.create("top");
+    top.set("way", Value::dword(1));
+    EXPECT_EQ(StatusOf([&] { store.remove_tree("top\\way"); }), FSSTATUS_NOT_FOUND);
+    zrfs::Key end = top.create("way\\end");
+    EXPECT_EQ(StatusOf([&] { end.rename("a\\b"); }), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(*top.subkeys().begin(), "way");
+    EXPECT_EQ(top.get("way").number(), 1u);
+    EXPECT_TRUE(top.remove_value("way"));
+    EXPECT_TRUE(top.find("way\\end"));
+}
+
 TEST(ObjectsLocks, AChangeWithoutOneFailsWithItsStatus) {
     support::TempDir folder;
     zrfs::Store store{zrfs::Text(folder.File("objects.fbr"))};

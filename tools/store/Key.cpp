@@ -58,9 +58,7 @@ Key Key::OpenSubkey(WStringView name) const {
 }
 
 FBR_STATUS Key::Create(WStringView path, FBR_KEY* key) const {
-    const FBR_STATUS status = FBR_CreateDirEx(handle_, WString(path).c_str(), FSCREATEOPTIONS_NONE,
-                                              key, store_->Handle());
-    return status == FSSTATUS_ALREADY_EXISTS ? FSSTATUS_SUCCESS : status;
+    return store_->MakeKey(handle_, path, key);
 }
 
 Key Key::CreateSubkey(WStringView name) const {

@@ -138,12 +138,32 @@ bool Store::HasKey(WStringView path) const {
 
 Key Store::CreateKey(WStringView path) const {
     FBR_KEY key = 0;
-    const FBR_STATUS status =
-        FBR_CreateDirEx(0, RootedPath(path).c_str(), FSCREATEOPTIONS_NONE, &key, handle_);
-    if (status != FSSTATUS_SUCCESS && status != FSSTATUS_ALREADY_EXISTS) {
+    const FBR_STATUS status = MakeKey(0, RootedPath(path), &key);
+    if (status != FSSTATUS_SUCCESS) {
         ThrowFailed(fmt::format("cannot make key {} in {}", ShowKey(path), Name()), status);
     }
     return Key(*this, WString(path), key);
+}
+
+FBR_STATUS Store::MakeKey(FBR_KEY parent, WStringView path, FBR_KEY* key) const {
+    const auto make = [&](WStringView part) {
+        const FBR_STATUS status =
+            FBR_CreateDirEx(parent, WString(part).c_str(), FSCREATEOPTIONS_NONE, key, handle_);
+        return status == FSSTATUS_ALREADY_EXISTS ? FSSTATUS_SUCCESS : status;
+    };
+    const size_t last = path.rfind('\\');
+    const bool isFar = last != WStringView::npos && last != 0;
+    const bool hasWay = isFar && FBR_OpenDirEx(parent, WString(path.substr(0, last)).c_str(), key,
+                                               handle_) == FSSTATUS_SUCCESS;
+    if (hasWay) FBR_CloseDirEx(*key, handle_);
+    if (!isFar || hasWay) return make(path);
+    for (size_t end = path.find('\\', 1); end != WStringView::npos;
+         end = path.find('\\', end + 1)) {
+        const FBR_STATUS status = make(path.substr(0, end));
+        if (status != FSSTATUS_SUCCESS) return status;
+        FBR_CloseDirEx(*key, handle_);
+    }
+    return make(path);
 }
 
 bool Store::DeleteTree(WStringView path) const {

@@ -72,6 +72,10 @@ class Store {
     // Paths are as in Document: no backslash in front, the root is empty.
     Key OpenKey(platform::WStringView path) const;
     Key CreateKey(platform::WStringView path) const;
+
+    // A container makes a key of a path below a value, too, where no list shows it. So where the
+    // way is missing, its keys are made one by one, and stand beside the values of their names.
+    FBR_STATUS MakeKey(FBR_KEY parent, platform::WStringView path, FBR_KEY* key) const;
     // The key and all below it. False when there is no such key.
     bool DeleteTree(platform::WStringView path) const;
     bool HasKey(platform::WStringView path) const;
