@@ -102,13 +102,20 @@ Error LinuxPageFile::WriteRun(uint64_t offset, iovec* parts, int count, uint32_t
 
 Error LinuxPageFile::Write(uint64_t offset, const void* const* buffers, uint32_t count,
                            uint32_t bytes, uint32_t* done) {
-    constexpr uint32_t kBatch = 64;
+    constexpr uint32_t kBatch = 64, kGathered = 4096;
     *done = 0;
     if (readOnly_) return Leave(kErrorAccessDenied);
     const uint64_t total = uint64_t{count} * bytes;
     if (total > std::numeric_limits<uint32_t>::max()) return Leave(kErrorInvalidParameter);
     if (offset > kMaxOffset - total) return Leave(kErrorNegativeSeek);
     if (total == 0) return Leave(kErrorSuccess);
+    if (count > 1 && total <= kGathered) {  // cheaper than to have the system gather them
+        char all[kGathered];
+        for (uint32_t i = 0; i < count; ++i)
+            std::memcpy(all + size_t{i} * bytes, buffers[i], bytes);
+        iovec part{all, static_cast<size_t>(total)};
+        return Leave(WriteRun(offset, &part, 1, done));
+    }
     for (uint32_t first = 0; first < count; first += kBatch) {
         iovec parts[kBatch];
         const uint32_t run = std::min(kBatch, count - first);

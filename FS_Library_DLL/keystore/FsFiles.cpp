@@ -259,13 +259,14 @@ FBR_STATUS FS_CloseFileEx(FileHandle* file, FsStoreContext* context) {
 
 Status FsPutFile(int64_t key, const WChar* name, const storage::FileContent& content,
                  FsStoreContext* context) {
+    const FsGuard guard(context->lock);
+    context->handles.PrefetchKey(key);
     FsText escaped;
     FsText marked;
     WStringView stored;
     if (!FS_EscapeName(OrDefault(name), FsNameSet::Value, &escaped, &stored) ||
         !FS_CollisionPath(stored, &marked))
         return storage::kInternal;
-    const FsGuard guard(context->lock);
     FsHandleEntry* entry = context->handles.FindKey(key);
     if (entry == nullptr) return storage::kInternal;
     storage::FileObject* directory = PlainDirectory(entry, context);

@@ -137,11 +137,8 @@ bool FsHandleTable::RenamePrefix(WStringView from, WStringView to) {
 }
 
 bool FsHandleTable::RenameKeys(WStringView from, WStringView to) {
-    // Both are taken out before one is put back: the new path may lie below the old one.
-    FsPathNode* equal = KeysByPath().TakeEqual(from);
-    FsPathNode* below = keysByPath_.TakeBelow(from);
-    const bool done = RenameChain(equal, from, to);
-    return RenameChain(below, from, to) && done;
+    // All are taken out before one is put back: the new path may lie below the old one.
+    return RenameChain(KeysByPath().TakeSubtree(from), from, to);
 }
 
 bool FsHandleTable::RenameChain(FsPathNode* keys, WStringView from, WStringView to) {

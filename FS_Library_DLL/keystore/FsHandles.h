@@ -6,10 +6,12 @@
 // that. The caller holds the store's lock.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "FS_Library_DLL/keystore/FsPathTree.h"
 #include "FS_Library_DLL/keystore/FsText.h"
+#include "platform/Prefetch.h"
 #include "storage/StorageApi.h"
 #include "storage/core/List.h"
 #include "storage/namespace/Listing.h"
@@ -59,6 +61,11 @@ class FsHandleTable {
 
     uint32_t Count() const { return count_; }
     FsHandleEntry* FindKey(int64_t id) const;
+    // The key is about to be looked for, whatever the number is.
+    void PrefetchKey(int64_t id) const {
+        platform::Prefetch(&Bucket(static_cast<uint64_t>(id)), sizeof(FsHandleEntry*));
+        platform::Prefetch(reinterpret_cast<const void*>(id), offsetof(FsHandleEntry, search));
+    }
     FsHandleEntry* FindFile(storage::FileHandle* file) const;
     // The first entry with that id, the key's own before the values opened by it.
     FsHandleEntry* FindId(int64_t id) const;
@@ -132,8 +139,7 @@ void FsHandleTable::ForgetKeys(FsPathNode* keys, CloseSearch close) {
 
 template <class CloseSearch>
 void FsHandleTable::ForgetSubtree(WStringView path, CloseSearch close) {
-    ForgetKeys(KeysByPath().TakeEqual(path), close);
-    ForgetKeys(keysByPath_.TakeBelow(path), close);
+    ForgetKeys(KeysByPath().TakeSubtree(path), close);
     for (FsHandleEntry* value = values_.head; value != nullptr;) {
         FsHandleEntry* next = value->next;
         if (value->path != nullptr && FsIsInSubtree(value->Path(), path)) Remove(value);

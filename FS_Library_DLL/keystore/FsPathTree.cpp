@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/keystore/FsPathTree.h"
 
+#include <cstring>
+
 #include "FS_Library_DLL/keystore/FsHandles.h"
 
 namespace {
@@ -9,9 +11,34 @@ WStringView PathOf(const FsPathNode* node) {
     return node->entry->Path();
 }
 
+// Where two texts part, or the end of the shorter one.
+size_t CommonUnits(WStringView a, WStringView b) {
+    constexpr size_t kStep = sizeof(uint64_t) / sizeof(WChar);
+    const size_t count = a.size() < b.size() ? a.size() : b.size();
+    size_t at = 0;
+    for (uint64_t x = 0, y = 0; at + kStep <= count; at += kStep) {
+        std::memcpy(&x, a.data() + at, sizeof x);
+        std::memcpy(&y, b.data() + at, sizeof y);
+        if (x != y) break;
+    }
+    while (at < count && a[at] == b[at]) ++at;
+    return at;
+}
+
+// The end of a path, then what is below it, then all else.
+uint32_t Rank(WStringView path, size_t at) {
+    if (at == path.size()) return 0;
+    return path[at] == '\\' ? 1 : path[at] + 2u;
+}
+
+int ComparePaths(WStringView a, WStringView b) {
+    const size_t at = CommonUnits(a, b);
+    return static_cast<int>(Rank(a, at)) - static_cast<int>(Rank(b, at));
+}
+
 // Equal paths are told apart by the entry's address.
 int CompareNodes(const FsPathNode* a, const FsPathNode* b) {
-    const int order = platform::Compare(PathOf(a), PathOf(b));
+    const int order = ComparePaths(PathOf(a), PathOf(b));
     if (order != 0) return order;
     return a < b ? -1 : a > b;
 }
@@ -76,30 +103,17 @@ void FsPathTree::Remove(FsHandleEntry* entry) {
     if (*link != nullptr) *link = Merge(node->left, node->right);
 }
 
-// `place` tells where a path stands: below 0 before the wanted run, 0 in it, above 0 behind it.
-template <class Place>
-FsPathNode* FsPathTree::Take(Place place) {
+FsPathNode* FsPathTree::TakeSubtree(WStringView path) {
     FsPathNode* before = nullptr;
     FsPathNode* rest = nullptr;
     FsPathNode* run = nullptr;
     FsPathNode* behind = nullptr;
     Split(
-        root_, [&](const FsPathNode* node) { return place(PathOf(node)) < 0; }, &before, &rest);
+        root_, [&](const FsPathNode* node) { return ComparePaths(PathOf(node), path) < 0; },
+        &before, &rest);
     Split(
-        rest, [&](const FsPathNode* node) { return place(PathOf(node)) == 0; }, &run, &behind);
+        rest, [&](const FsPathNode* node) { return FsIsInSubtree(PathOf(node), path); }, &run,
+        &behind);
     root_ = Merge(before, behind);
     return Unravel(run, nullptr);
-}
-
-FsPathNode* FsPathTree::TakeEqual(WStringView path) {
-    return Take([=](WStringView other) { return platform::Compare(other, path); });
-}
-
-FsPathNode* FsPathTree::TakeBelow(WStringView path) {
-    return Take([=](WStringView other) {
-        const int order = platform::Compare(other.substr(0, path.size()), path);
-        if (order != 0) return order;
-        if (other.size() == path.size()) return -1;
-        return static_cast<int>(other[path.size()]) - '\\';
-    });
 }

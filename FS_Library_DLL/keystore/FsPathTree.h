@@ -18,21 +18,17 @@ struct FsPathNode {
 };
 
 // A search tree kept level by random priorities. It allocates nothing and compares
-// case-sensitively; several entries may have one path. An entry's path may not change while it is
-// in here.
+// case-sensitively, with the backslash before all else, so that what is below a path comes right
+// behind it; several entries may have one path. An entry's path may not change while it is in here.
 class FsPathTree {
   public:
     void Insert(FsHandleEntry* entry);
     void Remove(FsHandleEntry* entry);
-    // Take entries out and return them as a chain by `left`: those at exactly this path, those
-    // below it (a backslash behind it), and those whose path has this literal prefix.
-    FsPathNode* TakeEqual(platform::WStringView path);
-    FsPathNode* TakeBelow(platform::WStringView path);
+    // Takes those at this path and below it (a backslash behind it) out and returns them as a chain
+    // by `left`.
+    FsPathNode* TakeSubtree(platform::WStringView path);
 
   private:
-    template <class Place>
-    FsPathNode* Take(Place place);
-
     FsPathNode* root_ = nullptr;
     uint32_t seed_ = 0x9E3779B9;
 };

@@ -147,7 +147,7 @@ void CleanBlocks::NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t siz
             Take(block);
         if (IsOf(place, block)) {
             if (bytes == nullptr) {
-                place->known = 0;
+                place->known &= ~SectorsOf(at, part, kBytes, kSector);
             } else {
                 std::memcpy(place->bytes + within, bytes + (at - offset), part);
                 if ((within | part) % kSector == 0)

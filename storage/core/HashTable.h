@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/Heap.h"
+#include "platform/Prefetch.h"
 
 namespace storage {
 
@@ -23,6 +24,17 @@ class HashTable {
         T* item = buckets_[Bucket(number)];
         while (item != nullptr && item->*Number != number) item = item->*Chain;
         return item;
+    }
+    // An item with the number is about to be looked for: first the one, and a little later the
+    // other.
+    void PrefetchBucket(uint32_t number) const {
+        if (buckets_ != nullptr) platform::Prefetch(&buckets_[Bucket(number)], sizeof(T*));
+    }
+    void PrefetchItem(uint32_t number) const {
+        const T* item = buckets_ != nullptr ? buckets_[Bucket(number)] : nullptr;
+        if (item == nullptr) return;
+        platform::Prefetch(&(item->*Number), sizeof(uint32_t));
+        platform::Prefetch(&(item->*Chain), sizeof(T*));
     }
     // False when there is no memory for the first buckets; later growth that finds none is put
     // off. The number must not be in the table yet.

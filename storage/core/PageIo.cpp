@@ -311,6 +311,21 @@ Status WritePages(StorageContext* context, const void* const* buffers, uint32_t 
     return kOk;
 }
 
+Status WriteFreshPages(StorageContext* context, uint8_t* pages, uint32_t count, uint32_t first) {
+    const uint32_t size = context->pageSize;
+    for (uint32_t i = 0; context->byteSwapped && i < count; ++i)
+        ConvertPage(context, pages + size_t{i} * size, Direction::Write);
+    const uint64_t offset = (uint64_t{context->basePage} + first) * size;
+    const void* const all = pages;
+    uint32_t done = 0;
+    const platform::Error error = context->file->Write(offset, &all, 1, count * size, &done);
+    context->blocks.Note(offset, nullptr, count * size);
+    if (error != 0) return static_cast<Status>(error);
+    if (done != count * size) return static_cast<Status>(platform::kErrorDiskFull);
+    context->wroteSinceLock = true;
+    return kOk;
+}
+
 Status ReadLogPage(StorageContext* context, void* buffer, uint32_t index) {
     const uint32_t size = context->pageSize;
     if (!context->logInFile) return ReadPageRaw(context->logFile, buffer, size, index, size);

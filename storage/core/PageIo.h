@@ -45,6 +45,9 @@ Status WritePage(StorageContext* context, const void* buffer, uint32_t page);
 // `count` adjacent pages from `page` on, in as few transfers as the byte order allows.
 Status WritePages(StorageContext* context, const void* const* buffers, uint32_t count,
                   uint32_t page);
+// `count` new pages from `first` on that nobody will read before they are written again: memory
+// does not keep them. In the other byte order the bytes at `pages` are turned.
+Status WriteFreshPages(StorageContext* context, uint8_t* pages, uint32_t count, uint32_t first);
 // Page `index` of the pending redo log.
 Status ReadLogPage(StorageContext* context, void* buffer, uint32_t index);
 

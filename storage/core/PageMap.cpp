@@ -287,37 +287,42 @@ uint16_t KindInGrowth(const StorageContext* context, const Growth& growth, uint3
 Status WriteGrowth(StorageContext* context, const Growth& growth, uint16_t kind) {
     constexpr uint32_t kMostRun = 80, kBlockBytes = 64 << 10;
     const uint32_t size = context->pageSize;
-    const uint32_t most = std::clamp(kBlockBytes / size, 1u, kMostRun);
-    uint8_t* block = static_cast<uint8_t*>(
-        platform::HeapAllocateZeroed(size_t{std::min(most, growth.count)} * size));
+    const uint32_t most = std::min(std::clamp(kBlockBytes / size, 1u, kMostRun), growth.count);
+    uint8_t* block = static_cast<uint8_t*>(platform::HeapAllocateZeroed(size_t{most} * size));
     if (block == nullptr) return kNoMemory;
     Status status = kOk;
     for (uint32_t done = 0; done < growth.count && status == kOk;) {
         const uint32_t run = std::min(most, growth.count - done);
-        const void* buffers[kMostRun];
         for (uint32_t i = 0; i < run; ++i) {
             uint8_t* page = block + size_t{i} * size;
             const uint32_t number = growth.first + done + i;
             Store<uint16_t>(page, 0, KindInGrowth(context, growth, number, kind));
             // A map page takes no number; those bytes are slots.
             Store<uint32_t>(page, 4, context->IsMapPage(number) ? 0 : number);
-            buffers[i] = page;
         }
-        status = WritePages(context, buffers, run, growth.first + done);
+        status = WriteFreshPages(context, block, run, growth.first + done);
+        // What the other byte order has made of them is not to be read again.
+        if (context->byteSwapped) std::memset(block, 0, size_t{run} * size);
         done += run;
     }
     platform::HeapRelease(block);
     return status;
 }
 
-// Enters one page behind the known ones into the map.
-Status AppendToMap(StorageContext* context, uint32_t page, uint16_t kind) {
+// Enters one page behind the known ones into the map. `map` is the map page of the one before it,
+// or null, and becomes that of this one; it is pinned.
+Status AppendToMap(StorageContext* context, uint32_t page, uint16_t kind, CachePage** map) {
     if (context->IsMapPage(page) && page / context->MapGroup() == context->mapPagesKnown) {
         if (!context->freeCounts.Add(0)) return kNoMemory;
         ++context->mapPagesKnown;
     }
     ++context->knownPages;
-    return SetPageKind(context, page, kind, true);
+    if (*map == nullptr || context->IsMapPage(page)) {
+        ReleasePage(context, *map);
+        const Status status = GetMapPage(context, page, map);
+        if (status != kOk) return status;
+    }
+    return SetSlot(context, *map, page, kind, true);
 }
 
 Status GrowFile(StorageContext* context, uint16_t kind, uint32_t* number) {
@@ -331,11 +336,13 @@ Status GrowFile(StorageContext* context, uint16_t kind, uint32_t* number) {
                 context->pageSize);
         return status;
     }
+    CachePage* map = nullptr;
     for (uint32_t i = 0; i < growth.count && status == kOk; ++i) {
         const uint32_t page = growth.first + i;
         context->totalPages = page + 1;
-        status = AppendToMap(context, page, KindInGrowth(context, growth, page, kind));
+        status = AppendToMap(context, page, KindInGrowth(context, growth, page, kind), &map);
     }
+    ReleasePage(context, map);
     context->grewSinceFlush = true;
     *number = growth.wanted;
     return status;
@@ -352,8 +359,10 @@ Status GrowWithinFile(StorageContext* context, uint16_t kind, uint32_t* number) 
         if (uint64_t{page} + spare > context->totalPages) return kFull;
         done = !context->IsMapPage(page);
         *number = page;
-        status =
-            AppendToMap(context, page, done ? kind : static_cast<uint16_t>(context->pageShift));
+        CachePage* map = nullptr;
+        status = AppendToMap(context, page, done ? kind : static_cast<uint16_t>(context->pageShift),
+                             &map);
+        ReleasePage(context, map);
     }
     context->grewSinceFlush = true;
     return status;

@@ -15,6 +15,11 @@ namespace {
 // How many bytes of a page of records are to be kept: those of its records, and all that are not 0.
 uint32_t UsedBytes(const uint8_t* page, uint32_t size) {
     uint32_t used = size;
+    const auto word = [page](uint32_t at) { return LoadU64(page, at); };
+    while (used >= 64 &&
+           (word(used - 8) | word(used - 16) | word(used - 24) | word(used - 32) | word(used - 40) |
+            word(used - 48) | word(used - 56) | word(used - 64)) == 0)
+        used -= 64;
     while (used >= 8 && LoadU64(page, used - 8) == 0) used -= 8;
     const uint32_t end = LoadU16(page, offsetof(HeaderPageHeader, endOffset));
     return std::max({used, kRecordsStart, end <= size ? end : 0});

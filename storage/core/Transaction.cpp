@@ -55,6 +55,11 @@ void DropListedPages(StorageContext* context, StorageTransaction* transaction) {
     }
 }
 
+// The map has it already as what it is.
+bool IsMarked(const CachePage* page) {
+    return (page->flags & (kPageSpare | kPageFreed)) == kPageSpare;
+}
+
 // Gets all that the map needs before the first page is written, so that what is freed at the end
 // needs neither memory nor the file.
 Status PrepareMap(StorageContext* context, StorageTransaction* transaction) {
@@ -68,7 +73,8 @@ Status PrepareMap(StorageContext* context, StorageTransaction* transaction) {
     Status status = kOk;
     for (CachePage* page = transaction->pages.head; page != nullptr && status == kOk;
          page = page->txNext)
-        if ((page->flags & (kPageNew | kPageFreed)) != 0) status = prepare(page->number);
+        if ((page->flags & (kPageNew | kPageFreed)) != 0 && !IsMarked(page))
+            status = prepare(page->number);
     for (uint32_t i = 0; i < transaction->releasePages.Count() && status == kOk; ++i)
         status = prepare(transaction->releasePages[i]);
     return status;
@@ -79,8 +85,7 @@ Status EnterInMap(StorageContext* context, StorageTransaction* transaction, uint
                   uint16_t wanted) {
     for (CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
         if ((page->flags & mask) != wanted) continue;
-        // The map has it already.
-        if ((page->flags & (kPageSpare | kPageFreed)) == kPageSpare) continue;
+        if (IsMarked(page)) continue;
         const Status status = SetPageKind(context, page->number, page->mapKind, false);
         if (status != kOk) return status;
     }

@@ -335,11 +335,19 @@ Status FreeFilePages(FileObject* directory, DirEntry* entry, StorageTransaction*
 // In the order in which they lie in the file, so that one reading brings many.
 Status FreeFiles(FileObject* directory, StorageTransaction* transaction) {
     const EntryList& list = directory->children;
+    const auto& objects = directory->context->objects->fileObjects;
     PointerList<DirEntry> entries;
     if (!entries.Reserve(list.Count())) return kNoMemory;
-    for (uint32_t i = 0; i < list.Count(); ++i) entries.Add(list[i]);
+    for (uint32_t i = 0; i < list.Count(); ++i) {
+        entries.Add(list[i]);
+        objects.PrefetchBucket(list[i]->fileId);
+    }
     std::sort(entries.begin(), entries.end(),
               [](const DirEntry* a, const DirEntry* b) { return a->headerPage < b->headerPage; });
+    for (const DirEntry* entry : entries) {
+        objects.PrefetchItem(entry->fileId);
+        PrefetchPage(directory->context, entry->headerPage);
+    }
     Status status = kOk;
     for (DirEntry* entry : entries) {
         status = FreeFilePages(directory, entry, transaction);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/Prefetch.h"
 #include "storage/core/Dates.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
@@ -313,10 +314,13 @@ Status PutInto(FileObject* directory, WStringView name, const Put& put, WStringV
                bool* hasAside) {
     bool found = false;
     uint32_t position = 0;
-    Status status = kOk;
-    if (MayHave(directory, aside))
+    if (!directory->children.Empty())  // what MayHave looks at
+        platform::Prefetch(directory->children[0], sizeof(DirEntry));
+    Status status = FindEntry(directory, name, &found, &position, put.transaction);
+    if (status == kOk && MayHave(directory, aside)) {
         status = FindEntry(directory, aside, hasAside, &position, put.transaction);
-    if (status == kOk) status = FindEntry(directory, name, &found, &position, put.transaction);
+        if (status == kOk) status = FindEntry(directory, name, &found, &position, put.transaction);
+    }
     if (status != kOk) return status;
     if (found) return PutIntoExisting(put, directory->children[position]);
     return NewFile{put, directory, name}.Make(position);
