@@ -17,6 +17,7 @@ enum CachePageFlag : uint16_t {
     kPageFreed = 32,         // freed in the current transaction
     kPageChanged = 64,       // changed since the last commit; set together with kPageDirty
     kPageSpare = 256,        // came from the spare pages: the map has it as taken
+    kPageInCall = 512,       // new, and written in one call with what refers to it
     kPageOnLru = 128,        // unpinned and as on disk: its buffer may go
 };
 

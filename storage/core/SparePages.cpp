@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "storage/core/SparePages.h"
 
+#include <algorithm>
+
 #include "storage/core/PageCache.h"
 #include "storage/core/PageMap.h"
 
@@ -42,18 +44,49 @@ uint32_t FindRun(StorageContext* context, uint32_t length) {
     return 0;
 }
 
-Status MarkRun(StorageContext* context, uint32_t first, uint32_t length, bool taken) {
-    const uint16_t kinds[2] = {taken ? kHeaderPage : kFreePage, taken ? kEntryPage : kFreePage};
-    const Status status = SetPageKinds(context, first, length - 1, kinds[0]);
-    return status == kOk ? SetPageKinds(context, first + length - 1, 1, kinds[1]) : status;
+// What a run is for: `last` is the kind of its last page.
+struct RunUse {
+    uint16_t kind;
+    uint16_t last;
+};
+constexpr RunUse kForNames = {kHeaderPage, kEntryPage};
+constexpr RunUse kForData = {kDataPage, kDataPage};
+constexpr RunUse kForNothing = {kFreePage, kFreePage};
+
+Status MarkRun(StorageContext* context, uint32_t first, uint32_t length, const RunUse& use) {
+    const Status status = SetPageKinds(context, first, length - 1, use.kind);
+    return status == kOk ? SetPageKinds(context, first + length - 1, 1, use.last) : status;
 }
 
-bool TakesForNames(const StorageTransaction* transaction) {
+// Did the transaction get pages of the use that nobody had taken ahead? For names also others.
+bool Takes(const StorageTransaction* transaction, const RunUse& use) {
+    const uint16_t unlikely = use.kind == kDataPage ? kPageSpare : 0;
     for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
-        if ((page->flags & kPageNew) != 0 &&
-            (page->mapKind == kHeaderPage || page->mapKind == kEntryPage))
+        if ((page->flags & (kPageNew | unlikely)) == kPageNew &&
+            (page->mapKind == use.kind || page->mapKind == use.last))
             return true;
     return false;
+}
+
+void MarkRuns(StorageContext* context, const RunUse& use) {
+    SparePages* spare = &context->spare;
+    const uint32_t length = RunLength(context);
+    NumberList* runs = use.kind == kDataPage ? &spare->dataRuns : &spare->runs;
+    if (!spare->OfKind(use.kind)->Reserve(spare->OfKind(use.kind)->Count() + kRuns * length) ||
+        !spare->entries.Reserve(spare->entries.Count() + kRuns) || !runs->Reserve(kRuns))
+        return;
+    for (uint32_t i = 0; i < kRuns; ++i) {
+        uint32_t first = FindRun(context, length);
+        // A page here and there is left to others.
+        if (first == 0 && i == 0 && context->freeCount < 2 * length && GrowAhead(context) == kOk)
+            first = FindRun(context, length);
+        if (first == 0) return;
+        if (MarkRun(context, first, length, use) != kOk) {
+            MarkRun(context, first, length, kForNothing);
+            return;
+        }
+        runs->Add(first);
+    }
 }
 
 }  // namespace
@@ -76,6 +109,7 @@ void SparePages::Clear() {
     entries.Clear();
     data.Clear();
     runs.Clear();
+    dataRuns.Clear();
     searched = changes = 0;
     EndKeeping();
 }
@@ -136,42 +170,39 @@ void ReturnSparePage(StorageContext* context, uint16_t kind, uint32_t number) {
 }
 
 void MarkRunsAhead(StorageContext* context, const StorageTransaction* transaction) {
-    SparePages* spare = &context->spare;
-    const uint32_t length = RunLength(context);
-    const bool wanted = spare->headers.Empty() || spare->entries.Empty();
-    if (!wanted || length == 0 || spare->changes == 0 || context->implicitLock ||
-        spare->Count() > kEnough || !MayKeep(context) || !TakesForNames(transaction) ||
-        !spare->headers.Reserve(spare->headers.Count() + kRuns * length) ||
-        !spare->entries.Reserve(spare->entries.Count() + kRuns) || !spare->runs.Reserve(kRuns))
+    const SparePages* spare = &context->spare;
+    if (RunLength(context) == 0 || spare->changes == 0 || context->implicitLock ||
+        spare->Count() > kEnough || !MayKeep(context))
         return;
-    for (uint32_t i = 0; i < kRuns; ++i) {
-        uint32_t first = FindRun(context, length);
-        // A page here and there is left to others.
-        if (first == 0 && i == 0 && context->freeCount < 2 * length && GrowAhead(context) == kOk)
-            first = FindRun(context, length);
-        if (first == 0) return;
-        if (MarkRun(context, first, length, true) != kOk) {
-            MarkRun(context, first, length, false);
-            return;
-        }
-        spare->runs.Add(first);
-    }
+    if ((spare->headers.Empty() || spare->entries.Empty()) && Takes(transaction, kForNames))
+        MarkRuns(context, kForNames);
+    if (spare->data.Empty() && Takes(transaction, kForData)) MarkRuns(context, kForData);
 }
 
-// The first run is to be used first.
-void EndRunsAhead(StorageContext* context, bool written) {
+namespace {
+
+// They go to their lists, or back to the map.
+void EndRuns(StorageContext* context, const RunUse& use, NumberList* runs, bool written) {
     SparePages* spare = &context->spare;
     const uint32_t length = RunLength(context);
-    for (uint32_t run = spare->runs.Count(); run-- > 0;) {
-        const uint32_t first = spare->runs[run];
+    for (const uint32_t first : *runs) {
         if (!written) {
-            MarkRun(context, first, length, false);
+            MarkRun(context, first, length, kForNothing);
             continue;
         }
-        for (uint32_t i = 0; i + 1 < length; ++i) spare->headers.Add(first + i);
-        spare->entries.Add(first + length - 1);
+        for (uint32_t i = 0; i + 1 < length; ++i) spare->OfKind(use.kind)->Add(first + i);
+        spare->OfKind(use.last)->Add(first + length - 1);
     }
-    spare->runs.Clear();
+    runs->Clear();
+}
+
+}  // namespace
+
+void EndRunsAhead(StorageContext* context, bool written) {
+    // Names take from the end: the first run is to be used first.
+    std::reverse(context->spare.runs.begin(), context->spare.runs.end());
+    EndRuns(context, kForNames, &context->spare.runs, written);
+    EndRuns(context, kForData, &context->spare.dataRuns, written);
 }
 
 namespace {

@@ -20,7 +20,8 @@ struct SparePages {
 
     // By the kind that stands in the map.
     NumberList headers, entries, data;
-    NumberList runs;        // first pages of those that the running commit takes
+    NumberList runs;        // first pages of those that the running commit takes for names
+    NumberList dataRuns;    // and for data
     uint32_t searched = 0;  // nothing to take ahead begins before
     uint32_t changes = 0;   // since the lock was taken
     // Free pages before one of directory entries, which are best taken by what that refers to.
@@ -49,7 +50,8 @@ bool FindNearPage(StorageContext* context, uint16_t kind, uint32_t before, uint3
 void ReturnSparePage(StorageContext* context, uint16_t kind, uint32_t number);
 
 // In a commit, around the writing of its map pages: marks runs of pages, side by side in one block
-// of the file, whose last is for directory entries and the others for what these refer to.
+// of the file, whose last is for directory entries and the others for what these refer to, or all
+// for data.
 void MarkRunsAhead(StorageContext* context, const StorageTransaction* transaction);
 void EndRunsAhead(StorageContext* context, bool written);
 // Takes over the pages that a commit freed. False, and nothing is done, when they would be too

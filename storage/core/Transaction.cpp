@@ -110,7 +110,8 @@ Status MarkNew(StorageContext* context, StorageTransaction* transaction) {
 
 // What is new: nothing refers to it yet.
 Status WriteNew(StorageContext* context, StorageTransaction* transaction) {
-    return WriteTransactionPages(context, transaction, kPageNew | kPageFreed, kPageNew);
+    return WriteTransactionPages(context, transaction, kPageNew | kPageFreed | kPageInCall,
+                                 kPageNew);
 }
 
 constexpr uint16_t kSwitchMask = kPageNew | kPageFreed | kPageVital;
@@ -122,13 +123,12 @@ struct SwitchCount {
     SwitchList list;  // the first of them
 };
 
-SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* transaction,
-                          bool withNew) {
+SwitchCount CountSwitched(StorageContext* context, const StorageTransaction* transaction) {
     SwitchCount count;
     for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext) {
         const bool isNew = (page->flags & kPageNew) != 0;
         if ((page->flags & (kPageFreed | kPageDirty)) != kPageDirty || page->buffer == nullptr ||
-            (isNew && !withNew))
+            (isNew && (page->flags & kPageInCall) == 0))
             continue;
         if (!isNew && (page->flags & kPageVital) != 0) ++count.vital;
         if (++count.all > kMostSwitched || !HasSwitchList(context)) continue;
@@ -192,7 +192,7 @@ Status WriteLogged(StorageContext* context, StorageTransaction* transaction, uin
 // What refers to the new. *final tells that the change stands whatever the status.
 Status WriteSwitch(StorageContext* context, StorageTransaction* transaction, const OneCall& call,
                    bool* final) {
-    const SwitchCount count = CountSwitched(context, transaction, call.count != 0);
+    const SwitchCount count = CountSwitched(context, transaction);
     if (count.vital > 1) return WriteLogged(context, transaction, count.vital, final);
     if (HasSwitchList(context) && count.all <= kMostSwitched)
         return WriteListed(context, transaction, count.list, call, final);
@@ -218,7 +218,7 @@ void LetPagesGo(StorageContext* context, StorageTransaction* transaction) {
     while (CachePage* page = transaction->pages.head) {
         LeavePage(transaction, page);
         page->flags &= static_cast<uint16_t>(
-            ~(kPageNew | kPageFreed | kPageVital | kPageChanged | kPageSpare));
+            ~(kPageNew | kPageFreed | kPageVital | kPageChanged | kPageSpare | kPageInCall));
         if (page->buffer != nullptr && !context->IsMapPage(page->number))
             HeaderOf(page->buffer)->pendingKind = 0;
         ReleasePage(context, page, false);
@@ -242,7 +242,7 @@ Status WriteChanges(StorageContext* context, StorageTransaction* transaction) {
     status = MarkNew(context, transaction);
     OneCall call;
     if (status == kOk) PlanOneCall(context, transaction, &call);
-    if (status == kOk && call.count == 0) status = WriteNew(context, transaction);
+    if (status == kOk) status = WriteNew(context, transaction);
     if (status == kOk) {
         status = WriteSwitch(context, transaction, call, &final);
         // What could not be written whole is read again before it is believed.
