@@ -19,6 +19,7 @@ enum CachePageFlag : uint16_t {
     kPageSpare = 256,        // came from the spare pages: the map has it as taken
     kPageInCall = 512,       // new, and written in one call with what refers to it
     kPageOnLru = 128,        // unpinned and as on disk: its buffer may go
+    kPageOnMapLru = 1024,    // with kPageOnLru: on the list of map pages
 };
 
 struct CachePage {

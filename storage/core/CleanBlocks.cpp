@@ -161,13 +161,14 @@ void CleanBlocks::NoteBlocks(uint64_t offset, const uint8_t* bytes, uint32_t siz
 // What is not kept as a small page comes to a block while there is room, and drives nothing out.
 void CleanBlocks::Note(uint64_t offset, const void* bytes, uint32_t size) {
     const auto* page = static_cast<const uint8_t*>(bytes);
+    bool kept = false;
     if (page != nullptr && size == pageSize_)
-        small_.Keep(offset, page, size);
+        kept = small_.Keep(offset, page, size);
     else
         small_.Drop(offset, size);
     if (table_ == nullptr) return;
-    const bool mayTake = page != nullptr && size <= kBytes && offset >> kShift < kMostBlocks &&
-                         small_.Find(offset).bytes == nullptr;
+    const bool mayTake =
+        page != nullptr && size <= kBytes && offset >> kShift < kMostBlocks && !kept;
     NoteBlocks(offset, page, size, mayTake ? Taking::Room : Taking::None);
 }
 

@@ -131,8 +131,10 @@ struct StorageContext {
     // Page cache.
     HashTable<CachePage, &CachePage::number, &CachePage::hashNext> pageTable
         ZRFS_GUARDED_BY(containerLock);
-    // oldest first
+    // oldest first, map pages apart: the blocks below the cache do not have these
     List<CachePage, &CachePage::lruPrev, &CachePage::lruNext> lru ZRFS_GUARDED_BY(containerLock);
+    List<CachePage, &CachePage::lruPrev, &CachePage::lruNext> mapLru ZRFS_GUARDED_BY(containerLock);
+    uint32_t mapLruCount ZRFS_GUARDED_BY(containerLock) = 0;
     uint32_t cacheLimit ZRFS_GUARDED_BY(containerLock) = kCacheLimit;
     uint32_t cachedPages ZRFS_GUARDED_BY(containerLock) = 0;  // buffers held
     // descriptors kept for reuse, chained by hashNext

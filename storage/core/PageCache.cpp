@@ -39,8 +39,13 @@ void ReleaseDescriptor(StorageContext* context, CachePage* page) {
 
 void LeaveLru(StorageContext* context, CachePage* page) {
     if ((page->flags & kPageOnLru) == 0) return;
-    context->lru.Remove(page);
-    page->flags &= static_cast<uint16_t>(~kPageOnLru);
+    if ((page->flags & kPageOnMapLru) != 0) {
+        context->mapLru.Remove(page);
+        --context->mapLruCount;
+    } else {
+        context->lru.Remove(page);
+    }
+    page->flags &= static_cast<uint16_t>(~(kPageOnLru | kPageOnMapLru));
 }
 
 void ForgetDirtyMapPage(StorageContext* context, CachePage* page) {
@@ -72,8 +77,11 @@ void DestroyDescriptor(StorageContext* context, CachePage* page) {
 // Only pages that are as on disk stand on the list: a change reaches the file by its commit and no
 // other way, and until then the cache may pass its limit.
 void EvictDownTo(StorageContext* context, uint32_t limit) {
-    while (context->cachedPages > limit && !context->lru.Empty()) {
-        CachePage* page = context->lru.head;
+    while (context->cachedPages > limit) {
+        // What is nowhere else in memory stays longer, up to three quarters of the room.
+        const bool fromMap = context->lru.Empty() || context->mapLruCount > limit / 4 * 3;
+        CachePage* page = fromMap ? context->mapLru.head : context->lru.head;
+        if (page == nullptr) return;
         LeaveLru(context, page);
         DropBuffer(context, page);
         if ((page->flags & kPageInTransaction) == 0) DestroyDescriptor(context, page);
@@ -82,7 +90,13 @@ void EvictDownTo(StorageContext* context, uint32_t limit) {
 
 void JoinLru(StorageContext* context, CachePage* page) {
     if ((page->flags & (kPageOnLru | kPageDirty)) != 0) return;
-    context->lru.PushBack(page);
+    if (context->IsMapPage(page->number)) {
+        context->mapLru.PushBack(page);
+        ++context->mapLruCount;
+        page->flags |= kPageOnMapLru;
+    } else {
+        context->lru.PushBack(page);
+    }
     page->flags |= kPageOnLru;
 }
 

@@ -179,11 +179,13 @@ Status WriteRaw(StorageContext* context, platform::PageFile* file, const void* c
                 uint32_t count, uint32_t size, uint64_t offset) {
     uint32_t done = 0;
     const platform::Error error = file->Write(offset, buffers, count, size, &done);
-    const bool whole = error == 0 && done == count * size;
+    const bool all = error == 0 && done == count * size;
+    // Page 1 has its own place in memory.
+    const bool whole = all && (context == nullptr || buffers[0] != context->superblock);
     for (uint32_t i = 0; context != nullptr && file == context->file && i < count; ++i)
         context->blocks.Note(offset + uint64_t{i} * size, whole ? buffers[i] : nullptr, size);
     if (error != 0) return static_cast<Status>(error);
-    if (!whole) return static_cast<Status>(platform::kErrorDiskFull);
+    if (!all) return static_cast<Status>(platform::kErrorDiskFull);
     if (context != nullptr) context->wroteSinceLock = true;
     return kOk;
 }

@@ -55,7 +55,7 @@ void SmallPages::Drop(uint64_t offset, uint64_t bytes) {
         if (Record* record = Look(at)) Record::Set(record->page, kNoPage);
 }
 
-void SmallPages::Keep(uint64_t offset, const uint8_t* page, uint32_t size) {
+bool SmallPages::Keep(uint64_t offset, const uint8_t* page, uint32_t size) {
     const auto shift = static_cast<uint32_t>(std::countr_zero(size));
     if (shift != pageShift_) Forget();
     pageShift_ = shift;
@@ -67,11 +67,12 @@ void SmallPages::Keep(uint64_t offset, const uint8_t* page, uint32_t size) {
         Record::Set(record->page, kNoPage);
         record = nullptr;
     }
-    if (!keeps) return;
+    if (!keeps) return false;
     if (record == nullptr) record = Append(static_cast<uint32_t>(offset >> shift), used);
-    if (record == nullptr) return;
+    if (record == nullptr) return false;
     std::memcpy(record->Bytes(), page, used);
     if (used < record->count) std::memset(record->Bytes() + used, 0, record->count - used);
+    return true;
 }
 
 SmallPages::Record* SmallPages::Append(uint32_t page, uint32_t bytes) {

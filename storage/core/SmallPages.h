@@ -35,8 +35,9 @@ class SmallPages {
         if (place >= oldest_) platform::Prefetch(At(place), kMostlyUsed);
     }
     // Keeps the page of `size` bytes (a power of two, the same for all pages) if it is one of
-    // records and there is memory; what was known of it is forgotten in any case.
-    void Keep(uint64_t offset, const uint8_t* page, uint32_t size);
+    // records and there is memory; what was known of it is forgotten in any case. True when it is
+    // kept.
+    bool Keep(uint64_t offset, const uint8_t* page, uint32_t size);
     // Nothing is known of the pages that begin in the bytes from `offset` on.
     void Drop(uint64_t offset, uint64_t bytes);
     // Nothing is known of any page.

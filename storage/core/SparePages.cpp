@@ -183,15 +183,15 @@ namespace {
 
 // They go to their lists, or back to the map.
 void EndRuns(StorageContext* context, const RunUse& use, NumberList* runs, bool written) {
-    SparePages* spare = &context->spare;
+    NumberList* const list = context->spare.OfKind(use.kind);
     const uint32_t length = RunLength(context);
     for (const uint32_t first : *runs) {
         if (!written) {
             MarkRun(context, first, length, kForNothing);
             continue;
         }
-        for (uint32_t i = 0; i + 1 < length; ++i) spare->OfKind(use.kind)->Add(first + i);
-        spare->OfKind(use.last)->Add(first + length - 1);
+        for (uint32_t i = 0; i + 1 < length; ++i) list->Add(first + i);
+        context->spare.OfKind(use.last)->Add(first + length - 1);
     }
     runs->Clear();
 }
