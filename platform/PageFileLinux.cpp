@@ -154,10 +154,17 @@ Error LinuxPageFile::Identity(FileIdentity* identity) {
     return Leave(kErrorSuccess);
 }
 
+// Both end in a zero.
+bool IsSameText(const WChar* a, const WChar* b) {
+    for (; *a == *b; ++a, ++b)
+        if (*a == 0) return true;
+    return false;
+}
+
 bool LinuxPageFile::Look(const WChar* path, struct stat* there) {
     // Within a root a path is looked up by way of its folder each time.
     const bool keeps = CurrentRoot() == nullptr && path != nullptr;
-    if (keeps && asked_[0] != 0 && WStringView(path) == asked_) return stat(askedText_, there) == 0;
+    if (keeps && asked_[0] != 0 && IsSameText(path, asked_)) return stat(askedText_, there) == 0;
     const NativePath native(path);
     if (native.Status() != kErrorSuccess) return false;
     const WStringView units(path);
