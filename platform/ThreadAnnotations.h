@@ -53,8 +53,6 @@ class ZRFS_CAPABILITY("mutex") BasicMutex {
 };
 
 using Mutex = BasicMutex<std::mutex>;
-// The analysis looks at one function at a time: that a lock nests shows across functions only.
-using RecursiveMutex = BasicMutex<std::recursive_mutex>;
 
 // std::lock_guard.
 template <class AnyMutex>

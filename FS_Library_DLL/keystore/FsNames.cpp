@@ -86,6 +86,15 @@ bool FS_EscapeName(WStringView name, FsNameSet set, FsText* buffer, WStringView*
     return true;
 }
 
+bool FS_EscapeName(const WChar* name, FsNameSet set, FsText* buffer, WStringView* stored) {
+    const PlainUnits& plain = set == FsNameSet::Value ? kPlainInValues : kPlainInKeys;
+    size_t units = 0;
+    while (plain.Holds(name[units])) ++units;  // the 0 at the end is not plain
+    if (name[units] != 0) return FS_EscapeName(WStringView(name), set, buffer, stored);
+    *stored = {name, units};
+    return true;
+}
+
 bool FS_UnescapeName(const WChar* stored, WChar** out) {
     if (stored == nullptr || out == nullptr) return false;
     *out = nullptr;
@@ -105,11 +114,9 @@ WChar* FsUnescapedCopy(WStringView stored) {
 void FsUnescape(WStringView stored, WString* out) {
     size_t plain = 0;
     while (plain < stored.size() && stored[plain] != '#' && stored[plain] != 0) ++plain;
-    if (plain == stored.size() || stored[plain] == 0) {
-        if (!NeedsDecoding(stored)) {
-            out->assign(stored.data(), plain);
-            return;
-        }
+    if (plain == stored.size() || (stored[plain] == 0 && !NeedsDecoding(stored))) {
+        out->assign(stored.data(), plain);
+        return;
     }
     out->resize(stored.size());
     out->resize(Decode(stored, out->data()));

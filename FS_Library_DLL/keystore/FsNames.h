@@ -15,6 +15,8 @@ enum class FsNameSet { Value, Key };
 // The stored form of a name: the caller's own units when nothing has to change, else text built in
 // `buffer`. False when there is no memory.
 bool FS_EscapeName(WStringView name, FsNameSet set, FsText* buffer, WStringView* stored);
+// The same of a text that ends with 0, in one pass where nothing has to change.
+bool FS_EscapeName(const WChar* name, FsNameSet set, FsText* buffer, WStringView* stored);
 
 // The name behind a stored form, without its marker. True with *out null when nothing changes,
 // with a heap string of the caller's else. False on a null argument or when there is no memory.

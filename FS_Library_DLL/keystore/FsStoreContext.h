@@ -5,7 +5,7 @@
 #include <atomic>
 
 #include "FS_Library_DLL/keystore/FsHandles.h"
-#include "platform/ThreadAnnotations.h"
+#include "platform/RecursiveMutex.h"
 
 // Engine lock types; the interface numbers them 1, 3, 2.
 inline constexpr uint32_t kNoLock = 0;

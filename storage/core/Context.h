@@ -17,9 +17,9 @@
 
 #include "platform/FileLock.h"
 #include "platform/PageFile.h"
+#include "platform/RecursiveMutex.h"
 #include "platform/Resources.h"
 #include "platform/Text.h"
-#include "platform/ThreadAnnotations.h"
 #include "storage/core/CachePage.h"
 #include "storage/core/CleanBlocks.h"
 #include "storage/core/Format.h"

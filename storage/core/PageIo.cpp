@@ -259,6 +259,13 @@ Status ReadPage(StorageContext* context, void* buffer, uint32_t page) {
 }
 
 PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn) {
+    // Without a transaction the cache holds nothing that is newer.
+    if (context->transactions.Empty() && context->awaited.count == 0 && !context->byteSwapped &&
+        page < context->totalPages) {
+        const uint64_t address = uint64_t{context->basePage} + page;
+        const PageBytes small = context->blocks.FindSmall(address << context->pageShift);
+        if (small.bytes != nullptr) return small;
+    }
     const CachePage* cached = context->pageTable.Find(page);
     if (cached != nullptr) {
         const bool counts = (cached->flags & kPageInTransaction) == 0 && cached->buffer != nullptr;

@@ -32,22 +32,6 @@ SmallPages::~SmallPages() {
     platform::HeapRelease(buckets_);
 }
 
-SmallPages::Record* SmallPages::Look(uint64_t offset) const {
-    const uint64_t page = offset >> pageShift_;
-    if (buckets_ == nullptr || page >= kNoPage) return nullptr;
-    for (uint32_t place = *BucketOf(static_cast<uint32_t>(page)); place >= oldest_;) {
-        Record* record = At(place);
-        if (record->Page() == page) return record;
-        place = record->Older();
-    }
-    return nullptr;
-}
-
-PageBytes SmallPages::Find(uint64_t offset) const {
-    Record* record = Look(offset);
-    return record == nullptr ? PageBytes{} : PageBytes{record->Bytes(), record->count};
-}
-
 void SmallPages::Drop(uint64_t offset, uint64_t bytes) {
     if (next_ == oldest_) return;
     const uint64_t size = uint64_t{1} << pageShift_;

@@ -27,7 +27,10 @@ class SmallPages {
     ~SmallPages();
 
     // The page at the byte `offset`, as Keep was given it last. It may be used until the next Keep.
-    PageBytes Find(uint64_t offset) const;
+    PageBytes Find(uint64_t offset) const {
+        Record* record = Look(offset);
+        return record == nullptr ? PageBytes{} : PageBytes{record->Bytes(), record->count};
+    }
     // The page is about to be looked for.
     void Prefetch(uint64_t offset) const {
         if (buckets_ == nullptr) return;
@@ -75,7 +78,16 @@ class SmallPages {
         return reinterpret_cast<Record*>(chunks_[place / kChunkUnits % kChunks] +
                                          place % kChunkUnits * 2);
     }
-    Record* Look(uint64_t offset) const;
+    Record* Look(uint64_t offset) const {
+        const uint64_t page = offset >> pageShift_;
+        if (buckets_ == nullptr || page >= kNoPage) return nullptr;
+        for (uint32_t place = *BucketOf(static_cast<uint32_t>(page)); place >= oldest_;) {
+            Record* record = At(place);
+            if (record->Page() == page) return record;
+            place = record->Older();
+        }
+        return nullptr;
+    }
     // A new record with room for `bytes`; null without memory.
     Record* Append(uint32_t page, uint32_t bytes);
     bool BeginChunk();

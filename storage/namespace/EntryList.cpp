@@ -364,7 +364,10 @@ EntryList::Keyed* EntryList::MakeKeyed() const {
         keyed[i].entry = *Place(i);
         skip = CommonUnits(first, FirstUnits(keyed[i].entry), skip, caseSensitive_);
     }
-    for (uint32_t i = 0; i < count_; ++i) keyed[i].key = KeyOf(keyed[i].entry, skip);
+    for (uint32_t i = 0; i < count_; ++i) {
+        keyed[i].key = KeyOf(keyed[i].entry, skip);
+        keyed[i].next = KeyOf(keyed[i].entry, skip + 4);
+    }
     return keyed;
 }
 

@@ -159,6 +159,7 @@ class EntryList {
     using Chunk = EntryChunk;
     struct Keyed {
         uint64_t key;
+        uint64_t next;  // the four units behind those
         DirEntry* entry;
     };
     struct Iterator;

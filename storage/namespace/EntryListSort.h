@@ -46,7 +46,8 @@ void EntryList::Sort(bool caseSensitive, Before before) {
     if (count_ == 0) return;
     if (Keyed* keyed = MakeKeyed()) {
         const auto keyedBefore = [&before](const Keyed& a, const Keyed& b) {
-            return a.key != b.key ? a.key < b.key : before(a.entry, b.entry);
+            if (a.key != b.key) return a.key < b.key;
+            return a.next != b.next ? a.next < b.next : before(a.entry, b.entry);
         };
         if (!std::is_sorted(keyed, keyed + count_, keyedBefore)) {
             std::sort(keyed, keyed + count_, keyedBefore);

@@ -107,10 +107,7 @@ uint32_t PositionOf(FileObject* directory, const DirEntry* entry) {
 }
 
 // Callers ask for one name again and again, or for one after the other.
-inline bool IsAt(const EntryList& list, uint32_t position, const WChar* text, uint32_t units,
-                 bool caseSensitive) {
-    if (position >= list.Count()) return false;
-    const DirEntry* entry = list[position];
+inline bool IsNamed(const DirEntry* entry, const WChar* text, uint32_t units, bool caseSensitive) {
     return IsComplete(entry) && entry->nameUnits == units &&
            CompareUnits(entry->name, units, text, units, caseSensitive) == 0;
 }
@@ -166,7 +163,7 @@ Status FindEntry(FileObject* directory, WStringView name, bool* found, uint32_t*
     uint32_t guess = 0;
     if (list.Guess(name, directory->lastFound, &guess)) {
         Prefetch(directory, list.Guessed(guess));
-        if (IsAt(list, guess, text, units, caseSensitive)) {
+        if (IsNamed(list.Guessed(guess).entry, text, units, caseSensitive)) {
             *found = true;
             *position = directory->lastFound = guess;
             return kOk;

@@ -14,6 +14,7 @@ namespace storage {
 namespace {
 
 constexpr uint32_t kFetchedAhead = 64;
+constexpr uint32_t kEntriesAhead = 3;
 constexpr uint32_t kLookedAt = 128;  // of a directory's object, by a look-up
 
 // Only a directory has its entries loaded; its record is looked at no more then.
@@ -39,7 +40,14 @@ bool ReadRecords(const PageBytes& found, uint32_t fileId, StreamRecords* records
     if (header.kind != kHeaderPage || header.fileId != fileId || header.nextPage != 0 ||
         header.endOffset > found.count)
         return false;
-    for (uint32_t at = kRecordsStart; at < header.endOffset;) {
+    uint32_t at = kRecordsStart;
+    // Mostly the first one is this, and the next one the last.
+    constexpr uint32_t kFileInfo = kFileInfoSize << 16 | kFileInfoRecord;
+    if (at + kFileInfoSize <= header.endOffset && LoadU32(page, at) == kFileInfo) {
+        records->info = page + at;
+        at += kFileInfoSize;
+    }
+    while (at < header.endOffset) {
         if (at + kRecordHeaderSize > header.endOffset) return false;
         const uint16_t type = LoadU16(page, at + record::kType);
         const uint32_t size = LoadU16(page, at + record::kSize);
@@ -174,6 +182,8 @@ FileObject* FindLoadedDirectory(StorageContext* context, const WChar* path, Dire
 bool DirectoryListing::Next(uint32_t attributeMask, platform::WStringView* name) {
     for (const auto& list = directory->children; position < list.Count();) {
         const DirEntry* entry = list[position++];
+        if (position + kEntriesAhead < list.Count())
+            platform::Prefetch(list[position + kEntriesAhead], sizeof *entry);
         if ((entry->attributes & kAttrHidden) != 0 || (entry->attributes & attributeMask) == 0)
             continue;
         // Who asks for the names of a key's values mostly asks for the values next.
@@ -220,15 +230,10 @@ Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStr
     return Look::Found;
 }
 
-bool ReadPlainStream(const PlainStream& stream, void* head, uint32_t headBytes, void* data,
-                     uint32_t bytes) {
-    if (stream.size < headBytes) return false;
+bool ReadLongStream(const PlainStream& stream, void* head, uint32_t headBytes, void* data,
+                    uint32_t bytes) {
     Split split{static_cast<uint8_t*>(head), headBytes, static_cast<uint8_t*>(data),
                 std::min(bytes, stream.size - headBytes)};
-    if (stream.bytes != nullptr) {
-        split.Take(stream.bytes, split.Left());
-        return true;
-    }
     return ReadStreamPages(stream, &split);
 }
 

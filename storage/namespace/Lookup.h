@@ -5,6 +5,8 @@
 // The caller is in a frame of reading, and no transaction is running.
 #pragma once
 
+#include <cstring>
+
 #include "storage/namespace/FileObject.h"
 
 namespace storage {
@@ -53,9 +55,20 @@ struct PlainStream {
 // Looks for a file of the directory. Found: its stream may be read as it lies there.
 Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStream* stream)
     ZRFS_REQUIRES(directory->context->containerLock);
+// The same of a stream in pages of its own.
+bool ReadLongStream(const PlainStream& stream, void* head, uint32_t headBytes, void* data,
+                    uint32_t bytes) ZRFS_REQUIRES(stream.context->containerLock);
 // The first `headBytes`, and then up to `bytes` more. False where it is not plain after all;
 // `head` and `data` may be written to then.
-bool ReadPlainStream(const PlainStream& stream, void* head, uint32_t headBytes, void* data,
-                     uint32_t bytes) ZRFS_REQUIRES(stream.context->containerLock);
+inline bool ReadPlainStream(const PlainStream& stream, void* head, uint32_t headBytes, void* data,
+                            uint32_t bytes) ZRFS_REQUIRES(stream.context->containerLock) {
+    if (stream.size < headBytes) return false;
+    if (stream.bytes == nullptr) return ReadLongStream(stream, head, headBytes, data, bytes);
+    std::memcpy(head, stream.bytes, headBytes);
+    const uint32_t rest = stream.size - headBytes;
+    if (bytes > rest) bytes = rest;
+    if (bytes != 0) std::memcpy(data, stream.bytes + headBytes, bytes);
+    return true;
+}
 
 }  // namespace storage
