@@ -1,21 +1,29 @@
 // SPDX-License-Identifier: MIT
-// The lock of an operation: taken by every call, mostly free, and perhaps held by the caller already.
+// The lock of an operation: taken by every call, mostly free, and perhaps the caller's already.
 #pragma once
 
+#ifdef _WIN32
+#include <mutex>
+#else
 #include <atomic>
 #include <cstdint>
 #include <thread>
+#endif
 
 #include "platform/ThreadAnnotations.h"
 
 namespace platform {
 
+#ifdef _WIN32
+// There a thread's identity costs a handle that a library which is unloaded leaves behind.
+using NestingLock = std::recursive_mutex;
+#else
 // What std::recursive_mutex does, in a third of its instructions where nobody waits.
 class NestingLock {
   public:
     void lock() {
         const std::thread::id self = std::this_thread::get_id();
-        if (owner_.load(std::memory_order_relaxed) == self) {
+        if (owner_.load(std::memory_order_relaxed) == self) {  // which only the owner ever finds
             ++depth_;
             return;
         }
@@ -28,9 +36,8 @@ class NestingLock {
     }
     void unlock() {
         if (--depth_ != 0) return;
-        // Only the owner ever finds itself here.
         owner_.store(std::thread::id(), std::memory_order_relaxed);
-        if (state_.exchange(kFree, std::memory_order_release) == kAwaited) state_.notify_one();
+        if (state_.exchange(kFree) == kAwaited) state_.notify_one();
     }
 
   private:
@@ -38,14 +45,14 @@ class NestingLock {
 
     // Who has waited leaves it awaited, for there may be others.
     void Wait() {
-        while (state_.exchange(kAwaited, std::memory_order_acquire) != kFree)
-            state_.wait(kAwaited, std::memory_order_relaxed);
+        while (state_.exchange(kAwaited) != kFree) state_.wait(kAwaited, std::memory_order_relaxed);
     }
 
     std::atomic<uint32_t> state_{kFree};
     std::atomic<std::thread::id> owner_{};
     uint32_t depth_ = 0;  // of the owner's
 };
+#endif
 
 // The analysis looks at one function at a time: that a lock nests shows across functions only.
 using RecursiveMutex = BasicMutex<NestingLock>;

@@ -269,8 +269,14 @@ void EntryList::RemoveAt(uint32_t index) {
 }
 
 DirEntry* EntryList::TakeLast() {
-    DirEntry* entry = *Place(count_ - 1);
-    RemoveAt(count_ - 1);
+    Chunk& last = chunks_.Last();
+    DirEntry* entry = last.items[last.count - 1].entry;
+    if (last.count == 1) {
+        RemoveAt(count_ - 1);
+    } else {
+        --last.count;
+        --count_;
+    }
     return entry;
 }
 
