@@ -55,6 +55,23 @@ endif()
 
 if(TARGET fbr)
   install(TARGETS fbr RUNTIME COMPONENT tools)
+  # zrfs_words(kind folder name)
+  function(zrfs_words kind folder name)
+    if(TARGET zrfs_words)
+      install(FILES ${PROJECT_BINARY_DIR}/words/fbr.${kind} DESTINATION ${folder} RENAME ${name}
+        COMPONENT tools)
+    endif()
+  endfunction()
+  zrfs_words(powershell ${CMAKE_INSTALL_DATADIR}/zrfs fbr-completions.ps1)
+  if(NOT WIN32)
+    # Distributions have zsh look elsewhere for what their packages bring.
+    set(ZRFS_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
+      "Folder for the completions of zsh")
+    zrfs_words(man ${CMAKE_INSTALL_MANDIR}/man1 fbr.1)
+    zrfs_words(bash ${CMAKE_INSTALL_DATADIR}/bash-completion/completions fbr)
+    zrfs_words(zsh ${ZRFS_ZSH_DIR} _fbr)
+    zrfs_words(fish ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d fbr.fish)
+  endif()
 endif()
 if(WIN32)
   set(ZRFS_PYTHON_DIR python)

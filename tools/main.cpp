@@ -22,5 +22,6 @@ int main(int argc, char** argv) {
     fbr::AddServeCommand(cli);
     fbr::AddViewCommand(cli);
     fbr::AddShellCommand(cli);
+    fbr::AddGenerateCommand(cli);
     return cli.Run(fbr::CommandLine(argc, argv));
 }

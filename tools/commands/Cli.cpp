@@ -14,6 +14,7 @@
 
 #include "Shared/logging/Logger.h"
 #include "include/ZrFsVersion.h"
+#include "tools/commands/Grammar.h"
 #include "tools/console/Console.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
@@ -152,8 +153,10 @@ Command& Command::Words(const char* name, std::vector<std::string>& target, cons
 }
 
 Command& Command::Choice(const char* name, std::string& target, std::vector<std::string> choices,
-                         const char* description) {
-    app_->add_option(name, target, description)->check(CLI::IsMember(std::move(choices)));
+                         const char* description, Need need) {
+    app_->add_option(name, target, description)
+        ->check(CLI::IsMember(std::move(choices)))
+        ->required(need == Need::kRequired);
     return *this;
 }
 
@@ -237,6 +240,10 @@ Cli::Cli()
 }
 
 Cli::~Cli() = default;
+
+Grammar Cli::AsGrammar() const {
+    return GrammarOf(*app_, notes_);
+}
 
 void Cli::LimitWait() const {
     if (!wait_) return SetWait(std::nullopt);

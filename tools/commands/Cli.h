@@ -35,6 +35,7 @@ class UsageError : public std::runtime_error {
 };
 
 class Cli;
+struct Grammar;
 enum class Need { kRequired, kOptional };
 
 // One command and its arguments. A name without a dash in front is a positional argument; behind
@@ -55,7 +56,7 @@ class Command {
     Command& Words(const char* name, std::vector<std::string>& target, const char* words,
                    std::pair<int, int> count, Need need, const char* description);
     Command& Choice(const char* name, std::string& target, std::vector<std::string> choices,
-                    const char* description);
+                    const char* description, Need need = Need::kOptional);
     Command& Number(const char* name, uint64_t& target, const char* description,
                     Need need = Need::kOptional);
     Command& Flag(const char* name, bool& target, const char* description);
@@ -99,6 +100,8 @@ class Cli {
     bool Quiet() const { return quiet_; }
     // True when what is told may have colours.
     bool Colored() const;
+    // All commands that were added, with their words.
+    Grammar AsGrammar() const;
     // "status" of the last object that a command tells with --json.
     int Status() const { return exitStatus_; }
     // As it was given; empty if not.
@@ -156,5 +159,6 @@ void AddInspectCommands(Cli& cli);    // info, map, dump
 void AddServeCommand(Cli& cli);       // serve
 void AddViewCommand(Cli& cli);        // view
 void AddShellCommand(Cli& cli);       // shell
+void AddGenerateCommand(Cli& cli);    // generate
 
 }  // namespace fbr
