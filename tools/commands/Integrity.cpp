@@ -4,13 +4,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <set>
 
 #include "storage/StorageApi.h"
+#include "storage/lifecycle/RunLock.h"
 #include "tools/commands/Cli.h"
+#include "tools/commands/Findings.h"
 #include "tools/console/Console.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
@@ -22,37 +24,9 @@
 namespace fbr {
 namespace {
 
-// Codes of FBR_CheckCallback.
-constexpr uint32_t kLastPass = 4;
+constexpr uint32_t kLastPass = 4;  // codes of FBR_CheckCallback; what is found has higher ones
 constexpr const char* kPasses[kLastPass] = {
     "Reading pages:", "Following references:", "Looking for lost pages:", "Writing the page map:"};
-constexpr uint32_t kBadField = 8, kLostPage = 9, kBadEntry = 15;
-// What a bad field is where the page tells it.
-constexpr uint32_t kWrongMap = 100, kWrongSuperblock = 101, kPartialPage = 102, kBadLog = 103;
-struct FindingText {
-    uint32_t code;
-    const char* rule;
-    const char* line;
-    const char* one;
-    const char* many;
-};
-constexpr FindingText kFindings[] = {
-    {kBadField, "bad-reference", "bad reference to or from another page", "bad reference",
-     "bad references"},
-    {kLostPage, "lost-page", "lost page, in use to the page map but nothing refers to it",
-     "lost page", "lost pages"},
-    {kBadEntry, "bad-entry", "bad directory entry", "bad directory entry", "bad directory entries"},
-    {kWrongMap, "wrong-map", "wrong page map", "wrong map page", "wrong map pages"},
-    {kWrongSuperblock, "wrong-superblock", "wrong superblock", "wrong superblock",
-     "wrong superblocks"},
-    {kPartialPage, "partial-page", "no whole page", "partial page", "partial pages"},
-    {kBadLog, "bad-log", "redo log that cannot be replayed", "bad redo log", "bad redo logs"},
-};
-struct Finding {
-    uint32_t code;
-    uint32_t page;
-    std::string name;  // of an entry
-};
 
 std::atomic<bool> g_stop = false;
 
@@ -66,14 +40,7 @@ struct CheckRun {
     std::vector<Finding> findings;
 
     void Pass(uint32_t code, uint32_t done, uint32_t total);
-    void Found(uint32_t code, uint32_t page, const WChar* name);
-    void DropEchoes();
-    void Print(bool repair) const;
-    std::string Json(const std::string& file, bool mended, int status) const;
-    std::string Summary(bool repair) const;
-
-  private:
-    uint32_t Kind(uint32_t code, uint32_t page) const;
+    Rule RuleOf(uint32_t code, uint32_t page) const;
 };
 CheckRun* g_run = nullptr;  // a callback is not told whose it is
 
@@ -86,71 +53,11 @@ void CheckRun::Pass(uint32_t code, uint32_t done, uint32_t total) {
     progress->At(done);
 }
 
-uint32_t CheckRun::Kind(uint32_t code, uint32_t page) const {
-    if (code != kBadField) return code;
-    if (page == 1) return logIsPending ? kBadLog : kWrongSuperblock;
-    if (page == pages) return kPartialPage;
-    return page % mapGroup == 0 ? kWrongMap : code;
-}
-
-void CheckRun::Found(uint32_t code, uint32_t page, const WChar* name) {
-    findings.push_back({Kind(code, page), page, code == kBadEntry ? Printable(name) : ""});
-}
-
-// That a lost page is not referred to is told once: its own references lead nowhere, too.
-void CheckRun::DropEchoes() {
-    std::set<uint32_t> lost;
-    for (const Finding& finding : findings)
-        if (finding.code == kLostPage) lost.insert(finding.page);
-    std::erase_if(findings, [&lost](const Finding& finding) {
-        return finding.code == kBadField && lost.count(finding.page) != 0;
-    });
-}
-
-const FindingText& TextOf(const Finding& finding) {
-    return *std::find_if(std::begin(kFindings), std::end(kFindings),
-                         [&](const FindingText& text) { return text.code == finding.code; });
-}
-
-void CheckRun::Print(bool repair) const {
-    for (const Finding& finding : findings) {
-        std::cout << "page " << finding.page << ": " << TextOf(finding).line;
-        if (finding.code == kBadEntry) std::cout << " \"" << finding.name << '"';
-        if (finding.code == kBadLog && !repair) std::cout << ": repair --discard-log gives it up";
-        std::cout << '\n';
-    }
-}
-
-std::string CheckRun::Json(const std::string& file, bool mended, int status) const {
-    std::string list;
-    for (const Finding& finding : findings) {
-        JsonObject object;
-        object.Text("rule", std::string(TextOf(finding).rule)).Number("page", finding.page);
-        if (finding.code == kBadEntry) object.Text("name", finding.name);
-        list += (list.empty() ? "" : ",") + object.Done();
-    }
-    return JsonObject(JsonObject::Place::kLine)
-        .Text("store", file)
-        .Number("pages", pages)
-        .Json("findings", "[" + list + "]")
-        .True("mended", mended)
-        .Number("status", static_cast<uint64_t>(status))
-        .Done();
-}
-
-std::string CheckRun::Summary(bool repair) const {
-    if (findings.empty()) return "nothing found";
-    std::string text = fmt::format("{} finding{}{}", findings.size(),
-                                   findings.size() == 1 ? "" : "s", repair ? ", mended:" : ":");
-    const char* separator = " ";
-    for (const FindingText& kind : kFindings) {
-        const auto count = std::count_if(findings.begin(), findings.end(),
-                                         [&](const Finding& f) { return f.code == kind.code; });
-        if (count == 0) continue;
-        text += fmt::format("{}{} {}", separator, count, count == 1 ? kind.one : kind.many);
-        separator = ", ";
-    }
-    return text;
+Rule CheckRun::RuleOf(uint32_t code, uint32_t page) const {
+    if (static_cast<Rule>(code) != Rule::kBadReference) return static_cast<Rule>(code);
+    if (page == 1) return logIsPending ? Rule::kBadLog : Rule::kWrongSuperblock;
+    if (page == pages) return Rule::kPartialPage;
+    return page % mapGroup == 0 ? Rule::kWrongMap : Rule::kBadReference;
 }
 
 void Told(void* userData, uint32_t code, uint32_t a, uint32_t b, uint8_t,
@@ -158,7 +65,10 @@ void Told(void* userData, uint32_t code, uint32_t a, uint32_t b, uint8_t,
     if (code <= kLastPass) {
         g_run->Pass(code, a, b);
     } else {
-        g_run->Found(code, a, static_cast<const WChar*>(userData));
+        const Rule rule = g_run->RuleOf(code, a);
+        const bool named = rule == Rule::kBadEntry && userData != nullptr;
+        g_run->findings.push_back(
+            {rule, a, named ? static_cast<const WChar*>(userData) : WString()});
     }
     if (g_stop) *cancel = 1;
 }
@@ -188,20 +98,111 @@ constexpr const char* kInUse = "somebody else has it in use, try again when they
                      status);
 }
 
-// The library's own repair replays a pending log; only the engine gives one up.
-FBR_STATUS RepairWithoutLog(const WString& path) {
-    WChar name[64] = {};
-    const storage::Status status = storage::StorageCheckAndRepair(
-        path.c_str(), nullptr, storage::kCheckDeep | storage::kCheckDiscardLog, nullptr, nullptr,
-        name, &Told);
-    if (status == storage::kOk) return FSSTATUS_SUCCESS;
-    return status == storage::kSharing ? FSSTATUS_LOCK_FAILED : FSSTATUS_FAILED;
-}
-
 struct CheckArguments {
     std::string store;
-    bool discardLog = false;
+    bool discardLog = false, dryRun = false, noBackup = false;
 };
+
+FBR_STATUS InFront(storage::Status status) {
+    switch (status) {
+        case storage::kOk:
+            return FSSTATUS_SUCCESS;
+        case storage::kSharing:
+            return FSSTATUS_LOCK_FAILED;
+        case storage::kCorrupt:
+            return FSSTATUS_FILE_CORRUPT;
+        default:
+            return FSSTATUS_FAILED;
+    }
+}
+
+// The engine under a lock that the caller has, so that nobody comes between what is looked at, what
+// is copied and what is mended.
+storage::Status RunLocked(const WString& path, uint32_t flags) {
+    WChar name[64] = {};
+    return storage::StorageCheckAndRepair(path.c_str(), nullptr,
+                                          flags | storage::kCheckDeep | storage::kCheckLocked,
+                                          nullptr, nullptr, name, &Told);
+}
+
+// The file as it is, under the first free name beside it.
+std::string CopyBeside(const std::string& file) {
+    const std::filesystem::path from(Wide(file));
+    for (int number = 1;; ++number) {
+        std::string name =
+            file + ".before-repair" + (number == 1 ? "" : "-" + std::to_string(number));
+        const std::filesystem::path to(Wide(name));
+        if (std::filesystem::exists(std::filesystem::symlink_status(to))) continue;
+        std::error_code error;
+        if (std::filesystem::copy_file(from, to, error)) return name;
+        std::filesystem::remove(to);
+        throw std::runtime_error(
+            fmt::format("cannot copy {} to {}: {}; nothing was changed, and --no-backup repairs "
+                        "without a copy",
+                        file, name, error.message()));
+    }
+}
+
+struct Report {
+    std::vector<Finding> findings;
+    std::vector<Explanation> explanations;
+    bool mended = false;
+    std::string copy;  // of the file as it was, where one was made
+
+    void Take(CheckRun& run, const std::string& file);
+    bool Has(Rule rule) const;
+    std::string Json(const std::string& file, uint32_t pages, int status) const;
+};
+
+void Report::Take(CheckRun& run, const std::string& file) {
+    run.progress.reset();
+    findings = std::move(run.findings);
+    DropEchoes(findings);
+    Explainer explainer(file);
+    for (const Finding& finding : findings) explanations.push_back(explainer.Explain(finding));
+}
+
+bool Report::Has(Rule rule) const {
+    return std::any_of(findings.begin(), findings.end(),
+                       [rule](const Finding& finding) { return finding.rule == rule; });
+}
+
+std::string Report::Json(const std::string& file, uint32_t pages, int status) const {
+    std::string list;
+    for (size_t i = 0; i < findings.size(); ++i)
+        list += (i == 0 ? "" : ",") + FindingInJson(findings[i], explanations[i]);
+    JsonObject object(JsonObject::Place::kLine);
+    object.Text("store", file).Number("pages", pages).Json("findings", "[" + list + "]");
+    if (!copy.empty()) object.Text("copy", copy);
+    return object.True("mended", mended).Number("status", static_cast<uint64_t>(status)).Done();
+}
+
+// Looks first, and copies the file only when there is something to mend.
+FBR_STATUS Mend(const CheckArguments& arguments, const std::string& file, CheckRun& run,
+                Report& report) {
+    const WString path = Wide(file);
+    storage::RunLock lock;
+    storage::Status status = lock.Take(path.c_str(), false);
+    if (status == storage::kOk) status = RunLocked(path, storage::kCheckOnly);
+    report.Take(run, file);
+    if (status != storage::kOk) return InFront(status);
+    if (report.Has(Rule::kBadLog) && !arguments.discardLog) return FSSTATUS_FILE_CORRUPT;
+    const bool clean = report.findings.empty() && !run.logIsPending;
+    if (!clean && !arguments.noBackup) report.copy = CopyBeside(file);
+    status = RunLocked(path, arguments.discardLog ? storage::kCheckDiscardLog : 0);
+    run.progress.reset();
+    report.mended = status == storage::kOk && !report.findings.empty();
+    const bool untouched = status == storage::kCancelled || status == storage::kReadOnly;
+    if (untouched && !report.copy.empty())
+        std::filesystem::remove(std::filesystem::path(Wide(report.copy)));
+    return InFront(status);
+}
+
+void Print(const std::string& file, const CheckRun& run, const Report& report, const char* what) {
+    if (!report.copy.empty()) std::cout << file << ": a copy as it was is " << report.copy << '\n';
+    std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages,
+                             FindingsInWords(report.findings, what));
+}
 
 void Check(Cli& cli, const CheckArguments& arguments, bool repair) {
     const std::string file = cli.ContainerAt(arguments.store);
@@ -215,22 +216,24 @@ void Check(Cli& cli, const CheckArguments& arguments, bool repair) {
     if (cli.Traces()) OpenTrace();
     g_run = &run;
     OnInterrupt([] { g_stop = true; });
-    const WString path = Wide(file);
-    const FBR_STATUS status = !repair ? FBR_CheckFileEx(path.c_str(), &Told)
-                              : arguments.discardLog
-                                  ? RepairWithoutLog(path)
-                                  : FBR_CheckAndRepairFileEx(path.c_str(), &Told);
+    Report report;
+    FBR_STATUS status = FSSTATUS_SUCCESS;
+    if (repair && !arguments.dryRun) {
+        status = Mend(arguments, file, run, report);
+    } else {
+        status = FBR_CheckFileEx(Wide(file).c_str(), &Told);
+        report.Take(run, file);
+    }
     OnInterrupt(nullptr);
     g_run = nullptr;
-    run.progress.reset();
-    run.DropEchoes();
-    if (!cli.Json()) run.Print(repair);
+    for (size_t i = 0; i < report.findings.size() && !cli.Json(); ++i)
+        std::cout << FindingLine(report.findings[i], report.explanations[i]) << '\n';
     if (status != FSSTATUS_SUCCESS) Fail(file, repair, status);
-    if (!run.findings.empty()) cli.SetExitStatus(kExitNo);
+    if (!report.findings.empty()) cli.SetExitStatus(kExitNo);
     if (cli.Json())
-        std::cout << run.Json(file, repair && !run.findings.empty(), cli.Status()) << '\n';
+        std::cout << report.Json(file, run.pages, cli.Status()) << '\n';
     else
-        std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages, run.Summary(repair));
+        Print(file, run, report, !repair ? "" : arguments.dryRun ? ", not mended" : ", mended");
 }
 
 struct Extent {
@@ -294,10 +297,12 @@ void AddIntegrityCommands(Cli& cli) {
 
     cli.Add("repair", "Mend the damage in a container; exit status 3 when there was some")
         .Tells()
-        .No("there were findings, which are mended")
+        .No("there were findings, which are mended unless --dry-run is given")
         .Example("fbr repair settings.fbr")
-        .Example("fbr repair --discard-log settings.fbr")
+        .Example("fbr repair --dry-run settings.fbr")
         .Text("STORE", check->store, Need::kRequired, kFile)
+        .Flag("--dry-run", check->dryRun, "tell what it would do, and change nothing")
+        .Flag("--no-backup", check->noBackup, "no copy of the file as it was beside it")
         .Flag("--discard-log", check->discardLog, "give up a redo log that cannot be replayed")
         .Does([&cli, check] { Check(cli, *check, true); });
 

@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: MIT
+#include "tools/inspect/Objects.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "storage/core/Format.h"
+#include "tools/format/Text.h"
+#include "tools/inspect/Fields.h"
+#include "tools/inspect/PageMap.h"
+
+namespace fbr {
+namespace {
+
+using storage::DirectoryEntry;
+using storage::LoadU16;
+using storage::LoadU32;
+
+constexpr platform::WStringView kMarker = WTEXT("#FILE"), kUnnamed = WTEXT("(Default)");
+constexpr size_t kLongest = 0x8000;  // units of a name
+
+uint16_t KindOf(const PageBytes& page) {
+    return LoadU16(page.data(), 0);
+}
+
+uint32_t IdOf(const PageBytes& page) {
+    return LoadU32(page.data(), offsetof(storage::PageHeader, fileId));
+}
+
+// Kinds of pages that belong to an object and tell which.
+bool HasOwner(uint16_t kind) {
+    const Use use = UseOfKind(kind);
+    return use != Use::kFree && use != Use::kSuperblock && use != Use::kUnknown &&
+           use != Use::kRecord;
+}
+
+bool HasStream(const PageBytes& page) {
+    uint32_t end = 0;
+    for (const RecordView& record : RecordsOf(page, &end))
+        if (record.type == storage::kDataRecord) return true;
+    return false;
+}
+
+int HexDigit(WChar unit) {
+    if (unit >= '0' && unit <= '9') return unit - '0';
+    return unit >= 'A' && unit <= 'F' ? unit - 'A' + 10 : -1;
+}
+
+WString NumberAsName(uint32_t id) {
+    const std::string name = fmt::format("?{}", id);
+    return WString(name.begin(), name.end());
+}
+
+bool IsBetter(const FoundObject& a, const FoundObject& b) {
+    if (a.id != b.id) return a.id < b.id;
+    if (a.agrees != b.agrees) return a.agrees;
+    if ((a.entryPage != 0) != (b.entryPage != 0)) return a.entryPage != 0;
+    return a.headerPage < b.headerPage;
+}
+
+}  // namespace
+
+WString DecodedName(WStringView stored) {
+    if (stored.starts_with(kMarker)) stored.remove_prefix(kMarker.size());
+    WString out;
+    for (size_t i = 0; i < stored.size(); ++i) {
+        unsigned unit = 0, digits = 0;
+        while (stored[i] == '#' && digits < 4 && i + 1 + digits < stored.size()) {
+            const int digit = HexDigit(stored[i + 1 + digits]);
+            if (digit < 0) break;
+            unit = unit << 4 | static_cast<unsigned>(digit);
+            ++digits;
+        }
+        out += digits == 4 ? static_cast<WChar>(unit) : stored[i];
+        if (digits == 4) i += 4;
+    }
+    return out;
+}
+
+std::vector<EntryView> EntriesOf(const PageBytes& page) {
+    std::vector<EntryView> entries;
+    const auto take = [&](uint32_t from, uint32_t end) {
+        for (; from + storage::kEntrySize <= end; from += storage::kEntrySize) {
+            const auto entry = storage::Load<DirectoryEntry>(page.data(), from);
+            if (entry.fileId != 0)
+                entries.push_back({from, entry.fileId, entry.headerPage, entry.attributes});
+        }
+    };
+    if (KindOf(page) == storage::kEntryPage) {
+        take(storage::kPageHeaderSize, static_cast<uint32_t>(page.size()));
+    } else if (KindOf(page) == storage::kHeaderPage) {
+        uint32_t end = 0;
+        for (const RecordView& record : RecordsOf(page, &end))
+            if (record.type == storage::kDirectoryRecord && record.link == 0)
+                take(record.offset + storage::kRecordHeaderSize, record.offset + record.size);
+    }
+    return entries;
+}
+
+Objects::Objects(const Image& image) : image_(image) {
+    if (image.PageCount() <= storage::kSuperblockNumber) return;
+    const PageBytes super = image.Page(storage::kSuperblockNumber);
+    const auto root =
+        storage::Load<DirectoryEntry>(super.data(), offsetof(storage::Superblock, rootEntry));
+    if (root.fileId != 0) root_ = root.fileId;
+    Gather();
+    Agree();
+}
+
+// Objects are twice in the list now: by their entries and by their header pages.
+void Objects::Gather() {
+    for (uint32_t number = storage::kRootHeaderNumber; number < image_.PageCount(); ++number) {
+        if (image_.IsMapPage(number)) continue;
+        const PageBytes page = image_.Page(number);
+        TakeEntries(number, page);
+        if (KindOf(page) == storage::kHeaderPage &&
+            LoadU32(page.data(), offsetof(storage::PageHeader, level)) == 0)
+            TakeHeader(number, page);
+    }
+}
+
+void Objects::TakeEntries(uint32_t number, const PageBytes& page) {
+    for (const EntryView& entry : EntriesOf(page)) {
+        FoundObject object;
+        object.id = entry.fileId;
+        object.parent = IdOf(page);
+        object.headerPage = entry.headerPage;
+        object.entryPage = number;
+        object.entryOffset = entry.offset;
+        object.isKey = (entry.attributes & storage::kAttrDirectory) != 0;
+        objects_.push_back(object);
+    }
+}
+
+void Objects::TakeHeader(uint32_t number, const PageBytes& page) {
+    FoundObject object;
+    object.id = IdOf(page);
+    object.parent = LoadU32(page.data(), offsetof(storage::HeaderPageHeader, parentId));
+    object.headerPage = number;
+    object.isKey = object.id == root_ || !HasStream(page);
+    if (object.id != 0) objects_.push_back(object);
+}
+
+// Of each id the best account stays, with what the others know besides.
+void Objects::Agree() {
+    std::vector<uint32_t> headers(image_.PageCount());  // ids of the objects that begin there
+    for (const FoundObject& object : objects_)
+        if (object.entryPage == 0) headers[object.headerPage] = object.id;
+    for (FoundObject& object : objects_)
+        object.agrees = object.entryPage != 0 && object.headerPage < headers.size() &&
+                        headers[object.headerPage] == object.id;
+    std::sort(objects_.begin(), objects_.end(), IsBetter);
+    size_t kept = 0;
+    for (size_t i = 0; i < objects_.size(); ++i) {
+        const FoundObject object = objects_[i];
+        if (kept == 0 || objects_[kept - 1].id != object.id) {
+            objects_[kept++] = object;
+            if (object.entryPage != 0 && !object.agrees) objects_[kept - 1].headerPage = 0;
+        } else if (objects_[kept - 1].headerPage == 0 && object.entryPage == 0) {
+            objects_[kept - 1].headerPage = object.headerPage;
+        }
+    }
+    objects_.resize(kept);
+}
+
+const FoundObject* Objects::WithId(uint32_t id) const {
+    const auto at = std::lower_bound(
+        objects_.begin(), objects_.end(), id,
+        [](const FoundObject& object, uint32_t wanted) { return object.id < wanted; });
+    return at != objects_.end() && at->id == id ? &*at : nullptr;
+}
+
+const FoundObject* Objects::OwnerOf(uint32_t page) const {
+    if (page < storage::kRootHeaderNumber || page >= image_.PageCount() || image_.IsMapPage(page))
+        return nullptr;
+    const PageBytes bytes = image_.Page(page);
+    return HasOwner(KindOf(bytes)) ? WithId(IdOf(bytes)) : nullptr;
+}
+
+const FoundObject* Objects::AtEntry(uint32_t page, WStringView stored) const {
+    if (page < storage::kRootHeaderNumber || page >= image_.PageCount() || image_.IsMapPage(page))
+        return nullptr;
+    const PageBytes bytes = image_.Page(page);
+    for (const EntryView& view : EntriesOf(bytes)) {
+        const uint8_t* units = bytes.data() + view.offset + offsetof(DirectoryEntry, name);
+        if (UnitsAt(units, storage::kEntryNameUnits) != stored) continue;
+        const FoundObject* object = WithId(view.fileId);
+        if (object != nullptr && object->entryPage == page && object->entryOffset == view.offset)
+            return object;
+    }
+    return nullptr;
+}
+
+// As far as its pages can be followed.
+WString Objects::NameOf(const FoundObject& object) const {
+    if (object.entryPage == 0) return NumberAsName(object.id);
+    const PageBytes page = image_.Page(object.entryPage);
+    const auto entry = storage::Load<DirectoryEntry>(page.data(), object.entryOffset);
+    WString stored(std::begin(entry.name), std::end(entry.name));
+    const size_t length = std::min<size_t>(entry.nameLength, kLongest);
+    for (uint32_t next = entry.namePage; next != 0 && stored.size() < length;) {
+        if (next >= image_.PageCount() || image_.IsMapPage(next)) break;
+        const PageBytes more = image_.Page(next);
+        if (KindOf(more) != storage::kNamePage || IdOf(more) != object.id) break;
+        for (uint32_t at = storage::kPageHeaderSize; at + 2 <= more.size(); at += 2)
+            stored += static_cast<WChar>(LoadU16(more.data(), at));
+        next = LoadU32(more.data(), offsetof(storage::PageHeader, nextPage));
+    }
+    stored.resize(std::min(length, stored.size()));
+    return DecodedName(stored);
+}
+
+ObjectPath Objects::PathOf(const FoundObject& object) const {
+    ObjectPath path;
+    path.isValue = !object.isKey;
+    if (path.isValue) {
+        path.name = NameOf(object);
+        if (path.name == kUnnamed) path.name.clear();
+    }
+    uint32_t id = path.isValue ? object.parent : object.id;
+    std::unordered_set<uint32_t> seen;  // damage may have keys below themselves
+    while (id != root_ && id != 0 && seen.insert(id).second) {
+        const FoundObject* key = WithId(id);
+        WString name = key != nullptr ? NameOf(*key) : NumberAsName(id);
+        if (!path.key.empty()) name += '\\';
+        path.key.insert(0, name);
+        if (key == nullptr) return path;
+        id = key->parent;
+    }
+    path.leadsToRoot = id == root_;
+    return path;
+}
+
+}  // namespace fbr

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+// The keys and values of a container file by what their pages say of themselves: each page has the
+// number of its object, and each object that of its parent. So also what no path leads to any more
+// has its place.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "tools/inspect/Image.h"
+
+namespace fbr {
+
+struct FoundObject {
+    uint32_t id = 0;
+    uint32_t parent = 0;      // its id; 0 for the root
+    uint32_t headerPage = 0;  // the first one; 0 when there is none of it
+    uint32_t entryPage = 0;   // where its directory entry is; 0 when there is none
+    uint32_t entryOffset = 0;
+    bool isKey = false;
+    bool agrees = false;  // entry and header page each say that the other is theirs
+};
+
+struct ObjectPath {
+    platform::WString key;   // names joined by backslashes, none in front
+    platform::WString name;  // of a value, empty for the unnamed one
+    bool isValue = false;
+    bool leadsToRoot = false;
+};
+
+class Objects {
+  public:
+    // Reads every page once.
+    explicit Objects(const Image& image);
+
+    // In the order of their ids.
+    const std::vector<FoundObject>& All() const { return objects_; }
+    // Null where nothing is known.
+    const FoundObject* WithId(uint32_t id) const;
+    // What the page belongs to.
+    const FoundObject* OwnerOf(uint32_t page) const;
+    // The entry on that page whose name in the entry itself, in stored form, is that.
+    const FoundObject* AtEntry(uint32_t page, platform::WStringView stored) const;
+
+    // A name that is not to be had is a question mark with the object's number.
+    ObjectPath PathOf(const FoundObject& object) const;
+
+  private:
+    void Gather();
+    void TakeEntries(uint32_t number, const PageBytes& page);
+    void TakeHeader(uint32_t number, const PageBytes& page);
+    void Agree();
+    platform::WString NameOf(const FoundObject& object) const;
+
+    const Image& image_;
+    uint32_t root_ = 1;
+    std::vector<FoundObject> objects_;
+};
+
+// The directory entries that a page has, and where.
+struct EntryView {
+    uint32_t offset, fileId, headerPage, attributes;
+};
+std::vector<EntryView> EntriesOf(const PageBytes& page);
+
+// "#0041" as the unit it stands for, without the mark of a value that is called like a key.
+platform::WString DecodedName(platform::WStringView stored);
+
+}  // namespace fbr
