@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
     fbr::AddTransferCommands(cli);
     fbr::AddCompareCommands(cli);
     fbr::AddIntegrityCommands(cli);
+    fbr::AddSalvageCommand(cli);
     fbr::AddInspectCommands(cli);
     fbr::AddServeCommand(cli);
     fbr::AddViewCommand(cli);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// info, map and dump on containers of every shape, sound and damaged.
+// info, map, dump and salvage on containers of every shape, sound and damaged.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -11,6 +11,7 @@
 #include "tools/inspect/Dump.h"
 #include "tools/inspect/Info.h"
 #include "tools/inspect/Picture.h"
+#include "tools/inspect/Stream.h"
 
 namespace {
 
@@ -42,7 +43,21 @@ std::vector<std::string> FieldsOfAll(const fbr::Image& image) {
     return all;
 }
 
-// Everything that the three commands say of the file; it may only be refused as unreadable.
+// Where each object stands, and what is read of it as a value.
+std::vector<std::string> Salvaged(const fbr::Image& image) {
+    const fbr::Objects objects(image);
+    std::vector<std::string> all;
+    for (const fbr::FoundObject& object : objects.All()) {
+        const fbr::ObjectPath path = objects.PathOf(object);
+        const fbr::ValueRead value = ValueOf(image, objects, object);
+        EXPECT_LE(value.data.size(), image.FileSize() + image.PageSize());
+        all.push_back(testing::PrintToString(path.key) + testing::PrintToString(path.name) +
+                      value.fault + testing::PrintToString(value.data));
+    }
+    return all;
+}
+
+// Everything that the commands say of the file; it may only be refused as unreadable.
 std::string LookAtAll(const std::string& path, uint32_t pageSize) {
     try {
         const fbr::Image image(path, pageSize);
@@ -51,6 +66,7 @@ std::string LookAtAll(const std::string& path, uint32_t pageSize) {
         fbr::DrawText(fbr::MakePicture(image, 16, 4), true, out);
         fbr::DrawSvg(image, out);
         FieldsOfAll(image);
+        Salvaged(image);
         if (image.TrailingBytes() != 0) fbr::DumpPage(image, image.PageCount(), out);
         return out.str() + Json(image);
     } catch (const std::runtime_error& error) {
@@ -90,6 +106,8 @@ TEST_F(InspectTest, TellsTheSameWhateverTheByteOrderAndThePlace) {
         const fbr::Image image(path, 0);
         const std::string json = Json(image);
         const auto fields = FieldsOfAll(image);
+        const auto salvaged = Salvaged(image);
+        EXPECT_GE(salvaged.size(), 45u);
         const size_t comparable = json.find("\"superblock\"");
 
         EXPECT_NE(json.find(kContents), std::string::npos) << json;
@@ -106,6 +124,7 @@ TEST_F(InspectTest, TellsTheSameWhateverTheByteOrderAndThePlace) {
             EXPECT_EQ(Json(other).substr(Json(other).find("\"superblock\"")),
                       json.substr(comparable));
             EXPECT_EQ(FieldsOfAll(other), fields);
+            EXPECT_EQ(Salvaged(other), salvaged);
             // Without page 0 the contents are still there, found by way of page 1.
             form.prefix.clear();
             Bytes headless = Builder(form, root).Finish();

@@ -155,6 +155,7 @@ void AddMoveCommands(Cli& cli);       // cp, mv
 void AddTransferCommands(Cli& cli);   // export, import
 void AddCompareCommands(Cli& cli);    // copy, diff
 void AddIntegrityCommands(Cli& cli);  // check, repair, compact
+void AddSalvageCommand(Cli& cli);     // salvage
 void AddInspectCommands(Cli& cli);    // info, map, dump
 void AddServeCommand(Cli& cli);       // serve
 void AddViewCommand(Cli& cli);        // view

@@ -27,7 +27,7 @@ constexpr RuleText kRules[] = {
     {Rule::kBadReference, "bad-reference", "bad reference to or from another page", "bad reference",
      "bad references", "what it alone leads to is lost", "repair cuts it or puts the number right"},
     {Rule::kLostPage, "lost-page", "lost page", "lost page", "lost pages",
-     "nothing leads to it any more", "repair frees it"},
+     "nothing leads to it, fbr salvage reads it", "repair frees it"},
     {Rule::kBadEntry, "bad-entry", "bad directory entry", "bad directory entry",
      "bad directory entries", "it is lost, with what it alone leads to",
      "repair takes the entry out"},
@@ -69,7 +69,7 @@ Explanation Explainer::Explain(const Finding& finding) {
     if (object != nullptr) {
         told.path = objects_->PathOf(*object);
         told.about = " of " + About(*told.path);
-        if (isEntry && object->agrees) {
+        if (isEntry && object->exact) {
             told.lost = "nothing is lost";
             told.repair = "repair gives it a free name or puts its fields right";
         }

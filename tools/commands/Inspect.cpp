@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Commands that read a container file as bytes and change nothing in it: info, map, dump.
+#include "tools/commands/Inspect.h"
+
 #include <algorithm>
 #include <bit>
 #include <iostream>
 #include <memory>
 
-#include "tools/commands/Cli.h"
 #include "tools/commands/Files.h"
 #include "tools/console/Console.h"
 #include "tools/inspect/Dump.h"
@@ -22,15 +23,6 @@ struct Arguments {
     std::string store, svg;
     uint64_t page = 0, pageSize = 0;
 };
-
-Image ImageOf(const Cli& cli, const Arguments& args) {
-    const uint64_t size = args.pageSize;
-    if (size != 0 && (size < kSmallestPage || size > kLargestPage || !std::has_single_bit(size))) {
-        throw UsageError("expected a power of 2 from 256 to 65536 after --page-size, not " +
-                         std::to_string(size));
-    }
-    return Image(cli.ContainerAt(args.store), static_cast<uint32_t>(size));
-}
 
 // A power of 2, so that the numbers in front of the rows are round.
 uint32_t ColumnsThatFit(unsigned terminal) {
@@ -61,35 +53,42 @@ void Dump(const Image& image, uint64_t page) {
 
 }  // namespace
 
+Image ImageOf(const Cli& cli, const std::string& store, uint64_t pageSize) {
+    const bool possible = pageSize >= kSmallestPage && pageSize <= kLargestPage;
+    if (pageSize != 0 && !(possible && std::has_single_bit(pageSize))) {
+        throw UsageError("expected a power of 2 from 256 to 65536 after --page-size, not " +
+                         std::to_string(pageSize));
+    }
+    return Image(cli.ContainerAt(store), static_cast<uint32_t>(pageSize));
+}
+
 void AddInspectCommands(Cli& cli) {
     const auto args = std::make_shared<Arguments>();
-    constexpr const char* kPageSize =
-        "bytes in a page, for a file so damaged that it does not tell; a container of a store has "
-        "512";
-
     cli.Add("info", "Tell what a container file holds; changes nothing")
         .Tells()
         .Example("fbr info settings.fbr")
         .Example("fbr info settings.fbr --json")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
-        .Number("--page-size", args->pageSize, kPageSize)
-        .Does([&cli, args] { WriteInfo(ImageOf(cli, *args), cli.Json(), std::cout); });
+        .Number("--page-size", args->pageSize, kPageSizeHelp)
+        .Does([&cli, args] {
+            WriteInfo(ImageOf(cli, args->store, args->pageSize), cli.Json(), std::cout);
+        });
 
     cli.Add("map", "Draw which page of a container file is for what; changes nothing")
         .Example("fbr map settings.fbr")
         .Example("fbr map settings.fbr --svg map.svg")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
         .Text("--svg FILE", args->svg, Need::kOptional, "draw into this file, for a browser")
-        .Number("--page-size", args->pageSize, kPageSize)
-        .Does([&cli, args] { Map(cli, ImageOf(cli, *args), args->svg); });
+        .Number("--page-size", args->pageSize, kPageSizeHelp)
+        .Does([&cli, args] { Map(cli, ImageOf(cli, args->store, args->pageSize), args->svg); });
 
     cli.Add("dump", "Show one page of a container file, its fields and its bytes; changes nothing")
         .Example("fbr dump settings.fbr 1")
         .Example("fbr dump --page-size 512 damaged.fbr 0")
         .Text("STORE", args->store, Need::kRequired, "the container's file")
         .Number("PAGE", args->page, "the page's number, from 0", Need::kRequired)
-        .Number("--page-size", args->pageSize, kPageSize)
-        .Does([&cli, args] { Dump(ImageOf(cli, *args), args->page); });
+        .Number("--page-size", args->pageSize, kPageSizeHelp)
+        .Does([&cli, args] { Dump(ImageOf(cli, args->store, args->pageSize), args->page); });
 }
 
 }  // namespace fbr

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <tuple>
 #include <unordered_set>
 
 #include "storage/core/Format.h"
@@ -55,7 +56,9 @@ WString NumberAsName(uint32_t id) {
 
 bool IsBetter(const FoundObject& a, const FoundObject& b) {
     if (a.id != b.id) return a.id < b.id;
+    if (a.exact != b.exact) return a.exact;
     if (a.agrees != b.agrees) return a.agrees;
+    if (a.inUse != b.inUse) return a.inUse;
     if ((a.entryPage != 0) != (b.entryPage != 0)) return a.entryPage != 0;
     return a.headerPage < b.headerPage;
 }
@@ -104,24 +107,43 @@ Objects::Objects(const Image& image) : image_(image) {
     const PageBytes super = image.Page(storage::kSuperblockNumber);
     const auto root =
         storage::Load<DirectoryEntry>(super.data(), offsetof(storage::Superblock, rootEntry));
-    if (root.fileId != 0) root_ = root.fileId;
+    if (KindOf(super) == storage::kSuperblockPage && root.fileId != 0) root_ = root.fileId;
     Gather();
     Agree();
 }
 
 // Objects are twice in the list now: by their entries and by their header pages.
 void Objects::Gather() {
-    for (uint32_t number = storage::kRootHeaderNumber; number < image_.PageCount(); ++number) {
-        if (image_.IsMapPage(number)) continue;
-        const PageBytes page = image_.Page(number);
-        TakeEntries(number, page);
-        if (KindOf(page) == storage::kHeaderPage &&
-            LoadU32(page.data(), offsetof(storage::PageHeader, level)) == 0)
-            TakeHeader(number, page);
-    }
+    WalkMap(image_, [this](uint32_t number, Use use) {
+        if (use != Use::kMap && number > storage::kSuperblockNumber)
+            Take(number, use != Use::kFree);
+    });
+    std::sort(data_.begin(), data_.end(), [](const DataPage& a, const DataPage& b) {
+        return std::tie(a.id, a.level, a.page) < std::tie(b.id, b.level, b.page);
+    });
 }
 
-void Objects::TakeEntries(uint32_t number, const PageBytes& page) {
+// A page with the number of another is a copy that a change made.
+void Objects::Take(uint32_t number, bool inUse) {
+    const PageBytes page = image_.Page(number);
+    const auto word = [&page](size_t offset) { return LoadU32(page.data(), offset); };
+    if (word(offsetof(storage::PageHeader, pageNumber)) != number) return;
+    const uint32_t level = word(offsetof(storage::PageHeader, level));
+    TakeEntries(number, page, inUse);
+    if (KindOf(page) == storage::kHeaderPage && level == 0) TakeHeader(number, page, inUse);
+    if (KindOf(page) == storage::kDataPage && inUse) data_.push_back({IdOf(page), level, number});
+}
+
+std::vector<uint32_t> Objects::DataPagesOf(uint32_t id) const {
+    std::vector<uint32_t> pages;
+    auto at =
+        std::lower_bound(data_.begin(), data_.end(), id,
+                         [](const DataPage& page, uint32_t wanted) { return page.id < wanted; });
+    for (; at != data_.end() && at->id == id; ++at) pages.push_back(at->page);
+    return pages;
+}
+
+void Objects::TakeEntries(uint32_t number, const PageBytes& page, bool inUse) {
     for (const EntryView& entry : EntriesOf(page)) {
         FoundObject object;
         object.id = entry.fileId;
@@ -130,15 +152,17 @@ void Objects::TakeEntries(uint32_t number, const PageBytes& page) {
         object.entryPage = number;
         object.entryOffset = entry.offset;
         object.isKey = (entry.attributes & storage::kAttrDirectory) != 0;
+        object.inUse = inUse;
         objects_.push_back(object);
     }
 }
 
-void Objects::TakeHeader(uint32_t number, const PageBytes& page) {
+void Objects::TakeHeader(uint32_t number, const PageBytes& page, bool inUse) {
     FoundObject object;
     object.id = IdOf(page);
     object.parent = LoadU32(page.data(), offsetof(storage::HeaderPageHeader, parentId));
     object.headerPage = number;
+    object.inUse = inUse;
     object.isKey = object.id == root_ || !HasStream(page);
     if (object.id != 0) objects_.push_back(object);
 }
@@ -148,9 +172,13 @@ void Objects::Agree() {
     std::vector<uint32_t> headers(image_.PageCount());  // ids of the objects that begin there
     for (const FoundObject& object : objects_)
         if (object.entryPage == 0) headers[object.headerPage] = object.id;
-    for (FoundObject& object : objects_)
+    for (FoundObject& object : objects_) {
         object.agrees = object.entryPage != 0 && object.headerPage < headers.size() &&
                         headers[object.headerPage] == object.id;
+        object.exact =
+            object.agrees && LoadU32(image_.Page(object.headerPage).data(),
+                                     offsetof(storage::PageHeader, prevPage)) == object.entryPage;
+    }
     std::sort(objects_.begin(), objects_.end(), IsBetter);
     size_t kept = 0;
     for (size_t i = 0; i < objects_.size(); ++i) {

@@ -18,7 +18,9 @@ struct FoundObject {
     uint32_t entryPage = 0;   // where its directory entry is; 0 when there is none
     uint32_t entryOffset = 0;
     bool isKey = false;
-    bool agrees = false;  // entry and header page each say that the other is theirs
+    bool agrees = false;  // the entry and the header page are of one object
+    bool exact = false;   // and each says that the other is theirs
+    bool inUse = false;   // the page map has its page for used, or is damaged there
 };
 
 struct ObjectPath {
@@ -37,6 +39,9 @@ class Objects {
     const std::vector<FoundObject>& All() const { return objects_; }
     // Null where nothing is known.
     const FoundObject* WithId(uint32_t id) const;
+    // Its pages of data, in the order of their levels; see StreamOf.
+    std::vector<uint32_t> DataPagesOf(uint32_t id) const;
+    uint32_t RootId() const { return root_; }
     // What the page belongs to.
     const FoundObject* OwnerOf(uint32_t page) const;
     // The entry on that page whose name in the entry itself, in stored form, is that.
@@ -44,17 +49,22 @@ class Objects {
 
     // A name that is not to be had is a question mark with the object's number.
     ObjectPath PathOf(const FoundObject& object) const;
+    platform::WString NameOf(const FoundObject& object) const;
 
   private:
     void Gather();
-    void TakeEntries(uint32_t number, const PageBytes& page);
-    void TakeHeader(uint32_t number, const PageBytes& page);
+    void Take(uint32_t number, bool inUse);
+    void TakeEntries(uint32_t number, const PageBytes& page, bool inUse);
+    void TakeHeader(uint32_t number, const PageBytes& page, bool inUse);
     void Agree();
-    platform::WString NameOf(const FoundObject& object) const;
 
     const Image& image_;
     uint32_t root_ = 1;
     std::vector<FoundObject> objects_;
+    struct DataPage {
+        uint32_t id, level, page;
+    };
+    std::vector<DataPage> data_;
 };
 
 // The directory entries that a page has, and where.

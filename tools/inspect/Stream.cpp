@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: MIT
+#include "tools/inspect/Stream.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "storage/core/Format.h"
+#include "storage/namespace/Stream.h"
+#include "tools/inspect/Fields.h"
+
+namespace fbr {
+namespace {
+
+using storage::LoadU16;
+using storage::LoadU32;
+
+constexpr uint32_t kRunLengths = 4;  // a method of coding
+constexpr uint64_t kLargestStream = uint64_t{1} << 32;
+
+struct StreamRead {
+    std::vector<uint8_t> bytes;  // from the start up to what is missing
+    std::string fault;
+};
+
+// What the header pages of an object tell of its stream.
+struct Description {
+    bool found = false;
+    uint64_t size = 0;
+    uint32_t method = 0, link = 0, info = 0;
+    uint64_t pagesPerBlock = 1;
+    std::vector<uint8_t> payload;  // of a stream without pages
+};
+
+class Reader {
+  public:
+    Reader(const Image& image, const Objects& objects, const FoundObject& object)
+        : image_(image), objects_(objects), object_(object) {}
+
+    StreamRead Read();
+
+  private:
+    bool Enter(uint32_t number, uint16_t kind);
+    bool Describe();
+    void TakeRecords();
+    void FindPages();
+    bool TakePage(uint32_t number);
+    bool AddBlock(uint64_t first, uint64_t count);
+    bool Decode(const std::vector<uint8_t>& code, uint64_t largest);
+    uint32_t Word(size_t offset) const { return LoadU32(page_.data(), offset); }
+    // How many pages the stream has room for.
+    uint64_t Levels() const { return (stream_.size + Room() - 1) / Room(); }
+    uint64_t Room() const { return image_.PageSize() - storage::kPageHeaderSize; }
+
+    const Image& image_;
+    const Objects& objects_;
+    const FoundObject& object_;
+    PageBytes page_;  // the one entered last
+    Description stream_;
+    std::map<uint32_t, uint32_t> pages_;  // by level
+    bool broken_ = false;                 // not all pages could be followed
+    StreamRead read_;
+};
+
+bool Reader::Enter(uint32_t number, uint16_t kind) {
+    if (number <= storage::kSuperblockNumber || number >= image_.PageCount() ||
+        image_.IsMapPage(number))
+        return false;
+    page_ = image_.Page(number);
+    return LoadU16(page_.data(), 0) == kind &&
+           Word(offsetof(storage::PageHeader, fileId)) == object_.id;
+}
+
+void Reader::TakeRecords() {
+    uint32_t end = 0;
+    for (const RecordView& record : RecordsOf(page_, &end)) {
+        const uint8_t* at = page_.data() + record.offset;
+        if (record.type == storage::kFileInfoRecord && record.size >= storage::kFileInfoSize) {
+            stream_.size = storage::LoadU64(at, storage::record::kFileSize);
+        } else if (record.type == storage::kDataRecord && !stream_.found) {
+            stream_.found = true;
+            stream_.link = record.link;
+            stream_.info = LoadU32(at, storage::record::kInfo);
+            stream_.payload.assign(at + storage::record::kPayload, at + record.size);
+        } else if (record.type == storage::kBlockSettingsRecord && record.size >= 22) {
+            stream_.method = LoadU32(at, storage::record::kPayload);
+            stream_.pagesPerBlock = std::max<uint64_t>(1, LoadU16(at, 20));
+        }
+    }
+}
+
+bool Reader::Describe() {
+    std::set<uint32_t> seen;
+    for (uint32_t number = object_.headerPage; number != 0;) {
+        if (!seen.insert(number).second || !Enter(number, storage::kHeaderPage)) break;
+        TakeRecords();
+        number = Word(offsetof(storage::PageHeader, nextPage));
+    }
+    return stream_.found;
+}
+
+// True when it is one that was not taken yet.
+bool Reader::TakePage(uint32_t number) {
+    return Enter(number, storage::kDataPage) &&
+           pages_.emplace(Word(offsetof(storage::PageHeader, level)), number).second;
+}
+
+void Reader::FindPages() {
+    for (uint32_t number = stream_.link; number != 0;) {
+        if (!TakePage(number)) {
+            broken_ = true;
+            break;
+        }
+        number = Word(offsetof(storage::PageHeader, nextPage));
+    }
+    if (!broken_) return;
+    for (const uint32_t number : objects_.DataPagesOf(object_.id)) TakePage(number);
+}
+
+bool Reader::Decode(const std::vector<uint8_t>& code, uint64_t largest) {
+    if (stream_.method != kRunLengths) return false;
+    std::vector<uint8_t> plain(largest);
+    auto length = static_cast<uint32_t>(largest);
+    if (!storage::DecodeRuns(code.data(), static_cast<uint32_t>(code.size()), plain.data(),
+                             &length))
+        return false;
+    read_.bytes.insert(read_.bytes.end(), plain.begin(), plain.begin() + length);
+    return true;
+}
+
+// The pages of one block, of which `first` is the first level. Levels without a page are zeros,
+// unless pages are missing.
+bool Reader::AddBlock(uint64_t first, uint64_t count) {
+    std::vector<uint8_t> bytes, code;
+    for (uint64_t level = first; level < first + count; ++level) {
+        const auto at = pages_.find(static_cast<uint32_t>(level));
+        if (at == pages_.end()) {
+            if (broken_) return false;
+            bytes.resize(bytes.size() + Room());
+            continue;
+        }
+        page_ = image_.Page(at->second);
+        const uint8_t* payload = page_.data() + storage::kPageHeaderSize;
+        const uint32_t coded = LoadU16(page_.data(), offsetof(storage::PageHeader, recordInfo));
+        if (coded != 0)
+            code.insert(code.end(), payload, payload + std::min<uint64_t>(coded, Room()));
+        bytes.insert(bytes.end(), payload, payload + Room());
+    }
+    const size_t before = read_.bytes.size();
+    if (code.empty())
+        read_.bytes.insert(read_.bytes.end(), bytes.begin(), bytes.end());
+    else if (!Decode(code, bytes.size()))
+        return false;
+    if (read_.bytes.size() < before + bytes.size()) read_.bytes.resize(before + bytes.size());
+    return true;
+}
+
+StreamRead Reader::Read() {
+    if (object_.headerPage == 0 || !Describe()) {
+        read_.fault = "the page that describes it is lost";
+        return read_;
+    }
+    if (stream_.size > std::min(image_.FileSize(), kLargestStream)) {
+        read_.fault = fmt::format("it claims {} bytes, more than the store holds", stream_.size);
+        stream_.size = std::min(image_.FileSize(), kLargestStream);
+    }
+    if (stream_.link == 0) {
+        const bool coded = stream_.info != 0;
+        if (!coded) read_.bytes = stream_.payload;
+        if (coded && !Decode(stream_.payload, std::min(stream_.pagesPerBlock, Levels()) * Room()))
+            read_.fault = "its code is broken";
+    } else {
+        FindPages();
+        for (uint64_t at = 0; at < Levels(); at += stream_.pagesPerBlock) {
+            if (AddBlock(at, std::min<uint64_t>(stream_.pagesPerBlock, Levels() - at))) continue;
+            read_.fault = fmt::format("page {} of its data is lost", at);
+            break;
+        }
+    }
+    const bool isShort = read_.bytes.size() < stream_.size;
+    if (isShort && read_.fault.empty()) read_.fault = "its data ends before its size";
+    read_.bytes.resize(std::min<uint64_t>(read_.bytes.size(), stream_.size));
+    return read_;
+}
+
+}  // namespace
+
+ValueRead ValueOf(const Image& image, const Objects& objects, const FoundObject& object) {
+    constexpr size_t kHead = 8;  // type and size in front of the data, in little-endian
+    StreamRead read = Reader(image, objects, object).Read();
+    ValueRead value;
+    value.fault = std::move(read.fault);
+    value.found = read.bytes.size() >= kHead;
+    if (!value.found) {
+        if (value.fault.empty()) value.fault = "it has no type";
+        return value;
+    }
+    value.type = LoadU32(read.bytes.data(), 0);
+    value.size = LoadU32(read.bytes.data(), 4);
+    const size_t there = read.bytes.size() - kHead;
+    if (value.size > there && value.fault.empty()) value.fault = "its data ends before its size";
+    const auto begin = read.bytes.begin() + kHead;
+    value.data.assign(begin, begin + static_cast<ptrdiff_t>(std::min<size_t>(value.size, there)));
+    return value;
+}
+
+}  // namespace fbr
