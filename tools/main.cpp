@@ -15,7 +15,8 @@ int main(int argc, char** argv) {
     fbr::AddBrowseCommands(cli);
     fbr::AddFindCommand(cli);
     fbr::AddContentCommands(cli);
-    fbr::AddTransferCommands(cli);
+    fbr::AddExportCommand(cli);
+    fbr::AddImportCommand(cli);
     fbr::AddCompareCommands(cli);
     fbr::AddIntegrityCommands(cli);
     fbr::AddSalvageCommand(cli);

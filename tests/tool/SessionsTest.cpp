@@ -49,11 +49,12 @@ std::vector<std::string> Lines(std::string text, const std::string& mark = "") {
 // Bytes that are no text as <01>.
 std::string Shown(const std::string& bytes) {
     if (bytes.starts_with("\xFF\xFE")) return RegText(bytes);
+    const bool reg = bytes.starts_with("Windows Registry Editor");
     std::string text;
     for (const char c : bytes) {
         char code[8];
         std::snprintf(code, sizeof code, "<%02x>", static_cast<uint8_t>(c));
-        text += c >= 0 && c < ' ' && c != '\n' ? code : std::string(1, c);
+        text += c >= 0 && c < ' ' && c != '\n' && !(reg && c == '\r') ? code : std::string(1, c);
     }
     return text;
 }

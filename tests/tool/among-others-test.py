@@ -111,7 +111,8 @@ def interrupts(lines):
     assert work.returncode == -signal.SIGINT, work.returncode
     assert told.startswith("fbr: x.jsonl:") and told.count("\n") == 1, told
     words = told.split()
-    assert told.endswith(" set; the rest of the file was not applied\n"), told
+    assert told.endswith(" set; the rest of the file was not applied; the same import goes on from "
+                         "there\n"), told
     values = int(words[words.index("values") - 1])
     assert 0 < values < KEYS, told
     run("check", "y.fbr")
@@ -142,6 +143,10 @@ def busy_store():
                   ["import", "x.fbr", "one.jsonl"], ["diff", "x.fbr", "--to", "x.fbr"],
                   ["copy", "x.fbr", "a1", "--to", "x.fbr", "c"]):
         run("--wait", "0", *words, status=4, err=failed)
+    begin = time.monotonic()
+    for command in ("check", "repair", "compact"):
+        run(command, "x.fbr", "--wait", "0", status=4, err="fbr: cannot " + command + " x.fbr: ")
+    assert time.monotonic() - begin < 4  # each would wait 5 seconds
     begin = time.monotonic()
     run("ls", "x.fbr", "--wait", "1", status=4,
         err="fbr: waiting for the lock of x.fbr, 1 second at most\n" + failed)

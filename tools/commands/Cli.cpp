@@ -245,7 +245,8 @@ Grammar Cli::AsGrammar() const {
     return GrammarOf(*app_, notes_);
 }
 
-void Cli::LimitWait() const {
+void Cli::LimitWait() {
+    waitLimit_.reset();
     if (!wait_) return SetWait(std::nullopt);
     const auto seconds = ParseNumber(*wait_, UINT64_MAX);
     if (!seconds) {
@@ -253,6 +254,9 @@ void Cli::LimitWait() const {
             fmt::format("expected a number of seconds for --wait, not \"{}\"", *wait_));
     }
     SetWait(*seconds);
+    // For what waits in the engine, and not for the lock of a store that is open.
+    constexpr uint64_t kLongest = UINT32_MAX / 1000;
+    waitLimit_.emplace(static_cast<uint32_t>(std::min(*seconds, kLongest) * 1000));
 }
 
 void Cli::TellLoss(const std::string& text) {
@@ -324,6 +328,9 @@ void Cli::HearWarnings() {
 int Cli::Run(std::vector<std::string> words) {
     HearWarnings();
     PutMethodFirst(words);
+    // Known also when the words are wrong before the parser comes to it.
+    const auto data = std::find(words.begin(), words.end(), "--");
+    json_ = std::find(words.begin(), data, "--json") != data;
     for (std::string& word : words) word = Shielded(std::move(word));
     std::reverse(words.begin(), words.end());
     try {
@@ -331,6 +338,7 @@ int Cli::Run(std::vector<std::string> words) {
         if (!std::cout.flush()) return Report("cannot write to standard output", kExitFailed);
         return exitStatus_;
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0) TellProgram(WhatIsWrong(*app_, error), kExitUsage);
         return app_->exit(error, std::cout, std::cerr) == 0 ? kExitOk : kExitUsage;
     } catch (const UsageError& error) {
         return Fail(error.what(), kExitUsage);
@@ -349,13 +357,17 @@ int Cli::Run(std::vector<std::string> words) {
 }
 
 // A program that reads objects finds out by one.
+void Cli::TellProgram(const std::string& error, int status) const {
+    if (!json_ || quiet_) return;
+    std::cout << JsonObject(JsonObject::Place::kLine)
+                     .Number("status", static_cast<uint64_t>(status))
+                     .Text("error", error)
+                     .Done()
+              << '\n';
+}
+
 int Cli::Fail(const std::string& text, int status) const {
-    if (json_ && !quiet_)
-        std::cout << JsonObject(JsonObject::Place::kLine)
-                         .Number("status", static_cast<uint64_t>(status))
-                         .Text("error", text)
-                         .Done()
-                  << '\n';
+    TellProgram(text, status);
     return Report(text.c_str(), status);
 }
 
@@ -371,11 +383,11 @@ FBR_METHOD ParseMethod(const std::string& text) {
     if (text == "offline") return FS_VR_METHOD_OFFLINE;
     if (text == "remote-container")
         return static_cast<FBR_METHOD>(4);  // what a server opens one by
-    const auto number = ParseNumber(text, UINT32_MAX);
-    if (!number) {
+    const auto number = ParseNumber(text, FS_VR_METHOD_OFFLINE);
+    if (!number || *number == 0) {
         throw UsageError(fmt::format(
-            "expected container, native, hive, offline, remote-container or a number after "
-            "--method, not \"{}\"",
+            "expected container, native, hive, offline, remote-container or a number from 1 to 6 "
+            "after --method, not \"{}\"",
             text));
     }
     return static_cast<FBR_METHOD>(*number);

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/LockWaitLimit.h"
 #include "tools/commands/Help.h"
 #include "tools/store/Store.h"
 
@@ -123,7 +124,8 @@ class Cli {
   private:
     void HearWarnings();
     void StartTrace();
-    void LimitWait() const;
+    void LimitWait();
+    void TellProgram(const std::string& error, int status) const;
     int Fail(const std::string& text, int status) const;
 
     std::unique_ptr<CLI::App> app_;
@@ -132,6 +134,7 @@ class Cli {
     std::string traceFolder_;
     uint64_t traceLevel_ = 4;
     std::optional<std::string> wait_;
+    std::optional<platform::LockWaitLimit> waitLimit_;
     std::string color_ = "auto";
     bool json_ = false, quiet_ = false;
     int exitStatus_ = kExitOk;
@@ -152,7 +155,8 @@ void AddFindCommand(Cli& cli);        // find
 void AddContentCommands(Cli& cli);    // stat, hash
 void AddEditCommands(Cli& cli);       // create, set, rm
 void AddMoveCommands(Cli& cli);       // cp, mv
-void AddTransferCommands(Cli& cli);   // export, import
+void AddExportCommand(Cli& cli);      // export
+void AddImportCommand(Cli& cli);      // import
 void AddCompareCommands(Cli& cli);    // copy, diff
 void AddIntegrityCommands(Cli& cli);  // check, repair, compact
 void AddSalvageCommand(Cli& cli);     // salvage

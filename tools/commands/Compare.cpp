@@ -41,14 +41,13 @@ void Copy(Cli& cli, const End& from, const End& to) {
             fmt::format("expected a key outside of {} to copy it to", ShowKey(from.key)));
     }
     StorePair stores(from, to, Store::IfMissing::kCreate);
-    {
+    DoAndClose(stores, [&] {
         const BothLocks<ReadLock, WriteLock> locks(stores);
         const Place source{stores.From(), from.key}, target{stores.To(), to.key};
         TreeProgress progress(cli, "Copying keys:", KeysToShow(source));
         const InterruptGuard guard;
         CopyTree(source, target, progress.OnKey(), progress.OnLoss());
-    }
-    stores.Close();
+    });
 }
 
 // What a comparison's report needs to know besides the differences: whether there were any, and

@@ -2,8 +2,11 @@
 // The two ends of a command that goes from one place to another.
 #pragma once
 
+#include <functional>
 #include <optional>
+#include <string>
 
+#include "tools/console/Interrupt.h"
 #include "tools/store/Place.h"
 
 namespace fbr {
@@ -17,6 +20,30 @@ struct End {
 bool IsSameStore(const StoreName& a, const StoreName& b);
 // True when `to` is `from` or stands below it.
 bool LeadsIntoItself(const End& from, const End& to);
+
+// Does `work` and closes what it works on, also after a failure: a hive is saved then, and what
+// `work` tells to stand does so only if that works.
+template <class Closed>
+void DoAndClose(Closed& closed, const std::function<void()>& work) {
+    const auto whyLost = [&closed]() -> std::string {
+        try {
+            closed.Close();
+            return "";
+        } catch (const StoreError& error) {
+            return std::string("; and none of that was saved: ") + error.what();
+        }
+    };
+    try {
+        work();
+    } catch (const std::exception& error) {
+        const std::string lost = whyLost();
+        if (lost.empty()) throw;
+        if (dynamic_cast<const Interrupted*>(&error) != nullptr)
+            throw Interrupted(error.what() + lost);
+        throw std::runtime_error(error.what() + lost);
+    }
+    closed.Close();
+}
 
 // Two stores, or one for both ends.
 class StorePair {

@@ -19,6 +19,7 @@
 #include "tools/format/Json.h"
 #include "tools/format/Text.h"
 #include "tools/inspect/Image.h"
+#include "tools/store/Kind.h"
 #include "tools/store/Status.h"
 
 namespace fbr {
@@ -213,6 +214,7 @@ void Check(Cli& cli, const CheckArguments& arguments, bool repair) {
         const PageBytes super = image.Raw(1);
         run.logIsPending = super[12] != 0 || super[13] != 0;
     }
+    if (repair) ExpectChangeable(file);
     if (cli.Traces()) OpenTrace();
     g_run = &run;
     OnInterrupt([] { g_stop = true; });
@@ -252,6 +254,7 @@ struct Extent {
 void Compact(const Cli& cli, const std::string& path) {
     const std::string file = cli.ContainerAt(path);
     const Extent before(file);
+    ExpectChangeable(file);
     OnInterrupt([] { g_stop = true; });
     const storage::Status status =
         storage::StorageCompactFile(Wide(file).c_str(), nullptr, [](void*) { return !g_stop; });

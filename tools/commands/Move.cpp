@@ -71,12 +71,11 @@ void Take(Cli& cli, const Way& way, bool move) {
         throw UsageError(fmt::format("expected a key that {} is not below to move it to",
                                      ShowKey(way.from.key)));
     StorePair stores(way.from, way.to, Store::IfMissing::kCreate);
-    {
+    DoAndClose(stores, [&] {
         const BothLocks<LockOfFrom, WriteLock> locks(stores);
         const Place from{stores.From(), way.from.key}, to{stores.To(), way.to.key};
         way.name ? TakeValue(way, from, to, move) : TakeKey(cli, from, to, move);
-    }
-    stores.Close();
+    });
 }
 
 void Rename(const StoreName& name, const Arguments& args) {

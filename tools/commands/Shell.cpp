@@ -64,6 +64,11 @@ class Shell {
         LineEditor editor([this](const std::string& line) { return Continue(line); });
         while (const auto line = editor.Read(fmt::format("{} \\{}> ", path_, current_))) {
             const ShellLine parsed = ParseShellLine(*line);
+            if (parsed.quoted) {
+                std::cerr << "fbr: expected a quote at the end of the line" << std::endl;
+                status_ = kExitUsage;
+                continue;
+            }
             if (parsed.words.empty()) continue;
             if (parsed.words[0] == "exit" || parsed.words[0] == "quit") break;
             Do(parsed);

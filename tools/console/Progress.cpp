@@ -13,16 +13,19 @@ namespace {
 
 constexpr auto kInterval = std::chrono::milliseconds(100);
 constexpr int kCells = 30;
+constexpr uint64_t kMegabyte = 1'000'000;
 bool g_hidden = false;
 
 }  // namespace
 
 // Work that is over within the first interval shows nothing at all.
-Progress::Progress(std::string what, uint64_t total)
+Progress::Progress(std::string what, uint64_t total, Unit unit)
     : what_(std::move(what)),
       total_(total),
+      unit_(unit),
       visible_(ErrorIsTerminal() && !g_hidden),
-      next_(std::chrono::steady_clock::now() + kInterval) {}
+      begin_(std::chrono::steady_clock::now()),
+      next_(begin_ + kInterval) {}
 
 void Progress::Hide() {
     g_hidden = true;
@@ -50,10 +53,26 @@ void Progress::Draw() const {
         const uint64_t done = std::min(done_, total_);
         const auto full = static_cast<int>(kCells * done / total_);
         for (int i = 0; i < kCells; ++i) line += i < full ? "\u2588" : "\u2591";
-        line += fmt::format(" {:3}%  {} of {}", 100 * done / total_, done, total_);
+        line += fmt::format(" {:3}%  ", 100 * done / total_);
+        if (unit_ == Unit::kBytes)
+            line += fmt::format("{} of {} MB", done / kMegabyte, total_ / kMegabyte + 1);
+        else
+            line += fmt::format("{} of {}", done, total_);
+        line += TimeLeft();
     }
     std::fwrite(line.data(), 1, line.size(), stderr);
     std::fflush(stderr);
+}
+
+// Nothing in the first second, which tells little of those to come.
+std::string Progress::TimeLeft() const {
+    using namespace std::chrono;
+    const double gone = duration<double>(steady_clock::now() - begin_).count();
+    if (gone < 1 || done_ == 0 || done_ >= total_) return "";
+    const double part = static_cast<double>(done_) / static_cast<double>(total_);
+    const auto left = static_cast<uint64_t>(gone / part - gone) + 1;
+    return left < 60 ? fmt::format("  {} s left", left)
+                     : fmt::format("  {} min left", left / 60 + 1);
 }
 
 void Progress::Clear() {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A progress bar on standard error, drawn on a terminal only.
+// A progress bar on standard error, drawn on a terminal only, with the time that is left where that
+// can be told.
 #pragma once
 
 #include <chrono>
@@ -12,7 +13,8 @@ class Progress {
   public:
     // `what` is said in front of the bar. A `total` of 0 means that it is not known: the steps
     // done are then counted.
-    Progress(std::string what, uint64_t total);
+    enum class Unit { kSteps, kBytes };
+    Progress(std::string what, uint64_t total, Unit unit = Unit::kSteps);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -30,10 +32,13 @@ class Progress {
 
   private:
     void Draw() const;
+    std::string TimeLeft() const;
 
     const std::string what_;
     const uint64_t total_;
+    const Unit unit_;
     const bool visible_;
+    const std::chrono::steady_clock::time_point begin_;
     uint64_t done_ = 0;
     bool drawn_ = false;
     std::chrono::steady_clock::time_point next_;

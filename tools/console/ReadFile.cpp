@@ -1,29 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "tools/console/ReadFile.h"
 
-#include <algorithm>
-#include <cstdint>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
+
+#include "tools/console/Interrupt.h"
 
 namespace fbr {
 namespace {
 
-// A file that has the bytes expected of it takes no memory beyond them.
-std::string ReadAll(std::istream& in, uint64_t expected) {
-    std::string bytes;
-    size_t done = 0;
-    size_t room = std::max<uint64_t>(expected + 1, 64 * 1024);
-    do {
-        bytes.resize(room);
-        in.read(bytes.data() + done, static_cast<std::streamsize>(room - done));
-        done += static_cast<size_t>(in.gcount());
-        room = done * 2;
-    } while (in);
-    bytes.resize(done);
-    return bytes;
+constexpr size_t kPart = 64 * 1024;
+constexpr size_t kLittle = 1024 * 1024;  // worth no temporary file
+
+std::filesystem::path PathOf(const std::string& utf8) {
+    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
 }
 
 std::string Utf8(const std::filesystem::path& file) {
@@ -31,27 +24,98 @@ std::string Utf8(const std::filesystem::path& file) {
     return {text.begin(), text.end()};
 }
 
-[[noreturn]] void Fail(const std::filesystem::path& file, const char* why) {
-    throw std::runtime_error("cannot read file " + Utf8(file) + why);
+[[noreturn]] void Fail(const std::string& file, const char* why) {
+    throw std::runtime_error("cannot read file " + file + why);
+}
+
+std::unique_ptr<std::ifstream> Open(const std::filesystem::path& file) {
+    std::error_code error;
+    if (std::filesystem::is_directory(file, error)) Fail(Utf8(file), ": it is a folder");
+    if (!std::filesystem::exists(file, error)) Fail(Utf8(file), ": there is no such file");
+    auto in = std::make_unique<std::ifstream>(file, std::ios::binary);
+    if (!*in) Fail(Utf8(file), ": it may not be read");
+    return in;
+}
+
+// The next part, as much as there is room for.
+size_t ReadSome(std::istream& in, char* out, size_t room) {
+    StopIfInterrupted();
+    in.read(out, static_cast<std::streamsize>(room));
+    return static_cast<size_t>(in.gcount());
 }
 
 }  // namespace
 
-std::string ReadFile(const std::filesystem::path& file) {
+FileSource::FileSource(const std::filesystem::path& file) : name_(Utf8(file)) {
+    auto in = Open(file);
     std::error_code error;
-    if (std::filesystem::is_directory(file, error)) Fail(file, ": it is a folder");
-    if (!std::filesystem::exists(file, error)) Fail(file, ": there is no such file");
-    std::ifstream in(file, std::ios::binary);
-    if (!in) Fail(file, ": it may not be read");
-    const uintmax_t size = std::filesystem::file_size(file, error);
-    std::string bytes = ReadAll(in, error ? 0 : size);
-    if (in.bad()) Fail(file, ": its disk fails");
-    return bytes;
+    if (!std::filesystem::is_regular_file(file, error)) {
+        Keep(*in);
+        return;
+    }
+    size_ = std::filesystem::file_size(file, error);
+    in_ = std::move(in);
+}
+
+FileSource::FileSource(const std::string& file) : name_(file) {
+    if (file == "-")
+        Keep(std::cin);
+    else
+        *this = FileSource(PathOf(file));
+}
+
+void FileSource::Keep(std::istream& once) {
+    std::string bytes(kPart, '\0');
+    auto memory = std::make_unique<std::stringstream>();
+    std::unique_ptr<std::fstream> file;
+    while (const size_t more = ReadSome(once, bytes.data(), bytes.size())) {
+        if (size_ + more > kLittle && !file) {
+            folder_ = std::make_unique<TempFolder>();
+            file = std::make_unique<std::fstream>(
+                folder_->Path() / "input",
+                std::ios::binary | std::ios::in | std::ios::out | std::ios::trunc);
+            *file << memory->rdbuf();
+        }
+        std::iostream& out = file ? static_cast<std::iostream&>(*file) : *memory;
+        if (!out.write(bytes.data(), static_cast<std::streamsize>(more)))
+            folder_->ThrowFailed("what is read does not fit");
+        size_ += more;
+    }
+    if (file && !file->flush()) folder_->ThrowFailed("what is read does not fit");
+    if (file)
+        in_ = std::move(file);
+    else
+        in_ = std::move(memory);
+    if (folder_) folder_->Remove();
+    Rewind();
+}
+
+size_t FileSource::Read(char* out, size_t room) {
+    const size_t size = ReadSome(*in_, out, room);
+    if (in_->bad()) Fail(name_, ": its disk fails");
+    position_ += size;
+    return size;
+}
+
+void FileSource::Rewind() {
+    in_->clear();
+    in_->seekg(0);
+    position_ = 0;
 }
 
 std::string ReadInput(const std::string& file) {
-    if (file == "-") return ReadAll(std::cin, 0);
-    return ReadFile(std::filesystem::path(std::u8string(file.begin(), file.end())));
+    std::unique_ptr<std::ifstream> opened;
+    if (file != "-") opened = Open(PathOf(file));
+    std::istream& in = opened ? *opened : std::cin;
+    std::string bytes;
+    for (size_t size = 0;; size = bytes.size()) {
+        bytes.resize(size + kPart);
+        const size_t more = ReadSome(in, bytes.data() + size, kPart);
+        bytes.resize(size + more);
+        if (more == 0) break;
+    }
+    if (in.bad()) Fail(file, ": its disk fails");
+    return bytes;
 }
 
 }  // namespace fbr

@@ -144,6 +144,41 @@ Bytes LineReader::ReadHex() {
     return std::move(*bytes);
 }
 
+// The lines of a source, of which one at a time is in memory.
+class Lines {
+  public:
+    explicit Lines(ByteSource& source) : source_(source) {}
+
+    // The next one without its end, until the next call; false behind the last.
+    bool Next(std::string_view& line) {
+        size_t end = bytes_.find('\n', position_);
+        while (end == bytes_.npos && ReadOn()) end = bytes_.find('\n', searched_);
+        const bool last = end == bytes_.npos;
+        if (last && position_ == bytes_.size()) return false;
+        end = std::min(end, bytes_.size());
+        line = std::string_view(bytes_).substr(position_, end - position_);
+        position_ = end + (last ? 0 : 1);
+        return true;
+    }
+
+  private:
+    static constexpr size_t kPart = 64 * 1024;
+
+    bool ReadOn() {
+        bytes_.erase(0, position_);
+        position_ = 0;
+        searched_ = bytes_.size();
+        bytes_.resize(searched_ + kPart);
+        const size_t more = source_.Read(bytes_.data() + searched_, kPart);
+        bytes_.resize(searched_ + more);
+        return more != 0;
+    }
+
+    ByteSource& source_;
+    std::string bytes_;
+    size_t position_ = 0, searched_ = 0;
+};
+
 // "\a\b" to "a\b"; nothing when it is not a key.
 std::optional<WString> KeyOf(const WString& text) {
     if (text.empty()) return WString();
@@ -232,23 +267,30 @@ void JsonLinesWriter::Value(WStringView name, uint32_t type, const Bytes& data) 
     out_ << line << "\"}\n";
 }
 
-void ReadJsonLines(std::string_view bytes, const OnRecord& take) {
-    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+void ReadJsonLines(ByteSource& source, const OnRecord& take, const Hearing& hearing) {
+    Lines lines(source);
     Keys keys;
-    for (uint64_t number = 1; !bytes.empty(); ++number) {
-        const size_t end = std::min(bytes.find('\n'), bytes.size());
-        std::string_view text = bytes.substr(0, end);
-        bytes.remove_prefix(std::min(end + 1, bytes.size()));
+    std::string_view text;
+    for (uint64_t number = 1; lines.Next(text); ++number) {
+        if (number == 1 && text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
         if (text.ends_with('\r')) text.remove_suffix(1);
         if (text.find_first_not_of(" \t") == text.npos) continue;
-        LineReader line(text, number);
-        line.Read();
-        TakeRecord(keys, line, number, take);
+        try {
+            LineReader line(text, number);
+            line.Read();
+            TakeRecord(keys, line, number, take);
+        } catch (const FormatError& error) {
+            if (!hearing.bad) throw;
+            hearing.bad(error.Line(), error.what());
+        }
     }
 }
 
 Document ReadJsonLines(std::string_view bytes) {
-    return Gather([bytes](const OnRecord& take) { ReadJsonLines(bytes, take); });
+    return Gather([bytes](const OnRecord& take) {
+        ByteView source(bytes);
+        ReadJsonLines(source, take);
+    });
 }
 
 }  // namespace fbr

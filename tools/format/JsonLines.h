@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "tools/format/ByteSource.h"
 #include "tools/format/Record.h"
 
 namespace fbr {
@@ -30,10 +31,10 @@ class JsonLinesWriter : public RecordSink {
     std::string key_;  // the start of a line: the key member of the key given last
 };
 
-// Gives `take` the records of `bytes`, with or without a byte-order mark, one by one. Throws
-// FormatError at the first line that cannot be read. Time is in proportion to the size of `bytes`,
-// memory to that of the longest line.
-void ReadJsonLines(std::string_view bytes, const OnRecord& take);
+// Gives `take` the records of `source`, with or without a byte-order mark, one by one; see Hearing
+// for lines that cannot be read. Time is in proportion to the size of the source, memory to that of
+// the longest line.
+void ReadJsonLines(ByteSource& source, const OnRecord& take, const Hearing& hearing = {});
 // All of them together.
 Document ReadJsonLines(std::string_view bytes);
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/format/Matching.h"
 
+#include <fmt/format.h>
+
 #include <chrono>
 #include <cstdio>
 
@@ -11,8 +13,12 @@
 namespace fbr {
 namespace {
 
-// The library's regular expressions go one call deeper for each character that they look at.
-constexpr size_t kRegexPart = 4096, kRegexOverlap = 1024;
+// Steps through the states side by side and never goes back: no expression takes for ever, and none
+// goes deeper for longer text.
+constexpr auto kRegexFlags = std::regex::ECMAScript | std::regex::icase | std::regex::nosubs |
+                             std::regex_constants::__polynomial;
+
+constexpr size_t kLongestRegex = 1000;  // the library reads brackets within brackets by recursion
 
 WString Folded(WStringView text) {
     WString out(text);
@@ -42,14 +48,12 @@ bool IsLike(WStringView text, WStringView glob) {
     return in == glob.size();
 }
 
-bool Finds(const std::regex& regex, const std::string& text) {
-    for (size_t at = 0;; at += kRegexPart - kRegexOverlap) {
-        const auto begin = text.begin() + static_cast<std::ptrdiff_t>(at);
-        const bool last = text.size() - at <= kRegexPart;
-        const auto end = last ? text.end() : begin + kRegexPart;
-        if (std::regex_search(begin, end, regex)) return true;
-        if (last) return false;
-    }
+// An expression that begins anywhere, so that one walk over the text finds it: asked for it at each
+// place in turn, the library would walk to the end from each.
+std::regex Anywhere(const std::string& text) {
+    if (text.size() > kLongestRegex) throw std::regex_error(std::regex_constants::error_space);
+    std::regex(text, kRegexFlags);  // sound by itself, and not only within the brackets
+    return std::regex("[^]*?(?:" + text + ")", kRegexFlags);
 }
 
 }  // namespace
@@ -67,16 +71,23 @@ Pattern Pattern::Piece(WStringView text) {
 Pattern Pattern::Regex(WStringView text) {
     Pattern pattern(Kind::kRegex, text);
     try {
-        pattern.regex_.emplace(Utf8(text), std::regex::ECMAScript | std::regex::icase);
-    } catch (const std::regex_error&) {
-        throw PatternError("expected a regular expression, not \"" + Utf8(text) + "\"");
+        pattern.regex_ = Anywhere(Utf8(text));
+    } catch (const std::regex_error& error) {
+        const auto code = error.code();
+        const char* which = code == std::regex_constants::error_complexity
+                                ? " without references back"
+                            : code == std::regex_constants::error_space ? " that is shorter"
+                                                                        : "";
+        throw PatternError(
+            fmt::format("expected a regular expression{}, not \"{}\"", which, Utf8(text)));
     }
     return pattern;
 }
 
 bool Pattern::Fits(WStringView text) const {
     if (kind_ == Kind::kGlob) return IsLike(text, text_);
-    if (kind_ == Kind::kRegex) return Finds(*regex_, Utf8(text));
+    if (kind_ == Kind::kRegex)
+        return std::regex_search(Utf8(text), *regex_, std::regex_constants::match_continuous);
     return Folded(text).find(text_) != WString::npos;
 }
 

@@ -24,7 +24,8 @@ class Pattern {
     static Pattern Glob(platform::WStringView text);
     // Text that holds `text`.
     static Pattern Piece(platform::WStringView text);
-    // Text in which the regular expression (ECMAScript) is found. Throws PatternError.
+    // Text in which the regular expression (ECMAScript without references back) is found, in a
+    // time in proportion to the lengths of both. Throws PatternError.
     static Pattern Regex(platform::WStringView text);
 
     bool Fits(platform::WStringView text) const;

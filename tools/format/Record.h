@@ -29,6 +29,24 @@ class FormatError : public std::runtime_error {
     uint64_t line_;
 };
 
+// Bytes that are no text in the encoding of the file: nothing behind them can be read.
+class DecodeError : public FormatError {
+  public:
+    using FormatError::FormatError;
+};
+
+// Told of a line, from 1, and what there is to say of it.
+using OnLine = std::function<void(uint64_t line, const std::string& text)>;
+
+// What a reader tells besides the records. Either may be empty.
+struct Hearing {
+    // A line that cannot be read, and is passed over; with nobody to hear it a FormatError is
+    // thrown.
+    OnLine bad;
+    // A line that is not written as it should be, and how it is taken.
+    OnLine odd;
+};
+
 // One change, in the order of the file. A value belongs to the key that its record names.
 struct Record {
     enum class Kind : uint8_t { kKey, kValue, kDeleteKey, kDeleteValue };

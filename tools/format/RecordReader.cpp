@@ -5,12 +5,23 @@
 #include "tools/format/RegReader.h"
 
 namespace fbr {
+namespace {
 
-void ReadRecords(std::string_view bytes, const std::string& format, const OnRecord& take) {
-    const size_t first = bytes.find_first_not_of("\xEF\xBB\xBF \t\r\n");
-    const bool looksLikeJson = first != std::string_view::npos && bytes[first] == '{';
-    const bool json = format.empty() ? looksLikeJson : format == "jsonl";
-    json ? ReadJsonLines(bytes, take) : ReadReg(bytes, take);
+bool LooksLikeJson(ByteSource& source) {
+    char bytes[4096];
+    const std::string_view begin(bytes, source.Read(bytes, sizeof bytes));
+    const size_t first = begin.find_first_not_of("\xEF\xBB\xBF \t\r\n");
+    return first != std::string_view::npos && begin[first] == '{';
+}
+
+}  // namespace
+
+void ReadRecords(ByteSource& source, const std::string& format, const OnRecord& take,
+                 const Hearing& hearing) {
+    source.Rewind();
+    const bool json = format.empty() ? LooksLikeJson(source) : format == "jsonl";
+    source.Rewind();
+    json ? ReadJsonLines(source, take, hearing) : ReadReg(source, take, hearing);
 }
 
 }  // namespace fbr

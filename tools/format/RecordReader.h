@@ -3,13 +3,15 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
+#include "tools/format/ByteSource.h"
 #include "tools/format/Record.h"
 
 namespace fbr {
 
-// As ReadReg and ReadJsonLines. `format` is "reg", "jsonl", or empty: the first character tells.
-void ReadRecords(std::string_view bytes, const std::string& format, const OnRecord& take);
+// As ReadReg and ReadJsonLines, from the source's begin on. `format` is "reg", "jsonl", or empty:
+// the first character tells.
+void ReadRecords(ByteSource& source, const std::string& format, const OnRecord& take,
+                 const Hearing& hearing = {});
 
 }  // namespace fbr

@@ -36,15 +36,16 @@ bool IsText(uint32_t type) {
 // leaves the position behind it.
 class Reader {
   public:
-    Reader(std::string_view bytes, const OnRecord& take)
-        : decoder_(bytes, [](std::string_view file) { return file.starts_with(kHeader4); }),
-          take_(take) {}
+    Reader(ByteSource& source, const OnRecord& take, const Hearing& hearing)
+        : decoder_(source, [](std::string_view file) { return file.starts_with(kHeader4); }),
+          take_(take),
+          hearing_(hearing) {}
 
     void Read() {
         ReadHeader();
         while (!AtEnd()) {
             DropLinesRead();
-            ReadLine();
+            ReadLineOrTell();
         }
     }
 
@@ -78,13 +79,14 @@ class Reader {
     void EndOfLine(std::string_view after);
 
     void ReadHeader();
+    void ReadLineOrTell();
     void ReadLine();
     void ReadKeyLine();
     WString KeyPath(WStringView text) const;
     std::optional<WChar> KeyEscape(WStringView text) const;
     void ReadValueLine();
     WString ReadQuoted(std::string_view what);
-    WChar ReadEscape();
+    void ReadEscape(WString& out);
     void ReadData(Record& record);
     void ReadString(Record& record);
     uint32_t ReadHexNumber(std::string_view what);
@@ -95,11 +97,13 @@ class Reader {
 
     TextDecoder decoder_;
     const OnRecord& take_;
+    const Hearing& hearing_;
     WString text_;  // decoded, from a line's begin on
     size_t position_ = 0;
     uint64_t line_ = 1;
     bool ansi_ = false;   // a REGEDIT4 file
     bool inKey_ = false;  // values may follow
+    bool lost_ = false;   // the key could not be read, and its values are nobody's
     WString key_;         // the key read last
     uint32_t keys_ = 0;
 };
@@ -143,6 +147,20 @@ void Reader::ReadHeader() {
     TakeLineEnd();
 }
 
+// Behind a line that cannot be read the next one may be sound.
+void Reader::ReadLineOrTell() {
+    if (!hearing_.bad) return ReadLine();
+    try {
+        ReadLine();
+    } catch (const DecodeError&) {
+        throw;
+    } catch (const FormatError& error) {
+        SkipToLineEnd();
+        TakeLineEnd();
+        hearing_.bad(error.Line(), error.what());
+    }
+}
+
 void Reader::ReadLine() {
     SkipBlanks();
     const WChar first = Peek();
@@ -159,6 +177,8 @@ void Reader::ReadLine() {
 // A key ends at the last bracket of its line, for a name may hold brackets.
 void Reader::ReadKeyLine() {
     const size_t begin = position_ + 1;
+    inKey_ = false;
+    lost_ = true;
     SkipToLineEnd();
     const size_t end = text_.rfind(']', position_ - 1);
     if (end == WString::npos || end < begin) Expected("\"]\" at the end of the key");
@@ -173,9 +193,10 @@ void Reader::ReadKeyLine() {
     }
     record.key = keys_++;
     key_ = KeyPath(path);
-    inKey_ = record.kind == Record::Kind::kKey;
     position_ = end + 1;
     EndOfLine("the key");
+    lost_ = false;
+    inKey_ = record.kind == Record::Kind::kKey;
     take_(key_, record);
 }
 
@@ -219,7 +240,7 @@ WString Reader::KeyPath(WStringView text) const {
 }
 
 void Reader::ReadValueLine() {
-    if (!inKey_) Expected("a key in brackets before the first value");
+    if (!inKey_ && !lost_) Expected("a key in brackets before the first value");
     Record record;
     record.kind = Record::Kind::kValue;
     record.line = line_;
@@ -233,42 +254,48 @@ void Reader::ReadValueLine() {
     SkipBlanks();
     ReadData(record);
     EndOfLine("the value");
-    take_(key_, record);
+    if (!lost_) take_(key_, record);
 }
 
 // Text in quotes, which may run over line ends; they are part of it.
 WString Reader::ReadQuoted(std::string_view what) {
     const uint64_t begin = line_;
+    const size_t start = position_;
     Take('"');
     WString out;
     while (!Take('"')) {
         if (AtEnd()) {
             line_ = begin;
+            position_ = start;  // the next line may be sound
             Expected(fmt::format("a quote at the end of {}", what));
         }
         const WChar unit = text_[position_++];
         if (unit == '\n' || (unit == '\r' && Peek() != '\n')) ++line_;
-        out += unit == '\\' ? ReadEscape() : unit;
+        if (unit == '\\')
+            ReadEscape(out);
+        else
+            out += unit;
     }
     return out;
 }
 
-WChar Reader::ReadEscape() {
+void Reader::ReadEscape(WString& out) {
     const WChar unit = Peek();
-    if (!AtEnd()) ++position_;
-    switch (unit) {
-        case '\\':
-        case '"':
-            return unit;
-        case 'n':
-            return '\n';
-        case 'r':
-            return '\r';
-        case '0':
-            return 0;
-        default:
-            Expected("\\, \", n, r or 0 after a backslash in quotes");
+    if (IsLineEnd(unit)) Expected("\\, \", n, r or 0 after a backslash in quotes");
+    ++position_;
+    constexpr std::string_view kFrom("\\\"nr0", 5), kTo("\\\"\n\r\0", 5);
+    const size_t which = unit < 0x80 ? kFrom.find(static_cast<char>(unit)) : kFrom.npos;
+    if (which != kFrom.npos) {
+        out += static_cast<WChar>(kTo[which]);
+        return;
     }
+    out += '\\';
+    out += unit;
+    if (!hearing_.odd) return;
+    const WChar both[] = {'\\', unit};
+    hearing_.odd(line_, fmt::format("took \"{}\" in quotes as it stands, which a .reg file writes "
+                                    "with two backslashes",
+                                    Printable({both, 2})));
 }
 
 void Reader::ReadData(Record& record) {
@@ -360,12 +387,15 @@ bool Reader::ContinueBytes() {
 
 }  // namespace
 
-void ReadReg(std::string_view bytes, const OnRecord& take) {
-    Reader(bytes, take).Read();
+void ReadReg(ByteSource& source, const OnRecord& take, const Hearing& hearing) {
+    Reader(source, take, hearing).Read();
 }
 
 Document ReadReg(std::string_view bytes) {
-    return Gather([bytes](const OnRecord& take) { ReadReg(bytes, take); });
+    return Gather([bytes](const OnRecord& take) {
+        ByteView source(bytes);
+        ReadReg(source, take);
+    });
 }
 
 }  // namespace fbr

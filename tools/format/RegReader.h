@@ -9,13 +9,18 @@
 
 #include <string_view>
 
+#include "tools/format/ByteSource.h"
 #include "tools/format/Record.h"
 
 namespace fbr {
 
-// Gives `take` the records of `bytes` one by one. Throws FormatError at the first line that cannot
-// be read. Time is in proportion to the size of `bytes`, memory to that of the largest record.
-void ReadReg(std::string_view bytes, const OnRecord& take);
+// Gives `take` the records of `source` one by one; see Hearing for lines that cannot be read, to
+// which belong all values of a key that cannot. Time is in proportion to the size of the source,
+// memory to that of the largest record.
+//
+// A backslash in quotes with anything but \, ", n, r or 0 behind it stands for itself, and is odd:
+// regedit writes none, but people do.
+void ReadReg(ByteSource& source, const OnRecord& take, const Hearing& hearing = {});
 // All of them together.
 Document ReadReg(std::string_view bytes);
 

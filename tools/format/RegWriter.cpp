@@ -44,6 +44,17 @@ void AppendKeyEscape(WString& out, WChar unit) {
     AppendAscii(out, fmt::format("\\\\u{:04X}", static_cast<uint16_t>(unit)));
 }
 
+// What a REGEDIT4 file has as text of its code page.
+bool IsAnsiData(uint32_t type) {
+    return type == kRegSz || type == kRegExpandSz || type == kRegMultiSz;
+}
+
+WString Units(const Bytes& data) {
+    WString text(data.size() / 2, WChar{});
+    if (!text.empty()) std::memcpy(text.data(), data.data(), text.size() * 2);
+    return text;
+}
+
 WString QuotedUnits(const Bytes& data) {
     WString text(data.size() / 2 - 1, WChar{});
     std::memcpy(text.data(), data.data(), text.size() * 2);
@@ -63,16 +74,41 @@ bool IsQuotable(const Bytes& data) {
     return true;
 }
 
-RegWriter::RegWriter(std::ostream& out, WString prefix) : out_(out), prefix_(std::move(prefix)) {
-    out_.write("\xFF\xFE", 2);
-    AppendAscii(line_, "Windows Registry Editor Version 5.00");
+RegWriter::RegWriter(std::ostream& out, WString prefix, RegForm form)
+    : out_(out), prefix_(std::move(prefix)), form_(form) {
+    if (form_ == RegForm::kUtf16) out_.write("\xFF\xFE", 2);
+    AppendAscii(line_,
+                form_ == RegForm::kRegedit4 ? "REGEDIT4" : "Windows Registry Editor Version 5.00");
     EndLine();
+}
+
+bool RegWriter::CarriesText(WStringView text) const {
+    if (form_ == RegForm::kUtf16) return true;
+    if (form_ == RegForm::kRegedit4) return IsAnsi(text);
+    for (size_t i = 0; i < text.size(); ++i)
+        if (IsLoneSurrogate(text, i)) return false;
+    return true;
+}
+
+bool RegWriter::CarriesKey(WStringView path) const {
+    return CarriesText(prefix_) && CarriesText(path);
+}
+
+bool RegWriter::CarriesValue(WStringView name, uint32_t type, const Bytes& data) const {
+    if (!CarriesText(name)) return false;
+    return form_ != RegForm::kRegedit4 || !IsAnsiData(type) ||
+           (data.size() % 2 == 0 && IsAnsi(Units(data)));
 }
 
 void RegWriter::EndLine() {
     AppendAscii(line_, "\r\n");
-    out_.write(reinterpret_cast<const char*>(line_.data()),
-               static_cast<std::streamsize>(line_.size() * sizeof(WChar)));
+    if (form_ == RegForm::kUtf8)
+        out_ << Utf8(line_);
+    else if (form_ == RegForm::kRegedit4)
+        out_ << Ansi(line_);
+    else
+        out_.write(reinterpret_cast<const char*>(line_.data()),
+                   static_cast<std::streamsize>(line_.size() * sizeof(WChar)));
     line_.clear();
 }
 
@@ -124,7 +160,9 @@ void RegWriter::Value(WStringView name, uint32_t type, const Bytes& data) {
         std::memcpy(&number, data.data(), sizeof(number));
         AppendAscii(line_, fmt::format("dword:{:08x}", number));
     } else {
-        HexData(type, data);
+        const bool narrow = form_ == RegForm::kRegedit4 && IsAnsiData(type);
+        const std::string bytes = narrow ? Ansi(Units(data)) : "";
+        HexData(type, narrow ? Bytes(bytes.begin(), bytes.end()) : data);
     }
     EndLine();
 }

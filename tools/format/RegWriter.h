@@ -15,11 +15,22 @@
 
 namespace fbr {
 
+enum class RegForm {
+    kUtf16,
+    kUtf8,      // the same text in UTF-8, without a mark
+    kRegedit4,  // header "REGEDIT4", the text and that of hex(1), hex(2) and hex(7) in code page
+                // 1252
+};
+
 class RegWriter : public RecordSink {
   public:
     // `out` is open in binary mode and outlives the writer. `prefix` is put in front of each key
     // and has no backslash at either end; empty for none. Writes the header.
-    RegWriter(std::ostream& out, platform::WString prefix);
+    RegWriter(std::ostream& out, platform::WString prefix, RegForm form = RegForm::kUtf16);
+
+    // True when the form can carry that and bring it back. UTF-16 can carry all there is.
+    bool CarriesKey(platform::WStringView path) const;
+    bool CarriesValue(platform::WStringView name, uint32_t type, const Bytes& data) const;
 
     void Key(platform::WStringView path) override;
     void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
@@ -32,11 +43,13 @@ class RegWriter : public RecordSink {
   private:
     void KeyLine(platform::WStringView path, bool deletion);
     void ValueName(platform::WStringView name);
+    bool CarriesText(platform::WStringView text) const;
     void HexData(uint32_t type, const Bytes& data);
     void EndLine();
 
     std::ostream& out_;
     const platform::WString prefix_;
+    const RegForm form_;
     platform::WString line_;  // the line under construction
 };
 

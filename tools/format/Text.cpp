@@ -36,7 +36,8 @@ constexpr char16_t kAnsi80[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026
                                   0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                   0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
-constexpr size_t kPartBytes = 64 * 1024;
+constexpr size_t kPartBytes = 64 * 1024;  // even: no unit is parted
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 void AppendUtf16(WString& out, std::string_view bytes, bool bigEndian) {
     for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
@@ -56,11 +57,12 @@ size_t SkipAscii(std::string_view bytes, size_t position) {
     return position;
 }
 
-bool IsUtf8(std::string_view bytes) {
+// The length of what is UTF-8 at the start of `bytes`.
+size_t Utf8Length(std::string_view bytes) {
     size_t position = SkipAscii(bytes, 0);
     for (char32_t character = 0; NextUtf8(bytes, position, character);)
         position = SkipAscii(bytes, position);
-    return position == bytes.size();
+    return position;
 }
 
 void AppendStrictUtf8(WString& out, std::string_view bytes) {
@@ -71,15 +73,6 @@ void AppendStrictUtf8(WString& out, std::string_view bytes) {
         char32_t character = 0;
         if (NextUtf8(bytes, position, character)) AppendUnits(out, character);
     }
-}
-
-[[noreturn]] void ThrowNotUtf8(std::string_view bytes) {
-    size_t position = 0;
-    char32_t character = 0;
-    while (NextUtf8(bytes, position, character)) {
-    }
-    const auto line = 1 + std::count(bytes.begin(), bytes.begin() + position, '\n');
-    throw FormatError(static_cast<uint64_t>(line), "UTF-8 text (or UTF-16 with a byte-order mark)");
 }
 
 }  // namespace
@@ -161,45 +154,116 @@ void AppendAnsi(WString& out, std::string_view bytes) {
     }
 }
 
-TextDecoder::TextDecoder(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes))
-    : bytes_(bytes) {
-    const bool marked = bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
-    if (marked || (bytes.size() >= 2 && bytes[0] != 0 && bytes[1] == 0)) {
-        encoding_ = bytes[0] == '\xFE' ? Encoding::kBigEndian : Encoding::kLittleEndian;
-        if (marked) bytes_.remove_prefix(2);
-        if (bytes_.size() % 2 != 0)
-            throw FormatError(1, "UTF-16 text with an even number of bytes");
+namespace {
+
+// -1 for a unit that has none.
+int AnsiByte(WChar unit) {
+    if (unit < 0x80 || (unit >= 0xA0 && unit < 0x100)) return unit;
+    const auto* at = std::find(std::begin(kAnsi80), std::end(kAnsi80), static_cast<char16_t>(unit));
+    return at == std::end(kAnsi80) ? -1 : 0x80 + static_cast<int>(at - std::begin(kAnsi80));
+}
+
+}  // namespace
+
+std::string Ansi(WStringView text) {
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (const WChar unit : text) bytes += static_cast<char>(AnsiByte(unit));
+    return bytes;
+}
+
+bool IsAnsi(WStringView text) {
+    return std::all_of(text.begin(), text.end(), [](WChar unit) { return AnsiByte(unit) >= 0; });
+}
+
+TextDecoder::TextDecoder(ByteSource& source, bool (*allowAnsi)(std::string_view begin))
+    : source_(source) {
+    Fill();
+    const std::string_view begin = bytes_;
+    const bool marked = begin.starts_with("\xFF\xFE") || begin.starts_with("\xFE\xFF");
+    if (marked || (begin.size() >= 2 && begin[0] != 0 && begin[1] == 0)) {
+        encoding_ = begin[0] == '\xFE' ? Encoding::kBigEndian : Encoding::kLittleEndian;
+        if (marked) bytes_.erase(0, 2);
         return;
     }
-    if (bytes_.starts_with("\xEF\xBB\xBF")) bytes_.remove_prefix(3);
-    if (IsUtf8(bytes_)) return;
-    if (!allowAnsi(bytes_)) ThrowNotUtf8(bytes_);
-    encoding_ = Encoding::kAnsi;
+    if (allowAnsi(begin) && !IsAllUtf8()) encoding_ = Encoding::kAnsi;
+    if (begin.starts_with(kUtf8Mark)) bytes_.erase(0, kUtf8Mark.size());
+}
+
+void TextDecoder::Fill() {
+    size_t size = bytes_.size();
+    bytes_.resize(kPartBytes);
+    while (!ended_ && size < kPartBytes) {
+        const size_t more = source_.Read(bytes_.data() + size, kPartBytes - size);
+        ended_ = more == 0;
+        size += more;
+    }
+    bytes_.resize(size);
+}
+
+// Goes through the source and back to where it was at first.
+bool TextDecoder::IsAllUtf8() {
+    bool sound = true;
+    while (sound && !bytes_.empty()) {
+        const size_t whole = Utf8Length(bytes_);
+        sound = IsMoreToCome(whole) || whole == bytes_.size();
+        bytes_.erase(0, whole);
+        Fill();
+    }
+    source_.Rewind();
+    bytes_.clear();
+    ended_ = false;
+    Fill();
+    return sound;
+}
+
+// Behind so many whole characters the first bytes of another one.
+bool TextDecoder::IsMoreToCome(size_t whole) const {
+    constexpr size_t kLongestCharacter = 4;
+    return !ended_ && whole != 0 && bytes_.size() - whole < kLongestCharacter;
 }
 
 bool TextDecoder::More(WString& out) {
+    Fill();
     if (bytes_.empty()) return false;
-    size_t size = std::min(bytes_.size(), kPartBytes);
+    size_t size = bytes_.size();
     if (encoding_ == Encoding::kUtf8) {
-        // Not in the middle of a character.
-        while (size < bytes_.size() && (bytes_[size] & 0xC0) == 0x80) ++size;
-        AppendStrictUtf8(out, bytes_.substr(0, size));
+        size = Utf8Length(bytes_);
+        const std::string_view whole = std::string_view(bytes_).substr(0, size);
+        if (size != bytes_.size() && !IsMoreToCome(size)) {
+            lines_ += static_cast<uint64_t>(std::count(whole.begin(), whole.end(), '\n'));
+            throw DecodeError(lines_, "UTF-8 text (or UTF-16 with a byte-order mark)");
+        }
+        AppendStrictUtf8(out, whole);
     } else if (encoding_ == Encoding::kAnsi) {
-        AppendAnsi(out, bytes_.substr(0, size));
+        AppendAnsi(out, bytes_);
     } else {
-        AppendUtf16(out, bytes_.substr(0, size), encoding_ == Encoding::kBigEndian);
+        if (size % 2 != 0) throw DecodeError(1, "UTF-16 text with an even number of bytes");
+        AppendUtf16(out, bytes_, encoding_ == Encoding::kBigEndian);
     }
-    bytes_.remove_prefix(size);
+    lines_ += static_cast<uint64_t>(std::count(bytes_.begin(), bytes_.begin() + size, '\n'));
+    bytes_.erase(0, size);
     return true;
 }
 
 WString DecodeTextFile(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes)) {
-    TextDecoder decoder(bytes, allowAnsi);
+    ByteView source(bytes);
+    TextDecoder decoder(source, allowAnsi);
     WString text;
     while (decoder.More(text)) {
     }
     return text;
 }
+
+namespace {
+
+// What has no width and turns the text around it, ends its line or hides in it.
+bool IsUnseen(char32_t c) {
+    return (c >= 0x200B && c <= 0x200F) || (c >= 0x2028 && c <= 0x202E) ||
+           (c >= 0x2060 && c <= 0x206F) || c == 0x061C || c == 0xFEFF;
+}
+
+}  // namespace
 
 std::string Printable(WStringView text) {
     std::string out;
@@ -214,7 +278,7 @@ std::string Printable(WStringView text) {
             out += "\\t";
         else if (c == 0)
             out += "\\0";
-        else if (c < 0x20 || (c >= 0x7F && c < 0xA0) || IsLoneSurrogate(text, i))
+        else if (c < 0x20 || (c >= 0x7F && c < 0xA0) || IsUnseen(c) || IsLoneSurrogate(text, i))
             out += fmt::format("\\u{:04X}", static_cast<uint32_t>(c));
         else if (IsHigh(c))
             AppendUtf8(out, text.substr(i++, 2));

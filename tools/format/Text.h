@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/Text.h"
+#include "tools/format/ByteSource.h"
 
 namespace fbr {
 
@@ -31,30 +32,43 @@ bool FromStrictUtf8(std::string_view text, WString& out);
 // Bytes of the Western code page (1252) to UTF-16; every byte has a character.
 void AppendAnsi(WString& out, std::string_view bytes);
 
+// The other way; IsAnsi tells whether every unit has a byte.
+std::string Ansi(WStringView text);
+bool IsAnsi(WStringView text);
+
 // True for a unit that is half of a pair and does not stand beside its other half.
 bool IsLoneSurrogate(WStringView text, size_t index);
 
 // A text file in units, part by part, without its byte-order mark. UTF-16 is known by its mark
 // (either byte order) or, without one, by a zero second byte; everything else is taken for UTF-8,
-// with or without a mark. `allowAnsi` is asked when the bytes are not UTF-8: true takes them for
-// the Western code page. The constructor looks at all of them and throws FormatError.
+// with or without a mark. `allowAnsi` is asked with the first bytes: true takes a file that is not
+// UTF-8 for the Western code page.
 class TextDecoder {
   public:
-    TextDecoder(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes));
-    // Appends the next part; false when there is none.
+    // `source` stands at its begin and outlives the decoder.
+    TextDecoder(ByteSource& source, bool (*allowAnsi)(std::string_view begin));
+    // Appends the next part; false when there is none. Throws DecodeError.
     bool More(WString& out);
 
   private:
     enum class Encoding { kUtf8, kAnsi, kLittleEndian, kBigEndian };
-    std::string_view bytes_;  // those still to be decoded
+    void Fill();
+    bool IsAllUtf8();
+    bool IsMoreToCome(size_t whole) const;
+
+    ByteSource& source_;
+    std::string bytes_;  // read and not decoded yet
+    bool ended_ = false;
+    uint64_t lines_ = 1;
     Encoding encoding_ = Encoding::kUtf8;
 };
 
 // The whole file.
 WString DecodeTextFile(std::string_view bytes, bool (*allowAnsi)(std::string_view bytes));
 
-// Text for one line on a terminal: control characters and lone surrogates as \n, \r, \t, \0 or
-// \u and four digits; everything else as it stands.
+// Text for one line on a terminal: control characters, those that turn or hide the text
+// around them, and lone surrogates as \n, \r, \t, \0 or \u and four digits; everything else as it
+// stands.
 std::string Printable(WStringView text);
 
 }  // namespace fbr

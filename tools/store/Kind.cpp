@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "tools/store/Kind.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <fstream>
 
 #include "tools/format/Text.h"
+#include "tools/store/Status.h"
 
 namespace fbr {
 namespace {
 
 constexpr size_t kLookedAt = 512;
 constexpr uintmax_t kLittleRoom = 1u << 20;
+constexpr const char* kDiskFull = "; the disk is full: make room on it";
 
 std::string FirstBytes(std::ifstream& in) {
     std::string bytes(kLookedAt, '\0');
@@ -29,11 +33,12 @@ std::string Ascii(const std::string& bytes) {
     return text;
 }
 
+// By its name: one that cannot be read is not passed over without a word.
 bool IsExport(const std::filesystem::path& file) {
-    const std::string ending = Ascii(file.extension().string());
-    std::error_code error;
-    return (ending == ".reg" || ending == ".jsonl") &&
-           std::filesystem::is_regular_file(file, error);
+    const std::u8string ending = file.extension().u8string();
+    const WString wide(ending.begin(), ending.end());
+    return platform::CompareFolded(wide, WTEXT(".reg")) == 0 ||
+           platform::CompareFolded(wide, WTEXT(".jsonl")) == 0;
 }
 
 // "\registry\machine\..." is the live registry's.
@@ -46,6 +51,13 @@ bool IsLivePath(const std::string& path) {
 
 bool MayBeWritten(const std::filesystem::path& file) {
     return static_cast<bool>(std::ofstream(file, std::ios::binary | std::ios::app | std::ios::in));
+}
+
+bool IsFull(const std::filesystem::path& file) {
+    std::error_code error;
+    const auto room =
+        std::filesystem::space(std::filesystem::absolute(file, error).parent_path(), error);
+    return !error && room.available < kLittleRoom;
 }
 
 bool IsHiveMethod(FBR_METHOD method) {
@@ -88,8 +100,11 @@ std::vector<std::filesystem::path> ExportsIn(const std::filesystem::path& folder
 Kind KindOf(const std::filesystem::path& file) {
     std::error_code error;
     if (!std::filesystem::exists(file, error)) return error ? Kind::kUnreadable : Kind::kMissing;
-    if (std::filesystem::is_directory(file, error))
+    if (std::filesystem::is_directory(file, error)) {
+        std::filesystem::directory_iterator(file, error);
+        if (error) return Kind::kUnreadable;
         return ExportsIn(file).empty() ? Kind::kFolder : Kind::kExportFolder;
+    }
     if (!std::filesystem::is_regular_file(file, error)) return Kind::kOdd;
     std::ifstream in(file, std::ios::binary);
     if (!in) return Kind::kUnreadable;
@@ -145,18 +160,37 @@ std::string WhyItDoesNotOpen(const StoreName& name) {
             if (IsHiveMethod(name.method)) return "; it is no hive: open it without --method";
             return "; it is no container, hive, .reg file or file of JSON lines, or one that is "
                    "damaged: fbr info tells more";
+        case Kind::kOdd:
+            return "; it is no regular file: name a file";
         default:
             return std::string("; it is ") + WordsOf(kind) + ": open it without --method";
     }
 }
 
+std::string WhyItIsNotMade(const StoreName& name) {
+    const auto file = FileOf(name);
+    const Kind kind = file ? KindOf(*file) : Kind::kUnknown;
+    if (kind != Kind::kMissing && kind != Kind::kUnreadable) return WhyItDoesNotOpen(name);
+    std::error_code error;
+    if (IsFull(*file)) return kDiskFull;
+    const auto folder = std::filesystem::absolute(*file, error).parent_path();
+    if (!error && !std::filesystem::exists(folder, error) && !error)
+        return "; there is no folder to make it in";
+    return "; nothing may be made by that name in its folder: ask the owner for the right";
+}
+
+void ExpectChangeable(const std::string& file) {
+    if (MayBeWritten(std::filesystem::path(std::u8string(file.begin(), file.end())))) return;
+    throw StoreError(fmt::format("cannot change {}: {}; its file may not be written: ask its owner "
+                                 "for the right",
+                                 file, StatusText(FSSTATUS_ACCESS_DENIED)),
+                     FSSTATUS_ACCESS_DENIED);
+}
+
 std::string WhyItFailed(const StoreName& name) {
     const auto file = FileOf(name);
     if (!file) return "; the server or the system tells no more";
-    std::error_code error;
-    const auto room =
-        std::filesystem::space(std::filesystem::absolute(*file, error).parent_path(), error);
-    if (!error && room.available < kLittleRoom) return "; the disk is full: make room on it";
+    if (IsFull(*file)) return kDiskFull;
     if (!MayBeWritten(*file)) return "; its file may not be written: ask its owner for the right";
     return "; no room for a larger file, or a damaged one: fbr check tells whether it is sound";
 }

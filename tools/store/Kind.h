@@ -26,15 +26,19 @@ Kind KindOf(const std::filesystem::path& file);
 // The store of that path by the kind that the file shows; a container where it shows nothing.
 StoreName Recognise(const std::string& path);
 
-// Words to put behind a failure to open or to change a store, "; it is a folder": the reason, and
-// what to do. None where nothing is known.
+// Words to put behind a failure to open, to make or to change a store, "; it is a folder": the
+// reason, and what to do. None where nothing is known.
 std::string WhyItDoesNotOpen(const StoreName& name);
+std::string WhyItIsNotMade(const StoreName& name);
 std::string WhyItFailed(const StoreName& name);
+
+// Throws the StoreError that says so where the file may not be written.
+void ExpectChangeable(const std::string& file);
 
 // "a hive", "a .reg file"; empty for what may be a container.
 std::string KindInWords(const StoreName& name);
 
-// The files of a folder of exports, in the order of their names.
+// What a folder of exports has by the names of such, in the order of these.
 std::vector<std::filesystem::path> ExportsIn(const std::filesystem::path& folder);
 
 }  // namespace fbr

@@ -66,8 +66,9 @@ std::string ShowKey(WStringView path) {
 Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
     const std::string what = fmt::format("cannot open store {}", name_.path);
     const auto fail = [&](FBR_STATUS status) {
-        throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), WhyItDoesNotOpen(name_)),
-                         status);
+        const std::string why =
+            ifMissing == IfMissing::kCreate ? WhyItIsNotMade(name_) : WhyItDoesNotOpen(name_);
+        throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), why), status);
     };
     if (ifMissing == IfMissing::kFail && !IsThere()) fail(FSSTATUS_NOT_FOUND);
     WString path;
@@ -86,7 +87,7 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
 // A live key that is opened comes into being, but for one that is asked for by its path alone.
 bool Store::IsThere() const {
     std::error_code error;
-    if (const auto file = FileOf(name_)) return std::filesystem::exists(*file, error);
+    if (const auto file = FileOf(name_)) return std::filesystem::exists(*file, error) || error;
     const bool live = name_.method == FS_VR_METHOD_NATIVE && Tokens(name_.path).size() == 1;
     if (!live) return true;
     WString path;

@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <random>
 #include <system_error>
 
 #include "tools/console/Interrupt.h"
@@ -17,37 +16,31 @@
 namespace fbr {
 namespace {
 
-constexpr int kMostNames = 100;
-
 std::string Utf8Path(const std::filesystem::path& path) {
     const std::u8string text = path.u8string();
     return {text.begin(), text.end()};
 }
 
-// Nobody else may look into it.
-std::filesystem::path MakeFolder() {
-    std::random_device random;
-    for (int i = 0; i < kMostNames; ++i) {
-        auto folder = std::filesystem::temp_directory_path() /
-                      fmt::format("fbr-{:08x}{:08x}", random(), random());
-        if (!std::filesystem::create_directory(folder)) continue;
-        std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
-        return folder;
-    }
-    throw std::runtime_error("cannot make a folder for what is read");
+// A pipe would be waited for, and be empty the next time.
+void ExpectFile(const std::filesystem::path& file) {
+    std::error_code error;
+    if (std::filesystem::is_other(file, error))
+        throw std::runtime_error(
+            fmt::format("cannot read file {}: it is no regular file", Utf8Path(file)));
 }
 
 void Load(const std::filesystem::path& file, TreeWriter& writer, Progress& progress) {
-    const std::string bytes = ReadFile(file);
+    ExpectFile(file);
+    FileSource source(file);
+    const auto take = [&](const WString& key, const Record& record) {
+        StopIfInterrupted();
+        progress.Step();
+        // The container's own.
+        if (key.empty() && platform::CompareFolded(record.name, WTEXT("FBRVersion")) == 0) return;
+        writer.Apply(key, record);
+    };
     try {
-        ReadRecords(bytes, "", [&](const WString& key, const Record& record) {
-            StopIfInterrupted();
-            progress.Step();
-            // The container's own.
-            if (key.empty() && platform::CompareFolded(record.name, WTEXT("FBRVersion")) == 0)
-                return;
-            writer.Apply(key, record);
-        });
+        ReadRecords(source, "", take);
     } catch (const FormatError& error) {
         throw std::runtime_error(
             fmt::format("{}:{}: {}", Utf8Path(file), error.Line(), error.what()));
@@ -61,7 +54,6 @@ TextStore::TextStore(const StoreName& text) {
     auto files = ExportsIn(path);
     if (files.empty()) files.push_back(path);
     const InterruptGuard guard;
-    folder_ = MakeFolder();
     try {
         Store store({Utf8(Container()), FS_VR_METHOD_TARN}, Store::IfMissing::kCreate);
         {
@@ -71,25 +63,22 @@ TextStore::TextStore(const StoreName& text) {
             for (const auto& file : files) Load(file, writer, progress);
         }
         store.Close();
-    } catch (...) {
-        Opened();
+    } catch (const StoreError& error) {
+        // What is read into is nobody's store: that there is no room for it is what there is to
+        // say.
+        if (error.Status() == FSSTATUS_FAILED) folder_.ThrowFailed("what is read does not fit");
         throw;
     }
 }
 
-TextStore::~TextStore() {
-    Opened();
-}
-
 platform::WString TextStore::Container() const {
     WString path;
-    FromStrictUtf8(Utf8Path(folder_ / "text.fbr"), path);
+    FromStrictUtf8(Utf8Path(folder_.Path() / "text.fbr"), path);
     return path;
 }
 
 void TextStore::Opened() const noexcept {
-    std::error_code error;
-    std::filesystem::remove_all(folder_, error);
+    folder_.Remove();
 }
 
 }  // namespace fbr

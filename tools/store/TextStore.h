@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "tools/console/TempFolder.h"
 #include "tools/store/Store.h"
 
 namespace fbr {
@@ -13,7 +14,6 @@ class TextStore {
     // Reads the file, or all exports of the folder one after the other. Throws what is wrong with
     // them.
     explicit TextStore(const StoreName& text);
-    ~TextStore();
     TextStore(const TextStore&) = delete;
     TextStore& operator=(const TextStore&) = delete;
 
@@ -23,7 +23,7 @@ class TextStore {
     void Opened() const noexcept;
 
   private:
-    std::filesystem::path folder_;
+    const TempFolder folder_;
 };
 
 }  // namespace fbr

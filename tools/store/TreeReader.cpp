@@ -42,15 +42,18 @@ void WalkKeys(const Store& store, platform::WStringView root, const OnLoss& onLo
 }
 
 void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
-              const std::function<void()>& onKey, const OnLoss& onLoss) {
-    WalkKeys(store, root, onLoss, [&](const Key& key) {
+              const std::function<void()>& onKey, const OnLoss& onLoss, Order order) {
+    const auto give = [&](const Key& key) {
         sink.Key(key.Path());
-        for (const platform::WString& name : ReachableValues(key, onLoss)) {
+        auto names = ReachableValues(key, onLoss);
+        if (order == Order::kByName) SortNames(names);
+        for (const platform::WString& name : names) {
             if (const auto value = TryGet(key, name, onLoss))
                 sink.Value(name, value->type, value->data);
         }
         if (onKey) onKey();
-    });
+    };
+    WalkKeys(store, root, onLoss, give, order);
 }
 
 uint64_t CountKeys(const Store& store, platform::WStringView root) {

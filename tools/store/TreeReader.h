@@ -20,10 +20,12 @@ void WalkKeys(const Store& store, platform::WStringView root, const OnLoss& onLo
 void SortNames(std::vector<platform::WString>& names);
 
 // Gives `sink` the key at `root`, its values, then each subkey with all below it, in the store's
-// order. `onKey` is told of each key, `onLoss` of what is listed and cannot be had; both may be
-// empty. At any time only the keys on the way from the root to where the walk stands are open.
+// order or by name. `onKey` is told of each key, `onLoss` of what is listed and cannot be had; both
+// may be empty. At any time only the keys on the way from the root to where the walk stands are
+// open.
 void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
-              const std::function<void()>& onKey, const OnLoss& onLoss);
+              const std::function<void()>& onKey, const OnLoss& onLoss,
+              Order order = Order::kStores);
 
 // The number of keys that ReadTree will give.
 uint64_t CountKeys(const Store& store, platform::WStringView root);

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "tools/console/Interrupt.h"
+
 namespace fbr {
 namespace {
 
@@ -36,11 +38,24 @@ void TreeWriter::Key(WStringView path) {
     if (!same) ++keys_;
 }
 
-// In one step where that works: a store takes as long for each level of a path as for the path. The
-// other way says at which level it does not work.
+// Many levels in one step: a store takes as long for each level of a path as for the path. An
+// interrupt ends it between two steps.
 void TreeWriter::EnterBelow(size_t begin, size_t end) {
+    constexpr int kLevels = 64;
+    while (begin <= end) {
+        StopIfInterrupted();
+        size_t cut = std::min(path_.find('\\', begin), end);
+        for (int i = 1; i < kLevels && cut < end; ++i)
+            cut = std::min(path_.find('\\', cut + 1), end);
+        EnterLevels(begin, cut);
+        begin = cut + 1;
+    }
+}
+
+// In one step where that works; the other way says at which level it does not.
+void TreeWriter::EnterLevels(size_t begin, size_t end) {
     const WStringView path(path_);
-    if (path.find('\\', begin) != WStringView::npos) {
+    if (path.substr(begin, end - begin).find('\\') != WStringView::npos) {
         if (auto key = Current().TryCreateBelow(path.substr(begin, end - begin))) {
             levels_.push_back({end, std::move(*key)});
             return;

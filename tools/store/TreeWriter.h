@@ -36,6 +36,7 @@ class TreeWriter : public RecordSink {
     };
     fbr::Key& Current();
     void EnterBelow(size_t begin, size_t end);
+    void EnterLevels(size_t begin, size_t end);
 
     const Store& store_;
     platform::WString path_;     // of the key given last

@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: MIT
+// import: a file of text into a store.
+#include <fmt/format.h>
+
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "tools/commands/Cli.h"
+#include "tools/commands/Ends.h"
+#include "tools/commands/Files.h"
+#include "tools/commands/ImportEffects.h"
+#include "tools/commands/Shown.h"
+#include "tools/console/Progress.h"
+#include "tools/console/ReadFile.h"
+#include "tools/format/RecordReader.h"
+#include "tools/format/Text.h"
+#include "tools/store/TreeWriter.h"
+
+namespace fbr {
+namespace {
+
+constexpr size_t kMostTold = 100;  // lines of one kind
+
+struct Arguments {
+    std::string store, format, prefix, file, undo;
+    bool dryRun = false, lenient = false;
+};
+
+[[noreturn]] void ThrowAtLine(const std::string& file, uint64_t line, const std::string& text) {
+    throw std::runtime_error(fmt::format("{}:{}: {}", file, line, text));
+}
+
+// Lines that are told of together, the first of them in words.
+struct Told {
+    uint64_t count = 0;
+    std::vector<std::string> first;
+
+    void Add(const std::string& file, uint64_t line, const std::string& text) {
+        if (++count <= kMostTold) first.push_back(fmt::format("{}:{}: {}", file, line, text));
+    }
+    void Print() const {
+        for (const std::string& text : first) std::cerr << "fbr: " << text << '\n';
+        if (count > first.size()) std::cerr << "fbr: and " << count - first.size() << " more\n";
+    }
+};
+
+// What an import takes in. Its records would be several times the file in memory: it is read once
+// for each purpose instead.
+class Input {
+  public:
+    explicit Input(const Arguments& args)
+        : file_(args.file),
+          format_(args.format),
+          prefix_(KeyArgument(args.prefix)),
+          lenient_(args.lenient),
+          source_(args.file) {}
+
+    uint64_t Records() const { return records_; }
+
+    // Reads it to its end. Tells of all lines that cannot be taken, and throws where these are not
+    // to be left out.
+    void Check() {
+        const InterruptGuard guard;
+        Progress progress("Reading:", source_.Size(), Progress::Unit::kBytes);
+        Hearing hearing;
+        hearing.bad = [this](uint64_t line, const std::string& text) {
+            bad_.Add(file_, line, text);
+        };
+        Told odd;
+        hearing.odd = [&](uint64_t line, const std::string& text) { odd.Add(file_, line, text); };
+        const auto check = [&](const WString& key, Record& record) {
+            progress.At(source_.Position());
+            if (IsAtOrBelow(key, prefix_))
+                ++records_;
+            else
+                hearing.bad(record.line, fmt::format("expected a key below {}, not {}",
+                                                     Printable(prefix_), Printable(key)));
+        };
+        try {
+            ReadRecords(source_, format_, check, hearing);
+        } catch (const FormatError& error) {
+            ThrowAtLine(file_, error.Line(), error.what());
+        } catch (const Interrupted&) {
+            progress.Clear();
+            throw Interrupted(file_ + ": stopped; nothing of it was applied");
+        }
+        progress.Clear();
+        odd.Print();
+        if (bad_.count != 0 && !lenient_) ThrowBad();
+        bad_.Print();
+    }
+
+    // The records that Check found good, with the paths that they have in the store.
+    void ForEach(const OnRecord& take) {
+        const size_t cut = prefix_.empty() ? 0 : prefix_.size() + 1;
+        const auto below = [&](const WString& key, Record& record) {
+            StopIfInterrupted();
+            if (IsAtOrBelow(key, prefix_)) take(key.substr(std::min(cut, key.size())), record);
+        };
+        Hearing hearing;
+        if (lenient_) hearing.bad = [](uint64_t, const std::string&) {};
+        try {
+            ReadRecords(source_, format_, below, hearing);
+        } catch (const FormatError& error) {  // it was changed since
+            ThrowAtLine(file_, error.Line(), error.what());
+        }
+    }
+
+    void TellLeftOut(Cli& cli) const {
+        if (bad_.count != 0)
+            cli.TellLoss(fmt::format("{}: {} left out", file_, Counted(bad_.count, "line")));
+    }
+
+    const std::string& File() const { return file_; }
+
+  private:
+    [[noreturn]] void ThrowBad() const {
+        if (bad_.count == 1) throw std::runtime_error(bad_.first.front());
+        bad_.Print();
+        throw std::runtime_error(
+            fmt::format("{}: {} lines cannot be taken, and nothing was applied; --lenient leaves "
+                        "them out",
+                        file_, bad_.count));
+    }
+
+    const std::string file_, format_;
+    const WString prefix_;
+    const bool lenient_;
+    FileSource source_;
+    uint64_t records_ = 0;
+    Told bad_;
+};
+
+// Before the first change: whatever comes of these, the file is whole.
+void WriteUndo(Input& input, const Store& store, const Arguments& args) {
+    OutputFile file(args.undo);
+    Progress progress("Keeping the old state:", input.Records());
+    UndoWriter undo(store, file.Stream());
+    input.ForEach([&](const WString& path, Record& record) {
+        undo.Take(path, record);
+        progress.Step();
+    });
+    undo.Finish();
+    file.Finish();
+}
+
+void ApplyAll(Input& input, const Store& store, const Arguments& args) {
+    const InterruptGuard guard;
+    Progress progress("Importing:", input.Records());
+    TreeWriter writer(store);
+    uint64_t line = 0;
+    const auto stands = [&](const char* how) {
+        return fmt::format(
+            "{}; {}; the rest of the file was not applied{}", how, writer.Done(),
+            args.undo.empty() ? "" : "; an import of " + args.undo + " brings the old state back");
+    };
+    try {
+        input.ForEach([&](const WString& path, Record& record) {
+            line = record.line;
+            writer.Apply(path, record);
+            progress.Step();
+        });
+    } catch (const StoreError& error) {
+        ThrowAtLine(input.File(), line, stands(error.what()));
+    } catch (const Interrupted&) {
+        progress.Clear();
+        throw Interrupted(fmt::format("{}:{}: {}; the same import goes on from there", input.File(),
+                                      line, stands("stopped")));
+    }
+}
+
+void TellChanges(Cli& cli, Input& input, const StoreName& name) {
+    std::error_code error;
+    const auto file = FileOf(name);
+    const bool isNew = file && !std::filesystem::exists(*file, error) && !error;
+    std::optional<Store> store;
+    std::optional<ReadLock> lock;
+    if (!isNew) {
+        store.emplace(name, Store::IfMissing::kFail);
+        lock.emplace(*store);
+    }
+    DryRun run(store ? &*store : nullptr, std::cout, cli.Colored());
+    input.ForEach([&](const WString& path, Record& record) { run.Take(path, record); });
+    if (isNew || run.ChangesAnything()) cli.SetExitStatus(kExitNo);
+}
+
+// The file is read and understood whole before the store is touched.
+void Import(Cli& cli, const StoreName& name, const Arguments& args) {
+    if (args.dryRun && !args.undo.empty()) throw UsageError("expected either --dry-run or --undo");
+    Input input(args);
+    input.Check();
+    if (args.dryRun) {
+        TellChanges(cli, input, name);
+        return input.TellLeftOut(cli);
+    }
+    Store store(name, Store::IfMissing::kCreate);
+    DoAndClose(store, [&] {
+        const WriteLock lock(store);
+        if (!args.undo.empty()) WriteUndo(input, store, args);
+        ApplyAll(input, store, args);
+    });
+    input.TellLeftOut(cli);
+}
+
+}  // namespace
+
+void AddImportCommand(Cli& cli) {
+    const auto args = std::make_shared<Arguments>();
+    cli.Add("import", "Read a file of text into a store, made if missing")
+        .No("with --dry-run: something would change")
+        .Example("fbr import settings.fbr settings.reg --undo old.reg")
+        .Example("fbr import settings.fbr settings.reg --dry-run")
+        .Example("fbr export one.fbr | fbr import two.fbr -")
+        .Text("STORE", args->store, Need::kRequired, "the store")
+        .Text("FILE", args->file, Need::kRequired, "a .reg or .jsonl file; - for standard input")
+        .Choice("--format", args->format, {"reg", "jsonl"},
+                "reg or jsonl; seen from the file if not given")
+        .Text("--prefix KEY", args->prefix, Need::kOptional,
+              "a key to take off: all keys must stand below it")
+        .Flag("--dry-run", args->dryRun, "tell what would change, and change nothing")
+        .Flag("--lenient", args->lenient,
+              "leave out lines that cannot be taken; without it they keep the file from being "
+              "applied")
+        .Text("--undo FILE", args->undo, Need::kOptional,
+              "write a .reg file before, which brings the old state back when it is imported")
+        .Does([&cli, args] { Import(cli, cli.StoreAt(args->store), *args); });
+}
+
+}  // namespace fbr

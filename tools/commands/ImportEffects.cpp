@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+#include "tools/commands/ImportEffects.h"
+
+#include <algorithm>
+
+#include "tools/commands/StoresOwn.h"
+#include "tools/console/Interrupt.h"
+#include "tools/store/TreeReader.h"
+
+namespace fbr {
+
+using platform::WString;
+using platform::WStringView;
+
+bool OldState::Has(const WString& path) {
+    if (store_ == nullptr) return false;
+    if (!asked_ || path != path_) {
+        key_.reset();
+        path_ = path;
+        asked_ = true;
+        if (store_->HasKey(path)) key_.emplace(store_->OpenKey(path));
+    }
+    return key_.has_value();
+}
+
+std::optional<Value> OldState::Get(const WString& name) const {
+    try {
+        return key_->Get(name);
+    } catch (const StoreError& error) {
+        if (error.Status() != FSSTATUS_NOT_FOUND) throw;
+        return std::nullopt;
+    }
+}
+
+void UndoWriter::Take(const WString& path, const Record& record) {
+    if (record.kind == Record::Kind::kDeleteKey) return Restore(path);
+    if (!old_.Has(path)) return TakeBack(path);
+    if (record.kind == Record::Kind::kKey) return;
+    if (IsStoresOwn({old_.TheStore(), {}}, path, record.name)) return;
+    const auto value = old_.Get(record.name);
+    const bool stays = record.kind == Record::Kind::kDeleteValue
+                           ? !value
+                           : value == Value{record.type, record.data};
+    if (stays) return;
+    if (current_ != path) writer_.Key(path);
+    current_ = path;
+    value ? writer_.Value(record.name, value->type, value->data) : writer_.DeleteValue(record.name);
+}
+
+// The uppermost key on the way that is not there: it goes with all below it.
+void UndoWriter::TakeBack(const WString& path) {
+    if (!taken_.empty() && IsAtOrBelow(path, taken_)) return;
+    size_t end = std::min(path.find('\\'), path.size());
+    while (end < path.size() && old_.Has(path.substr(0, end)))
+        end = std::min(path.find('\\', end + 1), path.size());
+    taken_ = path.substr(0, end);
+    writer_.DeleteKey(taken_);
+    current_.reset();
+}
+
+// The key goes first, with what the import may have put in its place.
+void UndoWriter::Restore(const WString& path) {
+    if (!old_.Has(path)) return;
+    if (!path.empty()) writer_.DeleteKey(path);
+    WithoutStoresOwn content({old_.TheStore(), {}}, writer_);
+    ReadTree(old_.TheStore(), path, content, &StopIfInterrupted, {});
+    current_.reset();
+}
+
+bool DryRun::Has(const WString& path) {
+    const bool gone = std::any_of(removed_.begin(), removed_.end(), [&](const WString& removed) {
+        return IsAtOrBelow(path, removed);
+    });
+    return !gone && old_.Has(path);
+}
+
+void DryRun::Take(const WString& path, const Record& record) {
+    const bool there = Has(path);
+    if (record.kind == Record::Kind::kDeleteKey) {
+        if (!there) return;
+        lines_.KeyOnlyHere(path);
+        removed_.push_back(path);
+        made_.reset();
+        changes_ = true;
+        return;
+    }
+    if (!there && made_ != path) {
+        lines_.KeyOnlyThere(path);
+        made_ = path;
+        changes_ = true;
+    }
+    if (record.kind == Record::Kind::kKey) return;
+    const auto old = there ? old_.Get(record.name) : std::nullopt;
+    std::optional<Value> value;
+    if (record.kind == Record::Kind::kValue) value = Value{record.type, record.data};
+    if (old == value) return;
+    lines_.ValueDiffers(path, record.name, old ? &*old : nullptr, value ? &*value : nullptr);
+    changes_ = true;
+}
+
+}  // namespace fbr

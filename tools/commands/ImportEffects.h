@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// What an import would do to a store, known before it does it.
+#pragma once
+
+#include <optional>
+#include <ostream>
+#include <vector>
+
+#include "tools/commands/DifferenceReports.h"
+#include "tools/format/RegWriter.h"
+#include "tools/store/Store.h"
+
+namespace fbr {
+
+// The content of a store while nothing changes it; that of one that is missing without one.
+class OldState {
+  public:
+    explicit OldState(const Store* store) : store_(store) {}
+
+    bool Has(const platform::WString& path);
+    // A value of the key that Has found last.
+    std::optional<Value> Get(const platform::WString& name) const;
+    const Store& TheStore() const { return *store_; }
+
+  private:
+    const Store* const store_;
+    platform::WString path_;  // asked for last
+    std::optional<Key> key_;
+    bool asked_ = false;
+};
+
+// Writes what brings the old state back, whatever of the records was applied. Give it each of
+// them, then call Finish.
+class UndoWriter {
+  public:
+    UndoWriter(const Store& store, std::ostream& out) : old_(&store), writer_(out, {}) {}
+
+    void Take(const platform::WString& path, const Record& record);
+    void Finish() { writer_.Finish(); }
+
+  private:
+    void TakeBack(const platform::WString& path);
+    void Restore(const platform::WString& path);
+
+    OldState old_;
+    RegWriter writer_;
+    std::optional<platform::WString> current_;  // the key whose values may follow in the file
+    platform::WString taken_;                   // taken back last
+};
+
+// Tells what each record would change. One that says again what an earlier one said counts anew.
+class DryRun {
+  public:
+    // `store` is null for one that is not there yet.
+    DryRun(const Store* store, std::ostream& out, bool colored)
+        : old_(store), lines_(out, {}, colored) {}
+
+    void Take(const platform::WString& path, const Record& record);
+    bool ChangesAnything() const { return changes_; }
+
+  private:
+    bool Has(const platform::WString& path);
+
+    OldState old_;
+    DifferenceLines lines_;
+    std::vector<platform::WString> removed_;
+    std::optional<platform::WString> made_;  // last
+    bool changes_ = false;
+};
+
+}  // namespace fbr
