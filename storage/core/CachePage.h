@@ -37,4 +37,9 @@ struct CachePage {
     uint32_t dirtyMapIndex;  // 1 + place in dirtyMapPages, 0 when not in it
 };
 
+// What a page's buffer holds while it is kept for reuse.
+struct SpareBuffer {
+    SpareBuffer* next;
+};
+
 }  // namespace storage

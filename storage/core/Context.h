@@ -26,6 +26,7 @@
 #include "storage/core/HashTable.h"
 #include "storage/core/ItemList.h"
 #include "storage/core/List.h"
+#include "storage/core/SpareList.h"
 #include "storage/core/SparePages.h"
 #include "storage/core/Status.h"
 #include "storage/core/Transaction.h"
@@ -137,11 +138,8 @@ struct StorageContext {
     uint32_t mapLruCount ZRFS_GUARDED_BY(containerLock) = 0;
     uint32_t cacheLimit ZRFS_GUARDED_BY(containerLock) = kCacheLimit;
     uint32_t cachedPages ZRFS_GUARDED_BY(containerLock) = 0;  // buffers held
-    // descriptors kept for reuse, chained by hashNext
-    CachePage* sparePages ZRFS_GUARDED_BY(containerLock) = nullptr;
-    // page buffers kept for reuse, chained by their first bytes
-    uint8_t* spareBuffers ZRFS_GUARDED_BY(containerLock) = nullptr;
-    uint32_t spareCount ZRFS_GUARDED_BY(containerLock) = 0;  // of both kinds together, bounded
+    SpareList<CachePage, &CachePage::hashNext, 128> spareDescriptors ZRFS_GUARDED_BY(containerLock);
+    SpareList<SpareBuffer, &SpareBuffer::next, 128> spareBuffers ZRFS_GUARDED_BY(containerLock);
 
     CleanBlocks blocks ZRFS_GUARDED_BY(containerLock);
 
@@ -158,8 +156,8 @@ struct StorageContext {
     // Transactions.
     List<StorageTransaction, &StorageTransaction::prev, &StorageTransaction::next> transactions
         ZRFS_GUARDED_BY(containerLock);
-    // kept for reuse, chained by next
-    StorageTransaction* spareTransactions ZRFS_GUARDED_BY(containerLock) = nullptr;
+    SpareList<StorageTransaction, &StorageTransaction::next, 16> spareTransactions
+        ZRFS_GUARDED_BY(containerLock);
 
     // The floors above, reached from below.
     const ObjectHooks* objectHooks ZRFS_GUARDED_BY(containerLock) = nullptr;

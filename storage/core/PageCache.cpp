@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "storage/core/PageCache.h"
 
+#include <new>
+
 #include "storage/core/PageIo.h"
 #include "storage/core/PageMap.h"
 
@@ -8,19 +10,9 @@ namespace storage {
 
 namespace {
 
-// Records and buffers kept for reuse. The sanitizer build keeps none, so that it sees every use
-// of one that was given back.
-#ifdef ZRFS_NO_POOLS
-constexpr uint32_t kSpareLimit = 0;
-#else
-constexpr uint32_t kSpareLimit = 128;
-#endif
-
 CachePage* AllocateDescriptor(StorageContext* context) {
-    CachePage* page = context->sparePages;
+    CachePage* page = context->spareDescriptors.Take();
     if (page != nullptr) {
-        context->sparePages = page->hashNext;
-        --context->spareCount;
         *page = CachePage{};
         return page;
     }
@@ -28,13 +20,7 @@ CachePage* AllocateDescriptor(StorageContext* context) {
 }
 
 void ReleaseDescriptor(StorageContext* context, CachePage* page) {
-    if (context->spareCount >= kSpareLimit) {
-        platform::HeapRelease(page);
-        return;
-    }
-    page->hashNext = context->sparePages;
-    context->sparePages = page;
-    ++context->spareCount;
+    if (!context->spareDescriptors.Keep(page)) platform::HeapRelease(page);
 }
 
 void LeaveLru(StorageContext* context, CachePage* page) {
@@ -145,22 +131,14 @@ void MarkClean(StorageContext* context, CachePage* page) {
 }
 
 uint8_t* AllocateBuffer(StorageContext* context) {
-    uint8_t* buffer = context->spareBuffers;
-    if (buffer == nullptr) return static_cast<uint8_t*>(platform::HeapAllocate(context->pageSize));
-    std::memcpy(&context->spareBuffers, buffer, sizeof buffer);
-    --context->spareCount;
-    return buffer;
+    void* buffer = context->spareBuffers.Take();
+    return static_cast<uint8_t*>(buffer != nullptr ? buffer
+                                                   : platform::HeapAllocate(context->pageSize));
 }
 
 void ReleaseBuffer(StorageContext* context, uint8_t* buffer) {
     if (buffer == nullptr) return;
-    if (context->spareCount >= kSpareLimit) {
-        platform::HeapRelease(buffer);
-        return;
-    }
-    std::memcpy(buffer, &context->spareBuffers, sizeof buffer);
-    context->spareBuffers = buffer;
-    ++context->spareCount;
+    if (!context->spareBuffers.Keep(new (buffer) SpareBuffer)) platform::HeapRelease(buffer);
 }
 
 Status GetPage(StorageContext* context, uint32_t number, CachePage** out, bool load,
@@ -395,15 +373,8 @@ void EvictPages(StorageContext* context) {
 
 void DestroyCache(StorageContext* context) {
     context->pageTable.ForEach([context](CachePage* page) { DestroyDescriptor(context, page); });
-    while (CachePage* page = context->sparePages) {
-        context->sparePages = page->hashNext;
-        platform::HeapRelease(page);
-    }
-    while (uint8_t* buffer = context->spareBuffers) {
-        std::memcpy(&context->spareBuffers, buffer, sizeof buffer);
-        platform::HeapRelease(buffer);
-    }
-    context->spareCount = 0;
+    while (CachePage* page = context->spareDescriptors.Take()) platform::HeapRelease(page);
+    while (SpareBuffer* buffer = context->spareBuffers.Take()) platform::HeapRelease(buffer);
     context->cachedPages = 0;
     context->dirtyMapPages.Reset();
     context->freeCounts.Reset();

@@ -18,11 +18,8 @@ namespace storage {
 namespace {
 
 StorageTransaction* TakeRecord(StorageContext* context) {
-    StorageTransaction* transaction = context->spareTransactions;
-    if (transaction != nullptr) {
-        context->spareTransactions = transaction->next;
-        return transaction;
-    }
+    StorageTransaction* transaction = context->spareTransactions.Take();
+    if (transaction != nullptr) return transaction;
     void* memory = platform::HeapAllocate(sizeof(StorageTransaction));
     return memory == nullptr ? nullptr : new (memory) StorageTransaction();
 }
@@ -36,14 +33,9 @@ void DestroyRecord(StorageTransaction* transaction) {
 void EndRecord(StorageContext* context, StorageTransaction* transaction) {
     context->transactions.Remove(transaction);
     const bool writes = transaction->writes;
-#ifdef ZRFS_NO_POOLS
-    DestroyRecord(transaction);
-#else
     transaction->objects.Clear();
     transaction->releasePages.Clear();
-    transaction->next = context->spareTransactions;
-    context->spareTransactions = transaction;
-#endif
+    if (!context->spareTransactions.Keep(transaction)) DestroyRecord(transaction);
     if (writes) context->leaveWrite(context);
 }
 
@@ -435,10 +427,8 @@ void DestroyTransactions(StorageContext* context) {
         context->transactions.Remove(transaction);
         DestroyRecord(transaction);
     }
-    while (StorageTransaction* transaction = context->spareTransactions) {
-        context->spareTransactions = transaction->next;
+    while (StorageTransaction* transaction = context->spareTransactions.Take())
         DestroyRecord(transaction);
-    }
 }
 
 Status CheckAutoCompact(StorageContext* context) {

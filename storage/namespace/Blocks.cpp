@@ -11,13 +11,7 @@
 namespace storage {
 namespace {
 
-// The sanitizer build keeps none, so that it sees every use of one given back.
-#ifdef ZRFS_NO_POOLS
-constexpr uint32_t kPooledBlocks = 0;
-#else
-constexpr uint32_t kPooledBlocks = 16;
-#endif
-constexpr uint32_t kPooledRoom = 0x20000;  // larger buffers go back to the heap
+constexpr uint32_t kSpareRoom = 0x20000;  // larger buffers go back to the heap
 
 // Place in the object's list of the first block that starts at or behind `start`.
 uint32_t PlaceOf(FileObject* object, uint64_t start) {
@@ -33,19 +27,14 @@ uint32_t PlaceOf(FileObject* object, uint64_t start) {
     return low;
 }
 
-// A record with a stored buffer of `room` bytes behind it, from the pool or the heap.
-FileBlock* TakeBlock(BlockPool* pool, uint32_t room) {
-    FileBlock* block = pool->spare;
-    if (block != nullptr) {
-        pool->spare = block->nextSpare;
-        --pool->count;
-        if (block->room >= room) {
-            room = block->room;
-        } else {
-            platform::HeapRelease(block);
-            block = nullptr;
-        }
+// A record with a stored buffer of `room` bytes behind it.
+FileBlock* TakeBlock(ObjectState* state, uint32_t room) {
+    FileBlock* block = state->spareBlocks.Take();
+    if (block != nullptr && block->room < room) {
+        platform::HeapRelease(block);
+        block = nullptr;
     }
+    if (block != nullptr) room = block->room;
     void* memory = block != nullptr ? block : platform::HeapAllocate(sizeof(FileBlock) + room);
     if (memory == nullptr) return nullptr;
     block = new (memory) FileBlock{};
@@ -54,22 +43,16 @@ FileBlock* TakeBlock(BlockPool* pool, uint32_t room) {
     return block;
 }
 
-void GiveBlock(BlockPool* pool, FileBlock* block) {
+void GiveBlock(ObjectState* state, FileBlock* block) {
     if (block->data != block->stored) platform::HeapRelease(block->data);
     platform::HeapRelease(block->backup);
-    if (pool->count >= kPooledBlocks || block->room > kPooledRoom) {
-        platform::HeapRelease(block);
-        return;
-    }
-    block->nextSpare = pool->spare;
-    pool->spare = block;
-    ++pool->count;
+    if (block->room > kSpareRoom || !state->spareBlocks.Keep(block)) platform::HeapRelease(block);
 }
 
 FileBlock* NewBlock(FileObject* object, uint64_t start) {
-    BlockPool* pool = &object->context->objects->blocks;
+    ObjectState* state = object->context->objects;
     const uint32_t capacity = BlockBytes(object);
-    FileBlock* block = TakeBlock(pool, capacity + kStoredSlack);
+    FileBlock* block = TakeBlock(state, capacity + kStoredSlack);
     if (block == nullptr) return nullptr;
     block->start = start;
     block->capacity = capacity;
@@ -80,7 +63,7 @@ FileBlock* NewBlock(FileObject* object, uint64_t start) {
     block->data = static_cast<uint8_t*>(platform::HeapAllocate(capacity));
     block->backup = static_cast<uint8_t*>(platform::HeapAllocate(capacity));
     if (block->data != nullptr && block->backup != nullptr) return block;
-    GiveBlock(pool, block);
+    GiveBlock(state, block);
     return nullptr;
 }
 
@@ -272,14 +255,6 @@ bool Holds(const FileBlock* block, uint64_t position) {
 
 }  // namespace
 
-BlockPool::~BlockPool() {
-    while (spare != nullptr) {
-        FileBlock* block = spare;
-        spare = block->nextSpare;
-        platform::HeapRelease(block);
-    }
-}
-
 Status OpenBlock(FileObject* object, uint64_t start, FileBlock** block,
                  StorageTransaction* transaction) {
     const uint32_t place = PlaceOf(object, start);
@@ -295,7 +270,7 @@ Status OpenBlock(FileObject* object, uint64_t start, FileBlock** block,
     if (status == kOk)
         *block = loaded;
     else
-        GiveBlock(&object->context->objects->blocks, loaded);
+        GiveBlock(object->context->objects, loaded);
     return status;
 }
 
@@ -313,7 +288,7 @@ void DiscardBlock(FileBlock* block) {
     const uint32_t place = PlaceOf(object, block->start);
     if (place < object->blocks.Count() && object->blocks[place] == block)
         object->blocks.RemoveAt(place);
-    GiveBlock(&object->context->objects->blocks, block);
+    GiveBlock(object->context->objects, block);
 }
 
 Status GetBlock(FileObject* object, uint64_t position, FileBlock** block, bool mayExtend,

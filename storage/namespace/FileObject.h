@@ -11,6 +11,7 @@
 #include "storage/core/HashTable.h"
 #include "storage/core/ItemList.h"
 #include "storage/core/List.h"
+#include "storage/core/SpareList.h"
 #include "storage/core/Transaction.h"
 #include "storage/namespace/EntryList.h"
 #include "storage/namespace/MemoryLimits.h"
@@ -148,18 +149,7 @@ struct FileBlock {
     uint32_t flags;
     FileObject* object;
     uint32_t room;         // bytes of the stored buffer
-    FileBlock* nextSpare;  // while in the pool
-};
-
-// Blocks kept for reuse with their stored buffers.
-struct BlockPool {
-    FileBlock* spare = nullptr;
-    uint32_t count = 0;
-
-    BlockPool() = default;
-    BlockPool(const BlockPool&) = delete;
-    BlockPool& operator=(const BlockPool&) = delete;
-    ~BlockPool();
+    FileBlock* nextSpare;  // while it is kept for reuse
 };
 
 struct FindContext {
@@ -209,15 +199,12 @@ struct ObjectState {
     uint64_t hintedGone = 0;  // objects that hints may have pointed to
     List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;  // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;
-    BlockPool blocks;
     PathCache paths;
 
-    // Records kept for reuse.
-    FileObject* spareObjects = nullptr;  // chained by hashNext
-    uint32_t spareObjectCount = 0;
-    FileHandle* spareHandles = nullptr;  // chained by next
-    uint32_t spareHandleCount = 0;
-    FindContext* spareSearch = nullptr;
+    SpareList<FileObject, &FileObject::hashNext, 64> spareObjects;
+    SpareList<FileHandle, &FileHandle::next, 16> spareHandles;
+    SpareList<FindContext, &FindContext::next, 1> spareSearches;
+    SpareList<FileBlock, &FileBlock::nextSpare, 16> spareBlocks;  // with their stored buffers
 };
 
 }  // namespace storage

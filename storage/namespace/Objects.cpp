@@ -14,25 +14,9 @@ namespace storage {
 
 namespace {
 
-// The sanitizer build keeps no records for reuse, so that it sees every use of one given back.
-#ifdef ZRFS_NO_POOLS
-constexpr uint32_t kSpareObjects = 0;
-constexpr uint32_t kSpareHandles = 0;
-constexpr bool kSpareSearches = false;
-#else
-constexpr uint32_t kSpareObjects = 64;
-constexpr uint32_t kSpareHandles = 16;
-constexpr bool kSpareSearches = true;
-#endif
-
 FileObject* AllocateObject(ObjectState* state) {
-    FileObject* object = state->spareObjects;
-    if (object != nullptr) {
-        state->spareObjects = object->hashNext;
-        --state->spareObjectCount;
-        object->hashNext = nullptr;
-        return object;
-    }
+    FileObject* object = state->spareObjects.Take();
+    if (object != nullptr) return object;
     void* memory = platform::HeapAllocate(sizeof(FileObject));
     return memory == nullptr ? nullptr : new (memory) FileObject();
 }
@@ -44,18 +28,12 @@ void DeleteObject(FileObject* object) {
 
 // The list of handles keeps its room; nearly every object needs it and no other.
 void RecycleObject(ObjectState* state, FileObject* object) {
-    if (state->spareObjectCount >= kSpareObjects || object->handles.Count() != 0) {
-        DeleteObject(object);
-        return;
-    }
     object->children.Reset();
     object->directoryPages.Reset();
     object->freeEntries.Reset();
     object->pageList.Reset();
     object->pageListPages.Reset();
-    object->hashNext = state->spareObjects;
-    state->spareObjects = object;
-    ++state->spareObjectCount;
+    if (object->handles.Count() != 0 || !state->spareObjects.Keep(object)) DeleteObject(object);
 }
 
 void InitialiseObject(FileObject* object) {
@@ -178,15 +156,10 @@ void DestroyObjectState(StorageContext* context) {
         state->handles.Remove(handle);
         platform::HeapRelease(handle);
     }
-    while (FileObject* object = state->spareObjects) {
-        state->spareObjects = object->hashNext;
-        DeleteObject(object);
-    }
-    while (FileHandle* handle = state->spareHandles) {
-        state->spareHandles = handle->next;
-        platform::HeapRelease(handle);
-    }
-    if (state->spareSearch != nullptr) FreeSearch(state->spareSearch);
+    while (FileObject* object = state->spareObjects.Take()) DeleteObject(object);
+    while (FileHandle* handle = state->spareHandles.Take()) platform::HeapRelease(handle);
+    while (FindContext* search = state->spareSearches.Take()) FreeSearch(search);
+    while (FileBlock* block = state->spareBlocks.Take()) platform::HeapRelease(block);
     for (PathCache::Place& place : state->paths.places) ReleaseText(&place.path);
     state->~ObjectState();
     platform::HeapRelease(state);
@@ -338,40 +311,26 @@ void ForgetPaths(StorageContext* context) {
 }
 
 FileHandle* AllocateHandle(StorageContext* context) {
-    ObjectState* state = context->objects;
-    FileHandle* handle = state->spareHandles;
+    FileHandle* handle = context->objects->spareHandles.Take();
     if (handle == nullptr)
         return static_cast<FileHandle*>(platform::HeapAllocateZeroed(sizeof(FileHandle)));
-    state->spareHandles = handle->next;
-    --state->spareHandleCount;
     *handle = FileHandle{};
     return handle;
 }
 
 void RecycleHandle(StorageContext* context, FileHandle* handle) {
-    ObjectState* state = context->objects;
-    if (state->spareHandleCount >= kSpareHandles) {
-        platform::HeapRelease(handle);
-        return;
-    }
-    handle->next = state->spareHandles;
-    state->spareHandles = handle;
-    ++state->spareHandleCount;
+    if (!context->objects->spareHandles.Keep(handle)) platform::HeapRelease(handle);
 }
 
 FindContext* AllocateSearch(StorageContext* context) {
-    FindContext* search = context->objects->spareSearch;
-    context->objects->spareSearch = nullptr;
+    FindContext* search = context->objects->spareSearches.Take();
     if (search != nullptr) return search;
     void* memory = platform::HeapAllocate(sizeof(FindContext));
     return memory == nullptr ? nullptr : new (memory) FindContext();
 }
 
 void RecycleSearch(StorageContext* context, FindContext* search) {
-    if (kSpareSearches && context->objects->spareSearch == nullptr)
-        context->objects->spareSearch = search;
-    else
-        FreeSearch(search);
+    if (!context->objects->spareSearches.Keep(search)) FreeSearch(search);
 }
 
 }  // namespace storage
