@@ -247,7 +247,9 @@ FBR_API void FBR_Logging(bool enable, const FBR_WCHAR* directory, uint32_t level
 FBR_API void FBR_FileChecking(bool on);
 
 /** Puts another engine in the place of the built-in one, for all container stores, open ones too:
- * `table` holds 28 function pointers, which are copied. Only null is refused. */
+ * `table` holds 28 function pointers, which are copied. Only null is refused. With it in place each
+ * call of the engine stands by itself: a read without a lock may see an older state of a store that
+ * others change, or be FSSTATUS_LOCK_FAILED while they do, and what a failed call had begun stays. */
 FBR_API FBR_STATUS FBR_SetTARN_Functions(const void* table);
 
 #ifdef __cplusplus
