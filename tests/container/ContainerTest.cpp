@@ -185,7 +185,7 @@ TEST(Container, IsReadAndChangedWhereverItLies) {
             const auto begin = after.begin() + static_cast<std::ptrdiff_t>(prefix.size());
             EXPECT_TRUE(std::equal(prefix.begin(), prefix.end(), after.begin()));
             const Reading reading = ReadContainer(Bytes(begin, after.end()));
-            EXPECT_TRUE(reading.Sound()) << reading.Report();
+            EXPECT_EQ(reading.wrong, "");
             EXPECT_EQ(ContentOf(reading.root, false), expected);
             EXPECT_EQ(reading.foreign, foreign);
         }

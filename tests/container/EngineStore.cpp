@@ -6,6 +6,7 @@
 
 #include "storage/namespace/Lookup.h"
 #include "storage/namespace/Stream.h"
+#include "tests/container/Promise.h"
 
 namespace support::container {
 
@@ -16,52 +17,24 @@ namespace {
 constexpr uint16_t kSeparator = '\\';
 constexpr uint32_t kChunk = 4096;
 
-bool IsDirectory(const Item& item) {
-    return item.kind == ItemKind::Directory;
-}
-bool IsDirectory(const Found& found) {
-    return (found.attributes & storage::kAttrDirectory) != 0;
-}
-bool IsLink(const Item& item) {
-    return item.kind == ItemKind::Link;
-}
-bool IsLink(const Found& found) {
-    return (found.attributes & storage::kAttrLink) != 0;
-}
-Bytes BodyOf(const Item& item) {
-    Bytes body = item.body;
-    body.resize(item.size.value_or(body.size()));
-    return body;
-}
-Bytes BodyOf(const Found& found) {
-    return found.body;
-}
-
-template <class Node>
-void Gather(const Node& node, const std::u16string& path, bool links, Content* content) {
-    for (const Node& child : node.children) {
-        if (IsLink(child) && !links) continue;
-        const std::u16string below = path + u"\\" + child.name;
-        (*content)[below] = IsDirectory(child) ? std::nullopt : std::optional(BodyOf(child));
-        if (IsDirectory(child)) Gather(child, below, links, content);
+void Gather(const Item& directory, const std::u16string& path, bool links, Content* content) {
+    for (const Item& item : directory.children) {
+        if (item.kind == ItemKind::Link && !links) continue;
+        const std::u16string below = path + u"\\" + item.name;
+        std::optional<Bytes>& body = (*content)[below] = std::nullopt;
+        if (item.kind == ItemKind::Directory)
+            Gather(item, below, links, content);
+        else
+            body.emplace(item.body).resize(item.size.value_or(item.body.size()));
     }
-}
-
-template <class Node>
-Content Gathered(const Node& root, bool links) {
-    Content content;
-    Gather(root, u"", links, &content);
-    return content;
 }
 
 }  // namespace
 
 Content ContentOf(const Item& root, bool links) {
-    return Gathered(root, links);
-}
-
-Content ContentOf(const Found& root, bool links) {
-    return Gathered(root, links);
+    Content content;
+    Gather(root, u"", links, &content);
+    return content;
 }
 
 EngineStore::EngineStore(uint32_t pageSize) {
@@ -100,8 +73,7 @@ Status EngineStore::Close() {
 
 Reading EngineStore::ReadSound() {
     EXPECT_EQ(Close(), storage::kOk);
-    Reading reading = ReadContainer(FileBytes());
-    EXPECT_TRUE(reading.Sound()) << reading.Report();
+    Reading reading = container::ReadSound(path_, FileBytes());
     EXPECT_EQ(Reopen(), storage::kOk);
     return reading;
 }

@@ -39,7 +39,6 @@ using Failures = std::vector<std::pair<std::string, storage::Status>>;
 
 // What a tree holds; links are left out unless `links`.
 Content ContentOf(const Item& root, bool links = true);
-Content ContentOf(const Found& root, bool links = true);
 
 class EngineStore {
   public:
@@ -61,8 +60,7 @@ class EngineStore {
 
     const std::filesystem::path& Path() const { return path_; }
     Bytes FileBytes() const { return ReadBytes(path_); }
-    // Closes the container, reads it with other eyes, to which it must be sound, and opens it
-    // again.
+    // Closes the container, reads it with other eyes, finds it sound, and opens it again.
     Reading ReadSound();
 
     // A file made or emptied, and written; read as a whole, up to `limit` bytes.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The builder and the reader are what other tests lean on, so they are tested here: the reader
-// finds what the builder put down, and both are of one mind with the page that describes the
-// format.
+// The builder and the reader, on which other tests lean, are of one mind with the page that
+// describes the format.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -12,25 +11,6 @@
 
 namespace support::container {
 namespace {
-
-TEST(Builder, IsReadAsItBuilt) {
-    for (const uint32_t pageSize : {256u, 512u, 4096u, 65536u}) {
-        for (const bool foreign : {false, true}) {
-            Form form;
-            form.pageSize = pageSize;
-            form.foreign = foreign;
-            form.freePages = 3;
-            const Item root = RichTree(pageSize);
-            const Builder builder(form, root);
-            const Reading reading = ReadContainer(builder.Finish());
-            EXPECT_TRUE(reading.Sound()) << reading.Report();
-            EXPECT_EQ(reading.foreign, foreign);
-            EXPECT_EQ(reading.pageCount, builder.PageCount());
-            EXPECT_EQ(reading.root.body, root.body);
-            EXPECT_EQ(ContentOf(reading.root), ContentOf(root));
-        }
-    }
-}
 
 // The bytes of the hexadecimal dump behind the line that begins with `lead`: lines of an offset
 // and 16 bytes, where a line "*" repeats the one before it.
@@ -58,7 +38,7 @@ TEST(FormatPage, ShowsAFreshContainerAndAValue) {
     EXPECT_EQ(dump.size(), 1536u);
     EXPECT_EQ(dump, Builder({}, Directory(u"")).Finish());
     const Reading reading = ReadContainer(Dump("### A value"));
-    EXPECT_TRUE(reading.Sound()) << reading.Report();
+    EXPECT_EQ(reading.wrong, "");
     Key expected;
     expected.values[u"FBRVersion"] = {4, {2, 0, 0, 0}};
     EXPECT_EQ(RegistryOf(reading.root), expected);

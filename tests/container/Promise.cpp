@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "storage/core/Format.h"
+#include "tests/container/Shapes.h"
 
 namespace support::container {
 
@@ -52,6 +53,15 @@ CheckOutcome CheckContainer(const std::filesystem::path& path, uint32_t flags,
     return state.outcome;
 }
 
+Reading ReadSound(const std::filesystem::path& path, const Bytes& bytes) {
+    const CheckOutcome check = CheckContainer(path, kDeepCheck);
+    EXPECT_EQ(check.status, storage::kOk);
+    EXPECT_TRUE(check.FoundNothing()) << check.Findings();
+    Reading reading = ReadContainer(bytes);
+    EXPECT_EQ(reading.wrong, "");
+    return reading;
+}
+
 namespace {
 
 // The container's bytes without what each opening changes.
@@ -64,6 +74,24 @@ Bytes WithoutCounter(Bytes bytes) {
 }
 
 }  // namespace
+
+void Exercise(const std::filesystem::path& path) {
+    EngineStore store;
+    if (store.Open(path) != storage::kOk) return;
+    constexpr size_t kReadLimit = 32768;  // of each file: sizes may lie
+    const Content content = store.ReadAll(nullptr, kReadLimit, 8);
+    store.Put(u"\\new file", Pattern(700));
+    store.Put(u"\\small", Pattern(9));
+    store.Put(u"\\long", Pattern(5000));
+    store.MakeDirectory(u"\\many\\made");
+    store.Put(u"\\many\\made\\" + std::u16string(60, u'l'), Pattern(40));
+    store.Move(u"\\deep", u"\\deeper");
+    store.Move(u"\\many\\name b", u"\\b");
+    int deletes = 0;
+    for (auto at = content.rbegin(); at != content.rend() && deletes < 30; ++at, ++deletes)
+        store.Delete(at->first);
+    store.Close();
+}
 
 std::vector<std::string> UseContainer(const std::filesystem::path& path) {
     std::vector<std::string> broken;

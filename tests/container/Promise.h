@@ -36,6 +36,13 @@ inline constexpr uint32_t kDeepCheck = 3, kRepair = 2;
 CheckOutcome CheckContainer(const std::filesystem::path& path, uint32_t flags,
                             uint32_t cancelAtCode = 0);
 
+// The tree of the container at `path`, which holds `bytes`. All of it is to agree.
+Reading ReadSound(const std::filesystem::path& path, const Bytes& bytes);
+
+// All that can be done with a container made of the rich tree, whatever became of it; the statuses
+// do not matter.
+void Exercise(const std::filesystem::path& path);
+
 // Opens the container, reads all of it, writes to it and checks it again. Every sentence is
 // something that did not go as it must; empty when all did.
 std::vector<std::string> UseContainer(const std::filesystem::path& path);

@@ -22,30 +22,12 @@ class FilePlace : public Place {
     support::TempDir folder_;
 };
 
-// The 28 functions of an engine that is given by the caller, and passes on to the built-in one.
-template <auto Own>
-struct PassOn;
-template <class Result, class... Arguments, Result (*Own)(Arguments...)>
-struct PassOn<Own> {
-    static Result Call(Arguments... arguments) { return Own(arguments...); }
-};
-
-inline storage::StorageFunctionTable PassingOn() {
+// An engine that is given by the caller is one that differs from the built-in one anywhere.
+inline storage::StorageFunctionTable GivenEngine() {
     storage::StorageFunctionTable table = storage::OwnFunctions();
-#define ZRFS_PASS_ON(name) table.name = PassOn<storage::name>::Call
-    ZRFS_PASS_ON(StorageIsCorrupted), ZRFS_PASS_ON(StorageSetCaseSensitive);
-    ZRFS_PASS_ON(StorageClose), ZRFS_PASS_ON(StorageGetLock), ZRFS_PASS_ON(StorageReleaseLock);
-    ZRFS_PASS_ON(StorageCreateFile), ZRFS_PASS_ON(StorageCloseFile);
-    ZRFS_PASS_ON(StorageGetFileAttributes), ZRFS_PASS_ON(StorageOpenFile);
-    ZRFS_PASS_ON(StorageDeleteFile), ZRFS_PASS_ON(StorageMoveFile), ZRFS_PASS_ON(StorageSeekFile);
-    ZRFS_PASS_ON(StorageReadFile), ZRFS_PASS_ON(StorageWriteFile), ZRFS_PASS_ON(StorageFindFirst);
-    ZRFS_PASS_ON(StorageFindNext), ZRFS_PASS_ON(StorageFindClose);
-    ZRFS_PASS_ON(StorageGetFileTimes), ZRFS_PASS_ON(StorageDecodeDate);
-    ZRFS_PASS_ON(StorageDecodeTime), ZRFS_PASS_ON(StorageOpen), ZRFS_PASS_ON(StorageCreate);
-    ZRFS_PASS_ON(StorageSetAutoCompact), ZRFS_PASS_ON(StorageIsDirectoryEmpty);
-    ZRFS_PASS_ON(StorageDeleteDirectory), ZRFS_PASS_ON(StorageCreateDirectory);
-    ZRFS_PASS_ON(StorageGetFileId), ZRFS_PASS_ON(StorageCompact);
-#undef ZRFS_PASS_ON
+    table.StorageIsCorrupted = [](storage::StorageContext* container, uint8_t* corrupted) {
+        return storage::StorageIsCorrupted(container, corrupted);
+    };
     return table;
 }
 
@@ -57,7 +39,7 @@ class GivenEnginePlace : public FilePlace<FS_VR_METHOD_TARN> {
     ~GivenEnginePlace() override { FBR_SetTARN_Functions(&before_); }
 
   private:
-    storage::StorageFunctionTable before_ = storage::g_storageFunctions, given_ = PassingOn();
+    storage::StorageFunctionTable before_ = storage::g_storageFunctions, given_ = GivenEngine();
 };
 
 // A store that a server of this process opens.

@@ -7,6 +7,7 @@
 
 #include "tests/contract/OpenStore.h"
 #include "tests/faults/Registry.h"
+#include "tests/support/Shrunk.h"
 
 namespace contract {
 namespace {
@@ -235,33 +236,6 @@ std::vector<Deed> Deeds(uint32_t seed, int count) {
     return deeds;
 }
 
-// Without those without which it goes wrong all the same.
-template <class Items, class Fails>
-Items Shrunk(Items items, Fails fails) {
-    for (size_t piece = items.size() / 2; piece > 0; piece /= 2)
-        for (size_t at = 0; at + piece <= items.size();) {
-            Items fewer = items;
-            const auto from = fewer.begin() + static_cast<ptrdiff_t>(at);
-            fewer.erase(from, from + static_cast<ptrdiff_t>(piece));
-            if (fails(fewer)) {
-                items = std::move(fewer);
-            } else {
-                at += piece;
-            }
-        }
-    return items;
-}
-
-TEST(Shrinking, KeepsWhatMatters) {
-    std::vector<int> numbers(100);
-    for (int i = 0; i < 100; ++i) numbers[static_cast<size_t>(i)] = i;
-    const auto fails = [](const std::vector<int>& some) {
-        return std::count(some.begin(), some.end(), 37) + std::count(some.begin(), some.end(), 4) ==
-               2;
-    };
-    EXPECT_EQ(Shrunk(numbers, fails), (std::vector<int>{4, 37}));
-}
-
 std::string Wrong(const Backend& backend, const std::vector<Deed>& deeds) {
     Run run(backend);
     for (const Deed& deed : deeds) {
@@ -296,7 +270,8 @@ TEST_P(Model, RandomWorkLeavesStoreAndModelEqual) {
     std::vector<Deed> deeds = Deeds(seed, 500 * (times == nullptr ? 1 : std::atoi(times)));
     std::string wrong = Wrong(GetParam(), deeds);
     if (wrong.empty()) return;
-    deeds = Shrunk(deeds, [&](const auto& fewer) { return !Wrong(GetParam(), fewer).empty(); });
+    deeds = support::Shrunk(deeds,
+                            [&](const auto& fewer) { return !Wrong(GetParam(), fewer).empty(); });
     std::string all;
     for (const Deed& deed : deeds) all += Told(deed);
     FAIL() << wrong << "; repeat with --gtest_random_seed=" << seed

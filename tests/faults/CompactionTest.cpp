@@ -17,13 +17,6 @@ namespace {
 using namespace support::container;
 using support::Bytes;
 
-// What the file at `path` holds must agree with itself, and be all the file holds.
-Reading ReadSound(const Bytes& bytes) {
-    Reading reading = ReadContainer(bytes);
-    EXPECT_TRUE(reading.Sound()) << reading.Report();
-    return reading;
-}
-
 // Nothing in the file is free.
 void ExpectFull(const Reading& reading) {
     const uint32_t group = reading.pageSize / 2;
@@ -45,6 +38,7 @@ class Compaction : public testing::TestWithParam<Layout> {
         form.freePages = freePages;
         return form;
     }
+    Reading ReadSound() { return support::container::ReadSound(path_, memory_.Get(path_)); }
     // A container of everything, in which pages are free all over; by seed 0 at its end only.
     Bytes Sparse(uint32_t seed) {
         std::mt19937 random(seed);
@@ -64,11 +58,9 @@ class Compaction : public testing::TestWithParam<Layout> {
         return memory_.Get(path_);
     }
     void ExpectCompact(const Content& before) {
-        const Bytes bytes = memory_.Get(path_);
-        const Reading after = ReadSound(bytes);
+        const Reading after = ReadSound();
         EXPECT_EQ(ContentOf(after.root), before);
         ExpectFull(after);
-        EXPECT_TRUE(CheckContainer(path_, kDeepCheck).FoundNothing());
     }
 
     // All reads as before, the container takes more, and at most pages are lost.
@@ -96,7 +88,8 @@ class Compaction : public testing::TestWithParam<Layout> {
 TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
     for (uint32_t seed = 0; seed <= Rounds(6); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
-        const Content before = ContentOf(ReadSound(Sparse(seed)).root);
+        Sparse(seed);
+        const Content before = ContentOf(ReadSound().root);
         EngineStore store;
         ASSERT_EQ(store.Open(path_), storage::kOk);
         // Some of it is in memory when the pages move, and some is not.
@@ -117,7 +110,7 @@ TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
         for (const auto& [path, body] : after) EXPECT_EQ(body, before.at(path));
         EXPECT_EQ(store.Put(u"\\deep\\after", Pattern(3000)), storage::kOk);
         EXPECT_EQ(store.Close(), storage::kOk);
-        ReadSound(memory_.Get(path_));
+        ReadSound();
     }
 }
 
@@ -153,15 +146,14 @@ TEST_P(Compaction, OfAContainerWithItsLogInsideLeavesItsEndFree) {
     }
     EXPECT_EQ(store.Close(), storage::kOk);
     EXPECT_EQ(memory_.Get(path_).size(), bytes.size());
-    ReadSound(memory_.Get(path_));
-    EXPECT_TRUE(CheckContainer(path_, kDeepCheck).FoundNothing());
+    ReadSound();
 }
 
 // Killed behind any page that it writes, it leaves all content where it is found, and lost pages at
 // most; without a repair.
 TEST_P(Compaction, ThatIsKilledLosesNothing) {
     const Bytes sparse = Sparse(2);
-    const Content before = ContentOf(ReadSound(sparse).root);
+    const Content before = ContentOf(ReadSound().root);
     std::vector<Bytes> images;
     {
         support::RecordingFile recording;
@@ -191,7 +183,8 @@ TEST_P(Compaction, ThatIsKilledLosesNothing) {
 // A compaction that is stopped between its steps is a sound container all the same, and the next
 // one goes on.
 TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
-    const Content before = ContentOf(ReadSound(Sparse(1)).root);
+    Sparse(1);
+    const Content before = ContentOf(ReadSound().root);
     uint32_t steps = 0;
     for (uint32_t allowed = 0; allowed < 50; ++allowed) {
         steps = allowed;
@@ -200,7 +193,7 @@ TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
                 uint32_t* count = static_cast<uint32_t*>(left);
                 return *count != 0 && (*count)-- != 0;
             });
-        const Reading after = ReadSound(memory_.Get(path_));
+        const Reading after = ReadSound();
         EXPECT_EQ(ContentOf(after.root), before);
         if (status == storage::kOk) return ExpectFull(after);
         ASSERT_EQ(status, storage::kCancelled);
@@ -212,7 +205,7 @@ TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
 // same content, part of which has been moved. Pages given up may stay lost.
 TEST_P(Compaction, ThatFailsIsRolledBack) {
     const Bytes sparse = Sparse(1);
-    const Content before = ContentOf(ReadSound(sparse).root);
+    const Content before = ContentOf(ReadSound().root);
     for (const auto what : {support::Failing::Allocation, support::Failing::FileCall}) {
         const auto attempt = [&](support::Failure& failure) {
             memory_.Put(path_, sparse);

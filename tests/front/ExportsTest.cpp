@@ -84,14 +84,6 @@ TEST(Initialise, TheHandleIsUntouchedByAFailure) {
     EXPECT_EQ(handle, reinterpret_cast<FBR_STORE>(&handle));
 }
 
-TEST(Initialise, AContainerBehindAServerNameIsLocal) {
-    support::TempDir dir;
-    EXPECT_EQ(Store(WTEXT("|server||") + dir.File("b.fbr")).status, FSSTATUS_SUCCESS);
-    EXPECT_TRUE(std::filesystem::exists(dir / "b.fbr"));
-    FBR_Release(nullptr);
-    FBR_Release(platform::HeapAllocate(10));
-}
-
 // The table is copied, serves open stores at once, and is left alone by a null one.
 TEST(Exports, AnotherEngineTakesThePlaceOfTheBuiltInOne) {
     support::TempDir dir;

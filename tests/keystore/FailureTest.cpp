@@ -5,17 +5,14 @@
 // A write that fails within a commit can leave some pages of the change on the disk and others not,
 // for pages are written in place: what the operation was about may be damaged then, and is found to
 // be, and mended by a repair. What it was not about stays readable, before and after.
-#include <algorithm>
 #include <functional>
 
 #include "tests/keystore/TestStore.h"
-#include "tests/support/FailingHeap.h"
-#include "tests/support/FaultFile.h"
+#include "tests/support/EveryFailure.h"
 
 namespace keystore {
 namespace {
 
-constexpr uint64_t kMostCalls = 5000;
 constexpr FBR_STATUS kOk = FSSTATUS_SUCCESS;
 
 FBR_STATUS SetIn(Store& s, const char* name, size_t size) {
@@ -123,178 +120,119 @@ const Operation kOperations[] = {
      }},
 };
 
-enum class Kind { Heap, File };
-
-// Fails one call of one kind while it lives, and tells whether that call was reached.
-class Fault {
-  public:
-    Fault(Kind kind, uint64_t number, bool keep, support::FaultFile& files) : files_(files) {
-        if (kind == Kind::Heap) {
-            heap_.emplace(number, keep);
-        } else {
-            files_.KeepFailing(keep);
-            files_.FailAny(number, platform::kErrorGenFailure);
-        }
-    }
-    ~Fault() { files_.Reset(); }
-    bool Hit() const { return heap_ ? heap_->Hits() > 0 : files_.Hits() > 0; }
-
-  private:
-    support::FaultFile& files_;
-    std::optional<support::FailingHeap> heap_;
-};
-
 int g_bad;
 void CountBad(void*, uint32_t code, uint32_t, uint32_t, uint8_t, uint8_t*) {
     if (code > 4) ++g_bad;
 }
 
-class Failures : public testing::TestWithParam<bool> {
+class Failures : public testing::TestWithParam<support::Failing> {
   protected:
-    // A store with nothing left of what failed before, and the state that all operations begin in.
-    void StartAnew() {
-        store.reset();
-        std::filesystem::remove(dir / "store.fbr");
-        store = std::make_unique<Store>(path);
-        ASSERT_EQ(store->Lock(), kOk);
-        ASSERT_EQ(store->Set(store->Make("keep"), "v", Bytes(100, 9)), kOk);
-    }
-    void Prepare() {
-        store->DeleteTree("\\t");
-        const FBR_KEY key = store->Make("t");
-        store->Set(key, "small", Bytes(20, 3));
-        store->Set(key, "large/name", Bytes(3000, 3));
-        store->Set(key, "sub", Bytes(7, 3));
+    Failures() {
+        Begin();
+        Store store(path);
+        EXPECT_EQ(store.Lock(), kOk);
+        EXPECT_EQ(store.Set(store.Make("keep"), "v", Bytes(100, 9)), kOk);
+        const FBR_KEY key = store.Make("t");
+        store.Set(key, "small", Bytes(20, 3));
+        store.Set(key, "large/name", Bytes(3000, 3));
+        store.Set(key, "sub", Bytes(7, 3));
         for (const char* name : {"t\\sub", "t\\other\\below"})
-            store->Set(store->Make(name), "v", Bytes(40, 4));
+            store.Set(store.Make(name), "v", Bytes(40, 4));
+        store.Close();
+        prepared = support::ReadBytes(path);
     }
-    void ExpectIntact() {
-        const FBR_KEY key = store->Open("keep");
+    // The file of an attempt; a store that failed behind its opening may keep that of the last one.
+    void Begin() {
+        path = dir.File("store" + std::to_string(++attempts) + ".fbr");
+        if (!prepared.empty()) support::WriteBytes(path, prepared);
+    }
+    // What no operation is about.
+    static void ExpectIntact(Store& store) {
+        const support::OpenKey key(store.handle, store.Open("keep"));
         ASSERT_NE(key, 0);
-        ASSERT_EQ(store->Get(key, "v"), Bytes(100, 9));
-        store->Close(key);
+        ASSERT_EQ(store.Get(key, "v"), Bytes(100, 9));
     }
-    // Closed and repaired it is sound, and what the operation was not about is still there.
     void ExpectRepairable() {
-        store.reset();
         ASSERT_EQ(FBR_CheckAndRepairFileEx(path.c_str(), nullptr), kOk);
         g_bad = 0;
         ASSERT_EQ(FBR_CheckFileEx(path.c_str(), CountBad), kOk);
         ASSERT_EQ(g_bad, 0);
-        store = std::make_unique<Store>(path);
-        ExpectIntact();
+        Store store(path);
+        ExpectIntact(store);
     }
-    // Fails call 1, 2, 3 ... of `run` until it is through without having met the fault; `judge` is
-    // told whether it did.
-    template <class Run, class Judge>
-    void FailEachCall(const char* name, Kind kind, Run run, Judge judge) {
-        bool hit = true;
-        for (uint64_t number = 1; hit && number < kMostCalls; ++number) {
-            SCOPED_TRACE(name + std::string(", call ") + std::to_string(number));
-            {
-                const auto prepared = run(number);
-                files.Reset();
-                const Fault fault(kind, number, GetParam(), files);
-                prepared();
-                hit = fault.Hit();
+    void Attempt(const Operation& operation, support::Failure& failure) {
+        Begin();
+        {
+            Store store(path);
+            ASSERT_EQ(store.Lock(), kOk);
+            FBR_STATUS status = failure.During([&] { return operation.run(store); });
+            ASSERT_TRUE(failure.Hit() || status == kOk) << "without a fault";
+            ASSERT_NO_FATAL_FAILURE(ExpectIntact(store));
+            uint32_t corrupted = 1;
+            EXPECT_EQ(FBR_IsCorrupted(store.handle, &corrupted), kOk);
+            if (status != kOk) status = operation.run(store);
+            if (failure.InHeap()) {
+                ASSERT_EQ(corrupted, 0u);
+                ASSERT_TRUE(status == kOk || status == operation.again) << status;
             }
-            judge(hit);
-            if (HasFatalFailure()) return;
+            ASSERT_NO_FATAL_FAILURE(ExpectIntact(store));
         }
-        EXPECT_FALSE(hit) << name << " never came to its end";
-    }
-    void FailEachOperation(Kind kind) {
-        for (const Operation& operation : kOperations) {
-            StartAnew();
-            FBR_STATUS status = kOk;
-            const auto run = [&](uint64_t) {
-                Prepare();
-                return [&] { status = operation.run(*store); };
-            };
-            FailEachCall(operation.name, kind, run, [&](bool hit) {
-                ASSERT_NO_FATAL_FAILURE(ExpectIntact());
-                if (!hit) {
-                    ASSERT_EQ(status, kOk) << "without a fault";
-                } else if (kind == Kind::File) {
-                    operation.run(*store);
-                    ASSERT_NO_FATAL_FAILURE(ExpectIntact());
-                    ASSERT_NO_FATAL_FAILURE(ExpectRepairable());
-                    StartAnew();
-                } else {
-                    uint32_t corrupted = 1;
-                    EXPECT_EQ(FBR_IsCorrupted(store->handle, &corrupted), kOk);
-                    ASSERT_EQ(corrupted, 0u);
-                    if (status == kOk) return;
-                    status = operation.run(*store);
-                    ASSERT_TRUE(status == kOk || status == operation.again) << status;
-                    // A rename that failed half-way can leave a hidden value, which keeps its key.
-                    StartAnew();
-                }
-            });
-        }
+        if (failure.Hit() && !failure.InHeap()) ExpectRepairable();
     }
 
     support::TempDir dir;
-    const WString path = dir.File("store.fbr");
-    support::FaultFile files;
-    std::unique_ptr<Store> store;
+    WString path;
+    Bytes prepared;
+    int attempts = 0;
 };
 
-TEST_P(Failures, OfEachAllocation) {
-    FailEachOperation(Kind::Heap);
-}
-
-TEST_P(Failures, OfEachFileCall) {
-    FailEachOperation(Kind::File);
+TEST_P(Failures, OfEachCallOfAnOperation) {
+    for (const Operation& operation : kOperations) {
+        SCOPED_TRACE(operation.name);
+        support::WithEveryFailure(GetParam(),
+                                  [&](support::Failure& failure) { Attempt(operation, failure); });
+    }
 }
 
 // The same for opening and closing, where the store itself comes and goes.
 TEST_P(Failures, OfOpeningAndClosing) {
-    StartAnew();
-    store->Make("t");
-    const auto open = [&] { store = std::make_unique<Store>(path); };
-    const auto run = [&](uint64_t number) {
-        open();
-        EXPECT_EQ(store->status, kOk);
+    support::WithEveryFailure(GetParam(), [&](support::Failure& failure) {
+        Begin();
+        auto store = std::make_unique<Store>(path);
         store->Lock();
-        SetIn(*store, "at close", number % 700);
-        return [&] {
+        SetIn(*store, "at close", static_cast<size_t>(attempts) * 7 % 700);
+        const FBR_STATUS status = failure.During([&] {
             store.reset();
-            open();
-        };
-    };
-    for (const Kind kind : {Kind::Heap, Kind::File})
-        FailEachCall("close and open", kind, run, [&](bool hit) {
-            if (!hit) {
-                ASSERT_EQ(store->status, kOk);
-            }
-            open();
-            ASSERT_EQ(store->status, kOk);
-            ExpectIntact();
+            store = std::make_unique<Store>(path);
+            return store->status;
         });
+        EXPECT_TRUE(failure.Hit() || status == kOk);
+        store = std::make_unique<Store>(path);
+        ASSERT_EQ(store->status, kOk);
+        ExpectIntact(*store);
+    });
 }
 
+// Nothing is left, or a whole store.
 TEST_P(Failures, OfMakingAStore) {
-    // A name of its own each time: a store that failed behind its opening may stay open.
-    int round = 0;
-    const auto name = [&] { return "fresh" + std::to_string(round) + ".fbr"; };
-    const auto run = [&](uint64_t) {
-        ++round;
-        return [&] {
-            Store made(dir.File(name()));
+    support::WithEveryFailure(GetParam(), [&](support::Failure& failure) {
+        const WString fresh = dir.File("fresh" + std::to_string(++attempts) + ".fbr");
+        failure.During([&] {
+            const Store made(fresh);
             EXPECT_EQ(made.handle != nullptr, made.status == kOk);
-        };
-    };
-    for (const Kind kind : {Kind::Heap, Kind::File})
-        FailEachCall("make", kind, run, [&](bool) {
-            // Nothing is left, or a whole store.
-            if (std::filesystem::exists(dir / name())) {
-                EXPECT_EQ(Store(dir.File(name())).status, kOk);
-            }
+            return made.status;
         });
+        if (std::filesystem::exists(fresh)) {
+            EXPECT_EQ(Store(fresh).status, kOk);
+        }
+    });
 }
 
-INSTANTIATE_TEST_SUITE_P(OnceAndFromThenOn, Failures, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Kinds, Failures,
+                         testing::Values(support::Failing::Allocation,
+                                         support::Failing::AllocationsFromThenOn,
+                                         support::Failing::FileCall,
+                                         support::Failing::FileCallsFromThenOn));
 
 }  // namespace
 }  // namespace keystore

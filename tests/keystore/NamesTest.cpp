@@ -109,19 +109,4 @@ TEST(Paths, HaveOneLeadingAndNoTrailingBackslash) {
     }
 }
 
-TEST(Text, GrowsFromTheStackToTheHeapAndOn) {
-    FsText text;
-    WString expected;
-    for (int i = 0; i < 500; ++i) {
-        const WString part(static_cast<size_t>(i % 13), static_cast<WChar>('a' + i % 26));
-        ASSERT_TRUE(text.Append(part));
-        expected += part;
-        ASSERT_EQ(text.View(), expected);
-    }
-    text.Truncate(5);
-    const support::FailingHeap heap(1, true);
-    EXPECT_FALSE(text.Append(WString(100000, 'z')));
-    EXPECT_EQ(WStringView(text.Text()), expected.substr(0, 5)) << "as it was";
-}
-
 }  // namespace

@@ -72,16 +72,6 @@ TEST_F(Trace, LinesOfARun) {
     EXPECT_EQ(lines, expected);
 }
 
-TEST_F(Trace, ALevelKeepsTheMoreImportantLines) {
-    Switch(true, 3);
-    Store store(path);
-    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-    EXPECT_EQ(FBR_GetLockEx(9, store.handle), FSSTATUS_LOCK_FAILED);
-    const std::string line = "L 3 [FS_GetLockEx] StorageGetLock returned ";
-    EXPECT_EQ(Lines(), (std::vector<std::string>{line + "[0]", line + "[-200]"}));
-    EXPECT_TRUE(std::regex_search(Raw(), std::regex("^L 3 T *[0-9]+ -?[0-9]+ \\[FS_")));
-}
-
 TEST_F(Trace, ANullDirectoryChangesNothing) {
     Switch(true, 3);
     FBR_Logging(false, nullptr, 1, true);

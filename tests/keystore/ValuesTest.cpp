@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <random>
 
-#include "storage/StorageApi.h"
 #include "storage/namespace/MemoryLimits.h"
+#include "tests/container/EngineStore.h"
 #include "tests/keystore/TestStore.h"
 
 namespace keystore {
@@ -94,17 +94,12 @@ TEST_F(Values, AreListedByNumberBesideChanges) {
 
 // A value of fewer bytes than its header, as only other hands make it.
 TEST_F(Values, ARecordThatIsTooShortReadsAsZeros) {
-    storage::FileHandle* file = nullptr;
     store.Close();
-    storage::StorageContext* container = nullptr;
-    ASSERT_EQ(storage::StorageOpen(path.c_str(), &container, '\\', nullptr, 0), 0);
-    ASSERT_EQ(storage::StorageCreateFile(container, WTEXT("\\k\\v"), 1, 1, 0, 0, 0, WTEXT(""), 0,
-                                         &file, 1, 1),
-              0);
-    uint32_t done = 0;
-    EXPECT_EQ(storage::StorageWriteFile(file, "\x03\0\0\0\xFF", 5, &done), 0);
-    EXPECT_EQ(storage::StorageCloseFile(file), 0);
-    EXPECT_EQ(storage::StorageClose(container), 0);
+    {
+        support::container::EngineStore container;
+        ASSERT_EQ(container.Open(dir / "store.fbr"), 0);
+        EXPECT_EQ(container.Put(u"\\k\\v", {3, 0, 0, 0, 0xFF}), 0);
+    }
     Store again(path);
     uint64_t size = 0;
     uint32_t type = 0;

@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
 // The offline hive as a store: what it has beyond the contract of all stores.
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <thread>
 
 #include "FS_Library_DLL/offline/FileTime.h"
+#include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
+#include "FS_Library_DLL/registry/CombinePath.h"
 #include "offreg/HiveFormat.h"
 #include "platform/FileSystem.h"
 #include "tests/offline/SavedValue.h"
 #include "tests/shared/LogCapture.h"
+#include "tests/support/ChildProcess.h"
 
 using namespace offline_test;
 using support::Names;
@@ -90,6 +94,54 @@ TEST_F(OfflineStore, OnlyAChangeWritesTheFile) {
     Create("b");
     Reopen();
     Key("b");
+}
+
+// Keys that cannot be opened, or that list a subkey without a name.
+struct OddKeys final : FsOfflineRegistryImpl {
+    FBR_STATUS FBR_OpenDirEx(int64_t parent, const WChar* name, int64_t* key) override {
+        if (name == locked) return FSSTATUS_ACCESS_DENIED;
+        return FsOfflineRegistryImpl::FBR_OpenDirEx(parent, name, key);
+    }
+    FBR_STATUS FBR_EnumIntDirEx(int64_t key, uint32_t index, WChar** name) override {
+        const FBR_STATUS status = FsOfflineRegistryImpl::FBR_EnumIntDirEx(key, index, name);
+        if (nameless && status == FSSTATUS_SUCCESS) **name = 0;
+        return status;
+    }
+    WString locked;
+    bool nameless = false;
+};
+
+// A subkey that is its own parent would have no end.
+TEST_F(OfflineStore, ATreesDeletionStopsAtTheFirstFailure) {
+    for (const char* name : {"a\\b\\x", "a\\c", "a\\d"}) Create(name);
+    Reopen();
+    OddKeys store;
+    ASSERT_EQ(store.FBR_InitialiseEx(path_.c_str()), FSSTATUS_SUCCESS);
+    store.locked = WTEXT("a\\c");
+    EXPECT_EQ(store.FBR_DeleteDirNamedEx(WTEXT("a")), FSSTATUS_ACCESS_DENIED);
+    store.locked.clear();
+    int64_t key = 0;
+    ASSERT_EQ(store.FBR_OpenDirEx(0, WTEXT("a"), &key), FSSTATUS_SUCCESS);
+    std::vector<WString> left;
+    EXPECT_EQ(store.FBR_EnumerateAllKeys(key, left), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(left, (Names{WTEXT("c"), WTEXT("d")}));
+    store.nameless = true;
+    EXPECT_EQ(store.FBR_DeleteDirNamedEx(WTEXT("a")), FSSTATUS_TREE_DELETE_FAILED);
+    EXPECT_EQ(store.FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
+}
+
+TEST(CombinePath, PutsOneBackslashBetween) {
+    const WChar* const rows[][3] = {
+        {WTEXT("a"), WTEXT("b"), WTEXT("a\\b")},
+        {WTEXT("a\\"), WTEXT("\\b"), WTEXT("a\\b")},
+        {WTEXT("a"), WTEXT("\\\\b"), WTEXT("a\\\\b")},
+        {WTEXT(""), WTEXT("\\b"), WTEXT("\\b")},
+        {WTEXT("a\\"), WTEXT(""), WTEXT("a\\")},
+        {WTEXT("\\\\?\\C:"), WTEXT("\\\\?\\x"), WTEXT("\\\\?\\C:\\x")},
+        {WTEXT("a"), WTEXT("\\\\?\\x"), WTEXT("a\\x")},
+        {WTEXT("\\\\?\\"), WTEXT("x"), WTEXT("\\\\?\\x")},
+    };
+    for (const auto& [left, right, whole] : rows) EXPECT_EQ(CombinePath(left, right), whole);
 }
 
 TEST(FileTimes, AreCalendarTimes) {
@@ -305,6 +357,52 @@ TEST_F(OfflineStore, ThreadsShareAStore) {
     for (std::thread& thread : threads) thread.join();
     Reopen();
     for (const char* top : {"t0", "t3"}) EXPECT_EQ(store_->Keys(Key(top)).size(), 200u);
+}
+
+// Adds 1 to the value, as often as the second argument says; the exit code is the number of times
+// that the store said yes, or 200 and a status that is none of the two to be expected.
+const support::ChildRole kCount("count", [](const std::vector<std::string>& arguments) {
+    const WString path = platform::FromUtf8(arguments[0]);
+    int done = 0;
+    for (int i = std::stoi(arguments[1]); i > 0; --i) {
+        Offline store(path);
+        if (store.status != FSSTATUS_SUCCESS) continue;
+        const auto data = store.Get(store.Root(), "v");
+        uint32_t number = 0;
+        if (data && data->size() == 4) std::memcpy(&number, data->data(), 4);
+        ++number;
+        const auto* bytes = reinterpret_cast<const uint8_t*>(&number);
+        store.Set(store.Root(), "v", Bytes(bytes, bytes + 4));
+        const FBR_STATUS status = store.Close();
+        if (status == FSSTATUS_SUCCESS) ++done;
+        if (status != FSSTATUS_SUCCESS && status != FSSTATUS_SHARING_VIOLATION)
+            return 200 + static_cast<int>(status);
+    }
+    return done;
+});
+
+TEST(OfflineStoreProcesses, OfManyThatSaveAtOnceEachYesIsKept) {
+    TempDir dir;
+    ASSERT_EQ(Save(dir.File("user.dat"), {0, 0, 0, 0}), FSSTATUS_SUCCESS);
+    constexpr int kChildren = 4;
+    std::vector<std::unique_ptr<support::ChildProcess>> children;
+    for (int i = 0; i < kChildren; ++i) {
+        children.push_back(std::make_unique<support::ChildProcess>(
+            "count", std::vector<std::string>{(dir / "user.dat").string(), "60"}));
+    }
+    uint32_t sum = 0;
+    for (const auto& child : children) {
+        const int yes = child->Wait();
+        EXPECT_LE(yes, 60);
+        sum += static_cast<uint32_t>(yes);
+    }
+    const Bytes data = Load(dir.File("user.dat"));
+    uint32_t number = 0;
+    ASSERT_EQ(data.size(), sizeof number);
+    std::memcpy(&number, data.data(), sizeof number);
+    EXPECT_EQ(number, sum);
+    EXPECT_GE(sum, 20u);
+    EXPECT_EQ(FilesIn(dir), 1u);
 }
 
 }  // namespace

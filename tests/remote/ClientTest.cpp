@@ -27,25 +27,6 @@ WString Take(WChar* text) {
 }
 
 const Exchange kExchanges[] = {
-    {"initialise", "00000000 08000000 610062006300 0000 04000000", "01000000 00000000",
-     [](FsIpcImpl& store) { EXPECT_EQ(store.FBR_InitialiseEx(WTEXT("abc")), FSSTATUS_SUCCESS); }},
-    {"compact", "04000000", "05000000 ff000000 07000000",
-     [](FsIpcImpl& store) {
-         uint32_t done = 9;
-         EXPECT_EQ(store.FBR_Compact(&done), FSSTATUS_LOCK_FAILED);
-         EXPECT_EQ(done, 255u);
-     }},
-    {"query", "07000000 0100000000000000 04000000 6e00 0000 05000000",
-     "08000000 03000000 02000000 02000000 eeff 00000000",
-     [](FsIpcImpl& store) {
-         uint8_t buffer[5] = {};
-         uint64_t size = 0;
-         uint32_t type = 0;
-         EXPECT_EQ(store.FBR_QueryValue(1, WTEXT("n"), buffer, 5, &size, &type), FSSTATUS_SUCCESS);
-         EXPECT_EQ(size, 2u);
-         EXPECT_EQ(type, 3u);
-         EXPECT_EQ(Bytes(buffer, buffer + 3), Hex("eeff00"));
-     }},
     {"name, text behind its zero", "10000000 0700000000000000",
      "11000000 08000000 6e00 0000 7800 0000 00000000",
      [](FsIpcImpl& store) {

@@ -2,13 +2,12 @@
 // A server keeps its clients below its root, whatever is swapped meanwhile, and ends when told to.
 #include <chrono>
 
-#include "include/ZrFsLibrary.h"
 #include "platform/FileSystem.h"
 #include "platform/HostPath.h"
 #include "platform/PageFile.h"
 #include "platform/RootFolder.h"
 #include "tests/remote/RawClient.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/Store.h"
 
 namespace remote_test {
 namespace {
@@ -110,10 +109,7 @@ TEST_F(RootTest, NoLinkSwappedInLeadsOut) {
         swap();
         {
             const platform::WithinRoot within(rules.guard.Root());
-            FBR_STORE store = nullptr;
-            const FBR_STATUS status =
-                FBR_InitialiseEx(admitted->path.c_str(), &store, admitted->method);
-            EXPECT_NE(status, FSSTATUS_SUCCESS);
+            EXPECT_NE(support::Store(admitted->path, admitted->method).status, FSSTATUS_SUCCESS);
         }
         swap();
 
@@ -137,29 +133,26 @@ TEST_F(RootTest, AHeldLockDoesNotHoldUpTheEnd) {
     server::ServerOptions options;
     options.root = root_;
     auto server = std::make_unique<RunningServer>(std::move(options));
-    FBR_STORE store = nullptr;
-    const WString path = Wide(root_ / "a.fbr");
-    ASSERT_EQ(FBR_InitialiseEx(path.c_str(), &store, FS_VR_METHOD_TARN), FSSTATUS_SUCCESS);
+    support::Store store(Wide(root_ / "a.fbr"));
     const Bytes open = OpenRequest(WTEXT("a.fbr"), 4);
     const Bytes change = Hex("08000000 0000000000000000 00000000 04000000 6b000000");
     RawClient asking(server->Pipe()), idle(server->Pipe());
     ASSERT_EQ(asking.Ask(open), Packet(Hex("01000000 00000000")));
     ASSERT_EQ(idle.Ask(open), Packet(Hex("01000000 00000000")));
-    ASSERT_EQ(FBR_GetLockEx(1, store), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     asking.Send(Packet(change));
     // Longer than one turn: a lock that comes free later is still waited for.
     platform::SleepMilliseconds(700);
-    ASSERT_EQ(FBR_ReleaseLockEx(1, store), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
     EXPECT_EQ(asking.Receive(), Packet(Hex("09000000 0100000000000000 00000000")));
 
-    ASSERT_EQ(FBR_GetLockEx(1, store), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     asking.Send(Packet(change));
     platform::SleepMilliseconds(100);
     const auto start = std::chrono::steady_clock::now();
     server.reset();
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
-    EXPECT_EQ(FBR_ReleaseLockEx(1, store), FSSTATUS_SUCCESS);
-    EXPECT_EQ(FBR_DeInitialiseEx(store), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
 }
 
 }  // namespace

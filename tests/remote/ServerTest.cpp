@@ -6,7 +6,7 @@
 #include "server/PathGuard.h"
 #include "tests/remote/RawClient.h"
 #include "tests/support/FixedClock.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/Store.h"
 
 namespace remote_test {
 namespace {
@@ -113,27 +113,18 @@ TEST_F(ServerTest, ServesNobodyInAnotherIdentityThanTheirs) {
     // The first request is carried out, and neither answered nor followed by another.
     Nobody clinging(true);
     server::ServeConnection(&clinging, &rules, 0);
-    FBR_STORE store = nullptr;
-    FBR_KEY key = 0;
-    ASSERT_EQ(FBR_InitialiseEx(dir_.File("a.fbr").c_str(), &store, FS_VR_METHOD_TARN),
-              FSSTATUS_SUCCESS);
-    EXPECT_EQ(FBR_OpenDirEx(0, WTEXT("k"), &key, store), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(FBR_DeInitialiseEx(store), FSSTATUS_SUCCESS);
+    EXPECT_EQ(support::Store(dir_.File("a.fbr")).TryOpen("k"), FSSTATUS_NOT_FOUND);
 }
 
 // Up to the last byte that fits a packet a value is sent; beyond, the size is told and the client
 // goes on.
 TEST_F(ServerTest, SendsWhatFitsAPacketAndSaysSoOfWhatDoesNot) {
     constexpr uint32_t kMost = ipc::kLargestPacket - 8 - 20;
-    FBR_STORE store = nullptr;
-    ASSERT_EQ(FBR_InitialiseEx(dir_.File("a.fbr").c_str(), &store, FS_VR_METHOD_TARN),
-              FSSTATUS_SUCCESS);
-    ASSERT_EQ(FBR_GetLockEx(1, store), FSSTATUS_SUCCESS);
-    FBR_KEY key = 0;
-    ASSERT_EQ(FBR_CreateDirEx(0, WTEXT("k"), FSCREATEOPTIONS_NONE, &key, store), FSSTATUS_SUCCESS);
-    const Bytes data(kMost + 1, 0x5A);
-    ASSERT_EQ(FBR_SetValue(key, WTEXT("v"), 3, data.data(), kMost + 1, store), FSSTATUS_SUCCESS);
-    ASSERT_EQ(FBR_DeInitialiseEx(store), FSSTATUS_SUCCESS);
+    {
+        support::Store store(dir_.File("a.fbr"));
+        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+        ASSERT_EQ(store.Set(store.Make("k"), "v", Bytes(kMost + 1, 0x5A)), FSSTATUS_SUCCESS);
+    }
 
     server::SessionRules rules(server::PathGuard(dir_.Path()));
     server::Session session(&rules);
@@ -161,12 +152,7 @@ TEST_F(ServerTest, LeavesTheStoreToOthersWhenItStops) {
               Packet(Hex("09000000 0100000000000000 00000000")));
     server.reset();
     EXPECT_EQ(client.Receive(), Bytes());
-    FBR_STORE store = nullptr;
-    FBR_KEY key = 0;
-    const WString path = dir_.File("a.fbr");
-    ASSERT_EQ(FBR_InitialiseEx(path.c_str(), &store, FS_VR_METHOD_TARN), FSSTATUS_SUCCESS);
-    EXPECT_EQ(FBR_OpenDirEx(0, WTEXT("k"), &key, store), FSSTATUS_NOT_FOUND);
-    EXPECT_EQ(FBR_DeInitialiseEx(store), FSSTATUS_SUCCESS);
+    EXPECT_EQ(support::Store(dir_.File("a.fbr")).TryOpen("k"), FSSTATUS_NOT_FOUND);
 }
 
 // Paths are written with slashes and get the system's separators.

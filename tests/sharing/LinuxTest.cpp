@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Users who may and who may not, strangers, full disks and interrupts, on the system that has them.
-#include <signal.h>
+// Users who may and who may not, strangers and full disks, on the system that has them.
 #include <unistd.h>
 
 #include "tests/sharing/Content.h"
-#include "tests/support/RunProcess.h"
 
 namespace sharing {
 namespace {
@@ -106,47 +104,6 @@ TEST_F(Linux, AFileThatIsGoneOrReplacedIsToldAtTheNextLock) {
         store.Close();
         EXPECT_EQ(fs::exists(path), replaced);
         EXPECT_TRUE(!replaced || support::ReadBytes(path) == theirs);
-    }
-}
-
-TEST_F(Linux, ACompactionThatIsInterruptedOrKilledLosesNothing) {
-    Key content;
-    {
-        Store store(path);
-        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-        for (uint32_t i = 0; i < 500; ++i) {
-            const std::string key = "\\k" + std::to_string(i % 40) + "\\" + std::to_string(i);
-            ASSERT_EQ(store.SetSealed(key, "v", {0, i}, SizeOf(i)), FSSTATUS_SUCCESS);
-        }
-        for (uint32_t i = 0; i < 500; i += 2) {
-            const std::string key = "\\k" + std::to_string(i % 40) + "\\" + std::to_string(i);
-            ASSERT_EQ(store.DeleteTree(key), FSSTATUS_SUCCESS);
-        }
-        ASSERT_EQ(ReadAll(store.handle, &content), FSSTATUS_SUCCESS);
-    }
-    const Bytes fragmented = support::ReadBytes(path);
-    const support::TempDir streams;
-    support::WriteBytes(streams / "in", {});
-    const std::filesystem::path fbr = support::ProgramNamed("fbr");
-    const int64_t began = NowMs();
-    ASSERT_EQ(support::ChildProcess(fbr, {"compact", path}, streams.Path()).Wait(), 0);
-    const int64_t took = (NowMs() - began) * 1000 + 500;
-    std::mt19937 random(3);
-    for (int round = 0; round < (LongForm() ? 100 : 20); ++round) {
-        SCOPED_TRACE("round " + std::to_string(round));
-        support::WriteBytes(path, fragmented);
-        support::ChildProcess compaction(fbr, {"compact", path}, streams.Path());
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % took));
-        kill(static_cast<pid_t>(compaction.Id()), round % 2 == 0 ? SIGINT : SIGKILL);
-        compaction.Wait();
-        Store store(path);
-        Key found;
-        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-        ASSERT_EQ(ReadAll(store.handle, &found), FSSTATUS_SUCCESS);
-        ASSERT_TRUE(found == content);
-        ASSERT_EQ(store.Close(), FSSTATUS_SUCCESS);
-        ExpectSound(path, true);
-        ASSERT_FALSE(HasFailure());
     }
 }
 

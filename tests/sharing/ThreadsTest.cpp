@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Threads on one store, on stores of one file, and on settings files of one file.
+// Threads on one store, and on stores of one file.
 #include <atomic>
 #include <functional>
 #include <thread>
 
-#include "include/IFBRSettingsFile.h"
 #include "tests/sharing/Content.h"
 #include "tests/support/FileWrapper.h"
 
@@ -56,63 +55,6 @@ TEST_F(Threads, EightOnOneFileGetWholeAnswers) {
         EXPECT_EQ(common.Close(), FSSTATUS_SUCCESS);
         ExpectSound(file);
     }
-}
-
-// Adds one to a number in the store, which is right only when nobody else is between.
-FBR_STATUS CountUp(Store* store) {
-    Bytes data;
-    FBR_STATUS status = store->Get("\\count", "n", &data);
-    if (status != FSSTATUS_SUCCESS) return status;
-    uint32_t count = support::container::Get32(data.data(), 0);
-    std::this_thread::yield();
-    support::container::Put32(data.data(), 0, count + 1);
-    return store->Set("\\count", "n", data);
-}
-
-TEST_F(Threads, StoresOfOneFileExcludeEachOtherLikeProcesses) {
-    {
-        Store store(path);
-        ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-        ASSERT_EQ(store.Set("\\count", "n", Bytes(4)), FSSTATUS_SUCCESS);
-    }
-    InThreads(1, [&](uint32_t, int64_t, Tally* tally) {
-        Store store(path);
-        for (int i = 0; i < 25; ++i) {
-            if (!tally->Went(store.Lock(), "lock")) continue;
-            tally->Did(CountUp(&store), "count");
-            tally->Went(store.Unlock(), "release");
-        }
-    });
-    Store store(path);
-    Bytes data(4);
-    EXPECT_EQ(store.Get("\\count", "n", &data), FSSTATUS_SUCCESS);
-    EXPECT_EQ(support::container::Get32(data.data(), 0), 25 * kThreads);
-}
-
-// Who would wait for itself is told at once.
-TEST_F(Threads, ASecondStoreOfOneThreadIsRefusedTheLockAtOnce) {
-    Store first(path), second(path);
-    ASSERT_EQ(first.Lock(), FSSTATUS_SUCCESS);
-    const int64_t began = NowMs();
-    for (const uint32_t type : {1u, 2u, 3u})
-        EXPECT_EQ(second.Lock(type), FSSTATUS_LOCK_FAILED) << type;
-    EXPECT_LT(NowMs() - began, 2000);
-    EXPECT_EQ(first.Set("\\k", "v", Bytes(10)), FSSTATUS_SUCCESS);
-    ASSERT_EQ(first.Unlock(), FSSTATUS_SUCCESS);
-    EXPECT_EQ(second.Lock(), FSSTATUS_SUCCESS);
-    Bytes data;
-    EXPECT_EQ(second.Get("\\k", "v", &data), FSSTATUS_SUCCESS);
-}
-
-TEST_F(Threads, ASecondSettingsFileOfOneThreadIsRefusedAtOnce) {
-    const support::Text file = path;
-    const auto first = CreateFBRSettingsFile(file, FS_VR_METHOD_TARN);
-    const auto second = CreateFBRSettingsFile(file, FS_VR_METHOD_TARN);
-    ASSERT_EQ(first->Create(false), FSSTATUS_SUCCESS);
-    const int64_t began = NowMs();
-    EXPECT_EQ(second->Open(), FSSTATUS_LOCK_FAILED);
-    EXPECT_LT(NowMs() - began, 2000);
-    EXPECT_EQ(first->SetString(WTEXT("\\k"), WTEXT("v"), WTEXT("text"), true), FSSTATUS_SUCCESS);
 }
 
 // Files whose writes of single pages behind page 1 come in two halves, with a while in between.
@@ -172,15 +114,6 @@ TEST_F(Threads, AReaderBesideAPageHalfWrittenGetsItWhole) {
     EXPECT_EQ(store.Set("\\k", "v", value(2)), FSSTATUS_SUCCESS);
     pages.armed = false;
     reader.join();
-    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
-}
-
-// A thread that took no lock has none to give up.
-TEST_F(Threads, AReleaseByAThreadWithoutALockTakesNothingFromTheOwner) {
-    Store store(path);
-    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-    std::thread([&] { EXPECT_EQ(store.Unlock(), FSSTATUS_LOCK_FAILED); }).join();
-    EXPECT_EQ(store.Set("\\k", "v", Bytes(10)), FSSTATUS_SUCCESS);
     EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
 }
 

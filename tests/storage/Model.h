@@ -86,10 +86,11 @@ struct Node {
 };
 
 // "" when what was found by other eyes is the tree of `node`.
-inline std::string Difference(const Node& node, const support::container::Found& found) {
+inline std::string Difference(const Node& node, const Item& found) {
     const std::string path = support::container::Narrow(node.Path());
     if (node.body != found.body) return path + " has another body";
-    if (node.directory != ((found.attributes & 2) != 0)) return path + " is of another kind";
+    if (node.directory != (found.kind == support::container::ItemKind::Directory))
+        return path + " is of another kind";
     for (const auto& child : found.children)
         if (node.Child(child.name) == nullptr || node.Child(child.name)->name != child.name)
             return support::container::Narrow(child.name) + " is there in " + path;

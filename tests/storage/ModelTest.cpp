@@ -13,6 +13,7 @@
 #include "tests/container/Shapes.h"
 #include "tests/storage/Model.h"
 #include "tests/support/MemoryFiles.h"
+#include "tests/support/Shrunk.h"
 
 namespace storage_model {
 namespace {
@@ -476,7 +477,7 @@ class Run {
         if (search_ != nullptr) Expect("given up", search_->record.search == nullptr, true);
         EndSearch();
         const Reading reading = ReadContainer(memory_.Get(path_));
-        Expect(reading.Report(), reading.Sound(), true);
+        Expect(reading.wrong, reading.wrong.empty(), true);
         const std::string difference = Difference(*root_, reading.root);
         Expect(difference, difference.empty(), true);
         const CheckOutcome check = CheckContainer(path_, kDeepCheck);
@@ -503,23 +504,6 @@ std::string Failure(const Setup& setup, const std::vector<Step>& steps) {
     return Run(setup).Do(steps);
 }
 
-// Leaves out what the failure does not need: halves first, then ever smaller parts.
-std::vector<Step> Shortest(const Setup& setup, std::vector<Step> steps) {
-    int tries = 300;
-    for (size_t part = (steps.size() + 1) / 2; part > 0; part = part == 1 ? 0 : (part + 1) / 2)
-        for (size_t at = 0; at < steps.size() && tries-- > 0;) {
-            std::vector<Step> fewer = steps;
-            const auto begin = fewer.begin() + static_cast<std::ptrdiff_t>(at);
-            fewer.erase(begin,
-                        begin + static_cast<std::ptrdiff_t>(std::min(part, fewer.size() - at)));
-            if (Failure(setup, fewer).empty())
-                at += part;
-            else
-                steps = fewer;
-        }
-    return steps;
-}
-
 std::vector<Step> RandomSteps(uint32_t seed, size_t count) {
     std::mt19937 random(seed);
     std::discrete_distribution<uint32_t> kinds(std::begin(kOften), std::end(kOften));
@@ -536,7 +520,8 @@ TEST_P(Model, HoldsWhatTheEngineHolds) {
     for (uint32_t seed = 1; seed <= Rounds(GetParam().pageSize < 65536 ? 20 : 4); ++seed) {
         std::vector<Step> steps = RandomSteps(seed, 400);
         if (Failure(GetParam(), steps).empty()) continue;
-        steps = Shortest(GetParam(), std::move(steps));
+        steps = support::Shrunk(
+            steps, [](const auto& fewer) { return !Failure(GetParam(), fewer).empty(); });
         FAIL() << "seed " << seed << ": " << Failure(GetParam(), steps);
     }
 }

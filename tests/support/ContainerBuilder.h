@@ -30,6 +30,7 @@ struct Item {
     bool inlineEntries = false;  // a directory's entries stay in its DirectoryRecord
     uint32_t freeEntries = 0;    // unused entries in front of the used ones
     std::vector<Item> children;
+    uint32_t fileId = 0, headerPage = 0;  // where the reader found it
 };
 Item Directory(std::u16string name, std::vector<Item> children = {});
 Item File(std::u16string name, Bytes body = {});

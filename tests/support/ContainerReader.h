@@ -1,43 +1,28 @@
 // SPDX-License-Identifier: MIT
-// Reads a container file from its bytes alone and judges whether all of it agrees: the second
-// opinion on what the engine writes. Shares nothing with the engine.
+// Reads the tree in a container file from its bytes alone: the second opinion on what the engine
+// writes, with which it shares nothing. That all about the tree agrees is for the check to say,
+// which is held against containers laid out by hand.
 #pragma once
 
 #include <map>
 #include <string>
 #include <vector>
 
-#include "tests/support/ContainerBytes.h"
+#include "tests/support/ContainerBuilder.h"
 
 namespace support::container {
 
-// An object as it was found.
-struct Found {
-    std::u16string name;
-    uint32_t fileId = 0;
-    uint32_t headerPage = 0;
-    uint32_t attributes = 0;
-    uint64_t size = 0;
-    Bytes body;                   // the stream, `size` bytes
-    std::vector<Found> children;  // in the order of their entries
-
-    const Found* Child(const std::u16string& childName) const;  // null if none; folds A to Z
-};
-
 struct Reading {
-    // What does not agree, one sentence each; empty for a sound container.
-    std::vector<std::string> problems;
+    std::string wrong;  // the first thing that could not be read; empty when all was
     bool foreign = false;
     uint32_t pageSize = 0, pageCount = 0, usedPages = 0;
-    Found root;
+    Item root;
 
-    bool Sound() const { return problems.empty(); }
-    std::string Report() const;  // the problems as lines
-    // "" is the root, "\a\b" b in a; null if there is none.
-    const Found* At(const std::u16string& path) const;
+    // "" is the root, "\a\b" b in a; null if there is none. Folds A to Z.
+    const Item* At(const std::u16string& path) const;
 };
 
-// Never fails: what can not be read is a problem. The container begins with the file.
+// Never fails: what cannot be read is left out. The container begins with the file.
 Reading ReadContainer(const Bytes& file);
 
 // The registry in a container, as the key store lays it out: names decoded, "#FILE" undone.
@@ -51,7 +36,6 @@ struct Key {
     std::map<std::u16string, Value> values;
     bool operator==(const Key& other) const = default;
 };
-Key RegistryOf(const Found& directory);
-std::u16string DecodeName(const std::u16string& stored);
+Key RegistryOf(const Item& directory);
 
 }  // namespace support::container

@@ -11,7 +11,7 @@
 
 namespace support {
 
-enum class Failing { Allocation, FileCall, FileCallsFromThenOn, Write };
+enum class Failing { Allocation, AllocationsFromThenOn, FileCall, FileCallsFromThenOn, Write };
 
 // One failure. Files opened while it lives are its own to fail.
 class Failure {
@@ -21,8 +21,8 @@ class Failure {
     // Does the part of the work in which a call is to fail.
     template <class Work>
     auto During(Work work) {
-        if (what_ == Failing::Allocation) {
-            const FailingHeap heap(number_);
+        if (InHeap()) {
+            const FailingHeap heap(number_, what_ == Failing::AllocationsFromThenOn);
             const auto status = work();
             hit_ = heap.Hits() != 0;
             return status;
@@ -39,7 +39,9 @@ class Failure {
         return status;
     }
     bool Hit() const { return hit_; }
-    bool InHeap() const { return what_ == Failing::Allocation; }
+    bool InHeap() const {
+        return what_ == Failing::Allocation || what_ == Failing::AllocationsFromThenOn;
+    }
 
     static constexpr platform::Error kError = platform::kErrorDiskFull;
 

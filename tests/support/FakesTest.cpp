@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
-// The files, heap and clock that tests put in place of the system's: a fake that is too kind hides
-// what it is there to find.
+// The files that tests put in place of the system's: a fake that is too kind hides what it is there
+// to find.
 #include <gtest/gtest.h>
 
-#include "platform/Heap.h"
-#include "tests/support/FailingHeap.h"
 #include "tests/support/FaultFile.h"
-#include "tests/support/FixedClock.h"
 #include "tests/support/OpenFile.h"
 #include "tests/support/RecordingFile.h"
 
@@ -101,33 +98,6 @@ TEST_F(Fakes, ARecordingFileRebuildsEveryPrefixAndATornLastWrite) {
     EXPECT_EQ(WriteAt(*file, 0, "ABCD", &done_), kErrorDiskFull);
     EXPECT_EQ(record.Image(path_, record.Changes().size()), Text("AB"));
     file.reset();
-}
-
-bool Allocates() {
-    void* memory = platform::HeapAllocate(16);
-    platform::HeapRelease(memory);
-    return memory != nullptr;
-}
-
-TEST_F(Fakes, AFailingHeapAndAFixedClockGoWithTheirScopes) {
-    {
-        const FailingHeap heap(2);
-        EXPECT_TRUE(Allocates());
-        EXPECT_EQ(platform::HeapAllocateZeroed(16), nullptr);
-        EXPECT_TRUE(Allocates());
-        EXPECT_EQ(heap.Calls(), 3u);
-        EXPECT_EQ(heap.Hits(), 1u);
-    }
-    {
-        const FailingHeap heap(1, true);
-        EXPECT_FALSE(Allocates() || Allocates());
-        FixedClock clock({1999, 12, 31, 23, 59, 58, 999});
-        EXPECT_EQ(platform::UtcNow().millisecond, 999);
-        clock.Set({2000, 1, 1, 0, 0, 0, 0});
-        EXPECT_EQ(platform::UtcNow().year, 2000);
-    }
-    EXPECT_TRUE(Allocates());
-    EXPECT_GE(platform::UtcNow().year, 2024);
 }
 
 }  // namespace
