@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
     fbr::AddSalvageCommand(cli);
     fbr::AddInspectCommands(cli);
     fbr::AddServeCommand(cli);
+    fbr::AddWatchCommand(cli);
     fbr::AddViewCommand(cli);
     fbr::AddShellCommand(cli);
     fbr::AddGenerateCommand(cli);

@@ -163,8 +163,42 @@ def busy_store():
     run("ls", "x.fbr", "--wait", "soon", status=2, err="fbr: expected a number of seconds")
 
 
+def watching():
+    # Each change is told when it is there, whoever makes it, and a file that is exchanged followed.
+    run("create", "w.fbr")
+    run("set", "w.fbr", "a\\b", "n", "dword", "1")
+    run("set", "w.fbr", "other", "n", "dword", "1")
+    watch = subprocess.Popen([fbr, "watch", "w.fbr", "a"], stdout=subprocess.PIPE,
+                             stderr=subprocess.PIPE)
+    time.sleep(0.5)
+
+    def told(*lines):
+        for line in lines:
+            found = watch.stdout.readline().decode()
+            assert found == line + "\n", (found, line)
+
+    run("set", "w.fbr", "other", "n", "dword", "2")  # which it is not asked about
+    run("set", "w.fbr", "a\\b", "n", "dword", "2")
+    told('~ \\a\\b "n" REG_DWORD 1 (0x00000001) -> REG_DWORD 2 (0x00000002)')
+    run("set", "w.fbr", "a\\c\\d", "", "sz", "new")
+    told("+ \\a\\c\\", "+ \\a\\c\\d\\", "+ \\a\\c\\d (Default) REG_SZ new")
+    run("export", "w.fbr", "-o", "w.reg")
+    run("rm", "-r", "w.fbr", "a\\c")
+    told("- \\a\\c\\")
+    run("import", "w2.fbr", "w.reg")
+    os.rename("w2.fbr", "w.fbr")
+    told("+ \\a\\c\\", "+ \\a\\c\\d\\", "+ \\a\\c\\d (Default) REG_SZ new")
+    time.sleep(1)
+    ticks = [int(n) for n in open(f"/proc/{watch.pid}/stat").read().rsplit(") ")[1].split()[11:13]]
+    assert sum(ticks) < 50, ticks  # hundredths of a second in all
+    watch.send_signal(signal.SIGINT)
+    out, err = watch.communicate(timeout=20)
+    assert (watch.returncode, out, err) == (-signal.SIGINT, b"", b""), (watch.returncode, out, err)
+
+
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
+    watching()
     text = ['{"key":"\\\\a%d","name":"n","type":3,"data":"%s"}\n' % (i, "01" * 20)
             for i in range(KEYS)]
     write("x.jsonl", "".join(text))

@@ -162,6 +162,7 @@ void AddIntegrityCommands(Cli& cli);  // check, repair, compact
 void AddSalvageCommand(Cli& cli);     // salvage
 void AddInspectCommands(Cli& cli);    // info, map, dump
 void AddServeCommand(Cli& cli);       // serve
+void AddWatchCommand(Cli& cli);       // watch
 void AddViewCommand(Cli& cli);        // view
 void AddShellCommand(Cli& cli);       // shell
 void AddGenerateCommand(Cli& cli);    // generate

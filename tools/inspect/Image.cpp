@@ -121,6 +121,10 @@ bool Image::ByteSwapped() const {
 bool Image::IsMapPage(uint32_t page) const {
     return context_->IsMapPage(page);
 }
+uint32_t Image::ChangeCounter() const {
+    return storage::LoadU32(Page(storage::kSuperblockNumber).data(),
+                            offsetof(storage::Superblock, transactionCounter));
+}
 uint64_t Image::PlaceOf(uint32_t page) const {
     return (uint64_t{BasePage()} + page) << PageShift();
 }

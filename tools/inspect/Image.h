@@ -44,6 +44,7 @@ class Image {
     uint32_t TrailingBytes() const;  // behind the last whole page
     bool ByteSwapped() const;
     bool IsMapPage(uint32_t page) const;
+    uint32_t ChangeCounter() const;         // rises with each change
     uint64_t PlaceOf(uint32_t page) const;  // its first byte in the file
 
     // The page as it lies in the file, zeros where the file ends. Throws std::runtime_error when
