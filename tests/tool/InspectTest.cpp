@@ -167,6 +167,9 @@ TEST_F(InspectTest, DrawsEachPageOnce) {
     EXPECT_EQ(fine.cells[256], fbr::Use::kMap);
     EXPECT_EQ(fine.cells[300], fbr::Use::kUnknown);
     EXPECT_EQ(fine.cells.back(), fbr::Use::kFree);
+    std::ostringstream svg;
+    fbr::DrawSvg(image, svg);
+    EXPECT_NE(svg.str().find("DataPage, value \"indexed\" of key \\<"), std::string::npos);
     const fbr::Picture coarse = fbr::MakePicture(image, 16, 2);
     EXPECT_EQ(coarse.counts, fine.counts);
     ASSERT_LE(coarse.cells.size(), 32u);

@@ -9,7 +9,6 @@
 #include "tools/commands/Shown.h"
 #include "tools/format/Json.h"
 #include "tools/format/Text.h"
-#include "tools/store/Store.h"
 
 namespace fbr {
 namespace {
@@ -46,11 +45,6 @@ const RuleText& TextOf(Rule rule) {
                          [rule](const RuleText& text) { return text.rule == rule; });
 }
 
-std::string About(const ObjectPath& path) {
-    const std::string key = "key " + ShowKey(path.key);
-    return path.isValue ? fmt::format("value \"{}\" of {}", Printable(path.name), key) : key;
-}
-
 }  // namespace
 
 Explanation Explainer::Explain(const Finding& finding) {
@@ -68,14 +62,14 @@ Explanation Explainer::Explain(const Finding& finding) {
         isEntry ? objects_->AtEntry(finding.page, finding.entry) : objects_->OwnerOf(finding.page);
     if (object != nullptr) {
         told.path = objects_->PathOf(*object);
-        told.about = " of " + About(*told.path);
+        told.about = " of " + InWords(*told.path);
         if (isEntry && object->exact) {
             told.lost = "nothing is lost";
             told.repair = "repair gives it a free name or puts its fields right";
         }
     } else if (isEntry && (object = objects_->OwnerOf(finding.page)) != nullptr) {
         told.path = objects_->PathOf(*object);
-        told.about = fmt::format(" \"{}\" of {}", Printable(finding.entry), About(*told.path));
+        told.about = fmt::format(" \"{}\" of {}", Printable(finding.entry), InWords(*told.path));
     }
     return told;
 }

@@ -20,7 +20,8 @@ using storage::LoadU16;
 using storage::LoadU32;
 
 constexpr platform::WStringView kMarker = WTEXT("#FILE"), kUnnamed = WTEXT("(Default)");
-constexpr size_t kLongest = 0x8000;  // units of a name
+constexpr size_t kLongestPath = 4096;  // in units
+constexpr size_t kLongest = 0x8000;    // units of a name
 
 uint16_t KindOf(const PageBytes& page) {
     return LoadU16(page.data(), 0);
@@ -102,7 +103,12 @@ std::vector<EntryView> EntriesOf(const PageBytes& page) {
     return entries;
 }
 
-Objects::Objects(const Image& image) : image_(image) {
+std::string InWords(const ObjectPath& path) {
+    const std::string key = "key \\" + Printable(path.key);
+    return path.isValue ? fmt::format("value \"{}\" of {}", Printable(path.name), key) : key;
+}
+
+Objects::Objects(const Image& image) : image_(image), ownerIds_(image.PageCount()) {
     if (image.PageCount() <= storage::kSuperblockNumber) return;
     const PageBytes super = image.Page(storage::kSuperblockNumber);
     const auto root =
@@ -129,6 +135,7 @@ void Objects::Take(uint32_t number, bool inUse) {
     const auto word = [&page](size_t offset) { return LoadU32(page.data(), offset); };
     if (word(offsetof(storage::PageHeader, pageNumber)) != number) return;
     const uint32_t level = word(offsetof(storage::PageHeader, level));
+    if (inUse && HasOwner(KindOf(page))) ownerIds_[number] = IdOf(page);
     TakeEntries(number, page, inUse);
     if (KindOf(page) == storage::kHeaderPage && level == 0) TakeHeader(number, page, inUse);
     if (KindOf(page) == storage::kDataPage && inUse) data_.push_back({IdOf(page), level, number});
@@ -255,6 +262,10 @@ ObjectPath Objects::PathOf(const FoundObject& object) const {
         if (!path.key.empty()) name += '\\';
         path.key.insert(0, name);
         if (key == nullptr) return path;
+        if (path.key.size() > kLongestPath) {
+            path.key.insert(0, WTEXT("...\\"));
+            return path;
+        }
         id = key->parent;
     }
     path.leadsToRoot = id == root_;

@@ -30,6 +30,9 @@ struct ObjectPath {
     bool leadsToRoot = false;
 };
 
+// "key \a", "value "n" of key \a".
+std::string InWords(const ObjectPath& path);
+
 class Objects {
   public:
     // Reads every page once.
@@ -42,12 +45,15 @@ class Objects {
     // Its pages of data, in the order of their levels; see StreamOf.
     std::vector<uint32_t> DataPagesOf(uint32_t id) const;
     uint32_t RootId() const { return root_; }
-    // What the page belongs to.
+    // For each page in use the id of the object that it belongs to, 0 for none.
+    const std::vector<uint32_t>& OwnerIds() const { return ownerIds_; }
+    // What the page belongs to, also one that is not in use.
     const FoundObject* OwnerOf(uint32_t page) const;
     // The entry on that page whose name in the entry itself, in stored form, is that.
     const FoundObject* AtEntry(uint32_t page, platform::WStringView stored) const;
 
-    // A name that is not to be had is a question mark with the object's number.
+    // Of a path longer than people read, the end. A name that is not to be had is a question mark
+    // with the object's number.
     ObjectPath PathOf(const FoundObject& object) const;
     platform::WString NameOf(const FoundObject& object) const;
 
@@ -61,6 +67,7 @@ class Objects {
     const Image& image_;
     uint32_t root_ = 1;
     std::vector<FoundObject> objects_;
+    std::vector<uint32_t> ownerIds_;
     struct DataPage {
         uint32_t id, level, page;
     };

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "tools/inspect/Objects.h"
+
 namespace fbr {
 namespace {
 
@@ -78,9 +80,35 @@ int NumberWidth(const Picture& picture) {
     return kDigit * static_cast<int>(fmt::format("{}", picture.pageCount).size()) + kMargin / 2;
 }
 
+// Whose pages are in a cell.
+struct CellOwner {
+    uint32_t id = 0;  // of the first one
+    bool others = false;
+    bool operator==(const CellOwner&) const = default;
+};
+
+std::vector<CellOwner> OwnersOfCells(const Picture& picture, const Objects& objects) {
+    std::vector<CellOwner> owners(picture.cells.size());
+    for (size_t page = 0; page < objects.OwnerIds().size(); ++page) {
+        const uint32_t id = objects.OwnerIds()[page];
+        CellOwner& owner = owners[page / picture.pagesPerCell];
+        if (id == 0) continue;
+        if (owner.id == 0) owner.id = id;
+        if (owner.id != id) owner.others = true;
+    }
+    return owners;
+}
+
+std::string OwnerInWords(const CellOwner& owner, const Objects& objects) {
+    const FoundObject* object = owner.id != 0 ? objects.WithId(owner.id) : nullptr;
+    if (object == nullptr) return "";
+    return ", " + InWords(objects.PathOf(*object)) + (owner.others ? ", and others" : "");
+}
+
 // Neighbours alike in a row are one rectangle. The number of the first page stands in front of
 // every row that has the room.
-void DrawRow(const Picture& picture, size_t row, int top, std::ostream& out) {
+void DrawRow(const Picture& picture, const Objects& objects, const std::vector<CellOwner>& owners,
+             size_t row, int top, std::ostream& out) {
     const int size = CellSize(picture), left = kMargin + NumberWidth(picture);
     if (row % static_cast<size_t>((kLine + size - 1) / size) == 0) {
         out << fmt::format("<text x=\"{}\" y=\"{}\" text-anchor=\"end\">{}</text>\n",
@@ -91,12 +119,13 @@ void DrawRow(const Picture& picture, size_t row, int top, std::ostream& out) {
     const size_t end = std::min(begin + picture.columns, picture.cells.size());
     for (size_t from = begin, to = begin; from < end; from = to) {
         const Use use = picture.cells[from];
-        while (to < end && picture.cells[to] == use) ++to;
+        while (to < end && picture.cells[to] == use && owners[to] == owners[from]) ++to;
         out << fmt::format(
             "<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" fill=\"{}\">"
-            "<title>{}: {}</title></rect>\n",
+            "<title>{}: {}{}</title></rect>\n",
             left + static_cast<int>(from - begin) * size, top, static_cast<int>(to - from) * size,
-            size, LookOf(use).picture, PagesOfCells(picture, from, to), LookOf(use).name);
+            size, LookOf(use).picture, PagesOfCells(picture, from, to), LookOf(use).name,
+            Escaped(OwnerInWords(owners[from], objects)));
     }
 }
 
@@ -164,6 +193,8 @@ void DrawText(const Picture& picture, bool colour, std::ostream& out) {
 
 void DrawSvg(const Image& image, std::ostream& out) {
     const Picture picture = MakePicture(image, ColumnsOfSquare(image.PageCount()), kSvgRows);
+    const Objects objects(image);
+    const std::vector<CellOwner> owners = OwnersOfCells(picture, objects);
     const size_t rows = (picture.cells.size() + picture.columns - 1) / picture.columns;
     const int size = CellSize(picture);
     const int width = 2 * kMargin + NumberWidth(picture) + static_cast<int>(picture.columns) * size;
@@ -186,7 +217,7 @@ void DrawSvg(const Image& image, std::ostream& out) {
         width, height, kMargin, kMargin + 13, Escaped(picture.name), kMargin + 13 + kLine,
         Scale(picture));
     for (size_t row = 0; row < rows; ++row) {
-        DrawRow(picture, row, mapTop + static_cast<int>(row) * size, out);
+        DrawRow(picture, objects, owners, row, mapTop + static_cast<int>(row) * size, out);
     }
     out << "</g>\n";
     for (int i = 0, key = 0; i < static_cast<int>(kUses); ++i) {
