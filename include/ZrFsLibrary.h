@@ -249,7 +249,7 @@ FBR_API void FBR_FileChecking(bool on);
 /** Puts another engine in the place of the built-in one, for all container stores, open ones too:
  * `table` holds 28 function pointers, which are copied. Only null is refused. With it in place each
  * call of the engine stands by itself: a read without a lock may see an older state of a store that
- * others change, or be FSSTATUS_LOCK_FAILED while they do, and what a failed call had begun stays. */
+ * others change, or be FSSTATUS_LOCK_FAILED while they do, and a failed call may leave a part. */
 FBR_API FBR_STATUS FBR_SetTARN_Functions(const void* table);
 
 #ifdef __cplusplus
