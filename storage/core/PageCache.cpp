@@ -160,25 +160,33 @@ Status GetPage(StorageContext* context, uint32_t number, CachePage** out, bool l
 }
 
 Status GetPageChecked(StorageContext* context, uint32_t number, uint16_t kind, CachePage** out,
-                      bool load, bool allocate, uint32_t fileId, StorageTransaction* transaction) {
+                      uint32_t fileId, StorageTransaction* transaction) {
     *out = nullptr;
     if (!context->active) return kNotOpen;
     CachePage* page = nullptr;
-    Status status = GetPage(context, number, &page, load, transaction);
+    const Status status = GetPage(context, number, &page, true, transaction);
     if (status != kOk) return status;
-    if (page->buffer != nullptr) {
-        if (kind != kAnyKind && !PassesKindCheck(context, page, kind, fileId))
-            status = Corrupt(context);
-    } else if (allocate) {
-        status = AttachBuffer(context, page);
-    }
-    if (status != kOk) {
+    if (!PassesKindCheck(context, page, kind, fileId)) {
         ReleasePage(context, page);
-        return status;
+        return Corrupt(context);
     }
-    if (kind != kAnyKind) page->mapKind = kind;
+    page->mapKind = kind;
     *out = page;
     return kOk;
+}
+
+Status GetPageToFill(StorageContext* context, uint32_t number, CachePage** out,
+                     StorageTransaction* transaction) {
+    *out = nullptr;
+    if (!context->active) return kNotOpen;
+    CachePage* page = nullptr;
+    Status status = GetPage(context, number, &page, false, transaction);
+    if (status == kOk && page->buffer == nullptr) status = AttachBuffer(context, page);
+    if (status == kOk)
+        *out = page;
+    else
+        ReleasePage(context, page);
+    return status;
 }
 
 void ReleasePage(StorageContext* context, CachePage* page, bool unpin) {
@@ -289,8 +297,7 @@ Status FreePageChain(StorageContext* context, uint32_t first, uint16_t kind, uin
     for (uint32_t number = first; number != 0;) {
         if (left-- == 0) return Corrupt(context);
         CachePage* page = nullptr;
-        Status status =
-            GetPageChecked(context, number, kind, &page, true, false, fileId, transaction);
+        Status status = GetPageChecked(context, number, kind, &page, fileId, transaction);
         if (status != kOk) return status;
         if ((page->flags & kPageFreed) != 0) {
             ReleasePage(context, page);

@@ -12,11 +12,13 @@ namespace storage {
 Status GetPage(StorageContext* context, uint32_t number, CachePage** page, bool load,
                StorageTransaction* transaction);
 
-// GetPage, then the test that the page is of kind `kind` (kAnyKind: no test) and, but for map
-// pages, belongs to `fileId`; kCorrupt otherwise. `allocate` makes a buffer of undefined content
-// when none was loaded.
+// GetPage with its content, then the test that the page is of kind `kind` and, but for map pages,
+// belongs to `fileId`; kCorrupt otherwise.
 Status GetPageChecked(StorageContext* context, uint32_t number, uint16_t kind, CachePage** page,
-                      bool load, bool allocate, uint32_t fileId, StorageTransaction* transaction);
+                      uint32_t fileId, StorageTransaction* transaction);
+// GetPage with a buffer for a content that is made anew.
+Status GetPageToFill(StorageContext* context, uint32_t number, CachePage** page,
+                     StorageTransaction* transaction);
 
 // Drops a pin (or, without `unpin`, only files the page where it belongs). Null is ignored.
 void ReleasePage(StorageContext* context, CachePage* page, bool unpin = true);

@@ -62,9 +62,8 @@ Status ScanPageMap(StorageContext* context, bool all, uint32_t limit) {
     while (map < context->totalPages) {
         const uint32_t number = static_cast<uint32_t>(map);
         CachePage* page = nullptr;
-        const Status status =
-            GetPageChecked(context, number, static_cast<uint16_t>(context->pageShift), &page, true,
-                           true, 0, nullptr);
+        const Status status = GetPageChecked(
+            context, number, static_cast<uint16_t>(context->pageShift), &page, 0, nullptr);
         if (status != kOk) return status;
         const bool mapped = LoadU16(page->buffer, 0) != 0;
         if (!mapped && context->logInFile) {

@@ -87,8 +87,7 @@ Status FixNeighbours(CompactionRun* run, CachePage* page, uint32_t from) {
 // The free page `number` as a new page of the transaction, with the content of `source`.
 Status TakePage(CompactionRun* run, uint32_t number, const CachePage* source, CachePage** page) {
     StorageContext* context = run->context;
-    Status status =
-        GetPageChecked(context, number, kAnyKind, page, false, true, 0, run->transaction);
+    Status status = GetPageToFill(context, number, page, run->transaction);
     if (status != kOk) return status;
     std::memcpy((*page)->buffer, source->buffer, context->pageSize);
     HeaderOf((*page)->buffer)->pageNumber = number;

@@ -98,8 +98,8 @@ Status ReadFindSettings(StorageContext* context, StorageTransaction* transaction
     for (uint32_t number = root->headerPage;;) {
         if (left-- == 0) return Corrupt(context);
         CachePage* page = nullptr;
-        Status status = GetPageChecked(context, number, kHeaderPage, &page, true, false,
-                                       root->fileId, transaction);
+        Status status =
+            GetPageChecked(context, number, kHeaderPage, &page, root->fileId, transaction);
         if (status != kOk) return status;
         bool found = false;
         for (uint32_t offset = 0; !found && NextRecord(context, page, &offset, &status);) {

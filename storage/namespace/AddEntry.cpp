@@ -90,7 +90,7 @@ Status MakeChild(FileObject* directory, const NewEntry& wanted, FileObject** obj
 // Block settings are all that a child inherits. That it could not get them is no error.
 void CopyBlockSettings(FileObject* directory, FileObject* object, StorageTransaction* transaction) {
     RecordPlace place;
-    if (FindRecord(directory, kBlockSettingsRecord, &place, 0, false, transaction) != kOk ||
+    if (FindRecord(directory, kBlockSettingsRecord, &place, false, transaction) != kOk ||
         place.page == nullptr)
         return;
     if (place.Link() == 0)
@@ -120,8 +120,8 @@ Status RepointObject(FileObject* object, uint32_t parentId, uint32_t entryPage, 
                      StorageTransaction* transaction) {
     StorageContext* context = object->context;
     CachePage* page = nullptr;
-    Status status = GetPageChecked(context, object->headerPage, kHeaderPage, &page, true, false,
-                                   object->fileId, transaction);
+    Status status = GetPageChecked(context, object->headerPage, kHeaderPage, &page, object->fileId,
+                                   transaction);
     if (status != kOk) return status;
     status = MarkPageChanged(context, page);
     if (status == kOk) {
@@ -130,8 +130,7 @@ Status RepointObject(FileObject* object, uint32_t parentId, uint32_t entryPage, 
     }
     ReleasePage(context, page);
     if (status != kOk || namePage == 0) return status;
-    status = GetPageChecked(context, namePage, kNamePage, &page, true, false, object->fileId,
-                            transaction);
+    status = GetPageChecked(context, namePage, kNamePage, &page, object->fileId, transaction);
     if (status != kOk) return status;
     status = MarkPageChanged(context, page);
     if (status == kOk) HeaderOf(page->buffer)->prevPage = entryPage;

@@ -93,7 +93,7 @@ Status LoadInline(FileBlock* block, bool* found, uint32_t* method,
                   StorageTransaction* transaction) {
     FileObject* object = block->object;
     PinnedRecord record(object->context);
-    const Status status = FindRecord(object, object->streamType, &record, 0, true, transaction);
+    const Status status = FindRecord(object, object->streamType, &record, true, transaction);
     if (status != kOk) return status;
     *found = record.Link() == 0;
     if (!*found) {
@@ -155,7 +155,7 @@ Status PlaceInline(FileBlock* block, uint32_t rounded, PinnedRecord* record,
                    StorageTransaction* transaction) {
     FileObject* object = block->object;
     const uint16_t type = object->streamType;
-    Status status = FindRecord(object, type, record, 0, true, transaction);
+    Status status = FindRecord(object, type, record, true, transaction);
     if (status != kOk || record->Link() != 0) return status;
     const bool toPages = (block->flags & kBlockToPages) != 0;
     bool fits = !toPages && rounded < record->PayloadSize();
@@ -163,7 +163,7 @@ Status PlaceInline(FileBlock* block, uint32_t rounded, PinnedRecord* record,
         status = MakeRoom(object, record->page, type, rounded, &fits, transaction);
         if (status != kOk) return status;
         record->Release();
-        status = FindRecord(object, type, record, 0, true, transaction);
+        status = FindRecord(object, type, record, true, transaction);
         if (status != kOk || fits) return status;
     }
     return fits ? kOk : SpillRecord(object, *record, nullptr, transaction);

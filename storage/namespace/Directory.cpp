@@ -69,8 +69,8 @@ Status LoadEntryPages(FileObject* directory, uint32_t link, StorageTransaction* 
         const uint32_t place = directory->directoryPages.Count();
         if (place >= context->totalPages) return Corrupt(context);
         CachePage* page = nullptr;
-        Status status = GetPageChecked(context, number, kEntryPage, &page, true, false,
-                                       directory->fileId, transaction);
+        Status status =
+            GetPageChecked(context, number, kEntryPage, &page, directory->fileId, transaction);
         if (status != kOk) return status;
         status = directory->directoryPages.Add(number) ? kOk : kNoMemory;
         if (status == kOk)
@@ -87,7 +87,7 @@ Status LoadEntryPages(FileObject* directory, uint32_t link, StorageTransaction* 
 Status RepointPage(StorageContext* context, uint32_t number, uint16_t kind, uint32_t fileId,
                    uint32_t prevPage, StorageTransaction* transaction) {
     CachePage* page = nullptr;
-    Status status = GetPageChecked(context, number, kind, &page, true, false, fileId, transaction);
+    Status status = GetPageChecked(context, number, kind, &page, fileId, transaction);
     if (status == kCorrupt) return kOk;
     if (status != kOk) return status;
     if (HeaderOf(page->buffer)->prevPage != prevPage) {
@@ -120,7 +120,7 @@ Status SpillEntries(FileObject* directory, uint32_t* page, uint32_t* count,
     StorageContext* context = directory->context;
     *page = *count = 0;
     RecordPlace place;
-    Status status = FindRecord(directory, kDirectoryRecord, &place, 0, false, transaction);
+    Status status = FindRecord(directory, kDirectoryRecord, &place, false, transaction);
     if (status != kOk || place.page == nullptr) return status;
     *count = place.Link() == 0 ? place.PayloadSize() / kEntrySize : 0;
     CachePage* entryPage = nullptr;
@@ -186,7 +186,7 @@ Status SpillLoadedEntries(FileObject* directory, StorageTransaction* transaction
 Status LoadFromRecord(FileObject* directory, StorageTransaction* transaction) {
     StorageContext* context = directory->context;
     RecordPlace place;
-    Status status = FindRecord(directory, kDirectoryRecord, &place, 0, false, transaction);
+    Status status = FindRecord(directory, kDirectoryRecord, &place, false, transaction);
     if (status != kOk || place.page == nullptr) return status;
     uint32_t link = place.Link();
     const uint32_t inlineEntries = link == 0 ? place.PayloadSize() / kEntrySize : 0;
@@ -200,7 +200,7 @@ Status LoadFromRecord(FileObject* directory, StorageTransaction* transaction) {
     if (inlineEntries != 0 && spills) {
         status = SpillInlineEntries(directory);
         if (status == kOk)
-            status = FindRecord(directory, kDirectoryRecord, &place, 0, true, transaction);
+            status = FindRecord(directory, kDirectoryRecord, &place, true, transaction);
         if (status != kOk) return status;
         link = place.Link();
         ReleasePage(context, place.page);
@@ -222,7 +222,7 @@ Status ReadInlineEntry(FileObject* directory, uint32_t entry, DirectoryEntry* by
                        StorageTransaction* transaction) {
     StorageContext* context = directory->context;
     RecordPlace place;
-    Status status = FindRecord(directory, kDirectoryRecord, &place, 0, true, transaction);
+    Status status = FindRecord(directory, kDirectoryRecord, &place, true, transaction);
     if (status != kOk) return status;
     if (place.Link() != 0 || entry >= place.PayloadSize() / kEntrySize)
         status = Corrupt(context);
@@ -237,7 +237,7 @@ Status GetEntryPage(FileObject* directory, uint32_t entry, CachePage** page,
     StorageContext* context = directory->context;
     const uint32_t place = entry / EntriesPerPage(context);
     if (place >= directory->directoryPages.Count()) return Corrupt(context);
-    return GetPageChecked(context, directory->directoryPages[place], kEntryPage, page, true, false,
+    return GetPageChecked(context, directory->directoryPages[place], kEntryPage, page,
                           directory->fileId, transaction);
 }
 
@@ -250,7 +250,7 @@ Status MakeFirstEntryPage(FileObject* directory, CachePage** page,
                           StorageTransaction* transaction) {
     StorageContext* context = directory->context;
     RecordPlace place;
-    Status status = FindRecord(directory, kDirectoryRecord, &place, 0, false, transaction);
+    Status status = FindRecord(directory, kDirectoryRecord, &place, false, transaction);
     if (status == kOk && place.page == nullptr)
         status = AddRecord(directory, kDirectoryRecord, nullptr, 0, &place, transaction);
     if (status != kOk) return status;
@@ -265,7 +265,7 @@ Status MakeNextEntryPage(FileObject* directory, CachePage** out, StorageTransact
     const uint32_t count = directory->directoryPages.Count();
     CachePage* last = nullptr;
     Status status = GetPageChecked(context, directory->directoryPages[count - 1], kEntryPage, &last,
-                                   true, false, directory->fileId, transaction);
+                                   directory->fileId, transaction);
     if (status != kOk) return status;
     CachePage* page = nullptr;
     status = MarkPageChanged(context, last);

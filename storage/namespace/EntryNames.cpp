@@ -21,7 +21,7 @@ Status ReadNameTail(FileObject* directory, uint32_t fileId, uint32_t firstPage, 
         if (number == 0) return Corrupt(context);  // it ends too early
         CachePage* page = nullptr;
         const Status status =
-            GetPageChecked(context, number, kNamePage, &page, true, false, fileId, transaction);
+            GetPageChecked(context, number, kNamePage, &page, fileId, transaction);
         if (status != kOk) return status;
         const uint32_t count = units - done < capacity ? units - done : capacity;
         std::memcpy(text + done, page->buffer + kPageHeaderSize, count * sizeof(WChar));
@@ -68,7 +68,7 @@ struct NameChain {
     }
     Status GetNext(CachePage** page) {
         if (Next() == 0) return Corrupt(context);
-        return GetPageChecked(context, Next(), kNamePage, page, true, false, fileId, transaction);
+        return GetPageChecked(context, Next(), kNamePage, page, fileId, transaction);
     }
     Status Extend(CachePage** page) {
         if (Next() != 0) return Corrupt(context);

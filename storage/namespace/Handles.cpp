@@ -21,7 +21,7 @@ Status TestSharing(const FileObject* object, bool wantRead, bool wantWrite) {
 Status EnsureStreamRecord(FileObject* object) {
     if ((object->flags & kStreamReady) != 0) return kOk;
     RecordPlace place;
-    Status status = FindRecord(object, object->streamType, &place, 0, false, object->transaction);
+    Status status = FindRecord(object, object->streamType, &place, false, object->transaction);
     const bool missing = place.page == nullptr;
     ReleasePage(object->context, place.page);
     if (status != kOk) return status;

@@ -30,7 +30,7 @@ Status ReadWholeStream(FileObject* object, void* buffer, uint32_t size) {
 Status ReadTargetText(FileObject* link, WChar** text) {
     StorageContext* context = link->context;
     RecordPlace place;
-    Status status = FindRecord(link, link->streamType, &place, 0, false, link->transaction);
+    Status status = FindRecord(link, link->streamType, &place, false, link->transaction);
     if (status != kOk) return status;
     const bool hasStream = place.page != nullptr;
     ReleasePage(context, place.page);

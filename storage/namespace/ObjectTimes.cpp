@@ -8,7 +8,7 @@ namespace storage {
 
 Status TouchTimes(FileObject* object, StorageTransaction* transaction) {
     RecordPlace place;
-    Status status = FindRecord(object, kFileInfoRecord, &place, 0, true, transaction);
+    Status status = FindRecord(object, kFileInfoRecord, &place, true, transaction);
     if (status != kOk) return status;
     const double now = CurrentDate();
     // Times tell milliseconds, and many changes come in one.

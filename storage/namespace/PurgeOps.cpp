@@ -68,7 +68,7 @@ Status NextOfChain(StorageContext* context, uint32_t number, uint16_t kind, uint
         return kOk;
     }
     CachePage* page = nullptr;
-    Status status = GetPageChecked(context, number, kind, &page, true, false, fileId, transaction);
+    Status status = GetPageChecked(context, number, kind, &page, fileId, transaction);
     if (status != kOk) return status;
     *next = HeaderOf(page->buffer)->nextPage;
     if ((page->flags & kPageFreed) != 0) status = Corrupt(context);  // the chain came back to it
@@ -132,8 +132,8 @@ Status FreeHeaderChain(FileObject* object, StorageTransaction* transaction) {
     for (uint32_t number = object->headerPage; number != 0;) {
         if (left-- == 0) return Corrupt(context);
         CachePage* page = nullptr;
-        Status status = GetPageChecked(context, number, kHeaderPage, &page, true, false,
-                                       object->fileId, transaction);
+        Status status =
+            GetPageChecked(context, number, kHeaderPage, &page, object->fileId, transaction);
         if (status != kOk) return status;
         number = HeaderOf(page->buffer)->nextPage;
         status = FreeLinkedPages(object, page, transaction);

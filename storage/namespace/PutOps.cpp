@@ -142,7 +142,7 @@ Status PutIntoExisting(const Put& put, const DirEntry* entry) {
     if ((entry->attributes & kAttrFile) == 0) return kExists;
     if (!IsAtRest(entry)) return kNotPlain;
     CachePage* page = nullptr;
-    Status status = GetPageChecked(put.context, entry->headerPage, kHeaderPage, &page, true, false,
+    Status status = GetPageChecked(put.context, entry->headerPage, kHeaderPage, &page,
                                    entry->fileId, put.transaction);
     if (status != kOk) return status;
     status = PutIntoPage(put, page, entry->fileId);
@@ -174,8 +174,8 @@ struct NewFile {
 Status NewFile::TouchDirectory() {
     StorageContext* context = put.context;
     PinnedPage page(context);
-    Status status = GetPageChecked(context, directory->headerPage, kHeaderPage, &page.page, true,
-                                   false, directory->fileId, put.transaction);
+    Status status = GetPageChecked(context, directory->headerPage, kHeaderPage, &page.page,
+                                   directory->fileId, put.transaction);
     if (status != kOk) return status;
     if (page.Header()->nextPage != 0) return kNotPlain;
     uint8_t* info = nullptr;

@@ -43,7 +43,7 @@ Status TimesAt(StorageContext* context, const WChar* path, double* created, doub
     createdOut = modifiedOut = accessedOut = 0;
     return Query(context, path, false, [&](FileObject* object, StorageTransaction* transaction) {
         RecordPlace place;
-        const Status status = FindRecord(object, kFileInfoRecord, &place, 0, true, transaction);
+        const Status status = FindRecord(object, kFileInfoRecord, &place, true, transaction);
         if (status != kOk) return status;
         createdOut = Load<double>(place.Bytes(), record::kCreated);
         modifiedOut = Load<double>(place.Bytes(), record::kModified);

@@ -96,8 +96,8 @@ Status FindRoom(FileObject* object, uint32_t size, CachePage** out,
     for (uint32_t number = object->headerPage;;) {
         if (left-- == 0) return Corrupt(context);
         CachePage* page = nullptr;
-        Status status = GetPageChecked(context, number, kHeaderPage, &page, true, false,
-                                       object->fileId, transaction);
+        Status status =
+            GetPageChecked(context, number, kHeaderPage, &page, object->fileId, transaction);
         if (status != kOk) return status;
         if (!EndOffsetIsValid(context, page)) status = Corrupt(context);
         bool fits = HeaderPageOf(page->buffer)->endOffset + size < context->pageSize;
@@ -137,31 +137,28 @@ bool NextRecord(StorageContext* context, CachePage* page, uint32_t* offset, Stat
     return true;
 }
 
-Status FindRecordAt(StorageContext* context, uint32_t fileId, uint32_t firstPage, bool onePage,
-                    uint16_t type, RecordPlace* place, bool mustExist,
-                    StorageTransaction* transaction) {
+Status FindRecordAt(StorageContext* context, uint32_t fileId, uint32_t firstPage, uint16_t type,
+                    RecordPlace* place, bool mustExist, StorageTransaction* transaction) {
     *place = RecordPlace{};
     uint32_t left = context->totalPages;
     for (uint32_t number = firstPage; number != 0;) {
         if (left-- == 0) return Corrupt(context);
         CachePage* page = nullptr;
-        Status status =
-            GetPageChecked(context, number, kHeaderPage, &page, true, false, fileId, transaction);
+        Status status = GetPageChecked(context, number, kHeaderPage, &page, fileId, transaction);
         if (status != kOk) return status;
         status = FindOnPage(context, page, type, place);
         if (place->page != nullptr) return kOk;
-        number = onePage ? 0 : HeaderOf(page->buffer)->nextPage;
+        number = HeaderOf(page->buffer)->nextPage;
         ReleasePage(context, page);
         if (status != kOk) return status;
     }
     return mustExist ? Corrupt(context) : kOk;
 }
 
-Status FindRecord(FileObject* object, uint16_t type, RecordPlace* place, uint32_t startPage,
-                  bool mustExist, StorageTransaction* transaction) {
-    return FindRecordAt(object->context, object->fileId,
-                        startPage == 0 ? object->headerPage : startPage, startPage != 0, type,
-                        place, mustExist, transaction);
+Status FindRecord(FileObject* object, uint16_t type, RecordPlace* place, bool mustExist,
+                  StorageTransaction* transaction) {
+    return FindRecordAt(object->context, object->fileId, object->headerPage, type, place, mustExist,
+                        transaction);
 }
 
 Status AddRecord(FileObject* object, uint16_t type, const void* data, uint32_t length,
@@ -170,7 +167,7 @@ Status AddRecord(FileObject* object, uint16_t type, const void* data, uint32_t l
     if (place != nullptr) *place = RecordPlace{};
     if (length > context->pageSize - 48 - kRecordHeaderSize) return kInvalid;
     RecordPlace existing;
-    Status status = FindRecord(object, type, &existing, 0, false, transaction);
+    Status status = FindRecord(object, type, &existing, false, transaction);
     if (status != kOk) return status;
     if (existing.page != nullptr) {
         ReleasePage(context, existing.page);
@@ -271,7 +268,7 @@ Status ResizeRecord(StorageContext* context, const RecordPlace& place, uint32_t 
 Status RemoveRecord(FileObject* object, uint16_t type, StorageTransaction* transaction) {
     StorageContext* context = object->context;
     RecordPlace place;
-    Status status = FindRecord(object, type, &place, 0, false, transaction);
+    Status status = FindRecord(object, type, &place, false, transaction);
     if (status != kOk || place.page == nullptr) return status;
     status = MarkPageChanged(context, place.page);
     if (status == kOk) MoveTail(context, place, 0);

@@ -24,15 +24,13 @@ struct RecordPlace {
 // corruption code, at a record that cannot be.
 bool NextRecord(StorageContext* context, CachePage* page, uint32_t* offset, Status* status);
 
-// The first record of a type. `startPage` 0 means the object's chain, any other number that page
-// only. Nothing found is kOk with a null place, or corruption with `mustExist`.
-Status FindRecord(FileObject* object, uint16_t type, RecordPlace* place, uint32_t startPage,
-                  bool mustExist, StorageTransaction* transaction);
-// The same for an object that has no image in memory, by its id and HeaderPage; `onePage` stops
-// behind that page.
-Status FindRecordAt(StorageContext* context, uint32_t fileId, uint32_t firstPage, bool onePage,
-                    uint16_t type, RecordPlace* place, bool mustExist,
-                    StorageTransaction* transaction);
+// The first record of a type in the object's chain. Nothing found is kOk with a null place, or
+// corruption with `mustExist`.
+Status FindRecord(FileObject* object, uint16_t type, RecordPlace* place, bool mustExist,
+                  StorageTransaction* transaction);
+// The same for an object that has no image in memory, by its id and HeaderPage.
+Status FindRecordAt(StorageContext* context, uint32_t fileId, uint32_t firstPage, uint16_t type,
+                    RecordPlace* place, bool mustExist, StorageTransaction* transaction);
 // Appends a record. kRecordExists; kInvalid when it is larger than a page allows. With `place`
 // the page is handed out pinned.
 Status AddRecord(FileObject* object, uint16_t type, const void* data, uint32_t length,

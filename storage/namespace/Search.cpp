@@ -91,7 +91,7 @@ Status FillTimes(FindContext* search, const DirEntry* entry, StorageSearchStruct
     record->created = record->modified = record->accessed = 0;
     record->size = 0;
     RecordPlace place;
-    const Status status = FindRecordAt(search->context, entry->fileId, entry->headerPage, false,
+    const Status status = FindRecordAt(search->context, entry->fileId, entry->headerPage,
                                        kFileInfoRecord, &place, false, search->transaction);
     if (status != kOk || place.page == nullptr) return status;
     record->created = Load<double>(place.Bytes(), record::kCreated);

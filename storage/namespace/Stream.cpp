@@ -31,7 +31,7 @@ Status EndOfInline(FileObject* object, uint64_t* end, StorageTransaction* transa
     *end = 0;
     StorageContext* context = object->context;
     PinnedRecord record(context);
-    Status status = FindRecord(object, object->streamType, &record, 0, false, transaction);
+    Status status = FindRecord(object, object->streamType, &record, false, transaction);
     if (status != kOk || record.page == nullptr) return status;
     uint32_t length = record.PayloadSize();
     if (record.Info() != 0)
@@ -121,7 +121,7 @@ Status Grow(FileObject* object, uint64_t end, StorageTransaction* transaction) {
 }  // namespace
 
 Status FindFileInfo(FileObject* object, PinnedRecord* record, StorageTransaction* transaction) {
-    const Status status = FindRecord(object, kFileInfoRecord, record, 0, true, transaction);
+    const Status status = FindRecord(object, kFileInfoRecord, record, true, transaction);
     if (status != kOk) return status;
     return record->Size() < kFileInfoSize ? Corrupt(object->context) : kOk;
 }
@@ -146,7 +146,7 @@ Status ReadSize(FileObject* object, uint64_t* size, StorageTransaction* transact
     if (object->size == kUnknownSize) {
         StorageContext* context = object->context;
         PinnedRecord info(context);
-        const Status status = FindRecord(object, kFileInfoRecord, &info, 0, false, transaction);
+        const Status status = FindRecord(object, kFileInfoRecord, &info, false, transaction);
         if (status != kOk) return status;
         if (info.page != nullptr && info.Size() < kFileInfoSize) return Corrupt(context);
         object->size = info.page != nullptr ? LoadU64(info.Bytes(), record::kFileSize) : 0;
@@ -216,14 +216,13 @@ Status FreeStream(FileObject* object, bool* freed, StorageTransaction* transacti
     StorageContext* context = object->context;
     *freed = false;
     PinnedRecord record(context);
-    Status status = FindRecord(object, object->streamType, &record, 0, false, transaction);
+    Status status = FindRecord(object, object->streamType, &record, false, transaction);
     if (status != kOk || record.page == nullptr) return status;
     record.Release();
     DiscardBlocks(object);
     object->streamEnd = kUnknownSize;
     status = FreeStreamPages(object, transaction);
-    if (status == kOk)
-        status = FindRecord(object, object->streamType, &record, 0, true, transaction);
+    if (status == kOk) status = FindRecord(object, object->streamType, &record, true, transaction);
     if (status == kOk) status = MarkPageChanged(context, record.page);
     if (status != kOk) return status;
     Store<uint32_t>(record.Bytes(), record::kInfo, 0);
@@ -249,8 +248,7 @@ Status LoadBlockSettings(FileObject* object, StorageTransaction* transaction) {
     uint32_t method = kPlainMethod, level = 0, pagesPerBlock = 1;
     PinnedRecord record(context);
     if (object->streamType != kRootDataRecord) {
-        const Status status =
-            FindRecord(object, kBlockSettingsRecord, &record, 0, false, transaction);
+        const Status status = FindRecord(object, kBlockSettingsRecord, &record, false, transaction);
         if (status != kOk) return status;
     }
     if (record.page != nullptr) {

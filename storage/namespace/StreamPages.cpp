@@ -35,7 +35,7 @@ Status LoadOwnPage(FileObject* object, uint32_t number, uint16_t kind, CachePage
                    StorageTransaction* transaction) {
     StorageContext* context = object->context;
     if (number >= context->totalPages) return Corrupt(context);
-    return GetPageChecked(context, number, kind, page, true, false, object->fileId, transaction);
+    return GetPageChecked(context, number, kind, page, object->fileId, transaction);
 }
 
 // The same, to be changed.
@@ -120,7 +120,7 @@ Status ReadChain(FileObject* object, uint32_t link, StorageTransaction* transact
 Status RecordLink(FileObject* object, uint16_t type, uint32_t* link,
                   StorageTransaction* transaction) {
     PinnedRecord record(object->context);
-    const Status status = FindRecord(object, type, &record, 0, false, transaction);
+    const Status status = FindRecord(object, type, &record, false, transaction);
     *link = status == kOk && record.page != nullptr ? record.Link() : 0;
     return status;
 }
@@ -144,7 +144,7 @@ Status CreateIndex(FileObject* object, StorageTransaction* transaction) {
     PinnedRecord record(context);
     Status status = AddRecord(object, kPageListRecord, nullptr, 0, &record, transaction);
     if (status == kRecordExists)
-        status = FindRecord(object, kPageListRecord, &record, 0, true, transaction);
+        status = FindRecord(object, kPageListRecord, &record, true, transaction);
     if (status != kOk) return status;
     PinnedPage page(context);
     status = SpillRecord(object, record, &page.page, transaction);
