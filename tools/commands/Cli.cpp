@@ -245,8 +245,7 @@ Grammar Cli::AsGrammar() const {
     return GrammarOf(*app_, notes_);
 }
 
-void Cli::LimitWait() {
-    waitLimit_.reset();
+void Cli::LimitWait() const {
     if (!wait_) return SetWait(std::nullopt);
     const auto seconds = ParseNumber(*wait_, UINT64_MAX);
     if (!seconds) {
@@ -254,9 +253,6 @@ void Cli::LimitWait() {
             fmt::format("expected a number of seconds for --wait, not \"{}\"", *wait_));
     }
     SetWait(*seconds);
-    // For what waits in the engine, and not for the lock of a store that is open.
-    constexpr uint64_t kLongest = UINT32_MAX / 1000;
-    waitLimit_.emplace(static_cast<uint32_t>(std::min(*seconds, kLongest) * 1000));
 }
 
 void Cli::TellLoss(const std::string& text) {
@@ -327,6 +323,12 @@ void Cli::HearWarnings() {
 
 int Cli::Run(std::vector<std::string> words) {
     HearWarnings();
+    const int status = RunOne(std::move(words));
+    if (status == kExitInterrupted) EndInterrupted();
+    return status;
+}
+
+int Cli::RunOne(std::vector<std::string> words) {
     PutMethodFirst(words);
     // Known also when the words are wrong before the parser comes to it.
     const auto data = std::find(words.begin(), words.end(), "--");
@@ -346,7 +348,7 @@ int Cli::Run(std::vector<std::string> words) {
         return Fail(error.what(), kExitUsage);
     } catch (const Interrupted& interrupted) {
         if (*interrupted.what() != 0) Fail(interrupted.what(), kExitInterrupted);
-        EndInterrupted();
+        return kExitInterrupted;
     } catch (const StoreError& error) {
         return Fail(error.what(), ExitStatusOf(error));
     } catch (const std::bad_alloc&) {

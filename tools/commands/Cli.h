@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/LockWaitLimit.h"
 #include "tools/commands/Help.h"
 #include "tools/store/Store.h"
 
@@ -107,6 +106,7 @@ class Cli {
     int Status() const { return exitStatus_; }
     // As it was given; empty if not.
     const std::string& Method() const { return method_; }
+    const std::optional<std::string>& Wait() const { return wait_; }
     // True when the library was told to trace.
     bool Traces() const { return !traceFolder_.empty(); }
 
@@ -120,11 +120,13 @@ class Cli {
 
     // Runs the command that `words` make; failures are reported on standard error. The exit status.
     int Run(std::vector<std::string> words);
+    // The same for one of several commands, which does not end the program.
+    int RunOne(std::vector<std::string> words);
 
   private:
     void HearWarnings();
     void StartTrace();
-    void LimitWait();
+    void LimitWait() const;
     void TellProgram(const std::string& error, int status) const;
     int Fail(const std::string& text, int status) const;
 
@@ -134,7 +136,6 @@ class Cli {
     std::string traceFolder_;
     uint64_t traceLevel_ = 4;
     std::optional<std::string> wait_;
-    std::optional<platform::LockWaitLimit> waitLimit_;
     std::string color_ = "auto";
     bool json_ = false, quiet_ = false;
     int exitStatus_ = kExitOk;
@@ -148,6 +149,8 @@ platform::WString Wide(const std::string& text);
 // An argument that is a key: names joined by backslashes, the root for none.
 platform::WString KeyArgument(const std::string& text);
 
+// All of those below.
+void AddCommands(Cli& cli);
 // The families. `cli` outlives the callbacks.
 void AddListCommand(Cli& cli);        // ls
 void AddBrowseCommands(Cli& cli);     // tree, get
@@ -166,5 +169,6 @@ void AddWatchCommand(Cli& cli);       // watch
 void AddViewCommand(Cli& cli);        // view
 void AddShellCommand(Cli& cli);       // shell
 void AddGenerateCommand(Cli& cli);    // generate
+void AddBatchCommand(Cli& cli);       // batch
 
 }  // namespace fbr

@@ -13,14 +13,6 @@ WString LivePath(const End& end) {
 
 }  // namespace
 
-bool IsSameStore(const StoreName& a, const StoreName& b) {
-    if (a.method != b.method) return false;
-    if (a.path == b.path) return true;
-    const auto first = FileOf(a), second = FileOf(b);
-    std::error_code error;
-    return first && second && std::filesystem::equivalent(*first, *second, error);
-}
-
 bool LeadsIntoItself(const End& from, const End& to) {
     const bool live =
         from.store.method == FS_VR_METHOD_NATIVE && to.store.method == from.store.method;

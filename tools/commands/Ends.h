@@ -8,6 +8,7 @@
 
 #include "tools/console/Interrupt.h"
 #include "tools/store/Place.h"
+#include "tools/store/Session.h"
 
 namespace fbr {
 
@@ -17,7 +18,6 @@ struct End {
     platform::WString key;
 };
 
-bool IsSameStore(const StoreName& a, const StoreName& b);
 // True when `to` is `from` or stands below it.
 bool LeadsIntoItself(const End& from, const End& to);
 

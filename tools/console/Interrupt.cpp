@@ -9,10 +9,12 @@ namespace fbr {
 namespace {
 
 std::atomic<bool> g_interrupted = false;
+int g_guards = 0;
 
 }  // namespace
 
 InterruptGuard::InterruptGuard() {
+    if (g_guards++ != 0) return;
     OnInterrupt([] {
         g_interrupted = true;
         OnInterrupt(nullptr);
@@ -20,7 +22,7 @@ InterruptGuard::InterruptGuard() {
 }
 
 InterruptGuard::~InterruptGuard() {
-    OnInterrupt(nullptr);
+    if (--g_guards == 0) OnInterrupt(nullptr);
 }
 
 void StopIfInterrupted() {

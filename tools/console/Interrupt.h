@@ -15,7 +15,7 @@ class Interrupted : public std::runtime_error {
 };
 
 // While one stands an interrupt does not end the program: StopIfInterrupted does, by an exception.
-// A second interrupt ends it all the same. Guards do not nest.
+// A second interrupt ends it all the same. Of those that nest the outermost counts.
 class InterruptGuard {
   public:
     InterruptGuard();

@@ -23,7 +23,7 @@ constexpr int kMostNames = 100;
 
 std::filesystem::path Above() {
     std::error_code error;
-    const auto folder = std::filesystem::temp_directory_path(error);
+    auto folder = std::filesystem::temp_directory_path(error);
     if (!error) return folder;
     const char* named = std::getenv("TMPDIR");
     Throw(named != nullptr ? named : "the system's folder", error.message());

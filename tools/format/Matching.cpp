@@ -52,7 +52,7 @@ bool IsLike(WStringView text, WStringView glob) {
 // place in turn, the library would walk to the end from each.
 std::regex Anywhere(const std::string& text) {
     if (text.size() > kLongestRegex) throw std::regex_error(std::regex_constants::error_space);
-    std::regex(text, kRegexFlags);  // sound by itself, and not only within the brackets
+    const std::regex alone(text, kRegexFlags);  // sound by itself, and not only within the brackets
     return std::regex("[^]*?(?:" + text + ")", kRegexFlags);
 }
 

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "tools/format/Text.h"
+#include "tools/store/Session.h"
 #include "tools/store/Status.h"
 
 namespace fbr {
@@ -101,7 +102,7 @@ Kind KindOf(const std::filesystem::path& file) {
     std::error_code error;
     if (!std::filesystem::exists(file, error)) return error ? Kind::kUnreadable : Kind::kMissing;
     if (std::filesystem::is_directory(file, error)) {
-        std::filesystem::directory_iterator(file, error);
+        const std::filesystem::directory_iterator entries(file, error);
         if (error) return Kind::kUnreadable;
         return ExportsIn(file).empty() ? Kind::kFolder : Kind::kExportFolder;
     }
@@ -119,6 +120,8 @@ Kind KindOf(const std::filesystem::path& file) {
 }
 
 StoreName Recognise(const std::string& path) {
+    const Session* session = Session::Current();
+    if (const auto open = session != nullptr ? session->Named(path) : std::nullopt) return *open;
     StoreName name{path, FS_VR_METHOD_TARN};
     if (path.find('|') != std::string::npos) return name;
     const auto file = FileOf(name);

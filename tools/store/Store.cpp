@@ -5,6 +5,7 @@
 
 #include "tools/format/Text.h"
 #include "tools/store/Kind.h"
+#include "tools/store/Session.h"
 #include "tools/store/Status.h"
 #include "tools/store/TextStore.h"
 #include "tools/store/Waiting.h"
@@ -70,6 +71,9 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
             ifMissing == IfMissing::kCreate ? WhyItIsNotMade(name_) : WhyItDoesNotOpen(name_);
         throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), why), status);
     };
+    Session* const session = name_.isText ? nullptr : Session::Current();
+    kept_ = session != nullptr;
+    if (kept_ && (handle_ = session->Find(name_)) != nullptr) return;
     if (ifMissing == IfMissing::kFail && !IsThere()) fail(FSSTATUS_NOT_FOUND);
     WString path;
     if (!FromStrictUtf8(name_.path, path)) ThrowStatus(what, FSSTATUS_INVALID_NAME, name_.method);
@@ -82,6 +86,7 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
     if (text_) text_->Opened();
     if (status == FSSTATUS_FAILED) fail(status);
     if (status != FSSTATUS_SUCCESS) ThrowStatus(what, status, name_.method);
+    if (kept_) session->Keep(name_, handle_);
 }
 
 // A live key that is opened comes into being, but for one that is asked for by its path alone.
@@ -104,11 +109,12 @@ bool Store::IsThere() const {
 }
 
 Store::~Store() {
-    if (handle_ != nullptr) FBR_DeInitialiseEx(handle_);
+    if (handle_ != nullptr && !kept_) FBR_DeInitialiseEx(handle_);
 }
 
 void Store::Close() {
     const FBR_STORE handle = std::exchange(handle_, nullptr);
+    if (kept_) return;
     const FBR_STATUS status = FBR_DeInitialiseEx(handle);
     if (status != FSSTATUS_SUCCESS) {
         ThrowFailed(fmt::format("cannot close store {}", name_.path), status);
@@ -202,7 +208,8 @@ StoreLock::StoreLock(const Store& store, uint32_t type) : store_(store), type_(t
                         store.Name(), KindInWords(store.FullName()), store.Name()));
     }
     NextWaitIsFor(store.Name());
-    const FBR_STATUS status = FBR_GetLockEx(type_, store.Handle());
+    const FBR_STATUS status = store.IsKept() ? Session::Current()->Lock(store.Handle(), type_)
+                                             : FBR_GetLockEx(type_, store.Handle());
     if (status == FSSTATUS_LOCK_FAILED) {
         throw StoreError(
             fmt::format("cannot lock store {}: {}{}, or wait longer with --wait", store.Name(),
@@ -215,7 +222,7 @@ StoreLock::StoreLock(const Store& store, uint32_t type) : store_(store), type_(t
 }
 
 StoreLock::~StoreLock() {
-    if (!store_.IsText()) FBR_ReleaseLockEx(type_, store_.Handle());
+    if (!store_.IsText() && !store_.IsKept()) FBR_ReleaseLockEx(type_, store_.Handle());
 }
 
 }  // namespace fbr

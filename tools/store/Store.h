@@ -68,6 +68,8 @@ class Store {
     // True for text that is read as a store and cannot be changed.
     bool IsText() const { return text_ != nullptr; }
     FBR_STORE Handle() const { return handle_; }
+    // True when a session keeps it open, see Session.h.
+    bool IsKept() const { return kept_; }
 
     // Paths are as in Document: no backslash in front, the root is empty.
     Key OpenKey(platform::WStringView path) const;
@@ -101,6 +103,7 @@ class Store {
     StoreName name_;
     std::unique_ptr<TextStore> text_;  // what is open in the place of text
     FBR_STORE handle_ = nullptr;
+    bool kept_ = false;
 };
 
 // A lock of a store, held from the constructor to the destructor.

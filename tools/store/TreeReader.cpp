@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "tools/console/Interrupt.h"
+
 namespace fbr {
 namespace {
 
@@ -25,6 +27,7 @@ void WalkKeys(const Store& store, platform::WStringView root, const OnLoss& onLo
               const std::function<void(const Key&)>& onKey, Order order) {
     std::vector<Level> levels;
     const auto enter = [&](Key key) {
+        StopIfInterrupted();
         onKey(key);
         auto subkeys = ReachableSubkeys(key, onLoss);
         if (order == Order::kByName) SortNames(subkeys);

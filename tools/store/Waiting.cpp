@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "FS_Library_DLL/keystore/LockWait.h"
+#include "platform/LockWaitLimit.h"
 
 namespace fbr {
 namespace {
@@ -30,6 +31,10 @@ void SetWait(std::optional<uint64_t> seconds) {
     const uint32_t wait =
         seconds ? static_cast<uint32_t>(std::min(*seconds, kLongest) * 1000) : kDefaultLockWait;
     SetLockWait(wait, &TellWait);
+    // What the engine locks by itself, for a check, has a time of its own.
+    static std::optional<platform::LockWaitLimit> limit;
+    limit.reset();
+    if (seconds) limit.emplace(wait);
 }
 
 void NextWaitIsFor(const std::string& store) {

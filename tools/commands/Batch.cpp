@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+// batch: several commands under one lock.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include "tools/commands/Cli.h"
+#include "tools/commands/Ends.h"
+#include "tools/commands/ShellLine.h"
+#include "tools/commands/Shown.h"
+#include "tools/console/ReadFile.h"
+
+namespace fbr {
+namespace {
+
+// Those that open a store as one opens it to work in it. The others look at the file by themselves,
+// and would wait for the lock that the batch has.
+constexpr std::array kAllowed = {"copy", "cp",   "create", "diff", "export", "find",
+                                 "get",  "hash", "import", "ls",   "mv",     "rm",
+                                 "set",  "stat", "tree",   "view"};
+
+struct Arguments {
+    std::string file;
+    bool stop = false, goOn = false;
+};
+
+struct Line {
+    uint64_t number;
+    std::vector<std::string> words;
+};
+
+// All lines that hold a command; throws at the first that cannot be one.
+std::vector<Line> LinesOf(const std::string& file) {
+    std::istringstream in(ReadInput(file));
+    std::vector<Line> lines;
+    uint64_t number = 0;
+    for (std::string text; std::getline(in, text);) {
+        ++number;
+        if (text.ends_with('\r')) text.pop_back();
+        const size_t first = text.find_first_not_of(" \t");
+        if (first == std::string::npos || text[first] == '#') continue;
+        ShellLine line = ParseShellLine(text);
+        const auto expected = [&](const std::string& what) {
+            throw UsageError(fmt::format("{}:{}: expected {}", file, number, what));
+        };
+        if (line.quoted) expected("a quote at the end of the line");
+        if (line.piped) expected("no | outside of quotes");
+        const auto& command = line.words[0];
+        if (std::find(kAllowed.begin(), kAllowed.end(), command) == kAllowed.end())
+            expected(fmt::format("a command that a batch can have, not \"{}\"", command));
+        lines.push_back({number, std::move(line.words)});
+    }
+    return lines;
+}
+
+int RunLine(const Cli& all, std::vector<std::string> words) {
+    Cli cli;
+    AddCommands(cli);
+    if (all.Wait()) words.insert(words.begin(), {"--wait", *all.Wait()});
+    if (!all.Method().empty()) words.insert(words.begin(), {"--method", all.Method()});
+    return cli.RunOne(std::move(words));
+}
+
+bool IsFailure(int status) {
+    return status != kExitOk && status != kExitNo;
+}
+
+// The status of the first line that failed, or of one that answered no.
+int RunAll(const Cli& cli, const std::vector<Line>& lines, const Arguments& args) {
+    int all = kExitOk;
+    uint64_t failed = 0;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        const int status = RunLine(cli, lines[i].words);
+        if (status == kExitInterrupted || (IsFailure(status) && !args.goOn)) {
+            std::cerr << fmt::format(
+                "fbr: {}:{}: stopped; {} before it {} done, and what {} did "
+                "stands\n",
+                args.file, lines[i].number, Counted(i, "command"), i == 1 ? "was" : "were",
+                i == 1 ? "it" : "they");
+            return status;
+        }
+        if (IsFailure(status)) {
+            ++failed;
+            std::cerr << fmt::format("fbr: {}:{}: failed\n", args.file, lines[i].number);
+        }
+        if (!IsFailure(all) && status != kExitOk) all = status;
+    }
+    if (failed != 0)
+        std::cerr << fmt::format("fbr: {}: {} of {} failed\n", args.file, failed,
+                                 Counted(lines.size(), "command"));
+    return all;
+}
+
+void Batch(Cli& cli, const Arguments& args) {
+    if (args.stop && args.goOn) throw UsageError("expected either --stop or --continue");
+    if (cli.Quiet()) throw UsageError("expected --quiet in the lines that need it");
+    const std::vector<Line> lines = LinesOf(args.file);
+    const InterruptGuard guard;
+    Session session;
+    int status = kExitOk;
+    DoAndClose(session, [&] { status = RunAll(cli, lines, args); });
+    if (status == kExitInterrupted) throw Interrupted();
+    cli.SetExitStatus(status);
+}
+
+}  // namespace
+
+void AddBatchCommand(Cli& cli) {
+    const auto args = std::make_shared<Arguments>();
+    cli.Add("batch", "Do several commands, one a line, under one lock")
+        .No("a line answered no, and none failed")
+        .Example("fbr batch changes.txt")
+        .Example("echo 'set settings.fbr Software Name sz \"a b\"' | fbr batch -")
+        .Text("FILE", args->file, Need::kRequired,
+              "the commands without \"fbr\"; - for standard input")
+        .Flag("--stop", args->stop, "end at the first line that fails (the default)")
+        .Flag("--continue", args->goOn, "do the lines behind one that fails")
+        .Does([&cli, args] { Batch(cli, *args); });
+}
+
+}  // namespace fbr
