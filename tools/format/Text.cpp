@@ -241,7 +241,8 @@ bool TextDecoder::More(WString& out) {
         if (size % 2 != 0) throw DecodeError(1, "UTF-16 text with an even number of bytes");
         AppendUtf16(out, bytes_, encoding_ == Encoding::kBigEndian);
     }
-    lines_ += static_cast<uint64_t>(std::count(bytes_.begin(), bytes_.begin() + size, '\n'));
+    const std::string_view done = std::string_view(bytes_).substr(0, size);
+    lines_ += static_cast<uint64_t>(std::count(done.begin(), done.end(), '\n'));
     bytes_.erase(0, size);
     return true;
 }
