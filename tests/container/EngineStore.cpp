@@ -162,7 +162,7 @@ void EngineStore::ReadBelow(const std::u16string& path, Failures* failures, size
     expect(path, List(path, &entries));
     for (const auto& [name, attributes] : entries) {
         if ((attributes & storage::kAttrLink) != 0) continue;
-        const std::u16string child = path + u"\\" + name;
+        const std::u16string child = std::u16string(path).append(u"\\").append(name);
         std::optional<Bytes>& body = (*content)[child] = std::nullopt;
         // No path leads to a name without units, or one of a path's own.
         if (name.empty() || name[0] == '.' || name.find(u'\\') != name.npos) continue;

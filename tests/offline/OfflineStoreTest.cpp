@@ -345,6 +345,7 @@ TEST_F(OfflineStore, AFailedCloseStillClosesTheStore) {
 
 TEST_F(OfflineStore, ThreadsShareAStore) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([this, t] {
             for (int i = 0; i < 200; ++i) {
@@ -386,6 +387,7 @@ TEST(OfflineStoreProcesses, OfManyThatSaveAtOnceEachYesIsKept) {
     ASSERT_EQ(Save(dir.File("user.dat"), {0, 0, 0, 0}), FSSTATUS_SUCCESS);
     constexpr int kChildren = 4;
     std::vector<std::unique_ptr<support::ChildProcess>> children;
+    children.reserve(kChildren);
     for (int i = 0; i < kChildren; ++i) {
         children.push_back(std::make_unique<support::ChildProcess>(
             "count", std::vector<std::string>{(dir / "user.dat").string(), "60"}));

@@ -55,7 +55,7 @@ std::string Join(const contract::Words& parts) {
     WChar* path = nullptr;
     const Status status =
         NormalizePath(&path, '\\', parts[0].c_str(), parts[1].c_str(), parts[2].c_str());
-    const std::string told = Told(status, path == nullptr ? "" : platform::ToUtf8(path));
+    std::string told = Told(status, path == nullptr ? "" : platform::ToUtf8(path));
     EXPECT_EQ(path == nullptr, status != kOk);
     platform::HeapRelease(path);
     return told;
