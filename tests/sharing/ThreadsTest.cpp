@@ -117,5 +117,14 @@ TEST_F(Threads, AReaderBesideAPageHalfWrittenGetsItWhole) {
     EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
 }
 
+// A thread that took no lock has none to give up.
+TEST_F(Threads, AReleaseByAThreadWithoutALockTakesNothingFromTheOwner) {
+    Store store(path);
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    std::thread([&] { EXPECT_EQ(store.Unlock(), FSSTATUS_LOCK_FAILED); }).join();
+    EXPECT_EQ(store.Set("\\k", "v", Bytes(10)), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+}
+
 }  // namespace
 }  // namespace sharing
