@@ -14,7 +14,7 @@
 //     old FILE, which was last written hours ago, and was not since
 //
 // What came of the words must be what the file says. Blanks at the ends of lines do not count, and
-// <text*9> is the text nine times. A file named linux- is played there alone.
+// <text*9> is the text nine times. A file named linux_ is played there alone.
 #include <sstream>
 
 #include "tests/tool/Tool.h"
@@ -162,7 +162,7 @@ std::vector<std::string> Names() {
              std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/tool/sessions")) {
         names.push_back(entry.path().stem().string());
 #ifdef _WIN32
-        if (names.back().starts_with("linux")) names.pop_back();
+        if (names.back().starts_with("linux_")) names.pop_back();
 #endif
     }
     return names;
