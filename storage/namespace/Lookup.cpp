@@ -157,8 +157,10 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
             return nullptr;
         directory = resolved.object;
         ReleaseObjectChain(directory);
-        // Through a link the same path may lead elsewhere with no word to this directory.
-        if (resolved.storage != nullptr) return nullptr;
+        // Through a link the same path may lead elsewhere with no word to this directory. A file
+        // whose entries were looked for has them loaded, and is none for all that.
+        if (resolved.storage != nullptr || (directory->entry->attributes & kAttrDirectory) == 0)
+            return nullptr;
     }
     if (!holds || hint->gone != state->hintedGone) {
         *hint = {directory->fileId, state->paths.epoch, directory, state->hintedGone};

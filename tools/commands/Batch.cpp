@@ -74,7 +74,7 @@ int RunAll(const Cli& cli, const std::vector<Line>& lines, const Arguments& args
     int all = kExitOk;
     uint64_t failed = 0;
     for (size_t i = 0; i < lines.size(); ++i) {
-        const int status = RunLine(cli, lines[i].words);
+        const int status = WasInterrupted() ? kExitInterrupted : RunLine(cli, lines[i].words);
         if (status == kExitInterrupted || (IsFailure(status) && !args.goOn)) {
             std::cerr << fmt::format(
                 "fbr: {}:{}: stopped; {} before it {} done, and what {} did "

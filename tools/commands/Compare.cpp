@@ -121,7 +121,7 @@ void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
         out << end.Number("status", static_cast<uint64_t>(cli.Status())).Done() << '\n';
     };
     if (args.file.empty()) return write(std::cout);
-    OutputFile file(args.file);
+    OutputFile file(args.file, {from.store.path, to.store.path});
     write(file.Stream());
     file.Finish();
 }

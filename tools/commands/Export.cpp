@@ -87,7 +87,7 @@ void Export(Cli& cli, const StoreName& name, const Arguments& args) {
     const Place from{store, KeyArgument(args.key)};
     const ReadLock lock(store);
     if (args.file.empty()) return WriteTree(cli, args, from, std::cout);
-    OutputFile file(args.file);
+    OutputFile file(args.file, {name.path});
     WriteTree(cli, args, from, file.Stream());
     file.Finish();
 }

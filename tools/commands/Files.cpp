@@ -10,11 +10,25 @@
 #include <system_error>
 #include <vector>
 
+#include "tools/commands/Cli.h"
+
 namespace fbr {
 namespace {
 
 std::filesystem::path Utf8Path(const std::string& text) {
     return std::filesystem::path(std::u8string(text.begin(), text.end()));
+}
+
+const std::string& NotOneOf(const std::string& file, std::initializer_list<std::string> sources) {
+    for (const std::string& source : sources) {
+        std::error_code error;
+        const std::filesystem::path path = Utf8Path(source);
+        if (std::filesystem::is_regular_file(path, error) &&
+            std::filesystem::equivalent(Utf8Path(file), path, error) && !error)
+            throw UsageError(fmt::format(
+                "expected another file to write than {}, which it is made from", source));
+    }
+    return file;
 }
 
 }  // namespace
@@ -64,8 +78,8 @@ class OutputFile::Buffer : public std::streambuf {
     std::optional<FileWriter> writer_;
 };
 
-OutputFile::OutputFile(const std::string& file)
-    : buffer_(std::make_unique<Buffer>(file)), stream_(buffer_.get()) {
+OutputFile::OutputFile(const std::string& file, std::initializer_list<std::string> sources)
+    : buffer_(std::make_unique<Buffer>(NotOneOf(file, sources))), stream_(buffer_.get()) {
     stream_.exceptions(std::ios::badbit);
 }
 

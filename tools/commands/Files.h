@@ -2,6 +2,7 @@
 // Whole files out.
 #pragma once
 
+#include <initializer_list>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -16,7 +17,9 @@ namespace fbr {
 // throws what tells it.
 class OutputFile {
   public:
-    explicit OutputFile(const std::string& file);
+    // None of `sources`, from which it is made, may be the file that it takes the place of: a
+    // UsageError, and nothing is touched.
+    OutputFile(const std::string& file, std::initializer_list<std::string> sources);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;

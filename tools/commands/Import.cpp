@@ -72,7 +72,9 @@ class Input {
         hearing.odd = [&](uint64_t line, const std::string& text) { odd.Add(file_, line, text); };
         const auto check = [&](const WString& key, Record& record) {
             progress.At(source_.Position());
-            if (IsAtOrBelow(key, prefix_))
+            if (IsVersion(key, record))
+                hearing.odd(record.line, "the store keeps its own FBRVersion");
+            else if (IsAtOrBelow(key, prefix_))
                 ++records_;
             else
                 hearing.bad(record.line, fmt::format("expected a key below {}, not {}",
@@ -97,7 +99,8 @@ class Input {
         const size_t cut = prefix_.empty() ? 0 : prefix_.size() + 1;
         const auto below = [&](const WString& key, Record& record) {
             StopIfInterrupted();
-            if (IsAtOrBelow(key, prefix_)) take(key.substr(std::min(cut, key.size())), record);
+            if (IsAtOrBelow(key, prefix_) && !IsVersion(key, record))
+                take(key.substr(std::min(cut, key.size())), record);
         };
         Hearing hearing;
         if (lenient_) hearing.bad = [](uint64_t, const std::string&) {};
@@ -116,6 +119,14 @@ class Input {
     const std::string& File() const { return file_; }
 
   private:
+    // The value in the root by which a store is known to be one: with another number it cannot be
+    // opened any more.
+    bool IsVersion(const WString& key, const Record& record) const {
+        return key.size() == prefix_.size() && record.kind != Record::Kind::kKey &&
+               record.kind != Record::Kind::kDeleteKey &&
+               platform::CompareFolded(record.name, WTEXT("FBRVersion")) == 0;
+    }
+
     [[noreturn]] void ThrowBad() const {
         if (bad_.count == 1) throw std::runtime_error(bad_.first.front());
         bad_.Print();
@@ -135,7 +146,13 @@ class Input {
 
 // Before the first change: whatever comes of these, the file is whole.
 void WriteUndo(Input& input, const Store& store, const Arguments& args) {
-    OutputFile file(args.undo);
+    std::error_code error;
+    if (std::filesystem::is_regular_file(std::u8string(args.undo.begin(), args.undo.end()), error))
+        throw std::runtime_error(
+            fmt::format("{} is there, and may hold what an earlier import kept; nothing was "
+                        "applied: give --undo another file",
+                        args.undo));
+    OutputFile file(args.undo, {args.store, args.file});
     Progress progress("Keeping the old state:", input.Records());
     UndoWriter undo(store, file.Stream());
     input.ForEach([&](const WString& path, Record& record) {

@@ -31,13 +31,13 @@ uint32_t ColumnsThatFit(unsigned terminal) {
     return std::bit_floor(std::clamp(room, kFewest, kMost));
 }
 
-void Map(const Cli& cli, const Image& image, const std::string& svg) {
+void Map(const Cli& cli, const Image& image, const std::string& store, const std::string& svg) {
     if (svg.empty()) {
         DrawText(MakePicture(image, ColumnsThatFit(TerminalColumns()), kTerminalRows),
                  cli.Colored(), std::cout);
         return;
     }
-    OutputFile file(svg);
+    OutputFile file(svg, {store});
     DrawSvg(image, file.Stream());
     file.Finish();
 }
@@ -80,7 +80,9 @@ void AddInspectCommands(Cli& cli) {
         .Text("STORE", args->store, Need::kRequired, "the container's file")
         .Text("--svg FILE", args->svg, Need::kOptional, "draw into this file, for a browser")
         .Number("--page-size", args->pageSize, kPageSizeHelp)
-        .Does([&cli, args] { Map(cli, ImageOf(cli, args->store, args->pageSize), args->svg); });
+        .Does([&cli, args] {
+            Map(cli, ImageOf(cli, args->store, args->pageSize), args->store, args->svg);
+        });
 
     cli.Add("dump", "Show one page of a container file, its fields and its bytes; changes nothing")
         .Example("fbr dump settings.fbr 1")

@@ -134,9 +134,15 @@ std::string CopyBeside(const std::string& file) {
             file + ".before-repair" + (number == 1 ? "" : "-" + std::to_string(number));
         const std::filesystem::path to(Wide(name));
         if (std::filesystem::exists(std::filesystem::symlink_status(to))) continue;
+        // Under its name it stands whole, whatever ends this.
+        std::filesystem::path part = to;
+        part += ".part";
         std::error_code error;
-        if (std::filesystem::copy_file(from, to, error)) return name;
-        std::filesystem::remove(to);
+        if (std::filesystem::copy_file(from, part,
+                                       std::filesystem::copy_options::overwrite_existing, error))
+            std::filesystem::rename(part, to, error);
+        if (!error) return name;
+        std::filesystem::remove(part);
         throw std::runtime_error(
             fmt::format("cannot copy {} to {}: {}; nothing was changed, and --no-backup repairs "
                         "without a copy",

@@ -181,7 +181,7 @@ struct Arguments {
 void Salvage(Cli& cli, const Arguments& args) {
     const StoreName name = cli.StoreAt(args.store);
     const bool isImage = name.method == FS_VR_METHOD_TARN && !name.isText;
-    OutputFile file(args.file);
+    OutputFile file(args.file, {args.store});
     Output out(file.Stream());
     if (isImage) {
         const Image image = ImageOf(cli, args.store, args.pageSize);

@@ -37,7 +37,7 @@ void View(Cli& cli, const Arguments& args) {
     const ReadLock lock(store);
     const platform::WString root = KeyArgument(args.key);
     TreeProgress progress(cli, "Writing keys:", ErrorIsTerminal() ? CountKeys(store, root) : 0);
-    OutputFile file(args.file);
+    OutputFile file(args.file, {args.store});
     StorePage page(file.Stream(), args.store, MapOf(cli, args), [&](platform::WStringView path) {
         return ShowTime(store.OpenKey(path).Time());
     });

@@ -25,7 +25,7 @@ constexpr int kPatience = 20;  // looks, with a file that is not to be had: some
 
 struct Arguments {
     std::string store, key;
-    uint64_t count = 0;
+    uint64_t count = UINT64_MAX;
 };
 
 struct Before {
@@ -164,7 +164,7 @@ void Watcher::Run() {
     Stamp stamp = StampNow();
     Snapshot last = Read(true);
     uint64_t changes = 0;
-    while (args_.count == 0 || changes < args_.count) {
+    while (changes < args_.count) {
         WaitForChange(stamp);
         const auto began = steady_clock::now();
         stamp = StampNow();

@@ -14,7 +14,10 @@ std::vector<std::string> CommandLine(int argc, char** argv) {
     return {argv + 1, argv + argc};
 }
 
-void PrepareStreams() {}
+// A write past the limit of a file's size then fails like one on a full disk.
+void PrepareStreams() {
+    std::signal(SIGXFSZ, SIG_IGN);
+}
 
 void HearOfSessionEnd() {}  // a signal
 

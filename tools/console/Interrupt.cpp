@@ -25,6 +25,10 @@ InterruptGuard::~InterruptGuard() {
     if (--g_guards == 0) OnInterrupt(nullptr);
 }
 
+bool WasInterrupted() {
+    return g_interrupted;
+}
+
 void StopIfInterrupted() {
     if (g_interrupted) throw Interrupted();
 }

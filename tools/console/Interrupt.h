@@ -24,6 +24,8 @@ class InterruptGuard {
     InterruptGuard& operator=(const InterruptGuard&) = delete;
 };
 
+bool WasInterrupted();
+
 // Throws Interrupted after an interrupt.
 void StopIfInterrupted();
 
