@@ -50,10 +50,16 @@ bool IsLike(WStringView text, WStringView glob) {
 
 // An expression that begins anywhere, so that one walk over the text finds it: asked for it at each
 // place in turn, the library would walk to the end from each.
-std::regex Anywhere(const std::string& text) {
+std::wregex Anywhere(const std::wstring& text) {
     if (text.size() > kLongestRegex) throw std::regex_error(std::regex_constants::error_space);
-    const std::regex alone(text, kRegexFlags);  // sound by itself, and not only within the brackets
-    return std::regex("[^]*?(?:" + text + ")", kRegexFlags);
+    const std::wregex alone(text,
+                            kRegexFlags);  // sound by itself, and not only within the brackets
+    return std::wregex(L"[^]*?(?:" + text + L")", kRegexFlags);
+}
+
+// A unit is a character to an expression, as it is to a glob.
+std::wstring Units(WStringView text) {
+    return {text.begin(), text.end()};
 }
 
 }  // namespace
@@ -71,7 +77,7 @@ Pattern Pattern::Piece(WStringView text) {
 Pattern Pattern::Regex(WStringView text) {
     Pattern pattern(Kind::kRegex, text);
     try {
-        pattern.regex_ = Anywhere(Utf8(text));
+        pattern.regex_ = Anywhere(Units(text));
     } catch (const std::regex_error& error) {
         const auto code = error.code();
         const char* which = code == std::regex_constants::error_complexity
@@ -87,7 +93,7 @@ Pattern Pattern::Regex(WStringView text) {
 bool Pattern::Fits(WStringView text) const {
     if (kind_ == Kind::kGlob) return IsLike(text, text_);
     if (kind_ == Kind::kRegex)
-        return std::regex_search(Utf8(text), *regex_, std::regex_constants::match_continuous);
+        return std::regex_search(Units(text), *regex_, std::regex_constants::match_continuous);
     return Folded(text).find(text_) != WString::npos;
 }
 

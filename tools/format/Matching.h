@@ -39,7 +39,7 @@ class Pattern {
 
     Kind kind_;
     platform::WString text_;  // folded
-    std::optional<std::regex> regex_;
+    std::optional<std::wregex> regex_;
 };
 
 // A moment as seconds since 1970 in UTC: "2026-11-22", "2026-11-22 08:18", "2026-11-22T08:18:05Z",
