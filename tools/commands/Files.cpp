@@ -11,20 +11,17 @@
 #include <vector>
 
 #include "tools/commands/Cli.h"
+#include "tools/format/Text.h"
 
 namespace fbr {
 namespace {
 
-std::filesystem::path Utf8Path(const std::string& text) {
-    return std::filesystem::path(std::u8string(text.begin(), text.end()));
-}
-
 const std::string& NotOneOf(const std::string& file, std::initializer_list<std::string> sources) {
     for (const std::string& source : sources) {
         std::error_code error;
-        const std::filesystem::path path = Utf8Path(source);
+        const std::filesystem::path path = FilePath(source);
         if (std::filesystem::is_regular_file(path, error) &&
-            std::filesystem::equivalent(Utf8Path(file), path, error) && !error)
+            std::filesystem::equivalent(FilePath(file), path, error) && !error)
             throw UsageError(fmt::format(
                 "expected another file to write than {}, which it is made from", source));
     }
@@ -36,7 +33,7 @@ const std::string& NotOneOf(const std::string& file, std::initializer_list<std::
 class OutputFile::Buffer : public std::streambuf {
   public:
     explicit Buffer(const std::string& file) : name_(file), bytes_(kBufferBytes) {
-        Told([this] { writer_.emplace(Utf8Path(name_)); });
+        Told([this] { writer_.emplace(FilePath(name_)); });
         Clear();
     }
 

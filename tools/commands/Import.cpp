@@ -16,6 +16,7 @@
 #include "tools/console/ReadFile.h"
 #include "tools/format/RecordReader.h"
 #include "tools/format/Text.h"
+#include "tools/store/Place.h"
 #include "tools/store/TreeWriter.h"
 
 namespace fbr {
@@ -123,8 +124,7 @@ class Input {
     // opened any more.
     bool IsVersion(const WString& key, const Record& record) const {
         return key.size() == prefix_.size() && record.kind != Record::Kind::kKey &&
-               record.kind != Record::Kind::kDeleteKey &&
-               platform::CompareFolded(record.name, WTEXT("FBRVersion")) == 0;
+               record.kind != Record::Kind::kDeleteKey && IsVersionName(record.name);
     }
 
     [[noreturn]] void ThrowBad() const {
@@ -147,7 +147,7 @@ class Input {
 // Before the first change: whatever comes of these, the file is whole.
 void WriteUndo(Input& input, const Store& store, const Arguments& args) {
     std::error_code error;
-    if (std::filesystem::is_regular_file(std::u8string(args.undo.begin(), args.undo.end()), error))
+    if (std::filesystem::is_regular_file(FilePath(args.undo), error))
         throw std::runtime_error(
             fmt::format("{} is there, and may hold what an earlier import kept; nothing was "
                         "applied: give --undo another file",

@@ -14,12 +14,13 @@
 #include "tools/format/Text.h"
 #include "tools/inspect/Stream.h"
 #include "tools/store/Kind.h"
+#include "tools/store/Place.h"
 #include "tools/store/TreeReader.h"
 
 namespace fbr {
 namespace {
 
-constexpr platform::WStringView kUnnamed = WTEXT("(Default)"), kVersionName = WTEXT("FBRVersion");
+constexpr platform::WStringView kUnnamed = WTEXT("(Default)");
 
 constexpr size_t kLongestPath = 8192, kShownPath = 64;  // in units
 
@@ -33,7 +34,7 @@ class Output : public RecordSink {
         ++keys_;
     }
     void Value(WStringView name, uint32_t type, const Bytes& data) override {
-        if (atRoot_ && name == kVersionName) return;
+        if (atRoot_ && IsVersionName(name)) return;
         writer_.Value(name, type, data);
         ++values_;
     }

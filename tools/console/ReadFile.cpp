@@ -8,16 +8,13 @@
 #include <system_error>
 
 #include "tools/console/Interrupt.h"
+#include "tools/format/Text.h"
 
 namespace fbr {
 namespace {
 
 constexpr size_t kPart = 64 * 1024;
 constexpr size_t kLittle = 1024 * 1024;  // worth no temporary file
-
-std::filesystem::path PathOf(const std::string& utf8) {
-    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
-}
 
 std::string Utf8(const std::filesystem::path& file) {
     const std::u8string text = file.u8string();
@@ -61,7 +58,7 @@ FileSource::FileSource(const std::string& file) : name_(file) {
     if (file == "-")
         Keep(std::cin);
     else
-        *this = FileSource(PathOf(file));
+        *this = FileSource(FilePath(file));
 }
 
 void FileSource::Keep(std::istream& once) {
@@ -105,7 +102,7 @@ void FileSource::Rewind() {
 
 std::string ReadInput(const std::string& file) {
     std::unique_ptr<std::ifstream> opened;
-    if (file != "-") opened = Open(PathOf(file));
+    if (file != "-") opened = Open(FilePath(file));
     std::istream& in = opened ? *opened : std::cin;
     std::string bytes;
     for (size_t size = 0;; size = bytes.size()) {

@@ -84,6 +84,10 @@ bool IsLoneSurrogate(WStringView text, size_t index) {
     return false;
 }
 
+std::filesystem::path FilePath(std::string_view utf8) {
+    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
+}
+
 void AppendUtf8(std::string& out, WStringView text) {
     for (size_t i = 0; i < text.size(); ++i) {
         char32_t c = text[i];

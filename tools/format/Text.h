@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ namespace fbr {
 using platform::WChar;
 using platform::WString;
 using platform::WStringView;
+
+// A file as the command line names it.
+std::filesystem::path FilePath(std::string_view utf8);
 
 // Appends `text` as UTF-8. A lone surrogate, which UTF-8 cannot carry, becomes U+FFFD.
 void AppendUtf8(std::string& out, WStringView text);

@@ -33,7 +33,7 @@ bool IsPageShift(uint32_t shift) {
 
 bool IsFolder(const std::string& name) {
     std::error_code ignored;
-    return std::filesystem::is_directory(std::u8string(name.begin(), name.end()), ignored);
+    return std::filesystem::is_directory(FilePath(name), ignored);
 }
 
 }  // namespace

@@ -6,13 +6,13 @@
 
 #include "FS_Library_DLL/IFSInterface.h"
 #include "tools/format/Text.h"
+#include "tools/store/Place.h"
 #include "tools/store/Store.h"
 
 namespace fbr {
 namespace {
 
-constexpr size_t kFirstBuffer = 1024;  // holds the data of most values
-constexpr WStringView kVersionName = WTEXT("FBRVersion");
+constexpr size_t kFirstBuffer = 1024;         // holds the data of most values
 constexpr uint64_t kLargeStep = 1024 * 1024;  // what a claim alone is worth
 
 }  // namespace
@@ -84,7 +84,7 @@ void Key::AddSubkeyNames(std::vector<WString>& names) const {
 
 void Key::AddValueNames(std::vector<WString>& names) const {
     const FBR_STATUS status = FBR_EnumerateAllValues(handle_, names, store_->Handle());
-    if (store_->IsText() && path_.empty()) std::erase(names, kVersionName);
+    if (store_->IsText() && path_.empty()) std::erase_if(names, IsVersionName);
     if (!store_->KeepsUnnamedApart()) {
         for (WString& name : names) {
             if (platform::CompareFolded(name, WTEXT("(Default)")) == 0) name.clear();

@@ -183,7 +183,7 @@ std::string WhyItIsNotMade(const StoreName& name) {
 }
 
 void ExpectChangeable(const std::string& file) {
-    if (MayBeWritten(std::filesystem::path(std::u8string(file.begin(), file.end())))) return;
+    if (MayBeWritten(FilePath(file))) return;
     throw StoreError(fmt::format("cannot change {}: {}; its file may not be written: ask its owner "
                                  "for the right",
                                  file, StatusText(FSSTATUS_ACCESS_DENIED)),

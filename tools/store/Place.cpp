@@ -26,9 +26,13 @@ bool IsAtOrBelow(WStringView path, WStringView key) {
     return path.size() == key.size() || path[key.size()] == '\\';
 }
 
+bool IsVersionName(WStringView name) {
+    return CompareFolded(name, WTEXT("FBRVersion")) == 0;
+}
+
 bool IsStoresOwn(const Place& place, WStringView relative, WStringView name) {
     return place.key.empty() && relative.empty() && place.store.RootHasVersion() &&
-           CompareFolded(name, WTEXT("FBRVersion")) == 0;
+           IsVersionName(name);
 }
 
 }  // namespace fbr

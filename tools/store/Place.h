@@ -20,6 +20,9 @@ platform::WStringView PathBelow(platform::WStringView path, platform::WStringVie
 // True when `path` is `key` or stands below it; names compare as in a container.
 bool IsAtOrBelow(platform::WStringView path, platform::WStringView key);
 
+// The name of the value by which a container or a hive is known to be a store.
+bool IsVersionName(platform::WStringView name);
+
 // True for the value that tells the version of a store: it is the store's own, and no content.
 // `relative` is the path of the value's key below the place.
 bool IsStoresOwn(const Place& place, platform::WStringView relative, platform::WStringView name);

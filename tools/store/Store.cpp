@@ -29,10 +29,6 @@ std::vector<std::string_view> Tokens(std::string_view path) {
     return tokens;
 }
 
-std::filesystem::path Utf8Path(std::string_view text) {
-    return std::filesystem::path(std::u8string(text.begin(), text.end()));
-}
-
 bool IsRemote(const StoreName& name) {
     const auto tokens = Tokens(name.path);
     return name.method != FS_VR_METHOD_TARN && tokens.size() > 1 && tokens[0] != "!REMOTE";
@@ -51,7 +47,7 @@ std::optional<std::filesystem::path> FileOf(const StoreName& name) {
     if (IsRemote(name)) return std::nullopt;
     std::string_view file = tokens.size() == 1 ? tokens[0] : tokens[1];
     if (name.method == FS_VR_METHOD_HIVE) file = file.substr(0, file.find('!'));
-    return Utf8Path(file);
+    return FilePath(file);
 }
 
 WString NormalKeyPath(WStringView path) {

@@ -11,6 +11,7 @@
 #include "tools/format/RecordReader.h"
 #include "tools/format/Text.h"
 #include "tools/store/Kind.h"
+#include "tools/store/Place.h"
 #include "tools/store/TreeWriter.h"
 
 namespace fbr {
@@ -36,7 +37,7 @@ void Load(const std::filesystem::path& file, TreeWriter& writer, Progress& progr
         StopIfInterrupted();
         progress.Step();
         // The container's own.
-        if (key.empty() && platform::CompareFolded(record.name, WTEXT("FBRVersion")) == 0) return;
+        if (key.empty() && IsVersionName(record.name)) return;
         writer.Apply(key, record);
     };
     try {
