@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kBlockBytes = 4096;  // what one call writes as fast as a single page
 constexpr uint32_t kRuns = 4;           // taken at once
-constexpr uint32_t kEnough = 64;
+constexpr uint32_t kEnough = 80;
 
 // Pages of a run; none where a block has no room for more than one.
 uint32_t RunLength(const StorageContext* context) {
@@ -60,9 +60,8 @@ Status MarkRun(StorageContext* context, uint32_t first, uint32_t length, const R
 
 // Did the transaction get pages of the use that nobody had taken ahead? For names also others.
 bool Takes(const StorageTransaction* transaction, const RunUse& use) {
-    const uint16_t unlikely = use.kind == kDataPage ? kPageSpare : 0;
     for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
-        if ((page->flags & (kPageNew | unlikely)) == kPageNew &&
+        if ((page->flags & kPageNew) != 0 &&
             (page->mapKind == use.kind || page->mapKind == use.last))
             return true;
     return false;
@@ -78,7 +77,7 @@ void MarkRuns(StorageContext* context, const RunUse& use) {
     for (uint32_t i = 0; i < kRuns; ++i) {
         uint32_t first = FindRun(context, length);
         // A page here and there is left to others.
-        if (first == 0 && i == 0 && context->freeCount < 2 * length && GrowAhead(context) == kOk)
+        if (first == 0 && i == 0 && context->freeCount < 2 * length + std::min(context->knownPages / 64, 64u) && GrowAhead(context) == kOk)
             first = FindRun(context, length);
         if (first == 0) return;
         if (MarkRun(context, first, length, use) != kOk) {
@@ -139,6 +138,24 @@ bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint
     return true;
 }
 
+// The shortest stretch that suffices, or else the longest.
+void PreferRunForData(StorageContext* context, uint32_t count) {
+    NumberList& list = context->spare.data;
+    if (list.Count() < 2) return;
+    std::sort(list.begin(), list.end());
+    uint32_t best = 0, bestLength = 0;
+    for (uint32_t first = 0, end; first < list.Count(); first = end) {
+        end = first + 1;
+        while (end < list.Count() && list[end] == list[end - 1] + 1) ++end;
+        const uint32_t length = end - first;
+        if (bestLength < count ? length <= bestLength : length < count || length >= bestLength)
+            continue;
+        best = first;
+        bestLength = length;
+    }
+    std::rotate(list.begin(), list.begin() + best, list.begin() + best + bestLength);
+}
+
 bool FindNearPage(StorageContext* context, uint16_t kind, uint32_t before, uint32_t* number) {
     SparePages* spare = &context->spare;
     const uint32_t length = RunLength(context);
@@ -172,11 +189,12 @@ void ReturnSparePage(StorageContext* context, uint16_t kind, uint32_t number) {
 void MarkRunsAhead(StorageContext* context, const StorageTransaction* transaction) {
     const SparePages* spare = &context->spare;
     if (RunLength(context) == 0 || spare->changes == 0 || context->implicitLock ||
-        spare->Count() > kEnough || !MayKeep(context))
+        spare->Count() + kRuns * RunLength(context) > SparePages::kMost || !MayKeep(context))
         return;
-    if ((spare->headers.Empty() || spare->entries.Empty()) && Takes(transaction, kForNames))
+    if ((spare->headers.Empty() || spare->entries.Empty()) &&
+        spare->headers.Count() + spare->entries.Count() <= kEnough && Takes(transaction, kForNames))
         MarkRuns(context, kForNames);
-    if (spare->data.Empty() && Takes(transaction, kForData)) MarkRuns(context, kForData);
+    if (spare->data.Count() < kEnough && Takes(transaction, kForData)) MarkRuns(context, kForData);
 }
 
 namespace {

@@ -42,6 +42,9 @@ struct SparePages {
 
 // A page of the kind, just before page `before` if there is one. False when none is left.
 bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint32_t* number);
+// Those for data that are taken next are to stand one behind the other in the file, `count` of them
+// where there are so many: a stream is read in one go then.
+void PreferRunForData(StorageContext* context, uint32_t count);
 // Where nobody has taken pages ahead: a free page that is best for this use and not yet marked. For
 // directory entries the last one of a run, whose other pages are kept for what the entries refer
 // to; for that the nearest one before the page `before`. False when there is none.

@@ -7,6 +7,7 @@
 #include "storage/core/Dates.h"
 #include "storage/core/PageCache.h"
 #include "storage/core/PageIo.h"
+#include "storage/core/SparePages.h"
 #include "storage/namespace/AddEntry.h"
 #include "storage/namespace/Directory.h"
 #include "storage/namespace/EntryRecords.h"
@@ -57,6 +58,7 @@ struct Put {
 
 Status Put::MakePages(uint32_t fileId, uint32_t headerPage, uint32_t* first) const {
     const uint32_t payload = context->payloadSize;
+    PreferRunForData(context, (size + payload - 1) / payload);
     PinnedPage before(context);
     for (uint32_t done = 0, level = 0; done < size; ++level) {
         PinnedPage page(context);
