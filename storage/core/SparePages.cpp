@@ -77,7 +77,9 @@ void MarkRuns(StorageContext* context, const RunUse& use) {
     for (uint32_t i = 0; i < kRuns; ++i) {
         uint32_t first = FindRun(context, length);
         // A page here and there is left to others.
-        if (first == 0 && i == 0 && context->freeCount < 2 * length + std::min(context->knownPages / 64, 64u) && GrowAhead(context) == kOk)
+        if (first == 0 && i == 0 &&
+            context->freeCount < 2 * length + std::min(context->knownPages / 64, 64u) &&
+            GrowAhead(context) == kOk)
             first = FindRun(context, length);
         if (first == 0) return;
         if (MarkRun(context, first, length, use) != kOk) {

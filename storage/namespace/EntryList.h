@@ -145,6 +145,8 @@ class EntryList {
     // A place where `name` may well stand, found without a look at the records: `hint`, the one
     // behind it, or where its first units point to. False where there is no telling.
     bool Guess(platform::WStringView name, uint32_t hint, uint32_t* place) const;
+    // The memory that a look-up goes through before it comes to a record; null where it is long.
+    const void* Memory(uint32_t* bytes) const;
     // What stands at a place that Guess found.
     const EntryChunk::Item& Guessed(uint32_t place) const {
         const Chunk& chunk = chunks_[recent_];

@@ -146,6 +146,7 @@ bool ReadStreamPages(const PlainStream& stream, Split* split)
 
 FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
     platform::Prefetch(hint->directory, kLookedAt);
+    if (hint->list != nullptr) platform::Prefetch(hint->list, hint->listBytes);
     ObjectState* state = context->objects;
     const bool holds = hint->epoch == state->paths.epoch;
     FileObject* directory = holds && hint->gone == state->hintedGone ? hint->directory : nullptr;
@@ -163,9 +164,10 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
             return nullptr;
     }
     if (!holds || hint->gone != state->hintedGone) {
-        *hint = {directory->fileId, state->paths.epoch, directory, state->hintedGone};
+        *hint = {directory->fileId, state->paths.epoch, directory, state->hintedGone, nullptr, 0};
         directory->flags |= kObjectHinted;
     }
+    hint->list = directory->children.Memory(&hint->listBytes);
     directory->lastUsed = state->operations;
     return IsPlainDirectory(directory) ? directory : nullptr;
 }

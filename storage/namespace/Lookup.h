@@ -17,6 +17,8 @@ struct DirectoryHint {
     uint32_t epoch = 0;
     FileObject* directory = nullptr;  // while no directory that a hint named has gone since
     uint64_t gone = 0;
+    const void* list = nullptr;  // where its list stood last, to fetch it along with the directory
+    uint32_t listBytes = 0;
 };
 
 // The directory that the hint names, or else the one at `path`, which the hint then names. Null
