@@ -326,12 +326,6 @@ bool EntryList::Guess(WStringView name, uint32_t hint, uint32_t* place) const {
     return *base == key;
 }
 
-const void* EntryList::Memory(uint32_t* bytes) const {
-    const Chunk& chunk = chunks_[0];
-    *bytes = static_cast<uint32_t>(chunk.capacity * kPlaceSize);
-    return chunks_.Count() == 1 && chunk.count <= kShort / 2 ? chunk.keys : nullptr;
-}
-
 void EntryList::Range(WStringView name, uint32_t* low, uint32_t* high) const {
     if (name.size() > kEntryNameUnits) name = name.substr(0, kEntryNameUnits);
     *low = *high = count_;

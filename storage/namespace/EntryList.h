@@ -146,7 +146,13 @@ class EntryList {
     // behind it, or where its first units point to. False where there is no telling.
     bool Guess(platform::WStringView name, uint32_t hint, uint32_t* place) const;
     // The memory that a look-up goes through before it comes to a record; null where it is long.
-    const void* Memory(uint32_t* bytes) const;
+    const void* Memory(uint32_t* bytes) const {
+        const Chunk& chunk = chunks_[0];
+        if (chunk.count - 1 >= kFew || chunks_.Count() != 1) return nullptr;
+        *bytes = static_cast<uint32_t>(reinterpret_cast<const char*>(chunk.items + chunk.count) -
+                                       reinterpret_cast<const char*>(chunk.keys));
+        return chunk.keys;
+    }
     // What stands at a place that Guess found.
     const EntryChunk::Item& Guessed(uint32_t place) const {
         const Chunk& chunk = chunks_[recent_];
@@ -165,6 +171,8 @@ class EntryList {
         DirEntry* entry;
     };
     struct Iterator;
+
+    static constexpr uint32_t kFew = 32;
 
     uint32_t ChunkOf(uint32_t index) const;
     DirEntry** Place(uint32_t index) const {

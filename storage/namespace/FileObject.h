@@ -196,7 +196,8 @@ struct ObjectState {
     uint64_t entryBytes = 0;  // of directory records and lists
     uint64_t operations = 0;  // counted as they begin
     uint64_t listVersions = 0;
-    uint64_t hintedGone = 0;  // objects that hints may have pointed to
+    uint64_t hintedGone = 0;         // objects that hints may have pointed to
+    const void* lookedIn = nullptr;  // the list of the last look-up by a hint: it is at hand
     List<FileHandle, &FileHandle::prev, &FileHandle::next> handles;  // oldest first
     List<FindContext, &FindContext::prev, &FindContext::next> searches;
     PathCache paths;

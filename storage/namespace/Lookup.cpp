@@ -146,8 +146,9 @@ bool ReadStreamPages(const PlainStream& stream, Split* split)
 
 FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
     platform::Prefetch(hint->directory, kLookedAt);
-    if (hint->list != nullptr) platform::Prefetch(hint->list, hint->listBytes);
     ObjectState* state = context->objects;
+    if (hint->list != state->lookedIn && hint->list != nullptr)
+        platform::Prefetch(hint->list, hint->listBytes);
     const bool holds = hint->epoch == state->paths.epoch;
     FileObject* directory = holds && hint->gone == state->hintedGone ? hint->directory : nullptr;
     if (directory == nullptr && holds) directory = state->fileObjects.Find(hint->fileId);
@@ -167,7 +168,7 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
         *hint = {directory->fileId, state->paths.epoch, directory, state->hintedGone, nullptr, 0};
         directory->flags |= kObjectHinted;
     }
-    hint->list = directory->children.Memory(&hint->listBytes);
+    hint->list = state->lookedIn = directory->children.Memory(&hint->listBytes);
     directory->lastUsed = state->operations;
     return IsPlainDirectory(directory) ? directory : nullptr;
 }
