@@ -2,6 +2,7 @@
 // The kinds of stores that the contract's tests run against, and where they differ by design.
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <ostream>
 #include <set>
@@ -26,6 +27,13 @@ class Place {
     // itself.
     virtual void Opened(FBR_STORE) {}
     virtual void Closing(FBR_STORE) {}
+    // What others see of it. The file, where the store is one; what has a name beside it (of the
+    // live registry, below it), or itself; and what they can do to it.
+    virtual std::filesystem::path File() const { return {}; }
+    virtual bool There(const std::string& name) const {
+        return std::filesystem::exists(name.empty() ? File() : File().parent_path() / name);
+    }
+    virtual void Drop() { std::filesystem::remove_all(File()); }
 };
 
 struct Backend {

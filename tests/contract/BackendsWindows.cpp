@@ -30,7 +30,14 @@ class LivePlace : public Place {
             ::RegCloseKey(key);
         }
     }
-    ~LivePlace() override { ::RegDeleteTreeW(HKEY_CURRENT_USER, name_.c_str()); }
+    ~LivePlace() override { Drop(); }
+    bool There(const std::string& name) const override {
+        HKEY key = nullptr;
+        const std::wstring path = name_ + L"\\" + platform::FromUtf8(name);
+        if (::RegOpenKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, &key) != 0) return false;
+        return ::RegCloseKey(key) == 0;
+    }
+    void Drop() final { ::RegDeleteTreeW(HKEY_CURRENT_USER, name_.c_str()); }
     WString Path() const override {
         // .Default is there on every system, and every user's hive is beside it.
         return (pathOnly ? L"!REMOTE|" : L"") + UserPath() + L"\\" + name_;
@@ -56,13 +63,14 @@ class LivePlace : public Place {
 class HivePlace : public Place {
   public:
     static std::unique_ptr<Place> Make() { return std::make_unique<HivePlace>(); }
-    WString Path() const override { return File() + L"!" + mount_; }
+    WString Path() const override { return File().wstring() + L"!" + mount_; }
     FBR_METHOD Method() const override { return FS_VR_METHOD_HIVE; }
+    std::filesystem::path File() const override { return folder_ / "user.dat"; }
 
     // Wine keeps no list of mounted hives, and writes none of their changes back: both are done
     // here, and do no harm where the system does them too.
     void Opened(FBR_STORE) override {
-        const std::wstring path = L"\\??\\" + File();
+        const std::wstring path = L"\\??\\" + File().wstring();
         ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, ListName().c_str(), REG_SZ, path.c_str(),
                           static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
     }
@@ -79,7 +87,6 @@ class HivePlace : public Place {
 
   private:
     static constexpr const wchar_t* kHiveList = L"System\\CurrentControlSet\\Control\\HiveList";
-    std::wstring File() const { return folder_.File("user.dat"); }
     std::wstring ListName() const { return L"\\REGISTRY\\USER\\" + mount_; }
 
     support::TempDir folder_;
@@ -119,10 +126,13 @@ const std::vector<Backend>& AllBackends() {
     hive.makePlace = HivePlace::Make;
     hive.traits.erase("live");
     hive.traits.insert({"hive", "rootHasVersion", "volatileEndsWithStore"});
+    // Its provider is a library with a log of its own.
+    Backend offline = OfflineBackend();
+    offline.traits.insert("apart");
     static const std::vector<Backend> all{
         ContainerBackend(),
         GivenEngineBackend(),
-        OfflineBackend(),
+        offline,
         live,
         byPath,
         hive,

@@ -18,13 +18,15 @@ class Contract : public StoreTest {
 };
 
 const bool kRegistered = [] {
-    for (const Section& section : AllSections())
-        for (const Backend& backend : AllBackends())
-            if (section.Suits(backend))
-                testing::RegisterTest("Contract", (section.name + "/" + backend.name).c_str(),
-                                      nullptr, nullptr, __FILE__, __LINE__, [=]() -> StoreTest* {
-                                          return new Contract(section, backend);
-                                      });
+    const auto scripts = std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/contract/scripts";
+    for (const auto& file : std::filesystem::directory_iterator(scripts))
+        for (const Section& section : SectionsOf(file))
+            for (const Backend& backend : AllBackends())
+                if (section.Suits(backend))
+                    testing::RegisterTest(
+                        "Contract", (section.name + "/" + backend.name).c_str(), nullptr, nullptr,
+                        __FILE__, __LINE__,
+                        [=]() -> StoreTest* { return new Contract(section, backend); });
     return true;
 }();
 

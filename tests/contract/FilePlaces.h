@@ -16,6 +16,7 @@ class FilePlace : public Place {
   public:
     static std::unique_ptr<Place> Make() { return std::make_unique<FilePlace>(); }
     WString Path() const override { return folder_.File("store"); }
+    std::filesystem::path File() const override { return folder_ / "store"; }
     FBR_METHOD Method() const override { return method; }
 
   private:

@@ -31,8 +31,8 @@ struct Section {
     bool Suits(const Backend& backend) const;
 };
 
-// Of the files in the folder "scripts".
-std::vector<Section> AllSections();
+// Of a file.
+std::vector<Section> SectionsOf(const std::filesystem::path& file);
 
 void Play(const Section& section, const Backend& backend);
 

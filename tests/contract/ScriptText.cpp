@@ -46,23 +46,26 @@ void AddEach(const std::string& words, const std::vector<std::pair<int, std::str
         }
 }
 
-void ReadFile(const std::filesystem::path& path, std::vector<Section>* sections) {
-    std::ifstream in(path);
+}  // namespace
+
+std::vector<Section> SectionsOf(const std::filesystem::path& file) {
+    std::ifstream in(file);
+    std::vector<Section> sections;
     std::vector<std::string> lines;
     for (std::string line; std::getline(in, line);) lines.push_back(line);
     lines.emplace_back();
     for (size_t i = 0; i < lines.size(); ++i) {
         const std::string& line = lines[i];
         if (line.starts_with("== ")) {
-            sections->emplace_back();
+            sections.emplace_back();
             std::istringstream words(line.substr(3));
             for (std::string word; words >> word;) {
                 if (word[0] == '?' || word[0] == '!') {
-                    sections->back().traits.push_back(word);
+                    sections.back().traits.push_back(word);
                     continue;
                 }
                 if (word[0] >= 'a') word[0] = static_cast<char>(word[0] - 'a' + 'A');
-                sections->back().name += word;
+                sections.back().name += word;
             }
         } else if (line.starts_with("each ")) {
             std::vector<std::pair<int, std::string>> block;
@@ -70,14 +73,13 @@ void ReadFile(const std::filesystem::path& path, std::vector<Section>* sections)
                 ++i;
                 block.emplace_back(i + 1, lines[i]);
             }
-            AddEach(line.substr(5), block, &sections->back());
+            AddEach(line.substr(5), block, &sections.back());
         } else if (!line.empty() && line[0] != '#') {
-            sections->back().lines.emplace_back(i + 1, line);
+            sections.back().lines.emplace_back(i + 1, line);
         }
     }
+    return sections;
 }
-
-}  // namespace
 
 support::Bytes DataOf(const std::string& word) {
     if (word.starts_with("'")) return Bytes(word.begin() + 1, word.end());
@@ -124,14 +126,6 @@ bool Section::Suits(const Backend& backend) const {
     return std::all_of(traits.begin(), traits.end(), [&](const std::string& trait) {
         return backend.Is(trait.substr(1)) == (trait[0] == '?');
     });
-}
-
-std::vector<Section> AllSections() {
-    std::vector<Section> sections;
-    for (const auto& entry : std::filesystem::directory_iterator(
-             std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/contract/scripts"))
-        ReadFile(entry.path(), &sections);
-    return sections;
 }
 
 }  // namespace contract

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Values as a container alone has them: very many, listings by number, records that are too short.
+// Values as a container alone has them: very many, and listings by number.
 #include <algorithm>
 #include <random>
 
 #include "storage/namespace/MemoryLimits.h"
-#include "tests/container/EngineStore.h"
 #include "tests/keystore/TestStore.h"
 
 namespace keystore {
@@ -90,24 +89,6 @@ TEST_F(Values, AreListedByNumberBesideChanges) {
         }
     }
     storage::g_memoryLimits = before;
-}
-
-// A value of fewer bytes than its header, as only other hands make it.
-TEST_F(Values, ARecordThatIsTooShortReadsAsZeros) {
-    store.Close();
-    {
-        support::container::EngineStore container;
-        ASSERT_EQ(container.Open(dir / "store.fbr"), 0);
-        EXPECT_EQ(container.Put(u"\\k\\v", {3, 0, 0, 0, 0xFF}), 0);
-    }
-    Store again(path);
-    uint64_t size = 0;
-    uint32_t type = 0;
-    EXPECT_EQ(again.Query(again.Open("k"), "v", nullptr, 0, &size, &type),
-              FSSTATUS_BUFFER_OVERFLOW);
-    EXPECT_EQ(type, 3u);
-    EXPECT_EQ(size, 255u);
-    EXPECT_EQ(again.Get(again.Open("k"), "v"), std::nullopt) << "no byte of them";
 }
 
 }  // namespace

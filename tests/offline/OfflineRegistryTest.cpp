@@ -87,32 +87,32 @@ TEST(OfflineRegistry, EnumerationTellsTheRoomItNeeds) {
     TestHive hive;
     hive.Create(WTEXT("long name"), WTEXT("Class"));
     hive.Set(hive.Root(), WTEXT("value"), kSz, TextBytes(WTEXT("x")));
-    WChar name[16];
-    uint32_t units = 0;
-    EXPECT_EQ(OREnumKey(hive.Root(), 0, nullptr, &units, nullptr, nullptr, nullptr), 234u);
-    EXPECT_EQ(units, 10u);
-    units = 9;
-    EXPECT_EQ(OREnumKey(hive.Root(), 0, name, &units, nullptr, nullptr, nullptr), 234u);
-    EXPECT_EQ(units, 10u);
-    WChar className[6];
-    uint32_t classUnits = 6;
-    EXPECT_EQ(OREnumKey(hive.Root(), 0, name, &units, className, &classUnits, nullptr), 0u);
-    EXPECT_EQ(units, 9u);
-    EXPECT_STREQ(std::filesystem::path(className).string().c_str(), "Class");
-    EXPECT_EQ(OREnumKey(hive.Root(), 1, name, &units, nullptr, nullptr, nullptr), 259u);
-
-    units = 1;
-    EXPECT_EQ(OREnumValue(hive.Root(), 0, name, &units, nullptr, nullptr, nullptr), 234u);
-    EXPECT_EQ(units, 6u);
-    uint32_t type = 0;
+    const struct {
+        bool value;
+        uint32_t index, room, answer, units;
+    } rows[] = {{false, 0, 0, 234, 10}, {false, 0, 9, 234, 10}, {false, 0, 10, 0, 9},
+                {false, 1, 10, 259, 0}, {true, 0, 1, 234, 6},   {true, 0, 6, 0, 5},
+                {true, 1, 6, 259, 0}};
+    WChar name[16], className[6];
     uint8_t data[4];
-    uint32_t size = 3;
+    for (const auto& row : rows) {
+        uint32_t units = row.room, classUnits = 6, size = 4;
+        EXPECT_EQ(row.value
+                      ? OREnumValue(hive.Root(), row.index, name, &units, nullptr, data, &size)
+                      : OREnumKey(hive.Root(), row.index, row.room == 0 ? nullptr : name, &units,
+                                  className, &classUnits, nullptr),
+                  row.answer);
+        if (row.units != 0) {
+            EXPECT_EQ(units, row.units);
+        }
+    }
+    EXPECT_EQ(WString(className), WTEXT("Class"));
+    uint32_t units = 16, type = 0, size = 3;
     EXPECT_EQ(OREnumValue(hive.Root(), 0, name, &units, &type, data, &size), 234u);
     EXPECT_EQ(size, 4u);
     EXPECT_EQ(ORGetValue(hive.Root(), nullptr, WTEXT("VALUE"), &type, data, &size), 0u);
     EXPECT_EQ(type, kSz);
     EXPECT_EQ(ORGetValue(hive.Root(), WTEXT("long name"), WTEXT("value"), &type, data, &size), 2u);
-    EXPECT_EQ(OREnumValue(hive.Root(), 1, name, &units, nullptr, nullptr, nullptr), 259u);
 }
 
 TEST(OfflineRegistry, ASavedHiveComesBackWhole) {
