@@ -34,6 +34,8 @@ class Place {
         return std::filesystem::exists(name.empty() ? File() : File().parent_path() / name);
     }
     virtual void Drop() { std::filesystem::remove_all(File()); }
+    // Takes a native function away, and gives back the one that was taken before.
+    virtual void Without(const std::string&) {}
 };
 
 struct Backend {

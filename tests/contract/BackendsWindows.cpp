@@ -5,7 +5,7 @@
 
 #include "Shared/w32helpers.h"
 #include "tests/contract/FilePlaces.h"
-#include "tests/support/windows/ProcessState.h"
+#include "tests/hive/HiveFixture.h"
 
 namespace contract {
 
@@ -30,12 +30,23 @@ class LivePlace : public Place {
             ::RegCloseKey(key);
         }
     }
-    ~LivePlace() override { Drop(); }
+    ~LivePlace() override {
+        LivePlace::Without("");
+        Drop();
+    }
     bool There(const std::string& name) const override {
         HKEY key = nullptr;
         const std::wstring path = name_ + L"\\" + platform::FromUtf8(name);
         if (::RegOpenKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, &key) != 0) return false;
         return ::RegCloseKey(key) == 0;
+    }
+    void Without(const std::string& name) override {
+        if (missing_ != nullptr) *std::exchange(missing_, nullptr) = taken_;
+        if (name.empty()) return;
+        const FARPROC wanted = ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), name.c_str());
+        missing_ = reinterpret_cast<FARPROC*>(GetNtDllFunctions());
+        while (*missing_ != wanted) ++missing_;
+        taken_ = std::exchange(*missing_, nullptr);
     }
     void Drop() final { ::RegDeleteTreeW(HKEY_CURRENT_USER, name_.c_str()); }
     WString Path() const override {
@@ -57,6 +68,7 @@ class LivePlace : public Place {
         return L"\\registry\\user\\.Default";
     }
     std::wstring name_ = UniqueName();
+    FARPROC *missing_ = nullptr, taken_ = nullptr;
 };
 
 // A hive file that is mounted while the store is open.
@@ -69,11 +81,7 @@ class HivePlace : public Place {
 
     // Wine keeps no list of mounted hives, and writes none of their changes back: both are done
     // here, and do no harm where the system does them too.
-    void Opened(FBR_STORE) override {
-        const std::wstring path = L"\\??\\" + File().wstring();
-        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, ListName().c_str(), REG_SZ, path.c_str(),
-                          static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
-    }
+    void Opened(FBR_STORE) override { hive::ListHive(mount_, File().wstring()); }
     void Closing(FBR_STORE) override {
         const w32utils::ProcessPrivilege backup(SE_BACKUP_NAME);
         HKEY key = nullptr;
@@ -81,14 +89,9 @@ class HivePlace : public Place {
         ::RegSaveKeyW(key, File().c_str(), nullptr);
         ::RegCloseKey(key);
     }
-    ~HivePlace() override {
-        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, ListName().c_str());
-    }
+    ~HivePlace() override { hive::UnlistHive(mount_); }
 
   private:
-    static constexpr const wchar_t* kHiveList = L"System\\CurrentControlSet\\Control\\HiveList";
-    std::wstring ListName() const { return L"\\REGISTRY\\USER\\" + mount_; }
-
     support::TempDir folder_;
     std::wstring mount_ = UniqueName();
 };

@@ -10,7 +10,7 @@ namespace {
 class Contract : public StoreTest {
   public:
     Contract(Section section, const Backend& backend)
-        : StoreTest(backend), section_(std::move(section)) {}
+        : StoreTest(backend, !section.Keeps(backend)), section_(std::move(section)) {}
     void TestBody() override { Play(section_, backend_); }
 
   private:

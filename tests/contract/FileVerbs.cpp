@@ -46,6 +46,7 @@ const Player::Verbs& Player::FileVerbs() {
          }},
         {"there", [](P p) { return p.Tell(Text(p.place_->There(p.Plain(0)) ? "yes" : "no")); }},
         {"drop", Done([](P p) { p.place_->Drop(); })},
+        {"without", Done([](P p) { p.place_->Without(p.Plain(0)); })},
         {"drop-folder", Done([](P p) { std::filesystem::remove_all(p.Beside("")); })},
         {"file", [](P p) { return p.Look(); }},
         {"poke", [](P p) { return p.Poke(); }},

@@ -31,7 +31,8 @@ class OpenStore : public support::Store {
 // for good, it has opened before by a store of that kind, and GoogleTest for its traces.
 class StoreTest : public testing::Test {
   protected:
-    explicit StoreTest(const Backend& backend) : backend_(backend) {}
+    explicit StoreTest(const Backend& backend, bool leavesNoHandle = true)
+        : backend_(backend), leavesNoHandle_(leavesNoHandle && backend.leavesNoHandle) {}
     void SetUp() override {
         {
             SCOPED_TRACE("before");
@@ -44,13 +45,14 @@ class StoreTest : public testing::Test {
         before_ = ProcessState();
     }
     void TearDown() override {
-        if (backend_.leavesNoHandle) {
+        if (leavesNoHandle_) {
             EXPECT_EQ(ProcessState(), before_);
         }
     }
     const Backend backend_;
 
   private:
+    const bool leavesNoHandle_;
     std::string before_;
 };
 

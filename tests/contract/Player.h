@@ -75,6 +75,8 @@ class Player {
     uint32_t Count(size_t i) const {
         return static_cast<uint32_t>(std::stoul("0" + Plain(i), nullptr, 10));
     }
+    // With no place for the answer.
+    bool Null() const { return !words_.empty() && words_.back() == Text("null"); }
     std::filesystem::path Beside(const std::string& name) const {
         return place_->File().parent_path() / name;
     }
@@ -96,7 +98,8 @@ class Player {
     template <class Get>
     FBR_STATUS TellText(Get get, auto... arguments) {
         FBR_WCHAR* text = nullptr;
-        const FBR_STATUS status = get(arguments..., &text, Handle());
+        const FBR_STATUS status = get(arguments..., Null() ? nullptr : &text, Handle());
+        if (Null()) return status;
         if (text == nullptr) return status == FSSTATUS_SUCCESS ? FSSTATUS_FAILED : status;
         told_.push_back(text);
         FBR_Release(text);
@@ -105,14 +108,14 @@ class Player {
     template <class Get>
     FBR_STATUS TellNumber(Get get) {
         uint32_t word = 77;
-        const FBR_STATUS status = get(&word);
-        return Tell(status, Text(std::to_string(word)));
+        const FBR_STATUS status = get(Null() ? nullptr : &word);
+        return Null() ? status : Tell(status, Text(std::to_string(word)));
     }
     template <class Get>
     FBR_STATUS Keep(Get get) {
         FBR_KEY key = 0;
         keys_.erase(label_);
-        const FBR_STATUS status = get(&key);
+        const FBR_STATUS status = get(Null() ? nullptr : &key);
         if (key != 0 && !label_.empty()) numbers_[label_] = key;
         keys_[label_] = OpenKey(Handle(), key);
         if (label_.empty()) keys_.erase(label_);

@@ -76,7 +76,7 @@ FBR_STATUS Player::Fill(uint32_t count) {
 
 FBR_STATUS Player::Time() {
     FBR_SYSTEMTIME t{};
-    const FBR_STATUS status = FBR_GetDirTimesEx(Key(), &t, Handle());
+    const FBR_STATUS status = FBR_GetDirTimesEx(Key(), Null() ? nullptr : &t, Handle());
     const platform::UtcTime now = platform::UtcNow();
     if (status != FSSTATUS_SUCCESS || now.month != t.wMonth) return status;
     const int passed = ((now.day - t.wDay) * 24 + now.hour - t.wHour) * 60 + now.minute - t.wMinute;
@@ -198,19 +198,6 @@ const Player::Verbs& Player::StoreVerbs() {
          }},
         {"compact",
          [](P p) { return p.TellNumber([&](uint32_t* w) { return FBR_Compact(p.Handle(), w); }); }},
-        // With no place for the answer.
-        {"held-null", [](P p) { return FBR_GetLockTypeEx(p.Handle(), nullptr); }},
-        {"corrupted-null", [](P p) { return FBR_IsCorrupted(p.Handle(), nullptr); }},
-        {"compact-null", [](P p) { return FBR_Compact(p.Handle(), nullptr); }},
-        {"time-null", [](P p) { return FBR_GetDirTimesEx(p.Key(), nullptr, p.Handle()); }},
-        {"name-null", [](P p) { return FBR_GetName_DirEx(p.Key(), nullptr, p.Handle()); }},
-        {"value-null", [](P p) { return FBR_EnumIntFileEx(p.Key(), 0, nullptr, p.Handle()); }},
-        {"open-null", [](P p) { return FBR_OpenDirEx(0, p.Word(1).c_str(), nullptr, p.Handle()); }},
-        {"make-null",
-         [](P p) {
-             return FBR_CreateDirEx(0, p.Word(1).c_str(), FSCREATEOPTIONS_NONE, nullptr,
-                                    p.Handle());
-         }},
     };
     return verbs;
 }

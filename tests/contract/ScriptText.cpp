@@ -60,7 +60,7 @@ std::vector<Section> SectionsOf(const std::filesystem::path& file) {
             sections.emplace_back();
             std::istringstream words(line.substr(3));
             for (std::string word; words >> word;) {
-                if (word[0] == '?' || word[0] == '!') {
+                if (word[0] == '?' || word[0] == '!' || word[0] == '~') {
                     sections.back().traits.push_back(word);
                     continue;
                 }
@@ -124,7 +124,13 @@ Words WordsOf(const std::string& line) {
 
 bool Section::Suits(const Backend& backend) const {
     return std::all_of(traits.begin(), traits.end(), [&](const std::string& trait) {
-        return backend.Is(trait.substr(1)) == (trait[0] == '?');
+        return trait[0] == '~' || backend.Is(trait.substr(1)) == (trait[0] == '?');
+    });
+}
+
+bool Section::Keeps(const Backend& backend) const {
+    return std::any_of(traits.begin(), traits.end(), [&](const std::string& trait) {
+        return trait[0] == '~' && backend.Is(trait.substr(1));
     });
 }
 

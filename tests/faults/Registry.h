@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "tests/keystore/TestStore.h"
 #include "tests/support/ContainerReader.h"
+#include "tests/support/Store.h"
 
 namespace faults {
 
-using keystore::Store;
 using platform::WString;
 using support::Bytes;
+using support::Store;
 using support::container::Key;
 using support::container::Value;
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 /* The flat interface from C: opens a store, sets a value and reads it back. */
-#include "tests/front/FlatCallsTest.h"
-
 #include <string.h>
 
 #include "include/ZrFsLibrary.h"
@@ -9,6 +7,7 @@
 #define CHECK(condition) \
     if (!(condition)) return __LINE__
 
+/* 0, or the line of the first failure. */
 int SetAndReadFromC(const FBR_WCHAR* path) {
     static const FBR_WCHAR key_name[] = {'k', '\\', 's', 0};
     static const FBR_WCHAR value_name[] = {'v', 0};

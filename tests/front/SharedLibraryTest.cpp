@@ -5,8 +5,10 @@
 #include "include/FsError.h"
 #include "include/IFBRSettingsFile.h"
 #include "include/ZrFsLibrary.h"
-#include "tests/front/FlatCallsTest.h"
 #include "tests/support/TempDir.h"
+
+// In FlatCallsTest.c: 0, or the line of the first failure.
+extern "C" int SetAndReadFromC(const FBR_WCHAR* path);
 
 namespace {
 

@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: MIT
 // Opening and closing a store: the version record, what other hands wrote, checks.
 #include "tests/container/EngineStore.h"
-#include "tests/keystore/TestStore.h"
+#include "tests/support/Store.h"
 
 namespace keystore {
 namespace {
 
+using namespace support;
+
 // What other hands write: a container without the key store's doings, with a file in it.
-WString Foreign(const support::TempDir& dir, const std::u16string& file, const Bytes& bytes) {
+WString Foreign(const TempDir& dir, const std::u16string& file, const Bytes& bytes) {
     // A name of its own: a store that was refused may stay open.
     static int count = 0;
     const std::string name = std::to_string(++count) + ".fbr";
-    support::container::EngineStore container;
+    container::EngineStore container;
     EXPECT_EQ(container.Create(dir / name), 0);
     EXPECT_EQ(container.MakeDirectory(u"\\k"), 0);
     EXPECT_EQ(container.Put(file, bytes), 0);
@@ -19,16 +21,16 @@ WString Foreign(const support::TempDir& dir, const std::u16string& file, const B
 }
 
 TEST(Opening, OfAnotherVersionIsRefusedAndLeavesFileAndHandleAlone) {
-    const support::TempDir dir;
+    const TempDir dir;
     for (const Bytes& other : {Bytes{4, 0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0},
                                Bytes{4, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0}, Bytes{4, 0, 0, 0, 4}}) {
         const WString path = Foreign(dir, u"\\FBRVersion", other);
-        const Bytes before = support::ReadBytes(path);
+        const Bytes before = ReadBytes(path);
         FBR_STORE handle = reinterpret_cast<FBR_STORE>(&handle);
         EXPECT_EQ(FBR_InitialiseEx(path.c_str(), &handle, FS_VR_METHOD_TARN),
                   FSSTATUS_VERSION_MISMATCH);
         EXPECT_EQ(handle, reinterpret_cast<FBR_STORE>(&handle));
-        EXPECT_EQ(support::ReadBytes(path), before);
+        EXPECT_EQ(ReadBytes(path), before);
     }
     // The third word alone counts, and one without a version is stamped.
     EXPECT_EQ(Store(Foreign(dir, u"\\FBRVersion", {7, 0, 0, 0, 8, 0, 0, 0, 2, 0, 0, 0})).status,
@@ -53,7 +55,7 @@ void CountFindings(void* name, uint32_t code, uint32_t, uint32_t, uint8_t, uint8
 }
 
 TEST(Opening, ASoundStoreChecksCleanAndAClosedOneHoldsNothing) {
-    const support::TempDir dir;
+    const TempDir dir;
     const WString path = dir.File("store.fbr");
     Store store(path);
     store.Lock();
@@ -74,9 +76,9 @@ TEST(Opening, ASoundStoreChecksCleanAndAClosedOneHoldsNothing) {
     EXPECT_LT(std::filesystem::file_size(path), size + size / 8) << "pages that are free are used";
     store.Lock(kLockRead);
     EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS) << "whatever is open and locked";
-    const Bytes before = support::ReadBytes(path);
+    const Bytes before = ReadBytes(path);
     EXPECT_EQ(FBR_CheckFileEx(path.c_str(), CountFindings), FSSTATUS_SUCCESS);
-    EXPECT_EQ(support::ReadBytes(path), before);
+    EXPECT_EQ(ReadBytes(path), before);
     EXPECT_EQ(FBR_CheckAndRepairFileEx(path.c_str(), CountFindings), FSSTATUS_SUCCESS);
     EXPECT_EQ(g_findings, 0);
     EXPECT_NE(FBR_CheckFileEx(dir.File("none").c_str(), nullptr), FSSTATUS_SUCCESS);

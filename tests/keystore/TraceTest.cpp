@@ -7,10 +7,12 @@
 #include "FS_Library_DLL/FsSwitches.h"
 #include "FS_Library_DLL/keystore/FsIntegrity.h"
 #include "platform/Clock.h"
-#include "tests/keystore/TestStore.h"
+#include "tests/support/Store.h"
 
 namespace keystore {
 namespace {
+
+using namespace support;
 
 class Trace : public testing::Test {
   protected:
@@ -18,13 +20,13 @@ class Trace : public testing::Test {
     ~Trace() override { g_switches = {}; }
 
     void Switch(bool on, uint32_t level, bool onCorruption = false) {
-        FBR_Logging(on, support::Wide(dir.Path()).c_str(), level, onCorruption);
+        FBR_Logging(on, Wide(dir.Path()).c_str(), level, onCorruption);
     }
     std::filesystem::path LogFile() const {
         return dir / "logs" / ("FBR_" + std::to_string(platform::ProcessId()) + ".log");
     }
     std::string Raw() const {
-        const Bytes bytes = support::ReadBytes(LogFile());
+        const Bytes bytes = ReadBytes(LogFile());
         return std::string(bytes.begin(), bytes.end());
     }
     // The lines with what differs from run to run put aside: T and the tick, times, and addresses,
@@ -43,7 +45,7 @@ class Trace : public testing::Test {
         return lines;
     }
 
-    support::TempDir dir;
+    TempDir dir;
     const WString path = dir.File("store.fbr");
 };
 

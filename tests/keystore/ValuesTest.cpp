@@ -4,14 +4,22 @@
 #include <random>
 
 #include "storage/namespace/MemoryLimits.h"
-#include "tests/keystore/TestStore.h"
+#include "tests/support/Store.h"
 
 namespace keystore {
 namespace {
 
-class Values : public StoreTest {
+using namespace support;
+
+// On a key of a new store, under a write lock.
+class Values : public testing::Test {
   protected:
-    FBR_KEY key = store.Make("k");
+    Values() : key(store.Lock() == FSSTATUS_SUCCESS ? store.Make("k") : 0) {}
+
+    TempDir dir;
+    const WString path = dir.File("store.fbr");
+    Store store{path};
+    FBR_KEY key;
 };
 
 // Names and data tell the values apart, the key stays usable under another name, and one value may

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Every request and reply, byte for byte, and replies that lie.
-#include <functional>
+// Replies that lie, packets that are cut, empty, huge or late, and servers that come, go and come
+// back.
+#include <chrono>
 
 #include "FS_Library_DLL/remote/FsIpcImpl.h"
 #include "platform/Heap.h"
@@ -11,50 +12,24 @@ namespace {
 
 const FBR_METHOD kMethod = static_cast<FBR_METHOD>(4);
 
-// One exchange: what the caller does, what is to be sent for it, and the reply's payload. That all
-// others are as the server has them is shown by the contract of the stores behind one.
-struct Exchange {
-    const char* title;
-    const char* request;
-    const char* reply;
-    std::function<void(FsIpcImpl&)> call;
-};
-
-WString Take(WChar* text) {
-    WString copy = text == nullptr ? WString(WTEXT("(null)")) : WString(text);
-    platform::HeapRelease(text);
-    return copy;
-}
-
-const Exchange kExchanges[] = {
-    {"name, text behind its zero", "10000000 0700000000000000",
-     "11000000 08000000 6e00 0000 7800 0000 00000000",
-     [](FsIpcImpl& store) {
-         WChar* name = nullptr;
-         EXPECT_EQ(store.FBR_GetName_DirEx(7, &name), FSSTATUS_SUCCESS);
-         EXPECT_EQ(Take(name), WTEXT("n"));
-     }},
-    {"all values, old names replaced, text behind a zero", "14000000 0700000000000000",
-     "15000000 02000000 08000000 61000000 78000000 04000000 62000000 05000000",
-     [](FsIpcImpl& store) {
-         std::vector<WString> names = {WTEXT("old")};
-         EXPECT_EQ(store.FBR_EnumerateAllValues(7, names), FSSTATUS_NO_MORE_ENTRIES);
-         EXPECT_EQ(names, (std::vector<WString>{WTEXT("a"), WTEXT("b")}));
-     }},
-};
-
-TEST(RemoteClient, SendsAndReadsEveryExchangeByteForByte) {
+// That all requests are as the server has them is shown by the contract of the stores behind one.
+TEST(RemoteClient, ReadsTextAsFarAsItsZeroAndReplacesOldNames) {
     const WString pipe = UniquePipe("bytes");
-    std::vector<Bytes> packets;
-    for (const Exchange& exchange : kExchanges) packets.push_back(Packet(Hex(exchange.reply)));
-    ScriptedServer server(pipe, packets);
+    ScriptedServer server(
+        pipe, {Packet(Hex("11000000 08000000 6e00 0000 7800 0000 00000000")),
+               Packet(Hex("15000000 02000000 08000000 61000000 78000000 04000000 62000000"
+                          " 05000000"))});
     FsIpcImpl store(kMethod, pipe);
-    for (const Exchange& exchange : kExchanges) {
-        SCOPED_TRACE(exchange.title);
-        exchange.call(store);
-        ASSERT_FALSE(server.Requests().empty());
-        EXPECT_EQ(server.Requests().back(), Hex(exchange.request));
-    }
+    WChar* name = nullptr;
+    EXPECT_EQ(store.FBR_GetName_DirEx(7, &name), FSSTATUS_SUCCESS);
+    ASSERT_NE(name, nullptr);
+    EXPECT_EQ(WString(name), WTEXT("n"));
+    platform::HeapRelease(name);
+    std::vector<WString> names = {WTEXT("old")};
+    EXPECT_EQ(store.FBR_EnumerateAllValues(7, names), FSSTATUS_NO_MORE_ENTRIES);
+    EXPECT_EQ(names, (std::vector<WString>{WTEXT("a"), WTEXT("b")}));
+    EXPECT_EQ(server.Requests(), (std::vector<Bytes>{Hex("10000000 0700000000000000"),
+                                                     Hex("14000000 0700000000000000")}));
 }
 
 // Nothing of the caller's is touched by such a reply.
@@ -94,6 +69,65 @@ TEST(RemoteClient, RefusesRepliesThatLie) {
         EXPECT_EQ(type, 77u);
         EXPECT_EQ(names.size(), 1u);
     }
+}
+
+FBR_STATUS CheckOnce(const WString& pipe) {
+    FsIpcImpl store(FS_VR_METHOD_NATIVE, pipe);
+    return store.FBR_CheckFile();
+}
+
+TEST(RemoteTransport, TakesAnyMagicAndRefusesPacketsWithoutPayloadOrTooLarge) {
+    const struct {
+        const char* packet;
+        FBR_STATUS status;
+    } kCases[] = {
+        {"07000000 10000000 03000000 00000000", FSSTATUS_SUCCESS},  // the magic is not looked at
+        {"2a000000 08000000", FSSTATUS_FAILED},                     // well-formed and empty
+        {"2a000000 03000000", FSSTATUS_FAILED},                     // smaller than its header
+        {"2a000000 ffffffff 03000000", FSSTATUS_FAILED},            // past the limit
+        {"2a0000", FSSTATUS_FAILED},                                // a header cut
+        {"2a000000 14000000 03000000", FSSTATUS_FAILED},            // a payload cut
+    };
+    for (const auto& test : kCases) {
+        SCOPED_TRACE(test.packet);
+        const WString pipe = UniquePipe("packet");
+        ScriptedServer server(pipe, {Hex(test.packet)});
+        EXPECT_EQ(CheckOnce(pipe), test.status);
+    }
+}
+
+TEST(RemoteTransport, GoesOnWithAServerStartedAnew) {
+    const WString pipe = UniquePipe("restart");
+    FsIpcImpl store(FS_VR_METHOD_NATIVE, pipe);
+    {
+        ScriptedServer first(pipe, {Packet(Hex("01000000 00000000"))});
+        EXPECT_EQ(store.FBR_InitialiseEx(WTEXT("s")), FSSTATUS_SUCCESS);
+    }
+    ScriptedServer second(pipe, {Packet(Hex("0e000000 12000000"))});
+    // No new request 0: what the new server says to the request is the answer.
+    EXPECT_EQ(store.FBR_CloseDirEx(5), FSSTATUS_INVALID_HANDLE);
+    ASSERT_EQ(second.Requests().size(), 1u);
+    EXPECT_EQ(second.Requests()[0], Hex("0d000000 0500000000000000"));
+}
+
+TEST(RemoteTransport, WaitsForAServerThatComesLate) {
+    const WString pipe = UniquePipe("late");
+    std::unique_ptr<ScriptedServer> server;
+    std::thread starter([&] {
+        platform::SleepMilliseconds(3000);
+        server = std::make_unique<ScriptedServer>(
+            pipe, std::vector<Bytes>{Packet(Hex("03000000 00000000"))});
+    });
+    EXPECT_EQ(CheckOnce(pipe), FSSTATUS_SUCCESS);
+    starter.join();
+}
+
+TEST(RemoteTransport, GivesUpAfterAboutFiveSecondsWithoutAServer) {
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(CheckOnce(UniquePipe("missing")), FSSTATUS_FAILED);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(4900));
+    EXPECT_LE(took, std::chrono::seconds(9));
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 namespace {
 
 using namespace tool;
-using formats::ItemsOf;
+using formats::SortedLines;
 using formats::Source;
 
 TEST_F(ToolTest, TracesAnyCommand) {
@@ -41,16 +41,9 @@ TEST_F(ToolTest, TheReadmeProgramWorks) {
 // The sample goes in and comes out as regedit would have it.
 TEST_F(ToolTest, TheSampleRoundTrips) {
     Good({"import", store_, "-"}, Source("examples/sample.reg"));
-    const auto sorted = [](const std::string& bytes) {
-        std::vector<std::string> lines;
-        for (const auto& item : ItemsOf(fbr::ReadReg(bytes)))
-            lines.push_back(testing::PrintToString(item));
-        std::sort(lines.begin(), lines.end());
-        return lines;
-    };
-    const auto sample = sorted(Source("examples/sample.reg"));
+    const auto sample = SortedLines(fbr::ReadReg(Source("examples/sample.reg")));
     EXPECT_GT(sample.size(), 10u);
-    EXPECT_EQ(sorted(Good({"export", store_, "HKEY_LOCAL_MACHINE"})), sample);
+    EXPECT_EQ(SortedLines(fbr::ReadReg(Good({"export", store_, "HKEY_LOCAL_MACHINE"}))), sample);
 }
 
 }  // namespace

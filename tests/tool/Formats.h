@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "tools/format/Record.h"
@@ -20,44 +20,38 @@ using fbr::Record;
 using fbr::WChar;
 using fbr::WString;
 
-// A record with its key written out, to compare.
-struct Item {
-    Record::Kind kind;
-    WString key, name;
-    uint32_t type = 0;
-    Bytes data;
-    bool operator==(const Item&) const = default;
-};
-
-inline std::vector<Item> ItemsOf(const fbr::Document& document) {
-    std::vector<Item> items;
-    for (const Record& r : document.records) {
-        items.push_back({r.kind, document.keys[r.key], r.name, r.type, r.data});
-    }
-    return items;
+inline std::string Hex(const Bytes& bytes) {
+    std::string hex;
+    for (const uint8_t byte : bytes)
+        hex += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16]};
+    return hex;
 }
 
-inline Item KeyItem(const WString& key) {
-    return {Record::Kind::kKey, key, {}, 0, {}};
+// A value as "KEY|NAME|TYPE|BYTES".
+inline WString LineOf(const WString& key, const WString& name, uint32_t type, const Bytes& data) {
+    const std::string rest = "|" + std::to_string(type) + "|" + Hex(data);
+    return key + WTEXT("|") + name + WString(rest.begin(), rest.end());
 }
-inline Item ValueItem(const WString& key, const WString& name, uint32_t type, const Bytes& data) {
-    return {Record::Kind::kValue, key, name, type, data};
+// The records of a file, to compare: values, keys by their paths.
+inline std::vector<WString> LinesOf(const fbr::Document& document) {
+    std::vector<WString> lines;
+    for (const Record& r : document.records)
+        lines.push_back(r.kind == Record::Kind::kValue
+                            ? LineOf(document.keys[r.key], r.name, r.type, r.data)
+                            : document.keys[r.key]);
+    return lines;
 }
-
-inline std::ostream& operator<<(std::ostream& out, const Item& item) {
-    const char* kinds[] = {"key", "value", "delete key", "delete value"};
-    return out << kinds[static_cast<int>(item.kind)] << " [" << fbr::Printable(item.key) << "] \""
-               << fbr::Printable(item.name) << "\" type " << item.type << " "
-               << testing::PrintToString(item.data);
+// In an order that two stores agree on.
+inline std::vector<WString> SortedLines(const fbr::Document& document) {
+    auto lines = LinesOf(document);
+    std::sort(lines.begin(), lines.end());
+    return lines;
 }
 
 // Text as the bytes of a string value, without a terminator of its own.
 inline Bytes Utf16(const WString& text) {
     const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
     return Bytes(bytes, bytes + text.size() * 2);
-}
-inline Bytes Sz(WString text) {
-    return Utf16(text + WString(1, 0));
 }
 
 inline std::string FileUtf16(const std::string& utf8, const std::string& mark = "\xFF\xFE") {

@@ -47,26 +47,22 @@ Bytes BytesOf(const std::string& hex) {
     return bytes;
 }
 
-Item ItemIn(const Row& row) {
-    if (row.left[0] == '[') return KeyItem(Wide(row.right));
-    const size_t data = row.right.rfind('|'), type = row.right.rfind('|', data - 1);
-    return ValueItem(WTEXT("K"), Wide(row.right.substr(0, type)),
-                     static_cast<uint32_t>(std::stoul(row.right.substr(type + 1))),
-                     BytesOf(row.right.substr(data + 1)));
-}
-
-// The line between the file's first one and its end.
-std::string Written(const Item& item) {
+// The last record as the writer has it, between the file's first line and its end.
+std::string Written(const fbr::Document& document) {
+    const Record& record = document.records.back();
+    const bool key = record.kind == Record::Kind::kKey;
     std::ostringstream out;
     fbr::RegWriter writer(out, {});
-    if (item.kind == Record::Kind::kKey) writer.Key(item.key);
-    if (item.kind == Record::Kind::kValue) writer.Value(item.name, item.type, item.data);
+    if (key)
+        writer.Key(document.keys[record.key]);
+    else
+        writer.Value(record.name, record.type, record.data);
     writer.Finish();
+    EXPECT_TRUE(out.str().starts_with("\xFF\xFE"));
     std::string text =
         fbr::Utf8(fbr::DecodeTextFile(out.str(), [](std::string_view) { return false; }));
     text = text.substr(text.find("\r\n") + 2);
-    return text.substr(item.kind == Record::Kind::kKey ? 2 : 0,
-                       text.size() - (item.kind == Record::Kind::kKey ? 6 : 4));
+    return text.substr(key ? 2 : 0, text.size() - (key ? 6 : 4));
 }
 
 TEST(Rows, OfRegFiles) {
@@ -78,19 +74,19 @@ TEST(Rows, OfRegFiles) {
             continue;
         }
         const bool key = row.left[0] == '[';
-        const auto items = ItemsOf(fbr::ReadReg(header + (key ? "" : "[K]\n") + row.left + "\n"));
-        ASSERT_EQ(items.size(), key ? 1u : 2u);
-        EXPECT_EQ(items.back(), ItemIn(row));
+        const auto document = fbr::ReadReg(header + (key ? "" : "[K]\n") + row.left + "\n");
+        ASSERT_EQ(document.records.size(), key ? 1u : 2u);
+        EXPECT_EQ(LinesOf(document).back(), Wide((key ? "" : "K|") + row.right));
         if (row.sign == "==") {
-            EXPECT_EQ(Written(ItemIn(row)), row.left);
+            EXPECT_EQ(Written(document), row.left);
         }
     }
 }
 
 TEST(Rows, OfOldRegFiles) {
     for (const Row& row : RowsOf("regedit4.txt"))
-        EXPECT_EQ(ItemsOf(fbr::ReadReg("REGEDIT4\r\n[K]\r\n" + row.left + "\r\n")).at(1),
-                  ItemIn(row));
+        EXPECT_EQ(LinesOf(fbr::ReadReg("REGEDIT4\r\n[K]\r\n" + row.left + "\r\n")).at(1),
+                  Wide("K|" + row.right));
 }
 
 TEST(Rows, OfJsonLines) {
@@ -119,10 +115,7 @@ std::string Answer(const std::string& left) {
             words.back() += c;
     }
     try {
-        std::string hex;
-        for (const uint8_t byte : fbr::DataFromWords(type, verb == "bytes", words))
-            hex += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16]};
-        return hex;
+        return Hex(fbr::DataFromWords(type, verb == "bytes", words));
     } catch (const fbr::DataError&) {
         return "!!";
     }

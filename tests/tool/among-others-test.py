@@ -1,21 +1,24 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""usage: among-others-test.py FBR
+"""usage: among-others-test.py FBR EXAMPLE
 
 Runs the tool where it is not alone: with files, links and devices in the place of its output, with
-a store that somebody else has locked, and with Ctrl-C in the midst of its work.
+a store that somebody else has locked, with Ctrl-C in the midst of its work, and as the server of
+itself and of the example client of the remote protocol.
 """
 
 import os
 import resource
+import runpy
 import signal
 import stat
+import struct
 import subprocess
 import sys
 import tempfile
 import time
 
-fbr = os.path.abspath(sys.argv[1])
+fbr, example = map(os.path.abspath, sys.argv[1:3])
 # Not ignored, as it is in the background of a script, and so not by what is started here.
 signal.signal(signal.SIGINT, signal.default_int_handler)
 KEYS = 20000
@@ -196,9 +199,55 @@ def watching():
     assert (watch.returncode, out, err) == (-signal.SIGINT, b"", b""), (watch.returncode, out, err)
 
 
+def serve(folder):
+    # Says what it listens on, in a folder that is the user's alone.
+    server = subprocess.Popen([fbr, "serve", "name", "--root", folder], stderr=subprocess.PIPE,
+                              text=True)
+    socket = os.path.join(folder, "zrfs", "name")
+    line = server.stderr.readline()
+    assert line.startswith("fbr: listening on ") and line.split()[-1] == socket, line
+    assert os.stat(os.path.dirname(socket)).st_mode & 0o777 == 0o700
+    return server, socket
+
+
+def end(server, socket, how):
+    server.send_signal(how)
+    _, messages = server.communicate(timeout=20)
+    assert server.returncode == 0, server.returncode
+    assert messages.endswith("fbr: stopped, every store is closed\n"), messages
+    assert not os.path.exists(socket)
+
+
+def serving(folder):
+    os.environ["XDG_RUNTIME_DIR"] = folder
+    server, socket = serve(folder)
+    remote, demo = ["--method", "remote-container"], ["name|r.fbr", "Software\\Demo"]
+    run(*remote, "set", *demo, "Count", "dword", "42")
+    run(*remote, "set", *demo, "", "sz", "text")
+    assert run(*remote, "get", *demo, "Count") == b"42\n"
+    listed = subprocess.run([sys.executable, example, socket, "r.fbr"], capture_output=True)
+    assert listed.stdout == (b"(root)\n  FBRVersion type 4, 4 bytes\n  Software\n    Demo\n"
+                             b"      (Default) type 1, 10 bytes\n      Count type 4, 4 bytes\n"), listed
+    refused = subprocess.run([sys.executable, example, socket, "../r.fbr"], capture_output=True)
+    assert refused.returncode == 1 and b"status 2" in refused.stderr, refused
+    # The name is taken while the server lives.
+    run("serve", "name", status=1, err="fbr: ")
+    # A client that is connected does not keep the server from ending, nor the store open.
+    client = runpy.run_path(example)
+    idle = client["Store"](socket)
+    assert idle.ask(0, client["string"]("r.fbr") + struct.pack("<I", 4)) == (b"", 0)
+    assert idle.ask(8, struct.pack("<QI", 0, 1) + client["string"]("Volatile"))[1] == 0
+    end(server, socket, signal.SIGINT)
+    assert idle.socket.recv(1) == b""
+    assert b"Volatile" not in run("ls", "r.fbr")
+    assert run("get", "r.fbr", "Software\\Demo", "Count") == b"42\n"
+    end(*serve(folder), signal.SIGTERM)
+
+
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     watching()
+    serving(folder)
     text = ['{"key":"\\\\a%d","name":"n","type":3,"data":"%s"}\n' % (i, "01" * 20)
             for i in range(KEYS)]
     write("x.jsonl", "".join(text))
