@@ -6,7 +6,6 @@
 #include "tests/container/Shapes.h"
 #include "tests/support/EveryFailure.h"
 #include "tests/support/MemoryFiles.h"
-#include "tests/support/RecordingFile.h"
 
 namespace support::container {
 namespace {
@@ -193,15 +192,15 @@ TEST_P(Logs, AreReplayedAfterACrashInTheMiddle) {
     std::vector<std::pair<Bytes, Bytes>> moments;
     {
         lay(scene.file, scene.log);
-        RecordingFile recording;
+        const MemoryFiles::Recording recording(memory);
         EngineStore store;
         ASSERT_EQ(store.Open(file_), kOk);
         ASSERT_EQ(store.Close(), kOk);
         ASSERT_GT(recording.Changes().size(), 3u);
         for (size_t i = 0; i <= recording.Changes().size(); ++i)
             for (const size_t torn : {size_t{3}, size_t{100}, SIZE_MAX})
-                moments.emplace_back(recording.Image(Wide(file_), i, torn),
-                                     IsBeside() ? recording.Image(Wide(log_), i, torn) : Bytes());
+                moments.emplace_back(recording.Image(file_, i, torn),
+                                     IsBeside() ? recording.Image(log_, i, torn) : Bytes());
     }
     for (size_t i = 0; i < moments.size(); ++i) {
         SCOPED_TRACE("moment " + std::to_string(i));

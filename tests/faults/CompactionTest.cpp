@@ -9,7 +9,6 @@
 #include "tests/container/Shapes.h"
 #include "tests/support/EveryFailure.h"
 #include "tests/support/MemoryFiles.h"
-#include "tests/support/RecordingFile.h"
 
 namespace faults {
 namespace {
@@ -156,16 +155,15 @@ TEST_P(Compaction, ThatIsKilledLosesNothing) {
     const Content before = ContentOf(ReadSound().root);
     std::vector<Bytes> images;
     {
-        support::RecordingFile recording;
+        const support::MemoryFiles::Recording recording(memory_);
         EngineStore store;
         ASSERT_EQ(store.Open(path_), storage::kOk);
         ASSERT_EQ(storage::StorageCompact(store.Container(), nullptr), storage::kOk);
         ASSERT_EQ(store.Close(), storage::kOk);
-        const platform::WString path = dir_.File("c.dat");
         for (size_t i = 0; i < recording.Changes().size(); ++i)
             for (size_t at = 0; at <= recording.Changes()[i].bytes.size();
                  at += GetParam().pageSize)
-                images.push_back(recording.Image(path, i + 1, at));
+                images.push_back(recording.Image(path_, i + 1, at));
     }
     ASSERT_GT(images.size(), 20u);
     for (size_t i = 0; i < images.size(); i += 1 + images.size() / (8 * Rounds(6))) {

@@ -11,7 +11,6 @@
 #include "tests/container/Shapes.h"
 #include "tests/faults/Registry.h"
 #include "tests/support/MemoryFiles.h"
-#include "tests/support/RecordingFile.h"
 
 namespace faults {
 namespace {
@@ -28,11 +27,10 @@ class Recorded {
         const support::TempDir dir;
         const WString path = dir.File("run.fbr");
         support::MemoryFiles memory;
-        support::RecordingFile recording;
         auto store = std::make_unique<Store>(path);
         EXPECT_EQ(store->Lock(), FSSTATUS_SUCCESS);
-        recording.Restart();
-        start = recording.Image(path, 0);
+        const support::MemoryFiles::Recording recording(memory);
+        start = memory.Get(dir / "run.fbr");
         for (const Step& step : work) {
             Note(step, 0);
             faults::Apply(step, &model_);
@@ -132,11 +130,6 @@ class Judge {
     uint64_t lost_ = 0;
 };
 
-void Write(Bytes* image, uint64_t offset, const uint8_t* bytes, size_t count) {
-    if (image->size() < offset + count) image->resize(offset + count);
-    std::copy_n(bytes, count, image->data() + offset);
-}
-
 // Every `stride`th moment of the run. Within a transfer of pages, each page is a moment, and so
 // are some places in it.
 void CrashEverywhere(const Recorded& run, Judge* judge, uint32_t stride) {
@@ -144,8 +137,7 @@ void CrashEverywhere(const Recorded& run, Judge* judge, uint32_t stride) {
     uint32_t moment = 0;
     for (size_t i = 0; i < run.changes.size(); ++i) {
         const FileChange& change = run.changes[i];
-        if (change.kind == FileChange::Kind::Flush) continue;
-        if (change.kind == FileChange::Kind::Cut) {
+        if (change.cut) {
             image.resize(change.offset);
             judge->Crash(image, i + 1, false, false);
         }
@@ -154,10 +146,10 @@ void CrashEverywhere(const Recorded& run, Judge* judge, uint32_t stride) {
             for (const size_t torn : {size_t{3}, size_t{40}, size_t{kPageSize / 2}}) {
                 if (++moment % stride != 0) continue;
                 Bytes partial = image;
-                Write(&partial, change.offset + at, page, torn);
+                support::Overwrite(&partial, change.offset + at, page, torn);
                 judge->Crash(partial, i + 1, true, Get16(page, 0) == EntryPage);
             }
-            Write(&image, change.offset + at, page, kPageSize);
+            support::Overwrite(&image, change.offset + at, page, kPageSize);
             if (++moment % stride == 0) judge->Crash(image, i + 1, false, false);
             if (testing::Test::HasFatalFailure()) return;
         }

@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 
 #include "storage/core/Transaction.h"
 #include "storage/namespace/Operations.h"
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
+#include "tests/contract/ScriptText.h"
 #include "tests/support/EveryFailure.h"
 #include "tests/support/MemoryFiles.h"
 
@@ -40,139 +40,115 @@ Item Tree() {
               Directory(u"other", {File(u"v", Bytes(6, 'o'))})});
 }
 
-Status Write(Store& store, const std::u16string& path, uint64_t at,
-             const std::vector<Bytes>& pieces) {
-    EngineFile file(store, path);
-    Status status = file.Opened();
-    if (status != kOk) return status;
-    file.SeekFar(at);
-    for (const Bytes& piece : pieces)
-        if (status == kOk) status = file.Write(piece);
-    const Status closed = file.Close();
-    return status != kOk ? status : closed;
-}
-
-Status Resize(Store& store, const std::u16string& path, std::initializer_list<uint32_t> sizes) {
-    EngineFile file(store, path);
-    Status status = file.Opened();
-    if (status != kOk) return status;
-    for (const uint32_t size : sizes)
-        if (status == kOk) status = file.SetSize(size);
-    const Status closed = file.Close();
-    return status != kOk ? status : closed;
-}
-
-Status Look(Store& store, const std::u16string& path) {
+// A change, done or not; a status that is no failure is none.
+Status Do(Store& store, const std::string& line) {
+    const contract::Words words = contract::WordsOf(line);
+    const std::string verb = platform::ToUtf8(words[0]);
+    const std::u16string path = ToUnits(words[1].c_str()), last = ToUnits(words.back().c_str());
+    const auto number = [&](size_t i) {
+        return static_cast<uint32_t>(std::stoul(platform::ToUtf8(words[i])));
+    };
+    const auto data = [&](size_t i) { return contract::DataOf(platform::ToUtf8(words[i])); };
+    const auto unless = [](Status status, std::initializer_list<Status> fine) {
+        return std::count(fine.begin(), fine.end(), status) != 0 ? Status{kOk} : status;
+    };
     Bytes body;
-    return store.Get(path, &body);
+    if (verb == "make") return unless(store.MakeDirectory(path), {kExists});
+    if (verb == "put") return store.Put(path, data(2));
+    if (verb == "read") return store.Get(path, &body);
+    if (verb == "delete") return store.Delete(path);
+    if (verb == "move") return store.Move(path, last);
+    if (verb == "look") return store.Attributes(path);
+    if (verb == "compact") return StorageCompact(store, nullptr);
+    if (verb == "times") {
+        double created = 0;
+        return StorageGetFileTimes(store, words[1].c_str(), &created, nullptr, nullptr);
+    }
+    if (verb == "list") {
+        std::vector<std::pair<std::u16string, uint32_t>> entries;
+        const Status status = store.List(path, &entries);
+        return status == kOk && entries.size() != number(2) ? Status{kInternal} : status;
+    }
+    if (verb == "delete-with-files") {
+        store.Container()->containerLock.AssertAlone();
+        return unless(DeleteWithFilesAt(store, words[1].c_str()), {kNotPlain, kParentMissing});
+    }
+    if (verb == "put-whole") {
+        body = data(2);
+        const Status status = PutAt(store, WTEXT("\\to"), words[1],
+                                    {"head", 4, body.data(), static_cast<uint32_t>(body.size())});
+        // Who cannot do it in one step goes the long way, and is told the reason there.
+        return status == kNotPlain ? Status{kNoMemory} : status;
+    }
+    EngineFile file(store, path);
+    Status status = file.Opened();
+    if (status != kOk) return status;
+    if (verb == "write") file.SeekFar(number(2));
+    for (size_t i = verb == "write" ? 3 : 2; i < words.size() && status == kOk; ++i)
+        status = verb == "write" ? file.Write(data(i)) : file.SetSize(number(i));
+    const Status closed = file.Close();
+    return status != kOk ? status : closed;
 }
 
-Status Count(Store& store, const std::u16string& directory, size_t count) {
-    std::vector<std::pair<std::u16string, uint32_t>> entries;
-    const Status status = store.List(directory, &entries);
-    return status == kOk && entries.size() != count ? Status{kInternal} : status;
-}
-
-Status InABatch(Store& store, const std::function<Status()>& work) {
+// What stands in one line, with " & " between, is one change.
+Status InOne(Store& store, const std::string& line, bool batch) {
+    if (!batch) return Do(store, line);
     store.Container()->containerLock.AssertAlone();
     Status status = BeginBatch(store);
     if (status != kOk) return status;
-    status = work();
+    const std::string text = line + " & ";
+    for (size_t at = 0, end; status == kOk && (end = text.find(" & ", at)) != text.npos;
+         at = end + 3)
+        status = Do(store, text.substr(at, end - at));
     const Status ended = EndBatch(store, status == kOk);
     return status != kOk ? status : ended;
 }
 
-// Each step is one change, done or not; none begins after one that failed.
-Status PutInOneStep(Store& s, size_t bytes) {
-    const Bytes data(bytes, static_cast<uint8_t>(bytes));
-    return InABatch(s, [&] {
-        const Status status = PutAt(s, WTEXT("\\to"), WTEXT("put"),
-                                    {"head", 4, data.data(), static_cast<uint32_t>(data.size())});
-        // Who cannot do it in one step goes the long way, and is told the reason there.
-        return status == kNotPlain ? Status{kNoMemory} : status;
-    });
-}
-
 struct Operation {
     const char* name;
-    std::vector<std::function<Status(Store&)>> steps;
+    std::vector<const char*> steps;  // none begins after one that failed
     // A file that is written through a handle, which keeps what was written before the failure.
     std::u16string written{};
-    bool batch = false;  // wants to be alone
+    bool batch = false;  // each step is one change, and wants to be alone
 };
 
 const Operation kOperations[] = {
-    {"make a directory in a full page", {[](Store& s) { return s.MakeDirectory(u"\\dir\\new"); }}},
-    {"make one with a long name",
-     {[](Store& s) { return s.MakeDirectory(u"\\to\\" + std::u16string(600, u'l')); }}},
-    {"make one among names that share their beginning",
-     {[](Store& s) { return s.MakeDirectory(u"\\long\\" + kStem + u"bb"); }}},
-    {"make the first child of a file",
-     {[](Store& s) { return s.MakeDirectory(u"\\parent\\first"); }}},
-    {"make one below a link", {[](Store& s) { return s.MakeDirectory(u"\\link\\new"); }}},
-    {"make one that exists", {[](Store& s) {
-         const Status status = s.MakeDirectory(u"\\dir\\d1");
-         return status == kExists ? Status{kOk} : status;
-     }}},
+    {"make a directory in a full page", {"make \\dir\\new"}},
+    {"make one with a long name", {"make \\to\\<l*600>"}},
+    {"make one among names that share their beginning", {"make \\long\\<s*22>bb"}},
+    {"make the first child of a file", {"make \\parent\\first"}},
+    {"make one below a link", {"make \\link\\new"}},
+    {"make one that exists", {"make \\dir\\d1"}},
     {"create a file and write it in pieces",
-     {[](Store& s) { return s.Put(u"\\dir\\file", {}); },
-      [](Store& s) {
-          return Write(s, u"\\dir\\file", 0, {5, Pattern(900)});
-      }},
+     {"put \\dir\\file \"\"", "write \\dir\\file 0 'abcde *900"},
      u"\\dir\\file"},
-    {"replace a file",
-     {[](Store& s) { return s.Put(u"\\files\\f2", Pattern(3000, 2)); }},
-     u"\\files\\f2"},
+    {"replace a file", {"put \\files\\f2 *3000"}, u"\\files\\f2"},
     {"overwrite, and on past a second index page",
-     {[](Store& s) { return Write(s, u"\\pages", 600, {Bytes(700, 1)}); },
-      [](Store& s) {
-          return Write(s, u"\\pages", 224 * 80, {{1, 2, 3}});
-      }},
+     {"write \\pages 600 *700", "write \\pages 17920 'abc"},
      u"\\pages"},
-    {"shorten",
-     {[](Store& s) {
-         return Resize(s, u"\\pages", {58 * 224 + 1, 20 * 224, 6 * 224});
-     }},
-     u"\\pages"},
+    {"shorten", {"cut \\pages 12993 4480 1344"}, u"\\pages"},
     {"put a small file in one step, a larger one in its place, and one larger still",
-     {[](Store& s) { return PutInOneStep(s, 4); }, [](Store& s) { return PutInOneStep(s, 1500); },
-      [](Store& s) { return PutInOneStep(s, 2000); }},
+     {"put-whole put *4", "put-whole put *1500", "put-whole put *2000"},
      u"",
      true},
-    {"delete a directory with its files", {[](Store& s) {
-         s.Container()->containerLock.AssertAlone();
-         const Status status = DeleteWithFilesAt(s, WTEXT("\\files"));
-         return status == kNotPlain || status == kParentMissing ? Status{kOk} : status;
-     }}},
-    {"change two things at once",
-     {[](Store& s) {
-         return InABatch(s, [&] {
-             const Status status = s.Put(u"\\to\\one", Bytes(700, 1));
-             return status == kOk ? s.Move(u"\\to\\x", u"\\dir\\x") : status;
-         });
-     }},
-     u"",
-     true},
-    {"open a directory as a file", {[](Store& s) { return Write(s, u"\\dir\\d1", 0, {}); }}},
-    {"read", {[](Store& s) { return Look(s, u"\\pages"); }}},
-    {"read through a link", {[](Store& s) { return Look(s, u"\\link\\small"); }}},
-    {"delete a small file", {[](Store& s) { return s.Delete(u"\\dir\\small"); }}},
-    {"delete a big file", {[](Store& s) { return s.Delete(u"\\dir\\big"); }}},
-    {"delete a long name", {[](Store& s) { return s.Delete(u"\\dir\\" + kLong); }}},
-    {"delete a directory", {[](Store& s) { return s.Delete(u"\\dir\\d2"); }}},
-    {"rename to a long name",
-     {[](Store& s) { return s.Move(u"\\dir\\small", u"\\dir\\" + std::u16string(400, u'r')); }}},
-    {"rename to a short name", {[](Store& s) { return s.Move(u"\\dir\\" + kLong, u"\\dir\\r"); }}},
-    {"rename a directory", {[](Store& s) { return s.Move(u"\\dir", u"\\DIR"); }}},
-    {"move a file", {[](Store& s) { return s.Move(u"\\dir\\" + kLong, u"\\to\\y"); }}},
-    {"move a directory", {[](Store& s) { return s.Move(u"\\dir", u"\\to\\dir"); }}},
-    {"look in an older directory", {[](Store& s) { return s.Attributes(u"\\old\\in"); }}},
-    {"search with long names", {[](Store& s) { return Count(s, u"\\long", 3); }}},
-    {"ask for the times", {[](Store& s) {
-         double created = 0;
-         return StorageGetFileTimes(s, WTEXT("\\dir\\big"), &created, nullptr, nullptr);
-     }}},
-    {"compact", {[](Store& s) { return StorageCompact(s, nullptr); }}},
+    {"delete a directory with its files", {"delete-with-files \\files"}},
+    {"change two things at once", {"put \\to\\one *700 & move \\to\\x \\dir\\x"}, u"", true},
+    {"open a directory as a file", {"write \\dir\\d1 0"}},
+    {"read", {"read \\pages"}},
+    {"read through a link", {"read \\link\\small"}},
+    {"delete a small file", {"delete \\dir\\small"}},
+    {"delete a big file", {"delete \\dir\\big"}},
+    {"delete a long name", {"delete \\dir\\<n*300>"}},
+    {"delete a directory", {"delete \\dir\\d2"}},
+    {"rename to a long name", {"move \\dir\\small \\dir\\<r*400>"}},
+    {"rename to a short name", {"move \\dir\\<n*300> \\dir\\r"}},
+    {"rename a directory", {"move \\dir \\DIR"}},
+    {"move a file", {"move \\dir\\<n*300> \\to\\y"}},
+    {"move a directory", {"move \\dir \\to\\dir"}},
+    {"look in an older directory", {"look \\old\\in"}},
+    {"search with long names", {"list \\long 3"}},
+    {"ask for the times", {"times \\dir\\big"}},
+    {"compact", {"compact \\"}},
 };
 
 // Handles and a search on what an operation may fail on.
@@ -219,8 +195,8 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
     // As far as the operation comes; the first failure.
     static Status Do(const Operation& operation, Store& store) {
         Status status = kOk;
-        for (const auto& step : operation.steps)
-            if (status == kOk) status = step(store);
+        for (const char* step : operation.steps)
+            if (status == kOk) status = InOne(store, step, operation.batch);
         return status;
     }
     Content OnDisk() { return ContentOf(ReadContainer(memory_.Get(path_)).root); }
@@ -228,10 +204,10 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
     std::vector<Content> States(const Operation& operation) {
         memory_.Put(path_, file_);
         std::vector<Content> states = {OnDisk()};
-        for (const auto& step : operation.steps) {
+        for (const char* step : operation.steps) {
             Store store;
             EXPECT_EQ(store.Open(path_), kOk);
-            EXPECT_EQ(step(store), kOk) << operation.name;
+            EXPECT_EQ(InOne(store, step, operation.batch), kOk) << operation.name;
             EXPECT_EQ(store.Close(), kOk);
             states.push_back(OnDisk());
         }

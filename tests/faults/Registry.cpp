@@ -88,6 +88,17 @@ bool IsMakingOnTheWay(Key before, const Step& step, const Key& found) {
     return false;
 }
 
+// A value makes room for the last key of a path, and not for one on the way to it.
+bool IsInTheWay(const Key& root, const std::vector<std::u16string>& path) {
+    const Key* key = &root;
+    for (size_t i = 0; i + 1 < path.size(); ++i) {
+        const auto below = key->keys.find(path[i]);
+        if (below == key->keys.end()) return key->values.count(path[i]) != 0;
+        key = &below->second;
+    }
+    return false;
+}
+
 std::string Told(const Path& path) {
     return platform::ToUtf8(Joined(path));
 }
@@ -162,6 +173,29 @@ Step RandomStep(std::mt19937* random, const Key& root) {
         step.kind = Step::Kind::Compact;
     }
     return step;
+}
+
+Step Steps::Next() {
+    for (;;) {
+        Step step = RandomStep(&random_, content_);
+        const uint32_t roll = static_cast<uint32_t>(random_() % 16);
+        const bool ofValue = step.kind == Step::Kind::Set || step.kind == Step::Kind::DeleteValue;
+        // Values that bear the names of keys beside them.
+        if (ofValue && roll < 5) step.name = Numbered(u"k", roll);
+        if (step.kind == Step::Kind::Set && roll % 4 == 1) {
+            step.value.data.resize(random_() % 12001);
+            std::generate(step.value.data.begin(), step.value.data.end(),
+                          [&] { return static_cast<uint8_t>(random_()); });
+        }
+        if (IsInTheWay(content_, step.path)) continue;
+        if (Apply(step, &content_)) return step;
+    }
+}
+
+uint64_t StepsDone(const std::string& progress) {
+    std::error_code missing;
+    const auto size = std::filesystem::file_size(progress, missing);
+    return missing ? 0 : size;
 }
 
 Values Flatten(const Key& key) {

@@ -38,6 +38,23 @@ FBR_STATUS Apply(const Step& step, Store* store);
 // A step like those that a program makes, repeatable by the state of `random`.
 Step RandomStep(std::mt19937* random, const Key& root);
 
+// The steps of one seed. They depend on the content that they begin with, so that who knows both
+// knows them all.
+class Steps {
+  public:
+    Steps(uint32_t seed, const Key& start) : random_(seed), content_(start) {}
+    // The next step, which has been done on the content then.
+    Step Next();
+    const Key& Content() const { return content_; }
+
+  private:
+    std::mt19937 random_;
+    Key content_;
+};
+
+// How many steps somebody has done who writes a byte for each into a file.
+uint64_t StepsDone(const std::string& progress);
+
 // Every value of a key and below it, by its path, the name last.
 using Path = std::vector<std::u16string>;
 using Values = std::map<Path, Value>;

@@ -3,8 +3,9 @@
 #include <cstdlib>
 
 #include "server/PathGuard.h"
+#include "tests/faults/Registry.h"
 #include "tests/remote/RunningServer.h"
-#include "tests/sharing/Victim.h"
+#include "tests/support/ChildProcess.h"
 
 namespace remote_test {
 namespace {
@@ -22,8 +23,8 @@ std::string NameOf(int client) {
     return "client" + std::to_string(client);
 }
 
-sharing::Steps StepsOf(int client) {
-    return sharing::Steps(static_cast<uint32_t>(client) + 1, {});
+faults::Steps StepsOf(int client) {
+    return faults::Steps(static_cast<uint32_t>(client) + 1, {});
 }
 
 // Its steps in a key of its own; `done` is told of each one that was answered.
@@ -31,7 +32,7 @@ template <class Done>
 void RunClient(const WString& path, int client, int operations, Done done) {
     support::Store store(path, static_cast<FBR_METHOD>(server::kMethodRemoteContainer));
     const std::string name = NameOf(client);
-    sharing::Steps steps = StepsOf(client);
+    faults::Steps steps = StepsOf(client);
     for (int i = 0; i < operations && store.handle != nullptr; ++i) {
         Step step = steps.Next();
         step.path.insert(step.path.begin(), std::u16string(name.begin(), name.end()));
@@ -56,7 +57,7 @@ TEST(ManyClients, LoseNothingThoughATenthOfThemIsKilled) {
     const int victims = (clients + 9) / 10;
     const support::TempDir dir;
     const auto answered = [&](int client) {
-        return static_cast<int>(sharing::StepsDone((dir / NameOf(client)).string()));
+        return static_cast<int>(faults::StepsDone((dir / NameOf(client)).string()));
     };
     {
         const RunningServer server;
@@ -85,7 +86,7 @@ TEST(ManyClients, LoseNothingThoughATenthOfThemIsKilled) {
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     for (int client = 0; client < clients; ++client) {
         SCOPED_TRACE(client);
-        sharing::Steps steps = StepsOf(client);
+        faults::Steps steps = StepsOf(client);
         for (int i = client < victims ? answered(client) : operations; i > 0; --i) steps.Next();
         const support::container::Key before = steps.Content();
         support::container::Key found;
@@ -93,7 +94,7 @@ TEST(ManyClients, LoseNothingThoughATenthOfThemIsKilled) {
                   FSSTATUS_SUCCESS);
         // The operation in which it was killed had been done, or was half done.
         if (client < victims) {
-            EXPECT_EQ(sharing::JudgeCut(before, steps.Next(), found), "");
+            EXPECT_EQ(faults::JudgeCut(before, steps.Next(), found), "");
         } else {
             EXPECT_TRUE(found == before);
         }

@@ -2,26 +2,32 @@
 #include "tests/sharing/Driver.h"
 
 #include <cstdlib>
-#include <map>
 #include <sstream>
 
 namespace sharing {
 namespace {
 
-std::map<std::string, Role::Body>& Roles() {
-    static std::map<std::string, Role::Body> roles;
-    return roles;
+// The role's words: the file for its report, and what it is told.
+int Report(Role::Body body, const Words& words) {
+    Tally tally;
+    try {
+        body(Words(words.begin() + 1, words.end()), &tally);
+    } catch (const std::exception& error) {
+        tally.Wrong(std::string("exception: ") + error.what());
+    }
+    std::ofstream(words[0]) << tally.Line() << '\n';
+    return tally.Good() ? 0 : 1;
 }
 
-const support::ChildRole kRole("sharing", PlayRole);
-
 Words With(Words first, const Words& rest) {
-    if (first[0].empty()) first.erase(first.begin());
     first.insert(first.end(), rest.begin(), rest.end());
     return first;
 }
 
 }  // namespace
+
+Role::Role(const char* name, Body body)
+    : ChildRole(name, [body](const Words& words) { return Report(body, words); }) {}
 
 bool LongForm() {
     return std::getenv("ZRFS_LONG_TESTS") != nullptr;
@@ -77,27 +83,14 @@ void Tally::Add(const Tally& other) {
     wrong += other.wrong;
 }
 
-Role::Role(const char* name, Body body) {
-    Roles().emplace(name, body);
-}
-
-int PlayRole(const Words& arguments) {
-    Tally tally;
-    try {
-        Roles().at(arguments[1])(Words(arguments.begin() + 2, arguments.end()), &tally);
-    } catch (const std::exception& error) {
-        tally.Wrong(std::string("exception: ") + error.what());
-    }
-    std::ofstream(arguments[0]) << tally.Line() << '\n';
-    return tally.Good() ? 0 : 1;
-}
-
 Player::Player(const std::string& role, const Words& words, const std::filesystem::path& report,
                const std::string& user)
     : name_(role),
       report_(report),
-      process_(user.empty() ? "sharing" : "sharing-as",
-               With({user, report.string(), role}, words)) {}
+      process_(
+          user.empty() ? role : "as",
+          With(user.empty() ? Words{report.string()} : Words{user, role, report.string()}, words)) {
+}
 
 std::optional<Tally> Player::Finish() {
     if (!ended_) process_.Wait();

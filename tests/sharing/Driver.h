@@ -42,13 +42,10 @@ struct Tally {
 };
 
 // A role, to be defined at namespace scope: what it is told is what Troupe::Start was given.
-class Role {
-  public:
+struct Role : support::ChildRole {
     using Body = void (*)(const Words& words, Tally* tally);
     Role(const char* name, Body body);
 };
-// Plays one: the file for its report, its name, and what it is told.
-int PlayRole(const Words& arguments);
 
 class Player {
   public:

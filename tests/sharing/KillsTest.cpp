@@ -1,12 +1,32 @@
 // SPDX-License-Identifier: MIT
 // Processes that are killed at any moment of a change. Nobody repairs anything: the next one takes
 // the lock and finds every value as it was before the change or after it.
-#include "tests/sharing/Victim.h"
+#include "tests/faults/Registry.h"
+#include "tests/sharing/Content.h"
 
 namespace sharing {
 namespace {
 
+using faults::StepsDone;
+
 constexpr int64_t kGoodTime = 5000;
+
+// STORE PROGRESS SEED LOCKING: takes the steps of a seed until it is killed or one fails, with a
+// byte in a file for each that was done; under one lock, or with a lock for each.
+const Role kVictim("victim", [](const Words& words, Tally* tally) {
+    Store store(words[0]);
+    Key start;
+    if (!tally->Went(store.Lock(), "lock") || !tally->Went(ReadAll(store.handle, &start), "walk"))
+        return;
+    faults::Steps steps(static_cast<uint32_t>(std::stoul(words[2])), start);
+    std::ofstream progress(words[1], std::ios::binary);
+    for (const bool often = words[3] == "often";;) {
+        if (often && !tally->Went(store.Unlock(), "release")) return;
+        if (often && !tally->Went(store.Lock(), "lock")) return;
+        if (!tally->Did(Apply(steps.Next(), &store), "step")) return;
+        progress.put('.').flush();
+    }
+});
 
 class Kills : public testing::Test {
   protected:
@@ -34,12 +54,13 @@ class Kills : public testing::Test {
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
         victim->Kill();
         const uint64_t done = StepsDone(progress);
-        Steps steps(seed, *content);
+        faults::Steps steps(seed, *content);
         for (uint64_t i = 0; i < done; ++i) steps.Next();
         const Key before = steps.Content();
         Key found;
         ASSERT_NO_FATAL_FAILURE(Take(&found));
-        ASSERT_EQ(JudgeCut(before, steps.Next(), found), "") << "after " << done << " steps";
+        ASSERT_EQ(faults::JudgeCut(before, steps.Next(), found), "")
+            << "after " << done << " steps";
         *content = found;
     }
 

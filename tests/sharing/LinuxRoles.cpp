@@ -7,16 +7,17 @@
 
 #include <csignal>
 
-#include "tests/sharing/Victim.h"
+#include "tests/faults/Registry.h"
+#include "tests/sharing/Content.h"
 
 namespace sharing {
 namespace {
 
-// USER ...: plays a role as another user.
-const support::ChildRole kAs("sharing-as", [](const Words& arguments) {
+// USER ROLE ...: plays a role as another user.
+const support::ChildRole kAs("as", [](const Words& arguments) {
     const auto user = static_cast<uid_t>(std::stoul(arguments[0]));
     if (setgid(user) != 0 || setuid(user) != 0) return 2;
-    return PlayRole(Words(arguments.begin() + 1, arguments.end()));
+    return support::ChildRole::Play(Words(arguments.begin() + 1, arguments.end()));
 });
 
 // READY FILE: keeps what locks it can on a file that it may only read.
@@ -59,7 +60,7 @@ void LimitFiles(uint64_t bytes) {
 // Does steps until `failures` of them fail, each of which must leave the content before it.
 void StepUntilFull(Store* store, uint32_t seed, int failures, Key* content, Tally* tally) {
     while (failures > 0 && tally->Good()) {
-        Steps steps(++seed, *content);
+        faults::Steps steps(++seed, *content);
         const faults::Step step = steps.Next();
         if (Apply(step, store) == FSSTATUS_SUCCESS) {
             *content = steps.Content();
@@ -69,7 +70,7 @@ void StepUntilFull(Store* store, uint32_t seed, int failures, Key* content, Tall
         --failures;
         Key found;
         if (!tally->Went(ReadAll(store->handle, &found), "walk after a failure")) return;
-        const std::string wrong = JudgeCut(*content, step, found);
+        const std::string wrong = faults::JudgeCut(*content, step, found);
         if (!wrong.empty()) tally->Wrong("after a failure: " + wrong);
         if (found == steps.Content() && found != *content) tally->Wrong("a failure was done");
         *content = found;

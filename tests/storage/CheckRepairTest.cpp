@@ -10,7 +10,6 @@
 #include "tests/support/EveryFailure.h"
 #include "tests/support/MemoryFiles.h"
 #include "tests/support/ReadOnlyScope.h"
-#include "tests/support/RecordingFile.h"
 
 namespace {
 
@@ -357,10 +356,10 @@ TEST(CheckRepair, AKilledRepairIsFinishedByTheNext) {
         Patient patient(builder.Finish());
         std::vector<Bytes> images;
         {
-            support::RecordingFile recording;
+            const support::MemoryFiles::Recording recording(patient.Files());
             EXPECT_EQ(patient.Repair().status, 0);
             for (size_t i = 0; i <= recording.Changes().size(); ++i)
-                images.push_back(recording.Image(support::Wide(patient.Path()), i));
+                images.push_back(recording.Image(patient.Path(), i));
         }
         EXPECT_GT(images.size(), 20u);
         for (size_t i = 0; i < images.size() && !testing::Test::HasFailure(); ++i) {

@@ -2,12 +2,14 @@
 // What a container is to hold, in plain memory: a tree of names, bodies and who is at them.
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "tests/container/EngineStore.h"
+#include "tests/container/Shapes.h"
 
 namespace storage_model {
 
@@ -84,6 +86,43 @@ struct Node {
         }
     }
 };
+
+// A name in a directory, and what has it.
+struct Place {
+    Place(Node* in, std::u16string called)
+        : parent(in),
+          name(std::move(called)),
+          path(in->Path() + u"\\" + name),
+          node(in->Child(name)) {}
+    Node* Filled(bool directory) const {
+        return node != nullptr ? node : parent->Add(name, directory);
+    }
+    Node* parent;
+    std::u16string name, path;
+    Node* node;
+};
+inline std::u16string WayTo(const Node* node) {
+    return node->parent == nullptr ? u"\\" : node->Path();
+}
+
+// Mostly short; around the 22 units of an entry, and the name pages behind it.
+inline std::u16string AnyName(uint32_t payload, uint32_t number) {
+    std::u16string name(1, static_cast<char16_t>((number % 3 == 0 ? u'A' : u'a') + number % 7));
+    const uint32_t lengths[] = {0, 0, 0, 0, 0, 20, 21, 22, 21 + payload / 2, 250};
+    name.insert(0, std::min(lengths[number / 7 % std::size(lengths)], 1000u), u'n');
+    if (number % 11 == 0) std::reverse(name.begin(), name.end());
+    return name;
+}
+// Sizes around those at which a stream is kept otherwise.
+inline Bytes AnyBody(uint32_t payload, uint32_t number) {
+    const uint32_t some = number / 16;
+    const uint32_t fixed[] = {0, 1, 31, 33, payload - some % 140, payload, payload + 1};
+    const uint32_t below[] = {200, payload * 4, payload * 18, payload * 40};
+    const uint32_t size =
+        number % 11 < 7 ? fixed[number % 11] : some % std::min(below[number % 11 - 7], 300000u);
+    return some % 3 == 0 ? support::container::Runs(size)
+                         : support::container::Pattern(size, number);
+}
 
 // "" when what was found by other eyes is the tree of `node`.
 inline std::string Difference(const Node& node, const Item& found) {

@@ -24,17 +24,8 @@ using namespace support::container;
 // The numbers say which object, name, place and length; they mean something in any state, so that
 // a run is one with any of its steps left out.
 struct Step {
-    enum Kind : uint32_t {
-        // clang-format off
-        kPut, kPutWhole, kMake, kDelete, kDeleteWithFiles, kMove, kOpen, kSeek, kRead, kWrite,
-        kSetSize, kCloseHandle, kSearch, kNext, kLook, kCheck, kBatch, kEndBatch, kCompact, kReopen,
-        kKinds
-        // clang-format on
-    };
-    Kind kind;
-    uint32_t a, b, c;
+    uint32_t kind, a, b, c;
 };
-constexpr uint32_t kOften[] = {6, 3, 3, 5, 1, 5, 5, 6, 8, 12, 2, 3, 2, 5, 4, 1, 1, 4, 1, 1};
 
 struct Setup {
     uint32_t pageSize;
@@ -64,10 +55,26 @@ class Run {
     std::string Do(const std::vector<Step>& steps) {
         for (size_t i = 0; i < steps.size() && wrong_.empty(); ++i) {
             step_ = steps[i];
-            Dispatch();
+            (this->*Kinds()[step_.kind].what)();
         }
         if (wrong_.empty()) Reopen();
         return wrong_.empty() ? "" : wrong_ + story_;
+    }
+
+    struct Kind {
+        void (Run::*what)();
+        uint32_t often;
+    };
+    static const std::vector<Kind>& Kinds() {
+        static const std::vector<Kind> kinds = {
+            {&Run::Put, 6},       {&Run::PutWhole, 3}, {&Run::Make, 3},
+            {&Run::Delete, 5},    {&Run::Move, 5},     {&Run::DeleteWithFiles, 1},
+            {&Run::Open, 5},      {&Run::Seek, 6},     {&Run::Read, 8},
+            {&Run::Write, 12},    {&Run::SetSize, 2},  {&Run::CloseHandle, 3},
+            {&Run::FindFirst, 2}, {&Run::FindNext, 5}, {&Run::Look, 4},
+            {&Run::Check, 1},     {&Run::Batch, 1},    {&Run::FinishBatch, 4},
+            {&Run::Compact, 1},   {&Run::Reopen, 1}};
+        return kinds;
     }
 
   private:
@@ -81,32 +88,8 @@ class Run {
         StorageSearchStruct record{};
         Node* directory;
         size_t position;
-        const Node* next;  // nobody's to look at
-        std::u16string nextName;
+        std::optional<std::u16string> next;  // its folded name
     };
-
-    void Dispatch() {
-        // clang-format off
-        switch (step_.kind) {
-            case Step::kPut: return Put();
-            case Step::kPutWhole: return PutWhole();
-            case Step::kMake: return Make();
-            case Step::kDelete: return Delete();
-            case Step::kDeleteWithFiles: return DeleteWithFiles();
-            case Step::kMove: return Move();
-            case Step::kOpen: return Open();
-            case Step::kSearch: return FindFirst();
-            case Step::kNext: return FindNext();
-            case Step::kLook: return Look();
-            case Step::kCheck: return Check();
-            case Step::kBatch: return Batch();
-            case Step::kEndBatch: return EndBatch(step_.a % 2 != 0);
-            case Step::kCompact: return Compact();
-            case Step::kReopen: return Reopen();
-            default: return UseHandle();
-        }
-        // clang-format on
-    }
 
     template <class A, class B>
     bool Expect(const std::string& what, const A& is, const B& shouldBe) {
@@ -121,19 +104,18 @@ class Run {
     // A handle that writes keeps the pages of its object to itself: who needs one of them, on the
     // way through a directory, for the times of an entry, or when entries that stood in a record
     // move to a page, is told so and has changed nothing.
-    bool IsKeptOut(Status status) const {
-        const bool any = step_.kind == Step::kSearch || step_.kind == Step::kNext ||
-                         step_.kind == Step::kLook;  // for what may be no directory any more
+    bool IsKeptOut(Status status, bool byAnyHandle = false) const {
         return status == kSharing &&
-               std::any_of(handles_.begin(), handles_.end(), [any](const Handle& handle) {
+               std::any_of(handles_.begin(), handles_.end(), [&](const Handle& handle) {
                    const Node* node = handle.node;
-                   return any ||
+                   return byAnyHandle ||
                           (handle.write && (node->directory || !node->children.empty() ||
                                             (node->parent != nullptr && node->parent->inlined)));
                });
     }
-    bool Done(const std::string& what, Status status, Status shouldBe) {
-        return Expect(what, status, IsKeptOut(status) ? status : shouldBe) && status == kOk;
+    bool Done(const std::string& what, Status status, Status shouldBe, bool byAnyHandle = false) {
+        const bool keptOut = IsKeptOut(status, byAnyHandle);
+        return Expect(what, status, keptOut ? status : shouldBe) && status == kOk;
     }
     uint32_t Payload() const { return setup_.pageSize - 32; }
 
@@ -144,81 +126,48 @@ class Run {
         if (!linkToo) std::erase_if(nodes, [](const Node* node) { return node->link; });
         return nodes[number % nodes.size()];
     }
-    // Mostly short; around the 22 units of an entry, and the name pages behind it.
-    std::u16string Name(uint32_t number) const {
-        std::u16string name(1, static_cast<char16_t>((number % 3 == 0 ? u'A' : u'a') + number % 7));
-        const uint32_t lengths[] = {0, 0, 0, 0, 0, 20, 21, 22, 21 + Payload() / 2, 250};
-        name.insert(0, std::min(lengths[number / 7 % std::size(lengths)], 1000u), u'n');
-        if (number % 11 == 0) std::reverse(name.begin(), name.end());
-        return name;
-    }
     Node* Parent(uint32_t number) {
         Node* parent = Any(number);
         const std::u16string path = parent->Path();
         return std::count(path.begin(), path.end(), u'\\') > 5 ? root_.get() : parent;
     }
-    Bytes Body(uint32_t number) const {
-        const uint32_t payload = Payload(), some = number / 16;
-        const uint32_t sizes[] = {0,
-                                  1,
-                                  31,
-                                  33,
-                                  some % 200,
-                                  payload - some % 140,
-                                  payload,
-                                  payload + 1,
-                                  some % (payload * 4),
-                                  payload * (7 + some % 11),
-                                  some % (payload * 40)};
-        const uint32_t size = std::min(sizes[number % std::size(sizes)], 300000u);
-        return some % 3 == 0 ? Runs(size) : Pattern(size, number);
-    }
     // What an operation that wants to read and write says.
     static Status Sharing(const Node* node, bool write) {
         return node->denyRead > 0 || (write && node->denyWrite > 0) ? kSharing : kOk;
     }
-    void PullBack(const Node* node, uint64_t size) {
-        for (Handle& handle : handles_)
-            if (handle.node == node) handle.position = std::min(handle.position, size);
-    }
-
     void Put() {
-        Node* parent = Parent(step_.a);
-        const std::u16string name = Name(step_.b), path = parent->Path() + u"\\" + name;
-        Node* node = parent->Child(name);
-        const Bytes body = Body(step_.c);
+        const Place place(Parent(step_.a), AnyName(Payload(), step_.b));
+        const Node* node = place.node;
+        const Bytes body = AnyBody(Payload(), step_.c);
         if (node != nullptr && node->link) return;
         const Status expected = node == nullptr   ? kOk
                                 : node->directory ? Status{kExists}
                                                   : Sharing(node, true);
-        if (!Done("put " + Narrow(path), store_.Put(path, body), expected)) return;
-        if (node == nullptr) node = parent->Add(name, false);
-        node->body = body;
+        if (Done("put " + Narrow(place.path), store_.Put(place.path, body), expected))
+            place.Filled(false)->body = body;
     }
     // In one step, where nobody is at the file and it is not too large for that.
     void PutWhole() {
-        Node* parent = Parent(step_.a);
-        const std::u16string name = Name(step_.b);
-        Node* node = parent->Child(name);
-        Bytes body = Body(step_.c);
+        const Place place(Parent(step_.a), AnyName(Payload(), step_.b));
+        const Node* node = place.node;
+        Bytes body = AnyBody(Payload(), step_.c);
         body.resize(std::min<size_t>(body.size(), 900));
         const Status status =
-            PutAt(store_, ToWide(u"\\" + parent->Path().substr(parent->parent != nullptr)).c_str(),
-                  ToWide(name), {body.data(), 0, body.data(), static_cast<uint32_t>(body.size())});
+            PutAt(store_, ToWide(WayTo(place.parent)).c_str(), ToWide(place.name),
+                  {body.data(), 0, body.data(), static_cast<uint32_t>(body.size())});
         const bool taken = node != nullptr && (node->directory || node->link);
-        if (status == kNotPlain || !Done("put " + Narrow(name), status, taken ? kExists : kOk))
+        if (status == kNotPlain ||
+            !Done("put " + Narrow(place.path), status, taken ? kExists : kOk))
             return;
-        if (node == nullptr) node = parent->Add(name, false);
-        Expect("users of what was put", node->users, 0);
-        node->body = body;
+        Node* filled = place.Filled(false);
+        Expect("users of what was put", filled->users, 0);
+        filled->body = body;
     }
     void Make() {
-        Node* parent = Parent(step_.a);
-        const std::u16string name = Name(step_.b);
-        const bool there = parent->Child(name) != nullptr;
-        if (Done("make " + Narrow(name), store_.MakeDirectory(parent->Path() + u"\\" + name),
-                 there ? kExists : kOk))
-            parent->Add(name, true);
+        const Place place(Parent(step_.a), AnyName(Payload(), step_.b));
+        if (Done("make " + Narrow(place.path), store_.MakeDirectory(place.path),
+                 place.node != nullptr ? kExists : kOk))
+            place.Filled(true);
     }
     void Gone(Node* node) {
         past_[turn_++ % std::size(past_)] = node->Path();
@@ -230,8 +179,7 @@ class Run {
                                 : node->directory && !node->children.empty() ? kNotEmpty
                                 : node->AllUsers() != 0                      ? kSharing
                                                                              : kOk;
-        const std::u16string path = node->parent == nullptr ? u"\\" : node->Path();
-        if (Done("delete " + Narrow(path), store_.Delete(path), expected)) Gone(node);
+        if (Done("delete " + Narrow(WayTo(node)), store_.Delete(WayTo(node)), expected)) Gone(node);
     }
     void DeleteWithFiles() {
         Node* node = Any(step_.a);
@@ -247,23 +195,20 @@ class Run {
     }
     void Move() {
         Node* node = Any(step_.a, true);
-        Node* parent = Parent(step_.b);
-        const std::u16string name = step_.c % 4 == 0 ? node->name : Name(step_.c);
         if (node->parent == nullptr) return;
-        const std::u16string from = node->Path(), to = parent->Path() + u"\\" + name;
-        const Node* there = parent->Child(name);
-        Status expected = kOk;
-        if (parent->IsBelow(node))
-            expected = kInvalid;
-        else if (there != nullptr && (there != node || from == to))
-            expected = kExists;
-        if (!Done("move " + Narrow(from) + " to " + Narrow(to), store_.Move(from, to), expected))
+        const std::u16string from = node->Path();
+        const Place to(Parent(step_.b),
+                       step_.c % 4 == 0 ? node->name : AnyName(Payload(), step_.c));
+        const bool taken = to.node != nullptr && (to.node != node || from == to.path);
+        const Status expected = to.parent->IsBelow(node) ? kInvalid : taken ? kExists : kOk;
+        if (!Done("move " + Narrow(from) + " to " + Narrow(to.path), store_.Move(from, to.path),
+                  expected))
             return;
         past_[turn_++ % std::size(past_)] = from;
-        auto taken = node->Take();
-        taken->name = name;
-        taken->parent = parent;
-        parent->children[Folded(name)] = std::move(taken);
+        auto moved = node->Take();
+        moved->name = to.name;
+        moved->parent = to.parent;
+        to.parent->children[Folded(to.name)] = std::move(moved);
     }
 
     void Open() {
@@ -271,10 +216,8 @@ class Run {
         if (handles_.size() > 4 || batch_ != nullptr) return;
         const bool write = step_.b % 3 != 0, denyRead = step_.b % 13 == 1,
                    denyWrite = step_.b % 11 == 1;
-        Handle handle{
-            std::make_unique<EngineFile>(store_, node->parent == nullptr ? u"\\" : node->Path(),
-                                         write, denyRead, denyWrite),
-            node, write, denyRead, denyWrite};
+        Handle handle{std::make_unique<EngineFile>(store_, WayTo(node), write, denyRead, denyWrite),
+                      node, write, denyRead, denyWrite};
         const Status expected = Sharing(node, write);
         if (!Done("open " + Narrow(node->Path()) + (write ? " to write" : ""),
                   handle.file->Opened(), expected))
@@ -284,29 +227,22 @@ class Run {
         node->denyWrite += denyWrite;
         handles_.push_back(std::move(handle));
     }
-    void UseHandle() {
+    // One of the open ones, if there is any.
+    Handle* Chosen() { return handles_.empty() ? nullptr : &handles_[step_.a % handles_.size()]; }
+    void Seek() {
+        Handle* handle = Chosen();
+        if (handle == nullptr) return;
+        // A gap of many large pages would make the test slow and say no more.
+        const uint64_t size = handle->node->body.size();
+        const uint64_t places[] = {size, step_.c % (size + 1), step_.c % (size * 2 + 2),
+                                   step_.c % (size + setup_.pageSize)};
+        handle->position = std::min<uint64_t>(places[step_.b % 4], 60 * uint64_t{Payload()});
+        handle->file->SeekFar(handle->position);
+    }
+    void CloseHandle() {
         if (handles_.empty()) return;
-        Handle& handle = handles_[step_.a % handles_.size()];
-        const std::string who = Narrow(handle.node->Path());
-        switch (step_.kind) {
-            case Step::kSeek: {
-                // A gap of many large pages would make the test slow and say no more.
-                const uint64_t size = handle.node->body.size();
-                const uint64_t places[] = {size, step_.c % (size + 1), step_.c % (size * 2 + 2),
-                                           step_.c % (size + setup_.pageSize)};
-                handle.position = std::min<uint64_t>(places[step_.b % 4], 60 * uint64_t{Payload()});
-                return handle.file->SeekFar(handle.position);
-            }
-            case Step::kRead:
-                return Read(&handle, who);
-            case Step::kWrite:
-                return Write(&handle, who);
-            case Step::kSetSize:
-                return SetSize(handle, who);
-            default:
-                Expect("close " + who, handle.file->Close(), kOk);
-                return Forget(step_.a % handles_.size());
-        }
+        Expect("close " + Narrow(Chosen()->node->Path()), Chosen()->file->Close(), kOk);
+        Forget(step_.a % handles_.size());
     }
     void Forget(size_t index) {
         const Handle& handle = handles_[index];
@@ -320,39 +256,47 @@ class Run {
                                     step_.c % (20 * std::min(Payload(), 4000u))};
         return step_.b % 8 < 3 ? lengths[step_.b % 8] : step_.c % 100;
     }
-    void Read(Handle* handle, const std::string& who) {
+    void Read() {
+        Handle* handle = Chosen();
+        if (handle == nullptr || Length() == 0) return;
         const Bytes& body = handle->node->body;
         const uint64_t begin = std::min<uint64_t>(handle->position, body.size());
         const uint64_t end = std::min<uint64_t>(begin + Length(), body.size());
         Bytes read;
-        if (Length() == 0) return;
         const Status status = handle->file->Read(Length(), &read);
-        Expect("read status of " + who, status, begin == end ? kEndOfData : kOk);
-        Expect("read " + who, read,
+        Expect("read status of " + Narrow(handle->node->Path()), status,
+               begin == end ? kEndOfData : kOk);
+        Expect("what was read", read,
                Bytes(body.begin() + static_cast<std::ptrdiff_t>(begin),
                      body.begin() + static_cast<std::ptrdiff_t>(end)));
         handle->position += read.size();
     }
-    void Write(Handle* handle, const std::string& who) {
+    void Write() {
+        Handle* handle = Chosen();
+        if (handle == nullptr) return;
         Bytes& body = handle->node->body;
         const Bytes piece = Pattern(Length(), step_.c);
         const Status expected = handle->write ? kOk : kAccess;
-        if (!Expect("write " + who, handle->file->Write(piece), expected) || !handle->write) return;
-        if (piece.empty() && handle->position <= body.size()) return;
-        if (body.size() < handle->position + piece.size())
-            body.resize(handle->position + piece.size());
-        std::copy(piece.begin(), piece.end(),
-                  body.begin() + static_cast<std::ptrdiff_t>(handle->position));
+        if (!Expect("write " + Narrow(handle->node->Path()), handle->file->Write(piece),
+                    expected) ||
+            !handle->write || (piece.empty() && handle->position <= body.size()))
+            return;
+        support::Overwrite(&body, handle->position, piece.data(), piece.size());
+        body.resize(std::max<size_t>(body.size(), handle->position));
         handle->position += piece.size();
     }
-    void SetSize(const Handle& handle, const std::string& who) {
-        if (!handle.write) return;
-        Bytes& body = handle.node->body;
+    void SetSize() {
+        Handle* handle = Chosen();
+        if (handle == nullptr || !handle->write) return;
+        Bytes& body = handle->node->body;
         const uint64_t size =
             step_.b % 3 == 0 ? body.size() / Payload() * Payload() : step_.c % (body.size() + 1);
-        if (!Expect("cut " + who, handle.file->SetSize(size), kOk)) return;
+        if (!Expect("cut " + Narrow(handle->node->Path()), handle->file->SetSize(size), kOk))
+            return;
         // Who empties a file leaves the places of others in it as they are.
-        if (size != 0 && size < body.size()) PullBack(handle.node, size);
+        for (Handle& other : handles_)
+            if (other.node == handle->node && size != 0 && size < body.size())
+                other.position = std::min(other.position, size);
         body.resize(size);
     }
 
@@ -362,7 +306,6 @@ class Run {
         search_ = std::make_unique<Search>();
         search_->directory = directory;
         ++directory->users;
-        search_->position = 0;
         Note(0);
         Shown(StorageFindFirst(store_, &search_->record, ToWide(directory->Path() + u"\\*").c_str(),
                                0xFFFFFFFF, kFindFullName | kFindTimes));
@@ -372,22 +315,21 @@ class Run {
     }
     void Note(size_t position) {
         search_->position = position;
-        search_->next = nullptr;
-        if (position >= search_->directory->children.size()) return;
-        const auto at =
-            std::next(search_->directory->children.begin(), static_cast<std::ptrdiff_t>(position));
-        search_->next = at->second.get();
-        search_->nextName = at->first;
+        const auto& children = search_->directory->children;
+        search_->next.reset();
+        if (position < children.size())
+            search_->next =
+                std::next(children.begin(), static_cast<std::ptrdiff_t>(position))->first;
     }
     // Goes on with the entry that was next when the last one was shown, or where that would stand.
     void Shown(Status status) {
         const auto& children = search_->directory->children;
-        if (IsKeptOut(status)) return EndSearch();
-        if (search_->next != nullptr)
+        if (IsKeptOut(status, true)) return EndSearch();
+        if (search_->next)
             search_->position = static_cast<size_t>(
-                std::distance(children.begin(), children.lower_bound(search_->nextName)));
+                std::distance(children.begin(), children.lower_bound(*search_->next)));
         const bool more = search_->position < children.size();
-        if (!Done("search", status, more ? kOk : kNoMore)) return EndSearch();
+        if (!Done("search", status, more ? kOk : kNoMore, true)) return EndSearch();
         const auto at = std::next(children.begin(), static_cast<std::ptrdiff_t>(search_->position));
         const Node& node = *at->second;
         Expect("found name", ToUnits(search_->record.name) == node.name, true);
@@ -412,7 +354,8 @@ class Run {
         }
         // The way of a link is another's tale.
         if (node == nullptr && setup_.rich) return;
-        Done("look at " + Narrow(path), store_.Attributes(path), node != nullptr ? kOk : kNotFound);
+        Done("look at " + Narrow(path), store_.Attributes(path), node != nullptr ? kOk : kNotFound,
+             true);
     }
 
     void Check() {
@@ -422,9 +365,8 @@ class Run {
         for (const Node* node : nodes) {
             Bytes body;
             if (!node->link && node->denyRead == 0) {
-                const std::u16string path = node->parent == nullptr ? u"\\" : node->Path();
-                Expect("status of " + Narrow(path), store_.Get(path, &body), kOk);
-                Expect("body of " + Narrow(path), body, node->body);
+                Expect("status", store_.Get(WayTo(node), &body), kOk);
+                Expect("body of " + Narrow(WayTo(node)), body, node->body);
             }
             if (node->link || (!node->directory && node->users != 0)) continue;
             ListPlace place;
@@ -462,6 +404,7 @@ class Run {
         if (!keep) root_ = std::move(batch_);
         batch_.reset();
     }
+    void FinishBatch() { EndBatch(step_.a % 2 != 0); }
     void Compact() {
         EndWork();
         Expect("compact", StorageCompact(store_, nullptr), kOk);
@@ -506,10 +449,12 @@ std::string Failure(const Setup& setup, const std::vector<Step>& steps) {
 
 std::vector<Step> RandomSteps(uint32_t seed, size_t count) {
     std::mt19937 random(seed);
-    std::discrete_distribution<uint32_t> kinds(std::begin(kOften), std::end(kOften));
+    std::vector<uint32_t> often;
+    for (const Run::Kind& kind : Run::Kinds()) often.push_back(kind.often);
+    std::discrete_distribution<uint32_t> kinds(often.begin(), often.end());
     std::vector<Step> steps;
     for (size_t i = 0; i < count; ++i)
-        steps.push_back({static_cast<Step::Kind>(kinds(random)), static_cast<uint32_t>(random()),
+        steps.push_back({kinds(random), static_cast<uint32_t>(random()),
                          static_cast<uint32_t>(random()), static_cast<uint32_t>(random())});
     return steps;
 }

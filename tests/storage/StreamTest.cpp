@@ -3,8 +3,8 @@
 // blocks; and what is said of streams that lie.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
-#include <random>
 
 #include "storage/namespace/Stream.h"
 #include "tests/container/EngineStore.h"
@@ -25,18 +25,6 @@ Bytes First(const Bytes& bytes, size_t count) {
     return Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
 }
 
-struct Stored {
-    uint32_t size = 0, info = 0, link = 0;
-};
-Stored StoredRecord(EngineStore& store, uint16_t type) {
-    const Reading reading = store.ReadSound();
-    Bytes file = store.FileBytes();
-    const uint8_t* record =
-        RecordIn(file.data() + size_t{reading.At(kFile)->headerPage} * reading.pageSize, type);
-    if (record == nullptr) return {};
-    return {Get16(record, 2), Get32(record, 4), Get32(record, 8)};
-}
-
 TEST(Stream, StandsInTheRecordRoundedTo32UntilThePageIsFull) {
     const struct {
         uint32_t bytes, record;
@@ -46,54 +34,49 @@ TEST(Stream, StandsInTheRecordRoundedTo32UntilThePageIsFull) {
     for (const auto& one : cases) {
         EngineStore store(512);
         ASSERT_EQ(store.Put(kFile, Pattern(one.bytes)), kOk);
-        const Stored record = StoredRecord(store, DataRec);
-        EXPECT_EQ(record.size, one.record) << one.bytes;
-        EXPECT_EQ(record.link != 0, one.out) << one.bytes;
+        const Reading reading = store.ReadSound();
+        Bytes file = store.FileBytes();
+        const uint8_t* record =
+            RecordIn(file.data() + size_t{reading.At(kFile)->headerPage} * 512, DataRec);
+        EXPECT_EQ(Get16(record, 2), one.record) << one.bytes;
+        EXPECT_EQ(Get32(record, 8) != 0, one.out) << one.bytes;
         EXPECT_EQ(store.Body(kFile), Pattern(one.bytes));
     }
 }
 
 TEST(Stream, HasAnIndexFromThe17thPageUntilBelowTheEighth) {
-    EngineStore store(512);
-    const Bytes bytes = Pattern(17 * kPayload);
-    for (const uint32_t step : {17 * kPayload, kPayload}) {
+    const struct {
+        uint32_t pageSize, pages, step;
+        std::vector<std::pair<uint32_t, uint32_t>> cuts;  // to pages, and their index pages
+    } cases[] = {
+        {512, 17, 17, {{17, 1}, {8, 1}, {7, 0}}},
+        {512, 17, 1, {{17, 1}, {8, 1}, {7, 0}}},
+        {256, 173, 173, {{169, 4}, {168, 3}, {112, 2}, {57, 2}, {56, 1}, {9, 1}}},
+    };
+    for (const auto& one : cases) {
+        EngineStore store(one.pageSize);
+        const uint32_t payload = one.pageSize - 32, entries = payload / 4;
+        const Bytes bytes = Pattern(one.pages * payload);
         ASSERT_EQ(store.Put(kFile, {}), kOk);
         {
             EngineFile file(store, kFile);
-            for (uint32_t at = 0; at < bytes.size(); at += step) {
-                ASSERT_EQ(file.Write(Bytes(bytes.begin() + at, bytes.begin() + at + step)), kOk);
-                const uint32_t pages = (at + step) / kPayload;
+            for (uint32_t pages = one.step; pages <= one.pages; pages += one.step) {
+                const auto at = bytes.begin() + (pages - one.step) * payload;
+                ASSERT_EQ(file.Write(Bytes(at, at + one.step * payload)), kOk);
                 EXPECT_EQ(file.Object()->pageList.Count(), pages);
-                EXPECT_EQ(file.Object()->pageListPages.Count(), pages > 16 ? 1u : 0u);
+                EXPECT_EQ(file.Object()->pageListPages.Count(),
+                          pages > 16 ? (pages + entries - 1) / entries : 0);
             }
         }
-        for (const auto& [size, indexes] :
-             {std::pair(17 * kPayload, 1u), {8 * kPayload - 1, 1u}, {7 * kPayload - 1, 0u}}) {
+        for (const auto& [pages, indexes] : one.cuts) {
+            const uint32_t size = pages * payload - 1;
             {
                 EngineFile file(store, kFile);
                 ASSERT_EQ(file.SetSize(size), kOk);
-                EXPECT_EQ(file.Object()->pageListPages.Count(), indexes) << size;
+                EXPECT_EQ(file.Object()->pageListPages.Count(), indexes) << pages;
             }
-            EXPECT_EQ(StoredRecord(store, PageListRec).link != 0, indexes != 0);
-            EXPECT_EQ(store.Body(kFile), First(bytes, size));
+            EXPECT_EQ(store.ReadSound().At(kFile)->body, First(bytes, size));
         }
-    }
-}
-
-TEST(Stream, GrowsAndShrinksAnIndexOfManyPages) {
-    EngineStore store(256);
-    const uint32_t payload = 224, entries = payload / 4;
-    const Bytes bytes = Pattern(payload * (3 * entries + 5));
-    ASSERT_EQ(store.Put(kFile, bytes), kOk);
-    ASSERT_EQ(store.Reopen(), kOk);
-    for (const uint32_t pages :
-         {3 * entries + 1, 3 * entries, 2 * entries, entries + 1, entries, 9u}) {
-        {
-            EngineFile file(store, kFile);
-            ASSERT_EQ(file.SetSize(pages * payload - 3), kOk);
-            EXPECT_EQ(file.Object()->pageListPages.Count(), (pages + entries - 1) / entries);
-        }
-        EXPECT_EQ(store.ReadSound().At(kFile)->body, First(bytes, pages * payload - 3));
     }
 }
 
@@ -109,21 +92,20 @@ TEST(Stream, EndsOnAPageEndWithoutAPageMore) {
         EXPECT_EQ(file.Read(1, &read), storage::kEndOfData);
         ASSERT_EQ(file.Write({7}), kOk);
         EXPECT_EQ(file.Object()->pageList.Count(), 3u);
-        const auto setEnd = [&](uint64_t end) {
-            storage::FileObject* object = file.Object();
+        storage::FileObject* object = file.Object();
+        const uint64_t size = bytes.size();
+        const struct {
+            uint64_t end, streamEnd, size;
+            uint32_t pages;
+        } ends[] = {{size, size + 1, size + 1, 3}, {size - 1, size - 1, size + 1, 2}, {0, 0, 0, 0}};
+        for (const auto& one : ends) {
             EXPECT_EQ(
-                storage::SetStreamEnd(object, end, &file.Handle()->block, object->transaction),
+                storage::SetStreamEnd(object, one.end, &file.Handle()->block, object->transaction),
                 kOk);
-        };
-        setEnd(bytes.size());
-        EXPECT_EQ(file.Object()->streamEnd, bytes.size() + 1);
-        EXPECT_EQ(file.Object()->pageList.Count(), 3u);
-        setEnd(bytes.size() - 1);
-        EXPECT_EQ(file.Object()->streamEnd, bytes.size() - 1);
-        EXPECT_EQ(file.Object()->size, bytes.size() + 1);
-        EXPECT_EQ(file.Object()->pageList.Count(), 2u);
-        setEnd(0);
-        EXPECT_EQ(file.Object()->size, 0u);
+            EXPECT_EQ(object->streamEnd, one.streamEnd);
+            EXPECT_EQ(object->size, one.size);
+            EXPECT_EQ(object->pageList.Count(), one.pages);
+        }
     }
 }
 
@@ -188,32 +170,22 @@ TEST(Stream, CodedBlocksTakeThePagesTheyNeed) {
     Bytes expected(kPayload * 4 * 5, 7);
     EngineStore store(
         Builder({}, Directory(u"", {Coded(Paged(File(u"v", expected)), 4)})).Finish());
-    const auto pages = [&] {
+    const std::pair<Bytes, size_t> writes[] = {
+        {{}, 5}, {Pattern(1920), 8}, {Bytes(1900, 3), 5}, {Pattern(700), 6}, {Bytes(1920, 9), 5}};
+    for (const auto& [bytes, pages] : writes) {
         EngineFile file(store, kFile);
         Bytes read;
+        file.SeekFar(2 * 1920);
+        ASSERT_EQ(file.Write(bytes), kOk);
+        std::copy(bytes.begin(), bytes.end(), expected.begin() + 2 * 1920);
+        file.SeekFar(0);
         EXPECT_EQ(file.Read(20000, &read), kOk);
         EXPECT_EQ(read, expected);
-        uint32_t count = 0;
-        for (const uint32_t number : file.Object()->pageList) count += number != 0;
-        return count;
-    };
-    EXPECT_EQ(pages(), 5u);
-    std::mt19937 random(3);
-    for (int round = 0; round < 5; ++round) {
-        {
-            EngineFile file(store, kFile);
-            for (int i = 0; i < 8; ++i) {
-                const size_t block = random() % 5, length = 1 + random() % 1900;
-                const Bytes bytes = i % 2 == 0 ? Pattern(length, random())
-                                               : Bytes(length, static_cast<uint8_t>(random()));
-                file.SeekFar(block * 1920);
-                ASSERT_EQ(file.Write(bytes), kOk);
-                std::copy(bytes.begin(), bytes.end(),
-                          expected.begin() + static_cast<std::ptrdiff_t>(block * 1920));
-            }
-        }
-        ASSERT_EQ(store.ReadSound().At(kFile)->body, expected);
-        EXPECT_GT(pages(), 5u);
+        size_t count = 0;
+        for (const uint32_t page : file.Object()->pageList) count += page != 0;
+        EXPECT_EQ(count, pages);
+        EXPECT_EQ(file.Close(), kOk);
+        EXPECT_EQ(store.ReadSound().At(kFile)->body, expected);
     }
 }
 

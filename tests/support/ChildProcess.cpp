@@ -15,10 +15,9 @@ std::map<std::string, ChildRole::Body>& Roles() {
     return roles;
 }
 
-std::vector<std::string> RoleWords(const std::string& role, const std::vector<std::string>& words) {
-    std::vector<std::string> all = {"--child", role};
-    all.insert(all.end(), words.begin(), words.end());
-    return all;
+std::vector<std::string> RoleWords(const std::string& role, std::vector<std::string> words) {
+    words.insert(words.begin(), {"--child", role});
+    return words;
 }
 
 std::string TextOf(const std::filesystem::path& path) {
@@ -29,7 +28,11 @@ std::string TextOf(const std::filesystem::path& path) {
 }  // namespace
 
 ChildRole::ChildRole(const char* name, Body body) {
-    Roles().emplace(name, body);
+    Roles().emplace(name, std::move(body));
+}
+
+int ChildRole::Play(const std::vector<std::string>& words) {
+    return Roles().at(words[0])({words.begin() + 1, words.end()});
 }
 
 ChildProcess::ChildProcess(const std::string& role, const std::vector<std::string>& arguments)
@@ -37,7 +40,7 @@ ChildProcess::ChildProcess(const std::string& role, const std::vector<std::strin
 
 bool PlayChildRole(int argc, char** argv, int* exitCode) {
     if (argc < 3 || std::strcmp(argv[1], "--child") != 0) return false;
-    *exitCode = Roles().at(argv[2])({argv + 3, argv + argc});
+    *exitCode = ChildRole::Play({argv + 2, argv + argc});
     return true;
 }
 

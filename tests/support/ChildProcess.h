@@ -19,8 +19,10 @@ namespace support {
 //     const support::ChildRole kHold("hold", [](const std::vector<std::string>& arguments) {...});
 class ChildRole {
   public:
-    using Body = int (*)(const std::vector<std::string>& arguments);
+    using Body = std::function<int(const std::vector<std::string>& arguments)>;
     ChildRole(const char* name, Body body);
+    // Plays one in this process: its name, and what it is told.
+    static int Play(const std::vector<std::string>& words);
 };
 
 class ChildProcess {

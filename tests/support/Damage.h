@@ -19,16 +19,16 @@ class Damage {
 
   private:
     uint32_t Roll(uint32_t below) { return static_cast<uint32_t>(random_() % below); }
+    template <size_t kCount>
+    uint32_t OneOf(const uint16_t (&values)[kCount]) {
+        return values[Roll(kCount)];
+    }
     uint8_t* Page(uint32_t number) { return file_.data() + base_ + size_t{number} * pageSize_; }
     uint32_t AnyPage();
-    uint32_t AnyNumber();
-    uint16_t AnyKind();
+    uint32_t AnyNumber() { return Roll(4) == 0 ? random_() : Roll(pages_ + 3); }
+    uint32_t AnyKind() { return OneOf({0, 31, 32, 33, 34, 36, 37, 40, 43, 9, 65520, 77}); }
     void Set16(uint8_t* page, size_t at, uint32_t value);
     void Set32(uint8_t* page, size_t at, uint32_t value);
-    void StrikeMap();
-    void StrikeSuperblock();
-    void StrikeReference(uint8_t* page);
-    void CopyPage();
 
     Bytes& file_;
     uint32_t pageSize_;

@@ -27,9 +27,8 @@ class Failure {
             hit_ = heap.Hits() != 0;
             return status;
         }
-        files_.Reset();
         if (what_ == Failing::Write)
-            files_.Fail(FileCall::Write, number_, kError);
+            files_.FailWrite(number_, kError);
         else
             files_.FailAny(number_, kError);
         files_.KeepFailing(what_ == Failing::FileCallsFromThenOn);

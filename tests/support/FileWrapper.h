@@ -4,19 +4,33 @@
 // reverse order, and after the files that were opened in them.
 #pragma once
 
+#include <vector>
+
 #include "platform/PageFile.h"
 
 namespace support {
 
 class FileWrapper {
   public:
-    FileWrapper();
-    virtual ~FileWrapper();
+    FileWrapper() {
+        scopes_.push_back(this);
+        platform::SetPageFileWrapper([](platform::PageFile* file, const platform::WChar* path) {
+            for (FileWrapper* scope : scopes_) file = scope->Wrap(file, path);
+            return file;
+        });
+    }
+    virtual ~FileWrapper() {
+        std::erase(scopes_, this);
+        if (scopes_.empty()) platform::SetPageFileWrapper(nullptr);
+    }
     FileWrapper(const FileWrapper&) = delete;
     FileWrapper& operator=(const FileWrapper&) = delete;
 
     // The file to use for `opened`, which it owns from then on.
     virtual platform::PageFile* Wrap(platform::PageFile* opened, const platform::WChar* path) = 0;
+
+  private:
+    static inline std::vector<FileWrapper*> scopes_;
 };
 
 // Forwards every call; the base of the files that wrappers make.

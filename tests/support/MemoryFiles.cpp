@@ -10,8 +10,9 @@ using platform::kErrorSuccess;
 
 class MemoryFiles::File final : public ForwardingFile {
   public:
-    File(platform::PageFile* shell, MemoryFiles& owner, std::shared_ptr<Bytes> bytes)
-        : ForwardingFile(shell), owner_(owner), bytes_(std::move(bytes)) {}
+    File(platform::PageFile* shell, MemoryFiles& owner, platform::WString path,
+         std::shared_ptr<Bytes> bytes)
+        : ForwardingFile(shell), owner_(owner), path_(std::move(path)), bytes_(std::move(bytes)) {}
 
     Error Read(uint64_t offset, void* buffer, uint32_t bytes, uint32_t* done) override {
         ++owner_.work_;
@@ -24,14 +25,16 @@ class MemoryFiles::File final : public ForwardingFile {
                 uint32_t* done) override {
         ++owner_.work_;
         *done = count * bytes;
-        if (bytes_->size() < offset + *done) bytes_->resize(offset + *done);
+        FileChange change{path_, false, offset};
         for (uint32_t i = 0; i < count; ++i)
-            std::copy_n(static_cast<const uint8_t*>(buffers[i]), bytes,
-                        bytes_->data() + offset + size_t{i} * bytes);
+            Overwrite(&change.bytes, uint64_t{i} * bytes, buffers[i], bytes);
+        Overwrite(bytes_.get(), offset, change.bytes.data(), change.bytes.size());
+        owner_.Note(std::move(change));
         return kErrorSuccess;
     }
     Error Cut(uint64_t length) override {
         bytes_->resize(length);
+        owner_.Note({path_, true, length});
         return kErrorSuccess;
     }
     Error Size(uint64_t* length) override {
@@ -47,8 +50,40 @@ class MemoryFiles::File final : public ForwardingFile {
 
   private:
     MemoryFiles& owner_;
+    const platform::WString path_;
     std::shared_ptr<Bytes> bytes_;
 };
+
+void Overwrite(Bytes* image, uint64_t offset, const void* bytes, size_t count) {
+    if (count != 0 && image->size() < offset + count) image->resize(offset + count);
+    std::copy_n(static_cast<const uint8_t*>(bytes), count, image->data() + offset);
+}
+
+MemoryFiles::Recording::Recording(MemoryFiles& files) : files_(files) {
+    for (const auto& [path, entry] : files.files_) start_[path] = *entry.bytes;
+    files.recording_ = this;
+}
+
+Bytes MemoryFiles::Recording::Image(const std::filesystem::path& path, size_t count,
+                                    size_t torn) const {
+    const auto start = start_.find(Wide(path));
+    Bytes image = start == start_.end() ? Bytes() : start->second;
+    for (size_t i = 0; i < count; ++i) {
+        const FileChange& change = changes_.at(i);
+        if (change.path != Wide(path)) continue;
+        const size_t limit = i + 1 == count ? torn : SIZE_MAX;
+        if (change.cut)
+            image.resize(change.offset);
+        else
+            Overwrite(&image, change.offset, change.bytes.data(),
+                      std::min(limit, change.bytes.size()));
+    }
+    return image;
+}
+
+void MemoryFiles::Note(FileChange change) {
+    if (recording_ != nullptr) recording_->changes_.push_back(std::move(change));
+}
 
 void MemoryFiles::Put(const std::filesystem::path& path, Bytes bytes) {
     if (!std::filesystem::exists(path)) WriteBytes(path, {1});
@@ -89,12 +124,13 @@ platform::PageFile* MemoryFiles::Wrap(platform::PageFile* opened, const platform
     // A shell without its one byte was made or emptied by the opening.
     if (bytes == nullptr || (opened->Size(&length) == kErrorSuccess && length == 0)) {
         bytes = std::make_shared<Bytes>();
+        Note({path, true, 0});
         const uint8_t mark = 1;
         const void* buffer = &mark;
         uint32_t done = 0;
         opened->Write(0, &buffer, 1, 1, &done);
     }
-    return new File(opened, *this, bytes);
+    return new File(opened, *this, path, bytes);
 }
 
 }  // namespace support
