@@ -12,21 +12,8 @@ using support::container::Get32;
 using support::container::Narrow;
 using support::container::Put32;
 
-constexpr uint32_t kMagic = 0x5EA1DA7A, kSealBytes = 32;
+constexpr uint32_t kSealBytes = 32;
 constexpr const char* kGuest = "guest";
-
-uint32_t Hash(const uint8_t* bytes, size_t size, uint32_t hash = 0x811C9DC5) {
-    for (size_t i = 0; i < size; ++i) hash = (hash ^ bytes[i]) * 0x01000193;
-    return hash;
-}
-uint32_t Hash(const std::string& text) {
-    return Hash(reinterpret_cast<const uint8_t*>(text.data()), text.size());
-}
-
-// Fields: mark, key, name, writer, number, size, check sum over the rest, and over these six.
-uint32_t SumOf(const Bytes& data) {
-    return Hash(data.data(), 24, Hash(data.data() + 28, data.size() - 28));
-}
 
 std::string PairKey(uint32_t pair) {
     return "\\pair" + std::to_string(pair % kPairs);
@@ -39,41 +26,29 @@ std::string NumberedKey(int number) {
 
 Bytes Sealed(const std::string& key, const std::string& name, Seal seal, uint32_t size) {
     Bytes data(std::max(size, kSealBytes));
-    uint32_t state = Hash(key) ^ Hash(name) ^ seal.writer * 0x9E3779B9u ^ seal.sequence;
-    for (size_t i = 28; i < data.size(); ++i) {
-        state = state * 1664525 + 1013904223;
-        data[i] = static_cast<uint8_t>(state >> 24);
-    }
-    const uint32_t fields[] = {kMagic,      Hash(key),     Hash(name),
-                               seal.writer, seal.sequence, static_cast<uint32_t>(data.size())};
-    for (size_t i = 0; i < std::size(fields); ++i) Put32(data.data(), 4 * i, fields[i]);
-    Put32(data.data(), 24, SumOf(data));
+    const std::string place = key + " " + name;
+    std::seed_seq seed(place.begin(), place.end());
+    std::mt19937 random(seed);
+    uint32_t state = random() ^ seal.writer * 0x9E3779B9u ^ seal.sequence ^ size << 16;
+    for (uint8_t& byte : data)
+        byte = static_cast<uint8_t>((state = state * 1664525 + 1013904223) >> 24);
+    Put32(data.data(), 0, seal.writer);
+    Put32(data.data(), 4, seal.sequence);
     return data;
 }
 
-std::optional<Seal> ReadSeal(const Bytes& data, const std::string& key, const std::string& name,
-                             std::string* wrong) {
-    const char* what = data.size() < kSealBytes || Get32(data.data(), 0) != kMagic ? "no seal"
-                       : Get32(data.data(), 4) != Hash(key)    ? "of another key"
-                       : Get32(data.data(), 8) != Hash(name)   ? "of another name"
-                       : Get32(data.data(), 20) != data.size() ? "of another size"
-                       : Get32(data.data(), 24) != SumOf(data) ? "mixed"
-                                                               : nullptr;
-    if (what == nullptr) return Seal{Get32(data.data(), 12), Get32(data.data(), 16)};
-    *wrong = key + " " + name + ": " + what;
-    return std::nullopt;
+std::optional<Seal> ReadSeal(const Bytes& data, const std::string& key, const std::string& name) {
+    if (data.size() < kSealBytes) return std::nullopt;
+    const Seal seal{Get32(data.data(), 0), Get32(data.data(), 4)};
+    if (data != Sealed(key, name, seal, static_cast<uint32_t>(data.size()))) return std::nullopt;
+    return seal;
 }
 
-FBR_STATUS Store::Set(const std::string& path, const std::string& name, const Bytes& data) {
+FBR_STATUS Store::Set(const std::string& path, const std::string& name, Seal seal, uint32_t size) {
     FBR_STATUS told = FSSTATUS_SUCCESS;
     const support::OpenKey key(handle, Make(path, 0, FSCREATEOPTIONS_NONE, &told));
     if (told != FSSTATUS_SUCCESS && told != FSSTATUS_ALREADY_EXISTS) return told;
-    return support::Store::Set(key, name, data);
-}
-
-FBR_STATUS Store::SetSealed(const std::string& key, const std::string& name, Seal seal,
-                            uint32_t size) {
-    return Set(key, name, Sealed(key, name, seal, size));
+    return support::Store::Set(key, name, Sealed(path, name, seal, size));
 }
 
 FBR_STATUS Store::Get(const std::string& path, const std::string& name, Bytes* data) {
@@ -107,20 +82,19 @@ uint32_t SizeOf(uint32_t sequence) {
 FBR_STATUS ChangeShared(Store* store, uint32_t writer, uint32_t sequence) {
     const Seal seal{writer, sequence};
     const std::string own = OwnKey(writer), pair = PairKey(sequence);
-    FBR_STATUS status = store->SetSealed(own, OwnName(sequence), seal, SizeOf(sequence));
+    FBR_STATUS status = store->Set(own, OwnName(sequence), seal, SizeOf(sequence));
     for (const char* half : {"a", "b"})
-        if (status == FSSTATUS_SUCCESS)
-            status = store->SetSealed(pair, half, seal, SizeOf(sequence + 3));
+        if (status == FSSTATUS_SUCCESS) status = store->Set(pair, half, seal, SizeOf(sequence + 3));
     if (status != FSSTATUS_SUCCESS) return status;
     // Something that comes and goes, so that names and pages move: a key, or a value.
     const std::string guest = own + "\\guest" + std::to_string(sequence / 4 % 5);
     switch (sequence % 4) {
         case 0:
-            return store->SetSealed(guest, "v", seal, 100);
+            return store->Set(guest, "v", seal, 100);
         case 1:
             return store->DeleteTree(guest);
         case 2:
-            return store->SetSealed(own, kGuest, seal, SizeOf(sequence));
+            return store->Set(own, kGuest, seal, SizeOf(sequence));
         default:
             return store->DeleteValue(support::OpenKey(store->handle, store->Open(own)), kGuest);
     }
@@ -144,27 +118,24 @@ void MakeShared(const std::string& path, uint32_t writers) {
 }
 
 void JudgeShared(const Key& root, Tally* tally) {
-    std::string wrong;
-    uint32_t keys = 0;
+    const auto seals = [tally](const std::string& path, const Key& key) {
+        std::vector<std::optional<Seal>> found;
+        for (const auto& [name, value] : key.values) {
+            found.push_back(ReadSeal(value.data, path, Narrow(name)));
+            if (!found.back()) tally->Wrong(path + " " + Narrow(name) + " is not whole");
+        }
+        return found;
+    };
     for (const auto& [name, key] : root.keys) {
         const std::string path = "\\" + Narrow(name);
         const bool pair = path.starts_with("\\pair");
-        ++keys;
         if (key.values.size() - key.values.count(u"guest") != (pair ? 2 : kOwnValues))
             tally->Wrong(path + " has " + std::to_string(key.values.size()) + " values");
-        std::vector<std::optional<Seal>> seals;
-        for (const auto& [valueName, value] : key.values) {
-            seals.push_back(ReadSeal(value.data, path, Narrow(valueName), &wrong));
-            if (!seals.back()) tally->Wrong(wrong);
-        }
-        if (pair && seals.size() == 2 && seals[0] != seals[1]) tally->Wrong(path + " is torn");
-        for (const auto& [guestName, guest] : key.keys)
-            for (const auto& [valueName, value] : guest.values)
-                if (!ReadSeal(value.data, path + "\\" + Narrow(guestName), Narrow(valueName),
-                              &wrong))
-                    tally->Wrong(wrong);
+        const auto found = seals(path, key);
+        if (pair && found.size() == 2 && found[0] != found[1]) tally->Wrong(path + " is torn");
+        for (const auto& [below, guest] : key.keys) seals(path + "\\" + Narrow(below), guest);
     }
-    if (keys <= kPairs) tally->Wrong("keys are missing");
+    if (root.keys.size() <= kPairs) tally->Wrong("keys are missing");
 }
 
 void ExpectChanges(const std::string& path, uint32_t writer, uint64_t done) {
@@ -172,20 +143,17 @@ void ExpectChanges(const std::string& path, uint32_t writer, uint64_t done) {
     const uint32_t next = kOwnValues + static_cast<uint32_t>(done);
     for (uint32_t sequence = next - kOwnValues; sequence < next; ++sequence) {
         Bytes data;
-        std::string wrong;
         EXPECT_EQ(store.Get(OwnKey(writer), OwnName(sequence), &data), FSSTATUS_SUCCESS);
-        EXPECT_EQ(ReadSeal(data, OwnKey(writer), OwnName(sequence), &wrong),
-                  (Seal{writer, sequence}))
-            << "of writer " << writer << ", " << OwnName(sequence) << ": " << wrong;
+        EXPECT_EQ(ReadSeal(data, OwnKey(writer), OwnName(sequence)), (Seal{writer, sequence}))
+            << "of writer " << writer << ", " << OwnName(sequence);
     }
 }
 
 bool SetNumbered(const std::string& path, const std::string& user, int number, Tally* tally) {
     Store store(path);
     return tally->Went(store.status, "open") && tally->Went(store.Lock(), "lock") &&
-           tally->Did(
-               store.SetSealed(NumberedKey(number), user + "-" + std::to_string(number), {}, 300),
-               "set") &&
+           tally->Did(store.Set(NumberedKey(number), user + "-" + std::to_string(number), {}, 300),
+                      "set") &&
            tally->Went(store.Unlock(), "release") && tally->Went(store.Close(), "close");
 }
 
@@ -226,9 +194,8 @@ void Reader::GetOne(Store* store, const OpenKeys& keys, const std::string& key,
         random_() % 2 == 0 ? store->Get(key, name, &data) : store->Get(keys.at(key), name, &data);
     if (name == kGuest && status == FSSTATUS_NOT_FOUND) return;
     if (!tally_->Did(status, "get " + key + " " + name)) return;
-    std::string wrong;
-    const std::optional<Seal> seal = ReadSeal(data, key, name, &wrong);
-    if (!seal) return tally_->Wrong(wrong);
+    const std::optional<Seal> seal = ReadSeal(data, key, name);
+    if (!seal) return tally_->Wrong(key + " " + name + " is not whole");
     uint32_t& seen = seen_[key + " " + name];
     if (key.starts_with("\\writer") && seal->sequence < seen)
         tally_->Wrong(key + " " + name + " is older than it was");
@@ -252,20 +219,6 @@ void ExpectSound(const std::string& path, bool orLostPages) {
     EXPECT_EQ(check.status, storage::kOk);
     EXPECT_TRUE(orLostPages ? check.FoundOnlyLostPages() : check.FoundNothing())
         << check.Findings();
-}
-
-void ExpectOneLock(Troupe* troupe, const std::string& path, const std::string& folder,
-                   const std::string& name) {
-    SCOPED_TRACE(name);
-    const std::string ready = troupe->File("ready");
-    std::filesystem::remove(ready);
-    Player* holder = troupe->Start("hold", {path, "1", ready});
-    ASSERT_TRUE(WaitForFile(ready));
-    Player* user = troupe->Start("set-from", {folder, name, "x", "3", "0"});
-    Pause(250);
-    EXPECT_FALSE(user->HasReported()) << "it has a lock of its own";
-    holder->Kill();
-    EXPECT_EQ(user->FinishWell(true).done, 3u);
 }
 
 }  // namespace sharing

@@ -27,20 +27,17 @@ struct Seal {
     uint32_t sequence = 0;
     bool operator==(const Seal& other) const = default;
 };
-// `size` bytes, at least 32, that no other key, name, writer or number has.
+// `size` bytes, at least 32, that no other key, name, writer, number or size has.
 Bytes Sealed(const std::string& key, const std::string& name, Seal seal, uint32_t size);
-// Who set the value, if it is whole and belongs to that key and name. Else nothing, and in *wrong
-// what is the matter.
-std::optional<Seal> ReadSeal(const Bytes& data, const std::string& key, const std::string& name,
-                             std::string* wrong);
+// Who set the value, if it is whole and belongs to that key and name.
+std::optional<Seal> ReadSeal(const Bytes& data, const std::string& key, const std::string& name);
 
 // By the path of a key, which is made if need be; nothing here fails a test.
 class Store : public support::Store {
   public:
     explicit Store(const std::string& path) : support::Store(path) {}
 
-    FBR_STATUS Set(const std::string& key, const std::string& name, const Bytes& data);
-    FBR_STATUS SetSealed(const std::string& key, const std::string& name, Seal seal, uint32_t size);
+    FBR_STATUS Set(const std::string& key, const std::string& name, Seal seal, uint32_t size);
     FBR_STATUS Get(const std::string& key, const std::string& name, Bytes* data);
     FBR_STATUS Get(FBR_KEY key, const std::string& name, Bytes* data);
 };
@@ -89,8 +86,5 @@ class Reader {
 // Sound to the check and to an independent reader: no id twice, no mark of damage; at most pages
 // that nothing refers to, where these may be.
 void ExpectSound(const std::string& path, bool orLostPages = false);
-// Who uses the file by this name, from a folder, waits for who holds its lock by `path`.
-void ExpectOneLock(Troupe* troupe, const std::string& path, const std::string& folder,
-                   const std::string& name);
 
 }  // namespace sharing

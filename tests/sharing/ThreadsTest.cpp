@@ -97,7 +97,7 @@ TEST_F(Threads, AReaderBesideAPageHalfWrittenGetsItWhole) {
     Store store(path), other(path);
     Bytes data;
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-    ASSERT_EQ(store.Set("\\k", "v", value(1)), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.Set("\\k", "v", {1, 1}, 300), FSSTATUS_SUCCESS);
     ASSERT_EQ(other.Get("\\k", "v", &data), FSSTATUS_SUCCESS);
     EXPECT_EQ(data, value(1));
     std::thread reader([&] {
@@ -111,7 +111,7 @@ TEST_F(Threads, AReaderBesideAPageHalfWrittenGetsItWhole) {
         rest.join();
     });
     pages.armed = true;
-    EXPECT_EQ(store.Set("\\k", "v", value(2)), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Set("\\k", "v", {1, 2}, 300), FSSTATUS_SUCCESS);
     pages.armed = false;
     reader.join();
     EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
@@ -122,7 +122,7 @@ TEST_F(Threads, AReleaseByAThreadWithoutALockTakesNothingFromTheOwner) {
     Store store(path);
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     std::thread([&] { EXPECT_EQ(store.Unlock(), FSSTATUS_LOCK_FAILED); }).join();
-    EXPECT_EQ(store.Set("\\k", "v", Bytes(10)), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Set("\\k", "v", {1, 1}, 300), FSSTATUS_SUCCESS);
     EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
 }
 
