@@ -62,9 +62,6 @@ Reading ReadSound(const std::filesystem::path& path, const Bytes& bytes) {
     return reading;
 }
 
-namespace {
-
-// The container's bytes without what each opening changes.
 Bytes WithoutCounter(Bytes bytes) {
     if (bytes.size() < 4 || bytes[0] + bytes[1] > 16) return bytes;
     const size_t at =
@@ -72,8 +69,6 @@ Bytes WithoutCounter(Bytes bytes) {
     if (bytes.size() >= at + 4) Put32(bytes.data(), at, 0);
     return bytes;
 }
-
-}  // namespace
 
 void Exercise(const std::filesystem::path& path) {
     EngineStore store;

@@ -36,6 +36,9 @@ inline constexpr uint32_t kDeepCheck = 3, kRepair = 2;
 CheckOutcome CheckContainer(const std::filesystem::path& path, uint32_t flags,
                             uint32_t cancelAtCode = 0);
 
+// The container's bytes without the counter that tells others of a change.
+Bytes WithoutCounter(Bytes bytes);
+
 // The tree of the container at `path`, which holds `bytes`. All of it is to agree.
 Reading ReadSound(const std::filesystem::path& path, const Bytes& bytes);
 

@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 
 #include "storage/namespace/Stream.h"
+#include "tests/container/Edit.h"
 #include "tests/container/EngineStore.h"
 #include "tests/container/Shapes.h"
 
@@ -224,76 +224,49 @@ TEST(Stream, TellsLies) {
          Coded(Paged(File(u"coded", Runs(kSmall * 9 + 5))), 4), File(u"other", Pattern(1000))});
     const Builder sound(form, tree);
     ASSERT_GE(sound.At(u"\\long").indexPages.size(), 2u);
-    using B = Builder;
-    using P = const Place;
-    const auto put16 = [](size_t at, uint32_t value) {
-        return [=](B& b, P& p) { Put16(b.Page(p.headerPage), at, value); };
-    };
-    const auto next = [](size_t page, size_t to) {
-        return [=](B& b, P& p) { Put32(b.Page(p.streamPages[page]), 16, p.streamPages[to]); };
-    };
-    const auto level = [](size_t page, uint32_t value) {
-        return [=](B& b, P& p) { Put32(b.Page(p.streamPages[page]), 24, value); };
-    };
-    const auto entry = [](uint32_t value) {
-        return [=](B& b, P& p) { Put32(b.Page(p.indexPages[0]), 32 + 4 * 5, value); };
-    };
-    const auto record = [](uint16_t type, size_t at, uint32_t value) {
-        return [=](B& b, P& p) { Put32(RecordIn(b.Page(p.headerPage), type), at, value); };
-    };
     const struct {
         const char* what;
         std::u16string file;
         storage::Status status;
-        std::function<void(B&, P&)> change;
+        const char* edits;
     } lies[] = {
-        {"a circle", u"\\paged", kCorrupt, next(3, 1)},
-        {"a circle of one", u"\\paged", kCorrupt, next(0, 0)},
-        {"a list of 16 GiB", u"\\paged", kCorrupt, level(2, 0xFFFFFFFF)},
-        {"a jump", u"\\paged", kCorrupt, [&](B& b, P& p) { level(2, 3)(b, p), level(3, 4)(b, p); }},
+        {"a circle", u"\\paged", kCorrupt, "paged.stream.3+16 paged.stream.1"},
+        {"a circle of one", u"\\paged", kCorrupt, "paged.stream+16 paged.stream"},
+        {"a list of 16 GiB", u"\\paged", kCorrupt, "paged.stream.2+24 0xFFFFFFFF"},
+        {"a jump", u"\\paged", kCorrupt, "paged.stream.2+24 3 paged.stream.3+24 4"},
         {"no first page", u"\\paged", kCorrupt,
-         [&](B& b, P& p) {
-             for (uint32_t i = 0; i < 4; ++i) level(i, i + 1)(b, p);
-         }},
-        {"another's page", u"\\paged", kCorrupt,
-         [](B& b, P& p) { Put32(b.Page(p.streamPages[1]), 16, b.At(u"\\other").streamPages[0]); }},
-        {"past the end", u"\\paged", kCorrupt,
-         [](B& b, P& p) { Put32(b.Page(p.streamPages[1]), 16, 0xFFFFFFF0); }},
-        {"more than a page in a page", u"\\paged", kCorrupt,
-         [](B& b, P& p) { Put16(b.Page(p.streamPages[1]), 30, kSmall + 1); }},
-        {"a circle of the index", u"\\long", kCorrupt,
-         [](B& b, P& p) { Put32(b.Page(p.indexPages[1]), 16, p.indexPages[0]); }},
-        {"an entry past the end", u"\\long", kCorrupt, entry(0x10000000)},
-        {"a page twice", u"\\long", kCorrupt, entry(sound.At(u"\\long").streamPages[4])},
-        {"a hole for a whole block", u"\\long", kCorrupt, entry(0)},
-        {"an index that is none", u"\\long", kCorrupt,
-         record(PageListRec, 8, sound.At(u"\\long").streamPages[0])},
-        {"no index: the chain serves", u"\\long", kOk, record(PageListRec, 8, 0)},
-        {"blocks of no page", u"\\coded", kCorrupt, record(BlockSettings, 20, 0)},
-        {"all one block", u"\\coded", kOk, record(BlockSettings, 20, 65535)},
-        {"no such method", u"\\coded", kBadBlock, record(BlockSettings, 12, 17)},
-        {"a run without an end", u"\\coded", kBadBlock,
-         [](B& b, P& p) { std::memset(b.Page(p.streamPages[0]) + 32, 0xFF, 5); }},
-        {"the same inline", u"\\inline", kBadBlock,
-         [](B& b, P& p) { std::memset(RecordIn(b.Page(p.headerPage), DataRec) + 12, 0xFF, 8); }},
-        {"a size of all bits", u"\\paged", kOk,
-         [](B& b, P& p) { Put64(RecordIn(b.Page(p.headerPage), FileInfo), 40, UINT64_MAX); }},
-        {"a size of 62 bits", u"\\inline", kOk, record(FileInfo, 44, 1u << 30)},
-        {"no end offset", u"\\small", kCorrupt, put16(32, 0)},
-        {"one before the records", u"\\small", kCorrupt, put16(32, 35)},
-        {"one behind the page", u"\\small", kCorrupt, put16(32, 257)},
-        {"one far behind", u"\\small", kCorrupt, put16(32, 65535)},
-        {"one within a record", u"\\small", kCorrupt, put16(32, 47)},
-        {"a record of no bytes", u"\\small", kCorrupt, put16(38, 0)},
-        {"one of less than its head", u"\\small", kCorrupt, put16(38, 11)},
-        {"one of an odd size", u"\\small", kCorrupt, put16(38, 49)},
-        {"one behind the end", u"\\small", kCorrupt, put16(38, 65535)},
-        {"one too short", u"\\small", kCorrupt, put16(38, 40)},
+         "paged.stream+24 1 paged.stream.1+24 2 paged.stream.2+24 3 paged.stream.3+24 4"},
+        {"another's page", u"\\paged", kCorrupt, "paged.stream.1+16 other.stream"},
+        {"past the end", u"\\paged", kCorrupt, "paged.stream.1+16 0xFFFFFFF0"},
+        {"more than a page in a page", u"\\paged", kCorrupt, "paged.stream.1+30:16 225"},
+        {"a circle of the index", u"\\long", kCorrupt, "long.index.1+16 long.index"},
+        {"an entry past the end", u"\\long", kCorrupt, "long.index+52 0x10000000"},
+        {"a page twice", u"\\long", kCorrupt, "long.index+52 long.stream.4"},
+        {"a hole for a whole block", u"\\long", kCorrupt, "long.index+52 0"},
+        {"an index that is none", u"\\long", kCorrupt, "long.record.11+8 long.stream"},
+        {"no index: the chain serves", u"\\long", kOk, "long.record.11+8 0"},
+        {"blocks of no page", u"\\coded", kCorrupt, "coded.record.6+20 0"},
+        {"all one block", u"\\coded", kOk, "coded.record.6+20 65535"},
+        {"no such method", u"\\coded", kBadBlock, "coded.record.6+12 17"},
+        {"a run without an end", u"\\coded", kBadBlock, "fill/coded.stream+32 5"},
+        {"the same inline", u"\\inline", kBadBlock, "fill/inline.record.2+12 8"},
+        {"a size of all bits", u"\\paged", kOk, "fill/paged.record.0+40 8"},
+        {"a size of 62 bits", u"\\inline", kOk, "inline.record.0+44 0x40000000"},
+        {"no end offset", u"\\small", kCorrupt, "small.head+32:16 0"},
+        {"one before the records", u"\\small", kCorrupt, "small.head+32:16 35"},
+        {"one behind the page", u"\\small", kCorrupt, "small.head+32:16 257"},
+        {"one far behind", u"\\small", kCorrupt, "small.head+32:16 65535"},
+        {"one within a record", u"\\small", kCorrupt, "small.head+32:16 47"},
+        {"a record of no bytes", u"\\small", kCorrupt, "small.head+38:16 0"},
+        {"one of less than its head", u"\\small", kCorrupt, "small.head+38:16 11"},
+        {"one of an odd size", u"\\small", kCorrupt, "small.head+38:16 49"},
+        {"one behind the end", u"\\small", kCorrupt, "small.head+38:16 65535"},
+        {"one too short", u"\\small", kCorrupt, "small.head+38:16 40"},
     };
     for (const auto& lie : lies) {
         SCOPED_TRACE(lie.what);
         Builder builder = sound;
-        lie.change(builder, builder.At(lie.file));
+        Edit(&builder, lie.edits);
         EngineStore store(builder.Finish());
         const size_t size = store.FileBytes().size();
         Bytes bytes;
