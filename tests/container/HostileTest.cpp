@@ -6,6 +6,7 @@
 
 #include <random>
 
+#include "tests/container/Edit.h"
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
 #include "tests/support/MemoryFiles.h"
@@ -108,30 +109,22 @@ TEST_F(Hostile, EveryLinkToItselfToOthersAndToNowhere) {
 }
 
 TEST_F(Hostile, DirectoriesInCircles) {
-    const Item root = Directory(
-        u"", {Directory(u"a", {Directory(u"b", {File(u"c")})}), Directory(u"d", {File(u"e")})});
-    const Builder sound({}, root);
-    const Place& a = sound.At(u"\\a");
-    const Place& b = sound.At(u"\\a\\b");
-    const Place& c = sound.At(u"\\a\\b\\c");
-    const Place& d = sound.At(u"\\d");
-    // A child that is its own parent, its grandparent, the root; one object in two directories.
-    for (const Place* child : {&b, &c}) {
-        for (const std::pair<uint32_t, uint32_t>& object :
-             {std::pair(a.fileId, a.headerPage), std::pair(b.fileId, b.headerPage),
-              std::pair(d.fileId, d.headerPage), std::pair(1u, 2u), std::pair(1u, a.headerPage)}) {
-            Builder builder = sound;
-            uint8_t* entry = builder.Page(child->entryPage) + child->entryOffset;
-            Put32(entry, 0, object.first);
-            Put32(entry, 4, object.second);
-            Put32(entry, 8, 2);
-            Run(builder.Finish(), 512);
-        }
-    }
+    const Builder sound({}, Directory(u"", {Directory(u"a", {Directory(u"b", {File(u"c")})}),
+                                            Directory(u"d", {File(u"e")})}));
     // An EntryPage in two directories.
-    Builder builder = sound;
-    Put32(builder.Page(d.headerPage), 92, a.entryPages[0]);
-    Run(builder.Finish(), 512);
+    std::vector<std::string> edits = {"d.head+92 a.entries"};
+    // A child that is its own parent, its grandparent, the root; one object in two directories.
+    for (const std::string child : {"a\\b.dirent", "a\\b\\c.dirent"})
+        for (const std::string id : {"a", "a\\b", "d", ""})
+            for (const std::string& head : {id, std::string("a")})
+                edits.push_back(child + "+0 " + id + ".id " + child + "+4 " + head + ".head " +
+                                child + "+8 2");
+    for (const std::string& edit : edits) {
+        SCOPED_TRACE(edit);
+        Builder builder = sound;
+        Edit(&builder, edit);
+        Run(builder.Finish(), 512);
+    }
 }
 
 TEST_F(Hostile, LogsLie) {

@@ -7,7 +7,6 @@
 
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
-#include "tests/support/EveryFailure.h"
 #include "tests/support/MemoryFiles.h"
 
 namespace faults {
@@ -63,14 +62,12 @@ class Compaction : public testing::TestWithParam<Layout> {
     }
 
     // All reads as before, the container takes more, and at most pages are lost.
-    void ExpectWhole(EngineStore& store, const Content& before, bool compact) {
+    void ExpectWhole(EngineStore& store, const Content& before) {
         Failures failures;
         for (const auto& [path, body] : store.ReadAll(&failures)) EXPECT_EQ(body, before.at(path));
         EXPECT_EQ(failures, Failures());
         EXPECT_EQ(store.Put(u"\\after", Pattern(5000)), storage::kOk);
-        if (compact) {
-            EXPECT_EQ(storage::StorageCompact(store, nullptr), storage::kOk);
-        }
+        EXPECT_EQ(storage::StorageCompact(store, nullptr), storage::kOk);
         EXPECT_EQ(store.Close(), storage::kOk);
         const CheckOutcome check = CheckContainer(path_, kDeepCheck);
         EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
@@ -173,7 +170,7 @@ TEST_P(Compaction, ThatIsKilledLosesNothing) {
         EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
         EngineStore store;
         ASSERT_EQ(store.Open(path_), storage::kOk);
-        ExpectWhole(store, before, true);
+        ExpectWhole(store, before);
         if (HasFailure()) return;
     }
 }
@@ -197,27 +194,6 @@ TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
         ASSERT_EQ(status, storage::kCancelled);
     }
     ADD_FAILURE() << "it never ends";
-}
-
-// Any call that fails, and each from then on or only this one, leaves a sound container with the
-// same content, part of which has been moved. Pages given up may stay lost.
-TEST_P(Compaction, ThatFailsIsRolledBack) {
-    const Bytes sparse = Sparse(1);
-    const Content before = ContentOf(ReadSound().root);
-    for (const auto what : {support::Failing::Allocation, support::Failing::FileCall}) {
-        const auto attempt = [&](support::Failure& failure) {
-            memory_.Put(path_, sparse);
-            EngineStore store;
-            ASSERT_EQ(store.Open(path_), storage::kOk);
-            const storage::Status status =
-                failure.During([&] { return storage::StorageCompact(store, nullptr); });
-            if (!failure.Hit()) {
-                EXPECT_EQ(status, storage::kOk);
-            }
-            ExpectWhole(store, before, false);
-        };
-        support::WithEveryFailure(what, attempt, Rounds(6) < 6 ? 4 : 40);
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, Compaction,

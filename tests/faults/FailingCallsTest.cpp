@@ -148,7 +148,7 @@ const Operation kOperations[] = {
     {"look in an older directory", {"look \\old\\in"}},
     {"search with long names", {"list \\long 3"}},
     {"ask for the times", {"times \\dir\\big"}},
-    {"compact", {"compact \\"}},
+    {"compact", {"delete \\pages", "compact \\"}},
 };
 
 // Handles and a search on what an operation may fail on.

@@ -75,8 +75,6 @@ std::string Do(EngineStore& store, const std::string& verb, const contract::Word
     if (verb == "delete") return Told(store.Delete(at), "0");
     if (verb == "move") return Told(store.Move(at, other), "0");
     if (verb == "case") return Told(StorageSetCaseSensitive(store, !at.empty()), "0");
-    if (verb == "list") return List(store, path, 3, 0);
-    if (verb == "list-all") return List(store, path, 3 | kAttrLink, kFindFullName);
     if (verb == "text") {
         const Status status = store.Get(at, &body);
         return Told(status, std::string(body.begin(), body.end()));
@@ -95,7 +93,7 @@ std::string Do(EngineStore& store, const std::string& verb, const contract::Word
                                      {WTEXT("dots"), kFindWithDots},
                                      {WTEXT("times"), kFindTimes}})
         if (std::count(words.begin(), words.end(), platform::WString(word)) != 0) flags |= flag;
-    return List(store, path, static_cast<uint32_t>(other[0] - u'0'), flags);
+    return List(store, path, static_cast<uint32_t>(std::stoul(Narrow(other))), flags);
 }
 
 // Plays a section of namespace.txt.
