@@ -9,23 +9,17 @@
 #include "tests/container/Edit.h"
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
-#include "tests/support/MemoryFiles.h"
 
 namespace support::container {
 namespace {
 
 class Hostile : public testing::Test {
   protected:
-    // A run over `file` stays within work that the page count bounds.
-    void Run(const Bytes& file, uint32_t pageSize) {
-        memory_.Put(path_, file);
-        memory_.ResetWork();
-        Exercise(path_);
-        EXPECT_LT(memory_.Work(), 4000 + 100 * (file.size() / pageSize + 1));
+    void Run(const Bytes& file, uint32_t pageSize = 512, const Bytes& log = {}) {
+        container_.Put(file, log);
+        container_.ExpectBoundedWork(pageSize);
     }
-    const TempDir dir_;
-    const std::filesystem::path path_ = dir_ / "a.dat", log_ = dir_ / "a.log";
-    MemoryFiles memory_;
+    MemoryContainer container_;
 };
 
 // A link of some kind, or a number that steers a walk, in some page of the rich tree.
@@ -98,8 +92,8 @@ TEST_F(Hostile, EveryLinkToItselfToOthersAndToNowhere) {
                     const Bytes file = builder.Finish();
                     Run(file, pageSize);
                     if (value == 0xFFFFFFFF && !target.passes) {
-                        memory_.Put(path_, file);
-                        EXPECT_FALSE(CheckContainer(path_, kDeepCheck).FoundNothing() &&
+                        container_.Put(file);
+                        EXPECT_FALSE(container_.Check().FoundNothing() &&
                                      ReadContainer(file).wrong.empty());
                     }
                 }
@@ -123,7 +117,7 @@ TEST_F(Hostile, DirectoriesInCircles) {
         SCOPED_TRACE(edit);
         Builder builder = sound;
         Edit(&builder, edit);
-        Run(builder.Finish(), 512);
+        Run(builder.Finish());
     }
 }
 
@@ -149,7 +143,7 @@ TEST_F(Hostile, LogsLie) {
             entries.push_back(entry);
         }
         const std::vector<Bytes> log = SequentialLog(form, {5}, entries);
-        memory_.Remove(log_);
+        Bytes beside;
         if (round % 3 == 0) {
             builder.AddInFileLog(log, round % 7);
         } else if (round % 3 == 1) {
@@ -160,9 +154,9 @@ TEST_F(Hostile, LogsLie) {
             Put32(last, 16, builder.PageCount() - 1 - dice() % 2);
             Put32(builder.Page(builder.PageCount() - 2), 16, builder.PageCount() - 2);
         } else {
-            memory_.Put(log_, Joined(log));
+            beside = Joined(log);
         }
-        Run(builder.Finish(), 512);
+        Run(builder.Finish(), 512, beside);
     }
 }
 

@@ -5,7 +5,6 @@
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
 #include "tests/support/EveryFailure.h"
-#include "tests/support/MemoryFiles.h"
 
 namespace support::container {
 namespace {
@@ -183,36 +182,30 @@ TEST_P(Logs, ThatFailToBeReplayedAreKeptForTheNextTry) {
 // page of one inside can take along what stands on it.
 TEST_P(Logs, AreReplayedAfterACrashInTheMiddle) {
     const Scene scene = Make(3);
-    MemoryFiles memory;
-    const auto lay = [&](const Bytes& file, const Bytes& log) {
-        memory.Put(file_, file);
-        memory.Remove(log_);
-        if (!log.empty()) memory.Put(log_, log);
-    };
+    MemoryContainer container;
     std::vector<std::pair<Bytes, Bytes>> moments;
+    container.Put(scene.file, scene.log);
     {
-        lay(scene.file, scene.log);
-        const MemoryFiles::Recording recording(memory);
+        const MemoryFiles::Recording recording(container.Files());
         EngineStore store;
-        ASSERT_EQ(store.Open(file_), kOk);
+        ASSERT_EQ(store.Open(container.Path()), kOk);
         ASSERT_EQ(store.Close(), kOk);
         ASSERT_GT(recording.Changes().size(), 3u);
         for (size_t i = 0; i <= recording.Changes().size(); ++i)
             for (const size_t torn : {size_t{3}, size_t{100}, SIZE_MAX})
-                moments.emplace_back(recording.Image(file_, i, torn),
-                                     IsBeside() ? recording.Image(log_, i, torn) : Bytes());
+                moments.emplace_back(recording.Image(container.Path(), i, torn),
+                                     recording.Image(container.LogPath(), i, torn));
     }
     for (size_t i = 0; i < moments.size(); ++i) {
         SCOPED_TRACE("moment " + std::to_string(i));
-        lay(moments[i].first, moments[i].second);
-        CheckContainer(file_, kDeepCheck);
-        EXPECT_EQ(std::pair(memory.Get(file_), memory.Get(log_)), moments[i]) << "by a check";
-        ASSERT_EQ(CheckContainer(file_, kRepair).status, 0);
+        container.Put(moments[i].first, moments[i].second);
+        container.Check();
+        EXPECT_EQ(std::pair(container.Get(), container.Log()), moments[i]) << "by a check";
+        ASSERT_EQ(container.Check(kRepair).status, 0);
         if (i % 3 == 2 || IsBeside()) {
-            EXPECT_EQ(ContentOf(ReadContainer(memory.Get(file_)).root), scene.content);
+            EXPECT_EQ(ContentOf(ReadContainer(container.Get()).root), scene.content);
         }
-        for (const std::string& broken : BrokenPromises(file_, [&] { return memory.Get(file_); }))
-            ADD_FAILURE() << broken;
+        container.ExpectPromisesKept();
     }
 }
 

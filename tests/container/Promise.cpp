@@ -144,4 +144,22 @@ std::vector<std::string> BrokenPromises(const std::filesystem::path& path,
     return broken;
 }
 
+void MemoryContainer::Put(const Bytes& bytes, const Bytes& log) {
+    memory_.Put(path_, bytes);
+    memory_.Remove(log_);
+    if (!log.empty()) memory_.Put(log_, log);
+}
+
+void MemoryContainer::ExpectBoundedWork(uint32_t pageSize) {
+    const size_t pages = Get().size() / pageSize;
+    memory_.ResetWork();
+    Exercise(path_);
+    EXPECT_LT(memory_.Work(), 4000 + 100 * (pages + 1));
+}
+
+void MemoryContainer::ExpectPromisesKept() const {
+    for (const std::string& broken : BrokenPromises(path_, [this] { return Get(); }))
+        ADD_FAILURE() << broken;
+}
+
 }  // namespace support::container

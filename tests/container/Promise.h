@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/container/EngineStore.h"
+#include "tests/support/MemoryFiles.h"
 
 namespace support::container {
 
@@ -54,5 +55,29 @@ std::vector<std::string> UseContainer(const std::filesystem::path& path);
 // no byte but the transaction counter, and it can be used. `contents` gives the file's bytes.
 std::vector<std::string> BrokenPromises(const std::filesystem::path& path,
                                         const std::function<Bytes()>& contents);
+
+// A container in files of memory, and the log beside it if there is one.
+class MemoryContainer {
+  public:
+    const std::filesystem::path& Path() const { return path_; }
+    const std::filesystem::path& LogPath() const { return log_; }
+    MemoryFiles& Files() { return memory_; }
+    void Put(const Bytes& bytes, const Bytes& log = {});
+    Bytes Get() const { return memory_.Get(path_); }
+    Bytes Log() const { return memory_.Get(log_); }
+    CheckOutcome Check(uint32_t flags = kDeepCheck, uint32_t cancelAtCode = 0) const {
+        return CheckContainer(path_, flags, cancelAtCode);
+    }
+    Reading ReadSound() const { return container::ReadSound(path_, Get()); }
+    // All that can be done with it ends after work that its page count bounds.
+    void ExpectBoundedWork(uint32_t pageSize);
+    // A repair that is over has kept its promises.
+    void ExpectPromisesKept() const;
+
+  private:
+    TempDir dir_;
+    const std::filesystem::path path_ = dir_ / "c.dat", log_ = dir_ / "c.log";
+    MemoryFiles memory_;
+};
 
 }  // namespace support::container

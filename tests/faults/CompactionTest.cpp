@@ -7,7 +7,6 @@
 
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
-#include "tests/support/MemoryFiles.h"
 
 namespace faults {
 namespace {
@@ -36,7 +35,6 @@ class Compaction : public testing::TestWithParam<Layout> {
         form.freePages = freePages;
         return form;
     }
-    Reading ReadSound() { return support::container::ReadSound(path_, memory_.Get(path_)); }
     // A container of everything, in which pages are free all over; by seed 0 at its end only.
     Bytes Sparse(uint32_t seed) {
         std::mt19937 random(seed);
@@ -45,18 +43,18 @@ class Compaction : public testing::TestWithParam<Layout> {
         for (size_t i = 0; i < fillers; ++i)
             root.children.insert(root.children.begin() + random() % root.children.size(),
                                  File(Numbered(u"filler ", i), Pattern(random() % 4000)));
-        memory_.Put(path_, Builder(FormOf(seed == 0 ? 5 : seed % 3), root).Finish());
+        container_.Put(Builder(FormOf(seed == 0 ? 5 : seed % 3), root).Finish());
         EngineStore store;
-        EXPECT_EQ(store.Open(path_), storage::kOk);
+        EXPECT_EQ(store.Open(container_.Path()), storage::kOk);
         for (size_t i = 0; i < fillers; ++i)
             if (random() % 4 != 0) {
                 EXPECT_EQ(store.Delete(Numbered(u"\\filler ", i)), storage::kOk);
             }
         EXPECT_EQ(store.Close(), storage::kOk);
-        return memory_.Get(path_);
+        return container_.Get();
     }
     void ExpectCompact(const Content& before) {
-        const Reading after = ReadSound();
+        const Reading after = container_.ReadSound();
         EXPECT_EQ(ContentOf(after.root), before);
         ExpectFull(after);
     }
@@ -69,25 +67,23 @@ class Compaction : public testing::TestWithParam<Layout> {
         EXPECT_EQ(store.Put(u"\\after", Pattern(5000)), storage::kOk);
         EXPECT_EQ(storage::StorageCompact(store, nullptr), storage::kOk);
         EXPECT_EQ(store.Close(), storage::kOk);
-        const CheckOutcome check = CheckContainer(path_, kDeepCheck);
+        const CheckOutcome check = container_.Check();
         EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
-        Content after = ContentOf(ReadContainer(memory_.Get(path_)).root);
+        Content after = ContentOf(ReadContainer(container_.Get()).root);
         EXPECT_EQ(after.erase(u"\\after"), 1u);
         EXPECT_TRUE(after == before);
     }
 
-    support::TempDir dir_;
-    const std::filesystem::path path_ = dir_ / "c.dat";
-    support::MemoryFiles memory_;
+    MemoryContainer container_;
 };
 
 TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
     for (uint32_t seed = 0; seed <= Rounds(6); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         Sparse(seed);
-        const Content before = ContentOf(ReadSound().root);
+        const Content before = ContentOf(container_.ReadSound().root);
         EngineStore store;
-        ASSERT_EQ(store.Open(path_), storage::kOk);
+        ASSERT_EQ(store.Open(container_.Path()), storage::kOk);
         // Some of it is in memory when the pages move, and some is not.
         if (seed % 2 == 0) store.ReadAll();
         uint8_t done = 7;
@@ -106,7 +102,7 @@ TEST_P(Compaction, ShrinksToThePagesInUseAndChangesNothingElse) {
         for (const auto& [path, body] : after) EXPECT_EQ(body, before.at(path));
         EXPECT_EQ(store.Put(u"\\deep\\after", Pattern(3000)), storage::kOk);
         EXPECT_EQ(store.Close(), storage::kOk);
-        ReadSound();
+        container_.ReadSound();
     }
 }
 
@@ -122,9 +118,9 @@ TEST_P(Compaction, OfAContainerWithItsLogInsideLeavesItsEndFree) {
     Builder builder(form, root);
     builder.AddInFileLog({}, form.pageSize);  // past the next map page
     const Bytes bytes = builder.Finish();
-    memory_.Put(path_, bytes);
+    container_.Put(bytes);
     EngineStore store;
-    ASSERT_EQ(store.Open(path_), storage::kOk);
+    ASSERT_EQ(store.Open(container_.Path()), storage::kOk);
     for (size_t i = 0; i < 30; i += 2)
         ASSERT_EQ(store.Delete(Numbered(u"\\filler ", i)), storage::kOk);
     Content before = store.ReadAll();
@@ -141,35 +137,35 @@ TEST_P(Compaction, OfAContainerWithItsLogInsideLeavesItsEndFree) {
         before[path] = body;
     }
     EXPECT_EQ(store.Close(), storage::kOk);
-    EXPECT_EQ(memory_.Get(path_).size(), bytes.size());
-    ReadSound();
+    EXPECT_EQ(container_.Get().size(), bytes.size());
+    container_.ReadSound();
 }
 
 // Killed behind any page that it writes, it leaves all content where it is found, and lost pages at
 // most; without a repair.
 TEST_P(Compaction, ThatIsKilledLosesNothing) {
     const Bytes sparse = Sparse(2);
-    const Content before = ContentOf(ReadSound().root);
+    const Content before = ContentOf(container_.ReadSound().root);
     std::vector<Bytes> images;
     {
-        const support::MemoryFiles::Recording recording(memory_);
+        const support::MemoryFiles::Recording recording(container_.Files());
         EngineStore store;
-        ASSERT_EQ(store.Open(path_), storage::kOk);
+        ASSERT_EQ(store.Open(container_.Path()), storage::kOk);
         ASSERT_EQ(storage::StorageCompact(store.Container(), nullptr), storage::kOk);
         ASSERT_EQ(store.Close(), storage::kOk);
         for (size_t i = 0; i < recording.Changes().size(); ++i)
             for (size_t at = 0; at <= recording.Changes()[i].bytes.size();
                  at += GetParam().pageSize)
-                images.push_back(recording.Image(path_, i + 1, at));
+                images.push_back(recording.Image(container_.Path(), i + 1, at));
     }
     ASSERT_GT(images.size(), 20u);
     for (size_t i = 0; i < images.size(); i += 1 + images.size() / (8 * Rounds(6))) {
         SCOPED_TRACE("moment " + std::to_string(i));
-        memory_.Put(path_, images[i]);
-        const CheckOutcome check = CheckContainer(path_, kDeepCheck);
+        container_.Put(images[i]);
+        const CheckOutcome check = container_.Check();
         EXPECT_TRUE(check.FoundOnlyLostPages()) << check.Findings();
         EngineStore store;
-        ASSERT_EQ(store.Open(path_), storage::kOk);
+        ASSERT_EQ(store.Open(container_.Path()), storage::kOk);
         ExpectWhole(store, before);
         if (HasFailure()) return;
     }
@@ -179,16 +175,16 @@ TEST_P(Compaction, ThatIsKilledLosesNothing) {
 // one goes on.
 TEST_P(Compaction, CanBeStoppedBetweenItsSteps) {
     Sparse(1);
-    const Content before = ContentOf(ReadSound().root);
+    const Content before = ContentOf(container_.ReadSound().root);
     uint32_t steps = 0;
     for (uint32_t allowed = 0; allowed < 50; ++allowed) {
         steps = allowed;
-        const storage::Status status =
-            storage::StorageCompactFile(dir_.File("c.dat").c_str(), &steps, [](void* left) {
+        const storage::Status status = storage::StorageCompactFile(
+            support::Wide(container_.Path()).c_str(), &steps, [](void* left) {
                 uint32_t* count = static_cast<uint32_t*>(left);
                 return *count != 0 && (*count)-- != 0;
             });
-        const Reading after = ReadSound();
+        const Reading after = container_.ReadSound();
         EXPECT_EQ(ContentOf(after.root), before);
         if (status == storage::kOk) return ExpectFull(after);
         ASSERT_EQ(status, storage::kCancelled);

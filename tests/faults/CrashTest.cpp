@@ -10,7 +10,6 @@
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
 #include "tests/faults/Registry.h"
-#include "tests/support/MemoryFiles.h"
 
 namespace faults {
 namespace {
@@ -24,13 +23,11 @@ constexpr uint32_t kPageSize = 512;
 class Recorded {
   public:
     explicit Recorded(const std::vector<Step>& work) {
-        const support::TempDir dir;
-        const WString path = dir.File("run.fbr");
-        support::MemoryFiles memory;
-        auto store = std::make_unique<Store>(path);
+        MemoryContainer container;
+        auto store = std::make_unique<Store>(support::Wide(container.Path()));
         EXPECT_EQ(store->Lock(), FSSTATUS_SUCCESS);
-        const support::MemoryFiles::Recording recording(memory);
-        start = memory.Get(dir / "run.fbr");
+        const support::MemoryFiles::Recording recording(container.Files());
+        start = container.Get();
         for (const Step& step : work) {
             Note(step, 0);
             faults::Apply(step, &model_);
@@ -112,20 +109,15 @@ class Judge {
 
   private:
     Key Repaired(const Bytes& image) {
-        memory_.Put(path_, image);
-        EXPECT_EQ(CheckContainer(path_, kRepair).status, 0);
-        const Bytes repaired = memory_.Get(path_);
-        if (points_++ % 8 == 0)
-            for (const std::string& broken :
-                 BrokenPromises(path_, [&] { return memory_.Get(path_); }))
-                ADD_FAILURE() << broken;
+        container_.Put(image);
+        EXPECT_EQ(container_.Check(kRepair).status, 0);
+        const Bytes repaired = container_.Get();
+        if (points_++ % 8 == 0) container_.ExpectPromisesKept();
         return ContentOf(ReadContainer(repaired));
     }
 
     const Recorded& run_;
-    support::TempDir dir_;
-    const std::filesystem::path path_ = dir_ / "crashed.fbr";
-    support::MemoryFiles memory_;
+    MemoryContainer container_;
     uint32_t points_ = 0;
     uint64_t lost_ = 0;
 };

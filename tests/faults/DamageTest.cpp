@@ -23,7 +23,7 @@ struct Shape {
 class DamageTest : public testing::TestWithParam<Shape> {
   protected:
     // A container of one seed, and the log beside it if it has one.
-    Bytes Make(uint32_t seed) {
+    std::pair<Bytes, Bytes> Make(uint32_t seed) {
         form_ = {};
         form_.pageSize = GetParam().pageSize;
         form_.foreign = seed % 5 == 0;
@@ -33,19 +33,15 @@ class DamageTest : public testing::TestWithParam<Shape> {
         const uint32_t header = builder.At(u"\\small").headerPage;
         const std::vector<Bytes> log =
             SequentialLog(form_, {7}, {{32, header, 7, builder.PageBytes(header), {}}});
-        memory_.Remove(log_);
-        if (GetParam().log == Log::Beside) memory_.Put(log_, Joined(log));
         if (GetParam().log == Log::InFile) builder.AddInFileLog(log, 10);
         if (GetParam().log == Log::Chained) {
             const uint32_t page = builder.AddPage(DataPage);
             builder.AddChainedLog({page}, 1);
         }
-        return builder.Finish();
+        return {builder.Finish(), GetParam().log == Log::Beside ? Joined(log) : Bytes()};
     }
 
-    support::TempDir dir_;
-    const std::filesystem::path path_ = dir_ / "c.dat", log_ = dir_ / "c.log";
-    support::MemoryFiles memory_;
+    MemoryContainer container_;
     Form form_;
 };
 
@@ -54,20 +50,15 @@ TEST_P(DamageTest, IsMendedOnceAndForAll) {
     uint32_t lost = 0, refused = 0;
     for (uint32_t seed = 1; seed <= rounds && !HasFailure(); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
-        Bytes bytes = Make(seed);
+        auto [bytes, log] = Make(seed);
         Damage damage(bytes, form_.pageSize, form_.foreign, seed);
         for (uint32_t i = 0; i <= seed % 7; ++i) damage.Strike();
-        memory_.Put(path_, bytes);
-        const Bytes log = memory_.Get(log_);
-        memory_.ResetWork();
-        Exercise(path_);
-        EXPECT_LT(memory_.Work(), 4000 + 100 * (bytes.size() / form_.pageSize + 1));
-        memory_.Put(path_, bytes);
-        memory_.Remove(log_);
-        if (!log.empty()) memory_.Put(log_, log);
-        const CheckOutcome check = CheckContainer(path_, kDeepCheck);
-        EXPECT_EQ(memory_.Get(path_), bytes);
-        CheckOutcome repair = CheckContainer(path_, kRepair);
+        container_.Put(bytes, log);
+        container_.ExpectBoundedWork(form_.pageSize);
+        container_.Put(bytes, log);
+        const CheckOutcome check = container_.Check();
+        EXPECT_EQ(container_.Get(), bytes);
+        CheckOutcome repair = container_.Check(kRepair);
         if (repair.status == storage::kNotContainer) {
             ++lost;
             continue;
@@ -77,14 +68,13 @@ TEST_P(DamageTest, IsMendedOnceAndForAll) {
         if (repair.status == storage::kCorrupt && GetParam().log != Log::None) {
             ++refused;
             EXPECT_FALSE(check.FoundNothing());
-            EXPECT_EQ(memory_.Get(path_), bytes);
-            repair = CheckContainer(path_, kRepair | storage::kCheckDiscardLog);
+            EXPECT_EQ(container_.Get(), bytes);
+            repair = container_.Check(kRepair | storage::kCheckDiscardLog);
             if (repair.status == storage::kNotContainer) continue;
         }
         ASSERT_EQ(repair.status, storage::kOk);
         EXPECT_EQ(check.status, storage::kOk);
-        for (const std::string& broken : BrokenPromises(path_, [&] { return memory_.Get(path_); }))
-            ADD_FAILURE() << broken;
+        container_.ExpectPromisesKept();
     }
     EXPECT_LT(lost, rounds / 4);
     EXPECT_LT(refused, rounds / 2);

@@ -11,7 +11,6 @@
 #include "tests/container/Shapes.h"
 #include "tests/contract/ScriptText.h"
 #include "tests/support/EveryFailure.h"
-#include "tests/support/MemoryFiles.h"
 
 namespace faults {
 namespace {
@@ -199,14 +198,14 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
             if (status == kOk) status = InOne(store, step, operation.batch);
         return status;
     }
-    Content OnDisk() { return ContentOf(ReadContainer(memory_.Get(path_)).root); }
+    Content OnDisk() { return ContentOf(ReadContainer(container_.Get()).root); }
     // What there may be afterwards: each step done or not.
     std::vector<Content> States(const Operation& operation) {
-        memory_.Put(path_, file_);
+        container_.Put(file_);
         std::vector<Content> states = {OnDisk()};
         for (const char* step : operation.steps) {
             Store store;
-            EXPECT_EQ(store.Open(path_), kOk);
+            EXPECT_EQ(store.Open(container_.Path()), kOk);
             EXPECT_EQ(InOne(store, step, operation.batch), kOk) << operation.name;
             EXPECT_EQ(store.Close(), kOk);
             states.push_back(OnDisk());
@@ -222,9 +221,9 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
     }
     void Attempt(const Operation& operation, const std::vector<Content>& states,
                  support::Failure& failure, bool again) {
-        memory_.Put(path_, file_);
+        container_.Put(file_);
         Store store;
-        ASSERT_EQ(store.Open(path_), kOk);
+        ASSERT_EQ(store.Open(container_.Path()), kOk);
         const Status status = failure.During([&] { return Do(operation, store); });
         if (!failure.Hit()) {
             EXPECT_EQ(status, kOk);
@@ -236,7 +235,7 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
         const Status second = again && status != kOk ? Do(operation, store) : kOk;
         // What memory kept is what the disk says.
         EXPECT_EQ(store.Close(), kOk);
-        ASSERT_EQ(store.Open(path_), kOk);
+        ASSERT_EQ(store.Open(container_.Path()), kOk);
         ExpectWorking(store);
         EXPECT_EQ(store.Close(), kOk);
         Content now = OnDisk();
@@ -254,14 +253,12 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
                                 }))
             << status << " then " << second;
         // Pages that could not be freed are lost, and nothing else is wrong.
-        const CheckOutcome check = CheckContainer(path_, kDeepCheck);
+        const CheckOutcome check = container_.Check();
         EXPECT_TRUE(failure.InHeap() ? check.FoundNothing() : check.FoundOnlyLostPages())
             << check.Findings();
     }
 
-    support::TempDir dir_;
-    const std::filesystem::path path_ = dir_ / "c.dat";
-    support::MemoryFiles memory_;
+    MemoryContainer container_;
     Bytes file_;
 };
 
@@ -283,15 +280,15 @@ TEST_P(FailingCalls, LeaveHandlesAndSearchesUsable) {
         if (operation.batch) continue;
         SCOPED_TRACE(operation.name);
         support::WithEveryFailure(Failing::Allocation, [&](support::Failure& failure) {
-            memory_.Put(path_, file_);
+            container_.Put(file_);
             Store store;
-            ASSERT_EQ(store.Open(path_), kOk);
+            ASSERT_EQ(store.Open(container_.Path()), kOk);
             Busy busy(store);
             failure.During([&] { return Do(operation, store); });
             busy.ExpectGoingOn(store.Has(u"\\to\\x") ? u"\\to\\x" : u"\\dir\\x");
             ExpectWorking(store);
             EXPECT_EQ(store.Close(), kOk);
-            ReadSound(path_, memory_.Get(path_));
+            container_.ReadSound();
         });
         if (HasFailure()) return;
     }

@@ -8,7 +8,6 @@
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
 #include "tests/support/EveryFailure.h"
-#include "tests/support/MemoryFiles.h"
 #include "tests/support/ReadOnlyScope.h"
 
 namespace {
@@ -26,51 +25,35 @@ Item SmallTree() {
                       File(u"many", Pattern(480 * 2))});
 }
 
-// A container in files of memory, one run after another.
-class Patient {
+class Patient : public MemoryContainer {
   public:
     explicit Patient(const Bytes& bytes) { Put(bytes); }
 
-    CheckOutcome Run(uint32_t flags, uint32_t cancelAtCode = 0) {
-        return CheckContainer(path_, flags, cancelAtCode);
-    }
-    Bytes Contents() const { return memory_.Get(path_); }
-    void Put(const Bytes& bytes) { memory_.Put(path_, bytes); }
-    Reading Sound() { return ReadSound(path_, Contents()); }
-    void ExpectMended() {
-        for (const std::string& broken : BrokenPromises(path_, [this] { return Contents(); }))
-            ADD_FAILURE() << broken;
-    }
     // A check tells what a repair mends, and changes nothing; the container after the repair, which
     // has kept its promise.
     Reading Mended(CheckOutcome* outcome) {
-        const Bytes damaged = Contents();
-        const CheckOutcome check = Run(kDeepCheck);
+        const Bytes damaged = Get();
+        const CheckOutcome check = Check();
         EXPECT_EQ(check.status, 0);
         EXPECT_FALSE(check.FoundNothing());
-        EXPECT_TRUE(Contents() == damaged);
-        *outcome = Run(kRepair);
+        EXPECT_TRUE(Get() == damaged);
+        *outcome = Check(kRepair);
         EXPECT_EQ(outcome->status, 0);
         EXPECT_EQ(outcome->Findings(), check.Findings());
-        Reading after = ReadContainer(Contents());
+        Reading after = ReadContainer(Get());
         EXPECT_EQ(after.wrong, "");
-        ExpectMended();
+        ExpectPromisesKept();
         return after;
     }
     // The file's bytes after each change that a repair makes.
     std::vector<Bytes> Repaired() {
-        const support::MemoryFiles::Recording recording(memory_);
-        EXPECT_EQ(Run(kRepair).status, 0);
+        const support::MemoryFiles::Recording recording(Files());
+        EXPECT_EQ(Check(kRepair).status, 0);
         std::vector<Bytes> images;
         for (size_t i = 0; i <= recording.Changes().size(); ++i)
-            images.push_back(recording.Image(path_, i));
+            images.push_back(recording.Image(Path(), i));
         return images;
     }
-
-  private:
-    support::TempDir dir_;
-    const std::filesystem::path path_ = dir_ / "c.dat";
-    support::MemoryFiles memory_;
 };
 
 TEST(CheckRepair, SoundContainersHaveNoFindingsAndStayAsTheyAre) {
@@ -86,11 +69,11 @@ TEST(CheckRepair, SoundContainersHaveNoFindingsAndStayAsTheyAre) {
             const Bytes bytes = builder.Finish();
             for (const uint32_t flags : {3u, 1u, 2u, 0u}) {
                 Patient patient(bytes);
-                const CheckOutcome outcome = patient.Run(flags);
+                const CheckOutcome outcome = patient.Check(flags);
                 EXPECT_EQ(outcome.status, 0);
                 EXPECT_TRUE(outcome.FoundNothing())
                     << pageSize << foreign << " " << outcome.Findings();
-                EXPECT_TRUE(patient.Contents() == bytes) << pageSize << foreign << flags;
+                EXPECT_TRUE(patient.Get() == bytes) << pageSize << foreign << flags;
                 EXPECT_EQ(outcome.Pages(1).size(), builder.PageCount());
                 EXPECT_EQ(outcome.Pages(2).size(), builder.PageCount() - 1);
                 EXPECT_EQ(outcome.events.front().clean, 255);
@@ -267,8 +250,8 @@ TEST(CheckRepair, AKilledRepairIsFinishedByTheNext) {
         for (size_t i = 0; i < images.size() && !testing::Test::HasFailure(); ++i) {
             SCOPED_TRACE("after write " + std::to_string(i));
             patient.Put(images[i]);
-            EXPECT_EQ(patient.Run(kRepair).status, 0);
-            EXPECT_EQ(ContentOf(patient.Sound().root), before);
+            EXPECT_EQ(patient.Check(kRepair).status, 0);
+            EXPECT_EQ(ContentOf(patient.ReadSound().root), before);
         }
     }
 }
@@ -279,10 +262,11 @@ TEST(CheckRepair, AFailingCallEndsTheRunWithItsError) {
     Patient patient(builder.Finish());
     support::WithEveryFailure(support::Failing::FileCall, [&](support::Failure& failure) {
         patient.Put(builder.Finish());
-        const storage::Status status = failure.During([&] { return patient.Run(kRepair).status; });
+        const storage::Status status =
+            failure.During([&] { return patient.Check(kRepair).status; });
         EXPECT_EQ(status, failure.Hit() ? static_cast<storage::Status>(failure.kError) : 0);
-        EXPECT_EQ(patient.Run(kRepair).status, 0);
-        patient.ExpectMended();
+        EXPECT_EQ(patient.Check(kRepair).status, 0);
+        patient.ExpectPromisesKept();
     });
 }
 
@@ -311,9 +295,9 @@ TEST(CheckRepair, PageZeroIsFoundAgainThroughPageOneAndTheMapThroughThePages) {
         Bytes bytes = sound;
         std::fill_n(bytes.begin(), pageSize, uint8_t{0});
         Patient patient(bytes);
-        EXPECT_EQ(patient.Run(kRepair).status, 0);
-        EXPECT_TRUE(WithoutCounter(patient.Contents()) == WithoutCounter(sound)) << pageSize;
-        patient.ExpectMended();
+        EXPECT_EQ(patient.Check(kRepair).status, 0);
+        EXPECT_TRUE(WithoutCounter(patient.Get()) == WithoutCounter(sound)) << pageSize;
+        patient.ExpectPromisesKept();
     }
 }
 
@@ -324,10 +308,10 @@ TEST(CheckRepair, WhatIsNoContainerIsRefusedUnchanged) {
     for (const Bytes& bytes :
          {Bytes(), Bytes(100, 1), Bytes(5000, 0), Pattern(5000), builder.Finish()}) {
         Patient patient(bytes);
-        const CheckOutcome outcome = patient.Run(kRepair);
+        const CheckOutcome outcome = patient.Check(kRepair);
         EXPECT_EQ(outcome.status, storage::kNotContainer);
         EXPECT_EQ(outcome.Pages(15), bytes == builder.Finish() ? Pages{1} : Pages());
-        EXPECT_EQ(patient.Contents(), bytes);
+        EXPECT_EQ(patient.Get(), bytes);
     }
     const support::TempDir dir;
     EXPECT_EQ(CheckContainer(dir / "none", kDeepCheck).status, 2);
@@ -340,8 +324,8 @@ TEST(CheckRepair, CanBeCancelledAtEachPass) {
     const Bytes bytes = B({}, SmallTree()).Finish();
     for (const uint32_t code : {1u, 2u, 3u, 4u}) {
         Patient patient(bytes);
-        EXPECT_EQ(patient.Run(kRepair, code).status, storage::kCancelled);
-        EXPECT_TRUE(patient.Contents() == bytes);
+        EXPECT_EQ(patient.Check(kRepair, code).status, storage::kCancelled);
+        EXPECT_TRUE(patient.Get() == bytes);
     }
 }
 

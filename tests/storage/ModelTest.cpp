@@ -12,7 +12,6 @@
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
 #include "tests/storage/Model.h"
-#include "tests/support/MemoryFiles.h"
 #include "tests/support/Shrunk.h"
 
 namespace storage_model {
@@ -42,8 +41,8 @@ class Run {
         form.foreign = setup.foreign;
         Item tree = setup.rich ? RichTree(setup.pageSize) : support::container::Directory(u"");
         root_->Fill(tree);
-        memory_.Put(path_, Builder(form, tree).Finish());
-        Expect("open", store_.Open(path_), kOk);
+        container_.Put(Builder(form, tree).Finish());
+        Expect("open", store_.Open(container_.Path()), kOk);
     }
     ~Run() {
         EndWork();
@@ -419,20 +418,18 @@ class Run {
         }
         if (search_ != nullptr) Expect("given up", search_->record.search == nullptr, true);
         EndSearch();
-        const Reading reading = ReadContainer(memory_.Get(path_));
+        const Reading reading = ReadContainer(container_.Get());
         Expect(reading.wrong, reading.wrong.empty(), true);
         const std::string difference = Difference(*root_, reading.root);
         Expect(difference, difference.empty(), true);
-        const CheckOutcome check = CheckContainer(path_, kDeepCheck);
+        const CheckOutcome check = container_.Check();
         Expect("a check: " + check.Findings(), check.FoundNothing(), true);
-        Expect("open", store_.Open(path_), kOk);
+        Expect("open", store_.Open(container_.Path()), kOk);
     }
 
     const Setup setup_;
     const MemoryLimits limits_;
-    support::TempDir dir_;
-    const std::filesystem::path path_ = dir_ / "c.dat";
-    support::MemoryFiles memory_;
+    MemoryContainer container_;
     EngineStore store_;
     std::unique_ptr<Node> root_ = std::make_unique<Node>(), batch_;
     std::vector<Handle> handles_;
