@@ -132,6 +132,7 @@ const Operation kOperations[] = {
      true},
     {"delete a directory with its files", {"delete-with-files \\files"}},
     {"change two things at once", {"put \\to\\one *700 & move \\to\\x \\dir\\x"}, u"", true},
+    {"write to a directory with its entries in the record", {"write \\old 0 *300"}},
     {"open a directory as a file", {"write \\dir\\d1 0"}},
     {"read", {"read \\pages"}},
     {"read through a link", {"read \\link\\small"}},

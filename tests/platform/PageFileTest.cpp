@@ -191,6 +191,10 @@ TEST_F(PageFileTest, KnowsTheNamesOfTheSystem) {
         EXPECT_EQ(LastError(), c.error) << ToUtf8(c.name);
     }
     EXPECT_EQ(ProbePath(WString(70000, 'n').c_str()), kErrorFilenameTooLong);
+    // Nothing lies at the start of a process's memory.
+    const auto memory = OpenFile(WTEXT("/proc/self/mem"), Disposition::OpenExisting, true);
+    EXPECT_NE(memory->Read(0, buffer_, 16, &done_), 0u);
+    EXPECT_EQ(done_, 0u);
 }
 #else
 TEST_F(PageFileTest, WritesManyBuffersWithoutMemoryForARun) {

@@ -57,12 +57,11 @@ TEST_F(Threads, EightOnOneFileGetWholeAnswers) {
     }
 }
 
-// Files whose writes of single pages behind page 1 come in two halves, with a while in between.
-class HalvedPages final : public support::FileWrapper {
+// Files in whose use something happens, once at a time: before a read, or when a single page behind
+// page 1 is half written.
+class MetFiles final : public support::FileWrapper {
   public:
-    std::atomic<bool> armed{false};
-    std::atomic<bool> half{false};  // one is half written
-    std::atomic<bool> goOn{false};
+    std::function<void()> beforeRead, midWrite;
 
     platform::PageFile* Wrap(platform::PageFile* opened, const platform::WChar*) override {
         return new File(opened, this);
@@ -71,21 +70,27 @@ class HalvedPages final : public support::FileWrapper {
   private:
     class File final : public support::ForwardingFile {
       public:
-        File(platform::PageFile* inner, HalvedPages* scope)
-            : ForwardingFile(inner), scope_(scope) {}
+        File(platform::PageFile* inner, MetFiles* scope) : ForwardingFile(inner), scope_(scope) {}
+        platform::Error Read(uint64_t offset, void* buffer, uint32_t bytes,
+                             uint32_t* done) override {
+            if (scope_->beforeRead) {
+                const auto happen = std::exchange(scope_->beforeRead, nullptr);
+                happen();
+                scope_->beforeRead = happen;
+            }
+            return Inner().Read(offset, buffer, bytes, done);
+        }
         platform::Error Write(uint64_t offset, const void* const* buffers, uint32_t count,
                               uint32_t bytes, uint32_t* done) override {
-            if (scope_->armed && count == 1 && offset >= 2 * uint64_t{bytes}) {
+            if (scope_->midWrite && count == 1 && offset >= 2 * uint64_t{bytes}) {
                 Inner().Write(offset, buffers, count, bytes / 2, done);
-                scope_->half = true;
-                support::Eventually([this] { return scope_->goOn.load(); });
-                scope_->half = false;
+                scope_->midWrite();
             }
             return Inner().Write(offset, buffers, count, bytes, done);
         }
 
       private:
-        HalvedPages* scope_;
+        MetFiles* scope_;
     };
 };
 
@@ -93,7 +98,8 @@ class HalvedPages final : public support::FileWrapper {
 // and nothing of both.
 TEST_F(Threads, AReaderBesideAPageHalfWrittenGetsItWhole) {
     const auto value = [](uint32_t sequence) { return Sealed("\\k", "v", {1, sequence}, 300); };
-    HalvedPages pages;
+    MetFiles files;
+    std::atomic<bool> half{false}, goOn{false};
     Store store(path), other(path);
     Bytes data;
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
@@ -101,20 +107,41 @@ TEST_F(Threads, AReaderBesideAPageHalfWrittenGetsItWhole) {
     ASSERT_EQ(other.Get("\\k", "v", &data), FSSTATUS_SUCCESS);
     EXPECT_EQ(data, value(1));
     std::thread reader([&] {
-        EXPECT_TRUE(support::Eventually([&] { return pages.half.load(); }));
+        EXPECT_TRUE(support::Eventually([&] { return half.load(); }));
         std::thread rest([&] {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            pages.goOn = true;
+            goOn = true;
         });
         EXPECT_EQ(other.Get("\\k", "v", &data), FSSTATUS_SUCCESS);
         EXPECT_EQ(data, value(2));
         rest.join();
     });
-    pages.armed = true;
+    files.midWrite = [&] {
+        half = true;
+        support::Eventually([&] { return goOn.load(); });
+    };
     EXPECT_EQ(store.Set("\\k", "v", {1, 2}, 300), FSSTATUS_SUCCESS);
-    pages.armed = false;
+    files.midWrite = nullptr;
     reader.join();
     EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+}
+
+TEST_F(Threads, AReaderWhomChangesMeetAtEveryReadTakesTheLockInTheEnd) {
+    MetFiles files;
+    Store store(path), reader(path);
+    uint32_t changes = 0;
+    const auto change = [&] {
+        if (store.Lock() != FSSTATUS_SUCCESS) return;
+        EXPECT_EQ(store.Set("\\k", "v", {1, ++changes}, 300), FSSTATUS_SUCCESS);
+        EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+    };
+    change();
+    files.beforeRead = change;
+    Bytes data;
+    EXPECT_EQ(reader.Get("\\k", "v", &data), FSSTATUS_SUCCESS);
+    files.beforeRead = nullptr;
+    EXPECT_EQ(ReadSeal(data, "\\k", "v"), (Seal{1, changes}));
+    EXPECT_GT(changes, 8u);
 }
 
 // A thread that took no lock has none to give up.
