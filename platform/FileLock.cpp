@@ -163,10 +163,15 @@ FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void
     }
     SlotWaiter self;
     slot_->Join(&self);
-    const bool free = Freed().wait_for(
-        guard.native, std::chrono::milliseconds(milliseconds), [&]() ZRFS_REQUIRES(Guard()) {
-            return slot_->owner == nullptr && slot_->waiters == &self;
-        });
+    const auto isTurn = [&]() ZRFS_REQUIRES(Guard()) {
+        return slot_->owner == nullptr && slot_->waiters == &self;
+    };
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
+    bool free = isTurn();
+    for (uint32_t left = milliseconds; !free && left != 0 && !IsLockWaitToEnd();
+         left = LeftUntil(end))
+        free = Freed().wait_for(guard.native, std::chrono::milliseconds(LockWaitStep(left)),
+                                isTurn);
     slot_->Leave(&self);
     if (!free) {
         if (slot_->waiters != nullptr) Freed().notify_all();  // the next one may be first now
@@ -190,8 +195,10 @@ FileLock::Result FileLock::AcquireFile(uint32_t milliseconds, void (*waiting)())
         if (wait == WaitResult::TimedOut) {
             if (waiting != nullptr) waiting();
             waiting = nullptr;
-            wait = WaitForMutex(mutex_, milliseconds);
         }
+        for (uint32_t left = milliseconds;
+             wait == WaitResult::TimedOut && left != 0 && !IsLockWaitToEnd(); left = LeftUntil(end))
+            wait = WaitForMutex(mutex_, LockWaitStep(left));
         if (wait == WaitResult::TimedOut) return Result::TimedOut;
         if (wait == WaitResult::Failed) return Result::Failed;
         if (wait == WaitResult::Abandoned) result = Result::OwnerDied;
@@ -200,7 +207,7 @@ FileLock::Result FileLock::AcquireFile(uint32_t milliseconds, void (*waiting)())
         bool taken = false;
         const bool failed = file_->TakeMark(&taken) != kErrorSuccess;
         if (taken) break;
-        if (failed || LeftUntil(end) == 0) {
+        if (failed || LeftUntil(end) == 0 || IsLockWaitToEnd()) {
             file_->DropMark();  // a place in the row of those who wait
             if (IsValid(mutex_)) ReleaseNamedMutex(mutex_);
             return failed ? Result::Failed : Result::TimedOut;

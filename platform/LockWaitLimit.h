@@ -22,4 +22,11 @@ class LockWaitLimit {
 // `usual`, or the limit of the thread when that is less.
 uint32_t LockWaitOf(uint32_t usual) noexcept;
 
+// Asked many times a second by every thread that waits for a store's lock: true ends the wait as
+// the end of its time does. Null for nobody. Process-wide, set before threads wait.
+void SetLockWaitEnd(bool (*isWanted)()) noexcept;
+bool IsLockWaitToEnd() noexcept;
+// How much of a wait may pass until that is to be asked again.
+uint32_t LockWaitStep(uint32_t milliseconds) noexcept;
+
 }  // namespace platform

@@ -52,9 +52,17 @@ def _candidates() -> list[str]:
     if named:
         return [named]
     name = "ZrFsLibrary.dll" if sys.platform == "win32" else "libZrFsLibrary.so.1"
-    beside = pathlib.Path(__file__).resolve().parent / name
+    package = pathlib.Path(__file__).resolve().parent
+    beside = [package / name]
+    # Of a package in PREFIX/lib/python3* also where that installation has its libraries.
+    for folder in package.parents:
+        if folder.name.lower() in ("lib", "lib64", "python"):
+            for place in ("lib*", "lib*/*", "bin"):
+                beside += sorted(folder.parent.glob(f"{place}/{name}"))
+            break
     found = ctypes.util.find_library("ZrFsLibrary")
-    return [str(beside)] * beside.exists() + [name] + [found] * bool(found)
+    there = [str(file) for file in beside if file.exists()]
+    return there + [name] + [found] * bool(found)
 
 
 def _load() -> ctypes.CDLL:

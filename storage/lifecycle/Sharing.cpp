@@ -143,7 +143,9 @@ Status ReloadUnderLock(StorageContext* context, uint32_t milliseconds)
     const auto end = Clock::now() + std::chrono::milliseconds(platform::LockWaitOf(milliseconds));
     for (;;) {
         const Status status = Reload(context, true);
-        if (status != kSharing || !context->readOnly || Clock::now() >= end) return status;
+        if (status != kSharing || !context->readOnly || Clock::now() >= end ||
+            platform::IsLockWaitToEnd())
+            return status;
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
 }
@@ -158,7 +160,7 @@ Status WaitForQuiet(StorageContext* context, ChangeMark* mark, uint32_t millisec
         if (status != kOk) return status;
         // A writer that is no more left a whole file.
         if (!mark->changing || !context->file->IsMarkedElsewhere()) return kOk;
-        if (Clock::now() >= end) return kSharing;
+        if (Clock::now() >= end || platform::IsLockWaitToEnd()) return kSharing;
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
 }

@@ -13,6 +13,7 @@
 #include "tools/commands/ShellLine.h"
 #include "tools/commands/Shown.h"
 #include "tools/console/ReadFile.h"
+#include "tools/format/Text.h"
 
 namespace fbr {
 namespace {
@@ -35,7 +36,7 @@ struct Line {
 
 // All lines that hold a command; throws at the first that cannot be one.
 std::vector<Line> LinesOf(const std::string& file) {
-    std::istringstream in(ReadInput(file));
+    std::istringstream in(Utf8(DecodeTextFile(ReadInput(file), [](auto) { return false; })));
     std::vector<Line> lines;
     uint64_t number = 0;
     for (std::string text; std::getline(in, text);) {
@@ -57,12 +58,33 @@ std::vector<Line> LinesOf(const std::string& file) {
     return lines;
 }
 
-int RunLine(const Cli& all, std::vector<std::string> words) {
+// Does `work` with a command line of its own for the words of a line.
+template <typename Work>
+auto WithLine(const Cli& all, std::vector<std::string> words, const Work& work) {
     Cli cli;
     AddCommands(cli);
     if (all.Wait()) words.insert(words.begin(), {"--wait", *all.Wait()});
     if (!all.Method().empty()) words.insert(words.begin(), {"--method", all.Method()});
-    return cli.RunOne(std::move(words));
+    return work(cli, std::move(words));
+}
+
+int RunLine(const Cli& all, const Line& line) {
+    return WithLine(all, line.words, [](Cli& cli, auto words) { return cli.RunOne(words); });
+}
+
+// Throws where the words of any line are wrong, before the first is done.
+void Rehearse(const Cli& all, const std::vector<Line>& lines, const std::string& file) {
+    uint64_t wrong = 0;
+    for (const Line& line : lines) {
+        StopIfInterrupted();
+        if (WithLine(all, line.words, [](Cli& cli, auto words) { return cli.Rehearse(words); }))
+            continue;
+        ++wrong;
+        std::cerr << fmt::format("fbr: {}:{}: cannot be done\n", file, line.number);
+    }
+    if (wrong != 0)
+        throw UsageError(fmt::format("{}: {} of {} cannot be done, and none was", file, wrong,
+                                     Counted(lines.size(), "command")));
 }
 
 bool IsFailure(int status) {
@@ -74,7 +96,7 @@ int RunAll(const Cli& cli, const std::vector<Line>& lines, const Arguments& args
     int all = kExitOk;
     uint64_t failed = 0;
     for (size_t i = 0; i < lines.size(); ++i) {
-        const int status = WasInterrupted() ? kExitInterrupted : RunLine(cli, lines[i].words);
+        const int status = WasInterrupted() ? kExitInterrupted : RunLine(cli, lines[i]);
         if (status == kExitInterrupted || (IsFailure(status) && !args.goOn)) {
             std::cerr << fmt::format(
                 "fbr: {}:{}: stopped; {} before it {} done, and what {} did "
@@ -100,6 +122,7 @@ void Batch(Cli& cli, const Arguments& args) {
     if (cli.Quiet()) throw UsageError("expected --quiet in the lines that need it");
     const std::vector<Line> lines = LinesOf(args.file);
     const InterruptGuard guard;
+    Rehearse(cli, lines, args.file);
     Session session;
     int status = kExitOk;
     DoAndClose(session, [&] { status = RunAll(cli, lines, args); });

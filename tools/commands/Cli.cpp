@@ -18,6 +18,7 @@
 #include "tools/console/Console.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
+#include "tools/console/Rehearsal.h"
 #include "tools/format/Json.h"
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
@@ -117,6 +118,11 @@ int Report(const char* text, int status) {
     std::cout.flush();
     std::cerr << "fbr: " << text << '\n';
     return status;
+}
+
+// The status of a command all of whose output is where it belongs.
+int WrittenOut(int status) {
+    return std::cout.flush() ? status : Report("cannot write to standard output", kExitFailed);
 }
 
 }  // namespace
@@ -230,7 +236,7 @@ Cli::Cli()
     app_->parse_complete_callback([this] {
         if (quiet_) Progress::Hide();
         LimitWait();
-        StartTrace();
+        if (!Rehearsal::Stands()) StartTrace();
     });
     app_->failure_message([](const CLI::App* app, const CLI::Error& error) {
         return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n",
@@ -328,20 +334,44 @@ int Cli::Run(std::vector<std::string> words) {
     return status;
 }
 
-int Cli::RunOne(std::vector<std::string> words) {
+void Cli::Parse(std::vector<std::string> words) {
     PutMethodFirst(words);
     // Known also when the words are wrong before the parser comes to it.
     const auto data = std::find(words.begin(), words.end(), "--");
     json_ = std::find(words.begin(), data, "--json") != data;
     for (std::string& word : words) word = Shielded(std::move(word));
     std::reverse(words.begin(), words.end());
+    app_->parse(std::move(words));
+}
+
+// The parser throws what is wrong with the words, and the help and the version, too.
+int Cli::EndOfParse(const CLI::ParseError& error) const {
+    if (error.get_exit_code() != 0) TellProgram(WhatIsWrong(*app_, error), kExitUsage);
+    return app_->exit(error, std::cout, std::cerr) == 0 ? WrittenOut(kExitOk) : kExitUsage;
+}
+
+bool Cli::Rehearse(std::vector<std::string> words) {
+    const Rehearsal rehearsal;
     try {
-        app_->parse(std::move(words));
-        if (!std::cout.flush()) return Report("cannot write to standard output", kExitFailed);
-        return exitStatus_;
+        Parse(std::move(words));
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() != 0) TellProgram(WhatIsWrong(*app_, error), kExitUsage);
-        return app_->exit(error, std::cout, std::cerr) == 0 ? kExitOk : kExitUsage;
+        return error.get_exit_code() == 0 || EndOfParse(error) == kExitOk;
+    } catch (const UsageError& error) {
+        return Fail(error.what(), kExitUsage) == kExitOk;
+    } catch (const DataError& error) {
+        return Fail(error.what(), kExitUsage) == kExitOk;
+    } catch (const Rehearsed&) {
+    } catch (const std::exception&) {  // what is there may be another thing when it is done
+    }
+    return true;
+}
+
+int Cli::RunOne(std::vector<std::string> words) {
+    try {
+        Parse(std::move(words));
+        return WrittenOut(exitStatus_);
+    } catch (const CLI::ParseError& error) {
+        return EndOfParse(error);
     } catch (const UsageError& error) {
         return Fail(error.what(), kExitUsage);
     } catch (const DataError& error) {

@@ -16,6 +16,7 @@
 
 namespace CLI {
 class App;
+class ParseError;
 }
 
 namespace fbr {
@@ -122,9 +123,13 @@ class Cli {
     int Run(std::vector<std::string> words);
     // The same for one of several commands, which does not end the program.
     int RunOne(std::vector<std::string> words);
+    // False, and told, where the words are wrong. Nothing is done.
+    bool Rehearse(std::vector<std::string> words);
 
   private:
     void HearWarnings();
+    void Parse(std::vector<std::string> words);
+    int EndOfParse(const CLI::ParseError& error) const;
     void StartTrace();
     void LimitWait() const;
     void TellProgram(const std::string& error, int status) const;

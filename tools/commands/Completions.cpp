@@ -135,6 +135,7 @@ void WriteBash(const Grammar& grammar, std::ostream& out) {
         << ") command=${COMP_WORDS[i]}; break ;;\n"
            "    esac\n"
            "  done\n"
+           "  ((i > COMP_CWORD)) && command=option\n"
            "  case \"$command $before\" in\n";
     ForChoices(grammar, [&out](const auto& command, const auto& before, const auto& choices) {
         out << fmt::format("    {}{} {}') words='{}' ;;\n", command.empty() ? "*'" : "'", command,

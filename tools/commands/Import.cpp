@@ -51,11 +51,12 @@ struct Told {
 // for each purpose instead.
 class Input {
   public:
-    explicit Input(const Arguments& args)
+    Input(const Arguments& args, const StoreName& store)
         : file_(args.file),
           format_(args.format),
           prefix_(KeyArgument(args.prefix)),
           lenient_(args.lenient),
+          hasVersion_(HasVersion(store)),
           source_(args.file) {}
 
     uint64_t Records() const { return records_; }
@@ -71,6 +72,7 @@ class Input {
         };
         Told odd;
         hearing.odd = [&](uint64_t line, const std::string& text) { odd.Add(file_, line, text); };
+        hearing.lost = [this](uint64_t) { ++lost_; };
         const auto check = [&](const WString& key, Record& record) {
             progress.At(source_.Position());
             if (IsVersion(key, record))
@@ -113,8 +115,10 @@ class Input {
     }
 
     void TellLeftOut(Cli& cli) const {
-        if (bad_.count != 0)
-            cli.TellLoss(fmt::format("{}: {} left out", file_, Counted(bad_.count, "line")));
+        if (bad_.count == 0) return;
+        const std::string lost =
+            lost_ == 0 ? "" : fmt::format(", and {} of theirs", Counted(lost_, "value"));
+        cli.TellLoss(fmt::format("{}: {} left out{}", file_, Counted(bad_.count, "line"), lost));
     }
 
     const std::string& File() const { return file_; }
@@ -123,7 +127,7 @@ class Input {
     // The value in the root by which a store is known to be one: with another number it cannot be
     // opened any more.
     bool IsVersion(const WString& key, const Record& record) const {
-        return key.size() == prefix_.size() && record.kind != Record::Kind::kKey &&
+        return hasVersion_ && key.size() == prefix_.size() && record.kind != Record::Kind::kKey &&
                record.kind != Record::Kind::kDeleteKey && IsVersionName(record.name);
     }
 
@@ -139,28 +143,41 @@ class Input {
     const std::string file_, format_;
     const WString prefix_;
     const bool lenient_;
+    const bool hasVersion_;  // the store that it goes to has one of its own
     FileSource source_;
     uint64_t records_ = 0;
     Told bad_;
+    uint64_t lost_ = 0;  // values below keys that are bad
 };
 
-// Before the first change: whatever comes of these, the file is whole.
-void WriteUndo(Input& input, const Store& store, const Arguments& args) {
+// The file of --undo, before the store is touched.
+std::unique_ptr<OutputFile> UndoFile(const Arguments& args) {
+    if (args.undo.empty()) return nullptr;
     std::error_code error;
     if (std::filesystem::is_regular_file(FilePath(args.undo), error))
         throw std::runtime_error(
             fmt::format("{} is there, and may hold what an earlier import kept; nothing was "
                         "applied: give --undo another file",
                         args.undo));
-    OutputFile file(args.undo, {args.store, args.file});
+    return std::make_unique<OutputFile>(
+        args.undo, std::initializer_list<std::string>{args.store, args.file});
+}
+
+// Before the first change: whatever comes of these, the file is whole.
+void WriteUndo(Input& input, const Store& store, OutputFile& file) {
     Progress progress("Keeping the old state:", input.Records());
     UndoWriter undo(store, file.Stream());
-    input.ForEach([&](const WString& path, Record& record) {
-        undo.Take(path, record);
-        progress.Step();
-    });
-    undo.Finish();
-    file.Finish();
+    try {
+        input.ForEach([&](const WString& path, Record& record) {
+            undo.Take(path, record);
+            progress.Step();
+        });
+        undo.Finish();
+        file.Finish();
+    } catch (const Interrupted&) {
+        progress.Clear();
+        throw Interrupted(input.File() + ": stopped; nothing of it was applied");
+    }
 }
 
 void ApplyAll(Input& input, const Store& store, const Arguments& args) {
@@ -168,10 +185,14 @@ void ApplyAll(Input& input, const Store& store, const Arguments& args) {
     Progress progress("Importing:", input.Records());
     TreeWriter writer(store);
     uint64_t line = 0;
-    const auto stands = [&](const char* how) {
-        return fmt::format(
-            "{}; {}; the rest of the file was not applied{}", how, writer.Done(),
-            args.undo.empty() ? "" : "; an import of " + args.undo + " brings the old state back");
+    // What was kept for --undo would be that of the first of two imports.
+    const auto stands = [&](const char* how, const char* goesOn) {
+        const std::string undo =
+            args.undo.empty() ? ""
+                              : " without --undo, and one of " + args.undo +
+                                    " brings the old state back";
+        return fmt::format("{}; {}; the rest of the file was not applied; {}{}", how,
+                           writer.Done(), goesOn, undo);
     };
     try {
         input.ForEach([&](const WString& path, Record& record) {
@@ -180,11 +201,12 @@ void ApplyAll(Input& input, const Store& store, const Arguments& args) {
             progress.Step();
         });
     } catch (const StoreError& error) {
-        ThrowAtLine(input.File(), line, stands(error.what()));
+        ThrowAtLine(input.File(), line,
+                    stands(error.what(), "when that is mended the same import does it"));
     } catch (const Interrupted&) {
         progress.Clear();
-        throw Interrupted(fmt::format("{}:{}: {}; the same import goes on from there", input.File(),
-                                      line, stands("stopped")));
+        throw Interrupted(fmt::format("{}:{}: {}", input.File(), line,
+                                      stands("stopped", "the same import goes on from there")));
     }
 }
 
@@ -206,16 +228,17 @@ void TellChanges(Cli& cli, Input& input, const StoreName& name) {
 // The file is read and understood whole before the store is touched.
 void Import(Cli& cli, const StoreName& name, const Arguments& args) {
     if (args.dryRun && !args.undo.empty()) throw UsageError("expected either --dry-run or --undo");
-    Input input(args);
+    Input input(args, name);
     input.Check();
     if (args.dryRun) {
         TellChanges(cli, input, name);
         return input.TellLeftOut(cli);
     }
+    auto undo = UndoFile(args);
     Store store(name, Store::IfMissing::kCreate);
     DoAndClose(store, [&] {
         const WriteLock lock(store);
-        if (!args.undo.empty()) WriteUndo(input, store, args);
+        if (undo) WriteUndo(input, store, *undo);
         ApplyAll(input, store, args);
     });
     input.TellLeftOut(cli);

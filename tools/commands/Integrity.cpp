@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <atomic>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -13,7 +12,6 @@
 #include "storage/lifecycle/RunLock.h"
 #include "tools/commands/Cli.h"
 #include "tools/commands/Findings.h"
-#include "tools/console/Console.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
 #include "tools/format/Json.h"
@@ -28,8 +26,6 @@ namespace {
 constexpr uint32_t kLastPass = 4;  // codes of FBR_CheckCallback; what is found has higher ones
 constexpr const char* kPasses[kLastPass] = {
     "Reading pages:", "Following references:", "Looking for lost pages:", "Writing the page map:"};
-
-std::atomic<bool> g_stop = false;
 
 // One run, as its callback sees it.
 struct CheckRun {
@@ -71,7 +67,7 @@ void Told(void* userData, uint32_t code, uint32_t a, uint32_t b, uint8_t,
         g_run->findings.push_back(
             {rule, a, named ? static_cast<const WChar*>(userData) : WString()});
     }
-    if (g_stop) *cancel = 1;
+    if (WasInterrupted()) *cancel = 1;
 }
 
 // The file of the trace is opened with a store, and a check opens none: an opening that cannot
@@ -85,7 +81,7 @@ constexpr const char* kInUse = "somebody else has it in use, try again when they
 
 [[noreturn]] void Fail(const std::string& file, bool repair, FBR_STATUS status) {
     const char* verb = repair ? "repair" : "check";
-    if (g_stop) {
+    if (WasInterrupted()) {
         throw Interrupted(fmt::format("{} of {} was stopped before its end{}", verb, file,
                                       repair ? "; nothing was changed" : ""));
     }
@@ -205,6 +201,12 @@ FBR_STATUS Mend(const CheckArguments& arguments, const std::string& file, CheckR
     return InFront(status);
 }
 
+FBR_STATUS Look(const std::string& file, CheckRun& run, Report& report) {
+    const FBR_STATUS status = FBR_CheckFileEx(Wide(file).c_str(), &Told);
+    report.Take(run, file);
+    return status;
+}
+
 void Print(const std::string& file, const CheckRun& run, const Report& report, const char* what) {
     if (!report.copy.empty()) std::cout << file << ": a copy as it was is " << report.copy << '\n';
     std::cout << fmt::format("{}: {} pages, {}\n", file, run.pages,
@@ -220,21 +222,20 @@ void Check(Cli& cli, const CheckArguments& arguments, bool repair) {
         const PageBytes super = image.Raw(1);
         run.logIsPending = super[12] != 0 || super[13] != 0;
     }
-    if (repair) ExpectChangeable(file);
+    const bool mends = repair && !arguments.dryRun;
+    if (mends) ExpectChangeable(file);
     if (cli.Traces()) OpenTrace();
     g_run = &run;
-    OnInterrupt([] { g_stop = true; });
+    const InterruptGuard guard;
     Report report;
-    FBR_STATUS status = FSSTATUS_SUCCESS;
-    if (repair && !arguments.dryRun) {
-        status = Mend(arguments, file, run, report);
-    } else {
-        status = FBR_CheckFileEx(Wide(file).c_str(), &Told);
-        report.Take(run, file);
+    FBR_STATUS status = FSSTATUS_FAILED;
+    try {
+        status = mends ? Mend(arguments, file, run, report) : Look(file, run, report);
+    } catch (const Interrupted&) {
+        status = FSSTATUS_FAILED;  // with as many findings as were explained
     }
-    OnInterrupt(nullptr);
     g_run = nullptr;
-    for (size_t i = 0; i < report.findings.size() && !cli.Json(); ++i)
+    for (size_t i = 0; i < report.explanations.size() && !cli.Json(); ++i)
         std::cout << FindingLine(report.findings[i], report.explanations[i]) << '\n';
     if (status != FSSTATUS_SUCCESS) Fail(file, repair, status);
     if (!report.findings.empty()) cli.SetExitStatus(kExitNo);
@@ -261,11 +262,10 @@ void Compact(const Cli& cli, const std::string& path) {
     const std::string file = cli.ContainerAt(path);
     const Extent before(file);
     ExpectChangeable(file);
-    OnInterrupt([] { g_stop = true; });
-    const storage::Status status =
-        storage::StorageCompactFile(Wide(file).c_str(), nullptr, [](void*) { return !g_stop; });
-    OnInterrupt(nullptr);
-    if (status == storage::kCancelled)
+    const InterruptGuard guard;
+    const storage::Status status = storage::StorageCompactFile(
+        Wide(file).c_str(), nullptr, [](void*) { return !WasInterrupted(); });
+    if (status == storage::kCancelled || (status == storage::kSharing && WasInterrupted()))
         throw Interrupted(
             fmt::format("compaction of {} was stopped before its end; the store is sound", file));
     if (status == storage::kSharing)

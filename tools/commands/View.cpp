@@ -38,10 +38,13 @@ void View(Cli& cli, const Arguments& args) {
     const platform::WString root = KeyArgument(args.key);
     TreeProgress progress(cli, "Writing keys:", ErrorIsTerminal() ? CountKeys(store, root) : 0);
     OutputFile file(args.file, {args.store});
-    StorePage page(file.Stream(), args.store, MapOf(cli, args), [&](platform::WStringView path) {
-        return ShowTime(store.OpenKey(path).Time());
+    StorePage page(file.Stream(), args.store, MapOf(cli, args));
+    WalkKeys(store, root, progress.OnLoss(), [&](const Key& key) {
+        page.Time(ShowTime(key.Time()));
+        page.Key(key.Path());
+        ReadValues(key, page, progress.OnLoss(), Order::kStores);
+        progress.Step();
     });
-    ReadTree(store, root, page, progress.OnKey(), progress.OnLoss());
     page.Finish();
     file.Finish();
 }

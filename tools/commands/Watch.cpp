@@ -170,7 +170,7 @@ void Watcher::Run() {
         stamp = StampNow();
         Snapshot now = Read(false);
         if (Tell(last, now)) ++changes;
-        std::cout.flush();
+        if (!std::cout.flush()) return;  // the end of a command tells that
         last = std::move(now);
         const auto took = steady_clock::now() - began;
         if (took > kLook && changes != args_.count) {

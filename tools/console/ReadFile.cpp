@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "tools/console/Interrupt.h"
+#include "tools/console/Rehearsal.h"
 #include "tools/format/Text.h"
 
 namespace fbr {
@@ -44,6 +45,7 @@ size_t ReadSome(std::istream& in, char* out, size_t room) {
 }  // namespace
 
 FileSource::FileSource(const std::filesystem::path& file) : name_(Utf8(file)) {
+    EndOfRehearsal();
     auto in = Open(file);
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error)) {
@@ -55,6 +57,7 @@ FileSource::FileSource(const std::filesystem::path& file) : name_(Utf8(file)) {
 }
 
 FileSource::FileSource(const std::string& file) : name_(file) {
+    EndOfRehearsal();
     if (file == "-")
         Keep(std::cin);
     else
@@ -101,6 +104,7 @@ void FileSource::Rewind() {
 }
 
 std::string ReadInput(const std::string& file) {
+    EndOfRehearsal();
     std::unique_ptr<std::ifstream> opened;
     if (file != "-") opened = Open(FilePath(file));
     std::istream& in = opened ? *opened : std::cin;

@@ -45,6 +45,8 @@ struct Hearing {
     OnLine bad;
     // A line that is not written as it should be, and how it is taken.
     OnLine odd;
+    // A line that can be read and belongs to one that cannot: it goes with it.
+    std::function<void(uint64_t line)> lost;
 };
 
 // One change, in the order of the file. A value belongs to the key that its record names.

@@ -254,7 +254,8 @@ void Reader::ReadValueLine() {
     SkipBlanks();
     ReadData(record);
     EndOfLine("the value");
-    if (!lost_) take_(key_, record);
+    if (!lost_) return take_(key_, record);
+    if (hearing_.lost) hearing_.lost(record.line);
 }
 
 // Text in quotes, which may run over line ends; they are part of it.

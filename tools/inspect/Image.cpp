@@ -7,6 +7,7 @@
 #include "platform/Resources.h"
 #include "storage/core/PageIo.h"
 #include "storage/lifecycle/Locate.h"
+#include "tools/console/Interrupt.h"
 #include "tools/format/Text.h"
 
 namespace fbr {
@@ -130,6 +131,7 @@ uint64_t Image::PlaceOf(uint32_t page) const {
 }
 
 PageBytes Image::Raw(uint32_t page) const {
+    StopIfInterrupted();
     PageBytes bytes(PageSize());
     const storage::Status status = storage::ReadPageRaw(file_.get(), bytes.data(), PageSize(),
                                                         uint64_t{BasePage()} + page, PageSize());

@@ -48,7 +48,7 @@ class Image {
     uint64_t PlaceOf(uint32_t page) const;  // its first byte in the file
 
     // The page as it lies in the file, zeros where the file ends. Throws std::runtime_error when
-    // it cannot be read.
+    // it cannot be read, and Interrupted after an interrupt.
     PageBytes Raw(uint32_t page) const;
     // The same with its numbers and text in the order of this machine.
     PageBytes Page(uint32_t page) const;

@@ -38,10 +38,10 @@ bool HasOwner(uint16_t kind) {
            use != Use::kRecord;
 }
 
-bool HasStream(const PageBytes& page) {
+bool HasRecord(const PageBytes& page, uint16_t type) {
     uint32_t end = 0;
     for (const RecordView& record : RecordsOf(page, &end))
-        if (record.type == storage::kDataRecord) return true;
+        if (record.type == type) return true;
     return false;
 }
 
@@ -129,16 +129,20 @@ void Objects::Gather() {
     });
 }
 
-// A page with the number of another is a copy that a change made.
+// A page with the number of another is a copy that a change made, unless the map knows it.
 void Objects::Take(uint32_t number, bool inUse) {
     const PageBytes page = image_.Page(number);
     const auto word = [&page](size_t offset) { return LoadU32(page.data(), offset); };
-    if (word(offsetof(storage::PageHeader, pageNumber)) != number) return;
     const uint32_t level = word(offsetof(storage::PageHeader, level));
+    const bool isNumbered = word(offsetof(storage::PageHeader, pageNumber)) == number;
+    if (!isNumbered && SlotOf(image_, number) != KindOf(page)) return;
     if (inUse && HasOwner(KindOf(page))) ownerIds_[number] = IdOf(page);
     TakeEntries(number, page, inUse);
-    if (KindOf(page) == storage::kHeaderPage && level == 0) TakeHeader(number, page, inUse);
-    if (KindOf(page) == storage::kDataPage && inUse) data_.push_back({IdOf(page), level, number});
+    // The first page of an object is told by its level and by the record that is nowhere else.
+    const bool isFirst = level == 0 || HasRecord(page, storage::kFileInfoRecord);
+    if (KindOf(page) == storage::kHeaderPage && isFirst) TakeHeader(number, page, inUse);
+    if (KindOf(page) == storage::kDataPage && inUse)
+        data_.push_back({IdOf(page), level, number});
 }
 
 std::vector<uint32_t> Objects::DataPagesOf(uint32_t id) const {
@@ -170,7 +174,7 @@ void Objects::TakeHeader(uint32_t number, const PageBytes& page, bool inUse) {
     object.parent = LoadU32(page.data(), offsetof(storage::HeaderPageHeader, parentId));
     object.headerPage = number;
     object.inUse = inUse;
-    object.isKey = object.id == root_ || !HasStream(page);
+    object.isKey = object.id == root_ || !HasRecord(page, storage::kDataRecord);
     if (object.id != 0) objects_.push_back(object);
 }
 

@@ -17,7 +17,7 @@ namespace {
 using storage::LoadU16;
 using storage::LoadU32;
 
-constexpr uint32_t kRunLengths = 4;  // a method of coding
+constexpr uint32_t kPlain = 0, kRunLengths = 4;  // methods of coding
 constexpr uint64_t kLargestStream = uint64_t{1} << 32;
 
 struct StreamRead {
@@ -27,9 +27,10 @@ struct StreamRead {
 
 // What the header pages of an object tell of its stream.
 struct Description {
-    bool found = false;
+    bool found = false, hasSize = false;
     uint64_t size = 0;
     uint32_t method = 0, link = 0, info = 0;
+    uint32_t index = 0;  // page that begins the list of its pages
     uint64_t pagesPerBlock = 1;
     std::vector<uint8_t> payload;  // of a stream without pages
 };
@@ -45,6 +46,7 @@ class Reader {
     bool Enter(uint32_t number, uint16_t kind);
     bool Describe();
     void TakeRecords();
+    bool FindListed();
     void FindPages();
     bool TakePage(uint32_t number);
     bool AddBlock(uint64_t first, uint64_t count);
@@ -79,6 +81,7 @@ void Reader::TakeRecords() {
         const uint8_t* at = page_.data() + record.offset;
         if (record.type == storage::kFileInfoRecord && record.size >= storage::kFileInfoSize) {
             stream_.size = storage::LoadU64(at, storage::record::kFileSize);
+            stream_.hasSize = true;
         } else if (record.type == storage::kDataRecord && !stream_.found) {
             stream_.found = true;
             stream_.link = record.link;
@@ -87,6 +90,8 @@ void Reader::TakeRecords() {
         } else if (record.type == storage::kBlockSettingsRecord && record.size >= 22) {
             stream_.method = LoadU32(at, storage::record::kPayload);
             stream_.pagesPerBlock = std::max<uint64_t>(1, LoadU16(at, 20));
+        } else if (record.type == storage::kPageListRecord && stream_.index == 0) {
+            stream_.index = record.link;
         }
     }
 }
@@ -107,7 +112,27 @@ bool Reader::TakePage(uint32_t number) {
            pages_.emplace(Word(offsetof(storage::PageHeader, level)), number).second;
 }
 
+// The store itself goes by the list where there is one. False when not all of it could be followed.
+bool Reader::FindListed() {
+    uint32_t level = 0;
+    std::set<uint32_t> seen;
+    for (uint32_t number = stream_.index; number != 0;) {
+        if (!seen.insert(number).second || !Enter(number, storage::kPageListPage)) return false;
+        const PageBytes list = page_;
+        for (size_t at = storage::kPageHeaderSize; at + 4 <= list.size(); at += 4, ++level) {
+            const uint32_t page = LoadU32(list.data(), at);
+            if (page == 0) continue;
+            if (!Enter(page, storage::kDataPage)) return false;
+            pages_.emplace(level, page);
+        }
+        number = LoadU32(list.data(), offsetof(storage::PageHeader, nextPage));
+    }
+    return stream_.index != 0;
+}
+
 void Reader::FindPages() {
+    if (FindListed()) return;
+    pages_.clear();
     for (uint32_t number = stream_.link; number != 0;) {
         if (!TakePage(number)) {
             broken_ = true;
@@ -144,7 +169,7 @@ bool Reader::AddBlock(uint64_t first, uint64_t count) {
         page_ = image_.Page(at->second);
         const uint8_t* payload = page_.data() + storage::kPageHeaderSize;
         const uint32_t coded = LoadU16(page_.data(), offsetof(storage::PageHeader, recordInfo));
-        if (coded != 0)
+        if (coded != 0 && stream_.method != kPlain)
             code.insert(code.end(), payload, payload + std::min<uint64_t>(coded, Room()));
         bytes.insert(bytes.end(), payload, payload + Room());
     }
@@ -167,12 +192,14 @@ StreamRead Reader::Read() {
         stream_.size = std::min(image_.FileSize(), kLargestStream);
     }
     if (stream_.link == 0) {
-        const bool coded = stream_.info != 0;
+        const bool coded = stream_.info != 0 && stream_.method != kPlain;
         if (!coded) read_.bytes = stream_.payload;
         if (coded && !Decode(stream_.payload, std::min(stream_.pagesPerBlock, Levels()) * Room()))
             read_.fault = "its code is broken";
     } else {
         FindPages();
+        if (!stream_.hasSize && !pages_.empty())
+            stream_.size = std::min(image_.FileSize(), (pages_.rbegin()->first + 1) * Room());
         for (uint64_t at = 0; at < Levels(); at += stream_.pagesPerBlock) {
             if (AddBlock(at, std::min<uint64_t>(stream_.pagesPerBlock, Levels() - at))) continue;
             read_.fault = fmt::format("page {} of its data is lost", at);
@@ -181,7 +208,8 @@ StreamRead Reader::Read() {
     }
     const bool isShort = read_.bytes.size() < stream_.size;
     if (isShort && read_.fault.empty()) read_.fault = "its data ends before its size";
-    read_.bytes.resize(std::min<uint64_t>(read_.bytes.size(), stream_.size));
+    // A value tells its size itself, too.
+    if (stream_.hasSize) read_.bytes.resize(std::min<uint64_t>(read_.bytes.size(), stream_.size));
     return read_;
 }
 

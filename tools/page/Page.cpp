@@ -76,9 +76,8 @@ void End(std::ostream& out) {
 
 }  // namespace
 
-StorePage::StorePage(std::ostream& out, const std::string& name, const std::string& map,
-                     TimeOf timeOf)
-    : out_(out), timeOf_(std::move(timeOf)) {
+StorePage::StorePage(std::ostream& out, const std::string& name, const std::string& map)
+    : out_(out) {
     std::string head = "{\"v\":1,\"mode\":\"store\",\"name\":";
     AppendString(head, name);
     Begin(out_, head + '}', map, line_);
@@ -87,7 +86,7 @@ StorePage::StorePage(std::ostream& out, const std::string& name, const std::stri
 void StorePage::Key(WStringView path) {
     AppendString(line_, path);
     line_ += ',';
-    AppendString(line_, timeOf_(path));
+    AppendString(line_, time_);
     line_ += ']';
     Put(out_, line_);
 }

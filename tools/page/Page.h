@@ -5,7 +5,6 @@
 // of the content is ever taken for markup: see page.html.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -17,12 +16,12 @@ namespace fbr {
 // The keys and values of a store.
 class StorePage : public RecordSink {
   public:
-    // The time of a key's last change, for people; empty where it is not known.
-    using TimeOf = std::function<std::string(platform::WStringView path)>;
-
     // `out` is open in binary mode and outlives the page. `name` is the store's, `map` a picture of
     // its pages as SVG, or empty.
-    StorePage(std::ostream& out, const std::string& name, const std::string& map, TimeOf timeOf);
+    StorePage(std::ostream& out, const std::string& name, const std::string& map);
+
+    // The time of the last change of the key that comes next, for people.
+    void Time(std::string time) { time_ = std::move(time); }
 
     void Key(platform::WStringView path) override;
     void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
@@ -31,7 +30,7 @@ class StorePage : public RecordSink {
 
   private:
     std::ostream& out_;
-    const TimeOf timeOf_;
+    std::string time_;
     std::string line_;
 };
 

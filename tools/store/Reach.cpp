@@ -5,6 +5,8 @@
 
 #include <set>
 
+#include "tools/console/Interrupt.h"
+
 namespace fbr {
 namespace {
 
@@ -109,6 +111,7 @@ std::vector<WString> ReachableValues(const Key& key, const OnLoss& onLoss) {
 }
 
 std::optional<Key> TryOpen(const Key& key, const WString& name, const OnLoss& onLoss) {
+    StopIfInterrupted();
     try {
         return key.OpenSubkey(name);
     } catch (const StoreError& error) {
@@ -123,6 +126,7 @@ std::string ShowShortData(const Key& key, WStringView name, const Value& value, 
 }
 
 std::optional<Value> TryGet(const Key& key, const WString& name, const OnLoss& onLoss) {
+    StopIfInterrupted();
     try {
         uint64_t missing = 0;
         Value value = key.Get(name, &missing);

@@ -33,7 +33,7 @@ std::vector<platform::WString> ReachableSubkeys(const Key& key, const OnLoss& on
 std::vector<platform::WString> ReachableValues(const Key& key, const OnLoss& onLoss);
 
 // Nothing, and told, for one that this store cannot give. Throws StoreError where the store as a
-// whole fails.
+// whole fails, and Interrupted after an interrupt.
 std::optional<Key> TryOpen(const Key& key, const platform::WString& name, const OnLoss& onLoss);
 // Data that ends before its size is given as far as it goes, and told.
 std::optional<Value> TryGet(const Key& key, const platform::WString& name, const OnLoss& onLoss);

@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include "tools/console/Interrupt.h"
+#include "tools/console/Rehearsal.h"
 #include "tools/format/Text.h"
 #include "tools/store/Kind.h"
 #include "tools/store/Session.h"
@@ -61,6 +63,7 @@ std::string ShowKey(WStringView path) {
 }
 
 Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
+    EndOfRehearsal();
     const std::string what = fmt::format("cannot open store {}", name_.path);
     const auto fail = [&](FBR_STATUS status) {
         const std::string why =
@@ -207,6 +210,7 @@ StoreLock::StoreLock(const Store& store, uint32_t type) : store_(store), type_(t
     const FBR_STATUS status = store.IsKept() ? Session::Current()->Lock(store.Handle(), type_)
                                              : FBR_GetLockEx(type_, store.Handle());
     if (status == FSSTATUS_LOCK_FAILED) {
+        StopIfInterrupted();
         throw StoreError(
             fmt::format("cannot lock store {}: {}{}, or wait longer with --wait", store.Name(),
                         StatusText(status), Advice(status, FS_VR_METHOD_TARN)),

@@ -39,6 +39,11 @@ struct StoreName {
 // and for a store behind a server.
 std::optional<std::filesystem::path> FileOf(const StoreName& name);
 
+// True for a store that has its version in its root, in the value FBRVersion.
+inline bool HasVersion(const StoreName& name) {
+    return name.method != FS_VR_METHOD_NATIVE;
+}
+
 // A path of the command line: names joined by backslashes, one in front or behind let pass.
 platform::WString NormalKeyPath(platform::WStringView path);
 // "\a\b" for the path "a\b", "\" for the root, ready for a message.
@@ -89,7 +94,7 @@ class Store {
     // no file to ask.
     uint64_t BytesHeld() const;
     // True when the value FBRVersion of the root is the store's own.
-    bool RootHasVersion() const { return name_.method != FS_VR_METHOD_NATIVE; }
+    bool RootHasVersion() const { return HasVersion(name_); }
 
     // Throws the StoreError for a failure at this store, with the reason as far as it can be known.
     [[noreturn]] void ThrowFailed(const std::string& what, FBR_STATUS status) const;

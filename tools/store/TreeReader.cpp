@@ -44,16 +44,19 @@ void WalkKeys(const Store& store, platform::WStringView root, const OnLoss& onLo
     }
 }
 
+void ReadValues(const Key& key, RecordSink& sink, const OnLoss& onLoss, Order order) {
+    auto names = ReachableValues(key, onLoss);
+    if (order == Order::kByName) SortNames(names);
+    for (const platform::WString& name : names)
+        if (const auto value = TryGet(key, name, onLoss))
+            sink.Value(name, value->type, value->data);
+}
+
 void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
               const std::function<void()>& onKey, const OnLoss& onLoss, Order order) {
     const auto give = [&](const Key& key) {
         sink.Key(key.Path());
-        auto names = ReachableValues(key, onLoss);
-        if (order == Order::kByName) SortNames(names);
-        for (const platform::WString& name : names) {
-            if (const auto value = TryGet(key, name, onLoss))
-                sink.Value(name, value->type, value->data);
-        }
+        ReadValues(key, sink, onLoss, order);
         if (onKey) onKey();
     };
     WalkKeys(store, root, onLoss, give, order);

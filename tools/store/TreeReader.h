@@ -27,6 +27,9 @@ void ReadTree(const Store& store, platform::WStringView root, RecordSink& sink,
               const std::function<void()>& onKey, const OnLoss& onLoss,
               Order order = Order::kStores);
 
+// The values of one key.
+void ReadValues(const Key& key, RecordSink& sink, const OnLoss& onLoss, Order order);
+
 // The number of keys that ReadTree will give.
 uint64_t CountKeys(const Store& store, platform::WStringView root);
 

@@ -8,6 +8,7 @@
 
 #include "FS_Library_DLL/keystore/LockWait.h"
 #include "platform/LockWaitLimit.h"
+#include "tools/console/Interrupt.h"
 
 namespace fbr {
 namespace {
@@ -31,6 +32,7 @@ void SetWait(std::optional<uint64_t> seconds) {
     const uint32_t wait =
         seconds ? static_cast<uint32_t>(std::min(*seconds, kLongest) * 1000) : kDefaultLockWait;
     SetLockWait(wait, &TellWait);
+    platform::SetLockWaitEnd(&WasInterrupted);
     // What the engine locks by itself, for a check, has a time of its own.
     static std::optional<platform::LockWaitLimit> limit;
     limit.reset();
