@@ -170,8 +170,8 @@ FileLock::Result FileLock::AcquireSlot(uint32_t milliseconds, bool* nested, void
     bool free = isTurn();
     for (uint32_t left = milliseconds; !free && left != 0 && !IsLockWaitToEnd();
          left = LeftUntil(end))
-        free = Freed().wait_for(guard.native, std::chrono::milliseconds(LockWaitStep(left)),
-                                isTurn);
+        free =
+            Freed().wait_for(guard.native, std::chrono::milliseconds(LockWaitStep(left)), isTurn);
     slot_->Leave(&self);
     if (!free) {
         if (slot_->waiters != nullptr) Freed().notify_all();  // the next one may be first now

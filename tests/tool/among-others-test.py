@@ -79,6 +79,9 @@ def output_files(expected):
     assert stat.S_ISFIFO(os.stat("pipe").st_mode)
     run("export", "x.fbr", "-o", "/dev/full", status=1,
         err="fbr: cannot write file /dev/full: No space left on device\n")
+    for word in ("--help", "--version"):
+        with open("/dev/full", "w") as full:
+            assert subprocess.run([fbr, word], stdout=full, stderr=subprocess.PIPE).returncode == 1
 
     # A disk that is full in the midst of it leaves the old file.
     def little_room():
@@ -128,7 +131,8 @@ def interrupts(lines):
     assert failed.returncode == 1 and failed.stderr.startswith(
         b"fbr: bad.jsonl:2: cannot make key "), failed
     assert failed.stderr.endswith(
-        b"; 1 key and 1 value set; the rest of the file was not applied\n"), failed
+        b"; 1 key and 1 value set; the rest of the file was not applied; when that is mended the "
+        b"same import does it\n"), failed
     run(*offline, "get", "z.dat", "a0", "n")
 
 
@@ -154,6 +158,16 @@ def busy_store():
     run("ls", "x.fbr", "--wait", "1", status=4,
         err="fbr: waiting for the lock of x.fbr, 1 second at most\n" + failed)
     assert 1 <= time.monotonic() - begin < 10
+    # Whoever waits ends at once when asked to.
+    for words in (["check", "x.fbr"], ["import", "x.fbr", "one.jsonl", "--undo", "undo"],
+                  ["batch", "lines"]):
+        write("lines", "set x.fbr a n sz x\n")
+        waiting = subprocess.Popen([fbr, *words], stderr=subprocess.DEVNULL)
+        time.sleep(0.3)
+        waiting.send_signal(signal.SIGINT)
+        begin = time.monotonic()
+        assert waiting.wait(20) == -signal.SIGINT, (words, waiting.returncode)
+        assert time.monotonic() - begin < 2, words
     # It is told while it waits, and gets on when the other ends.
     waiting = subprocess.Popen([fbr, "ls", "x.fbr"], stdout=subprocess.PIPE,
                                stderr=subprocess.PIPE)

@@ -17,7 +17,7 @@
 namespace CLI {
 class App;
 class ParseError;
-}
+}  // namespace CLI
 
 namespace fbr {
 

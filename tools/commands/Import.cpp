@@ -159,8 +159,8 @@ std::unique_ptr<OutputFile> UndoFile(const Arguments& args) {
             fmt::format("{} is there, and may hold what an earlier import kept; nothing was "
                         "applied: give --undo another file",
                         args.undo));
-    return std::make_unique<OutputFile>(
-        args.undo, std::initializer_list<std::string>{args.store, args.file});
+    return std::make_unique<OutputFile>(args.undo,
+                                        std::initializer_list<std::string>{args.store, args.file});
 }
 
 // Before the first change: whatever comes of these, the file is whole.
@@ -187,12 +187,11 @@ void ApplyAll(Input& input, const Store& store, const Arguments& args) {
     uint64_t line = 0;
     // What was kept for --undo would be that of the first of two imports.
     const auto stands = [&](const char* how, const char* goesOn) {
-        const std::string undo =
-            args.undo.empty() ? ""
-                              : " without --undo, and one of " + args.undo +
-                                    " brings the old state back";
-        return fmt::format("{}; {}; the rest of the file was not applied; {}{}", how,
-                           writer.Done(), goesOn, undo);
+        const std::string undo = args.undo.empty() ? ""
+                                                   : " without --undo, and one of " + args.undo +
+                                                         " brings the old state back";
+        return fmt::format("{}; {}; the rest of the file was not applied; {}{}", how, writer.Done(),
+                           goesOn, undo);
     };
     try {
         input.ForEach([&](const WString& path, Record& record) {

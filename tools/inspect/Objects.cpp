@@ -141,8 +141,7 @@ void Objects::Take(uint32_t number, bool inUse) {
     // The first page of an object is told by its level and by the record that is nowhere else.
     const bool isFirst = level == 0 || HasRecord(page, storage::kFileInfoRecord);
     if (KindOf(page) == storage::kHeaderPage && isFirst) TakeHeader(number, page, inUse);
-    if (KindOf(page) == storage::kDataPage && inUse)
-        data_.push_back({IdOf(page), level, number});
+    if (KindOf(page) == storage::kDataPage && inUse) data_.push_back({IdOf(page), level, number});
 }
 
 std::vector<uint32_t> Objects::DataPagesOf(uint32_t id) const {
