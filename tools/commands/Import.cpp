@@ -217,6 +217,7 @@ void TellChanges(Cli& cli, Input& input, const StoreName& name) {
     std::optional<ReadLock> lock;
     if (!isNew) {
         store.emplace(name, Store::IfMissing::kFail);
+        store->ExpectNoText();
         lock.emplace(*store);
     }
     DryRun run(store ? &*store : nullptr, std::cout, cli.Colored());

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "storage/core/Format.h"
 #include "storage/namespace/Stream.h"
@@ -46,6 +47,7 @@ class Reader {
     bool Enter(uint32_t number, uint16_t kind);
     bool Describe();
     void TakeRecords();
+    bool FindChained();
     bool FindListed();
     void FindPages();
     bool TakePage(uint32_t number);
@@ -112,7 +114,15 @@ bool Reader::TakePage(uint32_t number) {
            pages_.emplace(Word(offsetof(storage::PageHeader, level)), number).second;
 }
 
-// The store itself goes by the list where there is one. False when not all of it could be followed.
+// Each finder is false when not all could be followed.
+bool Reader::FindChained() {
+    for (uint32_t number = stream_.link; number != 0;) {
+        if (!TakePage(number) || pages_.rbegin()->second != number) return false;  // levels rise
+        number = Word(offsetof(storage::PageHeader, nextPage));
+    }
+    return true;
+}
+
 bool Reader::FindListed() {
     uint32_t level = 0;
     std::set<uint32_t> seen;
@@ -131,16 +141,11 @@ bool Reader::FindListed() {
 }
 
 void Reader::FindPages() {
+    if (FindChained()) return;
+    const auto chained = std::exchange(pages_, {});
     if (FindListed()) return;
-    pages_.clear();
-    for (uint32_t number = stream_.link; number != 0;) {
-        if (!TakePage(number)) {
-            broken_ = true;
-            break;
-        }
-        number = Word(offsetof(storage::PageHeader, nextPage));
-    }
-    if (!broken_) return;
+    pages_ = chained;
+    broken_ = true;
     for (const uint32_t number : objects_.DataPagesOf(object_.id)) TakePage(number);
 }
 

@@ -111,6 +111,13 @@ Store::~Store() {
     if (handle_ != nullptr && !kept_) FBR_DeInitialiseEx(handle_);
 }
 
+void Store::ExpectNoText() const {
+    if (!IsText()) return;
+    throw std::runtime_error(
+        fmt::format("cannot change {}: it is {}; fbr import STORE {} makes a store of it", Name(),
+                    KindInWords(name_), Name()));
+}
+
 void Store::Close() {
     const FBR_STORE handle = std::exchange(handle_, nullptr);
     if (kept_) return;
@@ -201,11 +208,7 @@ ReadLock::ReadLock(const Store& store) : StoreLock(store, kLockForReading) {}
 // What is open in the place of text nobody else knows, and it may have no name any more.
 StoreLock::StoreLock(const Store& store, uint32_t type) : store_(store), type_(type) {
     if (store.IsText() && type == kLockForReading) return;
-    if (store.IsText()) {
-        throw std::runtime_error(
-            fmt::format("cannot change {}: it is {}; fbr import STORE {} makes a store of it",
-                        store.Name(), KindInWords(store.FullName()), store.Name()));
-    }
+    store.ExpectNoText();
     NextWaitIsFor(store.Name());
     const FBR_STATUS status = store.IsKept() ? Session::Current()->Lock(store.Handle(), type_)
                                              : FBR_GetLockEx(type_, store.Handle());

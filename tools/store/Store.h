@@ -96,6 +96,8 @@ class Store {
     // True when the value FBRVersion of the root is the store's own.
     bool RootHasVersion() const { return HasVersion(name_); }
 
+    // Throws where the store is text.
+    void ExpectNoText() const;
     // Throws the StoreError for a failure at this store, with the reason as far as it can be known.
     [[noreturn]] void ThrowFailed(const std::string& what, FBR_STATUS status) const;
 
