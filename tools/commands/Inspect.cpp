@@ -9,6 +9,7 @@
 
 #include "tools/commands/Files.h"
 #include "tools/console/Console.h"
+#include "tools/console/Interrupt.h"
 #include "tools/inspect/Dump.h"
 #include "tools/inspect/Info.h"
 #include "tools/inspect/Picture.h"
@@ -59,7 +60,7 @@ Image ImageOf(const Cli& cli, const std::string& store, uint64_t pageSize) {
         throw UsageError("expected a power of 2 from 256 to 65536 after --page-size, not " +
                          std::to_string(pageSize));
     }
-    return Image(cli.ContainerAt(store), static_cast<uint32_t>(pageSize));
+    return Image(cli.ContainerAt(store), static_cast<uint32_t>(pageSize), StopIfInterrupted);
 }
 
 void AddInspectCommands(Cli& cli) {

@@ -10,6 +10,7 @@
 #include "tools/commands/Shown.h"
 #include "tools/commands/TreeProgress.h"
 #include "tools/console/Console.h"
+#include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
 #include "tools/format/Text.h"
 #include "tools/inspect/Picture.h"
@@ -28,7 +29,7 @@ std::string MapOf(const Cli& cli, const Arguments& args) {
     const StoreName name = cli.StoreAt(args.store);
     if (name.method != FS_VR_METHOD_TARN || name.isText || !FileOf(name)) return "";
     std::ostringstream svg;
-    DrawSvg(Image(cli.ContainerAt(args.store), 0), svg);
+    DrawSvg(Image(cli.ContainerAt(args.store), 0, StopIfInterrupted), svg);
     return svg.str();
 }
 

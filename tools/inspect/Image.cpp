@@ -7,7 +7,6 @@
 #include "platform/Resources.h"
 #include "storage/core/PageIo.h"
 #include "storage/lifecycle/Locate.h"
-#include "tools/console/Interrupt.h"
 #include "tools/format/Text.h"
 
 namespace fbr {
@@ -39,8 +38,10 @@ bool IsFolder(const std::string& name) {
 
 }  // namespace
 
-Image::Image(std::string name, uint32_t pageSize)
-    : name_(std::move(name)), context_(std::make_unique<storage::StorageContext>()) {
+Image::Image(std::string name, uint32_t pageSize, void (*beforePage)())
+    : name_(std::move(name)),
+      beforePage_(beforePage),
+      context_(std::make_unique<storage::StorageContext>()) {
     WString path;
     if (!FromStrictUtf8(name_, path)) Fail("its name is not UTF-8");
     if (IsFolder(name_)) Fail("it is a folder");
@@ -131,7 +132,7 @@ uint64_t Image::PlaceOf(uint32_t page) const {
 }
 
 PageBytes Image::Raw(uint32_t page) const {
-    StopIfInterrupted();
+    if (beforePage_ != nullptr) beforePage_();
     PageBytes bytes(PageSize());
     const storage::Status status = storage::ReadPageRaw(file_.get(), bytes.data(), PageSize(),
                                                         uint64_t{BasePage()} + page, PageSize());

@@ -29,7 +29,8 @@ class Image {
     // `name` is the file in UTF-8. `pageSize`, a power of two that the format allows, serves when
     // the file does not tell; 0 when there is none to be given. Throws std::runtime_error when
     // the file cannot be read or no container begins in it.
-    Image(std::string name, uint32_t pageSize);
+    // `beforePage` is called before each page is read, and may throw.
+    Image(std::string name, uint32_t pageSize, void (*beforePage)() = nullptr);
     ~Image();
     Image(const Image&) = delete;
     Image& operator=(const Image&) = delete;
@@ -48,7 +49,7 @@ class Image {
     uint64_t PlaceOf(uint32_t page) const;  // its first byte in the file
 
     // The page as it lies in the file, zeros where the file ends. Throws std::runtime_error when
-    // it cannot be read, and Interrupted after an interrupt.
+    // it cannot be read.
     PageBytes Raw(uint32_t page) const;
     // The same with its numbers and text in the order of this machine.
     PageBytes Page(uint32_t page) const;
@@ -59,6 +60,7 @@ class Image {
     [[noreturn]] void Fail(const std::string& why) const;
 
     const std::string name_;
+    void (*const beforePage_)();
     std::unique_ptr<platform::PageFile> file_;
     std::unique_ptr<storage::StorageContext> context_;  // nothing but the geometry
     Known known_ = Known::kBySignature;
