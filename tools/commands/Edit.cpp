@@ -79,7 +79,7 @@ void RemoveKey(const Store& store, const WString& path, bool recursive) {
         return;
     }
     if (path.empty()) throw UsageError("expected a key below the root: the root cannot be removed");
-    const Key key = store.OpenKey(path);
+    Key key = store.OpenKey(path);
     // Asked first: the library would remove the values before it finds the subkeys.
     if (key.HasSubkeys()) {
         throw StoreError(

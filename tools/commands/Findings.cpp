@@ -7,6 +7,7 @@
 #include <set>
 
 #include "tools/commands/Shown.h"
+#include "tools/console/Interrupt.h"
 #include "tools/format/Json.h"
 #include "tools/format/Text.h"
 
@@ -54,7 +55,7 @@ Explanation Explainer::Explain(const Finding& finding) {
                           finding.rule == Rule::kBadEntry;
     if (!ofObject) return told;
     if (!objects_) {
-        image_ = std::make_unique<Image>(file_, 0);
+        image_ = std::make_unique<Image>(file_, 0, StopIfInterrupted);
         objects_.emplace(*image_);
     }
     const bool isEntry = finding.rule == Rule::kBadEntry;

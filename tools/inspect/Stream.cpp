@@ -141,11 +141,12 @@ bool Reader::FindListed() {
 }
 
 void Reader::FindPages() {
-    if (FindChained()) return;
+    const bool sound = FindChained();
+    if (sound && pages_.size() >= Levels()) return;
     const auto chained = std::exchange(pages_, {});
     if (FindListed()) return;
     pages_ = chained;
-    broken_ = true;
+    broken_ = !sound;  // or there are holes
     for (const uint32_t number : objects_.DataPagesOf(object_.id)) TakePage(number);
 }
 

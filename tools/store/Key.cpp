@@ -17,20 +17,6 @@ constexpr uint64_t kLargeStep = 1024 * 1024;  // what a claim alone is worth
 
 }  // namespace
 
-Key& Key::operator=(Key&& other) noexcept {
-    if (this != &other) {
-        Close();
-        store_ = other.store_;
-        path_ = std::move(other.path_);
-        handle_ = std::exchange(other.handle_, 0);
-    }
-    return *this;
-}
-
-void Key::Close() noexcept {
-    if (handle_ != 0) FBR_CloseDirEx(std::exchange(handle_, 0), store_->Handle());
-}
-
 WString Key::Below(WStringView name) const {
     WString path = path_;
     if (!path.empty()) path += '\\';
@@ -51,31 +37,25 @@ void Key::Fail(const std::string& what, FBR_STATUS status) const {
 }
 
 Key Key::OpenSubkey(WStringView name) const {
-    FBR_KEY key = 0;
-    const FBR_STATUS status = FBR_OpenDirEx(handle_, WString(name).c_str(), &key, store_->Handle());
-    if (status != FSSTATUS_SUCCESS) Fail("cannot open " + ShowSubkey(name), status);
-    return Key(*store_, Below(name), key);
-}
-
-FBR_STATUS Key::Create(WStringView path, FBR_KEY* key) const {
-    return store_->MakeKey(handle_, path, key);
+    const auto what = [&] { return "cannot open " + ShowSubkey(name); };
+    return Key(*store_, Below(name), store_->Told(what, [&] { return key_.open(name); }));
 }
 
 Key Key::CreateSubkey(WStringView name) const {
-    FBR_KEY key = 0;
-    const FBR_STATUS status = Create(name, &key);
-    if (status != FSSTATUS_SUCCESS) Fail("cannot make " + ShowSubkey(name), status);
-    return Key(*store_, Below(name), key);
+    const auto what = [&] { return "cannot make " + ShowSubkey(name); };
+    return Key(*store_, Below(name), store_->Told(what, [&] { return key_.create(name); }));
 }
 
 std::optional<Key> Key::TryCreateBelow(WStringView path) const {
-    FBR_KEY key = 0;
-    if (Create(path, &key) != FSSTATUS_SUCCESS) return std::nullopt;
-    return Key(*store_, Below(path), key);
+    try {
+        return Key(*store_, Below(path), key_.create(path));
+    } catch (const std::system_error&) {
+        return std::nullopt;
+    }
 }
 
 void Key::AddSubkeyNames(std::vector<WString>& names) const {
-    const FBR_STATUS status = FBR_EnumerateAllKeys(handle_, names, store_->Handle());
+    const FBR_STATUS status = FBR_EnumerateAllKeys(key_.handle(), names, store_->Handle());
     if (status != FSSTATUS_SUCCESS && status != FSSTATUS_NO_MORE_ENTRIES) {
         Fail(fmt::format("cannot list the subkeys of {} in {}", ShowKey(path_), store_->Name()),
              status);
@@ -83,7 +63,7 @@ void Key::AddSubkeyNames(std::vector<WString>& names) const {
 }
 
 void Key::AddValueNames(std::vector<WString>& names) const {
-    const FBR_STATUS status = FBR_EnumerateAllValues(handle_, names, store_->Handle());
+    const FBR_STATUS status = FBR_EnumerateAllValues(key_.handle(), names, store_->Handle());
     if (store_->IsText() && path_.empty()) std::erase_if(names, IsVersionName);
     if (!store_->KeepsUnnamedApart()) {
         for (WString& name : names) {
@@ -98,7 +78,7 @@ void Key::AddValueNames(std::vector<WString>& names) const {
 
 bool Key::HasSubkeys() const {
     FBR_WCHAR* name = nullptr;
-    const FBR_STATUS status = FBR_EnumIntDirEx(handle_, 0, &name, store_->Handle());
+    const FBR_STATUS status = FBR_EnumIntDirEx(key_.handle(), 0, &name, store_->Handle());
     FBR_Release(name);
     // A name that cannot be given is that of a subkey all the same.
     return status == FSSTATUS_SUCCESS || status == FSSTATUS_INVALID_NAME;
@@ -106,7 +86,7 @@ bool Key::HasSubkeys() const {
 
 std::optional<FBR_SYSTEMTIME> Key::Time() const {
     FBR_SYSTEMTIME time = {};
-    if (FBR_GetDirTimesEx(handle_, &time, store_->Handle()) != FSSTATUS_SUCCESS)
+    if (FBR_GetDirTimesEx(key_.handle(), &time, store_->Handle()) != FSSTATUS_SUCCESS)
         return std::nullopt;
     return time;
 }
@@ -116,8 +96,8 @@ std::optional<FBR_SYSTEMTIME> Key::Time() const {
 FBR_STATUS Key::Query(const WString& name, size_t room, Value* value, uint64_t* size) const {
     value->data.resize(room);
     void* buffer = room != 0 ? value->data.data() : nullptr;
-    const FBR_STATUS status =
-        store_->Handle()->FBR_QueryValue(handle_, name.c_str(), buffer, room, size, &value->type);
+    const FBR_STATUS status = store_->Handle()->FBR_QueryValue(key_.handle(), name.c_str(), buffer,
+                                                               room, size, &value->type);
     return room != 0 && status == FSSTATUS_SUCCESS && *size > room ? FSSTATUS_BUFFER_OVERFLOW
                                                                    : status;
 }
@@ -164,31 +144,28 @@ FBR_STATUS Key::GetClaimed(const WString& name, uint64_t claimed, Value* value, 
 
 void Key::Set(const WString& name, uint32_t type, const Bytes& data) const {
     const FBR_STATUS status =
-        store_->Handle()->FBR_SetValue(handle_, name.c_str(), type, data.data(), data.size());
+        store_->Handle()->FBR_SetValue(key_.handle(), name.c_str(), type, data.data(), data.size());
     if (status != FSSTATUS_SUCCESS) Fail("cannot set " + ShowValue(name), status);
 }
 
 bool Key::DeleteValue(const WString& name) const {
-    const FBR_STATUS status = FBR_DeleteValue(handle_, name.c_str(), store_->Handle());
-    if (status == FSSTATUS_NOT_FOUND) return false;
-    if (status != FSSTATUS_SUCCESS) Fail("cannot remove " + ShowValue(name), status);
-    return true;
+    return store_->Told([&] { return "cannot remove " + ShowValue(name); },
+                        [&] { return key_.remove_value(name); });
 }
 
-void Key::Delete() const {
-    const FBR_STATUS status = FBR_DeleteDirEx(handle_, store_->Handle());
-    if (status != FSSTATUS_SUCCESS) {
-        Fail(fmt::format("cannot remove key {} in {}", ShowKey(path_), store_->Name()), status);
-    }
+void Key::Delete() {
+    const auto what = [&] {
+        return fmt::format("cannot remove key {} in {}", ShowKey(path_), store_->Name());
+    };
+    store_->Told(what, [&] { std::move(key_).remove(); });
 }
 
-void Key::Rename(const WString& name) const {
-    const FBR_STATUS status = FBR_RenameDirEx(handle_, name.c_str(), store_->Handle());
-    if (status != FSSTATUS_SUCCESS) {
-        Fail(fmt::format("cannot rename key {} to {} in {}", ShowKey(path_), Printable(name),
-                         store_->Name()),
-             status);
-    }
+void Key::Rename(const WString& name) {
+    const auto what = [&] {
+        return fmt::format("cannot rename key {} to {} in {}", ShowKey(path_), Printable(name),
+                           store_->Name());
+    };
+    store_->Told(what, [&] { key_.rename(name); });
 }
 
 }  // namespace fbr

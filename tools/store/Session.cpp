@@ -10,7 +10,6 @@
 namespace fbr {
 namespace {
 
-constexpr uint32_t kLockForWriting = 1;
 Session* g_session = nullptr;
 
 }  // namespace
@@ -37,42 +36,45 @@ std::optional<StoreName> Session::Named(const std::string& path) const {
     return at == kept_.end() ? std::nullopt : std::optional(at->name);
 }
 
-FBR_STORE Session::Find(const StoreName& name) const {
+std::shared_ptr<zrfs::Store> Session::Find(const StoreName& name) const {
     const auto at = std::find_if(kept_.begin(), kept_.end(),
                                  [&](const Kept& one) { return IsSameStore(one.name, name); });
-    return at == kept_.end() ? nullptr : at->handle;
+    return at == kept_.end() ? nullptr : at->store;
 }
 
-void Session::Keep(const StoreName& name, FBR_STORE handle) {
-    if (Find(name) == nullptr) kept_.push_back({name, handle});
+void Session::Keep(const StoreName& name, std::shared_ptr<zrfs::Store> store) {
+    if (Find(name) == nullptr) kept_.emplace_back(name, std::move(store));
 }
 
-FBR_STATUS Session::Lock(FBR_STORE handle, uint32_t type) {
+void Session::Lock(const zrfs::Store& store, FBR_LOCK_TYPE type) {
     const auto at = std::find_if(kept_.begin(), kept_.end(),
-                                 [&](const Kept& one) { return one.handle == handle; });
-    if (at->lock == kLockForWriting || at->lock == type) return FSSTATUS_SUCCESS;
-    at->lock = kLockForWriting;
-    FBR_STATUS status = FBR_GetLockEx(kLockForWriting, handle);
-    if (status == FSSTATUS_SUCCESS || type == kLockForWriting) {
-        if (status != FSSTATUS_SUCCESS) at->lock = 0;
-        return status;
+                                 [&](const Kept& one) { return one.store.get() == &store; });
+    if (at->writes || (at->lock && type == FBR_LOCK_READ)) return;
+    const auto take = [&](FBR_LOCK_TYPE lock) {
+        at->lock.emplace(store, lock);
+        at->writes = lock == FBR_LOCK_WRITE;
+    };
+    if (type == FBR_LOCK_WRITE) return take(type);
+    try {
+        take(FBR_LOCK_WRITE);
+    } catch (const std::system_error&) {
+        take(type);
     }
-    at->lock = type;
-    status = FBR_GetLockEx(type, handle);
-    if (status != FSSTATUS_SUCCESS) at->lock = 0;
-    return status;
 }
 
 void Session::Close() {
     StoreName failed;
     FBR_STATUS status = FSSTATUS_SUCCESS;
     for (; !kept_.empty(); kept_.pop_front()) {
-        const Kept& one = kept_.front();
-        if (one.lock != 0) FBR_ReleaseLockEx(one.lock, one.handle);
-        const FBR_STATUS closed = FBR_DeInitialiseEx(one.handle);
-        if (closed == FSSTATUS_SUCCESS || status != FSSTATUS_SUCCESS) continue;
-        status = closed;
-        failed = one.name;
+        Kept& one = kept_.front();
+        one.lock.reset();
+        try {
+            one.store->close();
+        } catch (const std::system_error& error) {
+            if (status != FSSTATUS_SUCCESS) continue;
+            status = zrfs::status_of(error.code());
+            failed = one.name;
+        }
     }
     if (status != FSSTATUS_SUCCESS)
         ThrowStatus("cannot close store " + failed.path, status, failed.method);

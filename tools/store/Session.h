@@ -26,19 +26,22 @@ class Session {
     // is closed, and shows nothing.
     std::optional<StoreName> Named(const std::string& path) const;
     // The store that is open by that name; null when it is not.
-    FBR_STORE Find(const StoreName& name) const;
-    void Keep(const StoreName& name, FBR_STORE handle);
-    // The status of FBR_GetLockEx, which is called once for a store.
-    FBR_STATUS Lock(FBR_STORE handle, uint32_t type);
+    std::shared_ptr<zrfs::Store> Find(const StoreName& name) const;
+    void Keep(const StoreName& name, std::shared_ptr<zrfs::Store> store);
+    // Takes a lock once for a store; throws as the lock does.
+    void Lock(const zrfs::Store& store, FBR_LOCK_TYPE type);
 
     // Closes all of them and throws what fails first.
     void Close();
 
   private:
     struct Kept {
+        Kept(StoreName itsName, std::shared_ptr<zrfs::Store> opened)
+            : name(std::move(itsName)), store(std::move(opened)) {}
         StoreName name;
-        FBR_STORE handle;
-        uint32_t lock = 0;  // that it has
+        std::shared_ptr<zrfs::Store> store;
+        std::optional<zrfs::Lock> lock;
+        bool writes = false;  // by that lock
     };
     std::deque<Kept> kept_;
 };

@@ -16,8 +16,6 @@ namespace fbr {
 namespace {
 
 constexpr WChar kRootName[] = {'\\', 0};
-constexpr uint32_t kLockForWriting = 1;
-constexpr uint32_t kLockForReading = 3;
 // What a server opens a container by.
 constexpr auto kMethodRemoteContainer = static_cast<FBR_METHOD>(4);
 
@@ -72,7 +70,7 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
     };
     Session* const session = name_.isText ? nullptr : Session::Current();
     kept_ = session != nullptr;
-    if (kept_ && (handle_ = session->Find(name_)) != nullptr) return;
+    if (kept_ && (open_ = session->Find(name_)) != nullptr) return;
     if (ifMissing == IfMissing::kFail && !IsThere()) fail(FSSTATUS_NOT_FOUND);
     WString path;
     if (!FromStrictUtf8(name_.path, path)) ThrowStatus(what, FSSTATUS_INVALID_NAME, name_.method);
@@ -81,11 +79,16 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
         path = text_->Container();
     }
     NextWaitIsFor(name_.path);
-    const FBR_STATUS status = FBR_InitialiseEx(path.c_str(), &handle_, name_.method);
+    FBR_STATUS status = FSSTATUS_SUCCESS;
+    try {
+        open_ = std::make_shared<zrfs::Store>(path, name_.method);
+    } catch (const std::system_error& error) {
+        status = zrfs::status_of(error.code());
+    }
     if (text_) text_->Opened();
     if (status == FSSTATUS_FAILED) fail(status);
     if (status != FSSTATUS_SUCCESS) ThrowStatus(what, status, name_.method);
-    if (kept_) session->Keep(name_, handle_);
+    if (kept_) session->Keep(name_, open_);
 }
 
 // A live key that is opened comes into being, but for one that is asked for by its path alone.
@@ -94,22 +97,14 @@ bool Store::IsThere() const {
     if (const auto file = FileOf(name_)) return std::filesystem::exists(*file, error) || error;
     const bool live = name_.method == FS_VR_METHOD_NATIVE && Tokens(name_.path).size() == 1;
     if (!live) return true;
-    WString path;
-    FBR_STORE byPath = nullptr;
-    if (!FromStrictUtf8("!REMOTE|" + name_.path, path) ||
-        FBR_InitialiseEx(path.c_str(), &byPath, name_.method) != FSSTATUS_SUCCESS) {
+    try {
+        return zrfs::Store("!REMOTE|" + name_.path, name_.method).find(kRootName).has_value();
+    } catch (const std::system_error&) {
         return true;  // opening the store itself will tell why
     }
-    FBR_KEY root = 0;
-    const FBR_STATUS status = FBR_OpenDirEx(0, kRootName, &root, byPath);
-    if (status == FSSTATUS_SUCCESS) FBR_CloseDirEx(root, byPath);
-    FBR_DeInitialiseEx(byPath);
-    return status != FSSTATUS_NOT_FOUND;
 }
 
-Store::~Store() {
-    if (handle_ != nullptr && !kept_) FBR_DeInitialiseEx(handle_);
-}
+Store::~Store() = default;
 
 void Store::ExpectNoText() const {
     if (!IsText()) return;
@@ -119,12 +114,8 @@ void Store::ExpectNoText() const {
 }
 
 void Store::Close() {
-    const FBR_STORE handle = std::exchange(handle_, nullptr);
-    if (kept_) return;
-    const FBR_STATUS status = FBR_DeInitialiseEx(handle);
-    if (status != FSSTATUS_SUCCESS) {
-        ThrowFailed(fmt::format("cannot close store {}", name_.path), status);
-    }
+    const auto open = std::exchange(open_, nullptr);
+    if (!kept_) Told([&] { return "cannot close store " + name_.path; }, [&] { open->close(); });
 }
 
 void Store::ThrowFailed(const std::string& what, FBR_STATUS status) const {
@@ -133,58 +124,33 @@ void Store::ThrowFailed(const std::string& what, FBR_STATUS status) const {
 }
 
 Key Store::OpenKey(WStringView path) const {
-    FBR_KEY key = 0;
-    const FBR_STATUS status = FBR_OpenDirEx(0, RootedPath(path).c_str(), &key, handle_);
-    if (status != FSSTATUS_SUCCESS) {
-        ThrowStatus(fmt::format("cannot open key {} in {}", ShowKey(path), Name()), status,
-                    name_.method);
-    }
-    return Key(*this, WString(path), key);
+    const auto what = [&] {
+        return fmt::format("cannot open key {} in {}", ShowKey(path), Name());
+    };
+    return Key(*this, WString(path), Told(what, [&] { return open_->open(RootedPath(path)); }));
 }
 
 bool Store::HasKey(WStringView path) const {
-    FBR_KEY key = 0;
-    if (FBR_OpenDirEx(0, RootedPath(path).c_str(), &key, handle_) != FSSTATUS_SUCCESS) return false;
-    FBR_CloseDirEx(key, handle_);
-    return true;
+    try {
+        return open_->find(RootedPath(path)).has_value();
+    } catch (const std::system_error&) {
+        return false;
+    }
 }
 
 Key Store::CreateKey(WStringView path) const {
-    FBR_KEY key = 0;
-    const FBR_STATUS status = MakeKey(0, RootedPath(path), &key);
-    if (status != FSSTATUS_SUCCESS) {
-        ThrowFailed(fmt::format("cannot make key {} in {}", ShowKey(path), Name()), status);
-    }
-    return Key(*this, WString(path), key);
-}
-
-FBR_STATUS Store::MakeKey(FBR_KEY parent, WStringView path, FBR_KEY* key) const {
-    const auto make = [&](WStringView part) {
-        const FBR_STATUS status =
-            FBR_CreateDirEx(parent, WString(part).c_str(), FSCREATEOPTIONS_NONE, key, handle_);
-        return status == FSSTATUS_ALREADY_EXISTS ? FSSTATUS_SUCCESS : status;
+    const auto what = [&] {
+        return fmt::format("cannot make key {} in {}", ShowKey(path), Name());
     };
-    const size_t last = path.rfind('\\');
-    const bool isFar = last != WStringView::npos && last != 0;
-    const bool hasWay = isFar && FBR_OpenDirEx(parent, WString(path.substr(0, last)).c_str(), key,
-                                               handle_) == FSSTATUS_SUCCESS;
-    if (hasWay) FBR_CloseDirEx(*key, handle_);
-    if (!isFar || hasWay) return make(path);
-    for (size_t end = path.find('\\', 1); end != WStringView::npos;
-         end = path.find('\\', end + 1)) {
-        const FBR_STATUS status = make(path.substr(0, end));
-        if (status != FSSTATUS_SUCCESS) return status;
-        FBR_CloseDirEx(*key, handle_);
-    }
-    return make(path);
+    return Key(*this, WString(path), Told(what, [&] { return open_->create(RootedPath(path)); }));
 }
 
 bool Store::DeleteTree(WStringView path) const {
     if (!HasKey(path)) return false;
-    const FBR_STATUS status = FBR_DeleteDirNamedEx(RootedPath(path).c_str(), handle_);
-    if (status != FSSTATUS_SUCCESS) {
-        ThrowFailed(fmt::format("cannot remove key {} in {}", ShowKey(path), Name()), status);
-    }
+    const auto what = [&] {
+        return fmt::format("cannot remove key {} in {}", ShowKey(path), Name());
+    };
+    Told(what, [&] { open_->remove_tree(RootedPath(path)); });
     return true;
 }
 
@@ -202,30 +168,28 @@ bool Store::KeepsUnnamedApart() const {
     return !container;
 }
 
-WriteLock::WriteLock(const Store& store) : StoreLock(store, kLockForWriting) {}
-ReadLock::ReadLock(const Store& store) : StoreLock(store, kLockForReading) {}
+WriteLock::WriteLock(const Store& store) : StoreLock(store, FBR_LOCK_WRITE) {}
+ReadLock::ReadLock(const Store& store) : StoreLock(store, FBR_LOCK_READ) {}
 
 // What is open in the place of text nobody else knows, and it may have no name any more.
-StoreLock::StoreLock(const Store& store, uint32_t type) : store_(store), type_(type) {
-    if (store.IsText() && type == kLockForReading) return;
+StoreLock::StoreLock(const Store& store, FBR_LOCK_TYPE type) {
+    if (store.IsText() && type == FBR_LOCK_READ) return;
     store.ExpectNoText();
     NextWaitIsFor(store.Name());
-    const FBR_STATUS status = store.IsKept() ? Session::Current()->Lock(store.Handle(), type_)
-                                             : FBR_GetLockEx(type_, store.Handle());
-    if (status == FSSTATUS_LOCK_FAILED) {
+    try {
+        if (store.IsKept())
+            Session::Current()->Lock(store.Open(), type);
+        else
+            lock_.emplace(store.Open(), type);
+    } catch (const std::system_error& error) {
         StopIfInterrupted();
-        throw StoreError(
-            fmt::format("cannot lock store {}: {}{}, or wait longer with --wait", store.Name(),
-                        StatusText(status), Advice(status, FS_VR_METHOD_TARN)),
-            status);
+        const FBR_STATUS status = zrfs::status_of(error.code());
+        const bool busy = status == FSSTATUS_LOCK_FAILED;
+        throw StoreError(fmt::format("cannot lock store {}: {}{}{}", store.Name(),
+                                     StatusText(status), Advice(status, FS_VR_METHOD_TARN),
+                                     busy ? ", or wait longer with --wait" : ""),
+                         status);
     }
-    if (status != FSSTATUS_SUCCESS) {
-        ThrowStatus(fmt::format("cannot lock store {}", store.Name()), status, FS_VR_METHOD_TARN);
-    }
-}
-
-StoreLock::~StoreLock() {
-    if (!store_.IsText() && !store_.IsKept()) FBR_ReleaseLockEx(type_, store_.Handle());
 }
 
 }  // namespace fbr

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The library's flat interface as objects: what is opened closes with its object, and a failure is
-// an exception that says what failed, on what, and why.
+// The objects of include/zrfs with what the tool needs besides: a failure says what failed, on
+// what, and why, stores stay open from one command to the next, and values are those of any store.
 //
 // One thread at a time. A Key or a WriteLock does not outlive its Store.
 #pragma once
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "include/ZrFsLibrary.h"
+#include "include/zrfs/store.hpp"
 #include "tools/format/Record.h"
 
 namespace fbr {
@@ -72,7 +72,8 @@ class Store {
     const StoreName& FullName() const { return name_; }
     // True for text that is read as a store and cannot be changed.
     bool IsText() const { return text_ != nullptr; }
-    FBR_STORE Handle() const { return handle_; }
+    FBR_STORE Handle() const { return open_->handle(); }
+    const zrfs::Store& Open() const { return *open_; }
     // True when a session keeps it open, see Session.h.
     bool IsKept() const { return kept_; }
 
@@ -80,9 +81,6 @@ class Store {
     Key OpenKey(platform::WStringView path) const;
     Key CreateKey(platform::WStringView path) const;
 
-    // A container makes a key of a path below a value, too, where no list shows it. So where the
-    // way is missing, its keys are made one by one, and stand beside the values of their names.
-    FBR_STATUS MakeKey(FBR_KEY parent, platform::WStringView path, FBR_KEY* key) const;
     // The key and all below it. False when there is no such key.
     bool DeleteTree(platform::WStringView path) const;
     bool HasKey(platform::WStringView path) const;
@@ -100,6 +98,15 @@ class Store {
     void ExpectNoText() const;
     // Throws the StoreError for a failure at this store, with the reason as far as it can be known.
     [[noreturn]] void ThrowFailed(const std::string& what, FBR_STATUS status) const;
+    // What `work` gives; its failure is thrown so, with what `what` then says.
+    template <class What, class Work>
+    auto Told(const What& what, const Work& work) const {
+        try {
+            return work();
+        } catch (const std::system_error& error) {
+            ThrowFailed(what(), zrfs::status_of(error.code()));
+        }
+    }
 
     // Writes what is still to be written and reports a failure of that, as the destructor cannot.
     void Close();
@@ -109,7 +116,7 @@ class Store {
 
     StoreName name_;
     std::unique_ptr<TextStore> text_;  // what is open in the place of text
-    FBR_STORE handle_ = nullptr;
+    std::shared_ptr<zrfs::Store> open_;
     bool kept_ = false;
 };
 
@@ -120,12 +127,10 @@ class StoreLock {
     StoreLock& operator=(const StoreLock&) = delete;
 
   protected:
-    StoreLock(const Store& store, uint32_t type);
-    ~StoreLock();
+    StoreLock(const Store& store, FBR_LOCK_TYPE type);
 
   private:
-    const Store& store_;
-    const uint32_t type_;
+    std::optional<zrfs::Lock> lock_;
 };
 
 // For changes.
@@ -143,14 +148,8 @@ class ReadLock : public StoreLock {
 // An open key.
 class Key {
   public:
-    Key(const Store& store, platform::WString path, FBR_KEY handle)
-        : store_(&store), path_(std::move(path)), handle_(handle) {}
-    ~Key() { Close(); }
-    Key(Key&& other) noexcept
-        : store_(other.store_), path_(std::move(other.path_)), handle_(other.handle_) {
-        other.handle_ = 0;
-    }
-    Key& operator=(Key&& other) noexcept;
+    Key(const Store& store, platform::WString path, zrfs::Key key)
+        : store_(&store), path_(std::move(path)), key_(std::move(key)) {}
 
     // The path from the root, without a backslash in front.
     const platform::WString& Path() const { return path_; }
@@ -183,14 +182,12 @@ class Key {
     std::string ShowSubkey(platform::WStringView name) const;
 
     // The key with its values; it must have no subkeys.
-    void Delete() const;
-    void Rename(const platform::WString& name) const;
+    void Delete();
+    void Rename(const platform::WString& name);
 
   private:
-    void Close() noexcept;
     platform::WString Below(platform::WStringView name) const;
     [[noreturn]] void Fail(const std::string& what, FBR_STATUS status) const;
-    FBR_STATUS Create(platform::WStringView path, FBR_KEY* key) const;
     FBR_STATUS Query(const platform::WString& name, size_t room, Value* value,
                      uint64_t* size) const;
     FBR_STATUS GetClaimed(const platform::WString& name, uint64_t claimed, Value* value,
@@ -198,7 +195,7 @@ class Key {
 
     const Store* store_;
     platform::WString path_;
-    FBR_KEY handle_;
+    zrfs::Key key_;
 };
 
 }  // namespace fbr
