@@ -54,9 +54,12 @@ std::vector<WString> Reachable(std::vector<Listed> listed) {
 }
 
 // What ends only the way to one key or value. After any other failure the next call would fail,
-// too.
-bool IsOnesOwn(FBR_STATUS status) {
+// too. The live registry has keys that the system makes up as it is asked, and no word for one that
+// it cannot.
+bool IsOnesOwn(FBR_STATUS status, const Store& store) {
     switch (status) {
+        case FSSTATUS_FAILED:
+            return store.FullName().method == FS_VR_METHOD_NATIVE;
         case FSSTATUS_INVALID_PARAMETER:
         case FSSTATUS_NOT_FOUND:
         case FSSTATUS_PATH_NOT_FOUND:
@@ -69,8 +72,8 @@ bool IsOnesOwn(FBR_STATUS status) {
     }
 }
 
-void TellOrThrow(const StoreError& error, const OnLoss& onLoss) {
-    if (!IsOnesOwn(error.Status())) throw error;
+void TellOrThrow(const StoreError& error, const Key& key, const OnLoss& onLoss) {
+    if (!IsOnesOwn(error.Status(), key.In())) throw error;
     if (onLoss) onLoss(error.what());
 }
 
@@ -81,7 +84,7 @@ std::vector<WString> NamesOf(const Key& key, AddNames add, const OnLoss& onLoss)
     try {
         (key.*add)(names);
     } catch (const StoreError& error) {
-        TellOrThrow(error, onLoss);
+        TellOrThrow(error, key, onLoss);
     }
     return names;
 }
@@ -115,7 +118,7 @@ std::optional<Key> TryOpen(const Key& key, const WString& name, const OnLoss& on
     try {
         return key.OpenSubkey(name);
     } catch (const StoreError& error) {
-        TellOrThrow(error, onLoss);
+        TellOrThrow(error, key, onLoss);
         return std::nullopt;
     }
 }
@@ -133,7 +136,7 @@ std::optional<Value> TryGet(const Key& key, const WString& name, const OnLoss& o
         if (missing != 0 && onLoss) onLoss(ShowShortData(key, name, value, missing));
         return value;
     } catch (const StoreError& error) {
-        TellOrThrow(error, onLoss);
+        TellOrThrow(error, key, onLoss);
         return std::nullopt;
     }
 }

@@ -151,6 +151,7 @@ class Key {
     Key(const Store& store, platform::WString path, zrfs::Key key)
         : store_(&store), path_(std::move(path)), key_(std::move(key)) {}
 
+    const Store& In() const { return *store_; }
     // The path from the root, without a backslash in front.
     const platform::WString& Path() const { return path_; }
 
