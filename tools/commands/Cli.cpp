@@ -229,7 +229,9 @@ Cli::Cli()
               "seconds to wait for the lock of a store that is in use; 60 if not given, 0 for not "
               "at all")
         .Flag("--json", json_, "the answer as JSON, one object a line, for commands that have one")
-        .Flag("--quiet", quiet_, "failures only: the answer is the exit status; no progress")
+        .Flag("--quiet", quiet_,
+              "no progress; of commands that answer by their exit status (those with --json, and "
+              "import --dry-run) no answer but that")
         .Choice(
             "--color", color_, {"auto", "always", "never"},
             "colours: auto (the default; on a terminal, unless NO_COLOR is set), always, never");
@@ -295,6 +297,10 @@ StoreName Cli::StoreAt(const std::string& path, const std::string& method) {
     return {path, ParseMethod(method)};
 }
 
+StoreName Cli::StoreToMake(const std::string& path, const std::string& method) {
+    return method.empty() ? RecogniseNew(path) : StoreAt(path, method);
+}
+
 std::string Cli::ContainerAt(const std::string& path) const {
     const StoreName name = StoreAt(path);
     const auto file = FileOf(name);
@@ -309,6 +315,11 @@ std::string Cli::ContainerAt(const std::string& path) const {
         throw UsageError(fmt::format(
             "expected a container on this machine, not {} with --method {}", path, method_));
     }
+    if (KindOf(*file) == Kind::kEmpty)
+        throw std::runtime_error(
+            fmt::format("cannot read {}: it is empty: remove it, and fbr create "
+                        "makes a store of that name",
+                        path));
     const std::u8string text = file->u8string();
     return std::string(text.begin(), text.end());
 }

@@ -93,6 +93,9 @@ class Cli {
     StoreName StoreAt(const std::string& path) const;
     // The same with a method of its own.
     static StoreName StoreAt(const std::string& path, const std::string& method);
+    // The same for a store that is made where it is missing: then its name tells the kind.
+    StoreName StoreToMake(const std::string& path) const { return StoreToMake(path, method_); }
+    static StoreName StoreToMake(const std::string& path, const std::string& method);
     // The file of a container on this machine, in UTF-8, for commands that work on nothing else.
     // Throws UsageError for a store of another method.
     std::string ContainerAt(const std::string& path) const;

@@ -23,11 +23,11 @@ namespace {
 struct Arguments {
     std::string store, key, toMethod, format, prefix, file;
     std::vector<std::string> to;
+    bool html = false;
 };
 
-End ToEnd(const Arguments& args) {
-    return {Cli::StoreAt(args.to[0], args.toMethod),
-            KeyArgument(args.to.size() > 1 ? args.to[1] : "")};
+End ToEnd(const Arguments& args, StoreName store) {
+    return {std::move(store), KeyArgument(args.to.size() > 1 ? args.to[1] : "")};
 }
 
 // The bar needs to know how many keys there are, which nobody asks for who does not see it.
@@ -149,7 +149,9 @@ void AddCompareCommands(Cli& cli) {
                  args)
         .Example("fbr copy settings.fbr --to settings.hiv --to-method offline")
         .Example("fbr copy one.fbr 'Software\\Hello' --to two.fbr Greetings")
-        .Does([=, &cli] { Copy(cli, from(), ToEnd(*args)); });
+        .Does([=, &cli] {
+            Copy(cli, from(), ToEnd(*args, Cli::StoreToMake(args->to[0], args->toMethod)));
+        });
 
     AddTwoStores(cli, "diff", "Compare a key and all below it with another; 0 same, 3 different",
                  args)
@@ -160,11 +162,17 @@ void AddCompareCommands(Cli& cli) {
         .Choice("--format", args->format, {"lines", "reg", "html"},
                 "lines (the default); reg: a file to import into STORE, which makes it the same; "
                 "html: a page for a browser")
+        .Flag("--html", args->html, "the same as --format html")
         .Text("--prefix KEY", args->prefix, Need::kOptional,
               "reg: a key to put in front of every key")
         .Text("-o,--output FILE", args->file, Need::kOptional,
               "the file; standard output if not given")
-        .Does([=, &cli] { Diff(cli, from(), ToEnd(*args), *args); });
+        .Does([=, &cli] {
+            if (args->html && !args->format.empty() && args->format != "html")
+                throw UsageError("expected either --html or --format " + args->format);
+            if (args->html) args->format = "html";
+            Diff(cli, from(), ToEnd(*args, Cli::StoreAt(args->to[0], args->toMethod)), *args);
+        });
 }
 
 }  // namespace fbr

@@ -117,7 +117,7 @@ void AddEditCommands(Cli& cli) {
         .Example("fbr create settings.fbr")
         .Example("fbr create settings.hiv --method offline")
         .Text("STORE", args->store, Need::kRequired, "the store; it must not be there yet")
-        .Does([&cli, args] { Create(cli.StoreAt(args->store)); });
+        .Does([&cli, args] { Create(cli.StoreToMake(args->store)); });
 
     cli.Add("set", "Set a value; makes its key if needed")
         .Example("fbr set settings.fbr 'Software\\Hello' Count dword 42")

@@ -16,6 +16,7 @@
 #include "tools/console/ReadFile.h"
 #include "tools/format/RecordReader.h"
 #include "tools/format/Text.h"
+#include "tools/store/Kind.h"
 #include "tools/store/Place.h"
 #include "tools/store/TreeWriter.h"
 
@@ -220,7 +221,8 @@ void TellChanges(Cli& cli, Input& input, const StoreName& name) {
         store->ExpectNoText();
         lock.emplace(*store);
     }
-    DryRun run(store ? &*store : nullptr, std::cout, cli.Colored());
+    std::ostream nowhere(nullptr);
+    DryRun run(store ? &*store : nullptr, cli.Quiet() ? nowhere : std::cout, cli.Colored());
     input.ForEach([&](const WString& path, Record& record) { run.Take(path, record); });
     if (isNew || run.ChangesAnything()) cli.SetExitStatus(kExitNo);
 }
@@ -228,6 +230,11 @@ void TellChanges(Cli& cli, Input& input, const StoreName& name) {
 // The file is read and understood whole before the store is touched.
 void Import(Cli& cli, const StoreName& name, const Arguments& args) {
     if (args.dryRun && !args.undo.empty()) throw UsageError("expected either --dry-run or --undo");
+    if (KindOf(FilePath(args.file)) == Kind::kExportFolder)
+        throw std::runtime_error(
+            fmt::format("cannot read file {0}: it is a folder of exports; fbr copy {0} --to {1} "
+                        "takes all of it",
+                        args.file, args.store));
     Input input(args, name);
     input.Check();
     if (args.dryRun) {
@@ -265,7 +272,7 @@ void AddImportCommand(Cli& cli) {
               "applied")
         .Text("--undo FILE", args->undo, Need::kOptional,
               "write a .reg file before, which brings the old state back when it is imported")
-        .Does([&cli, args] { Import(cli, cli.StoreAt(args->store), *args); });
+        .Does([&cli, args] { Import(cli, cli.StoreToMake(args->store), *args); });
 }
 
 }  // namespace fbr

@@ -29,7 +29,7 @@ struct Way {
 Way WayOf(const Cli& cli, const Arguments& args) {
     Way way;
     way.from = {cli.StoreAt(args.store), KeyArgument(args.key)};
-    way.to = {Cli::StoreAt(args.to[0], args.toMethod), KeyArgument(args.to[1])};
+    way.to = {Cli::StoreToMake(args.to[0], args.toMethod), KeyArgument(args.to[1])};
     if (args.name) way.name = way.newName = Wide(*args.name);
     if (args.to.size() < 3) return way;
     if (!way.name) throw UsageError("expected a name behind KEY for the value that gets a new one");

@@ -47,6 +47,7 @@ class Reader {
             DropLinesRead();
             ReadLineOrTell();
         }
+        TellEscapes();
     }
 
   private:
@@ -85,8 +86,9 @@ class Reader {
     WString KeyPath(WStringView text) const;
     std::optional<WChar> KeyEscape(WStringView text) const;
     void ReadValueLine();
-    WString ReadQuoted(std::string_view what);
-    void ReadEscape(WString& out);
+    WString ReadQuoted(std::string_view what, bool* hasEscapes = nullptr);
+    bool ReadEscape(WString& out);
+    void TellEscapes() const;
     void ReadData(Record& record);
     void ReadString(Record& record);
     uint32_t ReadHexNumber(std::string_view what);
@@ -106,6 +108,8 @@ class Reader {
     bool lost_ = false;   // the key could not be read, and its values are nobody's
     WString key_;         // the key read last
     uint32_t keys_ = 0;
+    // Strings with \n, \r or \0 in them, and the line of the first.
+    uint64_t escaped_ = 0, firstEscaped_ = 0;
 };
 
 // The word in any case of its letters.
@@ -259,7 +263,7 @@ void Reader::ReadValueLine() {
 }
 
 // Text in quotes, which may run over line ends; they are part of it.
-WString Reader::ReadQuoted(std::string_view what) {
+WString Reader::ReadQuoted(std::string_view what, bool* hasEscapes) {
     const uint64_t begin = line_;
     const size_t start = position_;
     Take('"');
@@ -272,15 +276,16 @@ WString Reader::ReadQuoted(std::string_view what) {
         }
         const WChar unit = text_[position_++];
         if (unit == '\n' || (unit == '\r' && Peek() != '\n')) ++line_;
-        if (unit == '\\')
-            ReadEscape(out);
-        else
+        if (unit != '\\')
             out += unit;
+        else if (ReadEscape(out) && hasEscapes != nullptr)
+            *hasEscapes = true;
     }
     return out;
 }
 
-void Reader::ReadEscape(WString& out) {
+// True for one that stands for a line end or a zero.
+bool Reader::ReadEscape(WString& out) {
     const WChar unit = Peek();
     if (IsLineEnd(unit)) Expected("\\, \", n, r or 0 after a backslash in quotes");
     ++position_;
@@ -288,15 +293,26 @@ void Reader::ReadEscape(WString& out) {
     const size_t which = unit < 0x80 ? kFrom.find(static_cast<char>(unit)) : kFrom.npos;
     if (which != kFrom.npos) {
         out += static_cast<WChar>(kTo[which]);
-        return;
+        return which >= 2;
     }
     out += '\\';
     out += unit;
-    if (!hearing_.odd) return;
+    if (!hearing_.odd) return false;
     const WChar both[] = {'\\', unit};
     hearing_.odd(line_, fmt::format("took \"{}\" in quotes as it stands, which a .reg file writes "
                                     "with two backslashes",
                                     Printable({both, 2})));
+    return false;
+}
+
+// Names have these from a writer, data has not: there a path may be meant.
+void Reader::TellEscapes() const {
+    if (escaped_ == 0 || !hearing_.odd) return;
+    hearing_.odd(
+        firstEscaped_,
+        fmt::format("took \"\\n\", \"\\r\" and \"\\0\" in quotes for line ends and zeros, in {} "
+                    "string{} of the file; where a backslash is meant, two are written",
+                    escaped_, escaped_ == 1 ? "" : "s"));
 }
 
 void Reader::ReadData(Record& record) {
@@ -332,7 +348,10 @@ void Reader::ReadData(Record& record) {
 
 void Reader::ReadString(Record& record) {
     record.type = kRegSz;
-    const WString text = ReadQuoted("the string");
+    bool hasEscapes = false;
+    const uint64_t line = line_;
+    const WString text = ReadQuoted("the string", &hasEscapes);
+    if (hasEscapes && escaped_++ == 0) firstEscaped_ = line;
     record.data.resize((text.size() + 1) * 2);
     std::memcpy(record.data.data(), text.c_str(), record.data.size());
 }

@@ -4,8 +4,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
+#include <utility>
 
+#include "platform/Pipe.h"
 #include "tools/format/Text.h"
 #include "tools/store/Session.h"
 #include "tools/store/Status.h"
@@ -34,20 +37,90 @@ std::string Ascii(const std::string& bytes) {
     return text;
 }
 
-// By its name: one that cannot be read is not passed over without a word.
-bool IsExport(const std::filesystem::path& file) {
-    const std::u8string ending = file.extension().u8string();
-    const WString wide(ending.begin(), ending.end());
-    return platform::CompareFolded(wide, WTEXT(".reg")) == 0 ||
-           platform::CompareFolded(wide, WTEXT(".jsonl")) == 0;
+bool EndsIn(const std::filesystem::path& file, std::initializer_list<WStringView> endings) {
+    const std::u8string text = file.extension().u8string();
+    const WString own(text.begin(), text.end());
+    return std::any_of(endings.begin(), endings.end(), [&own](WStringView ending) {
+        return platform::CompareFolded(own, ending) == 0;
+    });
 }
 
-// "\registry\machine\..." is the live registry's.
-bool IsLivePath(const std::string& path) {
+// By its name: one that cannot be read is not passed over without a word.
+bool IsExport(const std::filesystem::path& file) {
+    return EndsIn(file, {WTEXT(".reg"), WTEXT(".jsonl")});
+}
+
+// True where `path` begins with that, in any case.
+bool BeginsWith(const std::string& path, WStringView with) {
     WString wide;
-    constexpr WStringView kRoot = WTEXT("\\registry\\");
-    return FromStrictUtf8(path, wide) && wide.size() > kRoot.size() &&
-           platform::CompareFolded(WStringView(wide).substr(0, kRoot.size()), kRoot) == 0;
+    return FromStrictUtf8(path, wide) &&
+           platform::CompareFolded(WStringView(wide).substr(0, with.size()), with) == 0;
+}
+
+// What people call the keys of the live registry, and what the system calls them.
+std::string LiveNameOf(const std::string& path) {
+    constexpr std::pair<const char*, const char*> kRoots[] = {
+        {"HKEY_LOCAL_MACHINE", "\\registry\\machine"},
+        {"HKLM", "\\registry\\machine"},
+        {"HKEY_USERS", "\\registry\\user"},
+        {"HKU", "\\registry\\user"},
+        {"HKEY_CURRENT_USER", "\\registry\\user\\SID"},
+        {"HKCU", "\\registry\\user\\SID"},
+        {"HKEY_CLASSES_ROOT", "\\registry\\machine\\software\\classes"},
+        {"HKCR", "\\registry\\machine\\software\\classes"}};
+    const size_t end = std::min(path.find('\\'), path.size());
+    for (const auto& [name, live] : kRoots)
+        if (BeginsWith(path.substr(0, end), platform::FromUtf8(name)) && end == strlen(name))
+            return live + path.substr(end);
+    return "";
+}
+
+// Empty where that is not what was meant.
+std::string HowTheLiveIsNamed(const StoreName& name) {
+    const std::string live = LiveNameOf(name.path);
+    if (!live.empty()) return "; that key of the live registry is called " + live;
+    const bool meant =
+        name.method == FS_VR_METHOD_NATIVE || BeginsWith(name.path, WTEXT("\\registry"));
+    if (!meant || IsLivePath(name.path)) return "";
+    return "; a path of the live registry begins with \\registry\\machine\\ or \\registry\\user\\";
+}
+
+std::string MissingLiveKey(const StoreName& name) {
+    const std::string how = HowTheLiveIsNamed(name);
+    if (!how.empty()) return how;
+    return "; fbr ls " + name.path.substr(0, name.path.rfind('\\')) + " tells which keys there are";
+}
+
+// The folder that the file is to stand in where it is missing; else empty.
+std::string MissingFolder(const std::filesystem::path& file) {
+    std::error_code error;
+    const auto folder = file.parent_path();
+    if (folder.empty() || std::filesystem::exists(folder, error) || error) return "";
+    const std::u8string text = folder.u8string();
+    return {text.begin(), text.end()};
+}
+
+std::string ServerOf(const StoreName& name) {
+    return name.path.substr(0, name.path.find('|'));
+}
+
+bool IsBehindServer(const StoreName& name) {
+    return name.path.find('|') != std::string::npos && ServerOf(name) != "!REMOTE";
+}
+
+std::string WhyServerFails(const StoreName& name) {
+    WString pipe;
+    FromStrictUtf8(ServerOf(name), pipe);
+    const platform::Handle server =
+        platform::OpenPipe(pipe.c_str(), platform::Disclosure::Identify);
+    if (platform::IsValid(server)) {
+        platform::ClosePipe(server);
+        return "; the server cannot: --method remote-container is for a container there, offline "
+               "for a hive";
+    }
+    if (platform::LastError() == platform::kErrorAccessDenied)
+        return "; the server at " + ServerOf(name) + " is another user's";
+    return "; no server answers at " + ServerOf(name) + ": fbr serve is one";
 }
 
 bool MayBeWritten(const std::filesystem::path& file) {
@@ -87,6 +160,11 @@ const char* WordsOf(Kind kind) {
 }
 
 }  // namespace
+
+bool IsLivePath(const std::string& path) {
+    constexpr WStringView kRoot = WTEXT("\\registry\\");
+    return path.size() > kRoot.size() && BeginsWith(path, kRoot);
+}
 
 std::vector<std::filesystem::path> ExportsIn(const std::filesystem::path& folder) {
     std::vector<std::filesystem::path> files;
@@ -132,6 +210,21 @@ StoreName Recognise(const std::string& path) {
     return name;
 }
 
+StoreName RecogniseNew(const std::string& path) {
+    StoreName name = Recognise(path);
+    const auto file = FileOf(name);
+    const bool isNew = name.method == FS_VR_METHOD_TARN && path.find('|') == std::string::npos &&
+                       file && KindOf(*file) == Kind::kMissing;
+    if (!isNew) return name;
+    if (IsExport(*file))
+        throw StoreError(fmt::format("cannot make store {0}: its name is that of a file of text, "
+                                     "which fbr export STORE -o {0} writes",
+                                     path),
+                         FSSTATUS_INVALID_NAME);
+    if (EndsIn(*file, {WTEXT(".hiv"), WTEXT(".hive")})) name.method = FS_VR_METHOD_OFFLINE;
+    return name;
+}
+
 std::string KindInWords(const StoreName& name) {
     const auto file = FileOf(name);
     return file ? WordsOf(KindOf(*file)) : "";
@@ -139,17 +232,18 @@ std::string KindInWords(const StoreName& name) {
 
 std::string WhyItDoesNotOpen(const StoreName& name) {
     const auto file = FileOf(name);
-    if (!file) {
-        if (name.method == FS_VR_METHOD_NATIVE)
-            return "; a path of the live registry begins with \\registry\\machine or "
-                   "\\registry\\user";
-        return "; no server answers at " + name.path.substr(0, name.path.find('|')) +
-               ": fbr serve is one";
-    }
+    if (!file) return IsBehindServer(name) ? WhyServerFails(name) : MissingLiveKey(name);
+    if (IsBehindServer(name))
+        return "; a store behind a server takes --method: remote-container, or offline for a hive";
     const Kind kind = KindOf(*file);
     switch (kind) {
-        case Kind::kMissing:
-            return "; fbr create makes an empty one";
+        case Kind::kMissing: {
+            const std::string live = HowTheLiveIsNamed(name), folder = MissingFolder(*file);
+            if (!live.empty()) return live;
+            if (IsExport(*file)) return "; fbr export STORE -o " + name.path + " writes one";
+            return folder.empty() ? "; fbr create makes an empty one"
+                                  : "; there is no folder " + folder;
+        }
         case Kind::kUnreadable:
             return "; it may not be read: ask its owner for the right";
         case Kind::kEmpty:
@@ -168,6 +262,22 @@ std::string WhyItDoesNotOpen(const StoreName& name) {
         default:
             return std::string("; it is ") + WordsOf(kind) + ": open it without --method";
     }
+}
+
+std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status) {
+    const auto file = FileOf(name);
+    const bool remote = IsBehindServer(name);
+    const std::string folder = file ? MissingFolder(*file) : "";
+    if (remote && status == FSSTATUS_INVALID_PARAMETER)
+        return "; the server refuses it: one with --root opens files below that folder alone, "
+               "with a dot in their names";
+    if (name.method == FS_VR_METHOD_HIVE && name.path.find('!') == std::string::npos)
+        return "; a hive is mounted as FILE!NAME, and by Windows alone; --method offline opens "
+               "FILE itself";
+    if (status == FSSTATUS_PATH_NOT_FOUND && remote) return "; its folder is not at the server";
+    if (status == FSSTATUS_PATH_NOT_FOUND && !folder.empty())
+        return "; there is no folder " + folder + ": make it first";
+    return Advice(status, name.method);
 }
 
 std::string WhyItIsNotMade(const StoreName& name) {

@@ -23,13 +23,22 @@ enum class Kind {
 
 Kind KindOf(const std::filesystem::path& file);
 
+// True for "\registry\machine\..." and what else the live registry has, in any case.
+bool IsLivePath(const std::string& path);
+
 // The store of that path by the kind that the file shows; a container where it shows nothing.
 StoreName Recognise(const std::string& path);
+
+// The same for a store that is made where it is missing: the kind that its name says. Throws the
+// StoreError for a name of text.
+StoreName RecogniseNew(const std::string& path);
 
 // Words to put behind a failure to open, to make or to change a store, "; it is a folder": the
 // reason, and what to do. None where nothing is known.
 std::string WhyItDoesNotOpen(const StoreName& name);
 std::string WhyItIsNotMade(const StoreName& name);
+// The same for a status that says more than that it failed.
+std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status);
 std::string WhyItFailed(const StoreName& name);
 
 // Throws the StoreError that says so where the file may not be written.

@@ -87,7 +87,15 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
     }
     if (text_) text_->Opened();
     if (status == FSSTATUS_FAILED) fail(status);
-    if (status != FSSTATUS_SUCCESS) ThrowStatus(what, status, name_.method);
+    if (status != FSSTATUS_SUCCESS)
+        throw StoreError(what + ": " + StatusText(status) + WhyItDoesNotOpen(name_, status),
+                         status);
+    // The system opens a store of any name, and no key in one that is not its own.
+    if (name_.method == FS_VR_METHOD_NATIVE &&
+        !IsLivePath(std::string(Tokens(name_.path).back()) + "\\key")) {
+        open_.reset();
+        fail(FSSTATUS_INVALID_NAME);
+    }
     if (kept_) session->Keep(name_, open_);
 }
 
@@ -108,9 +116,10 @@ Store::~Store() = default;
 
 void Store::ExpectNoText() const {
     if (!IsText()) return;
-    throw std::runtime_error(
-        fmt::format("cannot change {}: it is {}; fbr import STORE {} makes a store of it", Name(),
-                    KindInWords(name_), Name()));
+    const bool folder = KindOf(*FileOf(name_)) == Kind::kExportFolder;
+    throw std::runtime_error(fmt::format(
+        "cannot change {}: it is {}; fbr {} makes a store of it", Name(), KindInWords(name_),
+        folder ? "copy " + Name() + " --to STORE" : "import STORE " + Name()));
 }
 
 void Store::Close() {
