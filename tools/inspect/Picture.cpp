@@ -209,7 +209,9 @@ void DrawSvg(const Image& image, std::ostream& out) {
         "font-family=\"sans-serif\" font-size=\"13\">\n"
         "<style>svg text {{ fill: #1c2430; }} svg .ground {{ fill: #ffffff; }}\n"
         "@media (prefers-color-scheme: dark) {{\n"
-        "svg text {{ fill: #dde4ec; }} svg .ground {{ fill: #14181d; }} }}</style>\n"
+        "svg text {{ fill: #dde4ec; }} svg .ground {{ fill: #14181d; }} }}\n"
+        // By itself as wide as the window, however high that makes it.
+        "svg:root {{ height: calc(100vw * {1} / {0}); }}</style>\n"
         "<rect class=\"ground\" width=\"{0}\" height=\"{1}\"/>\n"
         "<text x=\"{2}\" y=\"{3}\" font-weight=\"bold\">{4}</text>\n"
         "<text x=\"{2}\" y=\"{5}\">{6}</text>\n"
