@@ -32,13 +32,15 @@ ShellLine ParseShellLine(std::string_view line) {
 }
 
 std::string Typed(const ShellLine& line, const std::string& rest) {
-    const bool plain = rest.find_first_of(" \t|\"") == std::string::npos;
-    std::string out = line.quoted || plain ? "" : "\"";
-    for (const char c : rest) {
+    const size_t odd = line.quoted ? 0 : std::min(rest.find_first_of(" \t|\""), rest.size());
+    std::string out = rest.substr(0, odd);
+    if (!line.quoted && odd == rest.size()) return out;
+    if (!line.quoted) out += '"';
+    for (const char c : rest.substr(odd)) {
         if (c == '"') out += c;
         out += c;
     }
-    return out;
+    return out + '"';
 }
 
 std::string ResolveKey(const std::string& current, const std::string& typed) {

@@ -20,7 +20,7 @@ struct ShellLine {
 // parts the keys of a path.
 ShellLine ParseShellLine(std::string_view line);
 
-// What to type behind a line that ends so, to get `rest` into its last word.
+// What to type behind a line that ends so, to get `rest` into its last word. No quote stays open.
 std::string Typed(const ShellLine& line, const std::string& rest);
 
 // A key as the shell takes it: from the root with a backslash in front, from `current` without,
