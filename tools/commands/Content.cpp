@@ -7,8 +7,7 @@
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/Shown.h"
-#include "tools/console/Interrupt.h"
-#include "tools/console/Progress.h"
+#include "tools/commands/TreeProgress.h"
 #include "tools/format/Json.h"
 #include "tools/format/Sha256.h"
 #include "tools/store/Kind.h"
@@ -51,7 +50,7 @@ bool IsBefore(const FBR_SYSTEMTIME& a, const FBR_SYSTEMTIME& b) {
 
 Statistics Measure(const Place& place, const OnLoss& onLoss) {
     Statistics all;
-    Progress progress("Counting keys:", 0);
+    Progress progress("Measuring:", EntriesToShow(place));
     WalkKeys(place.store, place.key, onLoss, [&](const Key& key) {
         progress.Step();
         const WStringView relative = PathBelow(key.Path(), place.key);
@@ -59,6 +58,7 @@ Statistics Measure(const Place& place, const OnLoss& onLoss) {
         for (const WChar unit : relative) level += unit == '\\';
         Sum sum;
         for (const WString& name : ReachableValues(key, onLoss)) {
+            progress.Step();
             if (IsStoresOwn(place, relative, name)) continue;
             ++sum.values;
             if (const auto value = TryGet(key, name, onLoss)) sum.bytes += value->data.size();
@@ -91,8 +91,8 @@ void Stat(const Cli& cli, const Place& place, const OnLoss& onLoss) {
         JsonObject line(JsonObject::Place::kLine), here, below;
         line.Text("store", place.store.Name()).Text("kind", kind).Number("fileBytes", size);
         line.Text("key", KeyInJson(place.key));
-        if (all.time) line.Text("time", TimeInJson(*all.time));
-        if (all.latest) line.Text("latest", TimeInJson(*all.latest));
+        AddTime(line, "time", all.time);
+        AddTime(line, "latest", all.latest);
         line.Json("here", AddSum(here, all.here).Done());
         line.Json("below", AddSum(below, all.below).Done());
         line.Number("status", static_cast<uint64_t>(cli.Status()));
@@ -102,8 +102,9 @@ void Stat(const Cli& cli, const Place& place, const OnLoss& onLoss) {
     std::cout << fmt::format("store    {}: {}{}\n", place.store.Name(), kind,
                              size == 0 ? "" : ", " + Counted(size, "byte"))
               << fmt::format("key      {}\n", ShowKey(place.key))
-              << fmt::format("changed  {}, below it {} UTC\n", ShowTime(all.time),
-                             ShowTime(all.latest))
+              << (all.latest ? fmt::format("changed  {}, below it {} UTC\n", ShowTime(all.time),
+                                           ShowTime(all.latest))
+                             : "")
               << fmt::format("here     {}, {}, {} of data\n", Counted(all.here.keys, "subkey"),
                              Counted(all.here.values, "value"), Counted(all.here.bytes, "byte"))
               << fmt::format("below    {}, {}, {} of data, {} deep\n",
@@ -138,7 +139,7 @@ class ContentHash {
 void Hash(const Cli& cli, const Place& place, const OnLoss& onLoss) {
     const ReadLock lock(place.store);
     ContentHash hash;
-    Progress progress("Hashing keys:", 0);
+    Progress progress("Hashing:", EntriesToShow(place));
     const auto add = [&](const Key& key) {
         progress.Step();
         const WStringView relative = PathBelow(key.Path(), place.key);
@@ -149,6 +150,7 @@ void Hash(const Cli& cli, const Place& place, const OnLoss& onLoss) {
         hash.Text(relative);
         hash.Number(names.size());
         for (const WString& name : names) {
+            progress.Step();
             hash.Text(name);
             if (const auto value = TryGet(key, name, onLoss)) hash.Data(*value);
         }

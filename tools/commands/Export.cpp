@@ -10,10 +10,10 @@
 #include "tools/commands/Files.h"
 #include "tools/commands/StoresOwn.h"
 #include "tools/commands/TreeProgress.h"
+#include "tools/console/Console.h"
 #include "tools/format/JsonLines.h"
 #include "tools/format/RegWriter.h"
 #include "tools/format/Text.h"
-#include "tools/store/TreeReader.h"
 
 namespace fbr {
 namespace {
@@ -64,12 +64,16 @@ class Carried : public RecordSink {
 
 void Write(const Arguments& args, const Place& from, RecordSink& sink, TreeProgress& progress) {
     WithoutStoresOwn content({from.store, {}}, sink);
-    ReadTree(from.store, from.key, args.all ? sink : content, progress.OnKey(), progress.OnLoss(),
+    SteppedValues stepped(args.all ? sink : content, progress);
+    ReadTree(from.store, from.key, stepped, progress.OnKey(), progress.OnLoss(),
              args.sort ? Order::kByName : Order::kStores);
 }
 
 void WriteTree(Cli& cli, const Arguments& args, const Place& from, std::ostream& out) {
-    TreeProgress progress(cli, "Exporting keys:", 0);
+    // Not between the lines of the text.
+    const bool between = args.file.empty() && OutputIsTerminal();
+    TreeProgress progress(cli, "Exporting:", between ? 0 : EntriesToShow(from));
+    if (between) progress.HideThis();
     const WString prefix = KeyArgument(args.prefix);
     if (args.format == "jsonl") {
         JsonLinesWriter writer(out, prefix);

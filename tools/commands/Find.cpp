@@ -76,7 +76,7 @@ class Matches {
         if (cli_.Json()) {
             JsonObject line(JsonObject::Place::kLine);
             line.Text("key", KeyInJson(key.Path()));
-            if (const auto time = key.Time()) line.Text("time", TimeInJson(*time));
+            AddTime(line, "time", key.Time());
             return Out(line.Done());
         }
         Out(Colored(cli_.Colored(), Color::kBlue, ShowKey(key.Path()) + "\\"));
@@ -137,6 +137,9 @@ void Find(Cli& cli, const Arguments& args) {
     const Wanted wanted = WantedBy(args);
     const WString key = KeyArgument(args.key);
     const Store store(cli.StoreAt(args.store), Store::IfMissing::kFail);
+    if (wanted.since && store.IsText())
+        throw UsageError("expected no --since with " + store.Name() +
+                         ": it is text, which keeps no times");
     const ReadLock lock(store);
     Matches matches(cli);
     try {

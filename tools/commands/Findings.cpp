@@ -46,11 +46,15 @@ const RuleText& TextOf(Rule rule) {
                          [rule](const RuleText& text) { return text.rule == rule; });
 }
 
+bool Loses(Rule rule) {
+    return rule == Rule::kBadReference || rule == Rule::kBadEntry || rule == Rule::kBadLog;
+}
+
 }  // namespace
 
 Explanation Explainer::Explain(const Finding& finding) {
     const RuleText& text = TextOf(finding.rule);
-    Explanation told{"", std::nullopt, text.lost, text.repair};
+    Explanation told{"", std::nullopt, text.lost, text.repair, Loses(finding.rule)};
     const bool ofObject = finding.rule == Rule::kBadReference || finding.rule == Rule::kLostPage ||
                           finding.rule == Rule::kBadEntry;
     if (!ofObject) return told;
@@ -66,6 +70,7 @@ Explanation Explainer::Explain(const Finding& finding) {
         told.about = " of " + InWords(*told.path);
         if (isEntry && object->exact) {
             told.lost = "nothing is lost";
+            told.loses = false;
             told.repair = "repair gives it a free name or puts its fields right";
         }
     } else if (isEntry && (object = objects_->OwnerOf(finding.page)) != nullptr) {
@@ -95,7 +100,11 @@ std::string FindingInJson(const Finding& finding, const Explanation& told) {
     if (told.path) object.Text("key", KeyInJson(told.path->key));
     if (told.path && told.path->isValue) object.Text("name", told.path->name);
     if (finding.rule == Rule::kBadEntry) object.Text("entry", finding.entry);
-    return object.Text("lost", told.lost).Text("repair", told.repair).Done();
+    if (told.loses)
+        object.Text("lost", told.lost);
+    else
+        object.Json("lost", "null");
+    return object.Text("repair", told.repair).Done();
 }
 
 std::string FindingsInWords(const std::vector<Finding>& findings, const std::string& what) {

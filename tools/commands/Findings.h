@@ -33,6 +33,7 @@ struct Explanation {
     std::string about;  // " of key \a", or nothing
     std::optional<ObjectPath> path;
     std::string lost, repair;
+    bool loses;  // something
 };
 
 // Reads the whole file when it is asked for the first one.

@@ -86,20 +86,30 @@ class Lister {
         PrintRows(rows, cli_.Colored());
     }
 
+    // What a key holds itself.
+    struct Held {
+        uint64_t bytes = 0, subkeys = 0, values = 0;
+    };
+    static Held HeldIn(const Key& key) {
+        Held held;
+        const auto names = ReachableValues(key, {});
+        for (const WString& name : names)
+            if (const auto value = TryGet(key, name, {})) held.bytes += value->data.size();
+        held.subkeys = ListSubkeys(key, {}).size();
+        held.values = names.size();
+        return held;
+    }
+
     // The time of a key, what its values take, and how much there is in it.
     Row RowOfKey(const Key& key, const Listed& listed) const {
         Row row{ShowSubkeyName(listed.name) + "\\", "?", "?", "", Color::kBlue};
         if (!args_.isLong || !listed.reachable) return row;
         const auto subkey = TryOpen(key, listed.name, onLoss_);
         if (!subkey) return row;
-        uint64_t bytes = 0;
-        const auto names = ReachableValues(*subkey, {});
-        for (const WString& name : names)
-            if (const auto value = TryGet(*subkey, name, {})) bytes += value->data.size();
+        const Held held = HeldIn(*subkey);
         row.type = ShowTime(subkey->Time());
-        row.size = std::to_string(bytes);
-        row.data = Counted(ListSubkeys(*subkey, {}).size(), "subkey") + ", " +
-                   Counted(names.size(), "value");
+        row.size = std::to_string(held.bytes);
+        row.data = Counted(held.subkeys, "subkey") + ", " + Counted(held.values, "value");
         return row;
     }
 
@@ -119,8 +129,12 @@ class Lister {
             object.Text("name", listed.name);
             const auto subkey =
                 listed.reachable ? TryOpen(key, listed.name, onLoss_) : std::nullopt;
-            if (const auto time = subkey ? subkey->Time() : std::nullopt)
-                object.Text("time", TimeInJson(*time));
+            AddTime(object, "time", subkey ? subkey->Time() : std::nullopt);
+            if (subkey && args_.isLong) {
+                const Held held = HeldIn(*subkey);
+                object.Number("bytes", held.bytes).Number("subkeys", held.subkeys);
+                object.Number("values", held.values);
+            }
             subkeys += (subkeys.empty() ? "" : ",") + object.Done();
         }
         for (const Listed& listed : ListValues(key, onLoss_)) {

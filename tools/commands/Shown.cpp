@@ -27,7 +27,7 @@ WString KeyInJson(WStringView path) {
 }
 
 std::string ShowTime(const std::optional<FBR_SYSTEMTIME>& time) {
-    if (!time) return "?";
+    if (!time) return "";
     return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", time->wYear, time->wMonth, time->wDay,
                        time->wHour, time->wMinute, time->wSecond);
 }
@@ -35,6 +35,13 @@ std::string ShowTime(const std::optional<FBR_SYSTEMTIME>& time) {
 std::string TimeInJson(const FBR_SYSTEMTIME& time) {
     return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", time.wYear, time.wMonth,
                        time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
+}
+
+void AddTime(JsonObject& object, const char* name, const std::optional<FBR_SYSTEMTIME>& time) {
+    if (time)
+        object.Text(name, TimeInJson(*time));
+    else
+        object.Json(name, "null");
 }
 
 std::string Counted(uint64_t count, const char* what) {

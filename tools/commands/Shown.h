@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/format/Json.h"
 #include "tools/store/Store.h"
 
 namespace fbr {
@@ -20,10 +21,12 @@ std::string ShowTypeAndData(const Value& value);
 // "\a\b" for the path "a\b", "" for the root.
 platform::WString KeyInJson(platform::WStringView path);
 
-// 2026-11-22 08:18:05, in UTC, with a question mark for what a store does not tell.
+// 2026-11-22 08:18:05, in UTC; nothing for what a store does not tell.
 std::string ShowTime(const std::optional<FBR_SYSTEMTIME>& time);
 // 2026-11-22T08:18:05.123Z.
 std::string TimeInJson(const FBR_SYSTEMTIME& time);
+// The member "time" of that name, which is null for what a store does not tell.
+void AddTime(JsonObject& object, const char* name, const std::optional<FBR_SYSTEMTIME>& time);
 
 // "1 key", "2 keys".
 std::string Counted(uint64_t count, const char* what);

@@ -8,7 +8,9 @@
 #include "tools/commands/Cli.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
+#include "tools/store/Place.h"
 #include "tools/store/Reach.h"
+#include "tools/store/TreeReader.h"
 
 namespace fbr {
 
@@ -38,6 +40,35 @@ class TreeProgress : public Progress {
   private:
     Cli& cli_;
     bool whole_ = true;
+};
+
+// A bar needs to know how many keys and values there are, which takes a walk of its own that nobody
+// goes who does not see it.
+inline uint64_t EntriesToShow(const Place& place) {
+    if (!Progress::Shows()) return 0;
+    Progress counting("Counting:", 0);
+    uint64_t entries = 0;
+    WalkKeys(place.store, place.key, {}, [&](const Key& key) {
+        entries += 1 + CountValues(key, {});
+        counting.At(entries);
+    });
+    return entries;
+}
+
+// Hands on to `sink`, with a step a value; OnKey has those for the keys.
+class SteppedValues : public RecordSink {
+  public:
+    SteppedValues(RecordSink& sink, Progress& progress) : sink_(sink), progress_(progress) {}
+
+    void Key(platform::WStringView path) override { sink_.Key(path); }
+    void Value(platform::WStringView name, uint32_t type, const Bytes& data) override {
+        progress_.Step();
+        sink_.Value(name, type, data);
+    }
+
+  private:
+    RecordSink& sink_;
+    Progress& progress_;
 };
 
 }  // namespace fbr

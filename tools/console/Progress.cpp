@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iostream>
+#include <streambuf>
 
 #include "tools/console/Console.h"
 
@@ -18,26 +20,60 @@ bool g_hidden = false;
 
 }  // namespace
 
+// A stream flushes what it is tied to before it writes.
+class Progress::Wiper : public std::streambuf {
+  public:
+    Wiper(Progress& progress, std::ostream& of)
+        : progress_(progress), of_(of), stream_(this), before_(of.tie(&stream_)) {}
+    ~Wiper() override { of_.tie(before_); }
+
+  protected:
+    int sync() override {
+        if (before_ != nullptr) before_->flush();
+        progress_.Clear();
+        return 0;
+    }
+
+  private:
+    Progress& progress_;
+    std::ostream& of_;
+    std::ostream stream_;
+    std::ostream* const before_;
+};
+
 // Work that is over within the first interval shows nothing at all.
 Progress::Progress(std::string what, uint64_t total, Unit unit)
     : what_(std::move(what)),
       total_(total),
       unit_(unit),
-      visible_(ErrorIsTerminal() && !g_hidden),
       begin_(std::chrono::steady_clock::now()),
-      next_(begin_ + kInterval) {}
+      next_(begin_ + kInterval) {
+    if (!Shows()) return;
+    output_ = std::make_unique<Wiper>(*this, std::cout);
+    error_ = std::make_unique<Wiper>(*this, std::cerr);
+}
+
+bool Progress::Shows() {
+    return ErrorIsTerminal() && !g_hidden;
+}
+
+void Progress::HideThis() {
+    Clear();
+    error_.reset();
+    output_.reset();
+}
 
 void Progress::Hide() {
     g_hidden = true;
 }
 
 Progress::~Progress() {
-    Clear();
+    HideThis();
 }
 
 void Progress::At(uint64_t done) {
     done_ = done;
-    if (!visible_) return;
+    if (!output_) return;
     const auto now = std::chrono::steady_clock::now();
     if (now < next_) return;
     next_ = now + kInterval;

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace fbr {
@@ -21,6 +22,10 @@ class Progress {
 
     // No bar is drawn from now on.
     static void Hide();
+    // True when a bar is.
+    static bool Shows();
+    // Not this one.
+    void HideThis();
 
     // One more step done. Draws at most ten times a second.
     void Step() { At(done_ + 1); }
@@ -31,13 +36,16 @@ class Progress {
     void Clear();
 
   private:
+    class Wiper;
+
     void Draw() const;
     std::string TimeLeft() const;
 
     const std::string what_;
     const uint64_t total_;
     const Unit unit_;
-    const bool visible_;
+    // Of the standard streams: what is said there wipes the line first.
+    std::unique_ptr<Wiper> output_, error_;  // none for a bar that is not drawn
     const std::chrono::steady_clock::time_point begin_;
     uint64_t done_ = 0;
     bool drawn_ = false;

@@ -86,6 +86,7 @@ bool Key::HasSubkeys() const {
 
 std::optional<FBR_SYSTEMTIME> Key::Time() const {
     FBR_SYSTEMTIME time = {};
+    if (store_->IsText()) return std::nullopt;  // that of the reading
     if (FBR_GetDirTimesEx(key_.handle(), &time, store_->Handle()) != FSSTATUS_SUCCESS)
         return std::nullopt;
     return time;

@@ -30,12 +30,14 @@ void ExpectFile(const std::filesystem::path& file) {
             fmt::format("cannot read file {}: it is no regular file", Utf8Path(file)));
 }
 
-void Load(const std::filesystem::path& file, TreeWriter& writer, Progress& progress) {
+// `read` are the bytes of the files before.
+void Load(const std::filesystem::path& file, uint64_t read, TreeWriter& writer,
+          Progress& progress) {
     ExpectFile(file);
     FileSource source(file);
     const auto take = [&](const WString& key, const Record& record) {
         StopIfInterrupted();
-        progress.Step();
+        progress.At(read + source.Position());
         // The container's own.
         if (key.empty() && IsVersionName(record.name)) return;
         writer.Apply(key, record);
@@ -46,6 +48,12 @@ void Load(const std::filesystem::path& file, TreeWriter& writer, Progress& progr
         throw std::runtime_error(
             fmt::format("{}:{}: {}", Utf8Path(file), error.Line(), error.what()));
     }
+}
+
+uint64_t BytesOf(const std::filesystem::path& file) {
+    std::error_code error;
+    const uint64_t bytes = std::filesystem::file_size(file, error);
+    return error ? 0 : bytes;
 }
 
 }  // namespace
@@ -59,9 +67,14 @@ TextStore::TextStore(const StoreName& text) {
         Store store({Utf8(Container()), FS_VR_METHOD_TARN}, Store::IfMissing::kCreate);
         {
             const WriteLock lock(store);
-            Progress progress("Reading " + text.path + ":", 0);
+            uint64_t bytes = 0, read = 0;
+            for (const auto& file : files) bytes += BytesOf(file);
+            Progress progress("Reading " + text.path + ":", bytes, Progress::Unit::kBytes);
             TreeWriter writer(store);
-            for (const auto& file : files) Load(file, writer, progress);
+            for (const auto& file : files) {
+                Load(file, read, writer, progress);
+                read += BytesOf(file);
+            }
         }
         store.Close();
     } catch (const StoreError& error) {
