@@ -57,7 +57,8 @@ extern "C" {
  *   STORE            a store of this machine, by `method`
  *   !REMOTE|STORE    the same for the live registry of another session (method 2)
  *   SERVER|STORE     a container of this machine with method 1; a server behind the pipe SERVER
- *                    with any other method, which travels there as it is
+ *                    with any other method, which travels there as it is: for a container
+ *                    there it is 4, FS_VR_METHOD_REMOTE_CONTAINER
  * STORE is a file (methods 1 and 6), a registry path (2), or FILE!MOUNTNAME (5).
  * On success the store is the caller's until FBR_DeInitialiseEx; on failure *handle is untouched.
  * A store stays with the file that it opened, whatever becomes of the current folder. A missing

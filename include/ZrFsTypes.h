@@ -129,11 +129,12 @@ static inline const char* FsStatusName(FBR_STATUS status) {
 
 /** The store behind a handle. */
 typedef enum _FS_VIRTUAL_REGISTRY_METHOD FBR_BITS32 {
-    FS_VR_METHOD_TARN = 1,          /**< a single-file container */
-    FS_VR_METHOD_NATIVE = 2,        /**< the live registry */
-    FS_VR_METHOD_VARNHOLD_TARN = 3, /**< reserved: never opens */
-    FS_VR_METHOD_HIVE = 5,          /**< a hive file mounted for the purpose */
-    FS_VR_METHOD_OFFLINE = 6        /**< a hive file that is not mounted */
+    FS_VR_METHOD_TARN = 1,             /**< a single-file container */
+    FS_VR_METHOD_NATIVE = 2,           /**< the live registry */
+    FS_VR_METHOD_VARNHOLD_TARN = 3,    /**< reserved: never opens */
+    FS_VR_METHOD_REMOTE_CONTAINER = 4, /**< a container behind a server: SERVER|STORE */
+    FS_VR_METHOD_HIVE = 5,             /**< a hive file mounted for the purpose */
+    FS_VR_METHOD_OFFLINE = 6           /**< a hive file that is not mounted */
 } FBR_METHOD;
 
 /** Bits for FBR_CreateDirEx. */

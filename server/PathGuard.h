@@ -14,7 +14,7 @@ namespace server {
 
 // The method number by which a client asks for a container: with the container's own number a
 // path with a server name stays local. No local backend uses it.
-inline constexpr uint32_t kMethodRemoteContainer = 4;
+inline constexpr uint32_t kMethodRemoteContainer = FS_VR_METHOD_REMOTE_CONTAINER;
 
 // What the server opens for a client.
 struct StoreRequest {

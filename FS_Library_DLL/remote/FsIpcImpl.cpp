@@ -8,14 +8,12 @@
 
 namespace {
 
-constexpr uint32_t kMethodRemoteContainer = 4;
-
 // A server opens the files and keys of these in the client's name; what another does for its
 // method it has to do in its own.
 platform::Disclosure DisclosureFor(FBR_METHOD method) {
     switch (static_cast<uint32_t>(method)) {
         case FS_VR_METHOD_NATIVE:
-        case kMethodRemoteContainer:
+        case FS_VR_METHOD_REMOTE_CONTAINER:
         case FS_VR_METHOD_HIVE:
         case FS_VR_METHOD_OFFLINE:
             return platform::Disclosure::Impersonate;
