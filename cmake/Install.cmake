@@ -80,6 +80,10 @@ else()
 endif()
 install(DIRECTORY python/zrfs DESTINATION ${ZRFS_PYTHON_DIR} COMPONENT python
   FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" PATTERN "__pycache__" EXCLUDE)
+# What Python's own tools ask for the version.
+configure_file(cmake/PythonMetadata.in ${PROJECT_BINARY_DIR}/METADATA @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/METADATA COMPONENT python
+  DESTINATION ${ZRFS_PYTHON_DIR}/zrfs-${PROJECT_VERSION}.dist-info)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 foreach(component runtime development tools python)

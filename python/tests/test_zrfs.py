@@ -69,6 +69,22 @@ def test_keys(path):
         store.compact()
 
 
+def test_a_store_and_a_key_are_mappings(path):
+    with zrfs.open(path, write=True) as store:
+        assert store and list(store) == [] and len(store) == 0
+        store["b\\below"]["v"] = 1
+        store["a"].update(x=1, y=2)
+        assert list(store) == list(store.keys()) == ["a", "b"] and len(store) == 2
+        assert {name: dict(key) for name, key in store.items()} == {"a": {"x": 1, "y": 2}, "b": {}}
+        assert store.get("c") is None and store.get("b\\below")["v"] == 1
+        assert list(store["a"]) == ["x", "y"] and store["a"].pop("x") == 1 and len(store["a"]) == 1
+        assert store == store and len({store}) == 1
+        with pytest.raises(KeyError):
+            list(store["c"])
+    with pytest.raises(ValueError, match="closed"):
+        list(store)
+
+
 def test_keys_stand_beside_the_values_of_their_names(path):
     with zrfs.open(path, write=True) as store:
         store["top"]["way"] = 1

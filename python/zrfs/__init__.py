@@ -4,6 +4,7 @@
     with zrfs.open("settings.fbr", write=True) as store:
         store["Software\\\\Hello"]["Count"] = 42
 """
+from ._version import version as __version__
 from .errors import (CorruptError, DeniedError, Error, ExistsError, LockError, NotFoundError, Status)
 from .store import Finding, Key, Lock, Method, Store, check, open
 from .values import Type, Value
@@ -11,4 +12,3 @@ from .values import Type, Value
 __all__ = ["CorruptError", "DeniedError", "Error", "ExistsError", "Finding", "Key", "Lock",
            "LockError", "Method", "NotFoundError", "Status", "Store", "Type", "Value", "check",
            "open"]
-__version__ = "1.0.0"

@@ -7,7 +7,7 @@ import dataclasses
 import datetime
 import enum
 import os
-from typing import Any, Iterator, MutableMapping, Optional
+from typing import Any, Iterator, Mapping, MutableMapping, Optional
 
 from . import _library as lib
 from .errors import NotFoundError, Status, check as _check
@@ -216,8 +216,13 @@ class _HeldLock:
         _library.FBR_ReleaseLockEx(self._kind, self._store._handle)
 
 
-class Store:
-    """An open store. It closes at the end of its `with`, or by close()."""
+class Store(Mapping[str, Key]):
+    """An open store as a mapping from paths to keys. It closes at the end of its `with`, or by
+    close(). A path need not be there, see Key; what is listed and counted are the names of the keys
+    right below the root."""
+
+    __eq__ = object.__eq__
+    __hash__ = object.__hash__
 
     def __init__(self, path: str, method: Method = Method.CONTAINER, write: bool = False):
         """Opens the store at a path of FBR_InitialiseEx; a container that is missing is made.
@@ -261,6 +266,19 @@ class Store:
 
     def __contains__(self, path: object) -> bool:
         return isinstance(path, str) and Key(self, path).exists()
+
+    def get(self, path: str, default: Any = None) -> Any:
+        """The key at a path that is there, else `default`."""
+        return Key(self, path) if path in self else default
+
+    def __iter__(self) -> Iterator[str]:
+        return iter(Key(self, "")._names(_library.FBR_EnumIntDirEx))
+
+    def __len__(self) -> int:
+        return len(Key(self, "")._names(_library.FBR_EnumIntDirEx))
+
+    def __bool__(self) -> bool:
+        return self._handle is not None
 
     def lock(self, kind: Lock = Lock.WRITE) -> _HeldLock:
         """A lock for as long as a `with` lasts."""
