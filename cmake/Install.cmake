@@ -84,8 +84,8 @@ install(DIRECTORY python/zrfs DESTINATION ${ZRFS_PYTHON_DIR} COMPONENT python
 configure_file(cmake/PythonMetadata.in ${PROJECT_BINARY_DIR}/METADATA @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/METADATA COMPONENT python
   DESTINATION ${ZRFS_PYTHON_DIR}/zrfs-${PROJECT_VERSION}.dist-info)
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-foreach(component runtime development tools python)
+include(cmake/Documents.cmake)
+# A Debian package has them as its own file, see DebianCopyright.cmake.
+foreach(component runtime development tools python documentation)
   install(FILES LICENSE NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT ${component})
 endforeach()
