@@ -44,9 +44,11 @@ if(ZRFS_BUILD_TESTS)
   set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
   set(INSTALL_GTEST OFF)
   set(gtest_force_shared_crt ON)
-  if(NOT EXISTS /usr/src/googletest)
-    message(FATAL_ERROR "googletest is missing (Debian: googletest): run scripts/setup, or set "
-                        "ZRFS_BUILD_TESTS to OFF")
+  set(ZRFS_GOOGLETEST /usr/src/googletest CACHE PATH "The sources of GoogleTest")
+  if(NOT EXISTS ${ZRFS_GOOGLETEST}/CMakeLists.txt)
+    message(FATAL_ERROR "The sources of GoogleTest are not in ${ZRFS_GOOGLETEST}: install them (Debian: "
+                        "googletest; scripts/setup installs all), name their folder in ZRFS_GOOGLETEST, "
+                        "or set ZRFS_BUILD_TESTS to OFF")
   endif()
-  add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+  add_subdirectory(${ZRFS_GOOGLETEST} ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 endif()
