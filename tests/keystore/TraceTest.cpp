@@ -17,7 +17,7 @@ using namespace support;
 class Trace : public testing::Test {
   protected:
     Trace() { std::filesystem::create_directory(dir / "logs"); }
-    ~Trace() override { g_switches = {}; }
+    void TearDown() override { g_switches = {}; }
 
     void Switch(bool on, uint32_t level, bool onCorruption = false) {
         FBR_Logging(on, Wide(dir.Path()).c_str(), level, onCorruption);
