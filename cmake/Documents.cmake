@@ -26,13 +26,10 @@ install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT docum
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 
 # The reference of the public headers.
+option(ZRFS_BUILD_REFERENCE "Make the reference of the public headers, with Doxygen" ON)
 find_program(DOXYGEN doxygen)
-if(DOXYGEN)
-  set(ZRFS_HAS_DOXYGEN ON)
-endif()
-option(ZRFS_BUILD_REFERENCE "Make the reference of the public headers, with Doxygen" ${ZRFS_HAS_DOXYGEN})
-if(NOT DOXYGEN)
-  message(STATUS "Doxygen is missing (Debian: doxygen): the reference is not made")
+if(ZRFS_BUILD_REFERENCE AND NOT DOXYGEN)
+  message(STATUS "Doxygen is missing (Debian: doxygen): the reference of the headers is not made")
 elseif(ZRFS_BUILD_REFERENCE)
   file(CONFIGURE OUTPUT Doxyfile CONTENT
     "@INCLUDE = docs/Doxyfile\nOUTPUT_DIRECTORY = \"@PROJECT_BINARY_DIR@/reference\"\nWARN_AS_ERROR = NO\n" @ONLY)
