@@ -3,9 +3,7 @@
 #include <cstring>
 #include <thread>
 
-#include "FS_Library_DLL/offline/FileTime.h"
 #include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
-#include "FS_Library_DLL/registry/CombinePath.h"
 #include "tests/offline/SavedValue.h"
 #include "tests/support/ChildProcess.h"
 
@@ -45,39 +43,6 @@ TEST(OfflineStore, ATreesDeletionStopsAtTheFirstFailure) {
     store.locked.clear();
     store.nameless = true;
     EXPECT_EQ(store.FBR_DeleteDirNamedEx(WTEXT("a")), FSSTATUS_TREE_DELETE_FAILED);
-}
-
-TEST(CombinePath, PutsOneBackslashBetween) {
-    const WChar* const rows[][3] = {
-        {WTEXT("a"), WTEXT("b"), WTEXT("a\\b")},
-        {WTEXT("a\\"), WTEXT("\\b"), WTEXT("a\\b")},
-        {WTEXT("a"), WTEXT("\\\\b"), WTEXT("a\\\\b")},
-        {WTEXT(""), WTEXT("\\b"), WTEXT("\\b")},
-        {WTEXT("a\\"), WTEXT(""), WTEXT("a\\")},
-        {WTEXT("\\\\?\\C:"), WTEXT("\\\\?\\x"), WTEXT("\\\\?\\C:\\x")},
-        {WTEXT("a"), WTEXT("\\\\?\\x"), WTEXT("a\\x")},
-        {WTEXT("\\\\?\\"), WTEXT("x"), WTEXT("\\\\?\\x")},
-    };
-    for (const auto& [left, right, whole] : rows) EXPECT_EQ(CombinePath(left, right), whole);
-}
-
-TEST(FileTimes, AreCalendarTimes) {
-    const std::pair<uint64_t, const char*> rows[] = {
-        {0, "1601-01-01/1 00:00:00.000"},
-        {116444736000000000, "1970-01-01/4 00:00:00.000"},
-        {125963423999999999, "2000-02-29/2 23:59:59.999"},
-        {0x7FFFFFFFFFFFFFFF, "30828-09-14/4 02:48:05.477"}};
-    for (const auto& [ticks, expected] : rows) {
-        FBR_SYSTEMTIME t = {};
-        EXPECT_TRUE(FileTimeToCalendar(ticks, &t));
-        char text[64];
-        snprintf(text, sizeof text, "%04d-%02d-%02d/%d %02d:%02d:%02d.%03d", t.wYear, t.wMonth,
-                 t.wDay, t.wDayOfWeek, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
-        EXPECT_STREQ(text, expected);
-    }
-    FBR_SYSTEMTIME untouched = {7, 7, 7, 7, 7, 7, 7, 7};
-    EXPECT_FALSE(FileTimeToCalendar(uint64_t{1} << 63, &untouched));
-    EXPECT_EQ(untouched.wYear, 7);
 }
 
 // The file is the one that the path led to at the opening; handles may stay open at the close.

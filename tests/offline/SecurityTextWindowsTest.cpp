@@ -6,7 +6,8 @@
 #include <sddl.h>
 
 #include "Shared/security/SecurityText.h"
-#include "tests/offline/SecuritySamples.h"
+#include "tests/contract/Script.h"
+#include "tests/contract/ScriptText.h"
 
 namespace {
 
@@ -17,16 +18,24 @@ constexpr uint32_t kAll = 0x1F;
 
 // What both understand, both write alike.
 TEST(SecurityText, AgreesWithTheSystem) {
-    for (const platform::WChar* text : security_test::kUsual) {
+    std::vector<WString> texts;
+    for (const contract::Section& section :
+         contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/front/functions.txt"))
+        for (const auto& [number, line] : section.lines)
+            if (section.name == "SecurityTextThatEveryConversionUnderstands")
+                texts.push_back(contract::WordsOf(line).at(1));
+    ASSERT_GT(texts.size(), 5u);
+    for (const WString& text : texts) {
         Bytes ours;
-        ASSERT_EQ(security::ParseSecurityText(text, &ours), 0u);
+        ASSERT_EQ(security::ParseSecurityText(text.c_str(), &ours), 0u);
         void* theirs = nullptr;
         ULONG size = 0;
-        ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(text, 1, &theirs, &size));
+        ASSERT_TRUE(
+            ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), 1, &theirs, &size));
         WString fromTheirs;
         const auto* start = static_cast<const uint8_t*>(theirs);
         EXPECT_EQ(security::FormatSecurityText({start, size}, kAll, &fromTheirs), 0u);
-        EXPECT_EQ(platform::ToUtf8(fromTheirs), platform::ToUtf8(text));
+        EXPECT_EQ(fromTheirs, text);
         LocalFree(theirs);
         wchar_t* fromOurs = nullptr;
         ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(ours.data(), 1, 0xF,
