@@ -164,18 +164,6 @@ TEST_F(Hive, AnOpeningThatFailsTellsWhy) {
     EXPECT_TRUE(log_->Holds("No hive file path given"));
 }
 
-TEST_F(Hive, AnEmptyFileIsTakenForAMissingOne) {
-    support::WriteBytes(file_, {});
-    // Where the system refuses to save over an existing file, that refusal is the answer.
-    const FBR_STATUS status = Initialise(file_);
-    if (status == FSSTATUS_SUCCESS) {
-        EXPECT_GT(fs::file_size(file_), 0u);
-    } else {
-        EXPECT_EQ(status, FSSTATUS_ALREADY_EXISTS);
-        EXPECT_TRUE(log_->Holds("Create hive failure [8]")) << log_->All();
-    }
-}
-
 TEST_F(Hive, AMountThatIsNotListedIsLeftAlone) {
     ASSERT_EQ(Initialise(file_), FSSTATUS_SUCCESS);
     Touch(*folder_ / "user.dat.LOG1");

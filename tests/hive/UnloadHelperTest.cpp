@@ -6,6 +6,7 @@
 #include "FS_Library_DLL/hive/CommandLineBuilder.h"
 #include "FS_Library_DLL/hive/LoggedOnUserClient.h"
 #include "tests/hive/HiveFixture.h"
+#include "tests/support/RunProcess.h"
 
 namespace hive {
 namespace {
@@ -26,9 +27,7 @@ void RemoveClientPath() {
 // The folder of a helper program: "helper" has the real one, "stand-in" one that does as the mount
 // name says.
 std::wstring HelperFolder(const std::wstring& name) {
-    wchar_t self[MAX_PATH];
-    ::GetModuleFileNameW(nullptr, self, MAX_PATH);
-    return fs::path(self).parent_path().wstring() + L"\\" + name;
+    return (support::ThisProgram().parent_path() / name).wstring();
 }
 
 class UnloadHelper : public HiveStore {

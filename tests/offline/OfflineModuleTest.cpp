@@ -6,6 +6,7 @@
 #include "FS_Library_DLL/offline/FsOfflineRegistryImpl.h"
 #include "W32Utils/W32Exceptions.h"
 #include "platform/Text.h"
+#include "tests/support/RunProcess.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -24,11 +25,7 @@ Failure LoadLibraryOfStore() {
     return {};
 }
 
-std::filesystem::path FolderOfProgram() {
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return std::filesystem::path(path).parent_path();
-}
+const std::filesystem::path kFolder = support::ThisProgram().parent_path();
 
 TEST(OfflineModule, AMissingLibraryIsToldApart) {
     const Failure failure = LoadLibraryOfStore();
@@ -44,8 +41,8 @@ TEST(OfflineModule, AMissingLibraryIsToldApart) {
 }
 
 TEST(OfflineModule, AMissingEntryPointIsNamedAndTheLibraryFreed) {
-    const auto beside = FolderOfProgram() / L"offreg.dll";
-    std::filesystem::copy_file(FolderOfProgram() / L"partial" / L"offreg.dll", beside);
+    const auto beside = kFolder / L"offreg.dll";
+    std::filesystem::copy_file(kFolder / L"partial" / L"offreg.dll", beside);
     const Failure failure = LoadLibraryOfStore();
     EXPECT_EQ(failure.code, static_cast<uint32_t>(ERROR_PROC_NOT_FOUND));
     EXPECT_EQ(failure.text,
@@ -57,7 +54,7 @@ TEST(OfflineModule, AMissingEntryPointIsNamedAndTheLibraryFreed) {
 
 // Where others may lay a library of that name, none is taken, not even one that is loaded.
 TEST(OfflineModule, ALibraryInTheCurrentFolderOrOnThePathIsNotTaken) {
-    const auto partial = FolderOfProgram() / L"partial";
+    const auto partial = kFolder / L"partial";
     ASSERT_TRUE(SetDllDirectoryW(partial.c_str()));
     ASSERT_TRUE(SetEnvironmentVariableW(L"PATH", partial.c_str()));
     const auto before = std::filesystem::current_path();
