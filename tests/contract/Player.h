@@ -30,6 +30,7 @@ class Player {
     void Play(const std::string& line);
     // Its status, and whether the answer is what is written.
     FBR_STATUS Answer(const std::string& line, bool* asWritten);
+    FBR_STORE Handle() const { return store_->handle; }
     std::string Told() const {
         std::string told;
         for (const WString& word : told_) told += " " + platform::ToUtf8(word);
@@ -66,7 +67,6 @@ class Player {
     }
 
     // What the call is given.
-    FBR_STORE Handle() const { return store_->handle; }
     std::string Plain(size_t i) const {
         return i < words_.size() ? platform::ToUtf8(words_[i]) : "";
     }
