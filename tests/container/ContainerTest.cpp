@@ -15,9 +15,7 @@ using storage::kOk;
 TEST(Container, IsTheFormatsToTheByteWhenFresh) {
     const FixedClock clock({2023, 3, 15, 6, 0, 0, 0});  // day 45000.25
     for (uint32_t pageSize = 256; pageSize <= 65536; pageSize *= 2) {
-        Form form;
-        form.pageSize = pageSize;
-        const Bytes expected = Builder(form, Directory(u"")).Finish();
+        const Bytes expected = Builder({pageSize}, Directory(u"")).Finish();
         EngineStore store(pageSize);
         EXPECT_EQ(store.FileBytes(), expected) << "while open";
         EXPECT_EQ(store.Close(), kOk);
@@ -154,11 +152,7 @@ TEST(Container, IsReadAndChangedWhereverItLies) {
     for (const auto& [prefix, pageSize] : places) {
         for (const bool foreign : {false, true}) {
             SCOPED_TRACE(std::to_string(prefix.size()) + " " + std::to_string(pageSize));
-            Form form;
-            form.pageSize = pageSize;
-            form.prefix = prefix;
-            form.foreign = foreign;
-            form.trailing = Bytes(pageSize - 1, 0xEE);
+            const Form form{pageSize, foreign, prefix, Bytes(pageSize - 1, 0xEE)};
             Item root = RichTree(pageSize);
             // Inline entries move to pages when they are first loaded, and a read past what is
             // stored, inside the size, stores it.
@@ -194,8 +188,7 @@ TEST(Container, IsReadAndChangedWhereverItLies) {
 
 TEST(Container, ObeysItsFindSettings) {
     for (const bool foreign : {false, true}) {
-        Form form;
-        form.foreign = foreign;
+        Form form{512, foreign};
         form.findSettings = 1;
         EngineStore store(Builder(form, Directory(u"", {File(u"a", Pattern(3))})).Finish());
         std::vector<std::pair<std::u16string, uint32_t>> entries;

@@ -75,9 +75,7 @@ const Target kTargets[] = {
 TEST_F(Hostile, EveryLinkToItselfToOthersAndToNowhere) {
     uint32_t turn = 0;
     for (uint32_t pageSize : {256u, 512u}) {
-        Form form;
-        form.pageSize = pageSize;
-        const Builder sound(form, RichTree(pageSize));
+        const Builder sound({pageSize}, RichTree(pageSize));
         for (const Target& target : kTargets) {
             const std::vector<uint32_t>& pages = sound.At(target.path).*target.pages;
             const uint32_t last = pages.back(), first = pages.front();

@@ -22,11 +22,17 @@ struct Scene {
     Content content;
 };
 
+// What a page holds when it was replayed.
+const Bytes kFill(kPayload, 0xA1);
+Bytes Filled(Bytes page) {
+    Overwrite(&page, 32, kFill.data(), kPayload);
+    return page;
+}
+
 // Three pages of \a change, one of them in a transaction that was not committed; a page that
 // nothing refers to is freed; a page of \b that the map has for free is put back.
 Scene Sequential(bool foreign, bool inFile) {
-    Form form;
-    form.foreign = foreign;
+    Form form{512, foreign};
     form.logPending = 1;
     Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(kPayload * 3))),
                                           Paged(File(u"b", Pattern(kPayload * 2, 7)))}));
@@ -35,15 +41,9 @@ Scene Sequential(bool foreign, bool inFile) {
     const uint32_t unmapped = builder.At(u"\\b").streamPages.back();
     builder.SetSlot(unmapped, Free);
     Put32(builder.Page(unmapped), 8, kCommitted);  // as a writer that logs leaves it
+    const auto image = [&](size_t which) { return Filled(builder.PageBytes(pages[which])); };
     Bytes body = Pattern(kPayload * 3);
-    const auto image = [&](size_t which) {
-        Bytes bytes = builder.PageBytes(pages[which]);
-        std::fill(bytes.begin() + 32, bytes.end(), static_cast<uint8_t>(0xA0 + which));
-        return bytes;
-    };
-    for (const size_t which : {0, 2})
-        std::fill_n(body.begin() + static_cast<std::ptrdiff_t>(which * kPayload), kPayload,
-                    static_cast<uint8_t>(0xA0 + which));
+    for (const size_t which : {0, 2}) Overwrite(&body, which * kPayload, kFill.data(), kPayload);
     const std::vector<Bytes> log = SequentialLog(form, {0, kCommitted, 0, kAlso},
                                                  {{DataPage, pages[0], kCommitted, image(0), {}},
                                                   {DataPage, pages[1], kLost, image(1), {}},
@@ -60,23 +60,20 @@ Scene Sequential(bool foreign, bool inFile) {
 // One page is in its place and not yet there: of kind 0 with the pending kind, and free in the map.
 // Another has a copy elsewhere. And `others` are more than one page of the log lists.
 Scene Chained(bool foreign, int others) {
-    Form form;
-    form.foreign = foreign;
-    Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(kPayload * 3)))}));
+    Builder builder({512, foreign}, Directory(u"", {Paged(File(u"a", Pattern(kPayload * 3)))}));
     const std::vector<uint32_t> pages = builder.At(u"\\a").streamPages;
     Put16(builder.Page(pages[0]), 0, Free);
     Put16(builder.Page(pages[0]), 2, DataPage);
     builder.SetSlot(pages[0], Free);
     const uint32_t copy = builder.AddPage(Free);
-    Bytes image = builder.PageBytes(pages[1]);
-    std::fill(image.begin() + 32, image.end(), uint8_t{0xC1});
+    Bytes image = Filled(builder.PageBytes(pages[1]));
     Put16(image.data(), 2, DataPage);
     std::copy(image.begin(), image.end(), builder.Page(copy));
     std::vector<uint32_t> logged = {pages[0], copy};
     for (int i = 0; i < others; ++i) logged.push_back(builder.AddPage(RecordPage));
     builder.AddChainedLog(logged, 2);
     Bytes body = Pattern(kPayload * 3);
-    std::fill_n(body.begin() + kPayload, kPayload, uint8_t{0xC1});
+    Overwrite(&body, kPayload, kFill.data(), kPayload);
     return {builder.Finish(), {}, {{u"\\a", body}}};
 }
 
@@ -123,8 +120,7 @@ TEST_P(Logs, AreReplayed) {
 
 TEST_P(Logs, WithNothingCommittedEmptyOrMissingChangeNothing) {
     if (!IsBeside()) return;
-    Form form;
-    form.foreign = Foreign();
+    Form form{512, Foreign()};
     form.logPending = 1;
     const Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(600)))}));
     const uint32_t page = builder.At(u"\\a").streamPages[0];
@@ -145,17 +141,13 @@ TEST_P(Logs, InTheContainerLeaveTheRestToIt) {
     EngineStore store;
     ASSERT_EQ(store.Open(file_), kOk);
     Content expected = scene.content;
-    const auto put = [&](const std::u16string& path) {
-        const storage::Status status = store.Put(path, Pattern(20));
-        if (status == kOk) expected[path] = Pattern(20);
-        return status;
-    };
-    storage::Status status = kOk;
-    for (size_t i = 0; status == kOk; ++i) status = put(Numbered(u"\\f", i));
-    EXPECT_EQ(status, storage::kFull);
+    size_t made = 0;
+    while (store.Put(Numbered(u"\\f", made), Pattern(20)) == kOk)
+        expected[Numbered(u"\\f", made++)] = Pattern(20);
+    EXPECT_EQ(store.Put(u"\\more", {}), storage::kFull);
     ASSERT_EQ(store.Delete(u"\\f0"), kOk);
-    expected.erase(u"\\f0");
-    EXPECT_EQ(put(u"\\again"), kOk);
+    EXPECT_EQ(store.Put(u"\\f0", Pattern(30)), kOk);
+    expected[u"\\f0"] = Pattern(30);
     const Reading reading = store.ReadSound();
     EXPECT_EQ(ContentOf(reading.root), expected);
     EXPECT_GE(reading.usedPages + 9, reading.pageCount);

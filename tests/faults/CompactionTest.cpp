@@ -29,9 +29,7 @@ struct Layout {
 class Compaction : public testing::TestWithParam<Layout> {
   protected:
     Form FormOf(uint32_t freePages) const {
-        Form form;
-        form.pageSize = GetParam().pageSize;
-        form.foreign = GetParam().foreign;
+        Form form{GetParam().pageSize, GetParam().foreign};
         form.freePages = freePages;
         return form;
     }

@@ -24,9 +24,7 @@ class DamageTest : public testing::TestWithParam<Shape> {
   protected:
     // A container of one seed, and the log beside it if it has one.
     std::pair<Bytes, Bytes> Make(uint32_t seed) {
-        form_ = {};
-        form_.pageSize = GetParam().pageSize;
-        form_.foreign = seed % 5 == 0;
+        form_ = {GetParam().pageSize, seed % 5 == 0};
         form_.freePages = seed % 4;
         form_.logPending = GetParam().log != Log::None;
         Builder builder(form_, RichTree(form_.pageSize));

@@ -187,8 +187,7 @@ class Busy {
 class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>> {
   protected:
     FailingCalls() {
-        Form form;
-        form.pageSize = std::get<0>(GetParam());
+        Form form{std::get<0>(GetParam())};
         form.freePages = 3;
         file_ = Builder(form, Tree()).Finish();
     }

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Users who may and who may not, strangers and full disks, on the system that has them.
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
+
+#include "tests/faults/Registry.h"
 #include "tests/sharing/Content.h"
 
 namespace sharing {
@@ -69,22 +73,76 @@ TEST_F(LinuxUsers, WhoMayOnlyReadTakesALockOfTypeThreeThatHoldsNobodyUp) {
     ExpectSound(path);
 }
 
+// While it lives, a file that grows by more than `bytes` is a disk that is full.
+class FullDisk {
+  public:
+    FullDisk(const std::string& path, uint64_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit tight = {fs::file_size(path) + bytes, before_.rlim_max};
+        handler_ = std::signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &tight);
+    }
+    ~FullDisk() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+  private:
+    rlimit before_{};
+    decltype(SIG_IGN) handler_;
+};
+
+// Does steps until `failures` of them fail, each of which must leave the content before it.
+void StepUntilFull(Store* store, uint32_t seed, int failures, Key* content) {
+    while (failures > 0 && !testing::Test::HasFailure()) {
+        faults::Steps steps(++seed, *content);
+        const faults::Step step = steps.Next();
+        if (Apply(step, store) == FSSTATUS_SUCCESS) {
+            *content = steps.Content();
+            continue;
+        }
+        --failures;
+        Key found;
+        ASSERT_EQ(ReadAll(store->handle, &found), FSSTATUS_SUCCESS);
+        EXPECT_EQ(faults::JudgeCut(*content, step, found), "");
+        EXPECT_TRUE(found != steps.Content() || found == *content) << "a failure was done";
+        *content = found;
+    }
+}
+
 TEST_F(Linux, AFullDiskLeavesEveryValueOldOrNew) {
     for (int seed = 1; seed <= (LongForm() ? 40 : 3); ++seed) {
-        troupe.Start("fill", {path, std::to_string(seed * 10000)});
-        troupe.FinishWell();
+        Key content, found;
+        {
+            Store store(path);
+            ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+            ASSERT_EQ(ReadAll(store.handle, &content), FSSTATUS_SUCCESS);
+            const FullDisk full(path, 20000);
+            StepUntilFull(&store, static_cast<uint32_t>(seed) * 10000, 25, &content);
+            EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+            EXPECT_EQ(ReadAll(store.handle, &found), FSSTATUS_SUCCESS);
+            EXPECT_TRUE(found == content) << "without a lock another content is read";
+            EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
+        }
+        EXPECT_EQ(ReadAll(Store(path).handle, &found), FSSTATUS_SUCCESS);
+        EXPECT_TRUE(found == content) << "the file holds another content";
         ExpectSound(path, true);
     }
 }
 
 TEST_F(Linux, AChangeThatFailedIsNotWrittenOverThoseOfOthers) {
-    const Words words = {path, troupe.File("ready"), troupe.File("go")};
-    Player* failing = troupe.Start("fail-and-close", words);
-    ASSERT_TRUE(WaitForFile(words[1]));
-    Player* other = troupe.Start("set-from", {troupe.Folder(), path, "x", "300", "0"});
-    other->FinishWell();
-    std::ofstream(words[2]) << "go";
-    failing->FinishWell();
+    Store store(path);
+    Key content;
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    ASSERT_EQ(ReadAll(store.handle, &content), FSSTATUS_SUCCESS);
+    {
+        const FullDisk full(path, 4000);
+        StepUntilFull(&store, 7, 1, &content);
+    }
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+    troupe.Start("set-from", {troupe.Folder(), path, "x", "300", "0"})->FinishWell();
+    EXPECT_EQ(ReadAll(store.handle, &content), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Close(), FSSTATUS_SUCCESS);
     ExpectNumbered(path, "x", 300);
     ExpectSound(path, true);
 }

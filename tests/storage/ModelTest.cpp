@@ -36,9 +36,7 @@ class Run {
   public:
     explicit Run(const Setup& setup) : setup_(setup), limits_(g_memoryLimits) {
         if (setup.tight) g_memoryLimits = {0, 0};
-        Form form;
-        form.pageSize = setup.pageSize;
-        form.foreign = setup.foreign;
+        const Form form{setup.pageSize, setup.foreign};
         Item tree = setup.rich ? RichTree(setup.pageSize) : support::container::Directory(u"");
         root_->Fill(tree);
         container_.Put(Builder(form, tree).Finish());

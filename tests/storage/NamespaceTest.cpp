@@ -8,6 +8,7 @@
 #include "storage/core/Transaction.h"
 #include "storage/namespace/Directory.h"
 #include "storage/namespace/Path.h"
+#include "tests/container/Edit.h"
 #include "tests/container/EngineStore.h"
 #include "tests/container/Shapes.h"
 #include "tests/contract/ScriptText.h"
@@ -148,8 +149,7 @@ TEST(Namespace, FollowsLinks) {
     using support::container::Directory;
     const auto name = [](size_t i) { return Numbered(u"l", i); };
     for (const bool foreign : {false, true}) {
-        Form form;
-        form.foreign = foreign;
+        const Form form{512, foreign};
         Item tree = Directory(
             u"", {Directory(u"dir", {File(u"f", Text("ff")), Link(u"up", u"..\\file"),
                                      Link(u"odd", u".x\\file"), Link(u"self", u"f")}),
@@ -249,11 +249,10 @@ TEST(Namespace, GivesAccessAsAskedFor) {
     EXPECT_EQ(StorageReadFile(writer, text, 1, &done), kAccess);
     EXPECT_EQ(done, 0u);
     StorageCloseFile(writer);
-    EXPECT_EQ(StorageClose(nullptr), kInvalid);
-    EXPECT_EQ(StorageCloseFile(nullptr), kInvalid);
-    EXPECT_EQ(StorageIsCorrupted(nullptr, nullptr), kInvalid);
-    EXPECT_EQ(StorageDeleteFile(nullptr, WTEXT("\\a")), kInvalid);
-    EXPECT_EQ(StorageCompact(nullptr, nullptr), kInvalid);
+    for (const Status status :
+         {StorageClose(nullptr), StorageCloseFile(nullptr), StorageIsCorrupted(nullptr, nullptr),
+          StorageDeleteFile(nullptr, WTEXT("\\a")), StorageCompact(nullptr, nullptr)})
+        EXPECT_EQ(status, kInvalid);
 }
 
 // Neither the container nor the log that waits beside it.
@@ -264,7 +263,7 @@ TEST(Namespace, ChangesNothingWhereItMayNotWrite) {
     Builder builder(form, support::container::Directory(
                               u"", {support::container::Directory(u"d", {File(u"f", Text("text"))}),
                                     Paged(File(u"bad", Pattern(900)))}));
-    Put16(builder.Page(builder.At(u"\\bad").streamPages.back()), 0, 36);
+    Edit(&builder, "bad.stream.1+0:16 36");
     support::WriteBytes(dir / "a.fbr", builder.Finish());
     support::WriteBytes(dir / "a.log", Bytes(1024, 1));
     {

@@ -214,15 +214,13 @@ TEST(Stream, OfMethodThreeNeedsItsFunctions) {
 
 // What is said of a file that lies, and what may be done with it afterwards: the others stay whole.
 TEST(Stream, TellsLies) {
-    Form form;
-    form.pageSize = 256;
     constexpr uint32_t kSmall = 224;
     const Item tree = Directory(
         u"",
         {Paged(File(u"paged", Pattern(kSmall * 4))), File(u"long", Pattern(kSmall * 70)),
          Coded(File(u"inline", Bytes(90, 0xFF)), 1), File(u"small", Bytes(3, 'x')),
          Coded(Paged(File(u"coded", Runs(kSmall * 9 + 5))), 4), File(u"other", Pattern(1000))});
-    const Builder sound(form, tree);
+    const Builder sound({256}, tree);
     ASSERT_GE(sound.At(u"\\long").indexPages.size(), 2u);
     const struct {
         const char* what;

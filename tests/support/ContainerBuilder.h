@@ -39,10 +39,10 @@ Item Link(std::u16string name, const std::u16string& target);
 struct Form {
     uint32_t pageSize = 512;
     bool foreign = false;    // byte order
-    Bytes prefix;            // what lies before the container; whole pages
-    Bytes trailing;          // a partial page behind it
+    Bytes prefix{};          // what lies before the container; whole pages
+    Bytes trailing{};        // a partial page behind it
     uint32_t freePages = 0;  // free pages at the end
-    std::optional<uint32_t> findSettings;
+    std::optional<uint32_t> findSettings{};
     uint16_t logPending = 0;
     uint16_t inFileLog = 0;
     uint32_t maxPages = 0;
