@@ -104,14 +104,9 @@ std::optional<Tally> Player::Finish() {
     return tally;
 }
 
-std::optional<Tally> Player::FinishSoon() {
-    if (WaitForFile(report_.string())) return Finish();
-    Kill();
-    return std::nullopt;
-}
-
 Tally Player::FinishWell(bool soon) {
-    const std::optional<Tally> tally = soon ? FinishSoon() : Finish();
+    if (soon && !WaitForFile(report_.string())) Kill();
+    const std::optional<Tally> tally = Finish();
     EXPECT_TRUE(tally.has_value()) << name_ << (soon ? " hangs" : " crashed");
     if (!tally) return {};
     EXPECT_TRUE(tally->Good() && tally->done > 0) << name_ << ": " << tally->Line();

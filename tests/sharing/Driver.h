@@ -54,9 +54,7 @@ class Player {
     // Waits for the end of the role. No tally when it crashed.
     std::optional<Tally> Finish();
     bool HasReported() const { return std::filesystem::exists(report_); }
-    // The same in good time; a role that hangs is killed.
-    std::optional<Tally> FinishSoon();
-    // It is to do something, and nothing wrong; what it did.
+    // It is to do something, and nothing wrong; what it did. If `soon`, one that hangs is killed.
     Tally FinishWell(bool soon = false);
     void Kill() {
         process_.Kill();

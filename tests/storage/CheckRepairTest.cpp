@@ -217,13 +217,10 @@ TEST(CheckRepair, ANameOfItsOwnForEachNeighbour) {
     B builder({}, Directory(u"", {File(head.substr(1) + u"x", Pattern(3)),
                                   File(longName.substr(1), Pattern(4)), File(u"Same", Pattern(5)),
                                   File(u"other", Pattern(6))}));
-    uint8_t* page = builder.Page(builder.At(longName).namePages[0]);
-    Put32(page, 16, 0);
-    std::memset(page + 34, 0, 478);
-    uint8_t* entry = builder.Entry(u"\\other");
-    Put32(entry, 12, 4);
-    std::memset(entry + 20, 0, 44);
-    for (const uint32_t i : {0u, 1u, 2u, 3u}) Put16(entry, 20 + 2 * i, u"sAME"[i]);
+    const std::string names = Narrow(longName.substr(1)) + ".names";
+    Edit(&builder, names + "+16 0 zero/" + names + "+34 478");
+    Edit(&builder, "other.dirent+12 4 zero/other.dirent+20 44");  // and call it sAME
+    Edit(&builder, "other.dirent+20 0x00410073 other.dirent+24 0x0045004D");
     Patient patient(builder.Finish());
     CheckOutcome outcome;
     const Reading after = patient.Mended(&outcome);
