@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <sstream>
 
 #include "tests/container/Edit.h"
 #include "tests/container/Promise.h"
@@ -106,11 +107,14 @@ TEST_F(Hostile, DirectoriesInCircles) {
     // An EntryPage in two directories.
     std::vector<std::string> edits = {"d.head+92 a.entries"};
     // A child that is its own parent, its grandparent, the root; one object in two directories.
-    for (const std::string child : {"a\\b.dirent", "a\\b\\c.dirent"})
+    for (const char* child : {"a\\b.dirent", "a\\b\\c.dirent"})
         for (const std::string id : {"a", "a\\b", "d", ""})
-            for (const std::string& head : {id, std::string("a")})
-                edits.push_back(child + "+0 " + id + ".id " + child + "+4 " + head + ".head " +
-                                child + "+8 2");
+            for (const std::string& head : {id, std::string("a")}) {
+                std::ostringstream edit;
+                edit << child << "+0 " << id << ".id " << child << "+4 " << head << ".head "
+                     << child << "+8 2";
+                edits.push_back(edit.str());
+            }
     for (const std::string& edit : edits) {
         SCOPED_TRACE(edit);
         Builder builder = sound;
