@@ -16,17 +16,11 @@
 
 namespace support::container {
 
-inline platform::WString ToWide(const std::u16string& text) {
-    return platform::WString(text.begin(), text.end());
-}
 inline std::u16string ToUnits(const platform::WChar* text) {
     return std::u16string(text, text + platform::Length(text));
 }
 inline std::u16string ToUnits(const std::string& ascii) {
     return std::u16string(ascii.begin(), ascii.end());
-}
-inline std::u16string Numbered(const std::u16string& stem, size_t number) {
-    return stem + ToUnits(std::to_string(number));
 }
 inline std::string Narrow(const std::u16string& text) {
     return platform::ToUtf8(ToWide(text));

@@ -39,7 +39,8 @@ class Compaction : public testing::TestWithParam<Layout> {
         Item root = RichTree(GetParam().pageSize);
         const size_t fillers = seed == 0 ? 0 : 40;
         for (size_t i = 0; i < fillers; ++i)
-            root.children.insert(root.children.begin() + random() % root.children.size(),
+            root.children.insert(root.children.begin() +
+                                     static_cast<std::ptrdiff_t>(random() % root.children.size()),
                                  File(Numbered(u"filler ", i), Pattern(random() % 4000)));
         container_.Put(Builder(FormOf(seed == 0 ? 5 : seed % 3), root).Finish());
         EngineStore store;

@@ -7,20 +7,13 @@ namespace faults {
 
 namespace {
 
-WString Wide(const std::u16string& text) {
-    return WString(text.begin(), text.end());
-}
+using support::container::Numbered;
+using support::container::ToWide;
 
 WString Joined(const std::vector<std::u16string>& path) {
     WString text;
-    for (const std::u16string& part : path) text += WTEXT("\\") + Wide(part);
+    for (const std::u16string& part : path) text += WTEXT("\\") + ToWide(part);
     return text;
-}
-
-std::u16string Numbered(const char16_t* stem, uint32_t number) {
-    std::u16string name = stem;
-    for (const char digit : std::to_string(number)) name += static_cast<char16_t>(digit);
-    return name;
 }
 
 Bytes RandomData(std::mt19937* random) {
@@ -44,7 +37,7 @@ void Flatten(const Key& key, Path* path, Values* values) {
 }
 
 FBR_STATUS OnKey(const Step& step, Store* store, FBR_KEY key) {
-    const WString name = Wide(step.name);
+    const WString name = ToWide(step.name);
     switch (step.kind) {
         case Step::Kind::Set:
             return store->Set(key, name, step.value.data, step.value.type);
@@ -213,7 +206,7 @@ std::string JudgeCut(const Key& before, const Step& step, const Key& found) {
     if (step.kind == Step::Kind::Set && IsMakingOnTheWay(before, step, found)) return {};
     constexpr const char* kKinds[] = {"set", "delete value", "delete key", "rename", "compact"};
     std::string text = std::string(kKinds[static_cast<int>(step.kind)]) + " at" + Told(step.path) +
-                       " " + platform::ToUtf8(Wide(step.name)) + "\n";
+                       " " + platform::ToUtf8(ToWide(step.name)) + "\n";
     // The values that are not what they were.
     const Values was = Flatten(before), is = Flatten(found);
     for (const auto& [path, value] : was)

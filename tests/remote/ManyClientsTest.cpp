@@ -45,7 +45,7 @@ void RunClient(const WString& path, int client, int operations, Done done) {
 
 // A client that works until it is killed, with a byte in a file for each operation answered.
 const support::ChildRole kVictim("remote-victim", [](const std::vector<std::string>& arguments) {
-    std::ofstream log(arguments[2], std::ios::binary);
+    std::ofstream log(arguments[2]);
     RunClient(platform::FromUtf8(arguments[0]), std::stoi(arguments[1]), 1 << 30,
               [&] { log.put('.').flush(); });
     return 0;

@@ -19,7 +19,7 @@ const Role kVictim("victim", [](const Words& words, Tally* tally) {
     if (!tally->Went(store.Lock(), "lock") || !tally->Went(ReadAll(store.handle, &start), "walk"))
         return;
     faults::Steps steps(static_cast<uint32_t>(std::stoul(words[2])), start);
-    std::ofstream progress(words[1], std::ios::binary);
+    std::ofstream progress(words[1]);
     for (const bool often = words[3] == "often";;) {
         if (often && !tally->Went(store.Unlock(), "release")) return;
         if (often && !tally->Went(store.Lock(), "lock")) return;

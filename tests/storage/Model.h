@@ -14,14 +14,8 @@
 namespace storage_model {
 
 using support::Bytes;
+using support::container::Folded;
 using support::container::Item;
-
-// A to Z only.
-inline std::u16string Folded(std::u16string text) {
-    for (char16_t& unit : text)
-        if (unit >= u'A' && unit <= u'Z') unit = static_cast<char16_t>(unit + 32);
-    return text;
-}
 
 struct Node {
     std::u16string name;

@@ -6,13 +6,13 @@
 
 namespace support::container {
 
-namespace {
-
-std::u16string FoldName(std::u16string name) {
-    for (char16_t& unit : name)
+std::u16string Folded(std::u16string text) {
+    for (char16_t& unit : text)
         if (unit >= u'A' && unit <= u'Z') unit = static_cast<char16_t>(unit + 32);
-    return name;
+    return text;
 }
+
+namespace {
 
 constexpr uint16_t kForeign = 0x4E57;  // the signature in the other byte order
 constexpr uint64_t kBodyLimit = 1 << 28;
@@ -210,10 +210,10 @@ const Item* Reading::At(const std::u16string& path) const {
     const Item* found = &root;
     for (size_t at = 1; at < path.size() && found != nullptr;) {
         const size_t end = std::min(path.find(u'\\', at), path.size());
-        const std::u16string name = FoldName(path.substr(at, end - at));
+        const std::u16string name = Folded(path.substr(at, end - at));
         const auto child =
             std::find_if(found->children.begin(), found->children.end(),
-                         [&](const Item& item) { return FoldName(item.name) == name; });
+                         [&](const Item& item) { return Folded(item.name) == name; });
         found = child == found->children.end() ? nullptr : &*child;
         at = end + 1;
     }

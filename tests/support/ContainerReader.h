@@ -12,6 +12,17 @@
 
 namespace support::container {
 
+// Text in few words.
+inline platform::WString ToWide(const std::u16string& text) {
+    return platform::WString(text.begin(), text.end());
+}
+inline std::u16string Numbered(const std::u16string& stem, size_t number) {
+    const std::string digits = std::to_string(number);
+    return stem + std::u16string(digits.begin(), digits.end());
+}
+// A to Z only.
+std::u16string Folded(std::u16string text);
+
 struct Reading {
     std::string wrong;  // the first thing that could not be read; empty when all was
     bool foreign = false;
