@@ -125,7 +125,7 @@ class Run {
         const char* const answer = faults::Apply(step, &model_)             ? ""
                                    : hasParent || !backend_.Is("container") ? " -> NOT_FOUND"
                                                                             : " -> FAILED";
-        const std::string wrong = Line("tree " + path + answer);
+        std::string wrong = Line("tree " + path + answer);
         LetGo([&](const Held& held) { return IsWithin(held.path, step.path); });
         return wrong;
     }
@@ -141,11 +141,11 @@ class Run {
         const bool done = faults::Apply(step, &model_),
                    mayTrip = backend_.Is("renameTripsOverDeleted");
         FBR_STATUS told = FSSTATUS_SUCCESS;
-        const std::string wrong = Line("rename " + words +
-                                           (!done     ? " -> ALREADY_EXISTS"
-                                            : mayTrip ? " -> or NOT_FOUND"
-                                                      : ""),
-                                       &told);
+        std::string wrong = Line("rename " + words +
+                                     (!done     ? " -> ALREADY_EXISTS"
+                                      : mayTrip ? " -> or NOT_FOUND"
+                                                : ""),
+                                 &told);
         for (Held& held : held_)
             if (done && IsWithin(held.path, step.path)) held.path[above.size()] = step.name;
         if (told == FSSTATUS_NOT_FOUND) LetGo([](const Held&) { return true; });

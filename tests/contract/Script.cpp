@@ -221,7 +221,7 @@ FBR_STATUS Player::Answer(const std::string& line, bool* asWritten) {
     words_ = WordsOf(line.substr(0, arrow));
     *asWritten = true;
     const auto taken = [this] {
-        const std::string word = Plain(0);
+        std::string word = Plain(0);
         words_.erase(words_.begin());
         return word;
     };

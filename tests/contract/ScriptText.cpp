@@ -107,9 +107,10 @@ Words WordsOf(const std::string& line) {
     for (size_t at = text.find_first_not_of(' '); at < text.size();
          at = text.find_first_not_of(' ', at)) {
         const bool quoted = text[at] == '"';
+        const auto last = static_cast<platform::WChar>(quoted ? '"' : ' ');
         at += quoted;
         WString word;
-        for (; at < text.size() && text[at] != (quoted ? '"' : ' '); ++at) {
+        for (; at < text.size() && text[at] != last; ++at) {
             const size_t end = text[at] == '<' ? text.find('>', at) : text.npos;
             if (end != text.npos && Expand(text.substr(at + 1, end - at - 1), &word))
                 at = end;

@@ -78,7 +78,8 @@ Words SecurityOf(const WString& text) {
 
 // What a row gives.
 Words Answer(const std::string& verb, const Words& words) {
-    const WString first = words.at(0), second = words.size() > 1 ? words[1] : WString();
+    const WString& first = words.at(0);
+    const WString second = words.size() > 1 ? words[1] : WString();
     const std::string word = platform::ToUtf8(first);
     FsText path;
     if (verb == "status") return CodesOf(word);

@@ -107,6 +107,7 @@ TEST(OfflineStoreProcesses, OfManyThatSaveAtOnceEachYesIsKept) {
     ASSERT_EQ(Save(dir.File("user.dat"), {0, 0, 0, 0}), FSSTATUS_SUCCESS);
     std::vector<std::unique_ptr<support::ChildProcess>> children;
     const std::vector<std::string> words = {platform::ToUtf8(dir.File("user.dat")), "60"};
+    children.reserve(4);
     for (int i = 0; i < 4; ++i)
         children.push_back(std::make_unique<support::ChildProcess>("count", words));
     uint32_t sum = 0;

@@ -50,6 +50,7 @@ TEST(RemoteClient, RefusesRepliesThatLie) {
         "16000000 ffffffff 04000000 61000000 05000000",  // more strings than there are
     };
     std::vector<Bytes> packets;
+    packets.reserve(replies.size());
     for (const std::string& reply : replies) packets.push_back(Packet(Hex(reply)));
     const WString pipe = UniquePipe("lies");
     ScriptedServer server(pipe, packets);

@@ -96,7 +96,9 @@ TEST(Formats, RoundTrip) {
         for (int i = 0; i < 20; ++i) {
             const WString name = RandomName(random, i % 5 == 0);
             if (i % 5 == 0) {
-                items.push_back(key = i % 2 ? name : name + WTEXT("\\") + name);
+                key = name;
+                if (i % 2 == 0) key.append(WTEXT("\\")).append(name);
+                items.push_back(key);
                 regWriter.Key(key);
                 lineWriter.Key(key);
                 continue;
