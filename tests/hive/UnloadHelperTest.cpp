@@ -103,14 +103,13 @@ TEST_F(UnloadHelper, WhatIsInUseStaysWhateverTheHelperSays) {
          "CreateProcessAsUser failed - last error ["},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.logged);
         store_ = std::make_unique<FsHiveRegistryImpl>(kMount);
         if (!row.client.empty()) SetClientPath(row.client);
         const int64_t key = OpenWithKey();
-        EXPECT_EQ(store_->FBR_DeInitialiseEx(), row.answer) << log_->All();
+        EXPECT_EQ(store_->FBR_DeInitialiseEx(), row.answer) << row.logged << log_->All();
         EXPECT_TRUE(log_->Holds(row.logged)) << log_->All();
         EXPECT_TRUE(IsMounted(kMount));
-        EXPECT_EQ(LogFileExists(), row.logFile);
+        EXPECT_EQ(LogFileExists(), row.logFile) << row.logged;
         EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
         Unmount(kMount);
     }
