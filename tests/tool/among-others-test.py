@@ -78,7 +78,8 @@ def output_files(expected):
     assert content("pipe") == expected and writer.wait(20) == 0
     assert stat.S_ISFIFO(os.stat("pipe").st_mode)
     run("export", "x.fbr", "-o", "/dev/full", status=1,
-        err="fbr: cannot write file /dev/full: No space left on device\n")
+        err="fbr: cannot write file /dev/full: No space left on device; "
+            "make room, or write to another disk\n")
     for word in ("--help", "--version"):
         with open("/dev/full", "w") as full:
             assert subprocess.run([fbr, word], stdout=full, stderr=subprocess.PIPE).returncode == 1
