@@ -8,6 +8,7 @@
 #include "platform/HostPath.h"
 #include "platform/PageFile.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "Shared/FileFolderHelpers"
 
 namespace ZrSharedHelpers {

@@ -4,6 +4,7 @@
 #include "Shared/logging/Logger.h"
 #include "Shared/security/AccessToken.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "Shared/Impersonator"
 
 using namespace Varnhold::Hob::Detail;

@@ -4,6 +4,7 @@
 #include "Shared/logging/Logger.h"
 #include "Shared/w32helpers.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "Shared/UserIdentity"
 
 using namespace Varnhold::Hob::Detail;

@@ -5,6 +5,7 @@
 #include "Shared/security/AccessToken.h"
 #include "Shared/services/ServicesCollection.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "Shared/w32helpers"
 
 namespace w32utils {

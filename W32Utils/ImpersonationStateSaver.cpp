@@ -3,6 +3,7 @@
 
 #include "Shared/logging/Logger.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "W32Utils/ImpersonationStateSaver"
 
 namespace w32utils {

@@ -3,6 +3,7 @@
 
 #include "Shared/logging/Logger.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "Shared/UnImpersonator"
 
 using namespace Varnhold::Hob::Detail;

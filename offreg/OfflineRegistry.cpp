@@ -17,6 +17,7 @@
 #include "offreg/HiveTree.h"
 #include "offreg/HiveWriter.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "offreg/OfflineRegistry"
 
 using namespace offreg;

@@ -7,6 +7,7 @@
 #include "Shared/logging/Logger.h"
 #include "server/Session.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "server/Conversation"
 
 namespace server {

@@ -5,6 +5,7 @@
 
 #include "Shared/logging/Logger.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "server/StoreServer"
 
 namespace server {

@@ -11,6 +11,7 @@
 #include "FS_Library_DLL/native/NtStatus.h"
 #include "Shared/logging/Logger.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsHiveRegistryImpl"
 
 using namespace Varnhold::Hob::Detail;

@@ -14,6 +14,7 @@
 #include "include/FsError.h"
 #include "platform/PageFile.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsHiveRegistryImpl"
 
 using namespace Varnhold::Hob::Detail;

@@ -13,6 +13,7 @@
 #include "Shared/services/ServicesCollection.h"
 #include "platform/Text.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/LoggedOnUserClient"
 
 using namespace Varnhold::Hob::Detail;

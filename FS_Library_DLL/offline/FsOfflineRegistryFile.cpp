@@ -10,6 +10,7 @@
 #include "W32Utils/W32Exceptions.h"
 #include "platform/RealPath.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsOfflineRegistryImpl"
 
 using namespace offline;

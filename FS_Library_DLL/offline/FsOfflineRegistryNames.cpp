@@ -8,6 +8,7 @@
 #include "Shared/logging/Logger.h"
 #include "platform/Heap.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsOfflineRegistryImpl"
 
 using namespace offline;

@@ -5,6 +5,7 @@
 
 #include "Shared/logging/Logger.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsOfflineRegistryImpl"
 
 using platform::WString;

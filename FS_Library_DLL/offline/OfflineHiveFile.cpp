@@ -13,6 +13,7 @@
 #include "platform/PageFile.h"
 #include "platform/Resources.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsOfflineRegistryImpl"
 
 namespace offline {

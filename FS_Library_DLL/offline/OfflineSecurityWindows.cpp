@@ -11,6 +11,7 @@
 #include "W32Utils/UnImpersonator.h"
 #include "include/FsError.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsOfflineRegistryImpl"
 
 namespace offline {

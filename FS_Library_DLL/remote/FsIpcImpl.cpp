@@ -4,6 +4,7 @@
 #include "FS_Library_DLL/Backends.h"
 #include "Shared/logging/Logger.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsIpcImpl"
 
 namespace {

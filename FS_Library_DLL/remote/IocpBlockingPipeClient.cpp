@@ -4,6 +4,7 @@
 #include "Shared/ipc/Wire.h"
 #include "Shared/logging/Logger.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/IocpBlockingPipeClient"
 
 namespace w32utils {

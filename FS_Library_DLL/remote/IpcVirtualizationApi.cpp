@@ -7,6 +7,7 @@
 #include "Shared/logging/Logger.h"
 #include "platform/Heap.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/IpcVirtualizationApi"
 
 using ipc::Request;

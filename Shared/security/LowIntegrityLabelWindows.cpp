@@ -5,6 +5,7 @@
 #include "Shared/security/LowIntegrityLabel.h"
 #include "platform/Heap.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "Security"
 
 namespace security {

@@ -7,6 +7,7 @@
 #include "Shared/security/LowIntegrityLabel.h"
 #include "platform/Text.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "Security"
 
 namespace {

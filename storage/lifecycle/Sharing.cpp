@@ -15,6 +15,7 @@
 #include "storage/core/SwitchMark.h"
 #include "storage/lifecycle/ContextLife.h"
 
+#undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "Sharing"
 
 namespace storage {

@@ -81,8 +81,8 @@ TEST_F(OfflineStoreOnWindows, KeepsTheImpersonationOnEveryPath) {
 
 TEST(OfflineNames, UpperCaseIsTheSystems) {
     using Function = WCHAR(NTAPI*)(WCHAR);
-    const auto upcase = reinterpret_cast<Function>(
-        GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlUpcaseUnicodeChar"));
+    const auto upcase = reinterpret_cast<Function>(reinterpret_cast<void*>(
+        GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlUpcaseUnicodeChar")));
     ASSERT_NE(upcase, nullptr);
     for (uint32_t unit = 0; unit < 0x10000; ++unit) {
         const auto wide = static_cast<wchar_t>(unit);
