@@ -7,15 +7,19 @@ a store that somebody else has locked, with Ctrl-C in the midst of its work, and
 itself and of the example client of the remote protocol.
 """
 
+import fcntl
 import os
+import pty
 import resource
 import runpy
+import select
 import signal
 import stat
 import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 
 fbr, example = map(os.path.abspath, sys.argv[1:3])
@@ -214,6 +218,44 @@ def watching():
     assert (watch.returncode, out, err) == (-signal.SIGINT, b"", b""), (watch.returncode, out, err)
 
 
+class Terminal:
+    """The tool with a terminal around it, and all that it shows."""
+
+    def __init__(self, *words, **more):
+        self.terminal, end = pty.openpty()
+        def own():
+            os.setsid()
+            fcntl.ioctl(end, termios.TIOCSCTTY, 0)
+        self.tool = subprocess.Popen([fbr, *words], stdin=end, stdout=end, stderr=end,
+                                     preexec_fn=own, **more)
+        os.close(end)
+        self.shown = b""
+
+    def read(self):
+        ready, _, _ = select.select([self.terminal], [], [], 30)
+        assert ready, self.shown
+        try:
+            self.shown += os.read(self.terminal, 4096)
+        except OSError:
+            return False  # its end
+        return True
+
+    def all(self):
+        while self.read():
+            pass
+        os.close(self.terminal)
+        return self.tool.wait(20), self.shown
+
+
+def bars():
+    # What is told on a terminal stands on a line of its own, whatever a bar drew there before.
+    for words, last in ((["hash", "x.jsonl"], b"  x.jsonl"), (["stat", "x.fbr"], b"deep")):
+        status, shown = Terminal(*words).all()
+        assert status == 0, shown
+        told = [line for line in shown.replace(b"\r\x1b[K", b"\n").splitlines() if last in line]
+        assert told and b"\xe2\x96" not in told[-1], shown[-400:]
+
+
 def serve(folder):
     # Says what it listens on, in a folder that is the user's alone.
     server = subprocess.Popen([fbr, "serve", "name", "--root", folder], stderr=subprocess.PIPE,
@@ -267,6 +309,7 @@ with tempfile.TemporaryDirectory() as folder:
             for i in range(KEYS)]
     write("x.jsonl", "".join(text))
     run("import", "x.fbr", "x.jsonl")
+    bars()
     output_files(run("export", "x.fbr"))
     interrupts(text)
     busy_store()

@@ -70,7 +70,7 @@ std::string LiveNameOf(const std::string& path) {
         {"HKCR", "\\registry\\machine\\software\\classes"}};
     const size_t end = std::min(path.find('\\'), path.size());
     for (const auto& [name, live] : kRoots)
-        if (BeginsWith(path.substr(0, end), platform::FromUtf8(name)) && end == strlen(name))
+        if (BeginsWith(path.substr(0, end), platform::FromUtf8(name)) && end == std::strlen(name))
             return live + path.substr(end);
     return "";
 }
@@ -86,7 +86,7 @@ std::string HowTheLiveIsNamed(const StoreName& name) {
 }
 
 std::string MissingLiveKey(const StoreName& name) {
-    const std::string how = HowTheLiveIsNamed(name);
+    std::string how = HowTheLiveIsNamed(name);
     if (!how.empty()) return how;
     return "; fbr ls " + name.path.substr(0, name.path.rfind('\\')) + " tells which keys there are";
 }
@@ -238,7 +238,8 @@ std::string WhyItDoesNotOpen(const StoreName& name) {
     const Kind kind = KindOf(*file);
     switch (kind) {
         case Kind::kMissing: {
-            const std::string live = HowTheLiveIsNamed(name), folder = MissingFolder(*file);
+            const std::string folder = MissingFolder(*file);
+            std::string live = HowTheLiveIsNamed(name);
             if (!live.empty()) return live;
             if (IsExport(*file)) return "; fbr export STORE -o " + name.path + " writes one";
             return folder.empty() ? "; fbr create makes an empty one"
