@@ -1,6 +1,9 @@
 # SPDX-License-Identifier: MIT
 """The package on stores of its own. ZRFS_LIBRARY names the library that was built."""
+import copy
 import datetime
+import pathlib
+import pickle
 import subprocess
 import sys
 
@@ -141,3 +144,12 @@ def test_check_finds_damage_and_repair_mends_it(path):
     assert zrfs.check(path) == []
     with zrfs.open(path) as store:
         assert list(store[""].subkeys()) != []
+
+
+def test_a_store_is_one_object_and_its_path_may_be_one(path):
+    with zrfs.open(pathlib.Path(path), write=True) as store:
+        store["k"]["v"] = 1
+        for copied in (copy.copy, copy.deepcopy, pickle.dumps):
+            with pytest.raises(TypeError):
+                copied(store)
+        assert store["k"]["v"] == 1

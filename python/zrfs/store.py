@@ -81,7 +81,8 @@ class Key(MutableMapping[str, Any]):
     """A key of a store as a mapping from names to values; "" is the unnamed value.
 
     It is a path, and need not be there: reading a value of a missing key is a NotFoundError (a
-    KeyError), setting one makes the key."""
+    KeyError), setting one makes the key. A listing asks name by name: where others add or remove
+    names meanwhile, take store.lock(Lock.READ) for it, or names are left out or told twice."""
 
     def __init__(self, store: "Store", path: str):
         self._store = store
@@ -224,9 +225,11 @@ class Store(Mapping[str, Key]):
     __eq__ = object.__eq__
     __hash__ = object.__hash__
 
-    def __init__(self, path: str, method: Method = Method.CONTAINER, write: bool = False):
+    def __init__(self, path: "str | os.PathLike[str]", method: Method = Method.CONTAINER,
+                 write: bool = False):
         """Opens the store at a path of FBR_InitialiseEx; a container that is missing is made.
         With `write` it holds the write lock until it is closed."""
+        path = os.fspath(path)
         self.path, self.method = path, Method(method)
         self._handle: Optional[ctypes.c_void_p] = None
         handle = lib.Handle()
@@ -280,6 +283,9 @@ class Store(Mapping[str, Key]):
     def __bool__(self) -> bool:
         return self._handle is not None
 
+    def __reduce__(self) -> Any:
+        raise TypeError("an open store is one object: it cannot be copied or pickled")
+
     def lock(self, kind: Lock = Lock.WRITE) -> _HeldLock:
         """A lock for as long as a `with` lasts."""
         return _HeldLock(self, kind)
@@ -319,7 +325,7 @@ def check(path: str, repair: bool = False) -> list[Finding]:
     return findings
 
 
-def open(path: str, write: bool = False,  # pylint: disable=redefined-builtin
+def open(path: "str | os.PathLike[str]", write: bool = False,  # pylint: disable=redefined-builtin
          method: Method = Method.CONTAINER) -> Store:
     """Opens a store; with `write` for changes. A container that is missing is made."""
     return Store(path, method, write)

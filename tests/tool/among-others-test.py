@@ -173,6 +173,15 @@ def busy_store():
         begin = time.monotonic()
         assert waiting.wait(20) == -signal.SIGINT, (words, waiting.returncode)
         assert time.monotonic() - begin < 2, words
+    # A shell that is given its lines does no later one.
+    shell = subprocess.Popen([fbr, "shell", "x.fbr"], stdin=subprocess.PIPE,
+                             stderr=subprocess.DEVNULL, start_new_session=True)
+    shell.stdin.write(b"set a1 late sz x\n" * 3)
+    shell.stdin.close()
+    time.sleep(0.5)
+    os.killpg(shell.pid, signal.SIGINT)
+    begin = time.monotonic()
+    assert shell.wait(20) == -signal.SIGINT and time.monotonic() - begin < 2, shell.returncode
     # It is told while it waits, and gets on when the other ends.
     waiting = subprocess.Popen([fbr, "ls", "x.fbr"], stdout=subprocess.PIPE,
                                stderr=subprocess.PIPE)

@@ -9,6 +9,7 @@
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/ShellLine.h"
+#include "tools/console/Console.h"
 #include "tools/console/LineEditor.h"
 #include "tools/console/Spawn.h"
 #include "tools/format/Text.h"
@@ -72,6 +73,8 @@ class Shell {
             if (parsed.words.empty()) continue;
             if (parsed.words[0] == "exit" || parsed.words[0] == "quit") break;
             Do(parsed);
+            // Who typed it goes on at the next prompt; a list of lines ends with the one ended.
+            if (status_ == kExitInterrupted && !InputIsTerminal()) break;
         }
         return status_;
     }
