@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kBlockBytes = 4096;  // what one call writes as fast as a single page
 constexpr uint32_t kRuns = 4;           // taken at once
-constexpr uint32_t kEnough = 80;
+constexpr uint32_t kEnough = 80;        // taken ahead for a use, or looked at for one page
 
 // Pages of a run; none where a block has no room for more than one.
 uint32_t RunLength(const StorageContext* context) {
@@ -58,7 +58,7 @@ Status MarkRun(StorageContext* context, uint32_t first, uint32_t length, const R
     return status == kOk ? SetPageKinds(context, first + length - 1, 1, use.last) : status;
 }
 
-// Did the transaction get pages of the use that nobody had taken ahead? For names also others.
+// Did the transaction get new pages for the use, taken ahead or not?
 bool Takes(const StorageTransaction* transaction, const RunUse& use) {
     for (const CachePage* page = transaction->pages.head; page != nullptr; page = page->txNext)
         if ((page->flags & kPageNew) != 0 &&

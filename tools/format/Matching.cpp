@@ -52,8 +52,8 @@ bool IsLike(WStringView text, WStringView glob) {
 // place in turn, the library would walk to the end from each.
 std::wregex Anywhere(const std::wstring& text) {
     if (text.size() > kLongestRegex) throw std::regex_error(std::regex_constants::error_space);
-    const std::wregex alone(text,
-                            kRegexFlags);  // sound by itself, and not only within the brackets
+    // Sound by itself, and not only within the brackets.
+    const std::wregex alone(text, kRegexFlags);
     return std::wregex(L"[^]*?(?:" + text + L")", kRegexFlags);
 }
 
