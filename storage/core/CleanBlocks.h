@@ -30,13 +30,13 @@ class CleanBlocks {
     // the pages behind it are wanted, too. All pages have one size until Forget.
     PageBytes Find(platform::PageFile* file, uint64_t offset, uint32_t size, bool readsOn,
                    bool* wasRead, uint32_t* error);
-    // The same where it is kept for long; null elsewhere.
-    PageBytes FindSmall(uint64_t offset) {
-        const PageBytes found = small_.Find(offset);
+    // The same where it is kept for long; null elsewhere. `place` is that of SmallPages::Find.
+    PageBytes FindSmall(uint64_t offset, uint32_t* place) {
+        const PageBytes found = small_.Find(offset, place);
         if (found.bytes != nullptr) last_ = offset;
         return found;
     }
-    void Prefetch(uint64_t offset) const { small_.Prefetch(offset); }
+    void Prefetch(uint64_t offset, uint32_t place) const { small_.Prefetch(offset, place); }
     // Copies what is known of the `size` bytes at `offset` from there on, and answers how much.
     uint32_t Copy(uint64_t offset, uint8_t* bytes, uint32_t size);
     // What was read of the file elsewhere: kept where that drives nothing out, or when it comes

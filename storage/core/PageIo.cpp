@@ -258,12 +258,12 @@ Status ReadPage(StorageContext* context, void* buffer, uint32_t page) {
     return ReadAwaited(context, static_cast<uint8_t*>(buffer), page);
 }
 
-PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn) {
+PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn, uint32_t* place) {
     // Without a transaction the cache holds nothing that is newer.
     if (context->transactions.Empty() && context->awaited.count == 0 && !context->byteSwapped &&
         page < context->totalPages) {
         const uint64_t address = uint64_t{context->basePage} + page;
-        const PageBytes small = context->blocks.FindSmall(address << context->pageShift);
+        const PageBytes small = context->blocks.FindSmall(address << context->pageShift, place);
         if (small.bytes != nullptr) return small;
     }
     const CachePage* cached = context->pageTable.Find(page);

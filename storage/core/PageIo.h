@@ -31,12 +31,14 @@ Status CutFile(platform::PageFile* file, uint64_t count, uint32_t pageSize);
 // somebody is just writing (storage/core/SwitchMark.h).
 Status ReadPage(StorageContext* context, void* buffer, uint32_t page);
 // The bytes of a page, to look at until the next call for a page; none when they cannot be had
-// without more ado: ReadPage then says why. `readsOn`: those behind it are wanted next.
-PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn = false);
+// without more ado: ReadPage then says why. `readsOn`: those behind it are wanted next. `place`: a
+// number that the caller keeps for this page, 0 at first, by which it is found at once.
+PageBytes ViewPage(StorageContext* context, uint32_t page, bool readsOn = false,
+                   uint32_t* place = nullptr);
 // The page is about to be viewed.
-inline void PrefetchPage(const StorageContext* context, uint32_t page)
+inline void PrefetchPage(const StorageContext* context, uint32_t page, uint32_t place = 0)
     ZRFS_REQUIRES(context->containerLock) {
-    context->blocks.Prefetch((uint64_t{context->basePage} + page) * context->pageSize);
+    context->blocks.Prefetch((uint64_t{context->basePage} + page) * context->pageSize, place);
 }
 // Reads up to `count` pages from `page` on in one transfer, and answers how many: 0 where ViewPage
 // is to be asked instead.

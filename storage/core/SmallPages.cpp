@@ -82,6 +82,7 @@ bool SmallPages::BeginChunk() {
     if (next_ > UINT32_MAX - 2 * kChunkUnits) {  // the places come to their end
         std::memset(buckets_, 0, bucketCount_ * sizeof *buckets_);
         next_ = oldest_ = kChunkUnits;
+        beganAnew_ = true;
     }
     next_ = (next_ + kChunkUnits - 1) / kChunkUnits * kChunkUnits;
     if (next_ >= kChunks * kChunkUnits)

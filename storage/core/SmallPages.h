@@ -27,14 +27,17 @@ class SmallPages {
     ~SmallPages();
 
     // The page at the byte `offset`, as Keep was given it last. It may be used until the next Keep.
-    PageBytes Find(uint64_t offset) const {
-        Record* record = Look(offset);
+    // *place, if given, is where it was found the last time, or 0, and becomes where it is found.
+    PageBytes Find(uint64_t offset, uint32_t* place = nullptr) const {
+        Record* record = place != nullptr && IsPlace(*place) ? At(*place) : nullptr;
+        if (record == nullptr || record->Page() != offset >> pageShift_)
+            record = Look(offset, place);
         return record == nullptr ? PageBytes{} : PageBytes{record->Bytes(), record->count};
     }
-    // The page is about to be looked for.
-    void Prefetch(uint64_t offset) const {
+    // The page is about to be looked for, there if *place tells.
+    void Prefetch(uint64_t offset, uint32_t place = 0) const {
         if (buckets_ == nullptr) return;
-        const uint32_t place = *BucketOf(static_cast<uint32_t>(offset >> pageShift_));
+        if (!IsPlace(place)) place = *BucketOf(static_cast<uint32_t>(offset >> pageShift_));
         if (place >= oldest_) platform::Prefetch(At(place), kMostlyUsed);
     }
     // Keeps the page of `size` bytes (a power of two, the same for all pages) if it is one of
@@ -78,12 +81,17 @@ class SmallPages {
         return reinterpret_cast<Record*>(chunks_[place / kChunkUnits % kChunks] +
                                          place % kChunkUnits * 2);
     }
-    Record* Look(uint64_t offset) const {
+    // May a record stand at the place that was its? Not where the places began anew since.
+    bool IsPlace(uint32_t place) const { return place >= oldest_ && place < next_ && !beganAnew_; }
+    Record* Look(uint64_t offset, uint32_t* found = nullptr) const {
         const uint64_t page = offset >> pageShift_;
         if (buckets_ == nullptr || page >= kNoPage) return nullptr;
         for (uint32_t place = *BucketOf(static_cast<uint32_t>(page)); place >= oldest_;) {
             Record* record = At(place);
-            if (record->Page() == page) return record;
+            if (record->Page() == page) {
+                if (found != nullptr) *found = place;
+                return record;
+            }
             place = record->Older();
         }
         return nullptr;
@@ -99,6 +107,7 @@ class SmallPages {
     uint32_t room_ = 0;            // records that may still come before the index grows
     uint32_t next_ = kChunkUnits;  // where the next record begins; 0 is no place
     uint32_t oldest_ = kChunkUnits;
+    bool beganAnew_ = false;
     uint64_t held_ = 0;
     uint8_t* chunks_[kChunks] = {};
 };

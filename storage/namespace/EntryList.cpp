@@ -171,7 +171,7 @@ bool EntryList::Add(DirEntry* entry) {
         }
     }
     Chunk& last = chunks_.Last();
-    last.items[last.count++] = {entry, entry->headerPage};
+    last.items[last.count++] = {entry, entry->headerPage, 0};
     ++count_;
     return true;
 }
@@ -242,7 +242,7 @@ bool EntryList::Insert(uint32_t index, DirEntry* entry) {
     const uint32_t behind = chunk.count - place;
     std::memmove(chunk.keys + place + 1, chunk.keys + place, behind * sizeof *chunk.keys);
     std::memmove(chunk.items + place + 1, chunk.items + place, behind * sizeof *chunk.items);
-    chunk.items[place] = {entry, entry->headerPage};
+    chunk.items[place] = {entry, entry->headerPage, 0};
     ++chunk.count;
     ++count_;
     const DirEntry* other = chunk.items[place == 0 ? chunk.count - 1 : 0].entry;
@@ -365,9 +365,9 @@ EntryList::Keyed* EntryList::MakeKeyed() const {
     auto* keyed = static_cast<Keyed*>(platform::HeapAllocate(count_ * sizeof(Keyed)));
     if (keyed == nullptr) return nullptr;
     uint32_t skip = kEntryNameUnits;
-    const WStringView first = FirstUnits(*Place(0));
+    const WStringView first = FirstUnits(Place(0)->entry);
     for (uint32_t i = 0; i < count_; ++i) {
-        keyed[i].entry = *Place(i);
+        keyed[i].entry = Place(i)->entry;
         skip = CommonUnits(first, FirstUnits(keyed[i].entry), skip, caseSensitive_);
     }
     for (uint32_t i = 0; i < count_; ++i) {
@@ -378,7 +378,7 @@ EntryList::Keyed* EntryList::MakeKeyed() const {
 }
 
 void EntryList::TakeKeyed(const Keyed* keyed) {
-    for (uint32_t i = 0; i < count_; ++i) *Place(i) = keyed[i].entry;
+    for (uint32_t i = 0; i < count_; ++i) Place(i)->entry = keyed[i].entry;
 }
 
 }  // namespace storage

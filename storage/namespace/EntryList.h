@@ -61,6 +61,7 @@ struct EntryChunk {
     struct Item {
         DirEntry* entry;
         uint32_t headerPage;  // the entry's when it came here; a guess
+        uint32_t pagePlace;   // for ViewPage, of that page
     };
     uint64_t* keys;  // one allocation with `items`
     Item* items;
@@ -120,8 +121,10 @@ class EntryList {
 
     uint32_t Count() const { return count_; }
     bool Empty() const { return count_ == 0; }
-    DirEntry*& operator[](uint32_t index) { return *Place(index); }
-    DirEntry* operator[](uint32_t index) const { return *Place(index); }
+    DirEntry*& operator[](uint32_t index) { return Place(index)->entry; }
+    DirEntry* operator[](uint32_t index) const { return Place(index)->entry; }
+    EntryChunk::Item& ItemAt(uint32_t index) { return *Place(index); }
+    const EntryChunk::Item& ItemAt(uint32_t index) const { return *Place(index); }
 
     // Adds behind the last one, wherever its name belongs: a Sort follows before anything else.
     bool Add(DirEntry* entry);
@@ -175,11 +178,11 @@ class EntryList {
     static constexpr uint32_t kFew = 32;
 
     uint32_t ChunkOf(uint32_t index) const;
-    DirEntry** Place(uint32_t index) const {
+    EntryChunk::Item* Place(uint32_t index) const {
         const Chunk& recent = chunks_[recent_];
-        if (index - recent.start < recent.count) return &recent.items[index - recent.start].entry;
+        if (index - recent.start < recent.count) return &recent.items[index - recent.start];
         recent_ = ChunkOf(index);
-        return &chunks_[recent_].items[index - chunks_[recent_].start].entry;
+        return &chunks_[recent_].items[index - chunks_[recent_].start];
     }
     uint64_t KeyOf(const DirEntry* entry, uint32_t skip) const;
     bool MakeChunk(uint32_t capacity, Chunk* chunk);

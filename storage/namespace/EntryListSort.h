@@ -20,7 +20,7 @@ struct EntryList::Iterator {
     const EntryList* list;
     difference_type index;
 
-    reference operator*() const { return *list->Place(static_cast<uint32_t>(index)); }
+    reference operator*() const { return list->Place(static_cast<uint32_t>(index))->entry; }
     reference operator[](difference_type n) const { return *(*this + n); }
     Iterator& operator++() { return ++index, *this; }
     Iterator& operator--() { return --index, *this; }

@@ -115,7 +115,7 @@ inline bool IsNamed(const DirEntry* entry, const WChar* text, uint32_t units, bo
 // The record and what is known of its object's page, which mostly is wanted next.
 inline void Prefetch(const FileObject* directory, const EntryChunk::Item& item) {
     platform::Prefetch(item.entry, sizeof *item.entry);
-    PrefetchPage(directory->context, item.headerPage);
+    PrefetchPage(directory->context, item.headerPage, item.pagePlace);
 }
 
 }  // namespace

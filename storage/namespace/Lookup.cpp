@@ -185,15 +185,16 @@ FileObject* FindLoadedDirectory(StorageContext* context, const WChar* path, Dire
 }
 
 bool DirectoryListing::Next(uint32_t attributeMask, platform::WStringView* name) {
-    for (const auto& list = directory->children; position < list.Count();) {
-        const DirEntry* entry = list[position++];
+    for (const EntryList& list = directory->children; position < list.Count();) {
+        const EntryChunk::Item& item = list.ItemAt(position++);
+        const DirEntry* entry = item.entry;
         if (position + kEntriesAhead < list.Count())
             platform::Prefetch(list[position + kEntriesAhead], sizeof *entry);
         if ((entry->attributes & kAttrHidden) != 0 || (entry->attributes & attributeMask) == 0)
             continue;
         // Who asks for the names of a key's values mostly asks for the values next.
         if (position <= kFetchedAhead && (entry->attributes & kAttrDirectory) == 0)
-            PrefetchPage(directory->context, entry->headerPage);
+            PrefetchPage(directory->context, entry->headerPage, item.pagePlace);
         *name = {entry->name, entry->nameUnits};
         return true;
     }
@@ -214,7 +215,8 @@ Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStr
     uint32_t position = 0;
     if (FindEntry(directory, name, &found, &position, nullptr) != kOk) return Look::Unusual;
     if (!found) return Look::Missing;
-    const DirEntry* entry = directory->children[position];
+    EntryChunk::Item& item = directory->children.ItemAt(position);
+    const DirEntry* entry = item.entry;
     if ((entry->attributes & (kAttrDirectory | kAttrLink | kAttrReadOnly)) != 0)
         return Look::Unusual;
     const FileObject* object = entry->object;
@@ -222,7 +224,7 @@ Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStr
         return Look::Unusual;
     StorageContext* context = directory->context;
     if (context->updateAccessTime || context->byteSwapped) return Look::Unusual;
-    const PageBytes page = ViewPage(context, entry->headerPage);
+    const PageBytes page = ViewPage(context, entry->headerPage, false, &item.pagePlace);
     StreamRecords records;
     if (page.bytes == nullptr || !ReadRecords(page, entry->fileId, &records)) return Look::Unusual;
     const uint64_t size = LoadU64(records.info, record::kFileSize);
