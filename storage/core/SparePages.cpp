@@ -10,9 +10,10 @@ namespace storage {
 
 namespace {
 
-constexpr uint32_t kBlockBytes = 4096;  // what one call writes as fast as a single page
-constexpr uint32_t kRuns = 4;           // taken at once
-constexpr uint32_t kEnough = 80;        // taken ahead for a use, or looked at for one page
+constexpr uint32_t kBlockBytes = 4096;    // what one call writes as fast as a single page
+constexpr uint32_t kRuns = 4;             // taken at once
+constexpr uint32_t kEnough = 80;          // taken ahead for a use, or looked at for one page
+constexpr uint32_t kLookedThrough = 256;  // for those that stand one behind the other
 
 // Pages of a run; none where a block has no room for more than one.
 uint32_t RunLength(const StorageContext* context) {
@@ -143,12 +144,13 @@ bool TakeSparePage(StorageContext* context, uint16_t kind, uint32_t before, uint
 // The shortest stretch that suffices, or else the longest.
 void PreferRunForData(StorageContext* context, uint32_t count) {
     NumberList& list = context->spare.data;
-    if (list.Count() < 2) return;
-    std::sort(list.begin(), list.end());
+    const uint32_t looked = std::min(list.Count(), kLookedThrough);
+    if (looked < 2) return;
+    std::sort(list.begin(), list.begin() + looked);
     uint32_t best = 0, bestLength = 0;
-    for (uint32_t first = 0, end; first < list.Count(); first = end) {
+    for (uint32_t first = 0, end; first < looked; first = end) {
         end = first + 1;
-        while (end < list.Count() && list[end] == list[end - 1] + 1) ++end;
+        while (end < looked && list[end] == list[end - 1] + 1) ++end;
         const uint32_t length = end - first;
         if (bestLength < count ? length <= bestLength : length < count || length >= bestLength)
             continue;
@@ -254,6 +256,7 @@ Status GiveBackSparePages(StorageContext* context) {
     SparePages* spare = &context->spare;
     Status status = kOk;
     for (NumberList* list : {&spare->headers, &spare->entries, &spare->data}) {
+        std::sort(list->begin(), list->end());  // what one page of the map holds comes together
         const Status freed = list->Empty() ? Status{kOk} : FreeInMap(context, *list);
         if (status == kOk) status = freed;
         list->Clear();

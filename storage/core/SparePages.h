@@ -16,7 +16,7 @@ struct StorageContext;
 struct StorageTransaction;
 
 struct SparePages {
-    static constexpr uint32_t kMost = 256;
+    static constexpr uint32_t kMost = 4096;
 
     // By the kind that stands in the map.
     NumberList headers, entries, data;
