@@ -128,6 +128,8 @@ Sample Work::Run(Phase phase, Subject& subject) {
         subject.store->Close();
     } else {
         subject.store->Begin(span);
+        // What counts is to go on, not the way to where it begins.
+        if (phase == Phase::List) subject.store->ListOne(ListedKey(subject), FirstListed());
     }
     Sample sample;
     sample.wallNs = -WallNs();
@@ -216,11 +218,22 @@ uint64_t Work::EnumerateKeys(Subject& subject) {
     return seen.values;
 }
 
+uint32_t Work::ListedValues() const {
+    return static_cast<uint32_t>(content_[places_[0].key].values.size());
+}
+
+uint32_t Work::FirstListed() const {
+    return (ListedValues() - std::min(ListedValues(), kListed)) / 2;
+}
+
+Store::Handle Work::ListedKey(const Subject& subject) const {
+    return subject.handles[places_[0].key];
+}
+
 uint64_t Work::ListValues(Subject& subject) {
-    const uint32_t values = static_cast<uint32_t>(content_[places_[0].key].values.size());
-    const uint32_t count = std::min(values, kListed), first = (values - count) / 2;
+    const uint32_t count = std::min(ListedValues(), kListed), first = FirstListed();
     for (uint32_t i = 0; i < count; ++i)
-        if (!subject.store->ListOne(subject.handles[places_[0].key], first + i)) return 0;
+        if (!subject.store->ListOne(ListedKey(subject), first + i)) return 0;
     return count;
 }
 

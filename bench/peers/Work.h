@@ -59,6 +59,10 @@ class Work {
     uint64_t GetPlaces(Subject& subject);
     uint64_t GetByPath(Subject& subject);
     uint64_t EnumerateKeys(Subject& subject);
+    // The values that are listed are in the middle of one key.
+    uint32_t ListedValues() const;
+    uint32_t FirstListed() const;
+    Store::Handle ListedKey(const Subject& subject) const;
     uint64_t ListValues(Subject& subject);
     uint64_t DeleteKeys(Subject& subject);
     uint64_t Reopen(Subject& subject);
