@@ -34,8 +34,9 @@ class Place {
         return std::filesystem::exists(name.empty() ? File() : File().parent_path() / name);
     }
     virtual void Drop() { std::filesystem::remove_all(File()); }
-    // Takes a native function away, and gives back the one that was taken before.
-    virtual void Without(const std::string&) {}
+    // Takes native functions away, by their names, after those that were taken before are back.
+    // Where statuses follow, in hexadecimal, they answer these in turn and are then back.
+    virtual void Take(const std::vector<std::string>&) {}
 };
 
 struct Backend {

@@ -11,8 +11,11 @@ std::string ProcessState() {
 }
 
 const std::vector<Backend>& AllBackends() {
+    // Whose files programs that share no code with us can read.
+    Backend offline = OfflineBackend();
+    offline.traits.insert("programs");
     static const std::vector<Backend> all{
-        ContainerBackend(), GivenEngineBackend(), OfflineBackend(),
+        ContainerBackend(), GivenEngineBackend(), offline,
         Behind<FilePlace<FS_VR_METHOD_TARN>>(ContainerBackend()),
         Behind<FilePlace<FS_VR_METHOD_OFFLINE>>(OfflineBackend())};
     return all;

@@ -2,6 +2,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <deque>
 
 #include "Shared/w32helpers.h"
 #include "tests/contract/FilePlaces.h"
@@ -18,6 +19,45 @@ std::wstring UniqueName() {
            std::to_wstring(++counter);
 }
 
+// Entries of the table of native functions with something else in them.
+class TakenFunctions {
+  public:
+    TakenFunctions() = default;
+    TakenFunctions(const TakenFunctions&) = delete;
+    TakenFunctions& operator=(const TakenFunctions&) = delete;
+    ~TakenFunctions() { GiveBack(); }
+    void Take(const std::vector<std::string>& words) {
+        GiveBack();
+        answers_.clear();
+        for (const std::string& word : words)
+            if (word[0] != 'Z' && word[0] != 'R')
+                answers_.push_back(static_cast<NTSTATUS>(std::stoul(word, nullptr, 16)));
+        const auto other = answers_.empty() ? nullptr : reinterpret_cast<FARPROC>(Answer);
+        for (size_t i = 0; i + answers_.size() < words.size(); ++i) {
+            const FARPROC own =
+                ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), words[i].c_str());
+            auto* entry = reinterpret_cast<FARPROC*>(GetNtDllFunctions());
+            while (*entry != own) ++entry;
+            taken_.emplace_back(entry, std::exchange(*entry, other));
+        }
+    }
+
+  private:
+    static void GiveBack() {
+        for (const auto& [entry, own] : taken_) *entry = own;
+        taken_.clear();
+    }
+    // Stands for functions of any arguments: on this system the caller takes them away.
+    static NTSTATUS NTAPI Answer() {
+        const NTSTATUS answer = answers_.front();
+        answers_.pop_front();
+        if (answers_.empty()) GiveBack();
+        return answer;
+    }
+    static inline std::vector<std::pair<FARPROC*, FARPROC>> taken_;
+    static inline std::deque<NTSTATUS> answers_;
+};
+
 // A key of the user's own hive, reached with a handle of the root or by paths alone.
 template <bool pathOnly>
 class LivePlace : public Place {
@@ -30,24 +70,14 @@ class LivePlace : public Place {
             ::RegCloseKey(key);
         }
     }
-    ~LivePlace() override {
-        LivePlace::Without("");
-        Drop();
-    }
+    ~LivePlace() override { Drop(); }
     bool There(const std::string& name) const override {
         HKEY key = nullptr;
         const std::wstring path = name_ + L"\\" + platform::FromUtf8(name);
         if (::RegOpenKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, &key) != 0) return false;
         return ::RegCloseKey(key) == 0;
     }
-    void Without(const std::string& name) override {
-        if (missing_ != nullptr) *std::exchange(missing_, nullptr) = taken_;
-        if (name.empty()) return;
-        const FARPROC wanted = ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), name.c_str());
-        missing_ = reinterpret_cast<FARPROC*>(GetNtDllFunctions());
-        while (*missing_ != wanted) ++missing_;
-        taken_ = std::exchange(*missing_, nullptr);
-    }
+    void Take(const std::vector<std::string>& words) override { functions_.Take(words); }
     void Drop() final { ::RegDeleteTreeW(HKEY_CURRENT_USER, name_.c_str()); }
     WString Path() const override {
         // .Default is there on every system, and every user's hive is beside it.
@@ -68,7 +98,7 @@ class LivePlace : public Place {
         return L"\\registry\\user\\.Default";
     }
     std::wstring name_ = UniqueName();
-    FARPROC *missing_ = nullptr, taken_ = nullptr;
+    TakenFunctions functions_;
 };
 
 // A hive file that is mounted while the store is open.

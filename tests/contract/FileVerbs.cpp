@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What a script does to a store's file, and what it sees of it, beside the store.
 #include <algorithm>
+#include <sstream>
 
 #include "offreg/HiveFormat.h"
 #include "platform/FileSystem.h"
 #include "tests/contract/Player.h"
+#include "tests/support/RunProcess.h"
 
 namespace contract {
 
@@ -36,6 +38,23 @@ FBR_STATUS Player::Poke() {
     return FSSTATUS_SUCCESS;
 }
 
+void Player::Take() {
+    std::vector<std::string> words;
+    for (const WString& word : words_) words.push_back(platform::ToUtf8(word));
+    place_->Take(words);
+}
+
+// The words that a line of the shell writes, in the folder of the store's file.
+FBR_STATUS Player::Run() {
+    const std::string line = call_.substr(call_.find("run ") + 4);
+    const support::ProcessResult result =
+        support::RunProcess("/bin/sh", {"-c", "cd " + Beside("").string() + " && " + line});
+    EXPECT_EQ(result.status, 0) << result.err;
+    std::istringstream out(result.out);
+    for (std::string word; out >> word;) told_.push_back(Text(word));
+    return FSSTATUS_SUCCESS;
+}
+
 const Player::Verbs& Player::FileVerbs() {
     using P = Player&;
     static const Verbs verbs = {
@@ -46,7 +65,8 @@ const Player::Verbs& Player::FileVerbs() {
          }},
         {"there", [](P p) { return p.Tell(Text(p.place_->There(p.Plain(0)) ? "yes" : "no")); }},
         {"drop", Done([](P p) { p.place_->Drop(); })},
-        {"without", Done([](P p) { p.place_->Without(p.Plain(0)); })},
+        {"without", Done([](P p) { p.Take(); })},
+        {"answers", Done([](P p) { p.Take(); })},
         {"drop-folder", Done([](P p) { std::filesystem::remove_all(p.Beside("")); })},
         {"file", [](P p) { return p.Look(); }},
         {"poke", [](P p) { return p.Poke(); }},
@@ -58,6 +78,7 @@ const Player::Verbs& Player::FileVerbs() {
              const std::filesystem::directory_iterator all(p.Beside(""));
              return p.Tell(Number(static_cast<uint64_t>(std::distance(begin(all), end(all)))));
          }},
+        {"run", [](P p) { return p.Run(); }},
         {"check-file", [](P p) { return FBR_CheckFileEx(p.place_->Path().c_str(), nullptr); }},
         {"repair", [](P p) { return FBR_CheckAndRepairFileEx(p.place_->Path().c_str(), nullptr); }},
         // A store of another file, which is closed again.
@@ -71,6 +92,10 @@ const Player::Verbs& Player::FileVerbs() {
         {"read-only", Done([](P p) {
              p.readOnly_.reset();
              if (p.Plain(0) == "on") p.readOnly_.emplace(p.place_->File());
+         })},
+        {"memory", Done([](P p) {
+             p.noMemory_.reset();
+             if (p.Plain(0) == "off") p.noMemory_.emplace(1, true);
          })},
         // The log from here on; how many of its lines, "SEVERITY: MESSAGE", have a text.
         {"log", Done([](P p) {

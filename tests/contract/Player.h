@@ -7,6 +7,7 @@
 
 #include "tests/contract/Script.h"
 #include "tests/contract/ScriptText.h"
+#include "tests/support/FailingHeap.h"
 #include "tests/support/ReadOnlyScope.h"
 
 namespace contract {
@@ -137,10 +138,13 @@ class Player {
     FBR_STATUS Get();
     FBR_STATUS Query(uint32_t room);
     FBR_STATUS Fill(uint32_t count);
+    FBR_STATUS Filled(uint32_t count);
     FBR_STATUS Time();
     FBR_STATUS Security(uint32_t units);
     FBR_STATUS Look();
     FBR_STATUS Poke();
+    FBR_STATUS Run();
+    void Take();
 
     const Backend& backend_;
     const std::unique_ptr<Place> place_;
@@ -149,11 +153,12 @@ class Player {
     std::map<std::string, OpenKey> keys_;     // those that are still to be closed
     std::map<std::string, FBR_KEY> numbers_;  // of all that there were
     OpenKey opened_;
-    std::string label_;
+    std::string call_, label_;
     Words words_, told_;
     Bytes seen_;  // of the file, when it was last looked at
     std::optional<LogCapture> log_;
     std::optional<support::ReadOnlyScope> readOnly_;
+    std::optional<support::FailingHeap> noMemory_;
 };
 
 }  // namespace contract

@@ -74,6 +74,18 @@ FBR_STATUS Player::Fill(uint32_t count) {
     return status;
 }
 
+// How many of them are there.
+FBR_STATUS Player::Filled(uint32_t count) {
+    const FBR_KEY key = Key();
+    uint64_t keys = 0, values = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        keys += store_->TryOpen(Number(i), key) == FSSTATUS_SUCCESS;
+        values += store_->Get(key, Number(i)) == DataOf("'" + std::to_string(i));
+    }
+    told_ = {Number(keys), Number(values)};
+    return FSSTATUS_SUCCESS;
+}
+
 FBR_STATUS Player::Time() {
     FBR_SYSTEMTIME t{};
     const FBR_STATUS status = FBR_GetDirTimesEx(Key(), Null() ? nullptr : &t, Handle());
@@ -126,6 +138,7 @@ const Player::Verbs& Player::KeyVerbs() {
              return p.Tell(FSSTATUS_SUCCESS, names.front());
          }},
         {"fill", [](P p) { return p.Fill(p.Count(1)); }},
+        {"filled", [](P p) { return p.Filled(p.Count(1)); }},
         {"time", [](P p) { return p.Time(); }},
         {"security", [](P p) { return p.Security(p.Count(1)); }},
         {"protect",
@@ -218,7 +231,8 @@ std::vector<Words> Allowed(const std::string& text) {
 
 FBR_STATUS Player::Answer(const std::string& line, bool* asWritten) {
     const size_t arrow = line.find(" -> ");
-    words_ = WordsOf(line.substr(0, arrow));
+    call_ = line.substr(0, arrow);
+    words_ = WordsOf(call_);
     *asWritten = true;
     const auto taken = [this] {
         std::string word = Plain(0);

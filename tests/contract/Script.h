@@ -13,7 +13,8 @@
 // WORDS" that begin with blanks are played with each of the words in the place of %%.
 //
 // A word stands in quotes where it has blanks or is empty; <00E4> is a unit, and <text*9> the text
-// nine times. Data is 'text, *9 for nine bytes of a pattern, or hexadecimal.
+// nine times. Data is 'text, *9 for nine bytes of a pattern, or hexadecimal. What stands behind
+// "run" is a line for the shell of a system whose programs read the store.
 #pragma once
 
 #include <string>

@@ -5,10 +5,10 @@
 #include "offreg/HiveFormat.h"
 #include "offreg/HiveReader.h"
 #include "offreg/HiveWriter.h"
-#include "tests/offline/OfflineHive.h"
+#include "tests/support/TempDir.h"
 
-using namespace offline_test;
 using namespace offreg;
+using support::Bytes;
 namespace fmt_ = offreg::format;
 
 namespace {
@@ -26,8 +26,8 @@ Bytes SampleHive() {
     Key* key = root.subkeys.Find(WTEXT("k7"));
     key->className = WTEXT("Class");
     key->values.Add(WTEXT("inline"))->data = {1, 2, 3};
-    key->values.Add(WTEXT("\x0416"))->data = Pattern(100);
-    key->values.Add(WTEXT("big"))->data = Pattern(40000);
+    key->values.Add(WTEXT("\x0416"))->data = Bytes(100, 1);
+    key->values.Add(WTEXT("big"))->data = Bytes(40000, 1);
     hive.AddKey(*key, WTEXT("below"));
     Bytes file;
     EXPECT_EQ(WriteHive(hive, 1, WTEXT("sample"), &file), 0u);

@@ -3,26 +3,20 @@
 // that the test can put itself between it and the disk.
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <filesystem>
 
 #include "FS_Library_DLL/IFSInterface.h"
+#include "offreg/OfflineRegistry.h"
 #include "tests/offline/SavedValue.h"
-#include "tests/support/FailingHeap.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/FaultFile.h"
+#include "tests/support/RunProcess.h"
 
 using namespace offline_test;
 using support::TempDir;
 
 namespace {
-
-struct stat StatOf(const std::filesystem::path& path) {
-    struct stat found = {};
-    EXPECT_EQ(lstat(path.c_str(), &found), 0);
-    return found;
-}
 
 TEST(OfflineStoreFaults, WhateverCallFailsTheOldFileStaysAndNothingElse) {
     TempDir dir;
@@ -49,47 +43,22 @@ TEST(OfflineStoreFaults, WhateverCallFailsTheOldFileStaysAndNothingElse) {
     EXPECT_NE(support::ReadBytes(dir / "user.dat"), before);
 }
 
-TEST(OfflineStoreFaults, ASaveKeepsOwnerModeAndLinks) {
-    TempDir dir;
-    const WString path = dir.File("link");
-    std::filesystem::create_directory(dir / "elsewhere");
-    std::filesystem::create_symlink(std::filesystem::path("elsewhere") / "user.dat", dir / "link");
-    // A link that leads to nothing is no place for a hive.
-    EXPECT_EQ(Save(path, {1}), FSSTATUS_PATH_NOT_FOUND);
-    const auto file = dir / "elsewhere" / "user.dat";
-    ASSERT_EQ(Save(support::Wide(file), {1}), FSSTATUS_SUCCESS);
-    ASSERT_EQ(chmod(file.c_str(), 0604), 0);
-    if (geteuid() == 0) {
-        ASSERT_EQ(chown(file.c_str(), 1234, 1235), 0);
-    }
-    const struct stat before = StatOf(file);
-    ASSERT_EQ(Save(path, {2}), FSSTATUS_SUCCESS);
-    EXPECT_TRUE(S_ISLNK(StatOf(dir / "link").st_mode));
-    const struct stat after = StatOf(file);
-    EXPECT_NE(after.st_ino, before.st_ino);
-    EXPECT_EQ(after.st_mode, before.st_mode);
-    EXPECT_EQ(after.st_uid, before.st_uid);
-    EXPECT_EQ(after.st_gid, before.st_gid);
-    EXPECT_EQ(Load(path), Bytes{2});
-}
+// Another user.
+const support::ChildRole kSaveAs("save-as", [](const std::vector<std::string>& words) {
+    if (setgid(1235) != 0 || setuid(1234) != 0) return 99;
+    return static_cast<int>(Save(platform::FromUtf8(words[0]), {2}));
+});
 
-// The file would become another user's.
+// The file would become that user's.
 TEST(OfflineStoreFaults, AnOwnerThatCannotBeKeptIsToldAndTheFileStays) {
     if (geteuid() != 0) GTEST_SKIP() << "takes another user";
     TempDir dir;
     const auto file = dir / "user.dat";
     ASSERT_EQ(Save(support::Wide(file), {1}), FSSTATUS_SUCCESS);
     const Bytes before = support::ReadBytes(file);
-    ASSERT_EQ(chmod(file.c_str(), 0666), 0);
-    ASSERT_EQ(chmod(dir.Path().c_str(), 0777), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        const bool changed = setgid(1235) == 0 && setuid(1234) == 0;
-        _exit(changed ? static_cast<int>(Save(support::Wide(file), {2})) : 99);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(WEXITSTATUS(status), FSSTATUS_ACCESS_DENIED);
+    std::filesystem::permissions(file, std::filesystem::perms(0666));
+    std::filesystem::permissions(dir.Path(), std::filesystem::perms::all);
+    EXPECT_EQ(support::ChildProcess("save-as", {file.string()}).Wait(), FSSTATUS_ACCESS_DENIED);
     EXPECT_EQ(support::ReadBytes(file), before);
     EXPECT_EQ(FilesIn(dir), 1u);
 }
@@ -106,17 +75,18 @@ TEST(OfflineStoreFaults, AFileThatIsHeldIsToldInGoodTime) {
     EXPECT_EQ(FilesIn(dir), 1u);
 }
 
-TEST(OfflineStoreFaults, NamesThatFindNoMemoryAreOutOfMemory) {
+TEST(OfflineClasses, AreReadByOtherPrograms) {
     TempDir dir;
-    Offline store(dir.File("user.dat"));
-    const int64_t key = store.Make("a"), root = store.Root();
-    {
-        const support::FailingHeap heap(1, true);
-        WChar* name = nullptr;
-        EXPECT_EQ(store.handle->FBR_GetName_DirEx(key, &name), FSSTATUS_OUT_OF_MEMORY);
-        EXPECT_EQ(store.handle->FBR_EnumIntDirEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
-        EXPECT_EQ(store.handle->FBR_EnumIntFileEx(root, 0, &name), FSSTATUS_OUT_OF_MEMORY);
-    }
+    ORHKEY hive = nullptr, key = nullptr;
+    ASSERT_EQ(ORCreateHive(&hive), 0u);
+    EXPECT_EQ(ORCreateKey(hive, WTEXT("k"), WTEXT("Shell"), 0, nullptr, &key, nullptr), 0u);
+    EXPECT_EQ(ORSaveHive(hive, dir.File("a").c_str(), 6, 1), 0u);
+    EXPECT_EQ(ORCloseHive(hive), 0u);
+    for (const char* line : {"reglookup -s a 2>&1 | grep ',Shell$'", "regfexport a | grep Shell"})
+        EXPECT_EQ(support::RunProcess("/bin/sh", {"-c", "cd " + dir.Path().string() + "; " + line})
+                      .status,
+                  0)
+            << line;
 }
 
 }  // namespace

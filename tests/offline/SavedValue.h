@@ -2,10 +2,13 @@
 // Offline stores, and one value of theirs, each time with an opening and a close.
 #pragma once
 
-#include "tests/offline/OfflineHive.h"
 #include "tests/support/Store.h"
 
 namespace offline_test {
+
+using platform::WChar;
+using platform::WString;
+using support::Bytes;
 
 struct Offline : support::Store {
     explicit Offline(const support::Text& path) : Store(path, FS_VR_METHOD_OFFLINE) {}
