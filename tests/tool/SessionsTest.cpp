@@ -2,6 +2,7 @@
 // Sessions with the tool, as people type them, in files beside this one. A line begins with
 //
 //     $  words for the tool; '"' and "'" keep blanks together, <01> is a byte
+//     %  a line for the shell, in which fbr is on the path
 //     <  a line of its standard input
 //     >  a line of its standard output, as text: exports in UTF-16 are decoded
 //     !  a line of its standard error; one that ends in "..." tells its beginning
@@ -75,8 +76,8 @@ class Sessions : public ToolTest, public testing::WithParamInterface<std::string
                                        false) +
                     "\n";
         std::vector<std::string> came;
-        if (mark == "$") {
-            const ProcessResult result = Fbr(words, text);
+        if (mark == "$" || mark == "%") {
+            const ProcessResult result = mark == "$" ? Fbr(words, text) : Shell(line.substr(1));
             came = Lines(Shown(result.out), "> ");
             for (const auto& told : Lines(result.err, "! ")) came.push_back(told);
             if (result.status != 0) came.push_back("? " + std::to_string(result.status));
@@ -110,6 +111,10 @@ class Sessions : public ToolTest, public testing::WithParamInterface<std::string
             EXPECT_TRUE(mark.empty() || mark == "#") << mark;
         }
         return came;
+    }
+    static ProcessResult Shell(const std::string& line) {
+        const std::string folder = Utf8(support::ProgramNamed("fbr").parent_path());
+        return support::RunProcess("/bin/sh", {"-c", "PATH=" + folder + ":$PATH;" + line});
     }
     void Patch(const std::string& file, const std::string& from, const std::string& to, bool wide) {
         const auto bytes = [wide](const std::string& text) {
