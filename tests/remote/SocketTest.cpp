@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -11,6 +10,7 @@
 
 #include "FS_Library_DLL/remote/FsIpcImpl.h"
 #include "tests/remote/ScriptedServer.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/TempDir.h"
 
 namespace remote_test {
@@ -75,47 +75,39 @@ TEST(RemoteSocket, NoFileIsTakenForADeadSocket) {
     EXPECT_EQ(support::ReadBytes(dir / "s"), (support::Bytes{1, 2}));
 }
 
-// A process of another user that listens at a path and tells whether anybody sent it anything.
+constexpr uid_t kStranger = 65534;
+
+// Another user who listens at a path: 1 when somebody sent it anything. All may ask once it
+// listens.
+const support::ChildRole kListen("listen", [](const std::vector<std::string>& words) {
+    if (setgid(kStranger) != 0 || setuid(kStranger) != 0) return 2;
+    const int socket = Bound(words[0]);
+    if (socket < 0 || listen(socket, 5) != 0 || chmod(words[0].c_str(), 0777) != 0) return 2;
+    alarm(20);
+    char byte = 0;
+    return recv(accept(socket, nullptr, nullptr), &byte, 1, 0) == 1 ? 1 : 0;
+});
+
 class Stranger {
   public:
-    Stranger(const std::string& path, uid_t user) : path_(path) {
-        int ready[2];
-        if (pipe(ready) != 0) std::abort();
-        child_ = fork();
-        if (child_ == 0) _exit(Listen(path, user, ready[1]));
-        close(ready[1]);
-        char byte = 0;
-        listens_ = read(ready[0], &byte, 1) == 1;
-        close(ready[0]);
+    explicit Stranger(const std::string& path) : path_(path), child_("listen", {path}) {
+        EXPECT_TRUE(support::Eventually(
+            [&] { return fs::exists(path) && fs::status(path).permissions() == fs::perms::all; }));
     }
-    ~Stranger() { WasSentSomething(); }
-    bool Listens() const { return listens_; }
     bool WasSentSomething() {
-        int status = 0;
         // Who was asked nothing is let go by a connection without a word.
         const sockaddr_un address = AddressOf(path_);
         const int last = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         connect(last, reinterpret_cast<const sockaddr*>(&address), sizeof address);
         close(last);
-        if (child_ > 0) waitpid(std::exchange(child_, -1), &status, 0);
-        return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+        const int told = child_.Wait();
+        EXPECT_TRUE(told == 0 || told == 1) << told;
+        return told == 1;
     }
 
   private:
-    static int Listen(const std::string& path, uid_t user, int ready) {
-        if (setgid(user) != 0 || setuid(user) != 0) return 2;
-        const int socket = Bound(path);
-        if (socket < 0 || chmod(path.c_str(), 0777) != 0 || listen(socket, 5) != 0) return 2;
-        if (write(ready, "r", 1) != 1) return 2;
-        alarm(20);
-        const int client = accept(socket, nullptr, nullptr);
-        char byte = 0;
-        const bool sent = recv(client, &byte, 1, 0) == 1;
-        return sent ? 1 : 0;
-    }
     const std::string path_;
-    pid_t child_;
-    bool listens_;
+    support::ChildProcess child_;
 };
 
 bool AnswersAnything(const std::string& name) {
@@ -132,7 +124,6 @@ bool AnswersAnything(const std::string& name) {
 
 TEST(RemoteSocket, NothingIsSentToASocketThatAnotherUserLaid) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can act for another user";
-    constexpr uid_t kStranger = 65534;
     const support::TempDir dir;
     fs::permissions(dir.Path(), fs::perms::all);
     const char* before = std::getenv("XDG_RUNTIME_DIR");
@@ -145,8 +136,7 @@ TEST(RemoteSocket, NothingIsSentToASocketThatAnotherUserLaid) {
         const fs::path folder = dir / "zrfs";
         fs::create_directory(folder);
         fs::permissions(folder, fs::perms::all);
-        Stranger stranger((folder / "s").string(), kStranger);
-        ASSERT_TRUE(stranger.Listens());
+        Stranger stranger((folder / "s").string());
         if (own) fs::permissions(folder, fs::perms::owner_all);
         if (!own) {
             ASSERT_EQ(chown(folder.c_str(), kStranger, kStranger), 0);
@@ -161,8 +151,7 @@ TEST(RemoteSocket, NothingIsSentToASocketThatAnotherUserLaid) {
     const fs::path folder = dir / "theirs";
     fs::create_directory(folder);
     ASSERT_EQ(chown(folder.c_str(), kStranger, kStranger), 0);
-    Stranger server((folder / "s").string(), kStranger);
-    ASSERT_TRUE(server.Listens());
+    Stranger server((folder / "s").string());
     EXPECT_TRUE(AnswersAnything((folder / "s").string()));
     EXPECT_TRUE(server.WasSentSomething());
 
