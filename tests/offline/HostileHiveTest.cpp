@@ -5,7 +5,8 @@
 #include "offreg/HiveFormat.h"
 #include "offreg/HiveReader.h"
 #include "offreg/HiveWriter.h"
-#include "tests/support/TempDir.h"
+#include "tests/contract/Script.h"
+#include "tests/contract/ScriptText.h"
 
 using namespace offreg;
 using support::Bytes;
@@ -65,133 +66,70 @@ Outcome Read(const Bytes& file) {
 
 constexpr size_t kSampleItems = 605;  // of SampleHive
 
-// The content of the first cell that begins with `magic`, as a position in the file.
-size_t FindCell(const Bytes& file, const char* magic, size_t skip = 0) {
-    for (size_t at = 4096; at + 8 < file.size(); at += 8) {
-        if (file[at + 3] < 0x80 || std::memcmp(&file[at + 4], magic, std::strlen(magic)) != 0) {
-            continue;
-        }
-        if (skip-- == 0) return at + 4;
-    }
-    ADD_FAILURE() << "no cell " << magic;
+// Where a cell of lies.txt lies.
+size_t PlaceOf(const std::string& cell, const Bytes& file) {
+    if (cell == "regf" || cell == "hbin") return cell == "regf" ? 0 : 4096;
+    size_t skip = cell.size() > 2 ? std::stoul(cell.substr(3)) : 0;
+    for (size_t at = 4096; at + 8 < file.size(); at += 8)
+        if (file[at + 3] >= 0x80 && std::memcmp(&file[at + 4], cell.c_str(), 2) == 0 && skip-- == 0)
+            return at + 4;
+    ADD_FAILURE() << "no cell " << cell;
     return 4096;
 }
 
-Bytes Word(uint32_t number) {
-    Bytes bytes(4);
-    fmt_::Store(bytes.data(), number);
-    return bytes;
-}
-Bytes Half(uint16_t number) {
-    Bytes bytes(2);
-    fmt_::Store(bytes.data(), number);
-    return bytes;
+Bytes LieOf(const std::string& word, const Bytes& file) {
+    Bytes four(4);
+    const size_t plus = word.find('+');
+    if (plus != word.npos) {
+        const size_t at = PlaceOf(word.substr(0, plus), file) + std::stoul(word.substr(plus + 1));
+        std::copy_n(&file[at], 4, four.begin());
+    } else if (word[0] == '@') {
+        fmt_::Store(four.data(), static_cast<uint32_t>(PlaceOf(word.substr(1), file) - 4 - 4096));
+    }
+    return plus != word.npos || word[0] == '@' ? four : contract::DataOf(word);
 }
 
-// Each line puts a lie into a cell; `lost` is how many keys and values that costs, all when it is
-// the root.
+// Plays a line of lies.txt.
+void Tell(const std::string& line, const Bytes& sound) {
+    std::vector<std::string> words;
+    for (const platform::WString& word : contract::WordsOf(line))
+        words.push_back(platform::ToUtf8(word));
+    Bytes file = sound;
+    size_t i = 0;
+    for (; words.at(i) != "->"; i += 3) {
+        const Bytes lie = LieOf(words.at(i + 2), sound);
+        std::copy(lie.begin(), lie.end(),
+                  &file[PlaceOf(words[i], sound) + std::stoul(words[i + 1])]);
+    }
+    fmt_::Store(&file[fmt_::base::kChecksum], fmt_::Checksum(file.data()));
+    const Outcome outcome = Read(file);
+    const bool all = words.at(i + 1) == "all";
+    EXPECT_EQ(outcome.error, all ? kErrorNotRegistryFile : 0u);
+    if (all) return;
+    EXPECT_EQ(kSampleItems - outcome.items, std::stoul(words[i + 1]));
+    EXPECT_EQ(outcome.told.empty(), words.size() == i + 2);
+    EXPECT_TRUE(outcome.told.starts_with(words.size() == i + 2 ? "" : words[i + 2]))
+        << outcome.told;
+}
+
 TEST(HostileHive, WhatLiesIsLeftOutAndToldAndTheRestIsRead) {
     const Bytes sound = SampleHive();
     ASSERT_EQ(Read(sound).leftOut, 0u);
     ASSERT_EQ(Read(sound).items, kSampleItems);
-    using namespace fmt_;
-    constexpr size_t kAll = kSampleItems;
-    constexpr const char* kList = "the list of the 600 subkeys of key \\";
-    const auto inCell = [&](const char* magic, size_t skip, size_t position) {
-        const auto at = sound.begin() + static_cast<ptrdiff_t>(FindCell(sound, magic, skip));
-        return Bytes(at + static_cast<ptrdiff_t>(position),
-                     at + static_cast<ptrdiff_t>(position) + 4);
-    };
-    const Bytes firstKey = inCell("lf", 0, list::kItems);
-    const struct {
-        const char* magic;
-        size_t position;
-        Bytes bytes;
-        size_t lost;
-        const char* told;  // its beginning
-        size_t skip = 0;
-    } lies[] = {
-        {"nk", key::kNameBytes, Half(0xFFFF), kAll, ""},
-        {"nk", 0, Half(0), kAll, ""},
-        {"nk", key::kSubkeyCount, Word(601), 0,
-         "what makes 601 subkeys of the 600 that are listed of key \\"},
-        {"nk", key::kSubkeyCount, Word(599), 0,
-         "what makes 599 subkeys of the 600 that are listed of key \\"},
-        {"nk", key::kSubkeyList, Word(0xFFFFFFF8), kAll - 1, kList},
-        {"nk", key::kSubkeyList, Word(33), kAll - 1, kList},
-        {"nk", key::kSecurity, Word(0x20), 0, "the security of key \\"},
-        {"ri", list::kCount, Half(0xFFFF), 0, ""},  // all of them are there
-        {"ri", list::kItems, Word(0x20), 507, "list 0 of subkeys of key \\"},
-        {"lf", list::kItems, Word(0x20), 1, "subkey 0 of a list of key \\"},
-        {"sk", security::kBytes, Word(0xFFFFFFFF), 0, "the security of key \\"},
-        {"vk", value::kNameBytes, Half(0xFFFF), 1, "value 0 of key \\k7"},
-        {"vk", value::kDataBytes, Word(0x80000005), 1, "value 0 of key \\k7"},
-        {"vk", 0, Half(0), 1, "value 0 of key \\k7"},
-        {"db", big::kCount, Half(2), 1, "value 2 of key \\k7"},
-        {"db", big::kList, Word(0xFFFFFFFF), 1, "value 2 of key \\k7"},
-        // A key that is reached twice would make a tree of any size out of a small file: twice in a
-        // list, in two lists, by a loop, by the recursion that is not taken.
-        {"lf", list::kItems + 8, firstKey, 1, "subkey"},
-        {"lf", list::kItems, firstKey, 1, "subkey", 1},
-        {"lf", list::kItems, Word(Load<uint32_t>(&sound[base::kRootCell])), 1, "subkey"},
-        {"ri", list::kItems, Word(static_cast<uint32_t>(FindCell(sound, "ri") - 4 - 4096)), 507,
-         "list"},
-        {"vk", value::kData, inCell("vk", 2, value::kData), 2, "value", 1},
-        // No two names lead to one place. The keys in their order: the root, k0, k1, k10.
-        {"nk", key::kName, {'K', '0'}, 1, "subkey 1 of a list of key \\", 2},
-        {"nk", key::kName, {'k', '\\'}, 1, "subkey 1 of a list of key \\", 2},
-    };
-    for (const auto& lie : lies) {
-        SCOPED_TRACE(testing::Message() << lie.magic << " at " << lie.position);
-        Bytes file = sound;
-        std::copy(lie.bytes.begin(), lie.bytes.end(),
-                  &file[FindCell(file, lie.magic, lie.skip) + lie.position]);
-        const Outcome outcome = Read(file);
-        EXPECT_EQ(outcome.error, lie.lost == kAll ? kErrorNotRegistryFile : 0u);
-        if (lie.lost == kAll) continue;
-        EXPECT_TRUE(outcome.told.starts_with(lie.told)) << outcome.told;
-        EXPECT_EQ(outcome.told.empty(), *lie.told == 0);
-        EXPECT_EQ(kSampleItems - outcome.items, lie.lost);
-    }
-    Bytes file = sound;
-    for (const size_t skip : {0, 2})
-        Store(&file[FindCell(sound, "vk", skip) + value::kNameBytes], uint16_t{1});
-    file[FindCell(sound, "vk", 2) + value::kName] = 'I';
-    EXPECT_EQ(Read(file).told, "value 2 of key \\k7");
-}
-
-TEST(HostileHive, ChecksTheBaseBlockAndTheBins) {
-    const Bytes sound = SampleHive();
-    using namespace fmt_;
-    const std::pair<size_t, uint32_t> lies[] = {
-        {base::kMinor, 7},
-        {base::kMajor, 2},
-        {base::kType, 1},
-        {base::kRootCell, 0xFFFFFFF8},
-        {base::kBinsLength, 0xFFFFF000},
-        {base::kBinsLength, 0},
-        // The first bin has the root.
-        {4096 + bin::kSize, 0},
-        {4096 + bin::kSize, 0xFFFFF000},
-        {4096 + bin::kOffset, 4096},
-    };
-    const auto with = [&](size_t at, uint32_t number) {
-        Bytes file = sound;
-        Store(&file[at], number);
-        Store(file.data() + base::kChecksum, Checksum(file.data()));
-        return Read(file).error;
-    };
-    for (const auto& [at, number] : lies) EXPECT_EQ(with(at, number), kErrorNotRegistryFile) << at;
-    EXPECT_EQ(with(base::kMinor, 6), 0u);
-    Bytes broken = sound;
-    broken[base::kChecksum] ^= 1;
+    for (const contract::Section& section :
+         contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/offline/lies.txt"))
+        for (const auto& [number, line] : section.lines) {
+            SCOPED_TRACE("line " + std::to_string(number) + ": " + line);
+            Tell(line, sound);
+        }
+    Bytes broken = sound, lastBin = sound;
+    broken[fmt_::base::kChecksum] ^= 1;
     for (const Bytes& file : {broken, Bytes(sound.begin(), sound.begin() + 4096),
                               Bytes(sound.begin(), sound.end() - 1)})
         EXPECT_EQ(Read(file).error, kErrorNotRegistryFile);
     // The last bin has some keys and no more.
-    Bytes lastBin = sound;
     size_t last = sound.size() - 4096;
-    while (std::memcmp(&sound[last], bin::kMagic, 4) != 0) last -= 4096;
+    while (std::memcmp(&sound[last], fmt_::bin::kMagic, 4) != 0) last -= 4096;
     lastBin[last] ^= 1;
     const Outcome outcome = Read(lastBin);
     EXPECT_EQ(outcome.error, 0u);
