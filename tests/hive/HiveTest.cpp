@@ -22,7 +22,7 @@ TEST_F(Hive, IsMadeWithItsFolderMountedAndUnloaded) {
     EXPECT_TRUE(IsMounted(kMount));
     EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS) << log_->All();
     EXPECT_FALSE(IsMounted(kMount));
-    EXPECT_TRUE(log_->Holds("has been mounted tp [ZrFsHiveTest]")) << log_->All();
+    log_->Expect({"has been mounted tp [ZrFsHiveTest]"});
 }
 
 TEST_F(Hive, WhatCannotBeRemovedIsLoggedAndDoesNotStopTheRest) {
@@ -38,10 +38,8 @@ TEST_F(Hive, WhatCannotBeRemovedIsLoggedAndDoesNotStopTheRest) {
     EXPECT_TRUE(fs::exists(file_ + L"1"));
     EXPECT_TRUE(fs::exists(file_ + L"2"));
     EXPECT_FALSE(fs::exists(file_ + L"3"));
-    for (const char* line :
-         {"Attemping clean up of [\\??\\", "Deleting file [user.dat3]", "Delete failed [C0000121]",
-          "Failed to open file for deleteing [C0000043]"})
-        EXPECT_TRUE(log_->Holds(line)) << line << " is not in\n" << log_->All();
+    log_->Expect({"Attemping clean up of [\\??\\", "Deleting file [user.dat3]",
+                  "Delete failed [C0000121]", "Failed to open file for deleteing [C0000043]"});
 
     // A path that names a folder only must not empty it; a missing folder is no matter.
     FsHiveRegistryImpl::CleanupOSGeneratedHiveFiles(L"\\??\\" + folder_->Path().wstring() +
@@ -79,10 +77,9 @@ TEST_F(Hive, AMountThatIsThereIsUsedWhateverFileIsNamed) {
     const std::wstring other = (*folder_ / "other.dat").wstring();
     EXPECT_EQ(second.FBR_InitialiseEx(other.c_str()), FSSTATUS_SUCCESS);
     EXPECT_FALSE(fs::exists(other));
-    EXPECT_TRUE(
-        log_->Holds("2 FS_Library_DLL/FsHiveRegistryImpl FsHiveRegistryImpl::"
-                    "FBR_InitialiseEx: Assuming that ["))
-        << log_->All();
+    log_->Expect(
+        {"2 FS_Library_DLL/FsHiveRegistryImpl FsHiveRegistryImpl::"
+         "FBR_InitialiseEx: Assuming that ["});
     int64_t root = 0;
     EXPECT_EQ(second.FBR_OpenDirEx(0, L"", &root), FSSTATUS_SUCCESS);
     EXPECT_EQ(second.FBR_CloseDirEx(root), FSSTATUS_SUCCESS);
@@ -154,14 +151,14 @@ TEST_F(Hive, AnOpeningThatFailsTellsWhy) {
         const support::ReplacedInterface<RegistryInterface> r(row.registry);
         log_->lines.clear();
         EXPECT_EQ(Initialise(row.path), row.answer) << row.logged;
-        EXPECT_TRUE(log_->Holds(row.logged)) << row.logged << " is not in\n" << log_->All();
+        log_->Expect({row.logged});
         // A file that is no hive leaves an empty key behind under Wine.
         Unmount(kMount);
     }
     ::CloseHandle(held);
     EXPECT_FALSE(fs::exists(file_));
     EXPECT_EQ(store_->FBR_InitialiseEx(nullptr), FSSTATUS_INVALID_PARAMETER);
-    EXPECT_TRUE(log_->Holds("No hive file path given"));
+    log_->Expect({"No hive file path given"});
 }
 
 TEST_F(Hive, AMountThatIsNotListedIsLeftAlone) {
@@ -170,10 +167,9 @@ TEST_F(Hive, AMountThatIsNotListedIsLeftAlone) {
     EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_NOT_FOUND);
     EXPECT_TRUE(IsMounted(kMount));
     EXPECT_TRUE(fs::exists(*folder_ / "user.dat.LOG1"));
-    EXPECT_TRUE(
-        log_->Holds("Failed to obtain hive file name for [\\registry\\user\\ZrFsHiveTest] "
-                    "[2]"))
-        << log_->All();
+    log_->Expect(
+        {"Failed to obtain hive file name for [\\registry\\user\\ZrFsHiveTest] "
+         "[2]"});
 }
 
 TEST_F(Hive, AnImpersonatingThreadIsOneAgainAfterEveryCall) {

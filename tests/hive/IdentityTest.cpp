@@ -60,9 +60,7 @@ TEST_F(Identity, WhatCannotBeReadStaysEmptyAndIsLogged) {
     const CUserIdentity blind(1, ProcessToken(TOKEN_DUPLICATE).Detach());
     EXPECT_EQ(blind.GetUserSid(), L"");
     EXPECT_TRUE(blind.PrimaryGroup().IsEmpty());
-    EXPECT_TRUE(
-        log_.Holds("1 Shared/UserIdentity CUserIdentity::Attach: CAccessToken::GetUser failed [5]"))
-        << log_.All();
+    log_.Expect({"1 Shared/UserIdentity CUserIdentity::Attach: CAccessToken::GetUser failed [5]"});
 
     struct NoTokens : ProcessInterface {
         BOOL OpenProcessToken(HANDLE, DWORD, PHANDLE) override {
@@ -74,9 +72,9 @@ TEST_F(Identity, WhatCannotBeReadStaysEmptyAndIsLogged) {
     const CUserIdentity nobody(1, nullptr);
     EXPECT_EQ(nobody.Token(), nullptr);
     EXPECT_EQ(nobody.GetUserSid(), L"");
-    EXPECT_TRUE(log_.Holds("Getlast Error=[5]")) << log_.All();
+    log_.Expect({"Getlast Error=[5]"});
     EXPECT_NE(ProcessPrivilege::GetProcessPrivileges([](const auto&) { return true; }), 0u);
-    EXPECT_TRUE(log_.Holds("OpenProcessToken [5]")) << log_.All();
+    log_.Expect({"OpenProcessToken [5]"});
 }
 
 // Scopes inside one another, each of which leaves the thread as it found it.
@@ -112,7 +110,7 @@ TEST_F(Identity, ScopesPutTheThreadBackInBothDirections) {
         EXPECT_TRUE(ThreadHasToken());
     }
     EXPECT_FALSE(ThreadHasToken());
-    EXPECT_TRUE(log_.Holds("3 W32Utils/ImpersonationStateSaver")) << log_.All();
+    log_.Expect({"3 W32Utils/ImpersonationStateSaver"});
     const CAccessToken useless = ProcessToken(TOKEN_QUERY);
     const Impersonator failed(useless.Get());
     EXPECT_FALSE(failed.Impersonates());
@@ -141,7 +139,7 @@ TEST_F(Identity, AThreadThatMayStillBeAUserDoesNothingAsTheProcess) {
     EXPECT_FALSE(ran);
     ::RevertToSelf();
     EXPECT_EQ(UnImpersonator().Error(), 0u);
-    EXPECT_TRUE(log_.Holds("Failed to get thread token. Error [5].")) << log_.All();
+    log_.Expect({"Failed to get thread token. Error [5]."});
 }
 
 TEST_F(Identity, PrivilegesGoOnAndBack) {
@@ -203,10 +201,8 @@ TEST_F(Identity, SessionsByProcessAndByToken) {
          {w32utils::SessionId(0xfffffff0, nullptr), w32utils::SessionIdByToken(0xfffffff0, nullptr),
           w32utils::SessionIdFromToken(blind.Get())})
         EXPECT_EQ(none, w32utils::kNoSession);
-    for (const char* line :
-         {"ProcessIdToSessionId failed [87]", "Error, Unable to OpenProcess(), error=[87]",
-          "Unable to OpenThreadToken(), error=[1008]", "GetTokenInformation() failed [5]"})
-        EXPECT_TRUE(log_.Holds(line)) << line << " is not in " << log_.All();
+    log_.Expect({"ProcessIdToSessionId failed [87]", "Error, Unable to OpenProcess(), error=[87]",
+                 "Unable to OpenThreadToken(), error=[1008]", "GetTokenInformation() failed [5]"});
 }
 
 TEST(Handles, TheCountThatTheFixturesTrustSeesASingleHandle) {

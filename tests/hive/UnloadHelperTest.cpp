@@ -70,7 +70,7 @@ TEST_F(UnloadHelper, TheClientsPathComesLowerCasedWithOneBackslash) {
     EXPECT_EQ(GetClientPath(path, false), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(LoggedOnUserClient::GetAgentPath(path), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(path, L"ZrLoggedOnUser");
-    EXPECT_TRUE(log_->Holds("Failed to read agent directory from Registry!"));
+    log_->Expect({"Failed to read agent directory from Registry!"});
     for (const wchar_t* folder : {L"C:\\Some Client", L"C:\\Some Client\\"}) {
         SetClientPath(folder);
         EXPECT_EQ(LoggedOnUserClient::GetAgentPath(path), 0u);
@@ -107,7 +107,7 @@ TEST_F(UnloadHelper, WhatIsInUseStaysWhateverTheHelperSays) {
         if (!row.client.empty()) SetClientPath(row.client);
         const int64_t key = OpenWithKey();
         EXPECT_EQ(store_->FBR_DeInitialiseEx(), row.answer) << row.logged << log_->All();
-        EXPECT_TRUE(log_->Holds(row.logged)) << log_->All();
+        log_->Expect({row.logged});
         EXPECT_TRUE(IsMounted(kMount));
         EXPECT_EQ(LogFileExists(), row.logFile) << row.logged;
         EXPECT_EQ(store_->FBR_CloseDirEx(key), FSSTATUS_SUCCESS);
@@ -124,7 +124,7 @@ TEST_F(UnloadHelper, TheHelperUnloadsWhatIsFreeAMomentLater) {
     });
     EXPECT_EQ(store_->FBR_DeInitialiseEx(), FSSTATUS_SUCCESS) << log_->All();
     user.join();
-    EXPECT_TRUE(log_->Holds("Creating process with command line [\"")) << log_->All();
+    log_->Expect({"Creating process with command line [\""});
     EXPECT_FALSE(IsMounted(kMount));
     EXPECT_FALSE(LogFileExists());
 }
@@ -138,7 +138,7 @@ TEST_F(UnloadHelper, TheHelpersExitCodeCounts) {
 TEST_F(UnloadHelper, AHelperThatTakesTooLongIsLeftToItself) {
     SetClientPath(HelperFolder(L"stand-in"));
     EXPECT_EQ(LoggedOnUserClient::UnloadHive(L"sleep 11000"), DWORD{ERROR_TIMEOUT});
-    EXPECT_TRUE(log_->Holds("WaitForSingleObject=[258]")) << log_->All();
+    log_->Expect({"WaitForSingleObject=[258]"});
 }
 
 TEST_F(UnloadHelper, ATokenThatCannotBeDuplicatedIsTheAnswer) {
@@ -152,7 +152,7 @@ TEST_F(UnloadHelper, ATokenThatCannotBeDuplicatedIsTheAnswer) {
     SetClientPath(HelperFolder(L"stand-in"));
     const support::ReplacedInterface<ProcessInterface> none(std::make_shared<NoTokens>());
     EXPECT_EQ(LoggedOnUserClient::UnloadHive(L"exit 0"), DWORD{ERROR_BAD_IMPERSONATION_LEVEL});
-    EXPECT_TRUE(log_->Holds("Failed to get thread token, Windows error code[1346]"));
+    log_->Expect({"Failed to get thread token, Windows error code[1346]"});
     // A thread with no token has none to start a process with.
     EXPECT_EQ(LoggedOnUserClient::LaunchProcessAsUser(L"x"), DWORD{ERROR_NO_TOKEN});
 }

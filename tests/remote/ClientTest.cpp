@@ -5,6 +5,7 @@
 
 #include "FS_Library_DLL/remote/FsIpcImpl.h"
 #include "platform/Heap.h"
+#include "tests/contract/Script.h"
 #include "tests/remote/ScriptedServer.h"
 
 namespace remote_test {
@@ -32,69 +33,39 @@ TEST(RemoteClient, ReadsTextAsFarAsItsZeroAndReplacesOldNames) {
                                                      Hex("14000000 0700000000000000")}));
 }
 
-// Nothing of the caller's is touched by such a reply.
-TEST(RemoteClient, RefusesRepliesThatLie) {
-    const std::vector<std::string> replies = {
-        // To a query for up to 5 bytes.
-        "09000000 03000000 02000000 02000000 eeff 00000000",          // another request's code
-        "08000000",                                                   // nothing behind the code
-        "08000000 03000000 02000000 02000000 ee",                     // data cut
-        "08000000 03000000 02000000 ffffffff eeff 00000000",          // a count past the reply
-        "08000000 03000000 06000000 06000000 010203040506 00000000",  // more than the buffer
-        "08000000 03000000 02000000 02000000 eeff 0000",              // status cut
-        // To an enumeration of keys.
-        "16000000 01000000 04000000 61006200 05000000",  // no zero
-        "16000000 01000000 03000000 610000 05000000",    // a zero cut in half
-        "16000000 01000000 00000000 05000000",           // no room for a zero
-        "16000000 01000000 ff000000 61000000 05000000",  // a count past the reply
-        "16000000 ffffffff 04000000 61000000 05000000",  // more strings than there are
-    };
-    std::vector<Bytes> packets;
-    packets.reserve(replies.size());
-    for (const std::string& reply : replies) packets.push_back(Packet(Hex(reply)));
-    const WString pipe = UniquePipe("lies");
-    ScriptedServer server(pipe, packets);
-    FsIpcImpl store(kMethod, pipe);
-    for (const std::string& reply : replies) {
-        SCOPED_TRACE(reply);
-        Bytes buffer(5, 0x55);
-        uint64_t size = 77;
-        uint32_t type = 77;
-        std::vector<WString> names = {WTEXT("old")};
-        EXPECT_EQ(reply.starts_with("16")
-                      ? store.FBR_EnumerateAllKeys(7, names)
-                      : store.FBR_QueryValue(1, WTEXT("n"), buffer.data(), 5, &size, &type),
-                  FSSTATUS_FAILED);
-        EXPECT_EQ(buffer, Bytes(5, 0x55));
-        EXPECT_EQ(size, 77u);
-        EXPECT_EQ(type, 77u);
-        EXPECT_EQ(names.size(), 1u);
-    }
+// The rows of replies.txt. Nothing of the caller's is touched by a reply that lies.
+TEST(RemoteClient, MakesOfRepliesWhatIsWritten) {
+    for (const contract::Section& section :
+         contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/remote/replies.txt"))
+        for (const auto& [number, line] : section.lines) {
+            SCOPED_TRACE("line " + std::to_string(number) + ": " + line);
+            const size_t arrow = line.find(" -> "), verb = line.find(' ');
+            const bool bare = line.substr(verb + 1).starts_with("payload");
+            const size_t hex = bare ? verb + 8 : verb;
+            const Bytes bytes = Hex(line.substr(hex, arrow - hex));
+            const WString pipe = UniquePipe("replies");
+            const ScriptedServer server(pipe, {bare ? Packet(bytes) : bytes});
+            FsIpcImpl store(kMethod, pipe);
+            Bytes buffer(5, 0x55);
+            uint64_t size = 77;
+            uint32_t type = 77;
+            std::vector<WString> names = {WTEXT("old")};
+            const FBR_STATUS status =
+                line[0] == 'k' ? store.FBR_EnumerateAllKeys(7, names)
+                : line[0] == 'v'
+                    ? store.FBR_QueryValue(1, WTEXT("n"), buffer.data(), 5, &size, &type)
+                    : store.FBR_CheckFile();
+            EXPECT_EQ(FsStatusName(status), "FSSTATUS_" + line.substr(arrow + 4));
+            EXPECT_EQ(buffer, Bytes(5, 0x55));
+            EXPECT_EQ(size, 77u);
+            EXPECT_EQ(type, 77u);
+            EXPECT_EQ(names.size(), 1u);
+        }
 }
 
 FBR_STATUS CheckOnce(const WString& pipe) {
     FsIpcImpl store(FS_VR_METHOD_NATIVE, pipe);
     return store.FBR_CheckFile();
-}
-
-TEST(RemoteTransport, TakesAnyMagicAndRefusesPacketsWithoutPayloadOrTooLarge) {
-    const struct {
-        const char* packet;
-        FBR_STATUS status;
-    } kCases[] = {
-        {"07000000 10000000 03000000 00000000", FSSTATUS_SUCCESS},  // the magic is not looked at
-        {"2a000000 08000000", FSSTATUS_FAILED},                     // well-formed and empty
-        {"2a000000 03000000", FSSTATUS_FAILED},                     // smaller than its header
-        {"2a000000 ffffffff 03000000", FSSTATUS_FAILED},            // past the limit
-        {"2a0000", FSSTATUS_FAILED},                                // a header cut
-        {"2a000000 14000000 03000000", FSSTATUS_FAILED},            // a payload cut
-    };
-    for (const auto& test : kCases) {
-        SCOPED_TRACE(test.packet);
-        const WString pipe = UniquePipe("packet");
-        ScriptedServer server(pipe, {Hex(test.packet)});
-        EXPECT_EQ(CheckOnce(pipe), test.status);
-    }
 }
 
 TEST(RemoteTransport, GoesOnWithAServerStartedAnew) {

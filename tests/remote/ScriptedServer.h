@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/contract/ScriptText.h"
 #include "tests/remote/RunningServer.h"
 
 namespace remote_test {
@@ -16,17 +17,9 @@ namespace remote_test {
 using Bytes = std::vector<uint8_t>;
 
 // Bytes from hexadecimal text; blanks are passed over.
-inline Bytes Hex(const std::string& text) {
-    Bytes bytes;
-    std::string digits;
-    for (const char c : text) {
-        if (c == ' ') continue;
-        digits.push_back(c);
-        if (digits.size() < 2) continue;
-        bytes.push_back(static_cast<uint8_t>(std::stoul(digits, nullptr, 16)));
-        digits.clear();
-    }
-    return bytes;
+inline Bytes Hex(std::string text) {
+    std::erase(text, ' ');
+    return contract::DataOf(text);
 }
 
 class ScriptedServer {

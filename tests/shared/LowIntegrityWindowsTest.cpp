@@ -63,20 +63,13 @@ TEST_F(LabelTest, IsOneLowMandatoryAceInASacl) {
 
 TEST_F(LabelTest, IsMissingWhenAFunctionIs) {
     const LabelFunctions whole = functions_;
-    const auto without = [&](auto LabelFunctions::*function) {
-        functions_ = whole;
-        functions_.*function = nullptr;
+    FARPROC entries[sizeof functions_ / sizeof(FARPROC)];
+    for (FARPROC& entry : entries) {
+        std::memcpy(entries, &whole, sizeof entries);
+        entry = nullptr;
+        std::memcpy(&functions_, entries, sizeof entries);
         EXPECT_EQ(LowIntegrityLabel().Attributes(), nullptr);
-    };
-    without(&LabelFunctions::initializeSid);
-    without(&LabelFunctions::subAuthoritySid);
-    without(&LabelFunctions::validSid);
-    without(&LabelFunctions::lengthSid);
-    without(&LabelFunctions::createAcl);
-    without(&LabelFunctions::addAce);
-    without(&LabelFunctions::createSecurityDescriptor);
-    without(&LabelFunctions::setSaclSecurityDescriptor);
-    without(&LabelFunctions::validSecurityDescriptor);
+    }
     EXPECT_TRUE(log_.Has("[EXIT] InitialiseSID.  Return: [FALSE]"));
     EXPECT_TRUE(log_.Has("RtlInitializeSid failed. Status: [C0000139]"));
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // info, map, dump and salvage on containers of every shape, sound and damaged.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <regex>
 #include <sstream>
@@ -20,13 +21,14 @@ using support::Bytes;
 using support::TempDir;
 
 std::string Json(const fbr::Image& image) {
-    static const std::string text = R"("([^"\\]|\\.)*")", member = text + ":([0-9]+|" + text + ")",
-                             object = "\\{" + member + "(," + member + ")*\\}";
-    static const std::regex whole("\\{\"v\":1,(" + text + ":" + object + ",)+\"problems\":\\[(" +
-                                  text + ",?)*\\],\"status\":0\\}\n");
     std::ostringstream out;
     fbr::WriteInfo(image, true, out);
-    EXPECT_TRUE(std::regex_match(out.str(), whole)) << out.str();
+    // Halves of pairs may be lone, which is no JSON to the library.
+    static const std::regex half("\\\\ud[89a-f]..");
+    const auto json =
+        nlohmann::json::parse(std::regex_replace(out.str(), half, "?"), nullptr, false);
+    EXPECT_TRUE(json.is_object() && json["status"] == 0 && json["problems"].is_array())
+        << out.str();
     return out.str();
 }
 
@@ -75,14 +77,6 @@ std::string LookAtAll(const std::string& path, uint32_t pageSize) {
     }
 }
 
-Form FormOf(uint32_t pageSize, bool foreign, uint32_t freePages) {
-    Form form;
-    form.pageSize = pageSize;
-    form.foreign = foreign;
-    form.freePages = freePages;
-    return form;
-}
-
 class InspectTest : public testing::Test {
   protected:
     std::string Put(const Bytes& bytes) const {
@@ -98,7 +92,7 @@ constexpr char kContents[] = "\"contents\":{\"keys\":7,\"values\":38,\"links\":3
 
 TEST_F(InspectTest, TellsTheSameWhateverTheByteOrderAndThePlace) {
     for (const uint32_t pageSize : {256u, 512u, 4096u}) {
-        Form form = FormOf(pageSize, false, 5);
+        Form form{.pageSize = pageSize, .freePages = 5};
         const Item root = RichTree(pageSize);
         const Builder builder(form, root);
         const Bytes plain = builder.Finish();
@@ -139,7 +133,7 @@ TEST_F(InspectTest, TellsTheSameWhateverTheByteOrderAndThePlace) {
 TEST_F(InspectTest, LooksAtDamageOfAllKinds) {
     for (const uint32_t pageSize : {256u, 512u}) {
         for (const bool foreign : {false, true}) {
-            const Form form = FormOf(pageSize, foreign, 0);
+            const Form form{.pageSize = pageSize, .foreign = foreign};
             const Bytes sound = Builder(form, RichTree(pageSize)).Finish();
             for (uint32_t seed = 0; seed < 6; ++seed) {
                 SCOPED_TRACE(testing::Message() << pageSize << ' ' << foreign << ' ' << seed);
@@ -159,7 +153,7 @@ TEST_F(InspectTest, LooksAtDamageOfAllKinds) {
 }
 
 TEST_F(InspectTest, DrawsEachPageOnce) {
-    Builder builder(FormOf(512, false, 600), RichTree(512));
+    Builder builder({.freePages = 600}, RichTree(512));
     builder.SetSlot(300, 1234);
     const fbr::Image image(Put(builder.Finish()), 0);
     const fbr::Picture fine = fbr::MakePicture(image, 64, 64);

@@ -2,6 +2,8 @@
 // Collects what is logged while it lives, to be searched as text.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include "tests/shared/LogCapture.h"
 
 namespace support {
@@ -19,6 +21,10 @@ class LogCapture : public ::LogCapture {
                    line.message + "\n";
         }
         return all;
+    }
+    // Each of these must be in it.
+    void Expect(std::initializer_list<const char*> texts) const {
+        for (const char* text : texts) EXPECT_TRUE(Holds(text)) << text << " is not in\n" << All();
     }
     bool Holds(const std::string& text) const { return All().find(text) != std::string::npos; }
 };
