@@ -6,6 +6,13 @@
 
 namespace remote_test {
 
+// "a.fbr" with method 4, a key "k" in it, one that goes with the store, and the answers.
+inline const Bytes kOpen = Hex("00000000 0c000000 61002e006600620072000000 04000000"),
+                   kOpened = Hex("01000000 00000000"),
+                   kMake = Hex("08000000 0000000000000000 00000000 04000000 6b000000"),
+                   kMakeVolatile = Hex("08000000 0000000000000000 01000000 04000000 6b000000"),
+                   kMade = Hex("09000000 0100000000000000 00000000");
+
 class RawClient {
   public:
     explicit RawClient(const platform::WString& pipe) : pipe_(Open(pipe)) {

@@ -114,9 +114,8 @@ TEST_F(RootTest, NoLinkSwappedInLeadsOut) {
         swap();
 
         server::Session session(&rules);
-        ASSERT_EQ(session.Answer(OpenRequest(name, method)), Hex("01000000 00000000"));
-        EXPECT_EQ(session.Answer(Hex("08000000 0000000000000000 00000000 04000000 6b000000")),
-                  Hex("09000000 0100000000000000 00000000"));
+        ASSERT_EQ(session.Answer(OpenRequest(name, method)), kOpened);
+        EXPECT_EQ(session.Answer(kMake), kMade);
         swap();
         const auto closed = session.Answer(Hex("01000000"));
         // The container has its file open; the other would have to be found by its path.
@@ -134,20 +133,18 @@ TEST_F(RootTest, AHeldLockDoesNotHoldUpTheEnd) {
     options.root = root_;
     auto server = std::make_unique<RunningServer>(std::move(options));
     support::Store store(Wide(root_ / "a.fbr"));
-    const Bytes open = OpenRequest(WTEXT("a.fbr"), 4);
-    const Bytes change = Hex("08000000 0000000000000000 00000000 04000000 6b000000");
     RawClient asking(server->Pipe()), idle(server->Pipe());
-    ASSERT_EQ(asking.Ask(open), Packet(Hex("01000000 00000000")));
-    ASSERT_EQ(idle.Ask(open), Packet(Hex("01000000 00000000")));
+    ASSERT_EQ(asking.Ask(kOpen), Packet(kOpened));
+    ASSERT_EQ(idle.Ask(kOpen), Packet(kOpened));
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-    asking.Send(Packet(change));
+    asking.Send(Packet(kMake));
     // Longer than one turn: a lock that comes free later is still waited for.
     platform::SleepMilliseconds(700);
     ASSERT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
-    EXPECT_EQ(asking.Receive(), Packet(Hex("09000000 0100000000000000 00000000")));
+    EXPECT_EQ(asking.Receive(), Packet(kMade));
 
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-    asking.Send(Packet(change));
+    asking.Send(Packet(kMake));
     platform::SleepMilliseconds(100);
     const auto start = std::chrono::steady_clock::now();
     server.reset();

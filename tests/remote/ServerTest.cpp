@@ -15,10 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 using platform::WString;
 
-// "a.fbr" with method 4, and the answer to it.
-const char* const kOpen = "00000000 0c000000 61002e006600620072000000 04000000";
-const char* const kOpened = "01000000 00000000";
-
 class ServerTest : public testing::Test {
   protected:
     server::ServerOptions Options(uint32_t stall = 30000) const {
@@ -58,7 +54,7 @@ TEST_F(ServerTest, SessionsGoAsTheyAreWritten) {
 
 TEST_F(ServerTest, GoesOnWhenClientsStallOrVanish) {
     const RunningServer server(Options(200));
-    const Bytes whole = Packet(Hex(kOpen));
+    const Bytes whole = Packet(kOpen);
     RawClient other(server.Pipe());
     for (const size_t sent : {1, 7, 8, 20}) {
         const Bytes piece(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(sent));
@@ -70,7 +66,7 @@ TEST_F(ServerTest, GoesOnWhenClientsStallOrVanish) {
     { const RawClient silent(server.Pipe()); }
     for (int i = 0; i < 20; ++i) RawClient(server.Pipe()).Send(whole);  // gone before the answer
     // A pause between packets is no stall.
-    EXPECT_EQ(other.Ask(Hex(kOpen)), Packet(Hex(kOpened)));
+    EXPECT_EQ(other.Ask(kOpen), Packet(kOpened));
     platform::SleepMilliseconds(400);
     EXPECT_EQ(other.Ask(Hex("02000000")), Packet(Hex("03000000 01000000")));
 }
@@ -80,7 +76,7 @@ class Nobody final : public platform::PipeConnection {
   public:
     explicit Nobody(bool clings) : clings_(clings) {
         if (!clings) return;
-        const Bytes more = Packet(Hex("08000000 0000000000000000 00000000 04000000 6b000000"));
+        const Bytes more = Packet(kMake);
         sent_.insert(sent_.end(), more.begin(), more.end());
     }
     platform::Error Read(void* buffer, uint32_t bytes, uint32_t) override {
@@ -102,7 +98,7 @@ class Nobody final : public platform::PipeConnection {
 
   private:
     const bool clings_;
-    Bytes sent_ = Packet(Hex(kOpen));
+    Bytes sent_ = Packet(kOpen);
     size_t at_ = 0;
 };
 
@@ -129,7 +125,7 @@ TEST_F(ServerTest, SendsWhatFitsAPacketAndSaysSoOfWhatDoesNot) {
 
     server::SessionRules rules(server::PathGuard(dir_.Path()));
     server::Session session(&rules);
-    ASSERT_EQ(session.Answer(Hex(kOpen)), Hex(kOpened));
+    ASSERT_EQ(session.Answer(kOpen), kOpened);
     ASSERT_TRUE(session.Answer(Hex("09000000 0000000000000000 04000000 6b000000")));
     const auto query = [&](uint32_t room) {
         return session.Answer(ipc::WireWriter(7).U64(1).String(WTEXT("v")).U32(room).Payload());
@@ -147,10 +143,9 @@ TEST_F(ServerTest, SendsWhatFitsAPacketAndSaysSoOfWhatDoesNot) {
 TEST_F(ServerTest, LeavesTheStoreToOthersWhenItStops) {
     auto server = std::make_unique<RunningServer>(Options());
     RawClient client(server->Pipe());
-    EXPECT_EQ(client.Ask(Hex(kOpen)), Packet(Hex(kOpened)));
+    EXPECT_EQ(client.Ask(kOpen), Packet(kOpened));
     // A volatile key, which goes when the store is closed as it should be.
-    EXPECT_EQ(client.Ask(Hex("08000000 0000000000000000 01000000 04000000 6b000000")),
-              Packet(Hex("09000000 0100000000000000 00000000")));
+    EXPECT_EQ(client.Ask(kMakeVolatile), Packet(kMade));
     server.reset();
     EXPECT_EQ(client.Receive(), Bytes());
     EXPECT_EQ(support::Store(dir_.File("a.fbr")).TryOpen("k"), FSSTATUS_NOT_FOUND);

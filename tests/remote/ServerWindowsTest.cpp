@@ -34,12 +34,10 @@ TEST(RemoteIdentity, EveryRequestAndTheClosingRunAsTheClient) {
         options.root = dir.Path();
         const RunningServer server(std::move(options));
         RawClient client(server.Pipe());
-        EXPECT_EQ(client.Ask(Hex("00000000 0c000000 61002e006600620072000000 04000000")),
-                  Packet(Hex("01000000 00000000")));
+        EXPECT_EQ(client.Ask(kOpen), Packet(kOpened));
         EXPECT_GT(g_asClient, 0);
         g_asClient = 0;
-        EXPECT_EQ(client.Ask(Hex("08000000 0000000000000000 01000000 04000000 6b000000")),
-                  Packet(Hex("09000000 0100000000000000 00000000")));
+        EXPECT_EQ(client.Ask(kMakeVolatile), Packet(kMade));
         EXPECT_GT(g_asClient, 0);
         g_asClient = 0;
     }
@@ -84,8 +82,7 @@ TEST(RemoteHandles, DoNotGrowWithTheConnections) {
     const RunningServer server(std::move(options));
     const auto connect = [&] {
         RawClient client(server.Pipe());
-        EXPECT_EQ(client.Ask(Hex("00000000 0c000000 61002e006600620072000000 04000000")),
-                  Packet(Hex("01000000 00000000")));
+        EXPECT_EQ(client.Ask(kOpen), Packet(kOpened));
     };
     for (int i = 0; i < 10; ++i) connect();
     const size_t before = support::ProcessState::Handles();

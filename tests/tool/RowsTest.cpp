@@ -5,6 +5,7 @@
 // formats/values.txt are told there.
 #include <sstream>
 
+#include "tests/contract/ScriptText.h"
 #include "tests/tool/Formats.h"
 #include "tools/format/JsonLines.h"
 #include "tools/format/RegReader.h"
@@ -38,13 +39,6 @@ WString Wide(const std::string& utf8) {
     WString text;
     EXPECT_TRUE(fbr::FromStrictUtf8(utf8, text));
     return text;
-}
-
-Bytes BytesOf(const std::string& hex) {
-    Bytes bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    return bytes;
 }
 
 // The last record as the writer has it, between the file's first line and its end.
@@ -105,8 +99,8 @@ std::string Answer(const std::string& left) {
     const auto type = static_cast<uint32_t>(std::stoul(word));
     const std::string rest = second == left.npos ? "" : left.substr(second + 1);
     if (verb == "name") return fbr::TypeName(type);
-    if (verb == "show") return fbr::DataOnOneLine(type, BytesOf(rest), 4);
-    if (verb == "full") return fbr::DataInFull(type, BytesOf(rest));
+    if (verb == "show") return fbr::DataOnOneLine(type, contract::DataOf(rest), 4);
+    if (verb == "full") return fbr::DataInFull(type, contract::DataOf(rest));
     std::vector<std::string> words;
     for (const char c : rest) {
         if (c == '|')
