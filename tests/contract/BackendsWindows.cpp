@@ -32,7 +32,8 @@ class TakenFunctions {
         for (const std::string& word : words)
             if (word[0] != 'Z' && word[0] != 'R')
                 answers_.push_back(static_cast<NTSTATUS>(std::stoul(word, nullptr, 16)));
-        const auto other = answers_.empty() ? nullptr : reinterpret_cast<FARPROC>(Answer);
+        const auto other =
+            reinterpret_cast<FARPROC>(answers_.empty() ? nullptr : reinterpret_cast<void*>(Answer));
         for (size_t i = 0; i + answers_.size() < words.size(); ++i) {
             const FARPROC own =
                 ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), words[i].c_str());
@@ -108,6 +109,7 @@ class HivePlace : public Place {
     WString Path() const override { return File().wstring() + L"!" + mount_; }
     FBR_METHOD Method() const override { return FS_VR_METHOD_HIVE; }
     std::filesystem::path File() const override { return folder_ / "user.dat"; }
+    void Take(const std::vector<std::string>& words) override { functions_.Take(words); }
 
     // Wine keeps no list of mounted hives, and writes none of their changes back: both are done
     // here, and do no harm where the system does them too.
@@ -124,6 +126,7 @@ class HivePlace : public Place {
   private:
     support::TempDir folder_;
     std::wstring mount_ = UniqueName();
+    TakenFunctions functions_;
 };
 
 }  // namespace

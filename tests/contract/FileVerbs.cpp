@@ -40,7 +40,10 @@ FBR_STATUS Player::Poke() {
 
 void Player::Take() {
     std::vector<std::string> words;
-    for (const WString& word : words_) words.push_back(platform::ToUtf8(word));
+    for (const WString& word : words_) {
+        std::istringstream in(platform::ToUtf8(word));
+        for (std::string part; in >> part;) words.push_back(part);
+    }
     place_->Take(words);
 }
 

@@ -50,27 +50,6 @@ TEST_F(Hive, WhatCannotBeRemovedIsLoggedAndDoesNotStopTheRest) {
     EXPECT_TRUE(fs::exists(file_ + L"1"));
 }
 
-TEST_F(Hive, NamesInTheFolderThatNeedMoreRoomThanTheFirstBufferAreFoundToo) {
-    Touch(*folder_ / "user.dat.LOG1");
-    static decltype(NtDllFunctions::ZwQueryDirectoryFile) real =
-        GetNtDllFunctions()->ZwQueryDirectoryFile;
-    static int calls = 0;
-    calls = 0;
-    const support::ReplacedEntry narrow(
-        &NtDllFunctions::ZwQueryDirectoryFile,
-        +[](HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
-            PIO_STATUS_BLOCK outcome, PVOID answer, ULONG bytes, ULONG kind, BOOLEAN single,
-            PUNICODE_STRING mask, BOOLEAN restart) -> NTSTATUS {
-            if (++calls == 1) return static_cast<NTSTATUS>(0x80000005);
-            if (calls == 2) return outcome->Information = 0, 0;
-            EXPECT_EQ(bytes, 3072u);
-            return real(file, event, routine, context, outcome, answer, bytes, kind, single, mask,
-                        restart);
-        });
-    FsHiveRegistryImpl::CleanupOSGeneratedHiveFiles(L"\\??\\" + file_);
-    EXPECT_FALSE(fs::exists(*folder_ / "user.dat.LOG1"));
-}
-
 TEST_F(Hive, AMountThatIsThereIsUsedWhateverFileIsNamed) {
     OpenListed();
     FsHiveRegistryImpl second(kMount);
