@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """usage: page-test.py FBR CHROMIUM [FOLDER]
 
-Opens the pages of `fbr view` and `fbr diff --format html` in a browser without a window, works on
+Opens the pages of `fbr view` and `fbr diff --html` in a browser without a window, works on
 them by keyboard and mouse, and looks at what they show. Leaves pictures of them in FOLDER.
 """
 import json
@@ -123,16 +123,22 @@ check("pages", browse(page, '''$("pages").click(); return [$("map").hidden, !!$(
 check("dark and light", browse(page, '''const was = document.documentElement.className; $("ground").click();
     return was !== document.documentElement.className''', "dark.png"), True)
 
-make("second.fbr", FIRST.split("[Many]")[0].replace("0000002a", "0000002b") + '[Software\\New]\n[Many]\n')
-subprocess.run([fbr, "import", folder / "third.fbr", folder / "in.reg"], check=True)
+small = FIRST.split("[Many]")[0]
+make("fourth.fbr", small + f"[Gone\\{MARKUP.split('/')[0]}]\n[Many]\n")
+make("second.fbr", small.replace("0000002a", "0000002b").replace('@="the', '@="a').replace('"List"', '"list 2"') +
+     '[Software\\New]\n"x"=dword:1\n' + FIRST[FIRST.index("[Many]"):])
 page = folder / "differences.html"
-small = FIRST.split("[Many]")[0] + "[Gone]\n[Many]\n"
-make("fourth.fbr", small)
 status = subprocess.run([fbr, "diff", folder / "fourth.fbr", "--to", folder / "second.fbr", "--format", "html",
                          "-o", page], check=False).returncode
 check("status of a diff", status, 3)
-check("differences", browse(page, '''const all = shown("tree"); click("tree", "Count");
-    return [all, [...$("detail").querySelectorAll("pre")].map(pre => pre.textContent.slice(0, 15))]''', "diff.png"),
-      [["- \\Gone\\", "~ \\Software\\Hello  Count", "+ \\Software\\New\\"],
-       ["42 (0x0000002a)", "000000  2a 00 0", "43 (0x0000002b)", "000000  2b 00 0"]])
+check("both trees, unfolded to what differs", browse(page, 'return shown("tree").slice(1)'),
+      ["\u25b8\u2212Gone", "~Many", "\u25be~Software", "\u25b8~Hello", "+New"])
+hello = 'click("tree", "Hello"); click("tree", "Hello", "dblclick");'
+check("values side by side", browse(page, hello + '''const all = shown("values"); click("values", "Count");
+    return [all.filter(row => "\u2212+~".includes(row[0])), [...$("detail").querySelectorAll("pre")].map(pre => pre.textContent.slice(0, 15))]''', "diff.png"),
+      [["~(Default)REG_SZ the defaultREG_SZ a default", "~CountREG_DWORD 42 (0x0000002a)REG_DWORD 43 (0x0000002b)",
+       '\u2212ListREG_MULTI_SZ "a" "bc"', '+list 2REG_MULTI_SZ "a" "bc"'], ["42 (0x0000002a)", "000000  2a 00 0", "43 (0x0000002b)", "000000  2b 00 0"]])
+check("only what differs", browse(page, 'press("tree", "d");' + hello + 'return [shown("tree").length, shown("values").length]'), [6, 4])
+check("found in either", browse(page, 'await search("text of 99999"); return shown("tree")'), ["+\\Many  value 099999"])
+check("pages of both", browse(page, '$("pages").click(); return $("map").querySelectorAll("svg").length', "maps.png"), 2)
 print("all pages are as they should be")

@@ -13,7 +13,6 @@
 #include "tools/commands/TreeProgress.h"
 #include "tools/console/Console.h"
 #include "tools/console/Progress.h"
-#include "tools/page/Page.h"
 #include "tools/store/TreeCopy.h"
 #include "tools/store/TreeReader.h"
 
@@ -63,6 +62,12 @@ class Watcher : public DifferenceSink {
                       const fbr::Value* there) override {
         Report().ValueDiffers(path, name, here, there);
     }
+    void KeyInBoth(WStringView path, const Key& here, const Key& there) override {
+        report_.KeyInBoth(path, here, there);
+    }
+    void ValueIsSame(const WString& name, const fbr::Value& value) override {
+        report_.ValueIsSame(name, value);
+    }
 
   private:
     DifferenceSink& Report() {
@@ -91,7 +96,7 @@ uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there, const
         return compare(json);
     }
     if (args.format == "html") {
-        DifferencePage page(out, here.store.Name(), there.store.Name());
+        DifferencePage page(out, here, there, onLoss);
         const uint64_t differences = compare(page);
         page.Finish();
         return differences;
@@ -161,7 +166,7 @@ void AddCompareCommands(Cli& cli) {
         .Example("fbr diff one.fbr Software --to two.fbr Software --format reg -o change.reg")
         .Choice("--format", args->format, {"lines", "reg", "html"},
                 "lines (the default); reg: a file to import into STORE, which makes it the same; "
-                "html: a page for a browser")
+                "html: a page of both stores for a browser")
         .Flag("--html", args->html, "the same as --format html")
         .Text("--prefix KEY", args->prefix, Need::kOptional,
               "reg: a key to put in front of every key")

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "tools/commands/Inspect.h"
 #include "tools/commands/Shown.h"
 #include "tools/format/Text.h"
 #include "tools/store/TreeReader.h"
@@ -103,6 +104,60 @@ void DifferenceReg::ValueDiffers(WStringView path, const WString& name, const fb
         writer_.DeleteValue(name);
     else
         writer_.Value(name, there->type, there->data);
+}
+
+DifferencePage::DifferencePage(std::ostream& out, const Place& here, const Place& there,
+                               OnLoss onLoss)
+    : here_(here),
+      there_(there),
+      onLoss_(std::move(onLoss)),
+      page_(out, {{here.store.Name(), here.key, MapOf(here.store.FullName())},
+                  {there.store.Name(), there.key, MapOf(there.store.FullName())}}) {}
+
+// A key that one side has, with all below it.
+void DifferencePage::AddAll(const Place& side, WStringView path) {
+    onlyThere_ = &side == &there_;
+    const WString root = JoinKeys(side.key, path);
+    WalkKeys(
+        side.store, root, onLoss_,
+        [&](const fbr::Key& key) {
+            const WStringView below = PathBelow(key.Path(), side.key);
+            page_.Key(DepthOf(below), NameOf(below));
+            if (onlyThere_) page_.Missing();
+            page_.Time(ShowTime(key.Time()));
+            if (!onlyThere_) page_.Missing();
+            ReadValues(key, *this, onLoss_, Order::kByName);
+        },
+        Order::kByName);
+}
+
+void DifferencePage::Value(WStringView name, uint32_t type, const Bytes& data) {
+    page_.Value(name);
+    if (onlyThere_) page_.Missing();
+    page_.Data(type, data);
+    if (!onlyThere_) page_.Missing();
+}
+
+void DifferencePage::KeyInBoth(WStringView path, const fbr::Key& here, const fbr::Key& there) {
+    page_.Key(DepthOf(path), NameOf(path));
+    page_.Time(ShowTime(here.Time()));
+    page_.Time(ShowTime(there.Time()));
+}
+
+void DifferencePage::ValueDiffers(WStringView, const WString& name, const fbr::Value* here,
+                                  const fbr::Value* there) {
+    page_.Value(name);
+    for (const fbr::Value* value : {here, there}) {
+        if (value == nullptr)
+            page_.Missing();
+        else
+            page_.Data(value->type, value->data);
+    }
+}
+
+void DifferencePage::ValueIsSame(const WString& name, const fbr::Value& value) {
+    page_.Value(name);
+    page_.Data(value.type, value.data);
 }
 
 }  // namespace fbr

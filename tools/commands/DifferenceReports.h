@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a comparison found: as lines for people, and as a .reg file for programs.
+// What a comparison found: as lines and as a page for people, as objects and as a .reg file for
+// programs.
 #pragma once
 
 #include <functional>
@@ -8,6 +9,7 @@
 
 #include "tools/format/Json.h"
 #include "tools/format/RegWriter.h"
+#include "tools/page/Page.h"
 #include "tools/store/TreeCompare.h"
 
 namespace fbr {
@@ -80,6 +82,34 @@ class DifferenceReg : public DifferenceSink, private RecordSink {
     const Place& there_;
     const OnLoss onLoss_;
     std::optional<platform::WString> current_;  // the key whose values are being written
+};
+
+// Both stores whole, side by side.
+class DifferencePage : public DifferenceSink, private RecordSink {
+  public:
+    // `out`, open in binary mode, and both places outlive the object. `onLoss` as for
+    // DifferenceReg, of keys that one side alone has.
+    DifferencePage(std::ostream& out, const Place& here, const Place& there, OnLoss onLoss);
+
+    void KeyOnlyHere(platform::WStringView path) override { AddAll(here_, path); }
+    void KeyOnlyThere(platform::WStringView path) override { AddAll(there_, path); }
+    void ValueDiffers(platform::WStringView path, const platform::WString& name,
+                      const fbr::Value* here, const fbr::Value* there) override;
+    void KeyInBoth(platform::WStringView path, const fbr::Key& here,
+                   const fbr::Key& there) override;
+    void ValueIsSame(const platform::WString& name, const fbr::Value& value) override;
+    // Call it once, after the last difference.
+    void Finish() { page_.Finish(); }
+
+  private:
+    void AddAll(const Place& side, platform::WStringView path);
+    void Key(platform::WStringView) override {}
+    void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
+
+    const Place &here_, &there_;
+    const OnLoss onLoss_;
+    Page page_;
+    bool onlyThere_ = false;  // the values of the walk
 };
 
 }  // namespace fbr

@@ -6,6 +6,7 @@
 #include <bit>
 #include <iostream>
 #include <memory>
+#include <sstream>
 
 #include "tools/commands/Files.h"
 #include "tools/console/Console.h"
@@ -53,6 +54,15 @@ void Dump(const Image& image, uint64_t page) {
 }
 
 }  // namespace
+
+std::string MapOf(const StoreName& store) {
+    const auto file = FileOf(store);
+    if (store.method != FS_VR_METHOD_TARN || store.isText || !file) return "";
+    const std::u8string name = file->u8string();
+    std::ostringstream svg;
+    DrawSvg(Image({name.begin(), name.end()}, 0, StopIfInterrupted), svg);
+    return svg.str();
+}
 
 Image ImageOf(const Cli& cli, const std::string& store, uint64_t pageSize) {
     const bool possible = pageSize >= kSmallestPage && pageSize <= kLargestPage;

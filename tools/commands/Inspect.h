@@ -13,4 +13,7 @@ inline constexpr const char* kPageSizeHelp =
 // `pageSize` is what was given for --page-size, 0 for nothing.
 Image ImageOf(const Cli& cli, const std::string& store, uint64_t pageSize);
 
+// The picture of an open container's pages, for a page. Other stores have none.
+std::string MapOf(const StoreName& store);
+
 }  // namespace fbr

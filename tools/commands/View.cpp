@@ -3,18 +3,16 @@
 #include <fmt/format.h>
 
 #include <memory>
-#include <sstream>
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/Files.h"
+#include "tools/commands/Inspect.h"
 #include "tools/commands/Shown.h"
 #include "tools/commands/TreeProgress.h"
 #include "tools/console/Console.h"
-#include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
-#include "tools/format/Text.h"
-#include "tools/inspect/Picture.h"
 #include "tools/page/Page.h"
+#include "tools/store/Place.h"
 #include "tools/store/TreeReader.h"
 
 namespace fbr {
@@ -24,14 +22,19 @@ struct Arguments {
     std::string store, key, file;
 };
 
-// The picture of a container's pages. Other stores have none.
-std::string MapOf(const Cli& cli, const Arguments& args) {
-    const StoreName name = cli.StoreAt(args.store);
-    if (name.method != FS_VR_METHOD_TARN || name.isText || !FileOf(name)) return "";
-    std::ostringstream svg;
-    DrawSvg(Image(cli.ContainerAt(args.store), 0, StopIfInterrupted), svg);
-    return svg.str();
-}
+// The values of the key that was written last.
+class ValuesOfPage : public RecordSink {
+  public:
+    explicit ValuesOfPage(Page& page) : page_(page) {}
+    void Key(platform::WStringView) override {}
+    void Value(platform::WStringView name, uint32_t type, const Bytes& data) override {
+        page_.Value(name);
+        page_.Data(type, data);
+    }
+
+  private:
+    Page& page_;
+};
 
 void View(Cli& cli, const Arguments& args) {
     const Store store(cli.StoreAt(args.store), Store::IfMissing::kFail);
@@ -39,11 +42,13 @@ void View(Cli& cli, const Arguments& args) {
     const platform::WString root = KeyArgument(args.key);
     TreeProgress progress(cli, "Writing keys:", ErrorIsTerminal() ? CountKeys(store, root) : 0);
     OutputFile file(args.file, {args.store});
-    StorePage page(file.Stream(), args.store, MapOf(cli, args));
+    Page page(file.Stream(), {{args.store, root, MapOf(store.FullName())}});
+    ValuesOfPage values(page);
     WalkKeys(store, root, progress.OnLoss(), [&](const Key& key) {
+        const platform::WStringView below = PathBelow(key.Path(), root);
+        page.Key(DepthOf(below), NameOf(below));
         page.Time(ShowTime(key.Time()));
-        page.Key(key.Path());
-        ReadValues(key, page, progress.OnLoss(), Order::kStores);
+        ReadValues(key, values, progress.OnLoss(), Order::kStores);
         progress.Step();
     });
     page.Finish();

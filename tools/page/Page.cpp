@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "tools/format/JsonLines.h"
@@ -42,106 +43,61 @@ void AppendString(std::string& line, const std::string& utf8) {
     AppendString(line, text);
 }
 
-void AppendData(std::string& line, uint32_t type, const Bytes& data) {
-    line += fmt::format("{},\"", type);
-    AppendHex(line, data.data(), std::min(data.size(), kShownBytes), "");
-    line += fmt::format("\",{}", data.size());
-}
-
-void AppendSide(std::string& line, const fbr::Value* value) {
-    if (value == nullptr) {
-        line += ",null";
-        return;
+std::string HeadOf(const std::vector<Page::Store>& stores) {
+    std::string head = "[";
+    for (const Page::Store& store : stores) {
+        head += head.size() == 1 ? "{\"name\":" : ",{\"name\":";
+        AppendString(head, store.name);
+        head += ",\"key\":";
+        AppendString(head, store.key);
+        head += '}';
     }
-    line += ",[";
-    AppendData(line, value->type, value->data);
-    line += ']';
-}
-
-// The lines of `out` that a record is in, after the one before.
-void Put(std::ostream& out, std::string& line) {
-    out << line;
-    line = ",\n[";
-}
-
-void Begin(std::ostream& out, const std::string& head, const std::string& map, std::string& line) {
-    out << Between("", "@MAP@") << map << Between("@MAP@", "@DATA@") << "{\"head\":" << head
-        << ",\"records\":[";
-    line = "\n[";
-}
-
-void End(std::ostream& out) {
-    out << "\n]}" << Between("@DATA@", "");
+    return head + ']';
 }
 
 }  // namespace
 
-StorePage::StorePage(std::ostream& out, const std::string& name, const std::string& map)
-    : out_(out) {
-    std::string head = "{\"v\":1,\"mode\":\"store\",\"name\":";
-    AppendString(head, name);
-    Begin(out_, head + '}', map, line_);
+Page::Page(std::ostream& out, const std::vector<Store>& stores) : out_(out) {
+    out_ << Between("", "@MAPS@");
+    for (const Store& store : stores) out_ << "<section>" << store.map << "</section>";
+    out_ << Between("@MAPS@", "@DATA@") << "{\"stores\":" << HeadOf(stores) << ",\"records\":[";
 }
 
-void StorePage::Key(WStringView path) {
-    AppendString(line_, path);
-    line_ += ',';
-    AppendString(line_, time_);
-    line_ += ']';
-    Put(out_, line_);
+void Page::Next() {
+    const bool first = line_.empty();
+    if (!first) out_ << line_ << ']';
+    line_ = first ? "\n[" : ",\n[";
 }
 
-void StorePage::Value(WStringView name, uint32_t type, const Bytes& data) {
+void Page::Key(size_t depth, WStringView name) {
+    Next();
+    line_ += fmt::format("{},", depth);
     AppendString(line_, name);
-    line_ += ',';
-    AppendData(line_, type, data);
-    line_ += ']';
-    Put(out_, line_);
 }
 
-void StorePage::Finish() {
-    End(out_);
-}
-
-DifferencePage::DifferencePage(std::ostream& out, const std::string& here, const std::string& there)
-    : out_(out) {
-    std::string head = "{\"v\":1,\"mode\":\"differences\",\"name\":";
-    AppendString(head, here + " and " + there);
-    head += ",\"here\":";
-    AppendString(head, here);
-    head += ",\"there\":";
-    AppendString(head, there);
-    Begin(out_, head + '}', "", line_);
-}
-
-void DifferencePage::KeyOnlyHere(WStringView path) {
-    AddKey("\"-\",", path);
-}
-void DifferencePage::KeyOnlyThere(WStringView path) {
-    AddKey("\"+\",", path);
-}
-
-void DifferencePage::AddKey(const char* sign, WStringView path) {
-    line_ += sign;
-    AppendString(line_, path);
-    line_ += ']';
-    Put(out_, line_);
-}
-
-void DifferencePage::ValueDiffers(WStringView path, const WString& name, const fbr::Value* here,
-                                  const fbr::Value* there) {
-    line_ += "\"~\",";
-    AppendString(line_, path);
-    line_ += ',';
+void Page::Value(WStringView name) {
+    Next();
     AppendString(line_, name);
-    AppendSide(line_, here);
-    AppendSide(line_, there);
-    line_ += ']';
-    Put(out_, line_);
 }
 
-void DifferencePage::Finish() {
-    End(out_);
+void Page::Time(const std::string& time) {
+    line_ += ',';
+    AppendString(line_, time);
+}
+
+void Page::Data(uint32_t type, const Bytes& data) {
+    line_ += fmt::format(",[{},\"", type);
+    AppendHex(line_, data.data(), std::min(data.size(), kShownBytes), "");
+    line_ += fmt::format("\",{}]", data.size());
+}
+
+void Page::Missing() {
+    line_ += ",null";
+}
+
+void Page::Finish() {
+    Next();
+    out_ << "\n]}" << Between("@DATA@", "");
 }
 
 }  // namespace fbr

@@ -1,54 +1,42 @@
 // SPDX-License-Identifier: MIT
-// A store, or the differences of two, as one page for a browser, with all that it needs in it.
+// A store, or two side by side, as one page for a browser, with all that it needs in it.
 //
 // The page holds its content as JSON, a record a line, and shows it by a script of its own. Nothing
 // of the content is ever taken for markup: see page.html.
 #pragma once
 
-#include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
-#include "tools/store/TreeCompare.h"
+#include "tools/format/Record.h"
 
 namespace fbr {
 
-// The keys and values of a store.
-class StorePage : public RecordSink {
+class Page {
   public:
-    // `out` is open in binary mode and outlives the page. `name` is the store's, `map` a picture of
-    // its pages as SVG, or empty.
-    StorePage(std::ostream& out, const std::string& name, const std::string& map);
+    struct Store {
+        std::string name;       // UTF-8
+        platform::WString key;  // that the page shows, with all below it
+        std::string map;        // a picture of its pages as SVG, or empty
+    };
 
-    // The time of the last change of the key that comes next, for people.
-    void Time(std::string time) { time_ = std::move(time); }
+    // `out` is open in binary mode and outlives the page.
+    Page(std::ostream& out, const std::vector<Store>& stores);
 
-    void Key(platform::WStringView path) override;
-    void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
-    // Call it once, after the last value.
+    // The next key, and the next value of the key before. `depth` is 0 for the key of the page, and
+    // each one comes right behind those above it and all below its elder siblings.
+    void Key(size_t depth, platform::WStringView name);
+    void Value(platform::WStringView name);
+    // What it is in each store, in their order. A value that is the same in both has its data once.
+    void Time(const std::string& time);
+    void Data(uint32_t type, const Bytes& data);
+    void Missing();
+    // Call it once, at the end.
     void Finish();
 
   private:
-    std::ostream& out_;
-    std::string time_;
-    std::string line_;
-};
-
-// What a comparison found.
-class DifferencePage : public DifferenceSink {
-  public:
-    // `out` is open in binary mode and outlives the page. The names are those of the two stores.
-    DifferencePage(std::ostream& out, const std::string& here, const std::string& there);
-
-    void KeyOnlyHere(platform::WStringView path) override;
-    void KeyOnlyThere(platform::WStringView path) override;
-    void ValueDiffers(platform::WStringView path, const platform::WString& name,
-                      const fbr::Value* here, const fbr::Value* there) override;
-    // Call it once, after the last difference.
-    void Finish();
-
-  private:
-    void AddKey(const char* sign, platform::WStringView path);
+    void Next();
 
     std::ostream& out_;
     std::string line_;

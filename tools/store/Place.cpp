@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/store/Place.h"
 
+#include <algorithm>
+
 namespace fbr {
 
 using platform::CompareFolded;
@@ -16,6 +18,15 @@ WString JoinKeys(WStringView key, WStringView relative) {
 WStringView PathBelow(WStringView path, WStringView key) {
     const size_t above = key.empty() ? 0 : key.size() + 1;
     return path.size() > above ? path.substr(above) : WStringView();
+}
+
+size_t DepthOf(WStringView path) {
+    if (path.empty()) return 0;
+    return 1 + static_cast<size_t>(std::count(path.begin(), path.end(), '\\'));
+}
+
+WStringView NameOf(WStringView path) {
+    return path.substr(path.rfind('\\') + 1);
 }
 
 bool IsAtOrBelow(WStringView path, WStringView key) {

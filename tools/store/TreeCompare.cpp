@@ -80,6 +80,7 @@ class Comparison {
     }
 
     void Enter(Key here, Key there, WString path) {
+        sink_.KeyInBoth(path, here, there);
         CompareValues(here, there, path);
         if (onKey_) onKey_();
         Merge subkeys(ReachableSubkeys(here, onLoss_), ReachableSubkeys(there, onLoss_));
@@ -95,9 +96,11 @@ class Comparison {
             std::optional<Value> hereValue, thereValue;
             if (here != nullptr && !(hereValue = TryGet(hereKey, *here, onLoss_))) continue;
             if (there != nullptr && !(thereValue = TryGet(thereKey, *there, onLoss_))) continue;
-            if (hereValue == thereValue) continue;
-            sink_.ValueDiffers(path, name, hereValue ? &*hereValue : nullptr,
-                               thereValue ? &*thereValue : nullptr);
+            if (hereValue == thereValue)
+                sink_.ValueIsSame(name, *hereValue);
+            else
+                sink_.ValueDiffers(path, name, hereValue ? &*hereValue : nullptr,
+                                   thereValue ? &*thereValue : nullptr);
         }
     }
 

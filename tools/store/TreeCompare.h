@@ -9,8 +9,9 @@
 
 namespace fbr {
 
-// Told of every difference. Paths are relative to the two keys that are compared. The differences
-// between the values of a key come before those below it, one key after the other.
+// Told of every difference, and of what is the same if it listens. Paths are relative to the two
+// keys that are compared. The differences between the values of a key come before those below it,
+// one key after the other.
 class DifferenceSink {
   public:
     virtual ~DifferenceSink() = default;
@@ -20,6 +21,11 @@ class DifferenceSink {
     // A value of a key that both have: null on a side that does not have it.
     virtual void ValueDiffers(platform::WStringView path, const platform::WString& name,
                               const Value* here, const Value* there) = 0;
+
+    // A key that both have, before its values, and a value of it that is the same.
+    virtual void KeyInBoth(platform::WStringView /*path*/, const Key& /*here*/,
+                           const Key& /*there*/) {}
+    virtual void ValueIsSame(const platform::WString& /*name*/, const Value& /*value*/) {}
 };
 
 // Names are matched as a container matches them. A version value of either store is left out.
