@@ -32,9 +32,23 @@ struct Arguments {
 struct Line {
     uint64_t number;
     std::vector<std::string> words;
+    std::string expected;  // where it can be no command
 };
 
-// All lines that hold a command; throws at the first that cannot be one.
+Line LineOf(uint64_t number, const std::string& text) {
+    ShellLine parsed = ParseShellLine(text);
+    Line line{number, std::move(parsed.words), ""};
+    const auto& command = line.words[0];
+    if (parsed.quote != 0)
+        line.expected = "a quote at the end of the line";
+    else if (parsed.piped)
+        line.expected = "no | outside of quotes";
+    else if (std::find(kAllowed.begin(), kAllowed.end(), command) == kAllowed.end())
+        line.expected = fmt::format("a command that a batch can have, not \"{}\"", command);
+    return line;
+}
+
+// All lines that are not empty.
 std::vector<Line> LinesOf(const std::string& file) {
     std::istringstream in(Utf8(DecodeTextFile(ReadInput(file), [](auto) { return false; })));
     std::vector<Line> lines;
@@ -43,17 +57,7 @@ std::vector<Line> LinesOf(const std::string& file) {
         ++number;
         if (text.ends_with('\r')) text.pop_back();
         const size_t first = text.find_first_not_of(" \t");
-        if (first == std::string::npos || text[first] == '#') continue;
-        ShellLine line = ParseShellLine(text);
-        const auto expected = [&](const std::string& what) {
-            throw UsageError(fmt::format("{}:{}: expected {}", file, number, what));
-        };
-        if (line.quoted) expected("a quote at the end of the line");
-        if (line.piped) expected("no | outside of quotes");
-        const auto& command = line.words[0];
-        if (std::find(kAllowed.begin(), kAllowed.end(), command) == kAllowed.end())
-            expected(fmt::format("a command that a batch can have, not \"{}\"", command));
-        lines.push_back({number, std::move(line.words)});
+        if (first != std::string::npos && text[first] != '#') lines.push_back(LineOf(number, text));
     }
     return lines;
 }
@@ -72,15 +76,24 @@ int RunLine(const Cli& all, const Line& line) {
     return WithLine(all, line.words, [](Cli& cli, auto words) { return cli.RunOne(words); });
 }
 
-// Throws where the words of any line are wrong, before the first is done.
-void Rehearse(const Cli& all, const std::vector<Line>& lines, const std::string& file) {
+// False, and told, where that cannot be done.
+bool Rehearse(const Cli& all, const Line& line, const std::string& file) {
+    const bool can = line.expected.empty() && WithLine(all, line.words, [](Cli& cli, auto words) {
+                         return cli.Rehearse(words);
+                     });
+    if (!can)
+        std::cerr << fmt::format(
+            "fbr: {}:{}: {}\n", file, line.number,
+            line.expected.empty() ? "cannot be done" : "expected " + line.expected);
+    return can;
+}
+
+// Throws where the words of any line are wrong, all of which are told, before the first is done.
+void RehearseAll(const Cli& all, const std::vector<Line>& lines, const std::string& file) {
     uint64_t wrong = 0;
     for (const Line& line : lines) {
         StopIfInterrupted();
-        if (WithLine(all, line.words, [](Cli& cli, auto words) { return cli.Rehearse(words); }))
-            continue;
-        ++wrong;
-        std::cerr << fmt::format("fbr: {}:{}: cannot be done\n", file, line.number);
+        if (!Rehearse(all, line, file)) ++wrong;
     }
     if (wrong != 0)
         throw UsageError(fmt::format("{}: {} of {} cannot be done, and none was", file, wrong,
@@ -122,7 +135,7 @@ void Batch(Cli& cli, const Arguments& args) {
     if (cli.Quiet()) throw UsageError("expected --quiet in the lines that need it");
     const std::vector<Line> lines = LinesOf(args.file);
     const InterruptGuard guard;
-    Rehearse(cli, lines, args.file);
+    RehearseAll(cli, lines, args.file);
     Session session;
     int status = kExitOk;
     DoAndClose(session, [&] { status = RunAll(cli, lines, args); });

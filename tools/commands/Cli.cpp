@@ -372,6 +372,9 @@ bool Cli::Rehearse(std::vector<std::string> words) {
     } catch (const DataError& error) {
         return Fail(error.what(), kExitUsage) == kExitOk;
     } catch (const Rehearsed&) {
+    } catch (const StoreError& error) {
+        if (error.Status() == FSSTATUS_INVALID_NAME)
+            return Fail(error.what(), kExitUsage) == kExitOk;
     } catch (const std::exception&) {  // what is there may be another thing when it is done
     }
     return true;

@@ -52,7 +52,8 @@ constexpr const char* kHelp =
     "current\n"
     "one, with a backslash in front from the root; \".\" is the current one, \"..\" the one "
     "above.\n"
-    "Quotes keep blanks together: ls \"Program Files\". LINE | PROGRAM gives the output to a\n"
+    "Quotes keep blanks together: ls 'Program Files' or ls \"Program Files\". LINE | PROGRAM gives "
+    "the output to a\n"
     "program. COMMAND --help tells the rest.\n";
 
 class Shell {
@@ -65,7 +66,7 @@ class Shell {
         LineEditor editor([this](const std::string& line) { return Continue(line); });
         while (const auto line = editor.Read(fmt::format("{} \\{}> ", path_, current_))) {
             const ShellLine parsed = ParseShellLine(*line);
-            if (parsed.quoted) {
+            if (parsed.quote != 0) {
                 std::cerr << "fbr: expected a quote at the end of the line" << std::endl;
                 status_ = kExitUsage;
                 continue;

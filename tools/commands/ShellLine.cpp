@@ -8,39 +8,44 @@ ShellLine ParseShellLine(std::string_view line) {
     for (size_t i = 0; i < line.size(); ++i) {
         const char c = line[i];
         const bool blank = c == ' ' || c == '\t';
-        if (!out.quoted && c == '|') {
+        if (out.quote == 0 && c == '|') {
             out.piped = true;
             out.pipe = line.substr(i + 1);
             out.atWord = false;
             return out;
         }
-        if (!out.quoted && blank) {
+        if (out.quote == 0 && blank) {
             out.atWord = false;
             continue;
         }
         if (!out.atWord) out.words.emplace_back();
         out.atWord = true;
-        const bool two = out.quoted && c == '"' && i + 1 < line.size() && line[i + 1] == '"';
-        if (c == '"' && !two) {
-            out.quoted = !out.quoted;
-            continue;
+        const bool two = out.quote == '"' && c == '"' && line.substr(i + 1).starts_with('"');
+        if (!two && c == out.quote) {
+            out.quote = 0;
+        } else if (out.quote == 0 && (c == '"' || c == '\'')) {
+            out.quote = c;
+        } else {
+            out.words.back() += c;
+            if (two) ++i;
         }
-        if (two) ++i;
-        out.words.back() += c;
     }
     return out;
 }
 
 std::string Typed(const ShellLine& line, const std::string& rest) {
-    const size_t odd = line.quoted ? 0 : std::min(rest.find_first_of(" \t|\""), rest.size());
+    const size_t odd = line.quote != 0 ? 0 : std::min(rest.find_first_of(" \t|\"'"), rest.size());
     std::string out = rest.substr(0, odd);
-    if (!line.quoted && odd == rest.size()) return out;
-    if (!line.quoted) out += '"';
+    if (line.quote == 0 && odd == rest.size()) return out;
+    const char quote = line.quote != 0 ? line.quote : '"';
+    if (line.quote == 0) out += quote;
     for (const char c : rest.substr(odd)) {
-        if (c == '"') out += c;
-        out += c;
+        if (c != quote)
+            out += c;
+        else
+            out += quote == '"' ? "\"\"" : "'\"'\"'";
     }
-    return out + '"';
+    return out + quote;
 }
 
 std::string ResolveKey(const std::string& current, const std::string& typed) {

@@ -12,11 +12,12 @@ struct ShellLine {
     std::vector<std::string> words;
     std::string pipe;     // what stands behind the first "|" outside of quotes
     bool piped = false;   // there was one
-    bool quoted = false;  // the line ends within quotes
+    char quote = 0;       // of those that the line ends within
     bool atWord = false;  // it ends in a word and not behind one
 };
 
-// Blanks part words, but within double quotes, where two of these are one. A backslash is one: it
+// Blanks part words, but within quotes: all that stands between two single ones is part of the
+// word, and between double ones, where two of these are one. A backslash is one everywhere: it
 // parts the keys of a path.
 ShellLine ParseShellLine(std::string_view line);
 
