@@ -28,9 +28,12 @@ constexpr mode_t kPermissions = 07777, kWithoutOwner = 0777;
 }
 
 int OpenOrThrow(const path& file, int flags) {
-    const int descriptor = open(file.c_str(), flags | O_WRONLY | O_CLOEXEC | O_NOCTTY);
-    if (descriptor < 0) ThrowLast();
-    return descriptor;
+    for (;;) {
+        const int descriptor = open(file.c_str(), flags | O_WRONLY | O_CLOEXEC | O_NOCTTY);
+        if (descriptor >= 0) return descriptor;
+        if (errno != EINTR) ThrowLast();
+        StopIfInterrupted();  // a pipe that nobody reads
+    }
 }
 
 // The links below /proc are names of what a process has open and of nothing else.
