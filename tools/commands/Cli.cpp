@@ -120,6 +120,14 @@ int Report(const char* text, int status) {
     return status;
 }
 
+// The system's error that the library puts behind what it says, "[112]".
+std::string WithoutNumber(const std::string& message) {
+    const size_t open = message.rfind(" [");
+    const bool number = open != std::string::npos && message.ends_with(']') &&
+                        message.find_first_not_of("0123456789", open + 2) == message.size() - 1;
+    return number ? message.substr(0, open) : message;
+}
+
 // The status of a command all of whose output is where it belongs.
 int WrittenOut(int status) {
     return std::cout.flush() ? status : Report("cannot write to standard output", kExitFailed);
@@ -324,16 +332,19 @@ std::string Cli::ContainerAt(const std::string& path) const {
     return std::string(text.begin(), text.end());
 }
 
-// What the library warns of goes to standard error. That a hive could be read in part only is a
-// loss: the command did not give all that there is.
+// What the library warns of in a hive's file goes to standard error; all else that it logs is for
+// those who mend it, and tells a person nothing that the failed operation does not tell. That a
+// hive could be read in part only is a loss: the command did not give all that there is.
 void Cli::HearWarnings() {
     namespace log = Varnhold::Hob::Detail;
     log::Logger::Instance().AddSink(
         log::kWarning, [](int severity) { return severity <= log::kWarning; },
         [this, last = std::string()](const log::LogRecord& record) mutable {
+            const std::string_view file = record.file;
+            const bool loss = file == "offreg/OfflineRegistry";
+            if (!loss && file != "FS_Library_DLL/FsOfflineRegistryImpl") return;
             if (std::exchange(last, record.message) == record.message) return;  // tried again
-            const bool loss = std::string_view(record.file) == "offreg/OfflineRegistry";
-            const int status = Report(record.message.c_str(), kExitFailed);
+            const int status = Report(WithoutNumber(record.message).c_str(), kExitFailed);
             if (loss) SetExitStatus(status);
         });
 }
@@ -383,7 +394,9 @@ bool Cli::Rehearse(std::vector<std::string> words) {
 int Cli::RunOne(std::vector<std::string> words) {
     try {
         Parse(std::move(words));
-        return WrittenOut(exitStatus_);
+        const int status = WrittenOut(exitStatus_);
+        if (WasInterrupted()) throw Interrupted("stopped when all of it was done");
+        return status;
     } catch (const CLI::ParseError& error) {
         return EndOfParse(error);
     } catch (const UsageError& error) {
@@ -427,8 +440,7 @@ FBR_METHOD ParseMethod(const std::string& text) {
     if (text == "native") return FS_VR_METHOD_NATIVE;
     if (text == "hive") return FS_VR_METHOD_HIVE;
     if (text == "offline") return FS_VR_METHOD_OFFLINE;
-    if (text == "remote-container")
-        return static_cast<FBR_METHOD>(4);  // what a server opens one by
+    if (text == "remote-container") return kMethodRemoteContainer;
     const auto number = ParseNumber(text, FS_VR_METHOD_OFFLINE);
     if (!number || *number == 0) {
         throw UsageError(fmt::format(

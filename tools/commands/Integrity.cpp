@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include "platform/Errors.h"
 #include "storage/StorageApi.h"
 #include "storage/lifecycle/RunLock.h"
 #include "tools/commands/Cli.h"
@@ -258,6 +259,23 @@ struct Extent {
     uint64_t pages = 0, bytes = 0;
 };
 
+// Of what the engine gives no words for.
+std::string ReasonOfEngine(storage::Status status) {
+    switch (status) {
+        case storage::kCorrupt:
+            return "it is damaged: fbr repair mends it";
+        case storage::kReadOnly:
+        case storage::kAccess:
+            return ReasonOf(platform::kErrorAccessDenied);
+        case storage::kNoMemory:
+            return ReasonOf(platform::kErrorOutOfMemory);
+        default:
+            return status > 0
+                       ? ReasonOf(static_cast<uint32_t>(status))
+                       : fmt::format("the engine ends with {}: fbr check tells more", status);
+    }
+}
+
 void Compact(const Cli& cli, const std::string& path) {
     const std::string file = cli.ContainerAt(path);
     const Extent before(file);
@@ -272,9 +290,8 @@ void Compact(const Cli& cli, const std::string& path) {
         throw StoreError(fmt::format("cannot compact {}: {}", file, kInUse), FSSTATUS_LOCK_FAILED);
     if (status != storage::kOk)
         throw std::runtime_error(
-            fmt::format("cannot compact {}: status {}; the store is as sound as it was: fbr check "
-                        "tells more",
-                        file, status));
+            fmt::format("cannot compact {}: {}; the store is as sound as it was", file,
+                        ReasonOfEngine(status)));
     const Extent after(file);
     if (!cli.Json()) {
         std::cout << "before  " << before.Shown() << "\nafter   " << after.Shown() << '\n';

@@ -11,6 +11,7 @@
 #include "tools/commands/Cli.h"
 #include "tools/console/Console.h"
 #include "tools/format/Text.h"
+#include "tools/store/Status.h"
 
 namespace fbr {
 namespace {
@@ -43,6 +44,7 @@ struct ServeArguments {
 };
 
 void Serve(const ServeArguments& arguments) {
+    if (arguments.name.empty()) throw UsageError("expected a name for the pipe, not \"\"");
     server::ServerOptions options;
     options.name = Wide(arguments.name);
     options.anyUser = arguments.anyUser;
@@ -52,7 +54,7 @@ void Serve(const ServeArguments& arguments) {
     const platform::Error error = server.Listen();
     if (error != 0)
         throw std::runtime_error(
-            fmt::format("cannot listen on {}: error {}", server.Where(), error));
+            fmt::format("cannot listen on {}: {}", server.Where(), ReasonOf(error)));
     g_running = &server;
     OnInterrupt(&StopRunning);
     HearOfSessionEnd();

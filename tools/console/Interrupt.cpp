@@ -9,20 +9,32 @@ namespace fbr {
 namespace {
 
 std::atomic<bool> g_interrupted = false;
+std::atomic<int> g_unbroken = 0;
 int g_guards = 0;
+
+void Heard() {
+    g_interrupted = true;
+    if (g_unbroken == 0) OnInterrupt(nullptr);
+}
 
 }  // namespace
 
 InterruptGuard::InterruptGuard() {
     if (g_guards++ != 0) return;
-    OnInterrupt([] {
-        g_interrupted = true;
-        OnInterrupt(nullptr);
-    });
+    OnInterrupt(Heard);
 }
 
 InterruptGuard::~InterruptGuard() {
     if (--g_guards == 0) OnInterrupt(nullptr);
+}
+
+UnbrokenGuard::UnbrokenGuard() {
+    ++g_unbroken;
+    if (g_interrupted) OnInterrupt(Heard);
+}
+
+UnbrokenGuard::~UnbrokenGuard() {
+    if (--g_unbroken == 0 && g_interrupted) OnInterrupt(nullptr);
 }
 
 bool WasInterrupted() {

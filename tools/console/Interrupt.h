@@ -24,6 +24,19 @@ class InterruptGuard {
     InterruptGuard& operator=(const InterruptGuard&) = delete;
 };
 
+// While one stands no interrupt ends the program, however many come: what is done then is short,
+// and leaves something behind where it is broken off. StopIfInterrupted tells of them afterwards.
+class UnbrokenGuard {
+  public:
+    UnbrokenGuard();
+    ~UnbrokenGuard();
+    UnbrokenGuard(const UnbrokenGuard&) = delete;
+    UnbrokenGuard& operator=(const UnbrokenGuard&) = delete;
+
+  private:
+    const InterruptGuard guard_;
+};
+
 bool WasInterrupted();
 
 // Throws Interrupted after an interrupt.

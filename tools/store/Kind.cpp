@@ -108,6 +108,17 @@ bool IsBehindServer(const StoreName& name) {
     return name.path.find('|') != std::string::npos && ServerOf(name) != "!REMOTE";
 }
 
+// A path with a server in it has one "|", with something on both sides.
+bool NamesNoServer(const StoreName& name) {
+    const size_t bar = name.path.find('|');
+    if (bar == std::string::npos) return name.method == kMethodRemoteContainer;
+    return bar == 0 || bar + 1 == name.path.size() ||
+           name.path.find('|', bar + 1) != name.path.npos;
+}
+constexpr const char* kHowServersAreNamed =
+    "; a store behind a server is named SERVER|PATH: the name that fbr serve was given, and the "
+    "file there";
+
 std::string WhyServerFails(const StoreName& name) {
     WString pipe;
     FromStrictUtf8(ServerOf(name), pipe);
@@ -127,11 +138,12 @@ bool MayBeWritten(const std::filesystem::path& file) {
     return static_cast<bool>(std::ofstream(file, std::ios::binary | std::ios::app | std::ios::in));
 }
 
-bool IsFull(const std::filesystem::path& file) {
+// Where no room is left on the disk for that many more bytes.
+bool IsFull(const std::filesystem::path& file, uintmax_t more = kLittleRoom) {
     std::error_code error;
     const auto room =
         std::filesystem::space(std::filesystem::absolute(file, error).parent_path(), error);
-    return !error && room.available < kLittleRoom;
+    return !error && room.available < more;
 }
 
 bool IsHiveMethod(FBR_METHOD method) {
@@ -231,6 +243,7 @@ std::string KindInWords(const StoreName& name) {
 }
 
 std::string WhyItDoesNotOpen(const StoreName& name) {
+    if (NamesNoServer(name)) return kHowServersAreNamed;
     const auto file = FileOf(name);
     if (!file) return IsBehindServer(name) ? WhyServerFails(name) : MissingLiveKey(name);
     if (IsBehindServer(name))
@@ -266,6 +279,7 @@ std::string WhyItDoesNotOpen(const StoreName& name) {
 }
 
 std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status) {
+    if (NamesNoServer(name)) return kHowServersAreNamed;
     const auto file = FileOf(name);
     const bool remote = IsBehindServer(name);
     const std::string folder = file ? MissingFolder(*file) : "";
@@ -301,9 +315,21 @@ void ExpectChangeable(const std::string& file) {
                      FSSTATUS_ACCESS_DENIED);
 }
 
+// A hive is saved as a whole new file, which then takes the place of the old one.
+std::string WhyHiveIsNotSaved(const std::filesystem::path& file) {
+    std::error_code error;
+    const uintmax_t size = std::filesystem::file_size(file, error);
+    if (IsFull(file, kLittleRoom + (error ? 0 : size)))
+        return "; a hive is saved as a new file beside the old one, and the disk has no room for "
+               "one: make room on it";
+    return "; a hive is saved as a new file beside the old one: its folder must take one of that "
+           "size";
+}
+
 std::string WhyItFailed(const StoreName& name) {
     const auto file = FileOf(name);
     if (!file) return "; the server or the system tells no more";
+    if (name.method == FS_VR_METHOD_OFFLINE) return WhyHiveIsNotSaved(*file);
     if (IsFull(*file)) return kDiskFull;
     if (!MayBeWritten(*file)) return "; its file may not be written: ask its owner for the right";
     return "; no room for a larger file, or a damaged one: fbr check tells whether it is sound";

@@ -5,8 +5,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "tools/store/Status.h"
-
 namespace fbr {
 namespace {
 
@@ -67,6 +65,7 @@ void Session::Close() {
     FBR_STATUS status = FSSTATUS_SUCCESS;
     for (; !kept_.empty(); kept_.pop_front()) {
         Kept& one = kept_.front();
+        const auto saving = WhileItCloses(one.name);
         one.lock.reset();
         try {
             one.store->close();
@@ -77,7 +76,7 @@ void Session::Close() {
         }
     }
     if (status != FSSTATUS_SUCCESS)
-        ThrowStatus("cannot close store " + failed.path, status, failed.method);
+        ThrowFailedAt(failed, "cannot close store " + failed.path, status);
 }
 
 bool IsSameStore(const StoreName& a, const StoreName& b) {

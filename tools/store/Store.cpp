@@ -16,8 +16,6 @@ namespace fbr {
 namespace {
 
 constexpr WChar kRootName[] = {'\\', 0};
-// What a server opens a container by.
-constexpr auto kMethodRemoteContainer = static_cast<FBR_METHOD>(4);
 
 std::vector<std::string_view> Tokens(std::string_view path) {
     std::vector<std::string_view> tokens;
@@ -112,7 +110,15 @@ bool Store::IsThere() const {
     }
 }
 
-Store::~Store() = default;
+Store::~Store() {
+    const auto saving = WhileItCloses(name_);
+    open_.reset();
+}
+
+std::unique_ptr<UnbrokenGuard> WhileItCloses(const StoreName& name) {
+    const bool saves = name.method == FS_VR_METHOD_OFFLINE && FileOf(name);
+    return saves ? std::make_unique<UnbrokenGuard>() : nullptr;
+}
 
 void Store::ExpectNoText() const {
     if (!IsText()) return;
@@ -124,12 +130,18 @@ void Store::ExpectNoText() const {
 
 void Store::Close() {
     const auto open = std::exchange(open_, nullptr);
+    const auto saving = WhileItCloses(name_);
     if (!kept_) Told([&] { return "cannot close store " + name_.path; }, [&] { open->close(); });
 }
 
 void Store::ThrowFailed(const std::string& what, FBR_STATUS status) const {
-    if (status != FSSTATUS_FAILED || IsText()) ThrowStatus(what, status, name_.method);
-    throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), WhyItFailed(name_)), status);
+    if (IsText()) ThrowStatus(what, status, name_.method);
+    ThrowFailedAt(name_, what, status);
+}
+
+void ThrowFailedAt(const StoreName& name, const std::string& what, FBR_STATUS status) {
+    if (status != FSSTATUS_FAILED) ThrowStatus(what, status, name.method);
+    throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), WhyItFailed(name)), status);
 }
 
 Key Store::OpenKey(WStringView path) const {

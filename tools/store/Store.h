@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "include/zrfs/store.hpp"
+#include "tools/console/Interrupt.h"
 #include "tools/format/Record.h"
 
 namespace fbr {
@@ -27,6 +28,9 @@ class StoreError : public std::runtime_error {
   private:
     FBR_STATUS status_;
 };
+
+// What a server opens a container by.
+inline constexpr auto kMethodRemoteContainer = static_cast<FBR_METHOD>(4);
 
 // Which store: the path string of FBR_InitialiseEx and the method.
 struct StoreName {
@@ -96,7 +100,7 @@ class Store {
 
     // Throws where the store is text.
     void ExpectNoText() const;
-    // Throws the StoreError for a failure at this store, with the reason as far as it can be known.
+    // Throws the StoreError for a failure at this store, see below.
     [[noreturn]] void ThrowFailed(const std::string& what, FBR_STATUS status) const;
     // What `work` gives; its failure is thrown so, with what `what` then says.
     template <class What, class Work>
@@ -119,6 +123,13 @@ class Store {
     std::shared_ptr<zrfs::Store> open_;
     bool kept_ = false;
 };
+
+// Stands while a store of that name closes: no interrupt breaks off the
+// saving of a hive.
+std::unique_ptr<UnbrokenGuard> WhileItCloses(const StoreName& name);
+
+// Throws the StoreError for a failure at that store, with the reason as far as it can be known.
+[[noreturn]] void ThrowFailedAt(const StoreName& name, const std::string& what, FBR_STATUS status);
 
 // A lock of a store, held from the constructor to the destructor.
 class StoreLock {
