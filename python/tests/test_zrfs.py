@@ -4,6 +4,7 @@ import copy
 import datetime
 import pathlib
 import pickle
+import re
 import subprocess
 import sys
 
@@ -41,10 +42,10 @@ def test_types_and_bytes(path, value, type_, data):
         assert store["k"].value("v") == zrfs.Value(type_, data)
 
 
-@pytest.mark.parametrize("value", [-1, 1 << 64, 1.5, [""], [1], None])
+@pytest.mark.parametrize("value", [-1, 1 << 64, 1.5, [""], ["a\0b"], [1], None, "a\0b", zrfs.Value(1, "a")])
 def test_what_has_no_type_is_refused_and_changes_nothing(path, value):
     with zrfs.open(path, write=True) as store:
-        with pytest.raises((TypeError, OverflowError)):
+        with pytest.raises((TypeError, ValueError, OverflowError)):
             store["k"]["v"] = value
         assert "k" not in store
 
@@ -55,6 +56,11 @@ def test_data_that_does_not_fit_its_type_is_bytes(path, type_, data):
     with zrfs.open(path, write=True) as store:
         store["k"]["v"] = zrfs.Value(type_, data)
         assert store["k"]["v"] == data
+
+
+def test_nothing_of_a_text_is_cut():
+    assert zrfs.Value(zrfs.Type.SZ, b"a\0\0\0b\0\0\0").to_python() == "a\0b"
+    assert zrfs.Value(zrfs.Type.MULTI_SZ, b"a\0\0\0\0\0b\0\0\0\0\0").to_python() == ["a", "", "b"]
 
 
 def test_keys(path):
@@ -104,7 +110,10 @@ def test_failures_are_exceptions_of_their_own(path):
     with zrfs.open(path) as store:
         with pytest.raises(KeyError, match=r"nowhere"):
             store["nowhere"]["v"]
-        with pytest.raises(zrfs.LockError) as caught:
+        for wrong in (lambda: store[5], lambda: store[""][5], lambda: store["k"] / 5):
+            with pytest.raises(TypeError, match="str|operand"):
+                wrong()
+        with pytest.raises(zrfs.LockError, match="write=True") as caught:
             store["k"]["v"] = 1
         assert caught.value.status == zrfs.Status.LOCK_FAILED
         with pytest.raises(ValueError):
@@ -118,6 +127,9 @@ def test_failures_are_exceptions_of_their_own(path):
         store["k"].create()
     with pytest.raises(zrfs.NotFoundError):
         zrfs.check(path + ".missing")
+    header = (pathlib.Path(__file__).parents[2] / "include" / "ZrFsTypes.h").read_text("utf-8")
+    for text, name in re.findall(r'"(.*)", +/\* FSSTATUS_(\w+) \*/', header):
+        assert f": {text} (FSSTATUS_{name})" in str(zrfs.Error("open x", zrfs.Status[name]))
 
 
 def test_the_lock_keeps_others_out_and_ends_with_the_store(path):

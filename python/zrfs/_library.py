@@ -90,6 +90,8 @@ library = _load()
 
 def to_units(text: str) -> ctypes.Array:
     """A text as UTF-16 with a zero unit; it must have none inside."""
+    if not isinstance(text, str):
+        raise TypeError(f"a name or a path is a str, not {type(text).__name__}: {text!r}")
     if "\0" in text:
         raise ValueError(f"a zero character in {text!r}")
     data = text.encode("utf-16-le", "surrogatepass") + b"\0\0"

@@ -29,12 +29,56 @@ class Status(enum.IntEnum):
     TREE_DELETE_FAILED = 19
 
 
+# What the headers say of each, and what to do, where a program or a person can do something.
+_TEXTS = {
+    Status.SUCCESS: ("done", ""),
+    Status.FAILED: ("the operation failed",
+                    "the disk may be full, or the file damaged, no store of this kind or not to be "
+                    "written: zrfs.check tells more of a container"),
+    Status.INVALID_PARAMETER: ("an argument is missing or out of range", ""),
+    Status.NOT_FOUND: ("there is no such key, value or file", ""),
+    Status.BUFFER_OVERFLOW: ("the buffer is too small", ""),
+    Status.NO_MORE_ENTRIES: ("there are no more entries", ""),
+    Status.VERSION_MISMATCH: ("the store is of another version",
+                              "take the version of the library that made it"),
+    Status.LOCK_FAILED: ("the lock is missing or could not be had in time",
+                         "a change needs store.lock() or a store that is open with write=True, and "
+                         "nobody else who holds it"),
+    Status.ALREADY_EXISTS: ("the name is taken", ""),
+    Status.DIR_NOT_EMPTY: ("the key has content", ""),
+    Status.PATH_NOT_FOUND: ("a folder or key on the way is missing", "make it first"),
+    Status.INVALID_NAME: ("the name is not allowed", ""),
+    Status.FILE_CORRUPT: ("the store's file is damaged",
+                          "zrfs.check tells more of a container, and mends it with repair=True"),
+    Status.NOT_IMPLEMENTED: ("this kind of store does not offer that",
+                             "the live registry and mounted hives are parts of Windows; "
+                             "Method.OFFLINE opens a hive's file anywhere"),
+    Status.OUT_OF_MEMORY: ("there is not enough memory", ""),
+    Status.ACCESS_DENIED: ("access is denied",
+                           "ask its owner for the right, or take a copy of the file"),
+    Status.SHARING_VIOLATION: ("another program keeps the file to itself",
+                               "try again when it is done"),
+    Status.MODULE_NOT_FOUND: ("a library that is needed could not be loaded", ""),
+    Status.INVALID_HANDLE: ("the handle is not open", ""),
+    Status.TREE_DELETE_FAILED: ("the key holds more levels than can be deleted at once",
+                                "delete the lower ones first"),
+}
+
+
+def status_text(status: int) -> str:
+    """A status in words, with its name and, where something can be done, what."""
+    if status not in _TEXTS:
+        return f"unknown status ({status})"
+    text, advice = _TEXTS[Status(status)]
+    return f"{text} (FSSTATUS_{Status(status).name})" + ("; " + advice if advice else "")
+
+
 class Error(Exception):
-    """A failed operation. `status` is the library's answer."""
+    """A failed operation. `status` is the library's answer; the text tells what failed, why, and
+    what to do."""
 
     def __init__(self, what: str, status: int):
-        name = Status(status).name.lower().replace("_", " ") if status < 20 else f"status {status}"
-        super().__init__(f"{what}: {name} ({status})")
+        super().__init__(f"cannot {what}: {status_text(status)}")
         self.status = status
 
     def __str__(self) -> str:
@@ -67,6 +111,7 @@ _KINDS = {Status.NOT_FOUND: NotFoundError, Status.LOCK_FAILED: LockError,
 
 
 def check(status: int, what: str) -> None:
-    """Raises the exception of a status, none for success. `what` tells what was done to what."""
+    """Raises the exception of a status, none for success. `what` tells what was to be done, such as
+    "open x.fbr"."""
     if status != Status.SUCCESS:
         raise _KINDS.get(status, Error)(what, status)

@@ -54,7 +54,7 @@ class _OpenKey:
         return self._key
 
     def _what(self) -> str:
-        return f"key \\{self._path} in {self._store.path}"
+        return f"{'make' if self._create else 'open'} key \\{self._path} in {self._store.path}"
 
     def _open(self, handle: lib.Handle, path: str) -> int:
         return _library.FBR_OpenDirEx(0, lib.to_units("\\" + path), ctypes.byref(self._key), handle)
@@ -85,17 +85,24 @@ class Key(MutableMapping[str, Any]):
     names meanwhile, take store.lock(Lock.READ) for it, or names are left out or told twice."""
 
     def __init__(self, store: "Store", path: str):
+        if not isinstance(path, str):
+            raise TypeError(f"the path of a key is a str, not {type(path).__name__}: {path!r}")
         self._store = store
         self.path = path.strip("\\")
 
     def __repr__(self) -> str:
-        return f"<zrfs.Key \\{self.path} in {self._store.path}>"
+        return f"<zrfs.Key {self}>"
+
+    def __str__(self) -> str:
+        return f"\\{self.path} in {self._store.path}"
 
     def __truediv__(self, name: str) -> "Key":
+        if not isinstance(name, str):
+            return NotImplemented
         return Key(self._store, f"{self.path}\\{name}")
 
     def _what(self, name: str) -> str:
-        return f"value {name!r} of key \\{self.path} in {self._store.path}"
+        return f"value {name!r} of key {self}"
 
     def exists(self) -> bool:
         try:
@@ -115,7 +122,7 @@ class Key(MutableMapping[str, Any]):
             pass  # a container would take a value at the path, too
         status = _library.FBR_DeleteDirNamedEx(lib.to_units("\\" + self.path),
                                                self._store._open_handle())
-        _check(status, f"delete {self!r}")
+        _check(status, f"delete key {self}")
 
     def rename(self, name: str) -> "Key":
         """Renames the key below its parent, and answers it under the new name."""
@@ -123,7 +130,7 @@ class Key(MutableMapping[str, Any]):
             raise ValueError(f"{name!r} is a path, and a key is renamed to a name")
         with _OpenKey(self._store, self.path) as key:
             _check(_library.FBR_RenameDirEx(key, lib.to_units(name), self._store._handle),
-                   f"rename {self!r} to {name!r}")
+                   f"rename key {self} to {name!r}")
         parent = self.path.rpartition("\\")[0]
         return Key(self._store, f"{parent}\\{name}")
 
@@ -132,7 +139,7 @@ class Key(MutableMapping[str, Any]):
         time = lib.SystemTime()
         with _OpenKey(self._store, self.path) as key:
             _check(_library.FBR_GetDirTimesEx(key, ctypes.byref(time), self._store._handle),
-                   f"the time of {self!r}")
+                   f"read the time of key {self}")
         return datetime.datetime(time.year, time.month, time.day, time.hour, time.minute,
                                  time.second, 1000 * time.milliseconds, datetime.timezone.utc)
 
@@ -186,7 +193,7 @@ class Key(MutableMapping[str, Any]):
                 status = enumerate_(key, len(names), ctypes.byref(name), self._store._handle)
                 if status == Status.NO_MORE_ENTRIES:
                     return names
-                _check(status, f"list {self!r}")
+                _check(status, f"list key {self}")
                 names.append(lib.take_text(name))
 
     def _query(self, key: lib.Key, name: str) -> Value:
@@ -225,11 +232,11 @@ class Store(Mapping[str, Key]):
     __eq__ = object.__eq__
     __hash__ = object.__hash__
 
-    def __init__(self, path: "str | os.PathLike[str]", method: Method = Method.CONTAINER,
+    def __init__(self, path: "str | bytes | os.PathLike[Any]", method: Method = Method.CONTAINER,
                  write: bool = False):
         """Opens the store at a path of FBR_InitialiseEx; a container that is missing is made.
         With `write` it holds the write lock until it is closed."""
-        path = os.fspath(path)
+        path = os.fsdecode(path)
         self.path, self.method = path, Method(method)
         self._handle: Optional[ctypes.c_void_p] = None
         handle = lib.Handle()
@@ -309,9 +316,10 @@ class Finding:
     name: str
 
 
-def check(path: str, repair: bool = False) -> list[Finding]:
+def check(path: "str | bytes | os.PathLike[Any]", repair: bool = False) -> list[Finding]:
     """Checks a container file and answers what is wrong with it; mends it, too, with `repair`.
     An empty list is a sound file."""
+    path = os.fsdecode(path)
     findings: list[Finding] = []
 
     def found(name: Any, code: int, page: int, _all: int, _clean: int, _cancel: Any) -> None:
@@ -325,7 +333,7 @@ def check(path: str, repair: bool = False) -> list[Finding]:
     return findings
 
 
-def open(path: "str | os.PathLike[str]", write: bool = False,  # pylint: disable=redefined-builtin
+def open(path: "str | bytes | os.PathLike[Any]", write: bool = False,  # pylint: disable=redefined-builtin
          method: Method = Method.CONTAINER) -> Store:
     """Opens a store; with `write` for changes. A container that is missing is made."""
     return Store(path, method, write)

@@ -28,17 +28,17 @@ class Value:
 
     def to_python(self) -> Any:
         """int for the numbers, str for texts, list[str] for MULTI_SZ, else bytes; bytes, too, for
-        data that does not fit its type."""
+        data that does not fit its type. Zeros at the end of a text end it; those inside stay."""
         numbers = {Type.DWORD: (4, "little"), Type.DWORD_BE: (4, "big"), Type.QWORD: (8, "little")}
         if self.type in numbers:
             size, order = numbers[Type(self.type)]
             return int.from_bytes(self.data, order) if len(self.data) == size else self.data
         if len(self.data) % 2 == 0:
             if self.type in (Type.SZ, Type.EXPAND_SZ, Type.LINK):
-                return _decoded(self.data).split("\0", 1)[0]
+                return _decoded(self.data).rstrip("\0")
             if self.type == Type.MULTI_SZ:
-                return _decoded(self.data).split("\0\0", 1)[0].rstrip("\0").split("\0") \
-                    if self.data.strip(b"\0") else []
+                texts = _decoded(self.data).rstrip("\0")
+                return texts.split("\0") if texts else []
         return self.data
 
 
@@ -57,6 +57,9 @@ def from_python(value: Stored) -> Value:
     """A number of up to 32 bits is a DWORD, of up to 64 a QWORD; a str is an SZ, bytes are BINARY,
     and a list of str is a MULTI_SZ. A Value goes as it is."""
     if isinstance(value, Value):
+        if not isinstance(value.data, bytes) or not 0 <= value.type < 1 << 32:
+            raise TypeError("a Value has a type from 0 to 0xffffffff and bytes, "
+                            f"unlike {value!r}")
         return value
     if isinstance(value, int):
         if not 0 <= value < 1 << 64:
@@ -64,12 +67,16 @@ def from_python(value: Stored) -> Value:
         return Value(Type.DWORD, value.to_bytes(4, "little")) if value < 1 << 32 else \
             Value(Type.QWORD, value.to_bytes(8, "little"))
     if isinstance(value, str):
+        if "\0" in value:
+            raise ValueError(f"a zero character in {value!r}, where others end the text; "
+                             "a Value of Type.SZ keeps it")
         return Value(Type.SZ, _encoded(value + "\0"))
     if isinstance(value, (bytes, bytearray, memoryview)):
         return Value(Type.BINARY, bytes(value))
     if isinstance(value, (list, tuple)):
         for text in value:
             if not isinstance(text, str) or not text or "\0" in text:
-                raise TypeError("a list must hold texts that are not empty")
+                raise TypeError("a list must hold texts that are not empty and have no zero "
+                                f"character, unlike {text!r}")
         return Value(Type.MULTI_SZ, _encoded("".join(text + "\0" for text in value) + "\0"))
     raise TypeError(f"no type of value for {type(value).__name__}")

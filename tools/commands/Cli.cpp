@@ -440,7 +440,7 @@ FBR_METHOD ParseMethod(const std::string& text) {
     if (text == "native") return FS_VR_METHOD_NATIVE;
     if (text == "hive") return FS_VR_METHOD_HIVE;
     if (text == "offline") return FS_VR_METHOD_OFFLINE;
-    if (text == "remote-container") return kMethodRemoteContainer;
+    if (text == "remote-container") return FS_VR_METHOD_REMOTE_CONTAINER;
     const auto number = ParseNumber(text, FS_VR_METHOD_OFFLINE);
     if (!number || *number == 0) {
         throw UsageError(fmt::format(

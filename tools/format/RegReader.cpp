@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <optional>
 
@@ -86,7 +87,9 @@ class Reader {
     WString KeyPath(WStringView text) const;
     std::optional<WChar> KeyEscape(WStringView text) const;
     void ReadValueLine();
+    void ReadValue(Record& record);
     WString ReadQuoted(std::string_view what, bool* hasEscapes = nullptr);
+    bool BeginsValue(size_t end) const;
     bool ReadEscape(WString& out);
     void TellEscapes() const;
     void ReadData(Record& record);
@@ -103,10 +106,11 @@ class Reader {
     WString text_;  // decoded, from a line's begin on
     size_t position_ = 0;
     uint64_t line_ = 1;
-    bool ansi_ = false;   // a REGEDIT4 file
-    bool inKey_ = false;  // values may follow
-    bool lost_ = false;   // the key could not be read, and its values are nobody's
-    WString key_;         // the key read last
+    bool ansi_ = false;      // a REGEDIT4 file
+    bool inKey_ = false;     // values may follow
+    bool lost_ = false;      // the key could not be read, and its values are nobody's
+    std::string_view open_;  // a text that ran on to what looks like the next value
+    WString key_;            // the key read last
     uint32_t keys_ = 0;
     // Strings with \n, \r or \0 in them, and the line of the first.
     uint64_t escaped_ = 0, firstEscaped_ = 0;
@@ -249,6 +253,23 @@ void Reader::ReadValueLine() {
     record.kind = Record::Kind::kValue;
     record.line = line_;
     record.key = keys_ - 1;
+    const size_t begin = position_;
+    open_ = {};
+    try {
+        ReadValue(record);
+    } catch (const DecodeError&) {
+        throw;
+    } catch (const FormatError&) {
+        if (open_.empty()) throw;
+        line_ = record.line;
+        position_ = begin;  // the next line may be sound
+        Expected(fmt::format("a quote at the end of {}", open_));
+    }
+    if (!lost_) return take_(key_, record);
+    if (hearing_.lost) hearing_.lost(record.line);
+}
+
+void Reader::ReadValue(Record& record) {
     if (!Take('@')) record.name = ReadQuoted("the value name");
     if (record.name.find(WChar{}) != WString::npos) {
         Expected("a value name without a zero character");
@@ -258,8 +279,15 @@ void Reader::ReadValueLine() {
     SkipBlanks();
     ReadData(record);
     EndOfLine("the value");
-    if (!lost_) return take_(key_, record);
-    if (hearing_.lost) hearing_.lost(record.line);
+}
+
+// True where nothing stands before `end` in its line, or "@=": a quote there is the first one of
+// another value rather than the last one of a text that began lines before.
+bool Reader::BeginsValue(size_t end) const {
+    WStringView line = WStringView(text_).substr(0, end);
+    line.remove_prefix(line.find_last_of(WTEXT("\r\n")) + 1);
+    const auto isOther = [](WChar unit) { return !IsBlank(unit) && unit != '@' && unit != '='; };
+    return std::none_of(line.begin(), line.end(), isOther);
 }
 
 // Text in quotes, which may run over line ends; they are part of it.
@@ -276,11 +304,13 @@ WString Reader::ReadQuoted(std::string_view what, bool* hasEscapes) {
         }
         const WChar unit = text_[position_++];
         if (unit == '\n' || (unit == '\r' && Peek() != '\n')) ++line_;
+        if (unit == '\\' && line_ != begin && IsLineEnd(Peek())) open_ = what;  // of hex data
         if (unit != '\\')
             out += unit;
         else if (ReadEscape(out) && hasEscapes != nullptr)
             *hasEscapes = true;
     }
+    if (line_ != begin && BeginsValue(position_ - 1)) open_ = what;
     return out;
 }
 

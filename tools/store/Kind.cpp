@@ -111,7 +111,7 @@ bool IsBehindServer(const StoreName& name) {
 // A path with a server in it has one "|", with something on both sides.
 bool NamesNoServer(const StoreName& name) {
     const size_t bar = name.path.find('|');
-    if (bar == std::string::npos) return name.method == kMethodRemoteContainer;
+    if (bar == std::string::npos) return name.method == FS_VR_METHOD_REMOTE_CONTAINER;
     return bar == 0 || bar + 1 == name.path.size() ||
            name.path.find('|', bar + 1) != name.path.npos;
 }

@@ -184,7 +184,7 @@ uint64_t Store::BytesHeld() const {
 }
 
 bool Store::KeepsUnnamedApart() const {
-    const bool container = IsRemote(name_) ? name_.method == kMethodRemoteContainer
+    const bool container = IsRemote(name_) ? name_.method == FS_VR_METHOD_REMOTE_CONTAINER
                                            : name_.method == FS_VR_METHOD_TARN;
     return !container;
 }

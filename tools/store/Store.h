@@ -29,9 +29,6 @@ class StoreError : public std::runtime_error {
     FBR_STATUS status_;
 };
 
-// What a server opens a container by.
-inline constexpr auto kMethodRemoteContainer = static_cast<FBR_METHOD>(4);
-
 // Which store: the path string of FBR_InitialiseEx and the method.
 struct StoreName {
     std::string path;  // UTF-8
