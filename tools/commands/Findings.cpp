@@ -97,8 +97,10 @@ std::string FindingLine(const Finding& finding, const Explanation& told) {
 std::string FindingInJson(const Finding& finding, const Explanation& told) {
     JsonObject object;
     object.Text("rule", std::string(TextOf(finding.rule).name)).Number("page", finding.page);
-    if (told.path) object.Text("key", KeyInJson(told.path->key));
-    if (told.path && told.path->isValue) object.Text("name", told.path->name);
+    const auto& path = told.path;
+    if (path && path->wayIsNamed && (path->isValue || path->isNamed))
+        object.Text("key", KeyInJson(path->key));
+    if (path && path->isValue && path->isNamed) object.Text("name", path->name);
     if (finding.rule == Rule::kBadEntry) object.Text("entry", finding.entry);
     if (told.loses)
         object.Text("lost", told.lost);

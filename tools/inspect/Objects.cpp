@@ -104,8 +104,18 @@ std::vector<EntryView> EntriesOf(const PageBytes& page) {
 }
 
 std::string InWords(const ObjectPath& path) {
-    const std::string key = "key \\" + Printable(path.key);
-    return path.isValue ? fmt::format("value \"{}\" of {}", Printable(path.name), key) : key;
+    const auto keyAt = [&](WStringView at) {
+        return path.wayIsNamed ? "key \\" + Printable(at) : "a key without a name";
+    };
+    if (path.isValue)
+        return (path.isNamed ? fmt::format("value \"{}\"", Printable(path.name))
+                             : "a value without a name") +
+               " of " + keyAt(path.key);
+    if (path.isNamed && path.wayIsNamed) return keyAt(path.key);
+    const size_t last = path.key.rfind('\\');
+    const WString name = path.key.substr(last == WString::npos ? 0 : last + 1);
+    return (path.isNamed ? fmt::format("key \"{}\"", Printable(name)) : "a key without a name") +
+           " below " + keyAt(path.key.substr(0, last == WString::npos ? 0 : last));
 }
 
 Objects::Objects(const Image& image) : image_(image), ownerIds_(image.PageCount()) {
@@ -255,6 +265,7 @@ ObjectPath Objects::PathOf(const FoundObject& object) const {
     path.isValue = !object.isKey;
     if (path.isValue) {
         path.name = NameOf(object);
+        path.isNamed = object.entryPage != 0;
         if (path.name == kUnnamed) path.name.clear();
     }
     uint32_t id = path.isValue ? object.parent : object.id;
@@ -262,6 +273,8 @@ ObjectPath Objects::PathOf(const FoundObject& object) const {
     while (id != root_ && id != 0 && seen.insert(id).second) {
         const FoundObject* key = WithId(id);
         WString name = key != nullptr ? NameOf(*key) : NumberAsName(id);
+        const bool named = key != nullptr && key->entryPage != 0;
+        (id == object.id ? path.isNamed : path.wayIsNamed) &= named;
         if (!path.key.empty()) name += '\\';
         path.key.insert(0, name);
         if (key == nullptr) return path;

@@ -28,9 +28,11 @@ struct ObjectPath {
     platform::WString name;  // of a value, empty for the unnamed one
     bool isValue = false;
     bool leadsToRoot = false;
+    bool isNamed = true;     // its own name is known
+    bool wayIsNamed = true;  // and so are those of all keys above it
 };
 
-// "key \a", "value "n" of key \a".
+// "key \a", "value "n" of key \a"; "a value without a name of key \a".
 std::string InWords(const ObjectPath& path);
 
 class Objects {
