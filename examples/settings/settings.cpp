@@ -9,7 +9,7 @@ int main() {
     FBR_STATUS status = settings->Open();
     if (status == FSSTATUS_NOT_FOUND) status = settings->Create(false);
     if (status != FSSTATUS_SUCCESS) {
-        std::fprintf(stderr, "settings.fbr: status %u\n", static_cast<unsigned>(status));
+        std::fprintf(stderr, "settings.fbr: %s\n", FsStatusText(status));
         return 1;
     }
     const IFBRSettingsFile::String key = FBR_TEXT("\\Window");

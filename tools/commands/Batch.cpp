@@ -152,7 +152,7 @@ void AddBatchCommand(Cli& cli) {
         .Example("fbr batch changes.txt")
         .Example("echo 'set settings.fbr Software Name sz \"a b\"' | fbr batch -")
         .Text("FILE", args->file, Need::kRequired,
-              "the commands without \"fbr\"; - for standard input")
+              "the commands without \"fbr\", with quotes as in a shell; - for standard input")
         .Flag("--stop", args->stop, "end at the first line that fails (the default)")
         .Flag("--continue", args->goOn, "do the lines behind one that fails")
         .Does([&cli, args] { Batch(cli, *args); });

@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 
-#include "platform/Errors.h"
 #include "storage/StorageApi.h"
 #include "storage/lifecycle/RunLock.h"
 #include "tools/commands/Cli.h"
@@ -16,6 +15,7 @@
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
 #include "tools/format/Json.h"
+#include "tools/format/Reason.h"
 #include "tools/format/Text.h"
 #include "tools/inspect/Image.h"
 #include "tools/store/Kind.h"
@@ -271,7 +271,7 @@ std::string ReasonOfEngine(storage::Status status) {
             return ReasonOf(platform::kErrorOutOfMemory);
         default:
             return status > 0
-                       ? ReasonOf(static_cast<uint32_t>(status))
+                       ? ReasonOf(static_cast<platform::Error>(status))
                        : fmt::format("the engine ends with {}: fbr check tells more", status);
     }
 }

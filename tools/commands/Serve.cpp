@@ -10,8 +10,8 @@
 #include "server/StoreServer.h"
 #include "tools/commands/Cli.h"
 #include "tools/console/Console.h"
+#include "tools/format/Reason.h"
 #include "tools/format/Text.h"
-#include "tools/store/Status.h"
 
 namespace fbr {
 namespace {

@@ -7,6 +7,7 @@
 #include "platform/Resources.h"
 #include "storage/core/PageIo.h"
 #include "storage/lifecycle/Locate.h"
+#include "tools/format/Reason.h"
 #include "tools/format/Text.h"
 
 namespace fbr {
@@ -18,12 +19,8 @@ std::string InWords(platform::Error error) {
             return "there is no such file";
         case platform::kErrorPathNotFound:
             return "there is no such folder";
-        case platform::kErrorAccessDenied:
-            return "access is denied";
-        case platform::kErrorSharingViolation:
-            return "another program has it open";
         default:
-            return "error " + std::to_string(error);
+            return ReasonOf(error);
     }
 }
 

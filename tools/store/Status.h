@@ -2,7 +2,6 @@
 // Statuses of the library in words.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "include/ZrFsTypes.h"
@@ -15,9 +14,6 @@ std::string StatusText(FBR_STATUS status);
 // What a bare status would leave a person to guess, with "; " in front; empty where there is
 // nothing to say. `method` is the store's.
 std::string Advice(FBR_STATUS status, FBR_METHOD method);
-
-// What the system says by that error, and what to do: "the disk is full: make room on it".
-std::string ReasonOf(uint32_t error);
 
 // Throws a StoreError: what failed, the status and the advice.
 [[noreturn]] void ThrowStatus(const std::string& what, FBR_STATUS status, FBR_METHOD method);
