@@ -80,22 +80,22 @@ std::vector<container::Item> SmallTrees(uint32_t pageSize) {
     for (size_t i = 0; i < rich.children.size(); i += kTogether) {
         const auto from = rich.children.begin() + static_cast<ptrdiff_t>(i);
         const size_t count = std::min(kTogether, rich.children.size() - i);
-        trees.push_back(container::Directory(u"", {from, from + static_cast<ptrdiff_t>(count)}));
+        trees.push_back(container::Tree(""));
+        trees.back().children.assign(from, from + static_cast<ptrdiff_t>(count));
     }
     trees.back().body = rich.body;
-    const auto value = [](const char16_t* name, uint8_t type, size_t size) {
-        Bytes body(8 + size, 2);
-        container::Put32(body.data(), 0, type);
-        container::Put32(body.data(), 4, static_cast<uint32_t>(size));
-        container::Put32(body.data(), 8, 2);
-        return container::File(name, body);
+    container::Item store = container::Tree(
+        "FBRVersion ' ; key#002F\\(Default) ' ; key#002F\\sub\\ ; other\\#FILEn ' ; other\\n\\");
+    const auto value = [](container::Item* item, uint8_t type, size_t size) {
+        item->body.assign(8 + size, 2);
+        container::Put32(item->body.data(), 0, type);
+        container::Put32(item->body.data(), 4, static_cast<uint32_t>(size));
+        container::Put32(item->body.data(), 8, 2);
     };
-    trees.push_back(container::Directory(
-        u"",
-        {value(u"FBRVersion", 4, 4),
-         container::Directory(u"key#002F",
-                              {value(u"(Default)", 1, 300), container::Directory(u"sub")}),
-         container::Directory(u"other", {value(u"#FILEn", 3, 9), container::Directory(u"n")})}));
+    value(&store.children[0], 4, 4);
+    value(&store.children[1].children[0], 1, 300);
+    value(&store.children[2].children[0], 3, 9);
+    trees.push_back(store);
     return trees;
 }
 
@@ -128,9 +128,7 @@ void Logs(Folder folder) {
         form.pageSize = 256;
         form.foreign = foreign;
         form.logPending = 1;
-        const container::Item tree =
-            container::Directory(u"", {container::File(u"small", Bytes(20, 1)),
-                                       container::Paged(container::File(u"paged", Bytes(600, 1)))});
+        const container::Item tree = container::Tree("small *20 ; paged *600 pages");
         container::Builder plain(form, tree);
         const uint32_t header = plain.At(u"\\small").headerPage;
         const uint32_t page = plain.At(u"\\paged").streamPages[1];

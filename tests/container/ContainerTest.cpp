@@ -15,7 +15,7 @@ using storage::kOk;
 TEST(Container, IsTheFormatsToTheByteWhenFresh) {
     const FixedClock clock({2023, 3, 15, 6, 0, 0, 0});  // day 45000.25
     for (uint32_t pageSize = 256; pageSize <= 65536; pageSize *= 2) {
-        const Bytes expected = Builder({pageSize}, Directory(u"")).Finish();
+        const Bytes expected = Builder({pageSize}, Tree("")).Finish();
         EngineStore store(pageSize);
         EXPECT_EQ(store.FileBytes(), expected) << "while open";
         EXPECT_EQ(store.Close(), kOk);
@@ -59,7 +59,7 @@ TEST(Container, IsMadeOrRefused) {
 
 // Bytes that are no container, by name.
 std::vector<std::pair<const char*, Bytes>> NoContainers() {
-    const Bytes sound = Builder({}, Directory(u"")).Finish();
+    const Bytes sound = Builder({}, Tree("")).Finish();
     const auto with = [&](size_t at, uint16_t value) {
         Bytes bytes = sound;
         Put16(bytes.data(), at, value);
@@ -117,7 +117,7 @@ TEST(Container, WhatIsNoneIsRefusedAndNotChanged) {
         EXPECT_EQ(ReadBytes(dir / "a.fbr"), bytes);
         EXPECT_EQ(ReadBytes(dir / "a.log"), Bytes({1, 2, 3}));
     }
-    WriteBytes(dir / "a", Builder({}, Directory(u"")).Finish());
+    WriteBytes(dir / "a", Builder({}, Tree("")).Finish());
     const HugeFiles huge;
     EngineStore store;
     EXPECT_EQ(store.Open(dir / "a"), storage::kNotContainer);
@@ -126,7 +126,7 @@ TEST(Container, WhatIsNoneIsRefusedAndNotChanged) {
 TEST(Container, IsMarkedWhenItsRootIsBroken) {
     const TempDir dir;
     for (const uint32_t size : {0u, 512u, 4000u}) {
-        Builder builder({}, Directory(u"", {File(u"a")}));
+        Builder builder({}, Tree("a '"));
         Put16(builder.Page(2), 38, size);
         WriteBytes(dir / "a", builder.Finish());
         EngineStore store;
@@ -190,7 +190,7 @@ TEST(Container, ObeysItsFindSettings) {
     for (const bool foreign : {false, true}) {
         Form form{512, foreign};
         form.findSettings = 1;
-        EngineStore store(Builder(form, Directory(u"", {File(u"a", Pattern(3))})).Finish());
+        EngineStore store(Builder(form, Tree("a *3")).Finish());
         std::vector<std::pair<std::u16string, uint32_t>> entries;
         EXPECT_EQ(store.List(u"", &entries), storage::kSearchOff);
         EXPECT_EQ(store.Body(u"\\a"), Pattern(3));

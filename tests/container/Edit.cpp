@@ -17,7 +17,8 @@ Spot Find(Builder* b, const std::string& place) {
     std::istringstream in(place);
     std::string name, part, last;
     std::getline(std::getline(std::getline(in, name, '.'), part, '.'), last);
-    const uint32_t number = last.empty() ? 0 : static_cast<uint32_t>(std::stoul(last));
+    const bool end = last == "end";
+    const uint32_t number = last.empty() || end ? 0 : static_cast<uint32_t>(std::stoul(last));
     if (name == "page") return {static_cast<uint32_t>(std::stoul(part))};
     if (name == "last") return {b->PageCount() - 1 - static_cast<uint32_t>(std::stoul(part))};
     const std::u16string path =
@@ -30,12 +31,12 @@ Spot Find(Builder* b, const std::string& place) {
         const uint8_t* record = b->Record(path, static_cast<uint16_t>(number));
         return {found.headerPage, static_cast<size_t>(record - b->Page(found.headerPage))};
     }
-    return {(part == "head"      ? found.headerPages
-             : part == "entries" ? found.entryPages
-             : part == "names"   ? found.namePages
-             : part == "stream"  ? found.streamPages
-                                 : found.indexPages)
-                .at(number)};
+    const std::vector<uint32_t>& pages = part == "head"      ? found.headerPages
+                                         : part == "entries" ? found.entryPages
+                                         : part == "names"   ? found.namePages
+                                         : part == "stream"  ? found.streamPages
+                                                             : found.indexPages;
+    return {end ? pages.back() : pages.at(number)};
 }
 
 }  // namespace

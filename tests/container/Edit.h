@@ -2,11 +2,10 @@
 // Changes to a container laid out by hand, in words, so that a case of damage is a row of a table.
 //
 // A place is NAME.PART: a path without its first separator, nothing for the root, and
-//     head  entries  names  stream  index    its pages of that sort, with .2 the third of them
-//     entry                                  the page with its directory entry
-//     dirent                                 that entry
-//     record.2                               its record of type 2
-//     id                                     no place, but its file id
+//     head  entries  names  stream  index    its pages of that sort, with .2 the third, .end the
+//     last entry                                  the page with its directory entry dirent that
+//     entry record.2                               its record of type 2 id no place, but its file
+//     id
 // or page.7, or last.0 for the container's last page.
 #pragma once
 

@@ -16,7 +16,7 @@ namespace {
 // and 16 bytes, where a line "*" repeats the one before it.
 Bytes Dump(const std::string& lead) {
     Bytes bytes;
-    std::ifstream page(FORMAT_PAGE);
+    std::ifstream page(std::filesystem::path(ZRFS_SOURCE_DIR) / "docs/container-format.md");
     std::string line;
     while (std::getline(page, line) && line.rfind(lead, 0) != 0) continue;
     while (std::getline(page, line) && line.rfind("```", 0) != 0) continue;
@@ -36,7 +36,7 @@ Bytes Dump(const std::string& lead) {
 TEST(FormatPage, ShowsAFreshContainerAndAValue) {
     const Bytes dump = Dump("### A fresh container");
     EXPECT_EQ(dump.size(), 1536u);
-    EXPECT_EQ(dump, Builder({}, Directory(u"")).Finish());
+    EXPECT_EQ(dump, Builder({}, Tree("")).Finish());
     const Reading reading = ReadContainer(Dump("### A value"));
     EXPECT_EQ(reading.wrong, "");
     Key expected;

@@ -34,8 +34,7 @@ Bytes Filled(Bytes page) {
 Scene Sequential(bool foreign, bool inFile) {
     Form form{512, foreign};
     form.logPending = 1;
-    Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(kPayload * 3))),
-                                          Paged(File(u"b", Pattern(kPayload * 2, 7)))}));
+    Builder builder(form, Tree("a *3p pages ; b *2p pages"));
     const std::vector<uint32_t>& pages = builder.At(u"\\a").streamPages;
     const uint32_t orphan = builder.AddPage(RecordPage);
     const uint32_t unmapped = builder.At(u"\\b").streamPages.back();
@@ -54,13 +53,13 @@ Scene Sequential(bool foreign, bool inFile) {
     if (inFile) builder.AddInFileLog(log, 30);
     return {builder.Finish(),
             inFile ? Bytes() : Joined(log),
-            {{u"\\a", body}, {u"\\b", Pattern(kPayload * 2, 7)}}};
+            {{u"\\a", body}, {u"\\b", Pattern(kPayload * 2)}}};
 }
 
 // One page is in its place and not yet there: of kind 0 with the pending kind, and free in the map.
 // Another has a copy elsewhere. And `others` are more than one page of the log lists.
 Scene Chained(bool foreign, int others) {
-    Builder builder({512, foreign}, Directory(u"", {Paged(File(u"a", Pattern(kPayload * 3)))}));
+    Builder builder({512, foreign}, Tree("a *3p pages"));
     const std::vector<uint32_t> pages = builder.At(u"\\a").streamPages;
     Put16(builder.Page(pages[0]), 0, Free);
     Put16(builder.Page(pages[0]), 2, DataPage);
@@ -122,7 +121,7 @@ TEST_P(Logs, WithNothingCommittedEmptyOrMissingChangeNothing) {
     if (!IsBeside()) return;
     Form form{512, Foreign()};
     form.logPending = 1;
-    const Builder builder(form, Directory(u"", {Paged(File(u"a", Pattern(600)))}));
+    const Builder builder(form, Tree("a *600 pages"));
     const uint32_t page = builder.At(u"\\a").streamPages[0];
     for (const Bytes& log :
          {Joined(SequentialLog(form, {}, {{DataPage, page, 7, Bytes(512, 9), {}}})), Bytes(),

@@ -21,6 +21,14 @@ void ExpectFull(const Reading& reading) {
     EXPECT_EQ(reading.usedPages + mapPages + 1, reading.pageCount);
 }
 
+// A file before the others from `place` on.
+void Fill(Item* root, size_t place, size_t number, size_t size) {
+    const auto at = root->children.begin() + static_cast<std::ptrdiff_t>(place);
+    Item& filler = *root->children.emplace(at);
+    filler.name = Numbered(u"filler ", number);
+    filler.body = Pattern(size);
+}
+
 struct Layout {
     uint32_t pageSize;
     bool foreign;
@@ -39,9 +47,7 @@ class Compaction : public testing::TestWithParam<Layout> {
         Item root = RichTree(GetParam().pageSize);
         const size_t fillers = seed == 0 ? 0 : 40;
         for (size_t i = 0; i < fillers; ++i)
-            root.children.insert(root.children.begin() +
-                                     static_cast<std::ptrdiff_t>(random() % root.children.size()),
-                                 File(Numbered(u"filler ", i), Pattern(random() % 4000)));
+            Fill(&root, random() % root.children.size(), i, random() % 4000);
         container_.Put(Builder(FormOf(seed == 0 ? 5 : seed % 3), root).Finish());
         EngineStore store;
         EXPECT_EQ(store.Open(container_.Path()), storage::kOk);
@@ -111,9 +117,7 @@ TEST_P(Compaction, OfAContainerWithItsLogInsideLeavesItsEndFree) {
     Form form = FormOf(0);
     form.inFileLog = 1;
     Item root = RichTree(form.pageSize);
-    for (size_t i = 0; i < 30; ++i)
-        root.children.insert(root.children.begin(),
-                             File(Numbered(u"filler ", i), Pattern(form.pageSize * 3)));
+    for (size_t i = 0; i < 30; ++i) Fill(&root, 0, i, form.pageSize * 3);
     Builder builder(form, root);
     builder.AddInFileLog({}, form.pageSize);  // past the next map page
     const Bytes bytes = builder.Finish();

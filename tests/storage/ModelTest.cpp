@@ -37,7 +37,7 @@ class Run {
     explicit Run(const Setup& setup) : setup_(setup), limits_(g_memoryLimits) {
         if (setup.tight) g_memoryLimits = {0, 0};
         const Form form{setup.pageSize, setup.foreign};
-        Item tree = setup.rich ? RichTree(setup.pageSize) : support::container::Directory(u"");
+        Item tree = setup.rich ? RichTree(setup.pageSize) : Tree("");
         root_->Fill(tree);
         container_.Put(Builder(form, tree).Finish());
         Expect("open", store_.Open(container_.Path()), kOk);

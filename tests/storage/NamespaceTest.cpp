@@ -3,165 +3,68 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 
 #include "storage/core/Transaction.h"
 #include "storage/namespace/Directory.h"
-#include "storage/namespace/Path.h"
 #include "tests/container/Edit.h"
-#include "tests/container/EngineStore.h"
 #include "tests/container/Shapes.h"
-#include "tests/contract/ScriptText.h"
+#include "tests/container/Verbs.h"
 #include "tests/support/ReadOnlyScope.h"
 
 namespace {
 
 using namespace storage;
 using namespace support::container;
-using platform::WChar;
 using support::Bytes;
 
 Bytes Text(std::string_view text) {
     return Bytes(text.begin(), text.end());
 }
 
-std::string Told(Status status, const std::string& text) {
-    return status == kOk ? text : std::to_string(status);
+std::vector<contract::Section> Sections() {
+    return SectionsIn("storage/namespace.txt");
 }
 
-std::string List(EngineStore& store, const WChar* pattern, uint32_t mask, uint32_t flags) {
-    StorageSearchStruct record{};
-    std::string names;
-    Status status = StorageFindFirst(store, &record, pattern, mask, static_cast<int32_t>(flags));
-    for (; status == kOk; status = StorageFindNext(store, &record))
-        names += (names.empty() ? "" : " ") +
-                 platform::ToUtf8((flags & kFindFullName) != 0 ? record.fullName : record.name);
-    EXPECT_EQ(StorageFindNext(store, &record), kNoMore) << "once and for all";
-    EXPECT_EQ(StorageFindClose(store, &record), kOk);
-    return Told(status == kNoMore ? kOk : status, names);
-}
-
-// An existing file must not be there; or is opened to be read, and emptied.
-Status Create(EngineStore& store, const WChar* path, const platform::WString& how) {
-    FileHandle* file = reinterpret_cast<FileHandle*>(1);
-    const bool read = how == WTEXT("read");
-    const Status status =
-        StorageCreateFile(store, path, 1, !read, 0, 0, 0, nullptr, 0, &file, !how.empty(), read);
-    EXPECT_EQ(file == nullptr, status != kOk);
-    if (status == kOk) StorageCloseFile(file);
-    return status;
-}
-
-std::string Join(const contract::Words& parts) {
-    WChar* path = nullptr;
-    const Status status =
-        NormalizePath(&path, '\\', parts[0].c_str(), parts[1].c_str(), parts[2].c_str());
-    std::string told = Told(status, path == nullptr ? "" : platform::ToUtf8(path));
-    EXPECT_EQ(path == nullptr, status != kOk);
-    platform::HeapRelease(path);
-    return told;
-}
-
-// What one line says: a status as a number, else the content, attributes, or names with spaces
-// between.
-std::string Do(EngineStore& store, const std::string& verb, const contract::Words& words) {
-    const WChar* path = words[0].c_str();
-    const std::u16string at = ToUnits(path), other = ToUnits(words[1].c_str());
-    Bytes body;
-    uint32_t attributes = 0, flags = 0;
-    uint8_t empty = 7;
-    if (verb == "make") return Told(store.MakeDirectory(at), "0");
-    if (verb == "put") return Told(store.Put(at, Text(Narrow(other))), "0");
-    if (verb == "create") return Told(Create(store, path, words[1]), "0");
-    if (verb == "delete") return Told(store.Delete(at), "0");
-    if (verb == "move") return Told(store.Move(at, other), "0");
-    if (verb == "case") return Told(StorageSetCaseSensitive(store, !at.empty()), "0");
-    if (verb == "text") {
-        const Status status = store.Get(at, &body);
-        return Told(status, std::string(body.begin(), body.end()));
-    }
-    if (verb == "attributes") {
-        const Status status = store.Attributes(at, &attributes);
-        return Told(status, "+" + std::to_string(attributes));
-    }
-    if (verb == "empty") {
-        const Status status = StorageIsDirectoryEmpty(store, path, &empty);
-        return Told(status, empty != 0 ? "yes" : "no");
-    }
-    if (verb == "match") return MatchPattern(words[1], words[0], false) ? "yes" : "no";
-    if (verb == "join") return Join(words);
-    for (const auto& [word, flag] : {std::pair(WTEXT("full"), kFindFullName),
-                                     {WTEXT("dots"), kFindWithDots},
-                                     {WTEXT("times"), kFindTimes}})
-        if (std::count(words.begin(), words.end(), platform::WString(word)) != 0) flags |= flag;
-    return List(store, path, static_cast<uint32_t>(std::stoul(Narrow(other))), flags);
-}
-
-// Plays a section of namespace.txt.
-void Play(EngineStore& store, const std::string& section) {
-    std::ifstream in(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/storage/namespace.txt");
-    int lines = 0;
-    std::string line;
-    while (std::getline(in, line) && line != "== " + section) continue;
-    while (std::getline(in, line) && !line.empty()) {
-        if (line[0] == '#') continue;
+// Each line says a status as a number, or what the call gives.
+void Play(EngineStore& store, const contract::Section& section) {
+    for (const auto& [number, line] : section.lines) {
+        if (line.starts_with("has ")) continue;
         const size_t arrow = line.find(" ->");
-        contract::Words words = contract::WordsOf(line.substr(0, arrow));
-        const std::string verb = platform::ToUtf8(words[0]);
-        words.erase(words.begin());
-        words.resize(std::max<size_t>(words.size(), 3));
-        const std::string says =
-            arrow == line.npos ? "0" : line.substr(std::min(arrow + 4, line.size()));
-        EXPECT_EQ(Do(store, verb, words), says) << line;
-        ++lines;
+        std::string told;
+        const Status status = Do(store, contract::WordsOf(line.substr(0, arrow)), &told);
+        EXPECT_EQ(status == kOk ? told : std::to_string(status),
+                  arrow == line.npos ? "0" : line.substr(std::min(arrow + 4, line.size())))
+            << "line " << number << ": " << line;
     }
-    EXPECT_GT(lines, 5);
 }
 
-TEST(Namespace, TellsWhatIsThereAndWhatIsMissing) {
-    EngineStore store(512);
-    Play(store, "What is there and what is missing");
-    store.ReadSound();
+// On a store with what is said behind "has".
+TEST(Namespace, SaysWhatItsLinesSay) {
+    std::vector<contract::Section> sections = Sections();
+    sections.pop_back();
+    EXPECT_EQ(sections.size(), 5u);
+    for (const contract::Section& section : sections) {
+        std::string tree;
+        for (const auto& [number, line] : section.lines)
+            if (line.starts_with("has ")) tree += line.substr(4) + ";";
+        for (const bool foreign : {false, true}) {
+            EngineStore store(Builder({512, foreign}, Tree(tree)).Finish());
+            Play(store, section);
+            store.ReadSound();
+        }
+    }
+    EXPECT_FALSE(MatchPattern(WTEXT("KEY"), WTEXT("k?Y"), true));
 }
 
-TEST(Namespace, SearchesByMaskAndPattern) {
-    Item hidden = File(u"h");
-    hidden.attributes = kAttrHidden;
-    EngineStore store(
-        Builder({}, support::container::Directory(
-                        u"", {support::container::Directory(
-                                  u"d", {File(u"e"), File(u"A"), File(u"c"), hidden, File(u"G"),
-                                         support::container::Directory(u"b")}),
-                              support::container::Directory(u"n")}))
-            .Finish());
-    Play(store, "Searches");
-    EXPECT_TRUE(store.Has(u"\\d\\h"));
-    // A search goes with its store, or when its record is used again.
+// Its search goes with a store, or when its record is used again.
+TEST(Namespace, GivesSearchesUp) {
+    EngineStore store(Builder({}, RichTree(512)).Finish());
     StorageSearchStruct first{}, again{};
     for (StorageSearchStruct* record : {&first, &again, &again})
-        ASSERT_EQ(StorageFindFirst(store, record, WTEXT("\\d\\*"), 3, kFindSize), kOk);
+        ASSERT_EQ(StorageFindFirst(store, record, WTEXT("\\many\\*"), 3, kFindSize), kOk);
     EXPECT_EQ(first.created, 45000.25);
     EXPECT_EQ(store.Close(), kOk);
     EXPECT_TRUE(first.search == nullptr && first.name == nullptr && again.search == nullptr);
-}
-
-TEST(Namespace, FollowsLinks) {
-    using support::container::Directory;
-    const auto name = [](size_t i) { return Numbered(u"l", i); };
-    for (const bool foreign : {false, true}) {
-        const Form form{512, foreign};
-        Item tree = Directory(
-            u"", {Directory(u"dir", {File(u"f", Text("ff")), Link(u"up", u"..\\file"),
-                                     Link(u"odd", u".x\\file"), Link(u"self", u"f")}),
-                  File(u"file", Text("ggg")), Link(u"abs", u"\\\\dir"), Link(u"rel", u".\\dir\\"),
-                  Link(u"two", u"abs/up"), Link(u"far", u"..\\file"), Link(u"lost", u"none"),
-                  Link(u"bad", u"dir\\\\f"), Paged(Link(u"paged", u"\\dir\\f")),
-                  Link(u"empty", u""), File(u"l0", Text("e")), Link(u"ring", u"ring")});
-        for (size_t i = 1; i <= 33; ++i) tree.children.push_back(Link(name(i), name(i - 1)));
-        EngineStore store(Builder(form, tree).Finish());
-        Play(store, "Links");
-        store.ReadSound();
-    }
 }
 
 TEST(Namespace, RefusesNames) {
@@ -171,12 +74,6 @@ TEST(Namespace, RefusesNames) {
         EXPECT_EQ(CheckName(platform::WString{'a', unit, 'b'}), !bad) << int{unit};
     }
     EXPECT_TRUE(CheckName(WTEXT("")));
-}
-
-TEST(Namespace, MatchesPatternsAndJoinsPaths) {
-    EngineStore none;
-    for (const char* section : {"Patterns", "Parts of a path"}) Play(none, section);
-    EXPECT_FALSE(MatchPattern(WTEXT("KEY"), WTEXT("k?Y"), true));
 }
 
 // Pages are taken when they are needed, given back, and used again.
@@ -236,10 +133,7 @@ TEST(Namespace, HoldsManyNamesAndDeepTrees) {
 }
 
 TEST(Namespace, GivesAccessAsAskedFor) {
-    Item fixed = File(u"fixed", Text("f"));
-    fixed.attributes = kAttrReadOnly;
-    EngineStore store(
-        Builder({}, support::container::Directory(u"", {fixed, File(u"f", Text("x"))})).Finish());
+    EngineStore store(Builder({}, Tree("fixed 'f attributes=64 ; f 'x")).Finish());
     EXPECT_EQ(EngineFile(store, u"\\fixed").Opened(), kAccess);
     EXPECT_EQ(EngineFile(store, u"\\fixed", false, false, true).Opened(), kOk);
     FileHandle* writer = nullptr;
@@ -260,9 +154,7 @@ TEST(Namespace, ChangesNothingWhereItMayNotWrite) {
     const support::TempDir dir;
     Form form;
     form.logPending = 1;
-    Builder builder(form, support::container::Directory(
-                              u"", {support::container::Directory(u"d", {File(u"f", Text("text"))}),
-                                    Paged(File(u"bad", Pattern(900)))}));
+    Builder builder(form, Tree("d\\f 'text ; bad *900 pages"));
     Edit(&builder, "bad.stream.1+0:16 36");
     support::WriteBytes(dir / "a.fbr", builder.Finish());
     support::WriteBytes(dir / "a.log", Bytes(1024, 1));
@@ -270,7 +162,7 @@ TEST(Namespace, ChangesNothingWhereItMayNotWrite) {
         const support::ReadOnlyScope readOnly(dir / "a.fbr");
         EngineStore store;
         ASSERT_EQ(store.Open(dir / "a.fbr"), kOk);
-        Play(store, "May not be written");
+        Play(store, Sections().back());
         uint8_t corrupted = 9;
         EXPECT_EQ(StorageIsCorrupted(store, &corrupted), kOk);
         EXPECT_EQ(corrupted, 0) << "it keeps that to itself";

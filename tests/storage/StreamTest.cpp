@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <span>
+#include <sstream>
 
 #include "storage/namespace/Stream.h"
 #include "tests/container/Edit.h"
@@ -148,7 +150,7 @@ TEST(Stream, RefusesWhatIsPastTheLimitOfPages) {
     for (const uint32_t limit : {3u, 4u, 5u, 20u}) {
         Form form;
         form.maxPages = limit;
-        EngineStore store(Builder(form, Directory(u"")).Finish());
+        EngineStore store(Builder(form, Tree("")).Finish());
         storage::Status status = kOk;
         uint32_t made = 0;
         while (status == kOk) status = store.Put(Numbered(u"\\f", made++), Pattern(20));
@@ -168,8 +170,9 @@ TEST(Stream, RefusesWhatIsPastTheLimitOfPages) {
 // A coded block shrinks and grows within its place among the others.
 TEST(Stream, CodedBlocksTakeThePagesTheyNeed) {
     Bytes expected(kPayload * 4 * 5, 7);
-    EngineStore store(
-        Builder({}, Directory(u"", {Coded(Paged(File(u"v", expected)), 4)})).Finish());
+    Item tree = Tree("v ' pages method=4 block=4");
+    tree.children[0].body = expected;
+    EngineStore store(Builder({}, tree).Finish());
     const std::pair<Bytes, size_t> writes[] = {
         {{}, 5}, {Pattern(1920), 8}, {Bytes(1900, 3), 5}, {Pattern(700), 6}, {Bytes(1920, 9), 5}};
     for (const auto& [bytes, pages] : writes) {
@@ -190,9 +193,7 @@ TEST(Stream, CodedBlocksTakeThePagesTheyNeed) {
 }
 
 TEST(Stream, OfMethodThreeNeedsItsFunctions) {
-    Item coded = File(u"v", Bytes(100, 7));
-    coded.method = 3;
-    Builder builder({}, Directory(u"", {coded}));
+    Builder builder({}, Tree("v ^100 method=3"));
     // The record of the stream: a coded block of 32 bytes that stands for 100.
     uint8_t* record = builder.Record(kFile, DataRec);
     Put32(record, 4, 32);
@@ -208,89 +209,51 @@ TEST(Stream, OfMethodThreeNeedsItsFunctions) {
         return 0;
     };
     EXPECT_EQ(store.Get(kFile, &bytes), kOk);
-    EXPECT_EQ(bytes, Bytes(100, 7));
+    EXPECT_EQ(bytes, Bytes(100, 0xFF));
     storage::StorageExpandFunction = nullptr;
 }
 
 // What is said of a file that lies, and what may be done with it afterwards: the others stay whole.
 TEST(Stream, TellsLies) {
-    constexpr uint32_t kSmall = 224;
-    const Item tree = Directory(
-        u"",
-        {Paged(File(u"paged", Pattern(kSmall * 4))), File(u"long", Pattern(kSmall * 70)),
-         Coded(File(u"inline", Bytes(90, 0xFF)), 1), File(u"small", Bytes(3, 'x')),
-         Coded(Paged(File(u"coded", Runs(kSmall * 9 + 5))), 4), File(u"other", Pattern(1000))});
-    const Builder sound({256}, tree);
+    const std::vector<contract::Section> sections = SectionsIn("storage/lies.txt");
+    const Builder sound({256}, Tree(sections[0], 256));
     ASSERT_GE(sound.At(u"\\long").indexPages.size(), 2u);
-    const struct {
-        const char* what;
-        std::u16string file;
-        storage::Status status;
-        const char* edits;
-    } lies[] = {
-        {"a circle", u"\\paged", kCorrupt, "paged.stream.3+16 paged.stream.1"},
-        {"a circle of one", u"\\paged", kCorrupt, "paged.stream+16 paged.stream"},
-        {"a list of 16 GiB", u"\\paged", kCorrupt, "paged.stream.2+24 0xFFFFFFFF"},
-        {"a jump", u"\\paged", kCorrupt, "paged.stream.2+24 3 paged.stream.3+24 4"},
-        {"no first page", u"\\paged", kCorrupt,
-         "paged.stream+24 1 paged.stream.1+24 2 paged.stream.2+24 3 paged.stream.3+24 4"},
-        {"another's page", u"\\paged", kCorrupt, "paged.stream.1+16 other.stream"},
-        {"past the end", u"\\paged", kCorrupt, "paged.stream.1+16 0xFFFFFFF0"},
-        {"more than a page in a page", u"\\paged", kCorrupt, "paged.stream.1+30:16 225"},
-        {"a circle of the index", u"\\long", kCorrupt, "long.index.1+16 long.index"},
-        {"an entry past the end", u"\\long", kCorrupt, "long.index+52 0x10000000"},
-        {"a page twice", u"\\long", kCorrupt, "long.index+52 long.stream.4"},
-        {"a hole for a whole block", u"\\long", kCorrupt, "long.index+52 0"},
-        {"an index that is none", u"\\long", kCorrupt, "long.record.11+8 long.stream"},
-        {"no index: the chain serves", u"\\long", kOk, "long.record.11+8 0"},
-        {"blocks of no page", u"\\coded", kCorrupt, "coded.record.6+20 0"},
-        {"all one block", u"\\coded", kOk, "coded.record.6+20 65535"},
-        {"no such method", u"\\coded", kBadBlock, "coded.record.6+12 17"},
-        {"a run without an end", u"\\coded", kBadBlock, "fill/coded.stream+32 5"},
-        {"the same inline", u"\\inline", kBadBlock, "fill/inline.record.2+12 8"},
-        {"a size of all bits", u"\\paged", kOk, "fill/paged.record.0+40 8"},
-        {"a size of 62 bits", u"\\inline", kOk, "inline.record.0+44 0x40000000"},
-        {"no end offset", u"\\small", kCorrupt, "small.head+32:16 0"},
-        {"one before the records", u"\\small", kCorrupt, "small.head+32:16 35"},
-        {"one behind the page", u"\\small", kCorrupt, "small.head+32:16 257"},
-        {"one far behind", u"\\small", kCorrupt, "small.head+32:16 65535"},
-        {"one within a record", u"\\small", kCorrupt, "small.head+32:16 47"},
-        {"a record of no bytes", u"\\small", kCorrupt, "small.head+38:16 0"},
-        {"one of less than its head", u"\\small", kCorrupt, "small.head+38:16 11"},
-        {"one of an odd size", u"\\small", kCorrupt, "small.head+38:16 49"},
-        {"one behind the end", u"\\small", kCorrupt, "small.head+38:16 65535"},
-        {"one too short", u"\\small", kCorrupt, "small.head+38:16 40"},
-    };
-    for (const auto& lie : lies) {
-        SCOPED_TRACE(lie.what);
-        Builder builder = sound;
-        Edit(&builder, lie.edits);
-        EngineStore store(builder.Finish());
-        const size_t size = store.FileBytes().size();
-        Bytes bytes;
-        EXPECT_EQ(store.Get(lie.file, &bytes, 1 << 16), lie.status);
-        {
-            EngineFile file(store, lie.file);
-            if (file.Opened() == kOk) {
-                file.SeekFar(bytes.size() / 2);
-                file.Write(Bytes(3000, 5));
-                file.SeekFar(1u << 30);
-                file.Read(10, &bytes);
+    for (const contract::Section& section : std::span(sections).subspan(1))
+        for (const auto& [number, line] : section.lines) {
+            SCOPED_TRACE(line);
+            std::istringstream in(line);
+            std::string name, edits;
+            storage::Status status = kOk;
+            std::getline(in >> name >> status, edits);
+            const std::u16string path = u"\\" + ToUnits(name);
+            Builder builder = sound;
+            Edit(&builder, edits);
+            EngineStore store(builder.Finish());
+            const size_t size = store.FileBytes().size();
+            Bytes bytes;
+            EXPECT_EQ(store.Get(path, &bytes, 1 << 16), status);
+            {
+                EngineFile file(store, path);
+                if (file.Opened() == kOk) {
+                    file.SeekFar(bytes.size() / 2);
+                    file.Write(Bytes(3000, 5));
+                    file.SeekFar(1u << 30);
+                    file.Read(10, &bytes);
+                }
             }
+            store.Put(path, Bytes(100, 6));
+            const storage::Status deleted = store.Delete(path);
+            uint8_t corrupted = 0;
+            EXPECT_EQ(storage::StorageIsCorrupted(store, &corrupted), kOk);
+            if (path == u"\\small") {
+                EXPECT_EQ(deleted, kCorrupt);
+                EXPECT_EQ(corrupted, 1) << "by one who has the lock";
+            }
+            EXPECT_EQ(store.Body(u"\\other"), Pattern(1000));
+            EXPECT_EQ(store.Put(u"\\new", Pattern(9)), kOk);
+            store.Close();
+            EXPECT_LT(store.FileBytes().size(), size * 4);
         }
-        store.Put(lie.file, Bytes(100, 6));
-        const storage::Status deleted = store.Delete(lie.file);
-        uint8_t corrupted = 0;
-        EXPECT_EQ(storage::StorageIsCorrupted(store, &corrupted), kOk);
-        if (lie.file == u"\\small") {
-            EXPECT_EQ(deleted, kCorrupt);
-            EXPECT_EQ(corrupted, 1) << "by one who has the lock";
-        }
-        EXPECT_EQ(store.Body(u"\\other"), Pattern(1000));
-        EXPECT_EQ(store.Put(u"\\new", Pattern(9)), kOk);
-        store.Close();
-        EXPECT_LT(store.FileBytes().size(), size * 4);
-    }
 }
 
 }  // namespace

@@ -33,27 +33,6 @@ uint16_t StreamType(const Item& item, uint32_t fileId) {
 
 }  // namespace
 
-Item Directory(std::u16string name, std::vector<Item> children) {
-    Item item;
-    item.name = std::move(name);
-    item.kind = ItemKind::Directory;
-    item.children = std::move(children);
-    return item;
-}
-
-Item File(std::u16string name, Bytes body) {
-    Item item;
-    item.name = std::move(name);
-    item.body = std::move(body);
-    return item;
-}
-
-Item Link(std::u16string name, const std::u16string& target) {
-    Item item = File(std::move(name), UnitBytes(target));
-    item.kind = ItemKind::Link;
-    return item;
-}
-
 // The records of one object while it is laid out.
 struct Builder::Records {
     Builder* builder;

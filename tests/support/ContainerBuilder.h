@@ -32,9 +32,6 @@ struct Item {
     std::vector<Item> children;
     uint32_t fileId = 0, headerPage = 0;  // where the reader found it
 };
-Item Directory(std::u16string name, std::vector<Item> children = {});
-Item File(std::u16string name, Bytes body = {});
-Item Link(std::u16string name, const std::u16string& target);
 
 struct Form {
     uint32_t pageSize = 512;

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+#include "tests/container/Shapes.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "tests/contract/ScriptText.h"
+
+namespace support::container {
+
+namespace {
+
+std::u16string Units(const std::string& text) {
+    const platform::WString units = platform::FromUtf8(text);
+    return std::u16string(units.begin(), units.end());
+}
+
+size_t SizeIn(const std::string& text, size_t payload) {
+    size_t end = 0;
+    const size_t number = std::stoul(text, &end);
+    if (end == text.size() || text[end] != 'p') return number;
+    return number * payload + (end + 1 == text.size() ? 0 : std::stoi(text.substr(end + 1)));
+}
+
+// The object at a path, which is made with the directories on the way to it.
+Item* At(Item* root, const std::string& path) {
+    Item* at = root;
+    std::istringstream parts(path);
+    for (std::string part; std::getline(parts, part, '\\');) {
+        if (part.empty()) continue;
+        at->kind = ItemKind::Directory;
+        const std::u16string name = Units(part);
+        auto found = std::find_if(at->children.begin(), at->children.end(),
+                                  [&](const Item& item) { return item.name == name; });
+        if (found == at->children.end()) {
+            at->children.emplace_back().name = name;
+            found = at->children.end() - 1;
+        }
+        at = &*found;
+    }
+    if (path.ends_with('\\')) at->kind = ItemKind::Directory;
+    return at;
+}
+
+void Describe(Item* item, const std::string& word, size_t payload) {
+    const auto size = [&](size_t at) { return SizeIn(word.substr(at), payload); };
+    const auto is = [&](const char* key) { return word.starts_with(key); };
+    const auto number = [&] { return static_cast<uint32_t>(size(word.find('=') + 1)); };
+    if (is("'")) item->body = contract::DataOf(word);
+    if (is("*")) item->body = Pattern(size(1));
+    if (is("~")) item->body = Runs(size(1));
+    if (is("^")) item->body = Bytes(size(1), 0xFF);
+    if (is(">")) {
+        item->kind = ItemKind::Link;
+        item->body = UnitBytes(Units(word.substr(1)));
+    }
+    if (is("attributes=")) item->attributes = number();
+    if (is("size=")) item->size = number();
+    if (is("method=")) item->method = number();
+    if (is("block=")) item->pagesPerBlock = number();
+    if (is("free=")) item->freeEntries = number();
+    item->inPages |= word == "pages";
+    item->indexed |= word == "indexed";
+    item->secondHeader |= word == "second-header";
+    item->inlineEntries |= word == "inline-entries";
+}
+
+}  // namespace
+
+Bytes Pattern(size_t size, uint32_t seed) {
+    Bytes bytes(size);
+    for (uint8_t& byte : bytes) {
+        seed = seed * 1664525u + 1013904223u;
+        byte = static_cast<uint8_t>(seed >> 24);
+    }
+    return bytes;
+}
+
+Bytes Runs(size_t size) {
+    Bytes bytes(size);
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = i / 150 % 3 == 0 ? 0xFF : static_cast<uint8_t>(i / 150);
+    for (size_t i = 0; i < size; i += 97) bytes[i] = 0xFF;
+    return bytes;
+}
+
+Item Tree(const std::string& text, uint32_t pageSize) {
+    Item root;
+    root.kind = ItemKind::Directory;
+    std::istringstream in(text);
+    for (std::string object; std::getline(in, object, ';');) {
+        const contract::Words words = contract::WordsOf(object);
+        if (words.empty()) continue;
+        Item* item = At(&root, platform::ToUtf8(words[0]));
+        if (words.size() == 1) item->kind = ItemKind::Directory;
+        for (size_t i = 1; i < words.size(); ++i)
+            Describe(item, platform::ToUtf8(words[i]), pageSize - 32);
+    }
+    return root;
+}
+
+Item Tree(const contract::Section& section, uint32_t pageSize) {
+    std::string text;
+    for (const auto& [number, line] : section.lines) text += line + ";";
+    return Tree(text, pageSize);
+}
+
+std::vector<contract::Section> SectionsIn(const std::string& file) {
+    return contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests" / file);
+}
+
+Item RichTree(uint32_t pageSize) {
+    static const contract::Section rich = SectionsIn("container/rich.txt").at(0);
+    return Tree(rich, pageSize);
+}
+
+}  // namespace support::container
