@@ -174,9 +174,9 @@ void EngineStore::ReadBelow(const std::u16string& path, Failures* failures, size
 }
 
 EngineFile::EngineFile(const EngineStore& store, const std::u16string& path, bool write,
-                       bool denyRead, bool denyWrite) {
-    opened_ = storage::StorageOpenFile(store.Container(), ToWide(path).c_str(), 1, write, denyRead,
-                                       denyWrite, WTEXT(""), 0, &file_);
+                       bool denyRead, bool denyWrite, bool read) {
+    opened_ = storage::StorageOpenFile(store.Container(), ToWide(path).c_str(), read, write,
+                                       denyRead, denyWrite, WTEXT(""), 0, &file_);
 }
 
 Status EngineFile::Write(const Bytes& bytes) {

@@ -88,7 +88,7 @@ class EngineStore {
 class EngineFile {
   public:
     EngineFile(const EngineStore& store, const std::u16string& path, bool write = true,
-               bool denyRead = false, bool denyWrite = false);
+               bool denyRead = false, bool denyWrite = false, bool read = true);
     ~EngineFile() { Close(); }
     EngineFile(const EngineFile&) = delete;
     EngineFile& operator=(const EngineFile&) = delete;

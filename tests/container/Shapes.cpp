@@ -15,13 +15,6 @@ std::u16string Units(const std::string& text) {
     return std::u16string(units.begin(), units.end());
 }
 
-size_t SizeIn(const std::string& text, size_t payload) {
-    size_t end = 0;
-    const size_t number = std::stoul(text, &end);
-    if (end == text.size() || text[end] != 'p') return number;
-    return number * payload + (end + 1 == text.size() ? 0 : std::stoi(text.substr(end + 1)));
-}
-
 // The object at a path, which is made with the directories on the way to it.
 Item* At(Item* root, const std::string& path) {
     Item* at = root;
@@ -43,13 +36,11 @@ Item* At(Item* root, const std::string& path) {
 }
 
 void Describe(Item* item, const std::string& word, size_t payload) {
-    const auto size = [&](size_t at) { return SizeIn(word.substr(at), payload); };
     const auto is = [&](const char* key) { return word.starts_with(key); };
-    const auto number = [&] { return static_cast<uint32_t>(size(word.find('=') + 1)); };
-    if (is("'")) item->body = contract::DataOf(word);
-    if (is("*")) item->body = Pattern(size(1));
-    if (is("~")) item->body = Runs(size(1));
-    if (is("^")) item->body = Bytes(size(1), 0xFF);
+    const auto number = [&] {
+        return static_cast<uint32_t>(SizeIn(word.substr(word.find('=') + 1), payload));
+    };
+    if (word.find_first_of("'*~0123456789ABCDEF") == 0) item->body = DataIn(word, payload);
     if (is(">")) {
         item->kind = ItemKind::Link;
         item->body = UnitBytes(Units(word.substr(1)));
@@ -82,6 +73,57 @@ Bytes Runs(size_t size) {
         bytes[i] = i / 150 % 3 == 0 ? 0xFF : static_cast<uint8_t>(i / 150);
     for (size_t i = 0; i < size; i += 97) bytes[i] = 0xFF;
     return bytes;
+}
+
+uint64_t SizeIn(const std::string& word, size_t payload) {
+    size_t end = 0;
+    const uint64_t number = std::stoull(word, &end);
+    if (end == word.size() || word[end] != 'p') return number;
+    const int more = end + 1 == word.size() ? 0 : std::stoi(word.substr(end + 1));
+    return number * payload + static_cast<uint64_t>(more);
+}
+
+std::string SizeTold(uint64_t size, size_t payload) {
+    const uint64_t pages = size / payload + (size % payload + 1 == payload ? 1 : 0);
+    const uint64_t more = size - pages * payload;
+    if (pages == 0 || more + 1 > 2 || size >> 32 != 0) return std::to_string(size);
+    return std::to_string(pages) + (more == 0 ? "p" : more == 1 ? "p+1" : "p-1");
+}
+
+Bytes DataIn(const std::string& word, size_t payload) {
+    const auto size = [&](size_t at) {
+        return static_cast<size_t>(SizeIn(word.substr(at), payload));
+    };
+    if (word.starts_with('*')) return Pattern(size(1));
+    if (word.starts_with('~')) return Runs(size(1));
+    const bool times = word.size() > 2 && word[2] == '*' && word[0] != '\'';
+    return times ? Bytes(size(3), contract::DataOf(word.substr(0, 2)).at(0))
+                 : contract::DataOf(word);
+}
+
+std::string DataTold(const Bytes& data) {
+    constexpr size_t kRun = 4, kPattern = 16;
+    std::string told;
+    Bytes piece;  // since the last run
+    const auto tell = [&] {
+        const bool pattern = piece.size() >= kPattern && piece == Pattern(piece.size());
+        told += told.empty() ? "" : " ";
+        told +=
+            pattern ? "*" + std::to_string(piece.size()) : platform::ToUtf8(contract::Shown(piece));
+        piece.clear();
+    };
+    for (size_t at = 0, end = 0; at < data.size(); at = end) {
+        while (end < data.size() && data[end] == data[at]) ++end;
+        if (end - at >= kRun && !piece.empty()) tell();
+        piece.insert(piece.end(), std::min(end - at, kRun), data[at]);
+        if (end - at < kRun) continue;
+        piece.resize(1);
+        told += (told.empty() ? "" : " ") + platform::ToUtf8(contract::Shown(piece)) + "*" +
+                std::to_string(end - at);
+        piece.clear();
+    }
+    if (!piece.empty() || data.empty()) tell();
+    return told;
 }
 
 Item Tree(const std::string& text, uint32_t pageSize) {

@@ -16,15 +16,21 @@ Bytes Runs(size_t size);
 // stands on the way to an object is a directory, and so is one with "\" behind it, or nothing. The
 // others tell
 //
-//     '           their bytes: text, *9 for a pattern, ~9 for runs or ^9 for 0xFF; "2p-1" is one
-//     less
-//                 than what two pages hold
+//     DATA        their bytes: 'text, *9 for a pattern, ~9 for runs, 07*9 for one byte so many
+//     times,
+//                 or hexadecimal; "2p-1" is one less than what two pages hold
 //     >PATH       that they are a link, and to where
 //     KEY=NUMBER  a field of Item: attributes, size, method, block, free
 //     pages indexed second-header inline-entries
 //
 // in words as those of a script.
 Item Tree(const std::string& text, uint32_t pageSize = 512);
+
+// Data and sizes as words, where a page holds `payload` bytes, and the words for them.
+Bytes DataIn(const std::string& word, size_t payload);
+uint64_t SizeIn(const std::string& word, size_t payload);
+std::string DataTold(const Bytes& data);
+std::string SizeTold(uint64_t size, size_t payload);
 
 // The sections of a text in the folder of the tests, and the tree whose objects are one's lines.
 std::vector<contract::Section> SectionsIn(const std::string& file);

@@ -2,9 +2,11 @@
 #include "tests/container/Verbs.h"
 
 #include <algorithm>
+#include <map>
 
 #include "storage/namespace/Directory.h"
 #include "storage/namespace/Path.h"
+#include "storage/namespace/Stream.h"
 
 namespace support::container {
 
@@ -15,116 +17,218 @@ using platform::WString;
 
 namespace {
 
-bool Has(const Words& words, const WChar* word) {
-    return std::count(words.begin(), words.end(), WString(word)) != 0;
-}
+struct Call {
+    Session& session;
+    const Words& words;
+    std::string* told;
 
-Status Create(EngineStore& store, const Words& words) {
+    const WString& Word(size_t i) const {
+        static const WString none;
+        return i < words.size() ? words[i] : none;
+    }
+    std::string Plain(size_t i) const { return platform::ToUtf8(Word(i)); }
+    const WChar* Wide() const { return Word(1).c_str(); }
+    std::u16string Path(size_t i = 1) const { return ToUnits(Word(i).c_str()); }
+    Bytes Data(size_t i) const { return DataIn(Plain(i), Payload()); }
+    uint64_t Size(size_t i) const { return SizeIn(Plain(i), Payload()); }
+    bool Has(const WChar* word) const {
+        return std::count(words.begin(), words.end(), WString(word)) != 0;
+    }
+    size_t Payload() const { return session.pageSize - 32; }
+    EngineStore& Store() const { return session.store; }
+    EngineFile& File() const { return *session.file; }
+    // What is so of an object, in words.
+    template <class Value>
+    Status Tell(Status status, const Value& value) const {
+        if constexpr (std::is_convertible_v<Value, std::string>)
+            *told = value;
+        else
+            *told = std::to_string(value);
+        return status;
+    }
+};
+
+Status Create(Call& c) {
     FileHandle* file = reinterpret_cast<FileHandle*>(1);
-    const bool read = words[2] == WTEXT("read");
-    const Status status = StorageCreateFile(store, words[1].c_str(), 1, !read, 0, 0, 0, nullptr, 0,
-                                            &file, !words[2].empty(), read);
+    const bool read = c.Plain(2) == "read", open = !c.Plain(2).empty();
+    const Status status =
+        StorageCreateFile(c.Store(), c.Wide(), 1, !read, 0, 0, 0, nullptr, 0, &file, open, read);
     EXPECT_EQ(file == nullptr, status != kOk);
     if (status == kOk) StorageCloseFile(file);
     return status;
 }
 
-Status Find(EngineStore& store, const Words& words, std::string* names) {
-    const uint32_t flags = (Has(words, WTEXT("full")) ? kFindFullName : 0u) |
-                           (Has(words, WTEXT("dots")) ? kFindWithDots : 0u) |
-                           (Has(words, WTEXT("times")) ? kFindTimes : 0u);
-    const auto mask = static_cast<uint32_t>(std::stoul(platform::ToUtf8(words[2])));
+Status Find(Call& c) {
+    const uint32_t flags = (c.Has(WTEXT("full")) ? kFindFullName : 0u) |
+                           (c.Has(WTEXT("dots")) ? kFindWithDots : 0u) |
+                           (c.Has(WTEXT("times")) ? kFindTimes : 0u);
     StorageSearchStruct record{};
-    names->clear();
-    Status status =
-        StorageFindFirst(store, &record, words[1].c_str(), mask, static_cast<int32_t>(flags));
-    for (; status == kOk; status = StorageFindNext(store, &record))
-        *names += (names->empty() ? "" : " ") +
-                  platform::ToUtf8((flags & kFindFullName) != 0 ? record.fullName : record.name);
+    c.told->clear();
+    Status status = StorageFindFirst(c.Store(), &record, c.Wide(), static_cast<uint32_t>(c.Size(2)),
+                                     static_cast<int32_t>(flags));
+    for (; status == kOk; status = StorageFindNext(c.Store(), &record))
+        *c.told += (c.told->empty() ? "" : " ") +
+                   platform::ToUtf8((flags & kFindFullName) != 0 ? record.fullName : record.name);
     if (status == kNoMore) {
-        EXPECT_EQ(StorageFindNext(store, &record), kNoMore) << "once and for all";
+        EXPECT_EQ(StorageFindNext(c.Store(), &record), kNoMore) << "once and for all";
     }
-    EXPECT_EQ(StorageFindClose(store, &record), kOk);
+    EXPECT_EQ(StorageFindClose(c.Store(), &record), kOk);
     return status == kNoMore ? Status{kOk} : status;
 }
 
-Status Join(const Words& parts, std::string* joined) {
+Status Join(Call& c) {
     WChar* path = nullptr;
     const Status status =
-        NormalizePath(&path, '\\', parts[1].c_str(), parts[2].c_str(), parts[3].c_str());
+        NormalizePath(&path, '\\', c.Wide(), c.Word(2).c_str(), c.Word(3).c_str());
     EXPECT_EQ(path == nullptr, status != kOk);
-    *joined = path == nullptr ? "" : platform::ToUtf8(path);
+    *c.told = path == nullptr ? "" : platform::ToUtf8(path);
     platform::HeapRelease(path);
     return status;
 }
 
-// Writes data behind an offset, piece for piece, or cuts to one size and the next.
-Status ByHandle(EngineStore& store, const Words& words, bool writes) {
-    EngineFile file(store, ToUnits(words[1].c_str()));
+// Piece for piece behind an offset, or to one size and the next.
+Status ByHandle(Call& c) {
+    const bool writes = c.Plain(0) == "write";
+    EngineFile file(c.Store(), c.Path());
     Status status = file.Opened();
     if (status != kOk) return status;
-    const auto text = [&](size_t i) { return platform::ToUtf8(words[i]); };
-    if (writes) file.SeekFar(std::stoul(text(2)));
-    for (size_t i = writes ? 3 : 2; i < words.size() && status == kOk; ++i)
-        status = writes ? file.Write(contract::DataOf(text(i))) : file.SetSize(std::stoul(text(i)));
+    if (writes) file.SeekFar(c.Size(2));
+    for (size_t i = writes ? 3 : 2; i < c.words.size() && status == kOk; ++i)
+        status = writes ? file.Write(c.Data(i)) : file.SetSize(c.Size(i));
     const Status closed = file.Close();
     return status != kOk ? status : closed;
 }
 
-Status PutWhole(EngineStore& store, const Words& words) {
-    const Bytes body = contract::DataOf(platform::ToUtf8(words[3]));
-    const Status status = PutAt(store, words[1].c_str(), words[2],
+Status PutWhole(Call& c) {
+    const Bytes body = c.Data(3);
+    const Status status = PutAt(c.Store(), c.Wide(), c.Word(2),
                                 {"head", 4, body.data(), static_cast<uint32_t>(body.size())});
     // Who cannot do it in one step goes the long way, and is told the reason there.
     return status == kNotPlain ? Status{kNoMemory} : status;
 }
 
+Status Read(Call& c) {
+    Bytes body;
+    const Status status = c.Store().Get(c.Path(), &body);
+    return c.Tell(status, DataTold(body));
+}
+
+Status Open(Call& c) {
+    const bool read = c.Has(WTEXT("read")), write = c.Has(WTEXT("write"));
+    c.session.file = std::make_unique<EngineFile>(c.Store(), c.Path(), write || !read, false,
+                                                  c.Has(WTEXT("deny-write")), read || !write);
+    return c.File().Opened();
+}
+
+Status Get(Call& c) {
+    Bytes bytes;
+    const Status status = c.File().Read(static_cast<uint32_t>(c.Size(1)), &bytes);
+    EXPECT_TRUE(status == kOk || bytes.empty());
+    return c.Tell(status, DataTold(bytes));
+}
+
+Status Stream(Call& c) {
+    FileObject* object = c.File().Object();
+    size_t pages = 0;
+    for (const uint32_t page : object->pageList) pages += page != 0;
+    return c.Tell(kOk, std::to_string(pages) + " " + std::to_string(object->pageListPages.Count()) +
+                           " " + SizeTold(object->streamEnd, c.Payload()) + " " +
+                           SizeTold(object->size, c.Payload()));
+}
+
+Status End(Call& c) {
+    FileObject* object = c.File().Object();
+    return SetStreamEnd(object, c.Size(1), &c.File().Handle()->block, object->transaction);
+}
+
+Status Sound(Call& c) {
+    const Reading reading = c.Store().ReadSound();
+    const Bytes& body = reading.At(c.Path())->body;
+    EXPECT_EQ(c.Store().Body(c.Path()), body);
+    return c.Tell(kOk, DataTold(body));
+}
+
+Status RecordOf(Call& c) {
+    const Reading reading = c.Store().ReadSound();
+    Bytes file = c.Store().FileBytes();
+    uint8_t* page = file.data() + size_t{reading.At(c.Path())->headerPage} * reading.pageSize;
+    if (reading.foreign) Convert(page, reading.pageSize, true);
+    const uint8_t* record = RecordIn(page, DataRec);
+    return c.Tell(kOk,
+                  std::to_string(Get16(record, 2)) + (Get32(record, 8) != 0 ? " in pages" : ""));
+}
+
+Status Attributes(Call& c) {
+    uint32_t attributes = 0;
+    const Status status = c.Store().Attributes(c.Path(), &attributes);
+    return c.Tell(status, "+" + std::to_string(attributes));
+}
+
+Status Empty(Call& c) {
+    uint8_t empty = 7;
+    const Status status = StorageIsDirectoryEmpty(c.Store(), c.Wide(), &empty);
+    return c.Tell(status, empty != 0 ? "yes" : "no");
+}
+
+Status Times(Call& c) {
+    double created = 0;
+    const Status status = StorageGetFileTimes(c.Store(), c.Wide(), &created, nullptr, nullptr);
+    return c.Tell(status, created);
+}
+
+Status Id(Call& c) {
+    const EngineFile file(c.Store(), c.Path());
+    uint32_t id = 0;
+    return c.Tell(StorageGetFileId(file.Handle(), &id), id);
+}
+
+Status DeleteWithFiles(Call& c) {
+    c.Store().Container()->containerLock.AssertAlone();
+    return DeleteWithFilesAt(c.Store(), c.Wide());
+}
+
+const std::map<std::string, Status (*)(Call&)> kVerbs = {
+    {"attributes", Attributes},
+    {"case", [](Call& c) { return StorageSetCaseSensitive(c.Store(), !c.Path().empty()); }},
+    {"close", [](Call& c) { return c.File().Close(); }},
+    {"compact", [](Call& c) { return StorageCompact(c.Store(), nullptr); }},
+    {"create", Create},
+    {"cut", ByHandle},
+    {"delete", [](Call& c) { return c.Store().Delete(c.Path()); }},
+    {"delete-with-files", DeleteWithFiles},
+    {"empty", Empty},
+    {"end", End},
+    {"far", [](Call& c) { return c.File().SeekFar(c.Size(1)), Status{kOk}; }},
+    {"find", Find},
+    {"get", Get},
+    {"id", Id},
+    {"join", Join},
+    {"make", [](Call& c) { return c.Store().MakeDirectory(c.Path()); }},
+    {"match",
+     [](Call& c) { return c.Tell(kOk, MatchPattern(c.Word(2), c.Word(1), false) ? "yes" : "no"); }},
+    {"move", [](Call& c) { return c.Store().Move(c.Path(), c.Path(2)); }},
+    {"open", Open},
+    {"pages", [](Call& c) { return c.Tell(kOk, c.Store().ReadSound().pageCount); }},
+    {"put", [](Call& c) { return c.Store().Put(c.Path(), c.Data(2)); }},
+    {"put-whole", PutWhole},
+    {"read", Read},
+    {"record", RecordOf},
+    {"reopen", [](Call& c) { return c.Store().Reopen(); }},
+    {"seek", [](Call& c) { return c.File().Seek(0, static_cast<uint16_t>(c.Size(2))); }},
+    {"set", [](Call& c) { return c.File().Write(c.Data(1)); }},
+    {"size", [](Call& c) { return c.File().SetSize(c.Size(1)); }},
+    {"sound", Sound},
+    {"stream", Stream},
+    {"times", Times},
+    {"used", [](Call& c) { return c.Tell(kOk, c.Store().ReadSound().usedPages); }},
+    {"write", ByHandle}};
+
 }  // namespace
 
-Status Do(EngineStore& store, const Words& line, std::string* told) {
-    const std::string verb = platform::ToUtf8(line.at(0));
+Status Session::Do(const Words& line, std::string* told) {
     *told = "0";
-    if (verb == "write" || verb == "cut") return ByHandle(store, line, verb == "write");
-    Words words = line;
-    words.resize(std::max<size_t>(words.size(), 4));
-    const WChar* path = words[1].c_str();
-    const std::u16string at = ToUnits(path);
-    if (verb == "make") return store.MakeDirectory(at);
-    if (verb == "put") return store.Put(at, contract::DataOf(platform::ToUtf8(words[2])));
-    if (verb == "put-whole") return PutWhole(store, words);
-    if (verb == "create") return Create(store, words);
-    if (verb == "delete") return store.Delete(at);
-    if (verb == "move") return store.Move(at, ToUnits(words[2].c_str()));
-    if (verb == "case") return StorageSetCaseSensitive(store, !at.empty());
-    if (verb == "compact") return StorageCompact(store, nullptr);
-    if (verb == "find") return Find(store, words, told);
-    if (verb == "join") return Join(words, told);
-    if (verb == "delete-with-files") {
-        store.Container()->containerLock.AssertAlone();
-        return DeleteWithFilesAt(store, path);
-    }
-    Status status = kOk;
-    if (verb == "text") {
-        Bytes body;
-        status = store.Get(at, &body);
-        *told = std::string(body.begin(), body.end());
-    } else if (verb == "attributes") {
-        uint32_t attributes = 0;
-        status = store.Attributes(at, &attributes);
-        *told = "+" + std::to_string(attributes);
-    } else if (verb == "empty") {
-        uint8_t empty = 7;
-        status = StorageIsDirectoryEmpty(store, path, &empty);
-        *told = empty != 0 ? "yes" : "no";
-    } else if (verb == "times") {
-        double created = 0;
-        status = StorageGetFileTimes(store, path, &created, nullptr, nullptr);
-        *told = std::to_string(created);
-    } else {
-        EXPECT_EQ(verb, "match");
-        *told = MatchPattern(words[2], words[1], false) ? "yes" : "no";
-    }
-    return status;
+    Call call{*this, line, told};
+    return kVerbs.at(platform::ToUtf8(line.at(0)))(call);
 }
 
 }  // namespace support::container

@@ -33,7 +33,7 @@ using Step = std::pair<int, std::string>;
 Status Call(Store& store, const std::string& line, std::string* told) {
     const size_t behind = line.find(" or ");
     std::string more;
-    const Status status = Do(store, contract::WordsOf(line.substr(0, behind)), &more);
+    const Status status = Session{store}.Do(contract::WordsOf(line.substr(0, behind)), &more);
     if (status == kOk) *told += more;
     std::istringstream fine(behind == line.npos ? "" : line.substr(behind + 4));
     for (Status other; fine >> other;)

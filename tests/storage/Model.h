@@ -55,29 +55,24 @@ struct Node {
         nodes->push_back(this);
         for (const auto& [key, child] : children) child->All(nodes);
     }
-    // Nobody is at the copy.
-    std::unique_ptr<Node> Copy() const {
-        auto copy = std::make_unique<Node>();
-        copy->name = name;
-        copy->directory = directory;
-        copy->link = link;
-        copy->body = body;
-        for (const auto& [key, child] : children) {
-            auto& place = copy->children[key] = child->Copy();
-            place->parent = copy.get();
-        }
-        return copy;
+    // What another hand told of, with nobody at it.
+    static std::unique_ptr<Node> From(const Item& item, Node* parent = nullptr) {
+        auto node = std::make_unique<Node>();
+        node->name = item.name;
+        node->directory = item.kind == support::container::ItemKind::Directory;
+        node->link = item.kind == support::container::ItemKind::Link;
+        node->inlined = item.inlineEntries;
+        node->body = item.body;
+        node->body.resize(item.size.value_or(item.body.size()));
+        node->parent = parent;
+        for (const Item& child : item.children)
+            node->children[Folded(child.name)] = From(child, node.get());
+        return node;
     }
-    void Fill(const Item& item) {
-        body = item.body;
-        inlined = item.inlineEntries;
-        body.resize(item.size.value_or(body.size()));
-        for (const Item& child : item.children) {
-            using Kind = support::container::ItemKind;
-            Node* node = Add(child.name, child.kind == Kind::Directory);
-            node->link = child.kind == Kind::Link;
-            node->Fill(child);
-        }
+    // As that is compared.
+    void Gather(std::map<std::u16string, std::pair<bool, Bytes>>* objects) const {
+        (*objects)[Path()] = {directory, body};
+        for (const auto& [key, child] : children) child->Gather(objects);
     }
 };
 
@@ -118,21 +113,17 @@ inline Bytes AnyBody(uint32_t payload, uint32_t number) {
                          : support::container::Pattern(size, number);
 }
 
-// "" when what was found by other eyes is the tree of `node`.
+// "" when what was found by other eyes is the tree of `node`, else the paths that are not the same.
 inline std::string Difference(const Node& node, const Item& found) {
-    const std::string path = support::container::Narrow(node.Path());
-    if (node.body != found.body) return path + " has another body";
-    if (node.directory != (found.kind == support::container::ItemKind::Directory))
-        return path + " is of another kind";
-    for (const auto& child : found.children)
-        if (node.Child(child.name) == nullptr || node.Child(child.name)->name != child.name)
-            return support::container::Narrow(child.name) + " is there in " + path;
-    if (node.children.size() != found.children.size()) return path + " has another count";
-    for (const auto& child : found.children) {
-        const std::string below = Difference(*node.Child(child.name), child);
-        if (!below.empty()) return below;
-    }
-    return "";
+    std::map<std::u16string, std::pair<bool, Bytes>> is, was;
+    Node::From(found)->Gather(&is);
+    node.Gather(&was);
+    std::string paths;
+    for (const auto& [one, other] : {std::pair(&is, &was), {&was, &is}})
+        for (const auto& [path, object] : *one)
+            if (!other->contains(path) || other->at(path) != object)
+                paths += support::container::Narrow(path) + " differs; ";
+    return paths;
 }
 
 }  // namespace storage_model

@@ -37,8 +37,8 @@ class Run {
     explicit Run(const Setup& setup) : setup_(setup), limits_(g_memoryLimits) {
         if (setup.tight) g_memoryLimits = {0, 0};
         const Form form{setup.pageSize, setup.foreign};
-        Item tree = setup.rich ? RichTree(setup.pageSize) : Tree("");
-        root_->Fill(tree);
+        const Item tree = setup.rich ? RichTree(setup.pageSize) : Tree("");
+        root_ = Node::From(tree);
         container_.Put(Builder(form, tree).Finish());
         Expect("open", store_.Open(container_.Path()), kOk);
     }
@@ -392,7 +392,7 @@ class Run {
         if (batch_ != nullptr) return;
         EndWork();
         store_.Container()->containerLock.AssertAlone();
-        if (Expect("begin", BeginBatch(store_), kOk)) batch_ = root_->Copy();
+        if (Expect("begin", BeginBatch(store_), kOk)) batch_ = Node::From(Judged());
     }
     void EndBatch(bool keep) {
         if (batch_ == nullptr) return;
@@ -406,6 +406,14 @@ class Run {
         EndWork();
         Expect("compact", StorageCompact(store_, nullptr), kOk);
     }
+    // What other eyes find in the file, which is as the model has it.
+    Item Judged() {
+        const Reading reading = ReadContainer(container_.Get());
+        Expect(reading.wrong, reading.wrong.empty(), true);
+        const std::string difference = Difference(*root_, reading.root);
+        Expect(difference, difference.empty(), true);
+        return reading.root;
+    }
     // What is open at the close of the container is closed with it.
     void Reopen() {
         EndBatch(true);
@@ -416,10 +424,7 @@ class Run {
         }
         if (search_ != nullptr) Expect("given up", search_->record.search == nullptr, true);
         EndSearch();
-        const Reading reading = ReadContainer(container_.Get());
-        Expect(reading.wrong, reading.wrong.empty(), true);
-        const std::string difference = Difference(*root_, reading.root);
-        Expect(difference, difference.empty(), true);
+        Judged();
         const CheckOutcome check = container_.Check();
         Expect("a check: " + check.Findings(), check.FoundNothing(), true);
         Expect("open", store_.Open(container_.Path()), kOk);
@@ -429,7 +434,7 @@ class Run {
     const MemoryLimits limits_;
     MemoryContainer container_;
     EngineStore store_;
-    std::unique_ptr<Node> root_ = std::make_unique<Node>(), batch_;
+    std::unique_ptr<Node> root_, batch_;
     std::vector<Handle> handles_;
     std::unique_ptr<Search> search_;
     std::u16string past_[8];

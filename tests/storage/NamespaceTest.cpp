@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "storage/core/Transaction.h"
 #include "storage/namespace/Directory.h"
@@ -21,38 +22,49 @@ Bytes Text(std::string_view text) {
     return Bytes(text.begin(), text.end());
 }
 
-std::vector<contract::Section> Sections() {
-    return SectionsIn("storage/namespace.txt");
-}
-
 // Each line says a status as a number, or what the call gives.
-void Play(EngineStore& store, const contract::Section& section) {
-    for (const auto& [number, line] : section.lines) {
-        if (line.starts_with("has ")) continue;
-        const size_t arrow = line.find(" ->");
-        std::string told;
-        const Status status = Do(store, contract::WordsOf(line.substr(0, arrow)), &told);
-        EXPECT_EQ(status == kOk ? told : std::to_string(status),
-                  arrow == line.npos ? "0" : line.substr(std::min(arrow + 4, line.size())))
-            << "line " << number << ": " << line;
-    }
+void Play(Session* session, int number, const std::string& line) {
+    const size_t arrow = line.find(" ->");
+    std::string told;
+    const Status status = session->Do(contract::WordsOf(line.substr(0, arrow)), &told);
+    EXPECT_EQ(status == kOk ? told : std::to_string(status),
+              arrow == line.npos ? "0" : line.substr(std::min(arrow + 4, line.size())))
+        << "line " << number << ": " << line;
 }
 
-// On a store with what is said behind "has".
-TEST(Namespace, SaysWhatItsLinesSay) {
-    std::vector<contract::Section> sections = Sections();
-    sections.pop_back();
-    EXPECT_EQ(sections.size(), 5u);
-    for (const contract::Section& section : sections) {
-        std::string tree;
-        for (const auto& [number, line] : section.lines)
-            if (line.starts_with("has ")) tree += line.substr(4) + ";";
-        for (const bool foreign : {false, true}) {
-            EngineStore store(Builder({512, foreign}, Tree(tree)).Finish());
-            Play(store, section);
-            store.ReadSound();
+// Stores of what is said behind "has", in the form last told.
+void Play(const contract::Section& section, bool foreign) {
+    Form form{512, foreign};
+    std::string tree;
+    std::unique_ptr<EngineStore> store;
+    std::unique_ptr<Session> session;
+    const auto end = [&] {
+        session.reset();
+        if (store != nullptr) store->ReadSound();
+        store.reset();
+    };
+    for (const auto& [number, line] : section.lines) {
+        std::istringstream words(line);
+        std::string verb;
+        words >> verb;
+        if (verb == "form" || verb == "has") end();
+        if (verb == "has") tree += line.substr(4) + ";";
+        if (verb == "form") words >> form.pageSize >> form.maxPages;
+        if (verb == "form" || verb == "has") continue;
+        if (store == nullptr) {
+            store =
+                std::make_unique<EngineStore>(Builder(form, Tree(tree, form.pageSize)).Finish());
+            session.reset(new Session{*store, form.pageSize});
         }
+        Play(session.get(), number, line);
     }
+    end();
+}
+
+TEST(Namespace, SaysWhatItsLinesSay) {
+    for (const char* file : {"storage/namespace.txt", "storage/streams.txt"})
+        for (const contract::Section& section : SectionsIn(file))
+            for (const bool foreign : {false, true}) Play(section, foreign);
     EXPECT_FALSE(MatchPattern(WTEXT("KEY"), WTEXT("k?Y"), true));
 }
 
@@ -74,38 +86,6 @@ TEST(Namespace, RefusesNames) {
         EXPECT_EQ(CheckName(platform::WString{'a', unit, 'b'}), !bad) << int{unit};
     }
     EXPECT_TRUE(CheckName(WTEXT("")));
-}
-
-// Pages are taken when they are needed, given back, and used again.
-TEST(Namespace, CountsPages) {
-    EngineStore store(512);
-    const uint32_t used = store.ReadSound().usedPages;
-    const auto put = [&](const std::u16string& path) {
-        EXPECT_EQ(store.Put(path, Text("x")), kOk);
-    };
-    for (size_t i = 0; i < 7; ++i) put(Numbered(u"\\f", i));
-    EXPECT_EQ(store.ReadSound().usedPages, used + 8) << "one page of entries";
-    put(u"\\f7");
-    EXPECT_EQ(store.ReadSound().usedPages, used + 10);
-    for (size_t i = 0; i < 8; ++i) EXPECT_EQ(store.Delete(Numbered(u"\\f", i)), kOk);
-    EXPECT_EQ(store.ReadSound().usedPages, used + 2) << "a directory keeps its pages";
-    std::u16string name = u"\\start";
-    put(name);
-    for (const size_t length : {5, 23, 22, 262, 263, 502, 503, 24, 263, 3}) {
-        const std::u16string next = u"\\" + std::u16string(length, u'a' + length % 26);
-        ASSERT_EQ(store.Move(name, next), kOk) << length;
-        name = next;
-        const size_t tail = length <= 22 ? 0 : (length - 22 + 239) / 240;
-        EXPECT_EQ(store.ReadSound().usedPages, used + 3 + tail) << length;
-        EXPECT_EQ(store.Body(name), Text("x"));
-    }
-    // An id is never used twice, and that of what could not be made is not used up.
-    EXPECT_EQ(store.Put(u"\\no\\c", {}), kParentMissing);
-    put(u"\\b");
-    EXPECT_EQ(store.ReadSound().At(u"\\b")->fileId, 11u);
-    uint32_t id = 0;
-    EXPECT_EQ(StorageGetFileId(EngineFile(store, u"\\b").Handle(), &id), kOk);
-    EXPECT_EQ(id, 11u);
 }
 
 TEST(Namespace, HoldsManyNamesAndDeepTrees) {
@@ -132,17 +112,7 @@ TEST(Namespace, HoldsManyNamesAndDeepTrees) {
     EXPECT_EQ(store.ReadSound().usedPages, used);
 }
 
-TEST(Namespace, GivesAccessAsAskedFor) {
-    EngineStore store(Builder({}, Tree("fixed 'f attributes=64 ; f 'x")).Finish());
-    EXPECT_EQ(EngineFile(store, u"\\fixed").Opened(), kAccess);
-    EXPECT_EQ(EngineFile(store, u"\\fixed", false, false, true).Opened(), kOk);
-    FileHandle* writer = nullptr;
-    ASSERT_EQ(StorageOpenFile(store, WTEXT("\\f"), 0, 1, 0, 0, nullptr, 0, &writer), kOk);
-    char text[4];
-    uint32_t done = 7;
-    EXPECT_EQ(StorageReadFile(writer, text, 1, &done), kAccess);
-    EXPECT_EQ(done, 0u);
-    StorageCloseFile(writer);
+TEST(Namespace, RefusesNothingness) {
     for (const Status status :
          {StorageClose(nullptr), StorageCloseFile(nullptr), StorageIsCorrupted(nullptr, nullptr),
           StorageDeleteFile(nullptr, WTEXT("\\a")), StorageCompact(nullptr, nullptr)})
@@ -162,7 +132,9 @@ TEST(Namespace, ChangesNothingWhereItMayNotWrite) {
         const support::ReadOnlyScope readOnly(dir / "a.fbr");
         EngineStore store;
         ASSERT_EQ(store.Open(dir / "a.fbr"), kOk);
-        Play(store, Sections().back());
+        Session session{store};
+        const contract::Section section = SectionsIn("storage/read-only.txt").at(0);
+        for (const auto& [number, line] : section.lines) Play(&session, number, line);
         uint8_t corrupted = 9;
         EXPECT_EQ(StorageIsCorrupted(store, &corrupted), kOk);
         EXPECT_EQ(corrupted, 0) << "it keeps that to itself";
