@@ -10,7 +10,7 @@ namespace sharing {
 namespace {
 
 // Most roles are told STORE MILLISECONDS NUMBER COMMAND: the number of a writer, or how many of
-// them there are.
+// them there are; and "anew" where a store is opened for each step.
 struct Told {
     explicit Told(const Words& words)
         : store(words[0]),
@@ -38,28 +38,21 @@ void Work(const Words& words, Tally* tally, bool reopens, Step step) {
     }
 }
 
-void Write(const Words& words, Tally* tally, bool reopens) {
-    Work(words, tally, reopens,
+const Role kWrite("write", [](const Words& words, Tally* tally) {
+    Work(words, tally, words[3] == "anew",
          [tally](Store* store, uint32_t writer) { return ChangeUnderLock(store, writer, tally); });
-}
-const Role kWrite("write", [](const Words& words, Tally* tally) { Write(words, tally, false); });
-const Role kOpenWrite("open-write",
-                      [](const Words& words, Tally* tally) { Write(words, tally, true); });
+});
 
-void Read(const Words& words, Tally* tally, bool reopens) {
-    Reader reader(static_cast<uint32_t>(std::stoul(words[2])), tally);
-    const Told told(words);
-    while (told.Runs()) {
-        Store store(told.store);
-        if (!tally->Went(store.status, "open")) continue;
-        const OpenKeys keys = OpenShared(&store, told.number);
-        for (int i = 0; i < 5 || (!reopens && told.Runs()); ++i) reader.Step(&store, keys);
-        tally->Went(store.Close(), "close");
-    }
-}
-const Role kRead("read", [](const Words& words, Tally* tally) { Read(words, tally, false); });
-const Role kOpenRead("open-read",
-                     [](const Words& words, Tally* tally) { Read(words, tally, true); });
+const Role kRead("read", [](const Words& words, Tally* tally) {
+    Reader reader(Told(words).number, tally);
+    OpenKeys keys;
+    uint32_t steps = 0;
+    Work(words, tally, words[3] == "anew", [&](Store* store, uint32_t writers) {
+        if (words[3] == "anew" || steps++ == 0) keys = OpenShared(store, writers);
+        for (int i = 0; i < 5; ++i) reader.Step(store, keys);
+        return true;
+    });
+});
 
 // Reads while another thread of the store waits for its lock, takes it and gives it up.
 const Role kReadBesideWaiting("read-beside-waiting", [](const Words& words, Tally* tally) {

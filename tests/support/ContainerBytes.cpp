@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cctype>
 
 namespace support::container {
 
@@ -18,87 +19,65 @@ void Reverse32From(uint8_t* page, uint32_t pageSize, size_t at) {
 
 namespace {
 
-void Reverse16From(uint8_t* page, size_t at, size_t end) {
-    for (; at + 2 <= end; at += 2) Reverse16(page + at);
-}
+// Fields one behind the other, by their widths in bytes, with "." for a byte that is not turned and
+// behind "*" how often a field comes.
+constexpr const char kEntry[] = "444442*22";
+constexpr const char kSuper[] = "2..4422*64..44442244444442*22....44....4";
+constexpr const char kPage[] = "2..44444422";
+constexpr const char kHeaderPage[] = "2..44444442";
+constexpr uint32_t kEntrySize = 64;
 
-void ConvertEntry(uint8_t* entry) {
-    for (int field = 0; field < 5; ++field) Reverse32(entry + 4 * field);
-    Reverse16From(entry, 20, 64);
-}
-
-void ConvertSuper(uint8_t* page) {
-    Reverse16(page + 12);
-    Reverse16From(page, 14, 142);
-    for (size_t at : {144, 148, 152, 156, 164, 168, 240, 244, 252}) Reverse32(page + at);
-    for (size_t at : {160, 162}) Reverse16(page + at);
-    ConvertEntry(page + 172);
-}
-
-void ConvertPayload(uint8_t* record, uint16_t type, uint16_t size) {
-    if (type == FileInfo && size >= 48) {
-        for (size_t at : {16, 24, 32}) std::reverse(record + at, record + at + 8);
-        for (size_t at : {40, 44}) Reverse32(record + at);
-    } else if (type == DirectoryRec) {
-        for (uint32_t at = 12; at + 64 <= size; at += 64) ConvertEntry(record + at);
-    } else if (type == 3 && size >= 16) {
-        Reverse32(record + 12);
-    } else if (type == LinkRec) {
-        Reverse16From(record, 12, size);
+void Turn(uint8_t* at, const uint8_t* end, const char* widths) {
+    for (const char* next = widths; *next != 0;) {
+        const ptrdiff_t width = *next == '.' ? 1 : *next - '0';
+        int times = *++next == '*' ? 0 : 1;
+        if (times == 0)
+            while (std::isdigit(*++next) != 0) times = times * 10 + *next - '0';
+        for (; times > 0 && end - at >= width; --times, at += width) std::reverse(at, at + width);
     }
 }
 
-void ConvertRecords(uint8_t* page, uint32_t pageSize, uint32_t end, bool fromForeign) {
-    for (uint32_t at = 36; at + 12 <= std::min(end, pageSize);) {
-        uint8_t* record = page + at;
-        if (fromForeign) {
-            Reverse16(record);
-            Reverse16(record + 2);
-        }
-        const uint16_t type = Get16(record, 0), size = Get16(record, 2);
-        if (!fromForeign) {
-            Reverse16(record);
-            Reverse16(record + 2);
-        }
-        Reverse32(record + 4);
-        Reverse32(record + 8);
-        if (size < 12 || at + size > pageSize) return;
-        ConvertPayload(record, type, size);
-        at += size;
+void TurnEntries(uint8_t* at, const uint8_t* end) {
+    for (; end - at >= kEntrySize; at += kEntrySize) Turn(at, end, kEntry);
+}
+
+void TurnUnits(uint8_t* at, const uint8_t* end) {
+    for (; end - at >= 2; at += 2) Reverse16(at);
+}
+
+void TurnRecords(uint8_t* at, const uint8_t* end, const uint8_t* pageEnd, bool fromForeign) {
+    while (end - at >= 12) {
+        const uint16_t before[] = {Get16(at, 0), Get16(at, 2)};
+        Turn(at, end, "2244");
+        const uint16_t type = fromForeign ? Get16(at, 0) : before[0];
+        const uint16_t size = fromForeign ? Get16(at, 2) : before[1];
+        uint8_t *payload = at + 12, *next = at + size;
+        if (size < 12 || next > pageEnd) return;
+        if (type == FileInfo && size >= 48) Turn(payload, next, "....88844");
+        if (type == DirectoryRec) TurnEntries(payload, next);
+        if (type == 3) Turn(payload, next, "4");
+        if (type == LinkRec) TurnUnits(payload, next);
+        at = next;
     }
 }
 
 }  // namespace
 
 void Convert(uint8_t* page, uint32_t pageSize, bool fromForeign, uint16_t layout) {
+    const uint8_t* end = page + pageSize;
     uint16_t kind = Get16(page, 0);
-    Reverse16(page);
-    if (fromForeign) kind = Get16(page, 0);
-    if (kind == std::countr_zero(pageSize)) {
-        Reverse16From(page, 2, pageSize);
-        return;
-    }
+    if (fromForeign) kind = static_cast<uint16_t>(kind << 8 | kind >> 8);
+    if (kind == std::countr_zero(pageSize)) return TurnUnits(page, end);
     if (layout != 0) kind = layout;
-    Reverse32(page + 4);
-    Reverse32(page + 8);
-    if (kind == SuperPage) {
-        ConvertSuper(page);
-        return;
-    }
-    for (size_t at : {12, 16, 20, 24}) Reverse32(page + at);
-    if (kind == HeaderPage) {
-        Reverse32(page + 28);
-        if (fromForeign) Reverse16(page + 32);
-        const uint16_t end = Get16(page, 32);
-        if (!fromForeign) Reverse16(page + 32);
-        ConvertRecords(page, pageSize, end, fromForeign);
-        return;
-    }
-    Reverse16(page + 28);
-    Reverse16(page + 30);
-    if (kind == NamePage || kind == LinkPage) Reverse16From(page, 32, pageSize);
-    if (kind == EntryPage)
-        for (uint32_t at = 32; at + 64 <= pageSize; at += 64) ConvertEntry(page + at);
+    if (kind == SuperPage) return Turn(page, end, kSuper);
+    const uint16_t recordsEnd = Get16(page, 32);
+    Turn(page, end, kind == HeaderPage ? kHeaderPage : kPage);
+    if (kind == NamePage || kind == LinkPage) TurnUnits(page + 32, end);
+    if (kind == EntryPage) TurnEntries(page + 32, end);
+    if (kind == HeaderPage)
+        TurnRecords(page + 36,
+                    page + std::min<uint32_t>(fromForeign ? Get16(page, 32) : recordsEnd, pageSize),
+                    end, fromForeign);
 }
 
 Bytes EncodeRunLengths(const Bytes& plain) {
