@@ -20,24 +20,6 @@ struct Shape {
     bool store = false;
 };
 
-// A store's container.
-Bytes Worked() {
-    const support::TempDir dir;
-    {
-        Store store(dir.File("s.fbr"));
-        EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-        std::mt19937 random(3);
-        Key model;
-        for (int i = 0; i < 150; ++i) {
-            const Step step = RandomStep(&random, model);
-            if (Apply(step, &model)) Apply(step, &store);
-        }
-        for (const char* name : {"k1", "k:2", "a name that is longer than its entry has room"})
-            store.Set(store.Make("\\k0"), name, Bytes(30, 7));
-    }
-    return support::ReadBytes(dir / "s.fbr");
-}
-
 class DamageTest : public testing::TestWithParam<Shape> {
   protected:
     // A container of one seed, and the log beside it if it has one.
@@ -46,9 +28,9 @@ class DamageTest : public testing::TestWithParam<Shape> {
         form_.freePages = seed % 4;
         form_.logPending = GetParam().log != Log::None;
         if (GetParam().store) {
-            static const Bytes worked = Worked();
             form_.foreign = false;
-            return {worked, {}};
+            if (worked_.empty()) Work();
+            return {worked_, {}};
         }
         Builder builder(form_, RichTree(form_.pageSize));
         const uint32_t header = builder.At(u"\\small").headerPage;
@@ -60,6 +42,22 @@ class DamageTest : public testing::TestWithParam<Shape> {
             builder.AddChainedLog({page}, 1);
         }
         return {builder.Finish(), GetParam().log == Log::Beside ? Joined(log) : Bytes()};
+    }
+    // The store's container.
+    void Work() {
+        {
+            Store store(support::Wide(container_.Path()));
+            EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+            std::mt19937 random(3);
+            Key model;
+            for (int i = 0; i < 150; ++i) {
+                const Step step = RandomStep(&random, model);
+                if (Apply(step, &model)) Apply(step, &store);
+            }
+            for (const char* name : {"k1", "k:2", "a name that is longer than its entry has room"})
+                store.Set(store.Make("\\k0"), name, Bytes(30, 7));
+        }
+        worked_ = container_.Get();
     }
     // All that a store lists can be read. It is known by its version; without one it is a container
     // like any other.
@@ -75,6 +73,7 @@ class DamageTest : public testing::TestWithParam<Shape> {
 
     MemoryContainer container_;
     Form form_;
+    Bytes worked_;
     uint32_t opened_ = 0;
 };
 
