@@ -37,13 +37,8 @@ struct Call {
     size_t Payload() const { return session.pageSize - 32; }
     EngineStore& Store() const { return session.store; }
     EngineFile& File() const { return *session.file; }
-    // What is so of an object, in words.
-    template <class Value>
-    Status Tell(Status status, const Value& value) const {
-        if constexpr (std::is_convertible_v<Value, std::string>)
-            *told = value;
-        else
-            *told = std::to_string(value);
+    Status Tell(Status status, const std::string& value) const {
+        *told = value;
         return status;
     }
 };
@@ -173,13 +168,14 @@ Status Empty(Call& c) {
 Status Times(Call& c) {
     double created = 0;
     const Status status = StorageGetFileTimes(c.Store(), c.Wide(), &created, nullptr, nullptr);
-    return c.Tell(status, created);
+    return c.Tell(status, std::to_string(created));
 }
 
 Status Id(Call& c) {
     const EngineFile file(c.Store(), c.Path());
     uint32_t id = 0;
-    return c.Tell(StorageGetFileId(file.Handle(), &id), id);
+    const Status status = StorageGetFileId(file.Handle(), &id);
+    return c.Tell(status, std::to_string(id));
 }
 
 Status DeleteWithFiles(Call& c) {
@@ -208,7 +204,7 @@ const std::map<std::string, Status (*)(Call&)> kVerbs = {
      [](Call& c) { return c.Tell(kOk, MatchPattern(c.Word(2), c.Word(1), false) ? "yes" : "no"); }},
     {"move", [](Call& c) { return c.Store().Move(c.Path(), c.Path(2)); }},
     {"open", Open},
-    {"pages", [](Call& c) { return c.Tell(kOk, c.Store().ReadSound().pageCount); }},
+    {"pages", [](Call& c) { return c.Tell(kOk, std::to_string(c.Store().ReadSound().pageCount)); }},
     {"put", [](Call& c) { return c.Store().Put(c.Path(), c.Data(2)); }},
     {"put-whole", PutWhole},
     {"read", Read},
@@ -220,7 +216,7 @@ const std::map<std::string, Status (*)(Call&)> kVerbs = {
     {"sound", Sound},
     {"stream", Stream},
     {"times", Times},
-    {"used", [](Call& c) { return c.Tell(kOk, c.Store().ReadSound().usedPages); }},
+    {"used", [](Call& c) { return c.Tell(kOk, std::to_string(c.Store().ReadSound().usedPages)); }},
     {"write", ByHandle}};
 
 }  // namespace

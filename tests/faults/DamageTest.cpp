@@ -48,12 +48,8 @@ class DamageTest : public testing::TestWithParam<Shape> {
         {
             Store store(support::Wide(container_.Path()));
             EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
-            std::mt19937 random(3);
-            Key model;
-            for (int i = 0; i < 150; ++i) {
-                const Step step = RandomStep(&random, model);
-                if (Apply(step, &model)) Apply(step, &store);
-            }
+            Steps random(3, {});
+            for (int i = 0; i < 150; ++i) Apply(random.Next(), &store);
             for (const char* name : {"k1", "k:2", "a name that is longer than its entry has room"})
                 store.Set(store.Make("\\k0"), name, Bytes(30, 7));
         }

@@ -180,7 +180,8 @@ Step Steps::Next() {
             std::generate(step.value.data.begin(), step.value.data.end(),
                           [&] { return static_cast<uint8_t>(random_()); });
         }
-        if (IsInTheWay(content_, step.path)) continue;
+        const bool wanted = kinds_.empty() || std::count(kinds_.begin(), kinds_.end(), step.kind);
+        if (!wanted || IsInTheWay(content_, step.path)) continue;
         if (Apply(step, &content_)) return step;
     }
 }

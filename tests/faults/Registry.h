@@ -42,7 +42,9 @@ Step RandomStep(std::mt19937* random, const Key& root);
 // knows them all.
 class Steps {
   public:
-    Steps(uint32_t seed, const Key& start) : random_(seed), content_(start) {}
+    // Of these kinds only, if there are any.
+    Steps(uint32_t seed, const Key& start, std::vector<Step::Kind> kinds = {})
+        : random_(seed), content_(start), kinds_(std::move(kinds)) {}
     // The next step, which has been done on the content then.
     Step Next();
     const Key& Content() const { return content_; }
@@ -50,6 +52,7 @@ class Steps {
   private:
     std::mt19937 random_;
     Key content_;
+    const std::vector<Step::Kind> kinds_;
 };
 
 // How many steps somebody has done who writes a byte for each into a file.

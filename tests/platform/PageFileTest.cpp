@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 #ifndef _WIN32
-#include <sys/resource.h>
 #include <sys/stat.h>
+
+#include "tests/support/FullDisk.h"
 #endif
 
-#include <csignal>
 #include <filesystem>
 #include <numeric>
 
@@ -153,17 +153,10 @@ TEST_F(PageFileTest, ClosesTheFileThatThereIsNoMemoryFor) {
 #ifndef _WIN32
 TEST_F(PageFileTest, WritesUpToTheLimitAndTellsThatTheDiskIsFull) {
     auto file = Create();
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit tight = {700, before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &tight);
+    const support::FullDisk full(dir_ / "f.tarn", 700);
     const std::string page(512, 'x');
     const void* buffers[] = {page.data(), page.data()};
-    const Error error = file->Write(0, buffers, 2, 512, &done_);
-    setrlimit(RLIMIT_FSIZE, &before);
-    std::signal(SIGXFSZ, handler);
-    EXPECT_EQ(error, kErrorDiskFull);
+    EXPECT_EQ(file->Write(0, buffers, 2, 512, &done_), kErrorDiskFull);
     EXPECT_EQ(done_, 700u);
     EXPECT_EQ(std::filesystem::file_size(dir_ / "f.tarn"), 700u);
 }

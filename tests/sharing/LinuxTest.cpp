@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Users who may and who may not, strangers and full disks, on the system that has them.
-#include <sys/resource.h>
 #include <unistd.h>
-
-#include <csignal>
 
 #include "tests/faults/Registry.h"
 #include "tests/sharing/Content.h"
+#include "tests/support/FullDisk.h"
 
 namespace sharing {
 namespace {
@@ -73,25 +71,6 @@ TEST_F(LinuxUsers, WhoMayOnlyReadTakesALockOfTypeThreeThatHoldsNobodyUp) {
     ExpectSound(path);
 }
 
-// While it lives, a file that grows by more than `bytes` is a disk that is full.
-class FullDisk {
-  public:
-    FullDisk(const std::string& path, uint64_t bytes) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit tight = {fs::file_size(path) + bytes, before_.rlim_max};
-        handler_ = std::signal(SIGXFSZ, SIG_IGN);
-        setrlimit(RLIMIT_FSIZE, &tight);
-    }
-    ~FullDisk() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-
-  private:
-    rlimit before_{};
-    decltype(SIG_IGN) handler_;
-};
-
 // Does steps until `failures` of them fail, each of which must leave the content before it.
 void StepUntilFull(Store* store, uint32_t seed, int failures, Key* content) {
     while (failures > 0 && !testing::Test::HasFailure()) {
@@ -117,7 +96,7 @@ TEST_F(Linux, AFullDiskLeavesEveryValueOldOrNew) {
             Store store(path);
             ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
             ASSERT_EQ(ReadAll(store.handle, &content), FSSTATUS_SUCCESS);
-            const FullDisk full(path, 20000);
+            const support::FullDisk full(path, 20000);
             StepUntilFull(&store, static_cast<uint32_t>(seed) * 10000, 25, &content);
             EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
             EXPECT_EQ(ReadAll(store.handle, &found), FSSTATUS_SUCCESS);
@@ -136,7 +115,7 @@ TEST_F(Linux, AChangeThatFailedIsNotWrittenOverThoseOfOthers) {
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     ASSERT_EQ(ReadAll(store.handle, &content), FSSTATUS_SUCCESS);
     {
-        const FullDisk full(path, 4000);
+        const support::FullDisk full(path, 4000);
         StepUntilFull(&store, 7, 1, &content);
     }
     EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);

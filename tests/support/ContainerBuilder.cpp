@@ -286,34 +286,34 @@ void Builder::PlaceIndex(const std::vector<uint32_t>& list, Records* records, Pl
     Put32(Page(header), record + 8, place->indexPages.front());
 }
 
-void Builder::AddChainedLog(const std::vector<uint32_t>& logged, uint32_t chains) {
-    const uint32_t perPage = (form_.pageSize - 20) / 4;
-    const uint32_t headsPerPage = (form_.pageSize - 12) / 8;
-    const uint32_t perChain = CeilDivide(logged.size(), chains);
-    std::vector<uint32_t> heads;
-    for (size_t start = 0; start < logged.size(); start += perChain) {
-        const size_t end = std::min(logged.size(), start + perChain);
-        uint32_t prev = 0;
-        for (size_t at = start; at < end; at += perPage) {
+// The first of a chain of pages with numbers in them, `width` bytes apart from `first` on; `link`
+// is where the next page stands.
+uint32_t Builder::AddNumbers(std::span<const uint32_t> numbers, size_t first, size_t width,
+                             size_t link) {
+    const size_t perPage = (form_.pageSize - first) / width;
+    uint32_t head = 0, prev = 0;
+    for (size_t at = 0; at < numbers.size(); ++at) {
+        if (at % perPage == 0) {
             const uint32_t page = AddPage(RecordPage);
             rawPages_.insert(page);
-            if (prev != 0) Put32(Page(prev), 16, page);
-            if (prev == 0) heads.push_back(page);
-            for (size_t i = at; i < std::min<size_t>(end, at + perPage); ++i)
-                Put32(Page(page), 20 + 4 * (i - at), logged[i]);
+            if (prev != 0) Put32(Page(prev), link, page);
+            if (prev == 0) head = page;
             prev = page;
         }
+        Put32(Page(prev), first + width * (at % perPage), numbers[at]);
     }
-    uint32_t prev = 0;
-    for (size_t at = 0; at < heads.size(); at += headsPerPage) {
-        const uint32_t page = AddPage(RecordPage);
-        rawPages_.insert(page);
-        if (prev == 0) Put32(Page(1), 248, page);
-        if (prev != 0) Put32(Page(prev), 8, page);
-        for (size_t i = at; i < std::min<size_t>(heads.size(), at + headsPerPage); ++i)
-            Put32(Page(page), 16 + 8 * (i - at), heads[i]);
-        prev = page;
+    return head;
+}
+
+void Builder::AddChainedLog(const std::vector<uint32_t>& logged, uint32_t chains) {
+    const size_t perChain = CeilDivide(logged.size(), chains);
+    std::vector<uint32_t> heads;
+    for (std::span<const uint32_t> rest = logged; !rest.empty();) {
+        const size_t count = std::min(perChain, rest.size());
+        heads.push_back(AddNumbers(rest.first(count), 20, 4, 16));
+        rest = rest.subspan(count);
     }
+    Put32(Page(1), 248, AddNumbers(heads, 16, 8, 8));
     Put16(Page(1), 12, 1);
     Put32(Page(1), 244, form_.flags | 2);
 }

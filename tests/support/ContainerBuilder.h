@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -92,6 +93,7 @@ class Builder {
     uint32_t Payload() const { return form_.pageSize - 32; }
     uint8_t* Append(std::vector<uint32_t>* chain, uint16_t kind, const Place& place, uint32_t head,
                     size_t level);
+    uint32_t AddNumbers(std::span<const uint32_t> numbers, size_t first, size_t width, size_t link);
     void PutSuperblock();
     void PlaceObject(const Item& item, const std::u16string& path, uint32_t parentId,
                      uint32_t entryPage);

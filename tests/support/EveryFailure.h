@@ -11,7 +11,7 @@
 
 namespace support {
 
-enum class Failing { Allocation, AllocationsFromThenOn, FileCall, FileCallsFromThenOn, Write };
+enum class Failing { Allocation, AllocationsFromThenOn, FileCall, FileCallsFromThenOn };
 
 // One failure. Files opened while it lives are its own to fail.
 class Failure {
@@ -27,14 +27,10 @@ class Failure {
             hit_ = heap.Hits() != 0;
             return status;
         }
-        if (what_ == Failing::Write)
-            files_.FailWrite(number_, kError);
-        else
-            files_.FailAny(number_, kError);
-        files_.KeepFailing(what_ == Failing::FileCallsFromThenOn);
+        files_.FailAny(number_, kError, what_ == Failing::FileCallsFromThenOn);
         const auto status = work();
         hit_ = files_.Hits() != 0;
-        files_.Reset();
+        files_.FailAny(0, kError);
         return status;
     }
     bool Hit() const { return hit_; }
@@ -52,10 +48,9 @@ class Failure {
 };
 
 // `attempt` gets the first call's failure, the second one's, and so on until none was left to fail.
-// With `thin` the later ones are thinned out: one in two from call `thin` on.
 template <class Attempt>
-void WithEveryFailure(Failing what, Attempt attempt, uint64_t thin = UINT64_MAX) {
-    for (uint64_t number = 1;; number += 1 + number / thin) {
+void WithEveryFailure(Failing what, Attempt attempt) {
+    for (uint64_t number = 1;; ++number) {
         SCOPED_TRACE("failing call " + std::to_string(number) + " of kind " +
                      std::to_string(static_cast<int>(what)));
         Failure failure(what, number);

@@ -19,7 +19,7 @@ class FaultFile::File final : public ForwardingFile {
 
     Error Write(uint64_t offset, const void* const* buffers, uint32_t count, uint32_t bytes,
                 uint32_t* done) override {
-        if (!plan_.Strikes(true)) return Inner().Write(offset, buffers, count, bytes, done);
+        if (!plan_.Strikes()) return Inner().Write(offset, buffers, count, bytes, done);
         *done = 0;
         if (plan_.failingWrite_ == FaultFile::Write::FirstHalf) {
             std::vector<char> all;
@@ -47,22 +47,6 @@ class FaultFile::File final : public ForwardingFile {
 
     FaultFile& plan_;
 };
-
-void FaultFile::Fail(uint64_t number, Error error, bool writesOnly) {
-    calls_ = hits_ = 0;
-    failing_ = number;
-    error_ = error;
-    writesOnly_ = writesOnly;
-}
-
-bool FaultFile::Strikes(bool isWrite) {
-    if (writesOnly_ && !isWrite) return false;
-    ++calls_;
-    const bool strikes =
-        failing_ != 0 && (calls_ == failing_ || (keepFailing_ && calls_ > failing_));
-    hits_ += strikes;
-    return strikes;
-}
 
 platform::PageFile* FaultFile::Wrap(platform::PageFile* opened, const platform::WChar*) {
     return new File(opened, *this);

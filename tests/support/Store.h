@@ -34,11 +34,8 @@ inline WString Taken(WChar* text) {
     return copy;
 }
 
-inline constexpr uint32_t kRegSz = 1;
 inline constexpr uint32_t kRegBinary = 3;
-inline constexpr uint32_t kRegDword = 4;
 inline constexpr uint32_t kLockWrite = 1;
-inline constexpr uint32_t kLockWriteToo = 2;
 inline constexpr uint32_t kLockRead = 3;
 
 // An open key, closed with the object.
