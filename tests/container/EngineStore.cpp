@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 #include "storage/namespace/Lookup.h"
-#include "storage/namespace/Stream.h"
 #include "tests/container/Promise.h"
 
 namespace support::container {
@@ -64,13 +63,6 @@ Status EngineStore::Create(const std::filesystem::path& path, uint32_t pageSize,
                                   &container_, kSeparator, nullptr, 0);
 }
 
-Status EngineStore::Close() {
-    if (container_ == nullptr) return storage::kOk;
-    const Status status = storage::StorageClose(container_);
-    container_ = nullptr;
-    return status;
-}
-
 Reading EngineStore::ReadSound() {
     EXPECT_EQ(Close(), storage::kOk);
     Reading reading = container::ReadSound(path_, FileBytes());
@@ -114,24 +106,6 @@ Bytes EngineStore::Body(const std::u16string& path) {
     return body;
 }
 
-Status EngineStore::MakeDirectory(const std::u16string& path) {
-    return storage::StorageCreateDirectory(container_, ToWide(path).c_str());
-}
-
-Status EngineStore::Delete(const std::u16string& path) {
-    return storage::StorageDeleteFile(container_, ToWide(path).c_str());
-}
-
-Status EngineStore::Move(const std::u16string& from, const std::u16string& to) {
-    return storage::StorageMoveFile(container_, ToWide(from).c_str(), ToWide(to).c_str());
-}
-
-Status EngineStore::Attributes(const std::u16string& path, uint32_t* attributes) {
-    uint32_t ignored = 0;
-    return storage::StorageGetFileAttributes(container_, ToWide(path).c_str(),
-                                             attributes != nullptr ? attributes : &ignored);
-}
-
 Status EngineStore::List(const std::u16string& directory,
                          std::vector<std::pair<std::u16string, uint32_t>>* entries, size_t limit) {
     entries->clear();
@@ -173,40 +147,12 @@ void EngineStore::ReadBelow(const std::u16string& path, Failures* failures, size
     }
 }
 
-EngineFile::EngineFile(const EngineStore& store, const std::u16string& path, bool write,
-                       bool denyRead, bool denyWrite, bool read) {
-    opened_ = storage::StorageOpenFile(store.Container(), ToWide(path).c_str(), read, write,
-                                       denyRead, denyWrite, WTEXT(""), 0, &file_);
-}
-
-Status EngineFile::Write(const Bytes& bytes) {
-    uint32_t done = 0;
-    return storage::StorageWriteFile(file_, bytes.data(), static_cast<uint32_t>(bytes.size()),
-                                     &done);
-}
-
 Status EngineFile::Read(uint32_t count, Bytes* bytes) {
     bytes->assign(count, 0xCD);
     uint32_t done = 0;
     const Status status = storage::StorageReadFile(file_, bytes->data(), count, &done);
     EXPECT_LE(done, count);
     bytes->resize(done);
-    return status;
-}
-
-Status EngineFile::SetSize(uint64_t size) {
-    return storage::SetFileSize(Object(), size, Object()->transaction);
-}
-
-Status EngineFile::Seek(int32_t offset, uint16_t origin) {
-    uint32_t position = 0;
-    return storage::StorageSeekFile(file_, offset, origin, &position);
-}
-
-Status EngineFile::Close() {
-    if (file_ == nullptr) return storage::kOk;
-    const Status status = storage::StorageCloseFile(file_);
-    file_ = nullptr;
     return status;
 }
 

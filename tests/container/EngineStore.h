@@ -6,11 +6,13 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "storage/StorageApi.h"
 #include "storage/namespace/Operations.h"
 #include "storage/namespace/Search.h"
+#include "storage/namespace/Stream.h"
 #include "tests/support/ContainerBuilder.h"
 #include "tests/support/ContainerReader.h"
 
@@ -47,7 +49,10 @@ class EngineStore {
     storage::Status Open(const std::filesystem::path& path);
     storage::Status Create(const std::filesystem::path& path, uint32_t pageSize = 512,
                            bool overwrite = false, const std::u16string& banner = {});
-    storage::Status Close();
+    storage::Status Close() {
+        return container_ == nullptr ? storage::kOk
+                                     : storage::StorageClose(std::exchange(container_, nullptr));
+    }
     storage::Status Reopen() { return Open(path_); }
     storage::StorageContext* Container() const { return container_; }
     operator storage::StorageContext*() const { return container_; }
@@ -62,10 +67,20 @@ class EngineStore {
     storage::Status Get(const std::u16string& path, Bytes* body, size_t limit = 1 << 24);
     // The content of a file, empty when it cannot be read, which fails the test.
     Bytes Body(const std::u16string& path);
-    storage::Status MakeDirectory(const std::u16string& path);
-    storage::Status Delete(const std::u16string& path);
-    storage::Status Move(const std::u16string& from, const std::u16string& to);
-    storage::Status Attributes(const std::u16string& path, uint32_t* attributes = nullptr);
+    storage::Status MakeDirectory(const std::u16string& path) {
+        return storage::StorageCreateDirectory(container_, ToWide(path).c_str());
+    }
+    storage::Status Delete(const std::u16string& path) {
+        return storage::StorageDeleteFile(container_, ToWide(path).c_str());
+    }
+    storage::Status Move(const std::u16string& from, const std::u16string& to) {
+        return storage::StorageMoveFile(container_, ToWide(from).c_str(), ToWide(to).c_str());
+    }
+    storage::Status Attributes(const std::u16string& path, uint32_t* attributes = nullptr) {
+        uint32_t ignored = 0;
+        return storage::StorageGetFileAttributes(container_, ToWide(path).c_str(),
+                                                 attributes != nullptr ? attributes : &ignored);
+    }
     bool Has(const std::u16string& path) { return Attributes(path) == storage::kOk; }
     // Names and attributes in the order of the search, up to `limit`.
     storage::Status List(const std::u16string& directory,
@@ -88,7 +103,9 @@ class EngineStore {
 class EngineFile {
   public:
     EngineFile(const EngineStore& store, const std::u16string& path, bool write = true,
-               bool denyRead = false, bool denyWrite = false, bool read = true);
+               bool denyRead = false, bool denyWrite = false, bool read = true)
+        : opened_(storage::StorageOpenFile(store, ToWide(path).c_str(), read, write, denyRead,
+                                           denyWrite, WTEXT(""), 0, &file_)) {}
     ~EngineFile() { Close(); }
     EngineFile(const EngineFile&) = delete;
     EngineFile& operator=(const EngineFile&) = delete;
@@ -96,14 +113,26 @@ class EngineFile {
     storage::Status Opened() const { return opened_; }
     storage::FileHandle* Handle() const { return file_; }
     storage::FileObject* Object() const { return file_->object; }
-    storage::Status Write(const Bytes& bytes);
+    storage::Status Write(const Bytes& bytes) {
+        uint32_t done = 0;
+        return storage::StorageWriteFile(file_, bytes.data(), static_cast<uint32_t>(bytes.size()),
+                                         &done);
+    }
     // What there is of `count` bytes.
     storage::Status Read(uint32_t count, Bytes* bytes);
-    storage::Status Seek(int32_t offset, uint16_t origin = 0);
+    storage::Status Seek(int32_t offset, uint16_t origin = 0) {
+        uint32_t position = 0;
+        return storage::StorageSeekFile(file_, offset, origin, &position);
+    }
     // Positions and sizes that no public operation reaches.
     void SeekFar(uint64_t position) { file_->position = position; }
-    storage::Status SetSize(uint64_t size);
-    storage::Status Close();
+    storage::Status SetSize(uint64_t size) {
+        return storage::SetFileSize(Object(), size, Object()->transaction);
+    }
+    storage::Status Close() {
+        return file_ == nullptr ? storage::kOk
+                                : storage::StorageCloseFile(std::exchange(file_, nullptr));
+    }
     // The container is closed, and its handles with it.
     void LetGo() { file_ = nullptr; }
 

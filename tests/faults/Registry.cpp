@@ -217,10 +217,4 @@ std::string JudgeCut(const Key& before, const Step& step, const Key& found) {
     return text;
 }
 
-Key ContentOf(const support::container::Reading& reading) {
-    Key root = RegistryOf(reading.root);
-    root.values.erase(u"FBRVersion");
-    return root;
-}
-
 }  // namespace faults

@@ -69,6 +69,10 @@ Values Flatten(const Key& key);
 std::string JudgeCut(const Key& before, const faults::Step& step, const Key& found);
 
 // What a store holds, read from its bytes, without the value that tells its version.
-Key ContentOf(const support::container::Reading& reading);
+inline Key ContentOf(const support::container::Reading& reading) {
+    Key root = RegistryOf(reading.root);
+    root.values.erase(u"FBRVersion");
+    return root;
+}
 
 }  // namespace faults

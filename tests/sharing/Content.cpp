@@ -66,14 +66,6 @@ FBR_STATUS Store::Get(FBR_KEY key, const std::string& name, Bytes* data) {
     return told;
 }
 
-std::string OwnKey(uint32_t writer) {
-    return "\\writer" + std::to_string(writer);
-}
-
-std::string OwnName(uint32_t sequence) {
-    return "v" + std::to_string(sequence % kOwnValues);
-}
-
 uint32_t SizeOf(uint32_t sequence) {
     constexpr uint32_t kSizes[] = {40, 470, 60, 1000, 4000, 36, 12000, 200, 2500};
     return kSizes[sequence * 7 % std::size(kSizes)];

@@ -42,8 +42,12 @@ class Store : public support::Store {
     FBR_STATUS Get(FBR_KEY key, const std::string& name, Bytes* data);
 };
 
-std::string OwnKey(uint32_t writer);
-std::string OwnName(uint32_t sequence);
+inline std::string OwnKey(uint32_t writer) {
+    return "\\writer" + std::to_string(writer);
+}
+inline std::string OwnName(uint32_t sequence) {
+    return "v" + std::to_string(sequence % kOwnValues);
+}
 uint32_t SizeOf(uint32_t sequence);
 
 // Makes the store, with every value of `writers` writers set once, by number 0 to 19.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tests/sharing/Driver.h"
 
-#include <cstdlib>
 #include <sstream>
 
 namespace sharing {
@@ -29,28 +28,6 @@ Words With(Words first, const Words& rest) {
 Role::Role(const char* name, Body body)
     : ChildRole(name, [body](const Words& words) { return Report(body, words); }) {}
 
-bool LongForm() {
-    return std::getenv("ZRFS_LONG_TESTS") != nullptr;
-}
-
-int MixTime(int shortForm) {
-    return LongForm() ? 60000 : shortForm;
-}
-
-int64_t NowMs() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
-
-void Pause(int milliseconds) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
-
-void Tally::Wrong(const std::string& what) {
-    if (Good()) first = what;
-    ++wrong;
-}
-
 bool Tally::Went(FBR_STATUS status, const std::string& what) {
     if (status == FSSTATUS_SUCCESS) return true;
     if (status == FSSTATUS_LOCK_FAILED) {
@@ -60,12 +37,6 @@ bool Tally::Went(FBR_STATUS status, const std::string& what) {
     if (Good()) first = what + " answers " + std::to_string(status);
     ++failed;
     return false;
-}
-
-bool Tally::Did(FBR_STATUS status, const std::string& what) {
-    if (!Went(status, what)) return false;
-    ++done;
-    return true;
 }
 
 std::string Tally::Line() const {
@@ -124,15 +95,6 @@ Player* Troupe::Start(const std::string& role, const Words& words, const std::st
     const auto report = dir_ / ("report" + std::to_string(++started_));
     players_.push_back(std::make_unique<Player>(role, words, report, user));
     return players_.back().get();
-}
-
-void Troupe::FinishWell() {
-    for (const auto& player : players_) player->FinishWell();
-    players_.clear();
-}
-
-bool WaitForFile(const std::string& path) {
-    return support::Eventually([&] { return std::filesystem::exists(path); });
 }
 
 }  // namespace sharing

@@ -2,6 +2,7 @@
 // Roles that are played in processes of their own, and what they report.
 #pragma once
 
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,12 +17,21 @@ namespace sharing {
 using Words = std::vector<std::string>;
 
 // True with ZRFS_LONG_TESTS in the environment.
-bool LongForm();
+inline bool LongForm() {
+    return std::getenv("ZRFS_LONG_TESTS") != nullptr;
+}
 // How long a mix of roles runs, in milliseconds.
-int MixTime(int shortForm);
+inline int MixTime(int shortForm) {
+    return LongForm() ? 60000 : shortForm;
+}
 // Milliseconds since a moment that all processes share.
-int64_t NowMs();
-void Pause(int milliseconds);
+inline int64_t NowMs() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+inline void Pause(int milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
 
 // What a role did. One that could not begin, or that was killed, has no tally.
 struct Tally {
@@ -31,9 +41,16 @@ struct Tally {
     uint64_t wrong = 0;   // answers that are not true
     std::string first;    // the first of the failed and wrong ones
 
-    void Wrong(const std::string& what);
+    void Wrong(const std::string& what) {
+        if (Good()) first = what;
+        ++wrong;
+    }
     // Counts the answer to an operation; true for success.
-    bool Did(FBR_STATUS status, const std::string& what);
+    bool Did(FBR_STATUS status, const std::string& what) {
+        const bool did = Went(status, what);
+        done += did;
+        return did;
+    }
     // The same without counting what is done.
     bool Went(FBR_STATUS status, const std::string& what);
     bool Good() const { return failed == 0 && wrong == 0; }
@@ -77,7 +94,10 @@ class Troupe {
     // `user` is a user's number, for those who may change theirs.
     Player* Start(const std::string& role, const Words& words, const std::string& user = {});
     // Waits for all; every one must have done something, and nothing wrong.
-    void FinishWell();
+    void FinishWell() {
+        for (const auto& player : players_) player->FinishWell();
+        players_.clear();
+    }
 
   private:
     support::TempDir dir_;
@@ -86,6 +106,8 @@ class Troupe {
 };
 
 // Waits for the file that a role makes when it has come to its point.
-bool WaitForFile(const std::string& path);
+inline bool WaitForFile(const std::string& path) {
+    return support::Eventually([&] { return std::filesystem::exists(path); });
+}
 
 }  // namespace sharing
