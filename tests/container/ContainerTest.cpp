@@ -186,16 +186,5 @@ TEST(Container, IsReadAndChangedWhereverItLies) {
     }
 }
 
-TEST(Container, ObeysItsFindSettings) {
-    for (const bool foreign : {false, true}) {
-        Form form{512, foreign};
-        form.findSettings = 1;
-        EngineStore store(Builder(form, Tree("a *3")).Finish());
-        std::vector<std::pair<std::u16string, uint32_t>> entries;
-        EXPECT_EQ(store.List(u"", &entries), storage::kSearchOff);
-        EXPECT_EQ(store.Body(u"\\a"), Pattern(3));
-    }
-}
-
 }  // namespace
 }  // namespace support::container

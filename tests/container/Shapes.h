@@ -16,9 +16,8 @@ Bytes Runs(size_t size);
 // stands on the way to an object is a directory, and so is one with "\" behind it, or nothing. The
 // others tell
 //
-//     DATA        their bytes: 'text, *9 for a pattern, ~9 for runs, 07*9 for one byte so many
-//     times,
-//                 or hexadecimal; "2p-1" is one less than what two pages hold
+//     DATA        their bytes: 'text, *9 for a pattern, ~9 for runs, 07*9 for nine bytes 07, or
+//                 hexadecimal; "2p-1" is one less than what two pages hold
 //     >PATH       that they are a link, and to where
 //     KEY=NUMBER  a field of Item: attributes, size, method, block, free
 //     pages indexed second-header inline-entries

@@ -2,23 +2,21 @@
 // Calls on the engine, one a line, for scripts: a verb, a path, and what else it takes. DATA is as
 // that of a tree (Shapes.h), and so are sizes.
 //
-//     make delete empty attributes read times id     of the path
-//     delete-with-files                              in one step, or not at all
-//     put DATA    put-whole NAME DATA                the second in one step, in a directory
-//     create      create read    create open         which must not be there; or is emptied, opened
-//     write SIZE DATA...    cut SIZE...              through a handle of their own
-//     move PATH    find MASK [full] [dots] [times]
-//     open [read] [write] [deny-write]               a handle, to both if nothing is said; then,
-//     without
-//                                                    a path, far SIZE, seek SIZE ORIGIN, get SIZE,
-//                                                    set DATA, size SIZE, end SIZE, close, and
-//                                                    stream: the pages, those of the index, the
-//                                                    end, the size
-//     sound record                                   of the path, as other eyes see it once the
-//     store is
-//                                                    closed: the data, and how its record keeps it;
-//                                                    used, pages: how many there are
-//     case [on]    compact    reopen    match NAME    join PATH PATH
+//     make P, delete P, move P P, empty P, attributes P, read P, times P, id P
+//     delete-with-files P       in one step, or not at all
+//     put P DATA                a file made or emptied, and written
+//     put-whole P NAME DATA     the same in one step, in a directory
+//     create P [read|open]      a file that must not be there; or is emptied, opened
+//     write P SIZE DATA...      through a handle of its own, behind so many bytes
+//     cut P SIZE...             likewise, to one size and the next
+//     find P MASK [full] [dots] [times]
+//     open P [read] [write] [deny-write]   a handle, to both if nothing is said, and at it
+//     far SIZE, seek 0 ORIGIN, get SIZE, set DATA, size SIZE, end SIZE, close, and
+//     stream                    its pages, those of the index, its end, its size
+//     sound P, record P         as other eyes see it in the file: its data, and how its record
+//                               keeps them
+//     used, pages               how many the file has, likewise
+//     case [on], compact, reopen, match PATTERN NAME, join P P P
 #pragma once
 
 #include "tests/container/EngineStore.h"

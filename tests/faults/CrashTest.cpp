@@ -20,45 +20,41 @@ using support::FileChange;
 constexpr uint32_t kPageSize = 512;
 
 // One run: what was written, and what the store held before each step.
-class Recorded {
-  public:
+struct Recorded {
+    struct Moment {
+        Step step;
+        Key before;
+        size_t end;  // changes made when it was done
+    };
+
     explicit Recorded(const std::vector<Step>& work) {
         MemoryContainer container;
         auto store = std::make_unique<Store>(support::Wide(container.Path()));
         EXPECT_EQ(store->Lock(), FSSTATUS_SUCCESS);
         const support::MemoryFiles::Recording recording(container.Files());
         start = container.Get();
+        Key model;
         for (const Step& step : work) {
-            Note(step, 0);
-            faults::Apply(step, &model_);
+            moments.push_back({step, model, 0});
+            faults::Apply(step, &model);
             EXPECT_EQ(faults::Apply(step, store.get()), FSSTATUS_SUCCESS);
-            ends_.back() = recording.Changes().size();
+            moments.back().end = recording.Changes().size();
         }
         // Closing writes as well.
         store.reset();
-        Note({Step::Kind::Compact, {}, {}}, SIZE_MAX);
+        moments.push_back({{Step::Kind::Compact, {}, {}}, model, SIZE_MAX});
         changes = recording.Changes();
     }
 
     // The step that was in hand when `count` changes had been made.
-    size_t StepAt(size_t count) const {
-        return static_cast<size_t>(std::lower_bound(ends_.begin(), ends_.end(), count) -
-                                   ends_.begin());
+    const Moment& At(size_t count) const {
+        return *std::partition_point(moments.begin(), moments.end(),
+                                     [&](const Moment& moment) { return moment.end < count; });
     }
 
     Bytes start;
     std::vector<FileChange> changes;
-    std::vector<Step> steps;
-    std::vector<Key> before;
-
-  private:
-    void Note(const Step& step, size_t end) {
-        steps.push_back(step);
-        before.push_back(model_);
-        ends_.push_back(end);
-    }
-    Key model_;
-    std::vector<size_t> ends_;  // changes made when a step was done
+    std::vector<Moment> moments;
 };
 
 // The values of a key and below it without their places, which a renaming changes.
@@ -76,9 +72,7 @@ class Judge {
 
     // `changes` are in the image, the last one in part if it is torn.
     void Crash(const Bytes& image, size_t changes, bool torn, bool names) {
-        const size_t number = run_.StepAt(changes);
-        const Step& step = run_.steps[number];
-        const Key& before = run_.before[number];
+        const auto& [step, before, end] = run_.At(changes);
         const Key found = Repaired(image);
         if (!torn) {
             ASSERT_EQ(JudgeCut(before, step, found), "") << "change " << changes;

@@ -20,8 +20,7 @@ using Result = FileLock::Result;
 // A file with its lock; `path` may be any of its names.
 struct Locked {
     explicit Locked(const WString& path, bool readOnly = false) {
-        const Handle handle = OpenFileHandle(path.c_str(), readOnly, 3, nullptr);
-        file.reset(AdoptFileHandle(handle, path.c_str()));
+        file = support::OpenFile(path, Disposition::OpenExisting, readOnly);
         lock = std::make_unique<FileLock>(file.get(), nullptr);
         lock->Join();
     }

@@ -50,6 +50,8 @@ void Play(const contract::Section& section, bool foreign) {
         if (verb == "form" || verb == "has") end();
         if (verb == "has") tree += line.substr(4) + ";";
         if (verb == "form") words >> form.pageSize >> form.maxPages;
+        if (uint32_t settings = 0; verb == "form" && words >> settings)
+            form.findSettings = settings;
         if (verb == "form" || verb == "has") continue;
         if (store == nullptr) {
             store =

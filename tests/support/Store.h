@@ -155,11 +155,6 @@ class Store {
         EXPECT_EQ(FBR_GetFullName_DirEx(key, &text, handle), FSSTATUS_SUCCESS);
         return Taken(text);
     }
-    WString Name(FBR_KEY key) {
-        WChar* text = nullptr;
-        EXPECT_EQ(FBR_GetName_DirEx(key, &text, handle), FSSTATUS_SUCCESS);
-        return Taken(text);
-    }
 
     const WString file;
     FBR_STORE handle = nullptr;
