@@ -10,7 +10,7 @@
 #include "tests/container/Edit.h"
 #include "tests/container/Promise.h"
 #include "tests/container/Shapes.h"
-#include "tests/contract/ScriptText.h"
+#include "tests/support/ScriptText.h"
 
 namespace support::container {
 namespace {
@@ -28,14 +28,14 @@ class Hostile : public testing::Test {
 // The check, or the reader that judges others in these tests, is to see such things.
 TEST_F(Hostile, EveryLinkToItselfToOthersAndToNowhere) {
     std::vector<std::pair<int, std::string>> lines;
-    for (const contract::Section& section : SectionsIn("container/hostile.txt"))
+    for (const support::Section& section : SectionsIn("container/hostile.txt"))
         lines.insert(lines.end(), section.lines.begin(), section.lines.end());
     EXPECT_GT(lines.size(), 30u);
     uint32_t turn = 0;
     for (uint32_t pageSize : {256u, 512u}) {
         Builder sound({pageSize}, RichTree(pageSize));
         for (const auto& [number, line] : lines) {
-            const contract::Words words = contract::WordsOf(line);
+            const support::Words words = support::WordsOf(line);
             const std::string place = platform::ToUtf8(words[0]), plus = platform::ToUtf8(words[1]);
             const std::vector<uint32_t> pages = PagesAt(&sound, place + " " + place + ".end");
             for (uint32_t value : {0u, 1u, 2u, pages[0], pages[1], sound.PageCount() - 1,

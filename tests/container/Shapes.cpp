@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "tests/contract/ScriptText.h"
+#include "tests/support/ScriptText.h"
 
 namespace support::container {
 
@@ -97,8 +97,7 @@ Bytes DataIn(const std::string& word, size_t payload) {
     if (word.starts_with('*')) return Pattern(size(1));
     if (word.starts_with('~')) return Runs(size(1));
     const bool times = word.size() > 2 && word[2] == '*' && word[0] != '\'';
-    return times ? Bytes(size(3), contract::DataOf(word.substr(0, 2)).at(0))
-                 : contract::DataOf(word);
+    return times ? Bytes(size(3), support::DataOf(word.substr(0, 2)).at(0)) : support::DataOf(word);
 }
 
 std::string DataTold(const Bytes& data) {
@@ -109,7 +108,7 @@ std::string DataTold(const Bytes& data) {
         const bool pattern = piece.size() >= kPattern && piece == Pattern(piece.size());
         told += told.empty() ? "" : " ";
         told +=
-            pattern ? "*" + std::to_string(piece.size()) : platform::ToUtf8(contract::Shown(piece));
+            pattern ? "*" + std::to_string(piece.size()) : platform::ToUtf8(support::Shown(piece));
         piece.clear();
     };
     for (size_t at = 0, end = 0; at < data.size(); at = end) {
@@ -118,7 +117,7 @@ std::string DataTold(const Bytes& data) {
         piece.insert(piece.end(), std::min(end - at, kRun), data[at]);
         if (end - at < kRun) continue;
         piece.resize(1);
-        told += (told.empty() ? "" : " ") + platform::ToUtf8(contract::Shown(piece)) + "*" +
+        told += (told.empty() ? "" : " ") + platform::ToUtf8(support::Shown(piece)) + "*" +
                 std::to_string(end - at);
         piece.clear();
     }
@@ -131,7 +130,7 @@ Item Tree(const std::string& text, uint32_t pageSize) {
     root.kind = ItemKind::Directory;
     std::istringstream in(text);
     for (std::string object; std::getline(in, object, ';');) {
-        const contract::Words words = contract::WordsOf(object);
+        const support::Words words = support::WordsOf(object);
         if (words.empty()) continue;
         Item* item = At(&root, platform::ToUtf8(words[0]));
         if (words.size() == 1) item->kind = ItemKind::Directory;
@@ -141,18 +140,14 @@ Item Tree(const std::string& text, uint32_t pageSize) {
     return root;
 }
 
-Item Tree(const contract::Section& section, uint32_t pageSize) {
+Item Tree(const support::Section& section, uint32_t pageSize) {
     std::string text;
     for (const auto& [number, line] : section.lines) text += line + ";";
     return Tree(text, pageSize);
 }
 
-std::vector<contract::Section> SectionsIn(const std::string& file) {
-    return contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests" / file);
-}
-
 Item RichTree(uint32_t pageSize) {
-    static const contract::Section rich = SectionsIn("container/rich.txt").at(0);
+    static const support::Section rich = SectionsIn("container/rich.txt").at(0);
     return Tree(rich, pageSize);
 }
 

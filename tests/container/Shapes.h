@@ -2,8 +2,8 @@
 // Trees of objects in words, for many tests.
 #pragma once
 
-#include "tests/contract/Script.h"
 #include "tests/support/ContainerBuilder.h"
+#include "tests/support/ScriptText.h"
 
 namespace support::container {
 
@@ -32,8 +32,8 @@ std::string DataTold(const Bytes& data);
 std::string SizeTold(uint64_t size, size_t payload);
 
 // The sections of a text in the folder of the tests, and the tree whose objects are one's lines.
-std::vector<contract::Section> SectionsIn(const std::string& file);
-Item Tree(const contract::Section& section, uint32_t pageSize = 512);
+using support::SectionsIn;
+Item Tree(const support::Section& section, uint32_t pageSize = 512);
 
 // Everything that the format offers.
 Item RichTree(uint32_t pageSize);

@@ -11,9 +11,9 @@
 namespace support::container {
 
 using namespace storage;
-using contract::Words;
 using platform::WChar;
 using platform::WString;
+using support::Words;
 
 namespace {
 

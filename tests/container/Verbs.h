@@ -21,14 +21,14 @@
 
 #include "tests/container/EngineStore.h"
 #include "tests/container/Shapes.h"
-#include "tests/contract/ScriptText.h"
+#include "tests/support/ScriptText.h"
 
 namespace support::container {
 
 // A store in the hands of a script, and the handle that it has open.
 struct Session {
     // The status of a call. `told` is what else it gives, "0" when that is nothing.
-    storage::Status Do(const contract::Words& line, std::string* told);
+    storage::Status Do(const support::Words& line, std::string* told);
 
     EngineStore& store;
     uint32_t pageSize = 512;

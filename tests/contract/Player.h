@@ -5,8 +5,8 @@
 #include <functional>
 #include <map>
 
+#include "tests/contract/OpenStore.h"
 #include "tests/contract/Script.h"
-#include "tests/contract/ScriptText.h"
 #include "tests/support/FailingHeap.h"
 #include "tests/support/ReadOnlyScope.h"
 

@@ -22,7 +22,7 @@ using support::Bytes;
 using support::Failing;
 using Store = EngineStore;
 
-using Operation = contract::Section;
+using Operation = support::Section;
 const std::vector<Operation>& Operations() {
     static const auto sections = SectionsIn("faults/failing.txt");
     return sections;
@@ -33,7 +33,7 @@ using Step = std::pair<int, std::string>;
 Status Call(Store& store, const std::string& line, std::string* told) {
     const size_t behind = line.find(" or ");
     std::string more;
-    const Status status = Session{store}.Do(contract::WordsOf(line.substr(0, behind)), &more);
+    const Status status = Session{store}.Do(support::WordsOf(line.substr(0, behind)), &more);
     if (status == kOk) *told += more;
     std::istringstream fine(behind == line.npos ? "" : line.substr(behind + 4));
     for (Status other; fine >> other;)
@@ -68,7 +68,7 @@ Status Do(Store& store, const Operation& operation, std::string* told) {
 
 // The file that is written through a handle, which keeps what was written before a failure.
 std::u16string Written(const Operation& operation) {
-    const contract::Words words = contract::WordsOf(operation.lines[0].second);
+    const support::Words words = support::WordsOf(operation.lines[0].second);
     const std::string verb = platform::ToUtf8(words[0]);
     const bool written = verb == "put" || verb == "write" || verb == "cut";
     return written ? ToUnits(words[1].c_str()) : u"";

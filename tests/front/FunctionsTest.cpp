@@ -8,14 +8,13 @@
 #include "FS_Library_DLL/registry/CombinePath.h"
 #include "Shared/security/SecurityText.h"
 #include "include/FsError.h"
-#include "tests/contract/Script.h"
-#include "tests/contract/ScriptText.h"
 #include "tests/support/FailingHeap.h"
+#include "tests/support/ScriptText.h"
 
 namespace {
 
-using contract::Words;
 using support::Text;
+using support::Words;
 
 WString Escaped(WStringView name, FsNameSet set) {
     FsText buffer;
@@ -64,7 +63,7 @@ Words TimeOf(uint64_t ticks) {
     char text[64];
     snprintf(text, sizeof text, "%04d-%02d-%02d/%d %02d:%02d:%02d.%03d", t.wYear, t.wMonth, t.wDay,
              t.wDayOfWeek, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
-    return contract::WordsOf(text);
+    return support::WordsOf(text);
 }
 
 Words SecurityOf(const WString& text) {
@@ -107,16 +106,15 @@ Words Answer(const std::string& verb, const Words& words) {
 }
 
 TEST(Functions, GiveWhatIsWritten) {
-    for (const contract::Section& section :
-         contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/front/functions.txt"))
+    for (const support::Section& section : support::SectionsIn("front/functions.txt"))
         for (const auto& [number, line] : section.lines) {
             SCOPED_TRACE("line " + std::to_string(number) + ": " + line);
             const size_t arrow = line.find(" -> ");
-            Words words = contract::WordsOf(line.substr(0, arrow));
+            Words words = support::WordsOf(line.substr(0, arrow));
             const std::string verb = platform::ToUtf8(words.at(0));
             words.erase(words.begin());
             EXPECT_EQ(Answer(verb, words),
-                      arrow == line.npos ? words : contract::WordsOf(line.substr(arrow + 4)));
+                      arrow == line.npos ? words : support::WordsOf(line.substr(arrow + 4)));
         }
 }
 

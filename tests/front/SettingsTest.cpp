@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: MIT
 // The settings file, typed settings over a container: the calls of settings.txt and what they must
-// answer, written like those on stores (tests/contract/Script.h). Each section has a file of its
+// answer, written like those on stores (tests/support/ScriptText.h). Each section has a file of its
 // own, which is made. What a call gives stands behind its status, and is "77" where it was left
 // alone.
 #include "include/IFBRSettingsFile.h"
-#include "tests/contract/Script.h"
-#include "tests/contract/ScriptText.h"
+#include "tests/support/ScriptText.h"
 
 namespace {
 
-using contract::DataOf;
-using contract::Words;
 using platform::WString;
+using support::DataOf;
 using support::Text;
+using support::Words;
 
 Text Number(uint64_t number) {
     return std::to_string(number);
@@ -61,7 +60,7 @@ FBR_STATUS Player::Read(const std::string& verb) {
         uint32_t type = 0;
         const FBR_STATUS status = verb == "raw" ? file_->GetRawValue(key, name, bytes, &type)
                                                 : file_->GetBinary(key, name, bytes);
-        told_ = {contract::Shown(bytes)};
+        told_ = {support::Shown(bytes)};
         if (verb == "raw") told_.insert(told_.begin(), Number(type));
         return status;
     }
@@ -102,7 +101,7 @@ FBR_STATUS Player::Do(const std::string& verb) {
 
 void Player::Play(const std::string& line) {
     const size_t arrow = line.find(" -> ");
-    words_ = contract::WordsOf(line.substr(0, arrow));
+    words_ = support::WordsOf(line.substr(0, arrow));
     const std::string verb = platform::ToUtf8(Word(0));
     words_.erase(words_.begin());
     words_.resize(4);
@@ -110,12 +109,11 @@ void Player::Play(const std::string& line) {
     const FBR_STATUS status = Do(verb);
     if (status != FSSTATUS_SUCCESS)
         told_.insert(told_.begin(), Text(FsStatusName(status) + sizeof("FSSTATUS_") - 1));
-    EXPECT_EQ(told_, contract::WordsOf(arrow == line.npos ? "" : line.substr(arrow + 4)));
+    EXPECT_EQ(told_, support::WordsOf(arrow == line.npos ? "" : line.substr(arrow + 4)));
 }
 
 TEST(Settings, GoAsTheyAreWritten) {
-    for (const contract::Section& section : contract::SectionsOf(
-             std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/front/settings.txt")) {
+    for (const support::Section& section : support::SectionsIn("front/settings.txt")) {
         Player player;
         for (const auto& [number, line] : section.lines) {
             SCOPED_TRACE("line " + std::to_string(number) + ": " + line);

@@ -19,9 +19,8 @@ using support::Store;
 constexpr FBR_STATUS kOk = FSSTATUS_SUCCESS;
 
 // The sections of failing.txt: what a store has, and what is done to it.
-using Operation = contract::Section;
-const std::vector<Operation> kSections =
-    contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/keystore/failing.txt");
+using Operation = support::Section;
+const std::vector<Operation> kSections = support::SectionsIn("keystore/failing.txt");
 
 int g_bad;
 void CountBad(void*, uint32_t code, uint32_t, uint32_t, uint8_t, uint8_t*) {

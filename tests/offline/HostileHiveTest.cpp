@@ -5,8 +5,7 @@
 #include "offreg/HiveFormat.h"
 #include "offreg/HiveReader.h"
 #include "offreg/HiveWriter.h"
-#include "tests/contract/Script.h"
-#include "tests/contract/ScriptText.h"
+#include "tests/support/ScriptText.h"
 
 using namespace offreg;
 using support::Bytes;
@@ -86,13 +85,13 @@ Bytes LieOf(const std::string& word, const Bytes& file) {
     } else if (word[0] == '@') {
         fmt_::Store(four.data(), static_cast<uint32_t>(PlaceOf(word.substr(1), file) - 4 - 4096));
     }
-    return plus != word.npos || word[0] == '@' ? four : contract::DataOf(word);
+    return plus != word.npos || word[0] == '@' ? four : support::DataOf(word);
 }
 
 // Plays a line of lies.txt.
 void Tell(const std::string& line, const Bytes& sound) {
     std::vector<std::string> words;
-    for (const platform::WString& word : contract::WordsOf(line))
+    for (const platform::WString& word : support::WordsOf(line))
         words.push_back(platform::ToUtf8(word));
     Bytes file = sound;
     size_t i = 0;
@@ -116,8 +115,7 @@ TEST(HostileHive, WhatLiesIsLeftOutAndToldAndTheRestIsRead) {
     const Bytes sound = SampleHive();
     ASSERT_EQ(Read(sound).leftOut, 0u);
     ASSERT_EQ(Read(sound).items, kSampleItems);
-    for (const contract::Section& section :
-         contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/offline/lies.txt"))
+    for (const support::Section& section : support::SectionsIn("offline/lies.txt"))
         for (const auto& [number, line] : section.lines) {
             SCOPED_TRACE("line " + std::to_string(number) + ": " + line);
             Tell(line, sound);

@@ -6,8 +6,7 @@
 #include <sddl.h>
 
 #include "Shared/security/SecurityText.h"
-#include "tests/contract/Script.h"
-#include "tests/contract/ScriptText.h"
+#include "tests/support/ScriptText.h"
 
 namespace {
 
@@ -19,11 +18,10 @@ constexpr uint32_t kAll = 0x1F;
 // What both understand, both write alike.
 TEST(SecurityText, AgreesWithTheSystem) {
     std::vector<WString> texts;
-    for (const contract::Section& section :
-         contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/front/functions.txt"))
+    for (const support::Section& section : support::SectionsIn("front/functions.txt"))
         for (const auto& [number, line] : section.lines)
             if (section.name == "SecurityTextThatEveryConversionUnderstands")
-                texts.push_back(contract::WordsOf(line).at(1));
+                texts.push_back(support::WordsOf(line).at(1));
     ASSERT_GT(texts.size(), 5u);
     for (const WString& text : texts) {
         Bytes ours;

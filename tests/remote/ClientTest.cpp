@@ -5,8 +5,8 @@
 
 #include "FS_Library_DLL/remote/FsIpcImpl.h"
 #include "platform/Heap.h"
-#include "tests/contract/Script.h"
 #include "tests/remote/ScriptedServer.h"
+#include "tests/support/ScriptText.h"
 
 namespace remote_test {
 namespace {
@@ -35,8 +35,7 @@ TEST(RemoteClient, ReadsTextAsFarAsItsZeroAndReplacesOldNames) {
 
 // The rows of replies.txt. Nothing of the caller's is touched by a reply that lies.
 TEST(RemoteClient, MakesOfRepliesWhatIsWritten) {
-    for (const contract::Section& section :
-         contract::SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests/remote/replies.txt"))
+    for (const support::Section& section : support::SectionsIn("remote/replies.txt"))
         for (const auto& [number, line] : section.lines) {
             SCOPED_TRACE("line " + std::to_string(number) + ": " + line);
             const size_t arrow = line.find(" -> "), verb = line.find(' ');

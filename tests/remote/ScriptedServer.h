@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/contract/ScriptText.h"
 #include "tests/remote/RunningServer.h"
+#include "tests/support/ScriptText.h"
 
 namespace remote_test {
 
@@ -19,7 +19,7 @@ using Bytes = std::vector<uint8_t>;
 // Bytes from hexadecimal text; blanks are passed over.
 inline Bytes Hex(std::string text) {
     std::erase(text, ' ');
-    return contract::DataOf(text);
+    return support::DataOf(text);
 }
 
 class ScriptedServer {

@@ -4,9 +4,9 @@
 #include <map>
 
 #include "server/PathGuard.h"
-#include "tests/contract/ScriptText.h"
 #include "tests/remote/RawClient.h"
 #include "tests/support/FixedClock.h"
+#include "tests/support/ScriptText.h"
 #include "tests/support/Store.h"
 
 namespace remote_test {
@@ -179,7 +179,7 @@ TEST_F(ServerTest, LetsNoPathOutOfTheRoot) {
             (system == 'W' && fs::path::preferred_separator == '/'))
             continue;
         SCOPED_TRACE(line);
-        const contract::Words words = contract::WordsOf(line);
+        const support::Words words = support::WordsOf(line);
         std::string path = platform::ToUtf8(words.at(2));
         if (path.starts_with("$")) path.replace(0, 1, platform::ToUtf8(support::Wide(dir_.Path())));
         const std::string kind = words.size() < 4 ? "" : platform::ToUtf8(words[3]);

@@ -19,7 +19,7 @@ using Pages = std::vector<uint32_t>;
 using B = Builder;
 
 // The first section of repair.txt is the tree, and each of the others a case.
-const std::vector<contract::Section>& Sections() {
+const std::vector<support::Section>& Sections() {
     static const auto sections = SectionsIn("storage/repair.txt");
     return sections;
 }
@@ -92,7 +92,7 @@ TEST(CheckRepair, SoundContainersHaveNoFindingsAndStayAsTheyAre) {
     }
 }
 
-void RunCase(const contract::Section& one) {
+void RunCase(const support::Section& one) {
     SCOPED_TRACE(one.name);
     B builder({}, SmallTree());
     const Reading before = ReadContainer(builder.Finish());
@@ -122,7 +122,7 @@ void RunCase(const contract::Section& one) {
 
 TEST(CheckRepair, MendsWhatItFinds) {
     EXPECT_GT(Sections().size(), 20u);
-    for (const contract::Section& one : std::span(Sections()).subspan(1)) RunCase(one);
+    for (const support::Section& one : std::span(Sections()).subspan(1)) RunCase(one);
 }
 
 // Every page of one object said to be another's, with its entry.

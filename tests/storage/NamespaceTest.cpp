@@ -26,14 +26,14 @@ Bytes Text(std::string_view text) {
 void Play(Session* session, int number, const std::string& line) {
     const size_t arrow = line.find(" ->");
     std::string told;
-    const Status status = session->Do(contract::WordsOf(line.substr(0, arrow)), &told);
+    const Status status = session->Do(support::WordsOf(line.substr(0, arrow)), &told);
     EXPECT_EQ(status == kOk ? told : std::to_string(status),
               arrow == line.npos ? "0" : line.substr(std::min(arrow + 4, line.size())))
         << "line " << number << ": " << line;
 }
 
 // Stores of what is said behind "has", in the form last told.
-void Play(const contract::Section& section, bool foreign) {
+void Play(const support::Section& section, bool foreign) {
     Form form{512, foreign};
     std::string tree;
     std::unique_ptr<EngineStore> store;
@@ -65,7 +65,7 @@ void Play(const contract::Section& section, bool foreign) {
 
 TEST(Namespace, SaysWhatItsLinesSay) {
     for (const char* file : {"storage/namespace.txt", "storage/streams.txt"})
-        for (const contract::Section& section : SectionsIn(file))
+        for (const support::Section& section : SectionsIn(file))
             for (const bool foreign : {false, true}) Play(section, foreign);
     EXPECT_FALSE(MatchPattern(WTEXT("KEY"), WTEXT("k?Y"), true));
 }
@@ -135,7 +135,7 @@ TEST(Namespace, ChangesNothingWhereItMayNotWrite) {
         EngineStore store;
         ASSERT_EQ(store.Open(dir / "a.fbr"), kOk);
         Session session{store};
-        const contract::Section section = SectionsIn("storage/read-only.txt").at(0);
+        const support::Section section = SectionsIn("storage/read-only.txt").at(0);
         for (const auto& [number, line] : section.lines) Play(&session, number, line);
         uint8_t corrupted = 9;
         EXPECT_EQ(StorageIsCorrupted(store, &corrupted), kOk);

@@ -44,10 +44,10 @@ TEST(Stream, OfMethodThreeNeedsItsFunctions) {
 
 // What is said of a file that lies, and what may be done with it afterwards: the others stay whole.
 TEST(Stream, TellsLies) {
-    const std::vector<contract::Section> sections = SectionsIn("storage/lies.txt");
+    const std::vector<support::Section> sections = SectionsIn("storage/lies.txt");
     const Builder sound({256}, Tree(sections[0], 256));
     ASSERT_GE(sound.At(u"\\long").indexPages.size(), 2u);
-    for (const contract::Section& section : std::span(sections).subspan(1))
+    for (const support::Section& section : std::span(sections).subspan(1))
         for (const auto& [number, line] : section.lines) {
             SCOPED_TRACE(line);
             std::istringstream in(line);

@@ -5,7 +5,7 @@
 // formats/values.txt are told there.
 #include <sstream>
 
-#include "tests/contract/ScriptText.h"
+#include "tests/support/ScriptText.h"
 #include "tests/tool/Formats.h"
 #include "tools/format/JsonLines.h"
 #include "tools/format/RegReader.h"
@@ -99,8 +99,8 @@ std::string Answer(const std::string& left) {
     const auto type = static_cast<uint32_t>(std::stoul(word));
     const std::string rest = second == left.npos ? "" : left.substr(second + 1);
     if (verb == "name") return fbr::TypeName(type);
-    if (verb == "show") return fbr::DataOnOneLine(type, contract::DataOf(rest), 4);
-    if (verb == "full") return fbr::DataInFull(type, contract::DataOf(rest));
+    if (verb == "show") return fbr::DataOnOneLine(type, support::DataOf(rest), 4);
+    if (verb == "full") return fbr::DataInFull(type, support::DataOf(rest));
     std::vector<std::string> words;
     for (const char c : rest) {
         if (c == '|')

@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: MIT
+#include "tests/support/ScriptText.h"
+
 #include <algorithm>
 #include <fstream>
 #include <sstream>
 
-#include "tests/contract/Script.h"
-#include "tests/contract/ScriptText.h"
-
-namespace contract {
+namespace support {
 
 namespace {
-
-using support::Bytes;
 
 // Bytes that no other size has.
 Bytes Pattern(size_t size) {
@@ -48,6 +45,10 @@ void AddEach(const std::string& words, const std::vector<std::pair<int, std::str
 
 }  // namespace
 
+std::vector<Section> SectionsIn(const std::string& file) {
+    return SectionsOf(std::filesystem::path(ZRFS_SOURCE_DIR) / "tests" / file);
+}
+
 std::vector<Section> SectionsOf(const std::filesystem::path& file) {
     std::ifstream in(file);
     std::vector<Section> sections;
@@ -81,7 +82,7 @@ std::vector<Section> SectionsOf(const std::filesystem::path& file) {
     return sections;
 }
 
-support::Bytes DataOf(const std::string& word) {
+Bytes DataOf(const std::string& word) {
     if (word.starts_with("'")) return Bytes(word.begin() + 1, word.end());
     if (word.starts_with("*")) return Pattern(std::stoul(word.substr(1)));
     Bytes bytes;
@@ -123,16 +124,4 @@ Words WordsOf(const std::string& line) {
     return words;
 }
 
-bool Section::Suits(const Backend& backend) const {
-    return std::all_of(traits.begin(), traits.end(), [&](const std::string& trait) {
-        return trait[0] == '~' || backend.Is(trait.substr(1)) == (trait[0] == '?');
-    });
-}
-
-bool Section::Keeps(const Backend& backend) const {
-    return std::any_of(traits.begin(), traits.end(), [&](const std::string& trait) {
-        return trait[0] == '~' && backend.Is(trait.substr(1));
-    });
-}
-
-}  // namespace contract
+}  // namespace support
