@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The open keys and values of a store.
 //
-// A key handle is the address of its entry and a value handle the engine's file handle, but
-// neither is followed before it was found in here, so that a number that is no handle is only
-// that. The caller holds the store's lock.
+// A key handle is the address of its entry, with the number of its opening in the bits that
+// addresses leave, so that the handle of a key that is closed or deleted is not soon that of
+// another one. A value handle is the engine's file handle. Neither is followed before it was found
+// in here, so that a number that is no handle is only that. The caller holds the store's lock.
 #pragma once
 
 #include <cstddef>
@@ -64,14 +65,19 @@ class FsHandleTable {
     // The key is about to be looked for, whatever the number is.
     void PrefetchKey(int64_t id) const {
         platform::Prefetch(&Bucket(static_cast<uint64_t>(id)), sizeof(FsHandleEntry*));
-        platform::Prefetch(reinterpret_cast<const void*>(id), offsetof(FsHandleEntry, search));
+        PrefetchEntry(id);
+    }
+    // The same without a look at the table, and so without a lock.
+    static void PrefetchEntry(int64_t id) {
+        const uint64_t address = static_cast<uint64_t>(id) & kAddressBits;
+        platform::Prefetch(reinterpret_cast<const void*>(address), offsetof(FsHandleEntry, search));
     }
     FsHandleEntry* FindFile(storage::FileHandle* file) const;
     // The first entry with that id, the key's own before the values opened by it.
     FsHandleEntry* FindId(int64_t id) const;
     // The first value with that path, A to Z folded.
     FsHandleEntry* FindValue(WStringView path) const;
-    // Null when there is no memory. `id` 0 makes the entry's address its id.
+    // Null when there is no memory. `id` 0 makes a new key handle.
     FsHandleEntry* Add(int64_t id, storage::FileHandle* file, FsHandleKind kind, WStringView path);
     // Frees the entry with its path and its search record, which is not closed.
     void Remove(FsHandleEntry* entry);
@@ -91,10 +97,12 @@ class FsHandleTable {
   private:
     static constexpr uint32_t kInlineBuckets = 64;
     static constexpr uint32_t kSpareLimit = 64;
+    static constexpr uint64_t kAddressBits = 0x0000'FFFF'FFFF'FFF0;
 
     FsHandleEntry*& Bucket(uint64_t number) const {
         return buckets_[(number >> 4) * 0x9E3779B97F4A7C15u >> shift_];
     }
+    int64_t NewId(const FsHandleEntry* entry);
     static uint64_t HashNumber(const FsHandleEntry* entry);
     void AddToHash(FsHandleEntry* entry);
     void RemoveFromHash(FsHandleEntry* entry);
@@ -116,6 +124,7 @@ class FsHandleTable {
     FsPathTree keysByPath_;
     FsHandleEntry* unfiled_ = nullptr;  // the keys from here on are not in it yet
     uint32_t count_ = 0;
+    uint64_t openings_ = 0;
     FsHandleEntry* spare_ = nullptr;  // kept for reuse, chained by next
     uint32_t spareCount_ = 0;
     FsHandleEntry** buckets_ = inlineBuckets_;

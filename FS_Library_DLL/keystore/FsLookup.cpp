@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/keystore/FsLookup.h"
 
-#include <cstddef>
 #include <utility>
 
 #include "FS_Library_DLL/FsSwitches.h"
@@ -10,7 +9,6 @@
 #include "FS_Library_DLL/keystore/FsNames.h"
 #include "FS_Library_DLL/keystore/FsOperation.h"
 #include "FS_Library_DLL/keystore/FsValues.h"
-#include "platform/Prefetch.h"
 
 using storage::FileObject;
 using storage::Look;
@@ -95,7 +93,7 @@ bool FsOpenFoundKey(int64_t parent, WStringView stored, FsStoreContext* context,
 bool FsLookUpValue(int64_t key, const WChar* name, void* buffer, uint64_t bufferSize,
                    uint64_t* size, uint32_t* type, FsStoreContext* context, FBR_STATUS* status) {
     if (g_switches.trace || !FsHasOwnEngine()) return false;
-    platform::Prefetch(reinterpret_cast<const void*>(key), offsetof(FsHandleEntry, search));
+    FsHandleTable::PrefetchEntry(key);
     name = OrDefault(name);
     FsText escaped;
     WStringView stored;

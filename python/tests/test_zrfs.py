@@ -116,6 +116,10 @@ def test_failures_are_exceptions_of_their_own(path):
         with pytest.raises(zrfs.LockError, match="write=True") as caught:
             store["k"]["v"] = 1
         assert caught.value.status == zrfs.Status.LOCK_FAILED
+        for kind in (zrfs.Error, zrfs.NotFoundError, zrfs.LockError, zrfs.DeniedError):
+            error = kind("x", 15)
+            there = pickle.loads(pickle.dumps(error))  # as a pool of processes hands it on
+            assert (type(there), str(there), there.status) == (kind, str(error), 15)
         with pytest.raises(ValueError):
             store["a\0b"].create()
         with store.lock():

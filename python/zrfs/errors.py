@@ -84,6 +84,15 @@ class Error(Exception):
     def __str__(self) -> str:
         return self.args[0]
 
+    def __reduce__(self):  # as another process gets it
+        return _remade, (type(self), self.args, self.status)
+
+
+def _remade(kind: type, args: tuple, status: int) -> Error:
+    error = kind.__new__(kind)
+    error.args, error.status = args, status
+    return error
+
 
 class NotFoundError(Error, KeyError):
     """There is no such key or value."""
