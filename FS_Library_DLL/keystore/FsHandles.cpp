@@ -73,12 +73,11 @@ FsHandleEntry* FsHandleTable::FindValue(WStringView path) const {
 }
 
 int64_t FsHandleTable::NewId(const FsHandleEntry* entry) {
-    constexpr uint32_t kLowBits = 4, kAddressEnd = 48;
     const uint64_t address = reinterpret_cast<uintptr_t>(entry);
     if ((address & ~kAddressBits) != 0) return static_cast<int64_t>(address);
     const uint64_t opening = ++openings_;
     const uint64_t high = opening >> kLowBits << (kAddressEnd + 1) >> 1;  // no handle is negative
-    return static_cast<int64_t>(high | address | (opening & ((1u << kLowBits) - 1)));
+    return static_cast<int64_t>(high | address | (opening & kLowMask));
 }
 
 FsHandleEntry* FsHandleTable::Add(int64_t id, FileHandle* file, FsHandleKind kind,

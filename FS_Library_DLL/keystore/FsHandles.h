@@ -97,7 +97,9 @@ class FsHandleTable {
   private:
     static constexpr uint32_t kInlineBuckets = 64;
     static constexpr uint32_t kSpareLimit = 64;
-    static constexpr uint64_t kAddressBits = 0x0000'FFFF'FFFF'FFF0;
+    static constexpr uint32_t kLowBits = 4, kAddressEnd = 48;  // what addresses leave of a handle
+    static constexpr uint64_t kLowMask = (1u << kLowBits) - 1;
+    static constexpr uint64_t kAddressBits = ((uint64_t{1} << kAddressEnd) - 1) & ~kLowMask;
 
     FsHandleEntry*& Bucket(uint64_t number) const {
         return buckets_[(number >> 4) * 0x9E3779B97F4A7C15u >> shift_];

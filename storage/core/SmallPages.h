@@ -29,12 +29,10 @@ class SmallPages {
     // The page at the byte `offset`, as Keep was given it last. It may be used until the next Keep.
     // *place, if given, is where it was found the last time, or 0, and becomes where it is found.
     PageBytes Find(uint64_t offset, uint32_t* place = nullptr) const {
-        Record* record = place != nullptr && IsPlace(*place) ? At(*place) : nullptr;
-        if (record == nullptr || record->Page() != offset >> pageShift_)
-            record = Look(offset, place);
+        Record* record = Look(offset, place);
         return record == nullptr ? PageBytes{} : PageBytes{record->Bytes(), record->count};
     }
-    // The page is about to be looked for, there if *place tells.
+    // The page is about to be looked for; `place` is what Find left of it, or 0.
     void Prefetch(uint64_t offset, uint32_t place = 0) const {
         if (buckets_ == nullptr) return;
         if (!IsPlace(place)) place = *BucketOf(static_cast<uint32_t>(offset >> pageShift_));
@@ -81,18 +79,19 @@ class SmallPages {
         return reinterpret_cast<Record*>(chunks_[place / kChunkUnits % kChunks] +
                                          place % kChunkUnits * 2);
     }
-    // May a record stand at the place that was its? Not where the places began anew since.
+    // Does a record begin there, if one ever did? Nobody can tell once places were used twice.
     bool IsPlace(uint32_t place) const { return place >= oldest_ && place < next_ && !beganAnew_; }
-    Record* Look(uint64_t offset, uint32_t* found = nullptr) const {
+    Record* Look(uint64_t offset, uint32_t* place = nullptr) const {
         const uint64_t page = offset >> pageShift_;
         if (buckets_ == nullptr || page >= kNoPage) return nullptr;
-        for (uint32_t place = *BucketOf(static_cast<uint32_t>(page)); place >= oldest_;) {
-            Record* record = At(place);
+        if (place != nullptr && IsPlace(*place) && At(*place)->Page() == page) return At(*place);
+        for (uint32_t at = *BucketOf(static_cast<uint32_t>(page)); at >= oldest_;) {
+            Record* record = At(at);
             if (record->Page() == page) {
-                if (found != nullptr) *found = place;
+                if (place != nullptr) *place = at;
                 return record;
             }
-            place = record->Older();
+            at = record->Older();
         }
         return nullptr;
     }
@@ -107,7 +106,7 @@ class SmallPages {
     uint32_t room_ = 0;            // records that may still come before the index grows
     uint32_t next_ = kChunkUnits;  // where the next record begins; 0 is no place
     uint32_t oldest_ = kChunkUnits;
-    bool beganAnew_ = false;
+    bool beganAnew_ = false;  // places were used twice
     uint64_t held_ = 0;
     uint8_t* chunks_[kChunks] = {};
 };

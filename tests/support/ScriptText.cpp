@@ -90,6 +90,7 @@ Bytes DataOf(const std::string& word) {
         bytes.push_back(static_cast<uint8_t>(std::stoul(word.substr(i, 2), nullptr, 16)));
     return bytes;
 }
+
 WString Shown(const Bytes& data) {
     if (data.size() > 15 && data == Pattern(data.size()))
         return Text("*" + std::to_string(data.size()));

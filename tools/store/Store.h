@@ -121,8 +121,7 @@ class Store {
     bool kept_ = false;
 };
 
-// Stands while a store of that name closes: no interrupt breaks off the
-// saving of a hive.
+// Stands while a store of that name closes: no interrupt breaks off the saving of a hive.
 std::unique_ptr<UnbrokenGuard> WhileItCloses(const StoreName& name);
 
 // Throws the StoreError for a failure at that store, with the reason as far as it can be known.
