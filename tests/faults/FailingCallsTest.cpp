@@ -20,17 +20,16 @@ using namespace storage;
 using namespace support::container;
 using support::Bytes;
 using support::Failing;
-using Store = EngineStore;
 
 using Operation = support::Section;
 const std::vector<Operation>& Operations() {
     static const auto sections = SectionsIn("faults/failing.txt");
     return sections;
 }
-using Step = std::pair<int, std::string>;
+using NumberedLine = std::pair<int, std::string>;
 
 // A call, which may also answer with one of the statuses behind "or".
-Status Call(Store& store, const std::string& line, std::string* told) {
+Status Call(EngineStore& store, const std::string& line, std::string* told) {
     const size_t behind = line.find(" or ");
     std::string more;
     const Status status = Session{store}.Do(support::WordsOf(line.substr(0, behind)), &more);
@@ -41,12 +40,12 @@ Status Call(Store& store, const std::string& line, std::string* told) {
     return status;
 }
 
-bool IsOne(const Step& step) {
+bool IsOne(const NumberedLine& step) {
     return step.second.starts_with("one ");
 }
 
 // What stands behind "one", with "&" between, is one change.
-Status Do(Store& store, const Step& step, std::string* told) {
+Status Do(EngineStore& store, const NumberedLine& step, std::string* told) {
     if (!IsOne(step)) return Call(store, step.second, told);
     store.Container()->containerLock.AssertAlone();
     Status status = BeginBatch(store);
@@ -59,9 +58,9 @@ Status Do(Store& store, const Step& step, std::string* told) {
 }
 
 // As far as the operation comes; the first failure.
-Status Do(Store& store, const Operation& operation, std::string* told) {
+Status Do(EngineStore& store, const Operation& operation, std::string* told) {
     Status status = kOk;
-    for (const Step& step : operation.lines)
+    for (const NumberedLine& step : operation.lines)
         if (status == kOk) status = Do(store, step, told);
     return status;
 }
@@ -77,7 +76,7 @@ std::u16string Written(const Operation& operation) {
 // Handles and a search on what an operation may fail on.
 class Busy {
   public:
-    explicit Busy(Store& store)
+    explicit Busy(EngineStore& store)
         : store_(store),
           big_(store, u"\\dir\\big", false),
           directory_(store, u"\\dir"),
@@ -102,7 +101,7 @@ class Busy {
     }
 
   private:
-    Store& store_;
+    EngineStore& store_;
     EngineFile big_, directory_, child_;
     StorageSearchStruct search_{};
 };
@@ -120,8 +119,8 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
     std::vector<Content> States(const Operation& operation, std::string* told) {
         container_.Put(file_);
         std::vector<Content> states = {OnDisk()};
-        for (const Step& step : operation.lines) {
-            Store store;
+        for (const NumberedLine& step : operation.lines) {
+            EngineStore store;
             EXPECT_EQ(store.Open(container_.Path()), kOk);
             EXPECT_EQ(Do(store, step, told), kOk) << operation.name;
             EXPECT_EQ(store.Close(), kOk);
@@ -130,7 +129,7 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
         return states;
     }
     // The store still takes and gives, elsewhere than where the fault struck.
-    static void ExpectWorking(Store& store) {
+    static void ExpectWorking(EngineStore& store) {
         EXPECT_EQ(store.Body(u"\\other\\v"), Bytes(6, 'o'));
         EXPECT_EQ(store.Put(u"\\other\\probe", Bytes(900, 7)), kOk);
         EXPECT_EQ(store.Body(u"\\other\\probe"), Bytes(900, 7));
@@ -140,7 +139,7 @@ class FailingCalls : public testing::TestWithParam<std::tuple<uint32_t, Failing>
                  const std::string& tells, support::Failure& failure, bool again) {
         std::string told, ignored;
         container_.Put(file_);
-        Store store;
+        EngineStore store;
         ASSERT_EQ(store.Open(container_.Path()), kOk);
         const Status status = failure.During([&] { return Do(store, operation, &told); });
         EXPECT_TRUE(failure.Hit() || status == kOk) << status;
@@ -199,7 +198,7 @@ TEST_P(FailingCalls, LeaveHandlesAndSearchesUsable) {
         SCOPED_TRACE(operation.name);
         support::WithEveryFailure(Failing::Allocation, [&](support::Failure& failure) {
             container_.Put(file_);
-            Store store;
+            EngineStore store;
             ASSERT_EQ(store.Open(container_.Path()), kOk);
             Busy busy(store);
             std::string told;

@@ -13,18 +13,18 @@ namespace {
 constexpr uint32_t kDword = 4;
 
 // Closes the handles of its keys with itself.
-struct Hive {
-    Hive() { EXPECT_EQ(ORCreateHive(&root), 0u); }
-    explicit Hive(const WString& path) { EXPECT_EQ(OROpenHive(path.c_str(), &root), 0u); }
-    ~Hive() { EXPECT_EQ(ORCloseHive(root), 0u); }
-    Hive(const Hive&) = delete;
-    Hive& operator=(const Hive&) = delete;
+struct OpenHive {
+    OpenHive() { EXPECT_EQ(ORCreateHive(&root), 0u); }
+    explicit OpenHive(const WString& path) { EXPECT_EQ(OROpenHive(path.c_str(), &root), 0u); }
+    ~OpenHive() { EXPECT_EQ(ORCloseHive(root), 0u); }
+    OpenHive(const OpenHive&) = delete;
+    OpenHive& operator=(const OpenHive&) = delete;
 
     ORHKEY root = nullptr;
 };
 
 TEST(OfflineRegistry, TellsWhatCameOfEveryCall) {
-    const Hive hive;
+    const OpenHive hive;
     TempDir dir;
     support::WriteBytes(dir / "empty", {});
     support::WriteBytes(dir / "text", Bytes(10000, 'x'));
@@ -83,7 +83,7 @@ TEST(OfflineRegistry, TellsWhatCameOfEveryCall) {
 TEST(OfflineRegistry, EnumerationTellsTheRoomItNeedsAndTheClass) {
     TempDir dir;
     {
-        const Hive hive;
+        const OpenHive hive;
         ORHKEY key = nullptr;
         EXPECT_EQ(ORCreateKey(hive.root, WTEXT("long name"), WTEXT("Cl\x0416ss"), 0, nullptr, &key,
                               nullptr),
@@ -91,7 +91,7 @@ TEST(OfflineRegistry, EnumerationTellsTheRoomItNeedsAndTheClass) {
         EXPECT_EQ(ORSetValue(hive.root, WTEXT("value"), kDword, "\1\2\3", 4), 0u);
         EXPECT_EQ(ORSaveHive(hive.root, dir.File("a").c_str(), 6, 1), 0u);
     }
-    const Hive hive(dir.File("a"));
+    const OpenHive hive(dir.File("a"));
     const struct {
         bool value;
         uint32_t index, room, answer, units;

@@ -13,7 +13,7 @@ namespace {
 using platform::WString;
 using security::Bytes;
 
-constexpr uint32_t kAll = 0x1F;
+constexpr uint32_t kAllParts = 0x1F;
 
 // What both understand, both write alike.
 TEST(SecurityText, AgreesWithTheSystem) {
@@ -32,7 +32,7 @@ TEST(SecurityText, AgreesWithTheSystem) {
             ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), 1, &theirs, &size));
         WString fromTheirs;
         const auto* start = static_cast<const uint8_t*>(theirs);
-        EXPECT_EQ(security::FormatSecurityText({start, size}, kAll, &fromTheirs), 0u);
+        EXPECT_EQ(security::FormatSecurityText({start, size}, kAllParts, &fromTheirs), 0u);
         EXPECT_EQ(fromTheirs, text);
         LocalFree(theirs);
         wchar_t* fromOurs = nullptr;

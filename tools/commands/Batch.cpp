@@ -24,7 +24,7 @@ constexpr std::array kAllowed = {"copy", "cp",   "create", "diff", "export", "fi
                                  "get",  "hash", "import", "ls",   "mv",     "rm",
                                  "set",  "stat", "tree",   "view"};
 
-struct Arguments {
+struct BatchArguments {
     std::string file;
     bool stop = false, goOn = false;
 };
@@ -105,7 +105,7 @@ bool IsFailure(int status) {
 }
 
 // The status of the first line that failed, or of one that answered no.
-int RunAll(const Cli& cli, const std::vector<Line>& lines, const Arguments& args) {
+int RunAll(const Cli& cli, const std::vector<Line>& lines, const BatchArguments& args) {
     int all = kExitOk;
     uint64_t failed = 0;
     for (size_t i = 0; i < lines.size(); ++i) {
@@ -130,7 +130,7 @@ int RunAll(const Cli& cli, const std::vector<Line>& lines, const Arguments& args
     return all;
 }
 
-void Batch(Cli& cli, const Arguments& args) {
+void Batch(Cli& cli, const BatchArguments& args) {
     if (args.stop && args.goOn) throw UsageError("expected either --stop or --continue");
     if (cli.Quiet()) throw UsageError("expected --quiet in the lines that need it");
     const std::vector<Line> lines = LinesOf(args.file);
@@ -146,7 +146,7 @@ void Batch(Cli& cli, const Arguments& args) {
 }  // namespace
 
 void AddBatchCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<BatchArguments>();
     cli.Add("batch", "Do several commands, one a line, under one lock")
         .No("a line answered no, and none failed")
         .Example("fbr batch changes.txt")

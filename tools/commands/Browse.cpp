@@ -84,7 +84,7 @@ void Print(const Cli& cli, const Store& store, const WString& path, const WStrin
     }
 }
 
-struct Arguments {
+struct BrowseArguments {
     std::string store, key, name;
     uint64_t depth = UINT64_MAX;
     bool raw = false;
@@ -93,7 +93,7 @@ struct Arguments {
 }  // namespace
 
 void AddBrowseCommands(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<BrowseArguments>();
     const auto open = [&cli, args] {
         return Store(cli.StoreAt(args->store), Store::IfMissing::kFail);
     };

@@ -19,13 +19,13 @@
 namespace fbr {
 namespace {
 
-struct Arguments {
+struct CompareArguments {
     std::string store, key, toMethod, format, prefix, file;
     std::vector<std::string> to;
     bool html = false;
 };
 
-End ToEnd(const Arguments& args, StoreName store) {
+End ToEnd(const CompareArguments& args, StoreName store) {
     return {std::move(store), KeyArgument(args.to.size() > 1 ? args.to[1] : "")};
 }
 
@@ -82,8 +82,8 @@ class Watcher : public DifferenceSink {
 };
 
 // How many differences there are.
-uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there, const Arguments& args,
-                          std::ostream& out) {
+uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there,
+                          const CompareArguments& args, std::ostream& out) {
     TreeProgress progress(cli, "Comparing keys:", KeysToShow(here));
     const OnLoss onLoss = progress.OnLoss();
     const auto compare = [&](DifferenceSink& report) {
@@ -111,7 +111,7 @@ uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there, const
     return differences;
 }
 
-void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
+void Diff(Cli& cli, const End& from, const End& to, const CompareArguments& args) {
     if (cli.Json() && (args.format == "reg" || args.format == "html"))
         throw UsageError("expected either --json or --format " + args.format);
     const StorePair stores(from, to, Store::IfMissing::kFail);
@@ -132,7 +132,7 @@ void Diff(Cli& cli, const End& from, const End& to, const Arguments& args) {
 }
 
 Command AddTwoStores(Cli& cli, const char* name, const char* description,
-                     const std::shared_ptr<Arguments>& args) {
+                     const std::shared_ptr<CompareArguments>& args) {
     Command command = cli.Add(name, description);
     command.StoreAndKey(args->store, args->key)
         .Words("--to", args->to, "STORE [KEY]", {1, 2}, Need::kRequired,
@@ -145,7 +145,7 @@ Command AddTwoStores(Cli& cli, const char* name, const char* description,
 }  // namespace
 
 void AddCompareCommands(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<CompareArguments>();
     const auto from = [&cli, args] {
         return End{cli.StoreAt(args->store), KeyArgument(args->key)};
     };

@@ -17,7 +17,7 @@
 namespace fbr {
 namespace {
 
-struct Arguments {
+struct ContentArguments {
     std::string store, key;
 };
 
@@ -174,7 +174,7 @@ void Hash(const Cli& cli, const Place& place, const OnLoss& onLoss) {
 }  // namespace
 
 void AddContentCommands(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<ContentArguments>();
     const OnLoss onLoss = [&cli](const std::string& text) { cli.TellLoss(text); };
     const auto with = [&cli, args, onLoss](const auto& work) {
         return [&cli, args, onLoss, work] {

@@ -14,7 +14,7 @@
 namespace fbr {
 namespace {
 
-struct Arguments {
+struct EditArguments {
     std::string store, key, type;
     std::optional<std::string> name;
     std::vector<std::string> data;
@@ -45,7 +45,7 @@ void Create(const StoreName& name) {
     Store(name, Store::IfMissing::kCreate).Close();
 }
 
-void Set(const StoreName& store, const Arguments& args) {
+void Set(const StoreName& store, const EditArguments& args) {
     const auto type = ParseType(args.type);
     if (!type) {
         throw UsageError(
@@ -90,7 +90,7 @@ void RemoveKey(const Store& store, const WString& path, bool recursive) {
     key.Delete();
 }
 
-void Remove(const StoreName& name, const Arguments& args) {
+void Remove(const StoreName& name, const EditArguments& args) {
     const WString path = KeyArgument(args.key);
     const WString value = Wide(args.name.value_or(""));
     if (args.name && args.recursive) throw UsageError("expected -r with a key, not with a value");
@@ -111,7 +111,7 @@ void Remove(const StoreName& name, const Arguments& args) {
 }  // namespace
 
 void AddEditCommands(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<EditArguments>();
 
     cli.Add("create", "Make an empty store")
         .Example("fbr create settings.fbr")

@@ -18,12 +18,12 @@
 namespace fbr {
 namespace {
 
-struct Arguments {
+struct ExportArguments {
     std::string store, key, format, prefix, file, encoding;
     bool regedit4 = false, sort = false, all = false;
 };
 
-RegForm FormOf(const Arguments& args) {
+RegForm FormOf(const ExportArguments& args) {
     if (args.format == "jsonl" && (args.regedit4 || !args.encoding.empty()))
         throw UsageError("expected no --regedit4 and no --encoding with --format jsonl");
     if (args.regedit4 && !args.encoding.empty())
@@ -62,14 +62,15 @@ class Carried : public RecordSink {
     bool carries_ = true;
 };
 
-void Write(const Arguments& args, const Place& from, RecordSink& sink, TreeProgress& progress) {
+void Write(const ExportArguments& args, const Place& from, RecordSink& sink,
+           TreeProgress& progress) {
     WithoutStoresOwn content({from.store, {}}, sink);
     SteppedValues stepped(args.all ? sink : content, progress);
     ReadTree(from.store, from.key, stepped, progress.OnKey(), progress.OnLoss(),
              args.sort ? Order::kByName : Order::kStores);
 }
 
-void WriteTree(Cli& cli, const Arguments& args, const Place& from, std::ostream& out) {
+void WriteTree(Cli& cli, const ExportArguments& args, const Place& from, std::ostream& out) {
     // Not between the lines of the text.
     const bool between = args.file.empty() && OutputIsTerminal();
     TreeProgress progress(cli, "Exporting:", between ? 0 : EntriesToShow(from));
@@ -85,7 +86,7 @@ void WriteTree(Cli& cli, const Arguments& args, const Place& from, std::ostream&
     writer.Finish();
 }
 
-void Export(Cli& cli, const StoreName& name, const Arguments& args) {
+void Export(Cli& cli, const StoreName& name, const ExportArguments& args) {
     FormOf(args);  // before anything is made
     const Store store(name, Store::IfMissing::kFail);
     const Place from{store, KeyArgument(args.key)};
@@ -99,7 +100,7 @@ void Export(Cli& cli, const StoreName& name, const Arguments& args) {
 }  // namespace
 
 void AddExportCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<ExportArguments>();
     cli.Add("export", "Write a key and all below it as text")
         .Example("fbr export settings.fbr -o settings.reg")
         .Example("fbr export settings.fbr Software --sort --encoding utf-8")

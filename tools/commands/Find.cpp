@@ -17,7 +17,7 @@
 namespace fbr {
 namespace {
 
-struct Arguments {
+struct FindArguments {
     std::string store, key;
     std::optional<std::string> name, data, type, since;
     bool regex = false;
@@ -45,7 +45,7 @@ int64_t Now() {
     return duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
 }
 
-Wanted WantedBy(const Arguments& args) {
+Wanted WantedBy(const FindArguments& args) {
     Wanted wanted;
     try {
         if (args.name)
@@ -133,7 +133,7 @@ void Search(const Cli& cli, const Place& place, const Wanted& wanted, Matches& m
     });
 }
 
-void Find(Cli& cli, const Arguments& args) {
+void Find(Cli& cli, const FindArguments& args) {
     const Wanted wanted = WantedBy(args);
     const WString key = KeyArgument(args.key);
     const Store store(cli.StoreAt(args.store), Store::IfMissing::kFail);
@@ -159,7 +159,7 @@ void Find(Cli& cli, const Arguments& args) {
 }  // namespace
 
 void AddFindCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<FindArguments>();
     cli.Add("find", "Look for keys and values by name, data, type and time; 3 when there is none")
         .Tells()
         .No("nothing is found")

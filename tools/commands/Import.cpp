@@ -25,7 +25,7 @@ namespace {
 
 constexpr size_t kMostTold = 100;  // lines of one kind
 
-struct Arguments {
+struct ImportArguments {
     std::string store, format, prefix, file, undo;
     bool dryRun = false, lenient = false;
 };
@@ -52,7 +52,7 @@ struct Told {
 // for each purpose instead.
 class Input {
   public:
-    Input(const Arguments& args, const StoreName& store)
+    Input(const ImportArguments& args, const StoreName& store)
         : file_(args.file),
           format_(args.format),
           prefix_(KeyArgument(args.prefix)),
@@ -152,7 +152,7 @@ class Input {
 };
 
 // The file of --undo, before the store is touched.
-std::unique_ptr<OutputFile> UndoFile(const Arguments& args) {
+std::unique_ptr<OutputFile> UndoFile(const ImportArguments& args) {
     if (args.undo.empty()) return nullptr;
     std::error_code error;
     if (std::filesystem::is_regular_file(FilePath(args.undo), error))
@@ -181,7 +181,7 @@ void WriteUndo(Input& input, const Store& store, OutputFile& file) {
     }
 }
 
-void ApplyAll(Input& input, const Store& store, const Arguments& args) {
+void ApplyAll(Input& input, const Store& store, const ImportArguments& args) {
     const InterruptGuard guard;
     Progress progress("Importing:", input.Records());
     TreeWriter writer(store);
@@ -228,7 +228,7 @@ void TellChanges(Cli& cli, Input& input, const StoreName& name) {
 }
 
 // The file is read and understood whole before the store is touched.
-void Import(Cli& cli, const StoreName& name, const Arguments& args) {
+void Import(Cli& cli, const StoreName& name, const ImportArguments& args) {
     if (args.dryRun && !args.undo.empty()) throw UsageError("expected either --dry-run or --undo");
     if (KindOf(FilePath(args.file)) == Kind::kExportFolder)
         throw std::runtime_error(
@@ -254,7 +254,7 @@ void Import(Cli& cli, const StoreName& name, const Arguments& args) {
 }  // namespace
 
 void AddImportCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<ImportArguments>();
     cli.Add("import", "Read a file of text into a store, made if missing")
         .No("with --dry-run: something would change")
         .Example("fbr import settings.fbr settings.reg --undo old.reg")

@@ -21,7 +21,7 @@ namespace {
 constexpr uint32_t kTerminalRows = 32;
 constexpr uint64_t kSmallestPage = 256, kLargestPage = 65536;
 
-struct Arguments {
+struct InspectArguments {
     std::string store, svg;
     uint64_t page = 0, pageSize = 0;
 };
@@ -74,7 +74,7 @@ Image ImageOf(const Cli& cli, const std::string& store, uint64_t pageSize) {
 }
 
 void AddInspectCommands(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<InspectArguments>();
     cli.Add("info", "Tell what a container file holds; changes nothing")
         .Tells()
         .Example("fbr info settings.fbr")

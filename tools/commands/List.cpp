@@ -46,14 +46,14 @@ void PrintRows(const std::vector<Row>& rows, bool colored) {
     }
 }
 
-struct Arguments {
+struct ListArguments {
     std::string store, key;
     bool isLong = false, recursive = false;
 };
 
 class Lister {
   public:
-    Lister(Cli& cli, const Arguments& args)
+    Lister(Cli& cli, const ListArguments& args)
         : cli_(cli),
           args_(args),
           onLoss_([&cli](const std::string& text) { cli.TellLoss(text); }) {}
@@ -155,7 +155,7 @@ class Lister {
     }
 
     Cli& cli_;
-    const Arguments& args_;
+    const ListArguments& args_;
     const OnLoss onLoss_;
     bool first_ = true;
 };
@@ -163,7 +163,7 @@ class Lister {
 }  // namespace
 
 void AddListCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<ListArguments>();
     cli.Add("ls", "List the subkeys and values of a key")
         .Tells()
         .Example("fbr ls settings.fbr")

@@ -14,7 +14,7 @@
 namespace fbr {
 namespace {
 
-struct Arguments {
+struct MoveArguments {
     std::string store, key, toMethod;
     std::optional<std::string> name;
     std::vector<std::string> to;
@@ -26,7 +26,7 @@ struct Way {
     std::optional<WString> name, newName;
 };
 
-Way WayOf(const Cli& cli, const Arguments& args) {
+Way WayOf(const Cli& cli, const MoveArguments& args) {
     Way way;
     way.from = {cli.StoreAt(args.store), KeyArgument(args.key)};
     way.to = {Cli::StoreToMake(args.to[0], args.toMethod), KeyArgument(args.to[1])};
@@ -78,7 +78,7 @@ void Take(Cli& cli, const Way& way, bool move) {
     });
 }
 
-void Rename(const StoreName& name, const Arguments& args) {
+void Rename(const StoreName& name, const MoveArguments& args) {
     const WString path = KeyArgument(args.key), newName = Wide(args.name.value_or(""));
     if (newName.empty() || newName.find('\\') != WString::npos) {
         throw UsageError("expected a name without a backslash for NEWNAME");
@@ -95,7 +95,7 @@ void Rename(const StoreName& name, const Arguments& args) {
 }  // namespace
 
 void AddMoveCommands(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<MoveArguments>();
     constexpr const char* kTo =
         "where to: a store, made if missing, a key, and for a value the name there";
     constexpr const char* kMethod = "how the other store is kept, as for --method";

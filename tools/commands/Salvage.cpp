@@ -174,12 +174,12 @@ void ContainerSalvage::Run() {
     }
 }
 
-struct Arguments {
+struct SalvageArguments {
     std::string store, file;
     uint64_t pageSize = 0;
 };
 
-void Salvage(Cli& cli, const Arguments& args) {
+void Salvage(Cli& cli, const SalvageArguments& args) {
     const StoreName name = cli.StoreAt(args.store);
     const bool isImage = name.method == FS_VR_METHOD_TARN && !name.isText;
     OutputFile file(args.file, {args.store});
@@ -200,7 +200,7 @@ void Salvage(Cli& cli, const Arguments& args) {
 }  // namespace
 
 void AddSalvageCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<SalvageArguments>();
     cli.Add("salvage", "Write all that can be read of a damaged container or hive as JSON lines")
         .Example("fbr salvage damaged.fbr rest.jsonl")
         .Example("fbr salvage NTUSER.DAT rest.jsonl 2> lost.txt")

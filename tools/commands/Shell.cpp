@@ -187,14 +187,14 @@ class Shell {
     int status_ = kExitOk;
 };
 
-struct Arguments {
+struct ShellArguments {
     std::string store;
 };
 
 }  // namespace
 
 void AddShellCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<ShellArguments>();
     cli.Add("shell", "Work on one store, a command a line, with history and completion")
         .Example("fbr shell settings.fbr")
         .Example("echo 'ls Software' | fbr shell settings.fbr")

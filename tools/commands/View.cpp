@@ -18,7 +18,7 @@
 namespace fbr {
 namespace {
 
-struct Arguments {
+struct ViewArguments {
     std::string store, key, file;
 };
 
@@ -36,7 +36,7 @@ class ValuesOfPage : public RecordSink {
     Page& page_;
 };
 
-void View(Cli& cli, const Arguments& args) {
+void View(Cli& cli, const ViewArguments& args) {
     const Store store(cli.StoreAt(args.store), Store::IfMissing::kFail);
     const ReadLock lock(store);
     const platform::WString root = KeyArgument(args.key);
@@ -58,7 +58,7 @@ void View(Cli& cli, const Arguments& args) {
 }  // namespace
 
 void AddViewCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<ViewArguments>();
     cli.Add("view", "Make a page that shows a key and all below it in a browser, without a network")
         .Example("fbr view settings.fbr -o settings.html")
         .Example("fbr view settings.fbr Software\\\\Hello -o hello.html")

@@ -23,7 +23,7 @@ constexpr milliseconds kLook{100};          // between two looks at the stamp
 constexpr milliseconds kWithoutFile{1000};  // between two readings of what has no stamp
 constexpr int kPatience = 20;  // looks, with a file that is not to be had: somebody exchanges it
 
-struct Arguments {
+struct WatchArguments {
     std::string store, key;
     uint64_t count = UINT64_MAX;
 };
@@ -44,7 +44,7 @@ struct Stamp {
 
 class Watcher {
   public:
-    Watcher(Cli& cli, const Arguments& args)
+    Watcher(Cli& cli, const WatchArguments& args)
         : cli_(cli),
           args_(args),
           name_(cli.StoreAt(args.store)),
@@ -62,7 +62,7 @@ class Watcher {
     bool TellValues(const WString& key, const Values& before, const Values& now);
 
     Cli& cli_;
-    const Arguments& args_;
+    const WatchArguments& args_;
     const StoreName name_;
     const WString key_;
     DifferenceLines lines_;
@@ -189,7 +189,7 @@ void Watcher::Run() {
 }  // namespace
 
 void AddWatchCommand(Cli& cli) {
-    const auto args = std::make_shared<Arguments>();
+    const auto args = std::make_shared<WatchArguments>();
     cli.Add("watch", "Tell of each change of a key and all below it, until Ctrl-C")
         .Tells()
         .Example("fbr watch settings.fbr")

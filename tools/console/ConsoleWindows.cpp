@@ -19,7 +19,7 @@ std::vector<std::string> CommandLine(int, char**) {
     int count = 0;
     LPWSTR* words = CommandLineToArgvW(GetCommandLineW(), &count);
     std::vector<std::string> out;
-    for (int i = 1; i < count; ++i) out.push_back(Utf8(words[i]));
+    for (int i = 1; i < count; ++i) out.push_back(Utf8(WStringView(words[i])));
     LocalFree(words);
     return out;
 }

@@ -11,7 +11,7 @@
 namespace fbr {
 namespace {
 
-constexpr int kMostNames = 100;
+constexpr int kMostTemporaryNames = 100;
 
 [[noreturn]] void Throw(const std::filesystem::path& where, const std::string& why) {
     const std::u8string text = where.u8string();
@@ -35,7 +35,7 @@ TempFolder::TempFolder() {
     const std::filesystem::path above = Above();
     std::random_device random;
     std::error_code error;
-    for (int i = 0; i < kMostNames && !error; ++i) {
+    for (int i = 0; i < kMostTemporaryNames && !error; ++i) {
         path_ = above / fmt::format("fbr-{:08x}{:08x}", random(), random());
         if (!std::filesystem::create_directory(path_, error)) continue;
         std::filesystem::permissions(path_, std::filesystem::perms::owner_all, error);

@@ -8,7 +8,7 @@
 namespace fbr {
 namespace {
 
-struct Level {
+struct OpenLevel {
     Key key;
     std::vector<platform::WString> subkeys;
     size_t next = 0;
@@ -25,7 +25,7 @@ void SortNames(std::vector<platform::WString>& names) {
 
 void WalkKeys(const Store& store, platform::WStringView root, const OnLoss& onLoss,
               const std::function<void(const Key&)>& onKey, Order order) {
-    std::vector<Level> levels;
+    std::vector<OpenLevel> levels;
     const auto enter = [&](Key key) {
         StopIfInterrupted();
         onKey(key);
@@ -36,7 +36,7 @@ void WalkKeys(const Store& store, platform::WStringView root, const OnLoss& onLo
 
     enter(store.OpenKey(root));
     while (!levels.empty()) {
-        Level& level = levels.back();
+        OpenLevel& level = levels.back();
         if (level.next == level.subkeys.size())
             levels.pop_back();
         else if (auto key = TryOpen(level.key, level.subkeys[level.next++], onLoss))
