@@ -54,25 +54,50 @@ TEST(Initialise, TheHandleIsUntouchedByAFailure) {
     EXPECT_EQ(handle, reinterpret_cast<FBR_STORE>(&handle));
 }
 
-// The table is copied, serves open stores at once, and is left alone by a null one.
+// An engine that refuses, for as long as this lives.
+class RefusingEngine {
+  public:
+    RefusingEngine() {
+        storage::StorageFunctionTable table = builtIn_;
+        table.StorageIsCorrupted = [](storage::StorageContext*, uint8_t* corrupted) {
+            *corrupted = 1;
+            return storage::kOk;
+        };
+        table.StorageOpenFile = [](auto...) { return storage::kNotFound; };
+        table.StorageDeleteFile = [](auto...) { return storage::kAccess; };
+        table.StorageIsDirectoryEmpty = [](auto...) { return storage::kNotFound; };
+        table.StorageDeleteDirectory = [](auto...) { return storage::kNotEmpty; };
+        EXPECT_EQ(FBR_SetTARN_Functions(&table), FSSTATUS_SUCCESS);
+        table.StorageIsCorrupted = nullptr;
+    }
+    ~RefusingEngine() { EXPECT_EQ(FBR_SetTARN_Functions(&builtIn_), FSSTATUS_SUCCESS); }
+
+  private:
+    const storage::StorageFunctionTable builtIn_ = storage::g_storageFunctions;
+};
+
+// The table is copied, serves open stores at once, and is left alone by a null one. Nothing goes
+// past it.
 TEST(Exports, AnotherEngineTakesThePlaceOfTheBuiltInOne) {
     support::TempDir dir;
     Store store(dir.File("s.fbr"));
-    const storage::StorageFunctionTable builtIn = storage::g_storageFunctions;
-    storage::StorageFunctionTable table = builtIn;
-    table.StorageIsCorrupted = [](storage::StorageContext*, uint8_t* corrupted) {
-        *corrupted = 1;
-        return storage::kOk;
-    };
-    EXPECT_EQ(FBR_SetTARN_Functions(&table), FSSTATUS_SUCCESS);
-    table.StorageIsCorrupted = nullptr;
-    EXPECT_EQ(FBR_SetTARN_Functions(nullptr), FSSTATUS_INVALID_PARAMETER);
+    store.Lock(support::kLockWrite);
+    const support::OpenKey key(store.handle, store.Make("key"));
+    EXPECT_EQ(store.Set(key, "value", {7}), FSSTATUS_SUCCESS);
     uint32_t corrupted = 0;
-    EXPECT_EQ(FBR_IsCorrupted(store.handle, &corrupted), FSSTATUS_SUCCESS);
-    EXPECT_EQ(corrupted, 1u);
-    EXPECT_EQ(FBR_SetTARN_Functions(&builtIn), FSSTATUS_SUCCESS);
+    uint64_t size = 0;
+    {
+        const RefusingEngine engine;
+        EXPECT_EQ(FBR_SetTARN_Functions(nullptr), FSSTATUS_INVALID_PARAMETER);
+        EXPECT_EQ(FBR_IsCorrupted(store.handle, &corrupted), FSSTATUS_SUCCESS);
+        EXPECT_EQ(corrupted, 1u);
+        EXPECT_EQ(store.Query(key, "value", nullptr, 0, &size), FSSTATUS_NOT_FOUND);
+        EXPECT_NE(store.DeleteTree("key"), FSSTATUS_SUCCESS);
+    }
     EXPECT_EQ(FBR_IsCorrupted(store.handle, &corrupted), FSSTATUS_SUCCESS);
     EXPECT_EQ(corrupted, 0u);
+    EXPECT_EQ(store.Get(key, "value"), support::Bytes{7});
+    EXPECT_EQ(store.DeleteTree("key"), FSSTATUS_SUCCESS);
 }
 
 }  // namespace

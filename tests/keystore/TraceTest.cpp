@@ -64,6 +64,7 @@ TEST_F(Trace, LinesOfARun) {
     EXPECT_EQ(Taken(name), WTEXT("(Default)"));
     EXPECT_EQ(traced.Rename(key, "c"), FSSTATUS_SUCCESS);
     EXPECT_EQ(traced.Close(key), FSSTATUS_SUCCESS);
+    EXPECT_EQ(traced.DeleteTree("c"), FSSTATUS_SUCCESS);
     EXPECT_EQ(traced.Unlock(2), FSSTATUS_SUCCESS);
     EXPECT_EQ(traced.Set(1, "v", {7, 0, 0, 0}, 4), FSSTATUS_LOCK_FAILED);
     std::vector<std::string> lines = Lines();
