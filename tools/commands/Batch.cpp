@@ -35,12 +35,11 @@ struct Line {
     std::string expected;  // where it can be no command
 };
 
-Line LineOf(uint64_t number, const std::string& text) {
-    ShellLine parsed = ParseShellLine(text);
-    Line line{number, std::move(parsed.words), ""};
-    const auto& command = line.words[0];
-    if (parsed.quote != 0)
-        line.expected = "a quote at the end of the line";
+Line LineOf(uint64_t number, const ShellLine& parsed) {
+    Line line{number, parsed.words, ""};
+    const std::string command = line.words.empty() ? "" : line.words[0];
+    if (const char* expected = parsed.Expected())
+        line.expected = expected;
     else if (parsed.piped)
         line.expected = "no | outside of quotes";
     else if (std::find(kAllowed.begin(), kAllowed.end(), command) == kAllowed.end())
@@ -56,8 +55,8 @@ std::vector<Line> LinesOf(const std::string& file) {
     for (std::string text; std::getline(in, text);) {
         ++number;
         if (text.ends_with('\r')) text.pop_back();
-        const size_t first = text.find_first_not_of(" \t");
-        if (first != std::string::npos && text[first] != '#') lines.push_back(LineOf(number, text));
+        const ShellLine parsed = ParseShellLine(text);
+        if (!parsed.words.empty() || parsed.piped) lines.push_back(LineOf(number, parsed));
     }
     return lines;
 }
@@ -67,7 +66,8 @@ template <typename Work>
 auto WithLine(const Cli& all, std::vector<std::string> words, const Work& work) {
     Cli cli;
     AddCommands(cli);
-    if (all.Wait()) words.insert(words.begin(), {"--wait", *all.Wait()});
+    const auto shared = all.SharedWords();
+    words.insert(words.begin(), shared.begin(), shared.end());
     if (!all.Method().empty()) words.insert(words.begin(), {"--method", all.Method()});
     return work(cli, std::move(words));
 }

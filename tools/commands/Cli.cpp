@@ -257,6 +257,17 @@ Cli::Cli()
 
 Cli::~Cli() = default;
 
+std::vector<std::string> Cli::SharedWords() const {
+    std::vector<std::string> words;
+    if (wait_) words.insert(words.end(), {"--wait", *wait_});
+    if (quiet_) words.emplace_back("--quiet");
+    if (color_ != "auto") words.insert(words.end(), {"--color", color_});
+    if (Traces())
+        words.insert(words.end(),
+                     {"--trace", traceFolder_, "--trace-level", std::to_string(traceLevel_)});
+    return words;
+}
+
 Grammar Cli::AsGrammar() const {
     return GrammarOf(*app_, notes_);
 }

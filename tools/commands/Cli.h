@@ -110,7 +110,9 @@ class Cli {
     int Status() const { return exitStatus_; }
     // As it was given; empty if not.
     const std::string& Method() const { return method_; }
-    const std::optional<std::string>& Wait() const { return wait_; }
+    // Words that stand for those given to every command, but for the method: for lines that are
+    // command lines of their own.
+    std::vector<std::string> SharedWords() const;
     // True when the library was told to trace.
     bool Traces() const { return !traceFolder_.empty(); }
 

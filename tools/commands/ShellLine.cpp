@@ -5,6 +5,9 @@ namespace fbr {
 
 ShellLine ParseShellLine(std::string_view line) {
     ShellLine out;
+    const size_t first = line.find_first_not_of(" \t");
+    if (first != line.npos && line[first] == '#') return out;
+    out.zero = line.find('\0') != line.npos;
     for (size_t i = 0; i < line.size(); ++i) {
         const char c = line[i];
         const bool blank = c == ' ' || c == '\t';
