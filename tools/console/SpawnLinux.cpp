@@ -7,7 +7,11 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <initializer_list>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <set>
 
 #include "tools/console/Spawn.h"
 
@@ -27,12 +31,50 @@ void HandOn(int number) {
         if (child > 0) kill(child, number);
 }
 
+// The children of this program, as the system lists them.
+std::vector<pid_t> Children() {
+    std::vector<pid_t> found;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+        std::ifstream stat(entry.path() / "stat");
+        std::string line;
+        std::getline(stat, line);
+        pid_t child = 0, parent = 0;
+        const size_t behind = line.rfind(')');  // a name may hold anything
+        if (behind == line.npos || std::sscanf(line.c_str(), "%d", &child) != 1) continue;
+        if (std::sscanf(line.c_str() + behind, ") %*c %d", &parent) == 1 && parent == getpid())
+            found.push_back(child);
+    }
+    return found;
+}
+
+// What a program that was ended had started becomes this one's and is ended, too, level by level;
+// but for what left the group to live on.
+void EndWhatIsLeft(int number) {
+    constexpr int kLooks = 100;
+    constexpr timespec kPause = {0, 10'000'000};
+    std::set<pid_t> told;
+    for (int i = 0; i < kLooks; ++i) {
+        while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        }
+        bool any = false;
+        for (const pid_t child : Children()) {
+            if (getpgid(child) != getpgrp()) continue;
+            any = true;
+            if (told.insert(child).second) kill(child, number);
+        }
+        if (!any) return;
+        nanosleep(&kPause, nullptr);
+    }
+}
+
 // While one stands, what asks this program to end is handed on to those that it waits for, and ends
 // it when they have. Ctrl-C is theirs alone.
 class Waiting {
   public:
     Waiting() {
         g_ended = 0;
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
         sigset_t ends;
         sigemptyset(&ends);
         sigaddset(&ends, SIGTERM);
@@ -44,6 +86,8 @@ class Waiting {
         Put(3, SIGHUP, HandOn);
     }
     ~Waiting() {
+        if (g_ended != 0) EndWhatIsLeft(g_ended);
+        prctl(PR_SET_CHILD_SUBREAPER, 0);
         GiveBack();
         if (g_ended != 0) std::raise(g_ended);
     }
