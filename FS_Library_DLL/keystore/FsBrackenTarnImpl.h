@@ -41,6 +41,9 @@ class FsBrackenTarnImpl : public IFSInterface {
     FBR_STATUS FBR_GetKeySecurityString(int64_t key, WChar* buffer, uint32_t* bufferChars) override;
     FBR_STATUS FBR_SetKeySecurityString(int64_t key, const WChar* sddl) override;
 
+    // For those within who need more than the interface gives.
+    FsStoreContext* Context() const { return context_; }
+
   private:
     FsStoreContext* context_ = nullptr;  // until slot 1 has succeeded
 };

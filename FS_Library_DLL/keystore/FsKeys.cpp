@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "FS_Library_DLL/keystore/FsCollisions.h"
+#include "FS_Library_DLL/keystore/FsEngineStatus.h"
 #include "FS_Library_DLL/keystore/FsFrame.h"
 #include "FS_Library_DLL/keystore/FsLookup.h"
 #include "FS_Library_DLL/keystore/FsNames.h"
@@ -190,21 +191,25 @@ void DecodeDate(double date, FBR_SYSTEMTIME* time) {
     time->wMilliseconds = static_cast<uint16_t>(milliseconds % 1000);
 }
 
+Status TimeByPath(const WChar* path, FBR_SYSTEMTIME* time, FsStoreContext* context) {
+    double created = 0;
+    double modified = 0;
+    double accessed = 0;
+    const Status code = FsRead(context, [&] {
+        return FsEngine().StorageGetFileTimes(context->container, path, &created, &modified,
+                                              &accessed);
+    });
+    if (code == storage::kOk) DecodeDate(modified, time);
+    return code;
+}
+
 // The engine is asked by the decoded name, so that a key whose name needs an escape is not found.
 Status KeyTimes(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* context) {
     if (context == nullptr || key == 0 || time == nullptr) return storage::kInvalid;
     HeapString name;
     if (FS_GetFullName_DirEx(key, &name.text, context) != FSSTATUS_SUCCESS)
         return storage::kInternal;
-    double created = 0;
-    double modified = 0;
-    double accessed = 0;
-    const Status code = FsRead(context, [&] {
-        return FsEngine().StorageGetFileTimes(context->container, name.text, &created, &modified,
-                                              &accessed);
-    });
-    if (code == storage::kOk) DecodeDate(modified, time);
-    return code;
+    return TimeByPath(name.text, time, context);
 }
 
 }  // namespace
@@ -268,4 +273,14 @@ FBR_STATUS FS_GetDirTimesEx(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* c
     return frame.LeaveNamed(KeyTimes(key, time, context), key, context,
                             "[EXIT] [{}] (dh [{:X}] (lw [{:X}] (sh [{:X}] S[{}] D[{}]", key, time,
                             context);
+}
+
+FBR_STATUS FsTimeOfAnyKey(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* context) {
+    FsText path;
+    {
+        const FsGuard guard(context->lock);
+        const FsHandleEntry* entry = context->handles.FindKey(key);
+        if (entry == nullptr || !path.Assign(entry->Path())) return FSSTATUS_FAILED;
+    }
+    return FsStatusFromEngine(TimeByPath(path.Text(), time, context));
 }

@@ -15,3 +15,6 @@ FBR_STATUS FS_GetName_DirEx(int64_t key, WChar** name, FsStoreContext* context);
 FBR_STATUS FS_GetFullName_DirEx(int64_t key, WChar** name, FsStoreContext* context);
 FBR_STATUS FS_DuplicateDirHandleEx(int64_t key, int64_t* newKey, FsStoreContext* context);
 FBR_STATUS FS_GetDirTimesEx(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* context);
+
+// The same whatever its name. Nobody outside of this tree can call it.
+FBR_STATUS FsTimeOfAnyKey(int64_t key, FBR_SYSTEMTIME* time, FsStoreContext* context);

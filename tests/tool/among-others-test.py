@@ -141,6 +141,9 @@ def serving(folder):
     run(*remote, "set", *demo, "Count", "dword", "42")
     run(*remote, "set", *demo, "", "sz", "text")
     assert run(*remote, "get", *demo, "Count") == b"42\n"
+    # What a server does not find the time of is told.
+    run(*remote, "set", "name|t.fbr", "a:b", "n", "dword", "1")
+    run(*remote, "find", "name|t.fbr", "--since", "1h", status=1, err="fbr: key \\a:b in name|t.fbr ")
     listed = subprocess.run([sys.executable, example, socket, "r.fbr"], capture_output=True)
     assert listed.stdout == (b"(root)\n  FBRVersion type 4, 4 bytes\n  Software\n    Demo\n"
                              b"      (Default) type 1, 10 bytes\n      Count type 4, 4 bytes\n"), listed

@@ -30,9 +30,11 @@ struct Wanted {
     std::optional<int64_t> since;
 
     bool NameFits(WStringView one) const { return !name || name->Fits(one); }
-    bool TimeFits(const Key& key) const {
+    bool TimeFits(const Key& key, const OnLoss& onLoss) const {
         if (!since) return true;
         const auto time = key.Time();
+        if (!time)
+            onLoss(key.Show() + " may have been changed since, for its time cannot be had");
         return time && SecondsSince1970(time->wYear, time->wMonth, time->wDay, time->wHour,
                                         time->wMinute, time->wSecond) >= *since;
     }
@@ -119,7 +121,7 @@ void Search(const Cli& cli, const Place& place, const Wanted& wanted, Matches& m
             const OnLoss& onLoss) {
     WalkKeys(place.store, place.key, onLoss, [&](const Key& key) {
         if (cli.Quiet() && matches.Count() != 0) throw Enough();
-        if (!wanted.TimeFits(key)) return;
+        if (!wanted.TimeFits(key, onLoss)) return;
         const WStringView relative = PathBelow(key.Path(), place.key);
         const WStringView own = relative.substr(relative.rfind(WChar{'\\'}) + 1);
         if (wanted.Keys() && !relative.empty() && wanted.NameFits(own)) matches.Key(key);

@@ -89,7 +89,7 @@ class Reader {
     void ReadValueLine();
     void ReadValue(Record& record);
     WString ReadQuoted(std::string_view what, bool* hasEscapes = nullptr);
-    bool BeginsValue(size_t end) const;
+    bool EndsInKeyLine(size_t end);
     bool ReadEscape(WString& out);
     void TellEscapes() const;
     void ReadData(Record& record);
@@ -109,7 +109,7 @@ class Reader {
     bool ansi_ = false;      // a REGEDIT4 file
     bool inKey_ = false;     // values may follow
     bool lost_ = false;      // the key could not be read, and its values are nobody's
-    std::string_view open_;  // a text that ran on to what looks like the next value
+    std::string_view open_;  // a text that ran over the end of a line
     WString key_;            // the key read last
     uint32_t keys_ = 0;
     // Strings with \n, \r or \0 in them, and the line of the first.
@@ -261,6 +261,7 @@ void Reader::ReadValueLine() {
         throw;
     } catch (const FormatError&) {
         if (open_.empty()) throw;
+        // What runs on into something else lacks its last quote rather than anything there.
         line_ = record.line;
         position_ = begin;  // the next line may be sound
         Expected(fmt::format("a quote at the end of {}", open_));
@@ -281,13 +282,13 @@ void Reader::ReadValue(Record& record) {
     EndOfLine("the value");
 }
 
-// True where nothing stands before `end` in its line, or "@=": a quote there is the first one of
-// another value rather than the last one of a text that began lines before.
-bool Reader::BeginsValue(size_t end) const {
-    WStringView line = WStringView(text_).substr(0, end);
-    line.remove_prefix(line.find_last_of(WTEXT("\r\n")) + 1);
-    const auto isOther = [](WChar unit) { return !IsBlank(unit) && unit != '@' && unit != '='; };
-    return std::none_of(line.begin(), line.end(), isOther);
+// True for a quote with more behind it in a line that would be a key: it is one of the key's rather
+// than the last one of a text that began lines before.
+bool Reader::EndsInKeyLine(size_t end) {
+    SkipBlanks();
+    const size_t lineEnd = text_.find_last_of(WTEXT("\r\n"), end);
+    const size_t first = text_.find_first_not_of(WTEXT(" \t"), lineEnd + 1);
+    return text_[first] == '[' && !IsLineEnd(Peek());
 }
 
 // Text in quotes, which may run over line ends; they are part of it.
@@ -303,14 +304,17 @@ WString Reader::ReadQuoted(std::string_view what, bool* hasEscapes) {
             Expected(fmt::format("a quote at the end of {}", what));
         }
         const WChar unit = text_[position_++];
-        if (unit == '\n' || (unit == '\r' && Peek() != '\n')) ++line_;
-        if (unit == '\\' && line_ != begin && IsLineEnd(Peek())) open_ = what;  // of hex data
+        if (unit == '\n' || (unit == '\r' && Peek() != '\n')) {
+            ++line_;
+            open_ = what;
+        }
         if (unit != '\\')
             out += unit;
         else if (ReadEscape(out) && hasEscapes != nullptr)
             *hasEscapes = true;
     }
-    if (line_ != begin && BeginsValue(position_ - 1)) open_ = what;
+    if (line_ != begin && EndsInKeyLine(position_ - 1))
+        Expected("the end of the line after a text that runs to a key");
     return out;
 }
 

@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "FS_Library_DLL/IFSInterface.h"
+#include "FS_Library_DLL/keystore/FsBrackenTarnImpl.h"
+#include "FS_Library_DLL/keystore/FsKeys.h"
 #include "tools/format/Text.h"
 #include "tools/store/Place.h"
 #include "tools/store/Store.h"
@@ -30,6 +31,10 @@ std::string Key::ShowValue(WStringView name) const {
 
 std::string Key::ShowSubkey(WStringView name) const {
     return fmt::format("key {} in {}", ShowKey(Below(name)), store_->Name());
+}
+
+std::string Key::Show() const {
+    return fmt::format("key {} in {}", ShowKey(path_), store_->Name());
 }
 
 void Key::Fail(const std::string& what, FBR_STATUS status) const {
@@ -87,7 +92,11 @@ bool Key::HasSubkeys() const {
 std::optional<FBR_SYSTEMTIME> Key::Time() const {
     FBR_SYSTEMTIME time = {};
     if (store_->IsText()) return std::nullopt;  // that of the reading
-    if (FBR_GetDirTimesEx(key_.handle(), &time, store_->Handle()) != FSSTATUS_SUCCESS)
+    if (FBR_GetDirTimesEx(key_.handle(), &time, store_->Handle()) == FSSTATUS_SUCCESS) return time;
+    // A container does not find a key by a path of names that it writes otherwise.
+    const auto* container = dynamic_cast<const FsBrackenTarnImpl*>(store_->Handle());
+    if (container == nullptr ||
+        FsTimeOfAnyKey(key_.handle(), &time, container->Context()) != FSSTATUS_SUCCESS)
         return std::nullopt;
     return time;
 }

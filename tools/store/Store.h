@@ -188,6 +188,7 @@ class Key {
     // For messages: "value "n" of key \a in x.fbr", "key \a\n in x.fbr".
     std::string ShowValue(platform::WStringView name) const;
     std::string ShowSubkey(platform::WStringView name) const;
+    std::string Show() const;
 
     // The key with its values; it must have no subkeys.
     void Delete();
