@@ -45,6 +45,7 @@ Error FromErrno(int number) noexcept {
         case EBUSY:
             return kErrorSharingViolation;
         case EEXIST:
+        case EADDRINUSE:
             return kErrorFileExists;
         case EINVAL:
             return kErrorInvalidParameter;

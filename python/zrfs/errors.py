@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import enum
+from typing import Optional
 
 
 class Status(enum.IntEnum):
@@ -65,11 +66,13 @@ _TEXTS = {
 }
 
 
-def status_text(status: int) -> str:
-    """A status in words, with its name and, where something can be done, what."""
+def status_text(status: int, advice: Optional[str] = None) -> str:
+    """A status in words, with its name and, where something can be done, what: `advice`, or what
+    there is to say in general."""
     if status not in _TEXTS:
         return f"unknown status ({status})"
-    text, advice = _TEXTS[Status(status)]
+    text, general = _TEXTS[Status(status)]
+    advice = general if advice is None else advice
     return f"{text} (FSSTATUS_{Status(status).name})" + ("; " + advice if advice else "")
 
 
@@ -77,8 +80,8 @@ class Error(Exception):
     """A failed operation. `status` is the library's answer; the text tells what failed, why, and
     what to do."""
 
-    def __init__(self, what: str, status: int):
-        super().__init__(f"cannot {what}: {status_text(status)}")
+    def __init__(self, what: str, status: int, advice: Optional[str] = None):
+        super().__init__(f"cannot {what}: {status_text(status, advice)}")
         self.status = status
 
     def __str__(self) -> str:
@@ -119,8 +122,8 @@ _KINDS = {Status.NOT_FOUND: NotFoundError, Status.LOCK_FAILED: LockError,
           Status.ACCESS_DENIED: DeniedError, Status.OUT_OF_MEMORY: Error}
 
 
-def check(status: int, what: str) -> None:
+def check(status: int, what: str, advice: Optional[str] = None) -> None:
     """Raises the exception of a status, none for success. `what` tells what was to be done, such as
-    "open x.fbr"."""
+    "open x.fbr", and `advice` what to do."""
     if status != Status.SUCCESS:
-        raise _KINDS.get(status, Error)(what, status)
+        raise _KINDS.get(status, Error)(what, status, advice)

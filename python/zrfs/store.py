@@ -6,7 +6,9 @@ import ctypes
 import dataclasses
 import datetime
 import enum
+import itertools
 import os
+import warnings
 from typing import Any, Iterator, Mapping, MutableMapping, Optional
 
 from . import _library as lib
@@ -31,6 +33,11 @@ class Lock(enum.IntEnum):
     READ = 3
 
 
+def _must_be_possible(name: str) -> int:
+    """A status: nothing is called by a name with a zero."""
+    return Status.NOT_FOUND if isinstance(name, str) and "\0" in name else Status.SUCCESS
+
+
 class _OpenKey:
     """A key handle for as long as a `with` lasts."""
 
@@ -50,7 +57,7 @@ class _OpenKey:
                     self._close()
             self._make(handle, self._path)
         else:
-            _check(self._open(handle, self._path), self._what())
+            _check(_must_be_possible(self._path) or self._open(handle, self._path), self._what())
         return self._key
 
     def _what(self) -> str:
@@ -170,8 +177,9 @@ class Key(MutableMapping[str, Any]):
 
     def __delitem__(self, name: str) -> None:
         with _OpenKey(self._store, self.path) as key:
-            _check(_library.FBR_DeleteValue(key, lib.to_units(name), self._store._handle),
-                   f"delete {self._what(name)}")
+            status = _must_be_possible(name) or _library.FBR_DeleteValue(
+                key, lib.to_units(name), self._store._handle)
+            _check(status, f"delete {self._what(name)}")
 
     def __contains__(self, name: object) -> bool:
         try:
@@ -188,15 +196,21 @@ class Key(MutableMapping[str, Any]):
     def _names(self, enumerate_: Any) -> list[str]:
         names: list[str] = []
         with _OpenKey(self._store, self.path) as key:
-            while True:
+            for index in itertools.count():
                 name = lib.Units()
-                status = enumerate_(key, len(names), ctypes.byref(name), self._store._handle)
+                status = enumerate_(key, index, ctypes.byref(name), self._store._handle)
                 if status == Status.NO_MORE_ENTRIES:
-                    return names
+                    break
+                if status == Status.INVALID_NAME:
+                    warnings.warn(f"entry {index} of key {self} is left out: by its name, with a "
+                                  "zero in it, nothing can be asked for", stacklevel=3)
+                    continue
                 _check(status, f"list key {self}")
                 names.append(lib.take_text(name))
+        return names
 
     def _query(self, key: lib.Key, name: str) -> Value:
+        _check(_must_be_possible(name), f"read {self._what(name)}")
         units, room = lib.to_units(name), 512
         size, kind = ctypes.c_uint64(), ctypes.c_uint32()
         while True:
@@ -224,6 +238,23 @@ class _HeldLock:
         _library.FBR_ReleaseLockEx(self._kind, self._store._handle)
 
 
+def _why_not_opened(path: str, method: Method, status: int) -> Optional[str]:
+    """What to do, where the path or the method tells more than the status."""
+    server = path.partition("|")[0]
+    if method == Method.REMOTE_CONTAINER and not all(path.partition("|")):
+        return "a store behind a server is named SERVER|PATH: the server's pipe, and the file there"
+    if server and server not in (path, "!REMOTE"):
+        if status == Status.FAILED:
+            return (f"no server may answer at {server} (fbr serve is one), or it cannot open the "
+                    "file")
+        if status == Status.INVALID_PARAMETER:
+            return "the server refuses it: one with --root opens files below that folder alone"
+    if method == Method.HIVE and "!" not in path:
+        return ("a hive is mounted as FILE!NAME, and by Windows alone; Method.OFFLINE opens FILE "
+                "itself")
+    return None
+
+
 class Store(Mapping[str, Key]):
     """An open store as a mapping from paths to keys. It closes at the end of its `with`, or by
     close(). A path need not be there, see Key; what is listed and counted are the names of the keys
@@ -240,8 +271,8 @@ class Store(Mapping[str, Key]):
         self.path, self.method = path, Method(method)
         self._handle: Optional[ctypes.c_void_p] = None
         handle = lib.Handle()
-        _check(_library.FBR_InitialiseEx(lib.to_units(path), ctypes.byref(handle), self.method),
-               f"open {path}")
+        status = _library.FBR_InitialiseEx(lib.to_units(path), ctypes.byref(handle), self.method)
+        _check(status, f"open {path}", _why_not_opened(path, self.method, status))
         self._handle = handle
         if write:
             status = _library.FBR_GetLockEx(Lock.WRITE, handle)

@@ -55,7 +55,9 @@ def _encoded(text: str) -> bytes:
 
 def from_python(value: Stored) -> Value:
     """A number of up to 32 bits is a DWORD, of up to 64 a QWORD; a str is an SZ, bytes are BINARY,
-    and a list of str is a MULTI_SZ. A Value goes as it is."""
+    and a list of str is a MULTI_SZ. A Value goes as it is. What was read can be written: a zero
+    inside a text and an empty text before others of a list are kept, though other programs may end
+    there; at the end, where they would be lost, they are refused."""
     if isinstance(value, Value):
         if not isinstance(value.data, bytes) or not 0 <= value.type < 1 << 32:
             raise TypeError("a Value has a type from 0 to 0xffffffff and bytes, "
@@ -67,16 +69,17 @@ def from_python(value: Stored) -> Value:
         return Value(Type.DWORD, value.to_bytes(4, "little")) if value < 1 << 32 else \
             Value(Type.QWORD, value.to_bytes(8, "little"))
     if isinstance(value, str):
-        if "\0" in value:
-            raise ValueError(f"a zero character in {value!r}, where others end the text; "
+        if value.endswith("\0"):
+            raise ValueError(f"a zero character at the end of {value!r}, which ends the text; "
                              "a Value of Type.SZ keeps it")
         return Value(Type.SZ, _encoded(value + "\0"))
     if isinstance(value, (bytes, bytearray, memoryview)):
         return Value(Type.BINARY, bytes(value))
     if isinstance(value, (list, tuple)):
         for text in value:
-            if not isinstance(text, str) or not text or "\0" in text:
-                raise TypeError("a list must hold texts that are not empty and have no zero "
-                                f"character, unlike {text!r}")
+            if not isinstance(text, str) or "\0" in text:
+                raise TypeError(f"a list must hold texts without a zero character, unlike {text!r}")
+        if value and not value[-1]:
+            raise TypeError("a list must not end in an empty text, which ends the list")
         return Value(Type.MULTI_SZ, _encoded("".join(text + "\0" for text in value) + "\0"))
     raise TypeError(f"no type of value for {type(value).__name__}")

@@ -27,6 +27,9 @@ def options_of(fbr, name):
     assert text.split("\nExamples:\n")[1].count(f"fbr {name} ") >= 2, text
     # A slip of the finger leads back.
     assert f'did you mean "{name}"?' in run(fbr, name + "x", status=2)
+    # A name and what it does stand apart.
+    for line in text.split("With every command:\n")[1].split("\n\n")[0].split("\n"):
+        assert re.fullmatch(r"  -\S+( \S+)?|(  -\S+( \S+)?) {2,}\S.*| {30}\S.*", line), line
     options = {option for found in re.findall(r"\n  (-\S*)", text) for option in found.split(",")}
     assert len(options) >= 8, text
     return options

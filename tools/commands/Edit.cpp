@@ -19,7 +19,7 @@ struct EditArguments {
     std::optional<std::string> name;
     std::vector<std::string> data;
     std::optional<std::string> file;
-    bool hex = false, recursive = false;
+    bool hex = false, recursive = false, wholeStore = false;
 };
 
 // Bytes as they are, but text and numbers as a person writes them into a file.
@@ -71,6 +71,19 @@ void Set(const StoreName& store, const EditArguments& args) {
                      FSSTATUS_NOT_FOUND);
 }
 
+// A key that is the root by a slip takes all along.
+void ExpectRootIsMeant(const WString& path, const Arguments& args) {
+    if (!path.empty() && args.wholeStore)
+        throw UsageError("expected \"\\\" for KEY with --whole-store");
+    if (!path.empty() || args.name) return;
+    if (!args.recursive)
+        throw UsageError("expected a key below the root: the root cannot be removed");
+    if (!args.wholeStore)
+        throw UsageError(
+            "expected a key below the root: this would empty the store, which rm -r --whole-store "
+            "does");
+}
+
 void RemoveKey(const Store& store, const WString& path, bool recursive) {
     if (recursive) {
         if (!store.DeleteTree(path)) {
@@ -78,7 +91,6 @@ void RemoveKey(const Store& store, const WString& path, bool recursive) {
         }
         return;
     }
-    if (path.empty()) throw UsageError("expected a key below the root: the root cannot be removed");
     Key key = store.OpenKey(path);
     // Asked first: the library would remove the values before it finds the subkeys.
     if (key.HasSubkeys()) {
@@ -94,6 +106,7 @@ void Remove(const StoreName& name, const EditArguments& args) {
     const WString path = KeyArgument(args.key);
     const WString value = Wide(args.name.value_or(""));
     if (args.name && args.recursive) throw UsageError("expected -r with a key, not with a value");
+    ExpectRootIsMeant(path, args);
 
     Store store(name, Store::IfMissing::kFail);
     {
@@ -143,6 +156,8 @@ void AddEditCommands(Cli& cli) {
         .Text("KEY", args->key, Need::kRequired, "the key")
         .Text("NAME", args->name, Need::kOptional, "the value; the key itself if not given")
         .Flag("-r,--recursive", args->recursive, "with all keys below it")
+        .Flag("--whole-store", args->wholeStore,
+              "with -r and the root, \"\\\", for KEY: all that is in the store")
         .Does([&cli, args] { Remove(cli.StoreAt(args->store), *args); });
 }
 

@@ -10,6 +10,7 @@
 #include "tools/console/Interrupt.h"
 #include "tools/format/Json.h"
 #include "tools/format/Text.h"
+#include "tools/inspect/Stream.h"
 
 namespace fbr {
 namespace {
@@ -27,7 +28,7 @@ constexpr RuleText kRules[] = {
     {Rule::kBadReference, "bad-reference", "bad reference to or from another page", "bad reference",
      "bad references", "what it alone leads to is lost", "repair cuts it or puts the number right"},
     {Rule::kLostPage, "lost-page", "lost page", "lost page", "lost pages",
-     "nothing leads to it, fbr salvage reads it", "repair frees it"},
+     "nothing leads to it", "repair frees it"},
     {Rule::kBadEntry, "bad-entry", "bad directory entry", "bad directory entry",
      "bad directory entries", "it is lost, with what it alone leads to",
      "repair takes the entry out"},
@@ -65,6 +66,7 @@ Explanation Explainer::Explain(const Finding& finding) {
     const bool isEntry = finding.rule == Rule::kBadEntry;
     const FoundObject* object =
         isEntry ? objects_->AtEntry(finding.page, finding.entry) : objects_->OwnerOf(finding.page);
+    if (finding.rule == Rule::kLostPage) ExplainLostPage(object, told);
     if (object != nullptr) {
         told.path = objects_->PathOf(*object);
         told.about = " of " + InWords(*told.path);
@@ -78,6 +80,29 @@ Explanation Explainer::Explain(const Finding& finding) {
         told.about = fmt::format(" \"{}\" of {}", Printable(finding.entry), InWords(*told.path));
     }
     return told;
+}
+
+// Whether that what the page belongs to can be had by a salvage.
+void Explainer::ExplainLostPage(const FoundObject* object, Explanation& told) {
+    if (object == nullptr) {
+        told.lost += ", and it does not tell what it was";
+        told.loses = true;
+        return;
+    }
+    if (object->isKey) {
+        told.lost += ", fbr salvage reads it";
+        return;
+    }
+    auto at = faults_.find(object->id);
+    if (at == faults_.end()) {
+        const ValueRead value = ValueOf(*image_, *objects_, *object);
+        const char* how = value.found && !value.data.empty()
+                              ? ", fbr salvage reads as much of the value as is there: "
+                              : ", and fbr salvage cannot read the value: ";
+        at = faults_.emplace(object->id, value.fault.empty() ? "" : how + value.fault).first;
+    }
+    told.loses = !at->second.empty();
+    told.lost += told.loses ? at->second : ", fbr salvage reads it";
 }
 
 void DropEchoes(std::vector<Finding>& findings) {

@@ -2,6 +2,7 @@
 // What a check of a container found, for people and for programs.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -33,7 +34,7 @@ struct Explanation {
     std::string about;  // " of key \a", or nothing
     std::optional<ObjectPath> path;
     std::string lost, repair;
-    bool loses;  // something
+    bool loses;  // something, also for fbr salvage
 };
 
 // Reads the whole file when it is asked for the first one.
@@ -43,9 +44,12 @@ class Explainer {
     Explanation Explain(const Finding& finding);
 
   private:
+    void ExplainLostPage(const FoundObject* object, Explanation& told);
+
     const std::string file_;
     std::unique_ptr<Image> image_;
     std::optional<Objects> objects_;
+    std::map<uint32_t, std::string> faults_;  // of values, by their ids; empty for one that is whole
 };
 
 // Once for each page: that a lost page is not referred to leads to more findings on it.

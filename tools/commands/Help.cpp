@@ -38,6 +38,7 @@ std::string OptionLines(const CLI::App& all) {
             continue;
         std::string name = "  " + option->get_name(false, true);
         if (!option->get_type_name().empty()) name += " " + option->get_type_name();
+        if (name.size() >= kColumn) name += fmt::format("\n{:{}}", "", kColumn);
         text += fmt::format("{:{}}{}\n", name, kColumn, option->get_description());
     }
     return text;

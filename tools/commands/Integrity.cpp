@@ -92,8 +92,9 @@ constexpr const char* kInUse = "somebody else has it in use, try again when they
                             "--discard-log gives the log up"
                       : repair ? "it cannot be written, or its root is lost"
                                : "it cannot be read to its end, or its root is lost";
-    throw StoreError(fmt::format("cannot {} {}: {}; {}", verb, file, StatusText(status), why),
-                     status);
+    const char* rest = status == FSSTATUS_FAILED ? "; fbr salvage reads what is left" : "";
+    throw StoreError(
+        fmt::format("cannot {} {}: {}; {}{}", verb, file, StatusText(status), why, rest), status);
 }
 
 struct CheckArguments {

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <system_error>
 
 namespace fbr {
 
@@ -28,5 +29,8 @@ class FileWriter {
     struct System;
     std::unique_ptr<System> system_;
 };
+
+// What to do about a failure, "; make room": what the system's own words leave open.
+const char* WhatToDo(const std::error_code& code, const std::filesystem::path& file);
 
 }  // namespace fbr

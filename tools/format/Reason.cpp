@@ -29,6 +29,8 @@ std::string ReasonOf(platform::Error error) {
         case platform::kErrorFilenameTooLong:
         case platform::kErrorDirectory:
             return "its name is not allowed here, or too long: take another";
+        case platform::kErrorFileExists:
+            return "a file or a folder of that name is there: take another name";
         case platform::kErrorPipeBusy:
             return "another program has that name: end it, or take another name";
         default:

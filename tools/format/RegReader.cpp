@@ -197,10 +197,11 @@ void Reader::ReadKeyLine() {
     if (!path.empty() && path.front() == '-') {
         record.kind = Record::Kind::kDeleteKey;
         path.remove_prefix(1);
-        if (path.empty()) Expected("the key to delete after \"-\"");
     }
-    record.key = keys_++;
     key_ = KeyPath(path);
+    if (record.kind == Record::Kind::kDeleteKey && key_.empty())
+        Expected("the key to delete after \"-\"");
+    record.key = keys_++;
     position_ = end + 1;
     EndOfLine("the key");
     lost_ = false;

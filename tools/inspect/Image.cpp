@@ -80,8 +80,9 @@ void Image::Locate(uint32_t pageSize) {
     }
     if (pageSize == 0) {
         Fail(
-            "it is no container: neither page 0 nor page 1 is known. If it was one, fbr dump "
-            "--page-size 512 shows its pages");
+            "it is no container: neither page 0 nor page 1 is known. If it was one, fbr salvage "
+            "--page-size 512 reads what is left of it, and fbr dump --page-size 512 shows its "
+            "pages");
     }
     known_ = Known::kByCaller;
     for (shift = storage::kMinPageShift; 1u << shift != pageSize;) ++shift;

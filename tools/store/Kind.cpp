@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/Pipe.h"
+#include "tools/console/FileWriter.h"
 #include "tools/format/Text.h"
 #include "tools/store/Session.h"
 #include "tools/store/Status.h"
@@ -295,16 +296,29 @@ std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status) {
     return Advice(status, name.method);
 }
 
+// What the system says when as much is written there as a new store takes.
+std::string WhyNoFileIsMade(const std::filesystem::path& file) {
+    constexpr size_t kNewStore = 64 * 1024;
+    try {
+        FileWriter(file).Write(std::string(kNewStore, '\0').data(), kNewStore);
+        return "; nothing may be made by that name in its folder: ask the owner for the right";
+    } catch (const std::system_error& error) {
+        return "; " + error.code().message() + WhatToDo(error.code(), file);
+    }
+}
+
 std::string WhyItIsNotMade(const StoreName& name) {
     const auto file = FileOf(name);
     const Kind kind = file ? KindOf(*file) : Kind::kUnknown;
-    if (kind != Kind::kMissing && kind != Kind::kUnreadable) return WhyItDoesNotOpen(name);
     std::error_code error;
+    const bool there = kind == Kind::kUnreadable && std::filesystem::exists(*file, error);
+    if (there || (kind != Kind::kMissing && kind != Kind::kUnreadable))
+        return WhyItDoesNotOpen(name);
     if (IsFull(*file)) return kDiskFull;
     const auto folder = std::filesystem::absolute(*file, error).parent_path();
     if (!error && !std::filesystem::exists(folder, error) && !error)
         return "; there is no folder to make it in";
-    return "; nothing may be made by that name in its folder: ask the owner for the right";
+    return WhyNoFileIsMade(*file);
 }
 
 void ExpectChangeable(const std::string& file) {
