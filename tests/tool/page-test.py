@@ -141,4 +141,43 @@ check("values side by side", browse(page, hello + '''const all = shown("values")
 check("only what differs", browse(page, 'press("tree", "d");' + hello + 'return [shown("tree").length, shown("values").length]'), [6, 4])
 check("found in either", browse(page, 'await search("text of 99999"); return shown("tree")'), ["+\\Many  value 099999"])
 check("pages of both", browse(page, '$("pages").click(); return $("map").querySelectorAll("svg").length', "maps.png"), 2)
+
+# Names and data that turn the text around them, go deep, or differ where a page of the store would end.
+def odd(byte, last, letter):
+    deep = "\\".join(f"level {i}" for i in range(1, 61))
+    return f'''Windows Registry Editor Version 5.00
+
+[Soft\\\u202eevil\u2066 name]
+"\u202etxt.exe"="\u202ereversed\u200b"
+"bytes"=hex:00,01,02,03,04,05,06,07,08,09,{byte},0b
+"large"=hex:{",".join(["5a"] * 70_000)},{last}
+"odd"=hex(1):61,00,62,00,{letter}
+[אבג\\דהו\\123]
+"זח"="שלום abc"
+[{deep}]
+"end"=dword:1
+'''
+
+
+make("fifth.fbr", odd("0a", "01", "63"))
+make("sixth.fbr", odd("ff", "03", "64"))
+subprocess.run([fbr, "diff", folder / "fifth.fbr", "--to", folder / "sixth.fbr", "--html", "-o", page], check=False)
+evil = 'click("tree", "evil");'
+check("what turns text shows by its number", browse(page, evil + '''
+    return [$("where").querySelector("b").textContent, shown("values").find(row => row.includes("txt"))]''', "turned.png"),
+      ["\\Soft\\\\u202Eevil\\u2066 name", "\\u202Etxt.exe" + "REG_SZ \\u202Ereversed\\u200B" * 2])
+marks = 'return [...$("detail").querySelectorAll("mark")].map(mark => mark.textContent)'
+check("each byte that differs is marked", browse(page, evil + 'click("values", "bytes");' + marks, "bytes.png"),
+      ["0a", ".", "ff", "."])
+check("also far behind", browse(page, evil + 'click("values", "large");' + marks), ["01", ".", "03", "."])
+check("where that is told", browse(page, evil + 'return shown("values").find(row => row.includes("large")).split("REG")[0]'), "~large from byte 70000 on")
+check("half a character makes bytes", browse(page, evil + 'return shown("values").find(row => row.includes("odd"))'),
+      "~oddREG_SZ 61 00 62 00 63REG_SZ 61 00 62 00 64")
+check("the deepest key is in sight", browse(page, '''click("tree", "level 1"); for (let i = 1; i < 60; ++i) press("tree", "ArrowRight", "ArrowRight");
+    const name = $("tree").querySelector(".chosen bdi");
+    return [name.textContent, name.getBoundingClientRect().right < $("tree").getBoundingClientRect().right]''', "deep.png"),
+      ["level 60", True])
+check("names from the right stand in their places", browse(page, '''click("tree", "אבג"); press("tree", "ArrowRight", "ArrowRight", "ArrowRight", "ArrowRight");
+    const [first, second, third] = [...$("where").querySelectorAll("bdi")].map(name => name.getBoundingClientRect().left);
+    return first < second && second < third''', "right.png"), True)
 print("all pages are as they should be")

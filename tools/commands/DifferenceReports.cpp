@@ -147,11 +147,13 @@ void DifferencePage::KeyInBoth(WStringView path, const fbr::Key& here, const fbr
 void DifferencePage::ValueDiffers(WStringView, const WString& name, const fbr::Value* here,
                                   const fbr::Value* there) {
     page_.Value(name);
+    const bool both = here != nullptr && there != nullptr;
+    const size_t from = both ? Page::PartThatDiffers(here->data, there->data) : 0;
     for (const fbr::Value* value : {here, there}) {
         if (value == nullptr)
             page_.Missing();
         else
-            page_.Data(value->type, value->data);
+            page_.Data(value->type, value->data, from);
     }
 }
 

@@ -1,7 +1,9 @@
 # SPDX-License-Identifier: MIT
-# Makes a source file of page.html: cmake -DFROM=page.html -DTO=PageTemplate.cpp -P Embed.cmake
+# Makes a source file of page.html and page.css, beside this one: cmake -DTO=PageTemplate.cpp -P Embed.cmake
 # In parts, since compilers limit the length of one literal.
-file(READ ${FROM} rest)
+file(READ ${CMAKE_CURRENT_LIST_DIR}/page.html rest)
+file(READ ${CMAKE_CURRENT_LIST_DIR}/page.css style)
+string(REPLACE "@STYLE@" "\n${style}" rest "${rest}")
 set(parts "")
 while(NOT rest STREQUAL "")
   string(LENGTH "${rest}" length)

@@ -85,10 +85,21 @@ void Page::Time(const std::string& time) {
     AppendString(line_, time);
 }
 
-void Page::Data(uint32_t type, const Bytes& data) {
+void Page::Data(uint32_t type, const Bytes& data, size_t from) {
+    from = std::min(from, data.size());
     line_ += fmt::format(",[{},\"", type);
-    AppendHex(line_, data.data(), std::min(data.size(), kShownBytes), "");
-    line_ += fmt::format("\",{}]", data.size());
+    AppendHex(line_, data.data() + from, std::min(data.size() - from, kShownBytes), "");
+    line_ += from == 0 ? fmt::format("\",{}]", data.size())
+                       : fmt::format("\",{},{}]", data.size(), from);
+}
+
+size_t Page::PartThatDiffers(const Bytes& here, const Bytes& there) {
+    constexpr size_t kBefore = 256, kLine = 16;
+    const size_t both = std::min(here.size(), there.size());
+    const auto end = here.begin() + static_cast<ptrdiff_t>(both);
+    const auto at =
+        static_cast<size_t>(std::mismatch(here.begin(), end, there.begin()).first - here.begin());
+    return at < kShownBytes ? 0 : (at - kBefore) / kLine * kLine;
 }
 
 void Page::Missing() {

@@ -30,8 +30,11 @@ class Page {
     void Value(platform::WStringView name);
     // What it is in each store, in their order. A value that is the same in both has its data once.
     void Time(const std::string& time);
-    void Data(uint32_t type, const Bytes& data);
+    // Of large data the part that begins at `from`.
+    void Data(uint32_t type, const Bytes& data, size_t from = 0);
     void Missing();
+    // Where the part of two data begins in which they differ, or are not both in the page whole.
+    static size_t PartThatDiffers(const Bytes& here, const Bytes& there);
     // Call it once, at the end.
     void Finish();
 
