@@ -33,8 +33,7 @@ struct Wanted {
     bool TimeFits(const Key& key, const OnLoss& onLoss) const {
         if (!since) return true;
         const auto time = key.Time();
-        if (!time)
-            onLoss(key.Show() + " may have been changed since, for its time cannot be had");
+        if (!time) onLoss(key.Show() + " may have been changed since, for its time cannot be had");
         return time && SecondsSince1970(time->wYear, time->wMonth, time->wDay, time->wHour,
                                         time->wMinute, time->wSecond) >= *since;
     }

@@ -27,8 +27,8 @@ struct RuleText {
 constexpr RuleText kRules[] = {
     {Rule::kBadReference, "bad-reference", "bad reference to or from another page", "bad reference",
      "bad references", "what it alone leads to is lost", "repair cuts it or puts the number right"},
-    {Rule::kLostPage, "lost-page", "lost page", "lost page", "lost pages",
-     "nothing leads to it", "repair frees it"},
+    {Rule::kLostPage, "lost-page", "lost page", "lost page", "lost pages", "nothing leads to it",
+     "repair frees it"},
     {Rule::kBadEntry, "bad-entry", "bad directory entry", "bad directory entry",
      "bad directory entries", "it is lost, with what it alone leads to",
      "repair takes the entry out"},

@@ -49,7 +49,8 @@ class Explainer {
     const std::string file_;
     std::unique_ptr<Image> image_;
     std::optional<Objects> objects_;
-    std::map<uint32_t, std::string> faults_;  // of values, by their ids; empty for one that is whole
+    std::map<uint32_t, std::string>
+        faults_;  // of values, by their ids; empty for one that is whole
 };
 
 // Once for each page: that a lost page is not referred to leads to more findings on it.

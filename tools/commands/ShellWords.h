@@ -14,8 +14,8 @@ struct ShellPlace {
     std::string store, method, key;
 };
 
-// The words of a command line. What a word is shows from the table of commands: STORE is put in, KEY
-// counted from the current key, and STORE KEY behind an option is a key of the same store.
+// The words of a command line. What a word is shows from the table of commands: STORE is put in,
+// KEY counted from the current key, and STORE KEY behind an option is a key of the same store.
 std::vector<std::string> WithStore(const Grammar& grammar, const ShellPlace& place,
                                    const std::vector<std::string>& words);
 
