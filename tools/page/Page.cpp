@@ -99,7 +99,8 @@ size_t Page::PartThatDiffers(const Bytes& here, const Bytes& there) {
     const auto end = here.begin() + static_cast<ptrdiff_t>(both);
     const auto at =
         static_cast<size_t>(std::mismatch(here.begin(), end, there.begin()).first - here.begin());
-    return at < kShownBytes ? 0 : (at - kBefore) / kLine * kLine;
+    const bool same = at == here.size() && at == there.size();
+    return same || at < kShownBytes ? 0 : (at - kBefore) / kLine * kLine;
 }
 
 void Page::Missing() {
