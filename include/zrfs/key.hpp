@@ -40,24 +40,25 @@ class Key {
     // A key below this one, by a name or a path.
     Key open(const Text& path) const {
         FBR_KEY key = 0;
-        check(FBR_OpenDirEx(handle_, path.c_str(), &key, store_), detail::told("open key ", path));
+        check(open_handle(path, key), detail::told("open key ", path));
         return Key(store_, key);
     }
     std::optional<Key> find(const Text& path) const {
         FBR_KEY key = 0;
-        const FBR_STATUS status = FBR_OpenDirEx(handle_, path.c_str(), &key, store_);
+        const FBR_STATUS status = open_handle(path, key);
         if (status == FSSTATUS_NOT_FOUND) return {};
         check(status, detail::told("open key ", path));
         return Key(store_, key);
     }
     // Makes it, and the keys on the way, where they are missing. Values of their names stay.
     Key create(const Text& path, FBR_CREATEOPTIONS options = FSCREATEOPTIONS_NONE) const {
+        if (path.has_zero()) check(FSSTATUS_INVALID_NAME, detail::told("make key ", path));
         make_way(path.wide());
         return made(path, options);
     }
     // A name, not a path.
     void rename(const Text& name) {
-        if (name.wide().find('\\') != WideString::npos)
+        if (name.has_zero() || name.wide().find('\\') != WideString::npos)
             check(FSSTATUS_INVALID_NAME, detail::told("rename a key to ", name));
         check(FBR_RenameDirEx(handle_, name.c_str(), store_),
               detail::told("rename a key to ", name));
@@ -90,12 +91,14 @@ class Key {
         return value;
     }
     void set(const Text& name, const Value& value) const {
+        if (name.has_zero()) check(FSSTATUS_INVALID_NAME, detail::told("set value ", name));
         check(FBR_SetValue(handle_, name.c_str(), value.type, value.data.data(), value.data.size(),
                            store_),
               detail::told("set value ", name));
     }
     // False when there is no such value.
     bool remove_value(const Text& name) const {
+        if (name.has_zero()) return false;
         const FBR_STATUS status = FBR_DeleteValue(handle_, name.c_str(), store_);
         if (status == FSSTATUS_NOT_FOUND) return false;
         check(status, detail::told("delete value ", name));
@@ -115,6 +118,10 @@ class Key {
     friend class Store;
     Key(FBR_STORE store, FBR_KEY handle) : store_(store), handle_(handle) {}
 
+    FBR_STATUS open_handle(const Text& path, FBR_KEY& key) const {
+        if (path.has_zero()) return FSSTATUS_NOT_FOUND;
+        return FBR_OpenDirEx(handle_, path.c_str(), &key, store_);
+    }
     Key made(const Text& path, FBR_CREATEOPTIONS options) const {
         FBR_KEY key = 0;
         const FBR_STATUS status = FBR_CreateDirEx(handle_, path.c_str(), options, &key, store_);
@@ -170,6 +177,7 @@ class Key {
     // One call does for a small value. A buffer that came back full may have more behind it; it
     // grows with what is there, not with what a damaged value claims.
     FBR_STATUS query(const Text& name, Value& value) const {
+        if (name.has_zero()) return FSSTATUS_NOT_FOUND;
         for (size_t room = 512;; room *= 4) {
             value.data.resize(room);
             uint64_t size = 0;

@@ -22,6 +22,7 @@ class Store {
   public:
     // Opens the store at a path of FBR_InitialiseEx; a container that is missing is made.
     explicit Store(const Text& path, FBR_METHOD method = FS_VR_METHOD_TARN) {
+        if (path.has_zero()) check(FSSTATUS_INVALID_NAME, detail::told("open store ", path));
         check(FBR_InitialiseEx(path.c_str(), &handle_, method), detail::told("open store ", path));
     }
     Store(Store&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}

@@ -92,6 +92,9 @@ class Text {
     const FBR_WCHAR* c_str() const noexcept { return wide_.c_str(); }
     const WideString& wide() const noexcept { return wide_; }
     std::string utf8() const { return to_utf8(wide_); }
+    // The library's functions would take a name as far as to a zero in it, for another one. What is
+    // asked for by it is not there, and nothing can be made so.
+    bool has_zero() const noexcept { return wide_.find(FBR_WCHAR{0}) != WideString::npos; }
 
   private:
     WideString wide_;

@@ -101,6 +101,13 @@ TEST_F(Objects, KeysStandBesideTheValuesOfTheirNames) {
     EXPECT_EQ(StatusOf([&] { store.remove_tree("top\\way"); }), FSSTATUS_NOT_FOUND);
     zrfs::Key end = top.create("way\\end");
     EXPECT_EQ(StatusOf([&] { end.rename("a\\b"); }), FSSTATUS_INVALID_NAME);
+    // A name with a zero is not that which ends there.
+    const std::string zero("way\0x", 5);
+    EXPECT_FALSE(top.find(zero) || top.try_get(zero) || top.remove_value(zero));
+    EXPECT_EQ(StatusOf([&] { store.remove_tree("top\\" + zero); }), FSSTATUS_NOT_FOUND);
+    EXPECT_EQ(StatusOf([&] { top.set(zero, Value::dword(1)); }), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(StatusOf([&] { top.create(zero); }), FSSTATUS_INVALID_NAME);
+    EXPECT_EQ(StatusOf([&] { end.rename(zero); }), FSSTATUS_INVALID_NAME);
     EXPECT_EQ(*top.subkeys().begin(), "way");
     EXPECT_EQ(top.get("way").number(), 1u);
     EXPECT_TRUE(top.remove_value("way"));
