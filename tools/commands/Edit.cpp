@@ -72,7 +72,7 @@ void Set(const StoreName& store, const EditArguments& args) {
 }
 
 // A key that is the root by a slip takes all along.
-void ExpectRootIsMeant(const WString& path, const Arguments& args) {
+void ExpectRootIsMeant(const WString& path, const EditArguments& args) {
     if (!path.empty() && args.wholeStore)
         throw UsageError("expected \"\\\" for KEY with --whole-store");
     if (!path.empty() || args.name) return;
