@@ -15,5 +15,6 @@ std::unique_ptr<IFSInterface> CreateNativeBackend(bool pathOnly);
 // `mountName` is the name below HKEY_USERS under which the hive is mounted.
 std::unique_ptr<IFSInterface> CreateHiveBackend(const WString& mountName);
 std::unique_ptr<IFSInterface> CreateOfflineBackend();
+std::unique_ptr<IFSInterface> CreateClusterBackend();
 // `method` travels to the server as the caller gave it, whatever its value.
 std::unique_ptr<IFSInterface> CreateIpcBackend(FBR_METHOD method, const WString& server);

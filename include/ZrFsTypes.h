@@ -134,7 +134,9 @@ typedef enum _FS_VIRTUAL_REGISTRY_METHOD FBR_BITS32 {
     FS_VR_METHOD_VARNHOLD_TARN = 3,    /**< reserved: never opens */
     FS_VR_METHOD_REMOTE_CONTAINER = 4, /**< a container behind a server: SERVER|STORE */
     FS_VR_METHOD_HIVE = 5,             /**< a hive file mounted for the purpose */
-    FS_VR_METHOD_OFFLINE = 6           /**< a hive file that is not mounted */
+    FS_VR_METHOD_OFFLINE = 6,          /**< a hive file that is not mounted */
+    FS_VR_METHOD_CLUSTER = 16          /**< keys and values on an etcd cluster, for many machines:
+                                          HOST:PORT[,HOST:PORT...]/PREFIX */
 } FBR_METHOD;
 
 /** Bits for FBR_CreateDirEx. */

@@ -26,6 +26,8 @@ std::unique_ptr<IFSInterface> MakeStore(const StoreRequest& request, FBR_METHOD 
             return CreateHiveBackend(WString(request.mountName));
         case BackendKind::Offline:
             return CreateOfflineBackend();
+        case BackendKind::Cluster:
+            return CreateClusterBackend();
         case BackendKind::Ipc:
             return CreateIpcBackend(method, WString(request.server));
         case BackendKind::None:

@@ -35,6 +35,8 @@ BackendKind LocalKind(FBR_METHOD method) {
             return BackendKind::Hive;
         case FS_VR_METHOD_OFFLINE:
             return BackendKind::Offline;
+        case FS_VR_METHOD_CLUSTER:
+            return BackendKind::Cluster;
         default:
             return BackendKind::None;
     }

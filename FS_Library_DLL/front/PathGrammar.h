@@ -6,7 +6,7 @@
 #include "platform/Text.h"
 
 // What stands behind a store handle.
-enum class BackendKind { None, Container, Native, Shell, Hive, Offline, Ipc };
+enum class BackendKind { None, Container, Native, Shell, Hive, Offline, Cluster, Ipc };
 
 // What a path string and a method ask for. The views point into the path.
 struct StoreRequest {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/keystore/FsLocks.h"
 
+#include "FS_Library_DLL/LockWait.h"
 #include "FS_Library_DLL/keystore/FsOperation.h"
 #include "FS_Library_DLL/keystore/FsTrace.h"
-#include "FS_Library_DLL/keystore/LockWait.h"
 
 namespace {
 

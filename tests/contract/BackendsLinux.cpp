@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <filesystem>
 
+#include "tests/contract/ClusterPlaces.h"
 #include "tests/contract/FilePlaces.h"
 
 namespace contract {
@@ -11,13 +12,16 @@ std::string ProcessState() {
 }
 
 const std::vector<Backend>& AllBackends() {
-    // Whose files programs that share no code with us can read.
-    Backend offline = OfflineBackend();
-    offline.traits.insert("programs");
-    static const std::vector<Backend> all{
-        ContainerBackend(), GivenEngineBackend(), offline,
-        Behind<FilePlace<FS_VR_METHOD_TARN>>(ContainerBackend()),
-        Behind<FilePlace<FS_VR_METHOD_OFFLINE>>(OfflineBackend())};
+    static const std::vector<Backend> all = [] {
+        // Whose files programs that share no code with us can read.
+        Backend offline = OfflineBackend();
+        offline.traits.insert("programs");
+        std::vector<Backend> kinds{ContainerBackend(), GivenEngineBackend(), offline,
+                                   Behind<FilePlace<FS_VR_METHOD_TARN>>(ContainerBackend()),
+                                   Behind<FilePlace<FS_VR_METHOD_OFFLINE>>(OfflineBackend())};
+        for (Backend& kind : ClusterBackends()) kinds.push_back(std::move(kind));
+        return kinds;
+    }();
     return all;
 }
 

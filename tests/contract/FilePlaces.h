@@ -92,7 +92,7 @@ Backend Behind(Backend backend) {
     backend.makePlace = RemotePlace<Near>::Make;
     for (const char* trait : {"near", "writesNeedLock", "unknownParentIsRoot", "keepsSecurity"})
         backend.traits.erase(trait);
-    backend.traits.insert({"remote", "listsReplace", "endHasName"});
+    backend.traits.insert({"remote", "far", "listsReplace", "endHasName"});
     return backend;
 }
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <iostream>
 
-#include "FS_Library_DLL/keystore/LockWait.h"
+#include "FS_Library_DLL/LockWait.h"
 #include "platform/LockWaitLimit.h"
 #include "tools/console/Interrupt.h"
 

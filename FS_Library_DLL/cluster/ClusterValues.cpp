@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include "FS_Library_DLL/cluster/ClusterValues.h"
+
+#include <algorithm>
+
+#include "FS_Library_DLL/cluster/KeyRecords.h"
+
+namespace cluster {
+namespace {
+
+constexpr int kMostTries = 5;
+constexpr size_t kMostKeptBytes = 64 * 1024;
+
+void Touch(const ClusterStore& store, const OpenedKey& key, Change* change) {
+    change->operations.push_back(
+        Put(store.names.Time(key.id), TimeText(platform::UtcNow()), key.lease));
+}
+
+// What lies in pieces of a value but the ones given, those of a writer that died among them.
+void DropPieces(const ClusterStore& store, const OpenedKey& key, const std::string& folded,
+                const std::string& pieces, Change* change) {
+    for (Span& span : store.names.PiecesBeside(key.id, folded, pieces))
+        change->operations.push_back(Delete(std::move(span)));
+}
+
+FBR_STATUS WritePieces(ClusterStore& store, const OpenedKey& key, const std::string& folded,
+                       const ValueRecord& value) ZRFS_REQUIRES(store.lock) {
+    for (uint64_t index = 0; index * kPieceBytes < value.size; ++index) {
+        Change change;
+        change.compares = {IsThere(store.names.Key(key.id))};
+        change.operations = {Put(store.names.Piece(key.id, folded, value.pieces, index),
+                                 value.data.substr(index * kPieceBytes, kPieceBytes), key.lease)};
+        const FBR_STATUS status = store.Commit(&change);
+        if (status != FSSTATUS_SUCCESS) return status;
+        if (change.isConflict) return AfterConflict(store);
+    }
+    return FSSTATUS_SUCCESS;
+}
+
+// The pieces as they were when their value's record was read.
+Outcome ReadPieces(ClusterStore& store, const std::string& id, const std::string& folded,
+                   int64_t revision, ValueRecord* value, std::string* missing)
+    ZRFS_REQUIRES(store.lock) {
+    for (uint64_t index = 0; index * kPieceBytes < value->size; ++index) {
+        const std::string record = store.names.Piece(id, folded, value->pieces, index);
+        RangeReply reply;
+        const Outcome outcome = store.api.Range({{record}, 0, revision}, &reply);
+        if (outcome != Outcome::Answered) return outcome;
+        const uint64_t expected = std::min(kPieceBytes, value->size - index * kPieceBytes);
+        if (reply.found.empty() || reply.found[0].value.size() != expected) {
+            *missing = record;
+            return outcome;
+        }
+        value->data += reply.found[0].value;
+    }
+    return Outcome::Answered;
+}
+
+void KeepValue(ClusterStore& store, const OpenedKey& key, const std::string& folded,
+               const ValueRecord& value) ZRFS_REQUIRES(store.lock) {
+    KeptReads* kept = store.Kept();
+    if (kept == nullptr) return;
+    if (value.pieces.empty() && value.data.size() <= kMostKeptBytes) {
+        kept->Keep(key.id, folded, value);
+        return;
+    }
+    kept->Values(key.id).found.erase(folded);
+    kept->Values(key.id).isAll = false;
+}
+
+}  // namespace
+
+FBR_STATUS SetValue(ClusterStore& store, const OpenedKey& key, ValueRecord value) {
+    if (!store.storeLock.FenceOfChange()) return FSSTATUS_LOCK_FAILED;
+    const std::string folded = FoldedText(value.name);
+    value.size = value.data.size();
+    Change change;
+    change.compares = {IsThere(store.names.Key(key.id))};
+    if (value.size > kPieceBytes) {
+        value.pieces = NewId();
+        const FBR_STATUS status = WritePieces(store, key, folded, value);
+        if (status != FSSTATUS_SUCCESS) return status;
+    }
+    DropPieces(store, key, folded, value.pieces, &change);
+    change.operations.push_back(
+        Put(store.names.Value(key.id, folded), ValueText(value), key.lease));
+    Touch(store, key, &change);
+    store.DropListings(key.id);
+    const FBR_STATUS status = store.Commit(&change);
+    if (status != FSSTATUS_SUCCESS) return status;
+    if (change.isConflict) return AfterConflict(store);
+    KeepValue(store, key, folded, value);
+    return FSSTATUS_SUCCESS;
+}
+
+FBR_STATUS DeleteValue(ClusterStore& store, const OpenedKey& key, const WString& name) {
+    if (!store.storeLock.FenceOfChange()) return FSSTATUS_LOCK_FAILED;
+    const std::string folded = FoldedText(name), record = store.names.Value(key.id, folded);
+    Change change;
+    change.compares = {IsThere(record)};
+    change.operations = {Delete({record})};
+    DropPieces(store, key, folded, {}, &change);
+    Touch(store, key, &change);
+    store.DropListings(key.id);
+    if (KeptReads* kept = store.Kept()) kept->Values(key.id).found.erase(folded);
+    const FBR_STATUS status = store.Commit(&change);
+    return status == FSSTATUS_SUCCESS && change.isConflict ? FSSTATUS_NOT_FOUND : status;
+}
+
+FBR_STATUS ReadValueOf(ClusterStore& store, const OpenedKey& key, const WString& name,
+                       bool wantsData, ValueRecord* value) {
+    const std::string folded = FoldedText(name), record = store.names.Value(key.id, folded);
+    if (KeptReads* kept = store.Kept()) {
+        const auto& values = kept->Values(key.id);
+        const auto found = values.found.find(folded);
+        if (found != values.found.end()) {
+            *value = found->second;
+            return FSSTATUS_SUCCESS;
+        }
+        if (values.isAll) return FSSTATUS_NOT_FOUND;
+    }
+    Outcome outcome = Outcome::Compacted;
+    for (int tries = 0; tries < kMostTries && outcome == Outcome::Compacted; ++tries) {
+        RangeReply reply;
+        int64_t revision = 0;
+        outcome = store.api.Range({{record}}, &reply, &revision);
+        if (outcome != Outcome::Answered) continue;
+        if (reply.found.empty()) return FSSTATUS_NOT_FOUND;
+        if (!ReadValue(reply.found[0].value, folded, value)) return store.Damaged(record);
+        if (value->pieces.empty()) {
+            KeepValue(store, key, folded, *value);
+            return FSSTATUS_SUCCESS;
+        }
+        std::string missing;
+        if (wantsData) outcome = ReadPieces(store, key.id, folded, revision, value, &missing);
+        if (!missing.empty()) return store.Damaged(missing);
+    }
+    return store.StatusOf(outcome);
+}
+
+}  // namespace cluster

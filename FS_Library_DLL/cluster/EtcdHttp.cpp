@@ -1,0 +1,311 @@
+// SPDX-License-Identifier: MIT
+#include "FS_Library_DLL/cluster/EtcdHttp.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <csignal>
+#include <ctime>
+#include <mutex>
+#include <new>
+#include <nlohmann/json.hpp>
+
+#include "Shared/logging/Logger.h"
+
+#undef ZRFS_LOG_FILE
+#define ZRFS_LOG_FILE "FS_Library_DLL/EtcdHttp"
+
+namespace cluster {
+namespace {
+
+using nlohmann::json;
+using Varnhold::Hob::Detail::kWarning;
+
+constexpr size_t kMostReplyBytes = 64u << 20;
+constexpr Milliseconds kConnecting{1000};
+constexpr Milliseconds kOneMember{4000};
+
+// A peer that went away ends a write over TLS with a signal, and the process is not ours.
+class NoPipeSignal {
+  public:
+    NoPipeSignal() {
+        sigemptyset(&pipe_);
+        sigaddset(&pipe_, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+    }
+    ~NoPipeSignal() {
+        const timespec none{};
+        if (!wasPending_) sigtimedwait(&pipe_, nullptr, &none);
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    NoPipeSignal(const NoPipeSignal&) = delete;
+    NoPipeSignal& operator=(const NoPipeSignal&) = delete;
+
+  private:
+    sigset_t pipe_, before_;
+    bool wasPending_ = false;
+};
+
+Milliseconds Until(Clock::time_point until) {
+    return std::max(Milliseconds(0), std::chrono::ceil<Milliseconds>(until - Clock::now()));
+}
+
+// What a member says that did not do it; the numbers are those of gRPC.
+struct Failure {
+    int code = 0;
+    std::string message;
+};
+
+Failure ReadFailure(const std::string& body) {
+    const json reply = json::parse(body, nullptr, false);
+    Failure failure;
+    if (!reply.is_object()) return failure;
+    const auto code = reply.find("code");
+    const auto message = reply.find("error");
+    if (code != reply.end() && code->is_number_integer()) failure.code = code->get<int>();
+    if (message != reply.end() && message->is_string())
+        failure.message = message->get<std::string>();
+    return failure;
+}
+
+}  // namespace
+
+struct EtcdHttp::Curl {
+    CURLM* multi = nullptr;
+    CURL* easy = nullptr;
+    curl_slist* headers = nullptr;
+
+    Curl() {
+        static std::once_flag once;
+        std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+        multi = curl_multi_init();
+        easy = curl_easy_init();
+    }
+    ~Curl() {
+        curl_slist_free_all(headers);
+        curl_easy_cleanup(easy);
+        curl_multi_cleanup(multi);
+    }
+    Curl(const Curl&) = delete;
+    Curl& operator=(const Curl&) = delete;
+
+    // No "Expect", which would cost a round trip with each large value.
+    void SetHeaders(const std::string& token) {
+        curl_slist_free_all(headers);
+        headers = curl_slist_append(nullptr, "Content-Type: application/json");
+        headers = curl_slist_append(headers, "Expect:");
+        if (!token.empty())
+            headers = curl_slist_append(headers, ("Authorization: " + token).c_str());
+        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
+    }
+};
+
+// One request to one member, and what came of it.
+struct EtcdHttp::Attempt {
+    const std::string& body;
+    const OnLine* onLine = nullptr;
+    std::string reply = {};  // of a stream, what is behind its last whole line
+    bool isEnough = false, isTooLarge = false, outOfMemory = false;
+    int curlCode = 0;
+    long httpStatus = 0;
+
+    size_t Receive(const char* data, size_t size) {
+        try {
+            reply.append(data, size);
+            isTooLarge = reply.size() > kMostReplyBytes;
+            for (size_t end;
+                 onLine != nullptr && !isEnough && (end = reply.find('\n')) != std::string::npos;) {
+                isEnough = !(*onLine)(std::string_view(reply).substr(0, end));
+                reply.erase(0, end + 1);
+            }
+        } catch (const std::bad_alloc&) {
+            outOfMemory = true;  // C stands between here and who catches it
+        }
+        return isEnough || isTooLarge || outOfMemory ? 0 : size;
+    }
+};
+
+EtcdHttp::EtcdHttp(std::shared_ptr<const EtcdSettings> settings)
+    : settings_(std::move(settings)), curl_(std::make_unique<Curl>()) {
+    CURL* easy = curl_->easy;
+    if (easy == nullptr || curl_->multi == nullptr) throw std::bad_alloc();
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_PROXY, "");
+    curl_easy_setopt(easy, CURLOPT_TCP_NODELAY, 1L);
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(kConnecting.count()));
+    curl_easy_setopt(
+        easy, CURLOPT_WRITEFUNCTION, +[](const char* data, size_t one, size_t size, void* attempt) {
+            return static_cast<Attempt*>(attempt)->Receive(data, one * size);
+        });
+    const auto name = [&](CURLoption option, const std::string& file) {
+        if (!file.empty()) curl_easy_setopt(easy, option, file.c_str());
+    };
+    name(CURLOPT_CAINFO, settings_->caCertificate);
+    name(CURLOPT_SSLCERT, settings_->certificate);
+    name(CURLOPT_SSLKEY, settings_->key);
+}
+
+EtcdHttp::~EtcdHttp() = default;
+
+void EtcdHttp::Interrupt() {
+    interrupted_ = true;
+    curl_multi_wakeup(curl_->multi);
+}
+
+void EtcdHttp::Pause(Milliseconds time) {
+    if (!interrupted_)
+        curl_multi_poll(curl_->multi, nullptr, 0, static_cast<int>(time.count()), nullptr);
+}
+
+// False when it was interrupted or the time is over.
+bool EtcdHttp::Perform(Clock::time_point until, int* result) {
+    const NoPipeSignal noSignal;
+    for (int running = 1; !interrupted_;) {
+        if (curl_multi_perform(curl_->multi, &running) != CURLM_OK) return false;
+        int left = 0;
+        while (const CURLMsg* message = curl_multi_info_read(curl_->multi, &left))
+            if (message->msg == CURLMSG_DONE) {
+                *result = message->data.result;
+                return true;
+            }
+        const Milliseconds wait = Until(until);
+        if (wait.count() == 0) return false;
+        curl_multi_poll(curl_->multi, nullptr, 0,
+                        static_cast<int>(std::min<int64_t>(wait.count(), 1000)), nullptr);
+    }
+    return false;
+}
+
+Outcome EtcdHttp::Send(const char* path, Attempt* attempt, Clock::time_point until) {
+    CURL* easy = curl_->easy;
+    const std::string url =
+        (settings_->UsesTls() ? "https://" : "http://") + settings_->endpoints[member_] + path;
+    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+    curl_->SetHeaders(token_);
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, attempt->body.data());
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE,
+                     static_cast<curl_off_t>(attempt->body.size()));
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, attempt);
+    attempt->curlCode = CURLE_OPERATION_TIMEDOUT;
+    if (curl_multi_add_handle(curl_->multi, easy) == CURLM_OK) {
+        Perform(until, &attempt->curlCode);
+        curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &attempt->httpStatus);
+        curl_multi_remove_handle(curl_->multi, easy);
+    }
+    if (attempt->outOfMemory) throw std::bad_alloc();
+    if (attempt->isEnough) return Outcome::Answered;
+    if (attempt->isTooLarge) return Outcome::TooLarge;
+    if (interrupted_) return Outcome::Interrupted;
+    if (attempt->curlCode == CURLE_OK) return Judge(*attempt);
+    lastFailure_ = curl_easy_strerror(static_cast<CURLcode>(attempt->curlCode));
+    switch (attempt->curlCode) {
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_CERTPROBLEM:
+        case CURLE_SSL_CACERT_BADFILE:
+            return Outcome::Denied;
+        default:
+            return Outcome::Unanswered;
+    }
+}
+
+Outcome EtcdHttp::Judge(const Attempt& attempt) {
+    if (attempt.httpStatus == 200) return Outcome::Answered;
+    const Failure failure = ReadFailure(attempt.reply);
+    const auto says = [&](const char* words) {
+        return failure.message.find(words) != std::string::npos;
+    };
+    lastFailure_ =
+        failure.message.empty() ? "HTTP " + std::to_string(attempt.httpStatus) : failure.message;
+    switch (failure.code) {
+        case 4:   // it was given up on
+        case 14:  // no leader, or it stops
+            return Outcome::Unanswered;
+        case 5:
+            return says("lease") ? Outcome::NoSuchLease : Outcome::Refused;
+        case 7:
+        case 16:
+            return Outcome::Denied;
+        case 3:
+            if (says("user name is empty")) return Outcome::Denied;
+            return says("too large")                                    ? Outcome::TooLarge
+                   : says("authentication failed") || says("user name") ? Outcome::Denied
+                                                                        : Outcome::Refused;
+        case 8:
+            if (says("space exceeded")) return Outcome::NoSpace;
+            return says("too many requests") ? Outcome::Unanswered : Outcome::TooLarge;
+        case 11:
+            return Outcome::Compacted;
+        default:
+            return attempt.httpStatus >= 500 ? Outcome::Unanswered : Outcome::Refused;
+    }
+}
+
+Outcome EtcdHttp::Authenticate(Clock::time_point until) {
+    token_.clear();
+    const std::string body =
+        json{{"name", settings_->user}, {"password", settings_->password}}.dump(
+            -1, ' ', false, json::error_handler_t::replace);
+    Attempt attempt{body};
+    const Outcome outcome = Send("/v3/auth/authenticate", &attempt, until);
+    if (outcome != Outcome::Answered) return outcome;
+    const json reply = json::parse(attempt.reply, nullptr, false);
+    if (!reply.is_object() || !reply.contains("token") || !reply["token"].is_string())
+        return Outcome::Malformed;
+    token_ = reply["token"].get<std::string>();
+    return Outcome::Answered;
+}
+
+void EtcdHttp::Tell(const char* path) const {
+    ZRFS_LOG(kWarning, "EtcdHttp::Post", "The cluster at {} did not do {}: {}",
+             settings_->Endpoints(), path, lastFailure_);
+}
+
+Outcome EtcdHttp::Post(const char* path, const std::string& body, Milliseconds patience,
+                       std::string* reply) {
+    const auto until = Clock::now() + patience;
+    bool mayAuthenticate = !settings_->user.empty();
+    for (size_t tries = 1;; ++tries) {
+        const auto limit = std::min(until, Clock::now() + std::min(kOneMember, patience / 2));
+        Outcome outcome = Outcome::Answered;
+        if (mayAuthenticate && token_.empty()) outcome = Authenticate(limit);
+        Attempt attempt{body};
+        if (outcome == Outcome::Answered) outcome = Send(path, &attempt, limit);
+        if (outcome == Outcome::Answered) {
+            *reply = std::move(attempt.reply);
+            return outcome;
+        }
+        // A token lives for some minutes.
+        if (outcome == Outcome::Denied && mayAuthenticate && !token_.empty()) {
+            mayAuthenticate = false;
+            if (Authenticate(limit) == Outcome::Answered) continue;
+        }
+        if (outcome == Outcome::Unanswered) {
+            member_ = (member_ + 1) % settings_->endpoints.size();
+            if (tries % settings_->endpoints.size() == 0)
+                Pause(std::min(Milliseconds(20 * tries), Milliseconds(300)));
+            if (Clock::now() < until && !interrupted_) continue;
+        }
+        if (interrupted_) return Outcome::Interrupted;
+        Tell(path);
+        return outcome;
+    }
+}
+
+Outcome EtcdHttp::Stream(const char* path, const std::string& body, Milliseconds patience,
+                         const OnLine& onLine) {
+    const auto until = Clock::now() + patience;
+    if (!settings_->user.empty() && token_.empty()) {
+        const Outcome outcome = Authenticate(std::min(until, Clock::now() + kOneMember));
+        if (outcome != Outcome::Answered) return outcome;
+    }
+    Attempt attempt{body, &onLine};
+    const Outcome outcome = Send(path, &attempt, until);
+    if (outcome == Outcome::Answered && !attempt.isEnough) return Outcome::Unanswered;
+    if (outcome == Outcome::Unanswered) member_ = (member_ + 1) % settings_->endpoints.size();
+    return outcome;
+}
+
+}  // namespace cluster

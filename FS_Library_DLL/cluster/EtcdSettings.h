@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// Where a cluster is, and by what it knows us.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/Text.h"
+
+namespace cluster {
+
+// HOST:PORT[,HOST:PORT...]/PREFIX, as it opens a store.
+struct ClusterPath {
+    std::vector<std::string> endpoints;  // HOST:PORT
+    std::string prefix;  // what the names of all records begin with, no slash behind
+};
+
+// False for a path that names no store.
+bool ParseClusterPath(platform::WStringView path, ClusterPath* parsed);
+
+// What must not stand in a path, which others see in the list of processes.
+struct EtcdSettings {
+    std::vector<std::string> endpoints;
+    std::string caCertificate, certificate, key;  // files
+    std::string user, password;
+
+    bool UsesTls() const { return !caCertificate.empty() || !certificate.empty(); }
+    std::string Endpoints() const;  // for people
+};
+
+// From the environment: ZRFS_ETCD_CACERT, _CERT, _KEY, _USER and _PASSWORD, and what is not there
+// from the file that ZRFS_ETCD_SETTINGS names, in lines such as "USER=somebody". False when that
+// file cannot be read.
+bool ReadEtcdSettings(std::vector<std::string> endpoints, EtcdSettings* settings);
+
+}  // namespace cluster

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+// What the changes of keys have in common.
+#pragma once
+
+#include "FS_Library_DLL/cluster/ClusterStore.h"
+
+namespace cluster {
+
+inline Compare IsThere(std::string record) {
+    return {Compare::What::Created, Compare::How::Greater, {std::move(record)}, 0};
+}
+inline Compare IsMissing(Span records) {
+    return {Compare::What::Created, Compare::How::Equal, std::move(records), 0};
+}
+
+// Where a key is: by its record, for others may have renamed it since it was opened.
+FBR_STATUS ReadKeyOf(ClusterStore& store, const std::string& id, KeyRecord* key)
+    ZRFS_REQUIRES(store.lock);
+
+// Something below `parent` changes that hangs on `lease`, or on none.
+FBR_STATUS TouchParent(ClusterStore& store, const std::string& parent, int64_t lease,
+                       Change* change) ZRFS_REQUIRES(store.lock);
+
+// What others changed beside the lock, they have changed: it is read again next time.
+FBR_STATUS AfterConflict(ClusterStore& store) ZRFS_REQUIRES(store.lock);
+
+}  // namespace cluster

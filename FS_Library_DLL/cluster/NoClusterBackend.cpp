@@ -1,0 +1,7 @@
+// SPDX-License-Identifier: MIT
+// Stands in where there is no such backend.
+#include "FS_Library_DLL/Backends.h"
+
+std::unique_ptr<IFSInterface> CreateClusterBackend() {
+    return CreateShellBackend();
+}

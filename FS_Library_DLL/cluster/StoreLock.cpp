@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+#include "FS_Library_DLL/cluster/StoreLock.h"
+
+#include <algorithm>
+#include <exception>
+#include <set>
+
+#include "FS_Library_DLL/LockWait.h"
+
+using platform::Mutex;
+using platform::MutexGuard;
+using platform::MutexWait;
+
+namespace cluster {
+namespace {
+
+constexpr Milliseconds kPatience{8000};
+constexpr Milliseconds kLongestWatch{5000};
+
+// Who of this process has which locks: one that a thread has through another store would never
+// come free for it.
+Mutex g_holdersLock;
+std::set<std::pair<std::string, std::thread::id>> g_holders ZRFS_GUARDED_BY(g_holdersLock);
+
+bool IsMine(const std::string& holder) {
+    const MutexGuard guard(g_holdersLock);
+    return g_holders.contains({holder, std::this_thread::get_id()});
+}
+
+void Remember(const std::string& holder, std::thread::id thread, bool holds) {
+    const MutexGuard guard(g_holdersLock);
+    if (holds)
+        g_holders.insert({holder, thread});
+    else
+        g_holders.erase({holder, thread});
+}
+
+}  // namespace
+
+FBR_STATUS StoreLock::Take(uint32_t type, bool* wasFree) {
+    *wasFree = false;
+    if (type < FBR_LOCK_WRITE || type > FBR_LOCK_READ) return FSSTATUS_LOCK_FAILED;
+    const auto until = Clock::now() + Milliseconds(LockWaitMilliseconds());
+    const auto me = std::this_thread::get_id();
+    {
+        MutexWait wait(lock_);
+        if (isTaken_ && owner_ == me) {
+            if (isLost_) return FSSTATUS_LOCK_FAILED;
+            types_.push_back(type);
+            return FSSTATUS_SUCCESS;
+        }
+        if (isTaken_ && LockWaitCallback() != nullptr) LockWaitCallback()();
+        while (isTaken_)
+            if (freed_.wait_until(wait.native, until) == std::cv_status::timeout && isTaken_)
+                return FSSTATUS_LOCK_FAILED;
+        isTaken_ = true;
+        owner_ = me;
+        isLost_ = false;
+        types_.assign(1, 0);  // none is in force yet
+    }
+    const FBR_STATUS status = Acquire(until);
+    const MutexGuard guard(lock_);
+    if (status == FSSTATUS_SUCCESS) {
+        types_.assign(1, type);
+        *wasFree = true;
+    } else {
+        isTaken_ = false;
+        types_.clear();
+        freed_.notify_one();
+    }
+    return status;
+}
+
+Outcome StoreLock::TryOnce(const Fence& wanted, TransactionReply* reply) {
+    Transaction transaction;
+    const std::string name = names_.Lock();
+    transaction.compares = {{Compare::What::Created, Compare::How::Equal, {name}, 0}};
+    transaction.ifTrue = {Put(name, LockText(wanted.record, platform::UtcNow()), wanted.lease)};
+    transaction.ifFalse = {Get({name})};
+    return api_->Do(transaction, reply);
+}
+
+// False when the record is somebody else's.
+bool StoreLock::MakeFence(const KeyValue& record, const Fence& wanted) {
+    LockRecord found;
+    if (!ReadLock(record.value, &found) || found.holder != wanted.record.holder) return false;
+    const MutexGuard guard(lock_);
+    fence_ = wanted;
+    fence_->created = record.created;
+    fence_->modified = record.modified;
+    return true;
+}
+
+// Tries at once, and whenever the record goes, for as long as there is patience. The lease is kept
+// alive meanwhile.
+FBR_STATUS StoreLock::Acquire(Clock::time_point until) {
+    if (api_ == nullptr) api_ = std::make_unique<EtcdApi>(settings_);
+    EtcdApi& api = *api_;
+    api.SetPatience(std::clamp(std::chrono::ceil<Milliseconds>(until - Clock::now()),
+                               Milliseconds(2000), kPatience));
+    Fence wanted;
+    wanted.record.holder = NewId();
+    const auto asked = Clock::now();
+    if (api.Grant(kLeaseSeconds, &wanted.lease) != Outcome::Answered) return FSSTATUS_LOCK_FAILED;
+    try {
+        leases_.Keep(wanted.lease, asked);
+    } catch (const std::exception&) {
+        api.Revoke(wanted.lease);
+        return FSSTATUS_LOCK_FAILED;
+    }
+    for (bool told = false;; told = true) {
+        TransactionReply reply;
+        const Outcome outcome = TryOnce(wanted, &reply);
+        if (outcome != Outcome::Answered) break;
+        KeyValue record;
+        if (reply.isTrue)
+            record = {names_.Lock(), LockText(wanted.record, {}), reply.revision, reply.revision};
+        else if (!reply.results[0].found.empty())
+            record = reply.results[0].found[0];
+        if (MakeFence(record, wanted)) {
+            Remember(wanted.record.holder, std::this_thread::get_id(), true);
+            return FSSTATUS_SUCCESS;
+        }
+        LockRecord other;
+        if (ReadLock(record.value, &other) && IsMine(other.holder)) break;
+        const auto left = std::chrono::floor<Milliseconds>(until - Clock::now());
+        if (left.count() <= 0) break;
+        if (!told && LockWaitCallback() != nullptr) LockWaitCallback()();
+        if (api.WaitForDeletion(names_.Lock(), reply.revision + 1, std::min(left, kLongestWatch)) ==
+            Outcome::Denied)
+            break;
+    }
+    leases_.Forget(wanted.lease);
+    api.Revoke(wanted.lease);
+    return FSSTATUS_LOCK_FAILED;
+}
+
+FBR_STATUS StoreLock::Release() {
+    {
+        const MutexGuard guard(lock_);
+        if (!isTaken_ || owner_ != std::this_thread::get_id()) return FSSTATUS_LOCK_FAILED;
+        types_.pop_back();
+        if (!types_.empty()) return FSSTATUS_SUCCESS;
+    }
+    Drop();
+    return FSSTATUS_SUCCESS;
+}
+
+void StoreLock::Drop() {
+    std::optional<Fence> fence;
+    {
+        const MutexGuard guard(lock_);
+        if (!isTaken_) return;
+        types_.clear();
+        fence.swap(fence_);
+        if (fence) Remember(fence->record.holder, owner_, false);
+    }
+    if (fence) GiveBack(fence->lease);
+    const MutexGuard guard(lock_);
+    isTaken_ = false;
+    freed_.notify_one();
+}
+
+// A cluster that is not there takes it when its time is over.
+void StoreLock::GiveBack(int64_t lease) {
+    const bool isLost = leases_.IsLost(lease);
+    leases_.Forget(lease);
+    if (isLost) return;
+    api_->SetPatience(Milliseconds(3000));
+    api_->Revoke(lease);
+}
+
+uint32_t StoreLock::Type() const {
+    const MutexGuard guard(lock_);
+    return types_.empty() ? 0 : types_.back();
+}
+
+std::optional<Fence> StoreLock::FenceOfChange() const {
+    const MutexGuard guard(lock_);
+    const uint32_t type = types_.empty() ? 0 : types_.back();
+    const bool mayWrite = type == FBR_LOCK_WRITE || type == FBR_LOCK_WRITE_OWNER;
+    if (!mayWrite || isLost_ || !fence_ || leases_.IsLost(fence_->lease)) return std::nullopt;
+    return fence_;
+}
+
+int64_t StoreLock::Certain() const {
+    const MutexGuard guard(lock_);
+    return fence_ && !isLost_ && leases_.IsAlive(fence_->lease) ? fence_->lease : 0;
+}
+
+void StoreLock::Moved(int64_t lease, int64_t modified, std::string change) {
+    const MutexGuard guard(lock_);
+    if (!fence_ || fence_->lease != lease) return;
+    fence_->modified = modified;
+    fence_->record.change = std::move(change);
+}
+
+void StoreLock::Lost(int64_t lease) {
+    const MutexGuard guard(lock_);
+    if (fence_ && fence_->lease == lease) isLost_ = true;
+}
+
+}  // namespace cluster

@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: MIT
+#include "tests/cluster/RunningCluster.h"
+
+#include <arpa/inet.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+namespace cluster_test {
+namespace {
+
+// All are found before one is used.
+std::vector<int> FreePorts(size_t count) {
+    std::vector<int> sockets, ports;
+    for (size_t i = 0; i < count; ++i) {
+        sockets.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        if (bind(sockets.back(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+            getsockname(sockets.back(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
+            throw std::runtime_error("no free port");
+        ports.push_back(ntohs(address.sin_port));
+    }
+    for (const int one : sockets) close(one);
+    return ports;
+}
+
+std::string Url(int port) {
+    return "http://127.0.0.1:" + std::to_string(port);
+}
+
+std::shared_ptr<const cluster::EtcdSettings> SettingsFor(std::vector<std::string> endpoints) {
+    auto settings = std::make_shared<cluster::EtcdSettings>();
+    settings->endpoints = std::move(endpoints);
+    return settings;
+}
+
+}  // namespace
+
+RunningCluster::RunningCluster(size_t members) {
+    const std::vector<int> ports = FreePorts(members * 2);
+    for (size_t i = 0; i < members; ++i) members_.push_back({ports[2 * i], ports[2 * i + 1]});
+    for (size_t i = 0; i < members; ++i) Start(i);
+    AwaitAll();
+}
+
+std::vector<std::string> RunningCluster::Arguments(size_t member) const {
+    const Member& own = members_[member];
+    const std::string name = "m" + std::to_string(member);
+    std::string all;
+    for (size_t i = 0; i < members_.size(); ++i)
+        all += (i == 0 ? "m" : ",m") + std::to_string(i) + "=" + Url(members_[i].peers);
+    // It ends with the process that started it, however that ends.
+    return {"--pdeathsig",
+            "KILL",
+            "etcd",
+            "--name",
+            name,
+            "--data-dir",
+            (folder_ / name).string(),
+            "--listen-client-urls",
+            Url(own.clients),
+            "--advertise-client-urls",
+            Url(own.clients),
+            "--listen-peer-urls",
+            Url(own.peers),
+            "--initial-advertise-peer-urls",
+            Url(own.peers),
+            "--initial-cluster",
+            all,
+            "--initial-cluster-state",
+            "new",
+            "--log-level",
+            "error"};
+}
+
+void RunningCluster::Start(size_t member) {
+    const auto streams = folder_ / ("streams" + std::to_string(member));
+    std::filesystem::create_directories(streams);
+    std::ofstream(streams / "in").flush();
+    members_[member].process =
+        std::make_unique<support::ChildProcess>("/usr/bin/setpriv", Arguments(member), streams);
+}
+
+void RunningCluster::Halt(size_t member, bool halts) {
+    kill(static_cast<pid_t>(members_[member].process->Id()), halts ? SIGSTOP : SIGCONT);
+}
+
+std::vector<std::string> RunningCluster::Endpoints() const {
+    std::vector<std::string> all;
+    for (const Member& member : members_)
+        all.push_back("127.0.0.1:" + std::to_string(member.clients));
+    return all;
+}
+
+platform::WString RunningCluster::Path(const std::string& prefix) const {
+    std::string path;
+    for (const std::string& endpoint : Endpoints()) path += (path.empty() ? "" : ",") + endpoint;
+    return platform::FromUtf8(path + "/" + prefix);
+}
+
+void RunningCluster::AwaitAll() const {
+    for (const std::string& endpoint : Endpoints()) {
+        cluster::EtcdApi api(SettingsFor({endpoint}));
+        api.SetPatience(cluster::Milliseconds(30000));
+        cluster::RangeReply reply;
+        if (api.Range({{"ready"}}, &reply) != cluster::Outcome::Answered)
+            throw std::runtime_error("the cluster does not come up");
+    }
+}
+
+size_t RunningCluster::Leader() const {
+    for (size_t i = 0; i < members_.size(); ++i) {
+        cluster::EtcdHttp http(SettingsFor({Endpoints()[i]}));
+        std::string reply;
+        if (http.Post("/v3/maintenance/status", "{}", cluster::Milliseconds(5000), &reply) !=
+            cluster::Outcome::Answered)
+            continue;
+        const auto status = nlohmann::json::parse(reply);
+        if (status["leader"] == status["header"]["member_id"]) return i;
+    }
+    throw std::runtime_error("the cluster has no leader");
+}
+
+Records::Records(const RunningCluster& cluster) : api_(SettingsFor(cluster.Endpoints())) {}
+
+std::vector<cluster::KeyValue> Records::Below(const std::string& prefix) {
+    cluster::RangeReply reply;
+    EXPECT_EQ(api_.Range({cluster::AllBelow(prefix)}, &reply), cluster::Outcome::Answered);
+    return reply.found;
+}
+
+void Records::Put(const std::string& key, const std::string& value) {
+    cluster::TransactionReply reply;
+    EXPECT_EQ(api_.Do({{}, {cluster::Put(key, value)}, {}}, &reply), cluster::Outcome::Answered);
+}
+
+void Records::Delete(const std::string& prefix) {
+    cluster::TransactionReply reply;
+    EXPECT_EQ(api_.Do({{}, {cluster::Delete(cluster::AllBelow(prefix))}, {}}, &reply),
+              cluster::Outcome::Answered);
+}
+
+}  // namespace cluster_test

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+// A cluster of this test's own, on loopback ports that were free.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FS_Library_DLL/cluster/EtcdApi.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TempDir.h"
+
+namespace cluster_test {
+
+class RunningCluster {
+  public:
+    // Throws std::runtime_error when they do not work together in good time.
+    explicit RunningCluster(size_t members = 3);
+    RunningCluster(const RunningCluster&) = delete;
+    RunningCluster& operator=(const RunningCluster&) = delete;
+
+    size_t Members() const { return members_.size(); }
+    std::vector<std::string> Endpoints() const;
+    // What opens a store there.
+    platform::WString Path(const std::string& prefix) const;
+
+    void Kill(size_t member) { members_[member].process->Kill(); }
+    void Start(size_t member);
+    void Halt(size_t member, bool halts);  // until it goes on
+    size_t Leader() const;
+    // Until all answer.
+    void AwaitAll() const;
+
+  private:
+    struct Member {
+        int clients, peers;  // ports
+        std::unique_ptr<support::ChildProcess> process = nullptr;
+    };
+    std::vector<std::string> Arguments(size_t member) const;
+
+    support::TempDir folder_;
+    std::vector<Member> members_;
+};
+
+// What etcd's own tools would see and do.
+class Records {
+  public:
+    explicit Records(const RunningCluster& cluster);
+    std::vector<cluster::KeyValue> Below(const std::string& prefix);
+    void Put(const std::string& key, const std::string& value);
+    void Delete(const std::string& prefix);
+
+  private:
+    cluster::EtcdApi api_;
+};
+
+}  // namespace cluster_test

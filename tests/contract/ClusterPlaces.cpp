@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#include "tests/contract/ClusterPlaces.h"
+
+#include "tests/cluster/RunningCluster.h"
+
+namespace contract {
+namespace {
+
+// Started by the first test that wants it.
+cluster_test::RunningCluster& TheCluster() {
+    static cluster_test::RunningCluster cluster;
+    return cluster;
+}
+
+class ClusterPlace : public Place {
+  public:
+    static std::unique_ptr<Place> Make() { return std::make_unique<ClusterPlace>(); }
+    ClusterPlace() {
+        static int count = 0;
+        prefix_ = "contract/" + std::to_string(++count);
+    }
+    WString Path() const override { return TheCluster().Path(prefix_); }
+    FBR_METHOD Method() const override { return FS_VR_METHOD_CLUSTER; }
+
+  private:
+    std::string prefix_;
+};
+
+}  // namespace
+
+std::vector<Backend> ClusterBackends() {
+    return {{"Cluster",
+             ClusterPlace::Make,
+             {"cluster", "near", "far", "writesNeedLock", "rootHasVersion", "emptyNameIsDefault",
+              "shortBufferSucceeds", "volatileEndsWithStore"}}};
+}
+
+}  // namespace contract
