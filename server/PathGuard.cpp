@@ -81,6 +81,7 @@ std::optional<StoreRequest> PathGuard::Admit(uint32_t method, const WString& pat
             request.method = FS_VR_METHOD_TARN;
             break;
         case FS_VR_METHOD_NATIVE:
+        case FS_VR_METHOD_CLUSTER:
             return root_.empty() ? std::optional(request) : std::nullopt;
         case FS_VR_METHOD_HIVE: {
             const size_t mark = path.find('!');

@@ -200,7 +200,7 @@ void Session::Open(WireReader& request, Reply& reply) {
 }
 
 FBR_STATUS Session::OpenStore(const StoreRequest& request) {
-    lockable_ = request.method == FS_VR_METHOD_TARN;
+    lockable_ = request.method == FS_VR_METHOD_TARN || request.method == FS_VR_METHOD_CLUSTER;
     auto folder = std::make_unique<platform::HeldFolder>(request.path.c_str());
     const platform::Error error = folder->Status();
     // Those that open files by themselves get no path that somebody could still lay elsewhere.

@@ -2,6 +2,7 @@
 #include "tests/contract/ClusterPlaces.h"
 
 #include "tests/cluster/RunningCluster.h"
+#include "tests/contract/FilePlaces.h"
 
 namespace contract {
 namespace {
@@ -29,10 +30,11 @@ class ClusterPlace : public Place {
 }  // namespace
 
 std::vector<Backend> ClusterBackends() {
-    return {{"Cluster",
-             ClusterPlace::Make,
-             {"cluster", "near", "far", "writesNeedLock", "rootHasVersion", "emptyNameIsDefault",
-              "shortBufferSucceeds", "volatileEndsWithStore"}}};
+    const Backend near = {"Cluster",
+                          ClusterPlace::Make,
+                          {"cluster", "near", "far", "writesNeedLock", "rootHasVersion",
+                           "emptyNameIsDefault", "shortBufferSucceeds", "volatileEndsWithStore"}};
+    return {near, Behind<ClusterPlace>(near)};
 }
 
 }  // namespace contract

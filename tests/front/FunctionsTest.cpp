@@ -47,7 +47,8 @@ Words CodesOf(const std::string& word) {
 }
 
 Words StoreOf(const WString& path, uint32_t method) {
-    const char* const kinds[] = {"None", "Container", "Native", "Shell", "Hive", "Offline", "Ipc"};
+    const char* const kinds[] = {"None", "Container", "Native",  "Shell",
+                                 "Hive", "Offline",   "Cluster", "Ipc"};
     const StoreRequest request = ParseStorePath(path, static_cast<FBR_METHOD>(method));
     Words words = {Text(kinds[static_cast<size_t>(request.kind)])};
     if (request.kind == BackendKind::None) return words;

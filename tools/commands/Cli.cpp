@@ -451,12 +451,13 @@ FBR_METHOD ParseMethod(const std::string& text) {
     if (text == "native") return FS_VR_METHOD_NATIVE;
     if (text == "hive") return FS_VR_METHOD_HIVE;
     if (text == "offline") return FS_VR_METHOD_OFFLINE;
+    if (text == "cluster") return FS_VR_METHOD_CLUSTER;
     if (text == "remote-container") return FS_VR_METHOD_REMOTE_CONTAINER;
     const auto number = ParseNumber(text, FS_VR_METHOD_OFFLINE);
     if (!number || *number == 0) {
         throw UsageError(fmt::format(
-            "expected container, native, hive, offline, remote-container or a number from 1 to 6 "
-            "after --method, not \"{}\"",
+            "expected container, native, hive, offline, cluster, remote-container or a number from "
+            "1 to 6 after --method, not \"{}\"",
             text));
     }
     return static_cast<FBR_METHOD>(*number);

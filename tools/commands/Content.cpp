@@ -27,6 +27,7 @@ struct Sum {
 
 std::string KindOfStore(const StoreName& name) {
     if (name.method == FS_VR_METHOD_NATIVE) return "the live registry";
+    if (name.method == FS_VR_METHOD_CLUSTER) return "on a cluster";
     if (!FileOf(name)) return "behind a server";
     const std::string kind = KindInWords(name);
     return kind.empty() ? "a container" : kind;

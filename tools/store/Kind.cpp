@@ -211,6 +211,8 @@ Kind KindOf(const std::filesystem::path& file) {
 }
 
 StoreName Recognise(const std::string& path) {
+    constexpr std::string_view kCluster = "etcd://";
+    if (path.starts_with(kCluster)) return {path.substr(kCluster.size()), FS_VR_METHOD_CLUSTER};
     const Session* session = Session::Current();
     if (const auto open = session != nullptr ? session->Named(path) : std::nullopt) return *open;
     StoreName name{path, FS_VR_METHOD_TARN};
@@ -245,6 +247,8 @@ std::string KindInWords(const StoreName& name) {
 
 std::string WhyItDoesNotOpen(const StoreName& name) {
     if (NamesNoServer(name)) return kHowServersAreNamed;
+    if (name.method == FS_VR_METHOD_CLUSTER)
+        return "; no member of the cluster does it: the line above tells what they say";
     const auto file = FileOf(name);
     if (!file) return IsBehindServer(name) ? WhyServerFails(name) : MissingLiveKey(name);
     if (IsBehindServer(name))
@@ -282,6 +286,8 @@ std::string WhyItDoesNotOpen(const StoreName& name) {
 std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status) {
     if (NamesNoServer(name)) return kHowServersAreNamed;
     const auto file = FileOf(name);
+    if (name.method == FS_VR_METHOD_CLUSTER && status == FSSTATUS_INVALID_NAME)
+        return "; a store on a cluster is named etcd://HOST:PORT,.../PREFIX";
     const bool remote = IsBehindServer(name);
     const std::string folder = file ? MissingFolder(*file) : "";
     if (remote && status == FSSTATUS_INVALID_PARAMETER)
@@ -342,6 +348,7 @@ std::string WhyHiveIsNotSaved(const std::filesystem::path& file) {
 
 std::string WhyItFailed(const StoreName& name) {
     const auto file = FileOf(name);
+    if (name.method == FS_VR_METHOD_CLUSTER) return "; the line above tells what its members say";
     if (!file) return "; the server or the system tells no more";
     if (name.method == FS_VR_METHOD_OFFLINE) return WhyHiveIsNotSaved(*file);
     if (IsFull(*file)) return kDiskFull;

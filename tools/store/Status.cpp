@@ -15,6 +15,8 @@ std::string MissingMethod(FBR_METHOD method) {
             return "; the live registry is a part of Windows, and this system has none";
         case FS_VR_METHOD_HIVE:
             return "; only Windows can mount a hive: open the file with --method offline";
+        case FS_VR_METHOD_CLUSTER:
+            return "; this build has no stores on a cluster: it was made without libcurl";
         case FS_VR_METHOD_VARNHOLD_TARN:
             return "; the method is reserved";
         default:

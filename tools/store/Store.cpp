@@ -41,7 +41,8 @@ WString RootedPath(WStringView path) {
 // Follows the path grammar of FBR_InitialiseEx, which stays the judge of what is right.
 std::optional<std::filesystem::path> FileOf(const StoreName& name) {
     const auto tokens = Tokens(name.path);
-    if (tokens.empty() || name.method == FS_VR_METHOD_NATIVE) return std::nullopt;
+    if (tokens.empty() || name.method == FS_VR_METHOD_NATIVE || name.method == FS_VR_METHOD_CLUSTER)
+        return std::nullopt;
     if (IsRemote(name)) return std::nullopt;
     std::string_view file = tokens.size() == 1 ? tokens[0] : tokens[1];
     if (name.method == FS_VR_METHOD_HIVE) file = file.substr(0, file.find('!'));
@@ -186,7 +187,7 @@ uint64_t Store::BytesHeld() const {
 bool Store::KeepsUnnamedApart() const {
     const bool container = IsRemote(name_) ? name_.method == FS_VR_METHOD_REMOTE_CONTAINER
                                            : name_.method == FS_VR_METHOD_TARN;
-    return !container;
+    return !container && name_.method != FS_VR_METHOD_CLUSTER;
 }
 
 WriteLock::WriteLock(const Store& store) : StoreLock(store, FBR_LOCK_WRITE) {}
