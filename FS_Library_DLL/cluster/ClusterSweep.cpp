@@ -1,16 +1,190 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/cluster/ClusterSweep.h"
 
+#include <functional>
+#include <set>
+
 #include "FS_Library_DLL/cluster/ClusterDelete.h"
+#include "FS_Library_DLL/cluster/ClusterWalk.h"
 
 namespace cluster {
+namespace {
+
+constexpr int64_t kRecordsAtOnce = 1000;
+constexpr size_t kPutAtOnce = 100;
+
+// All pieces of one setting of a value: ID/NAME/PIECES below d/, and the bytes in them.
+using Pieces = std::map<std::string, uint64_t>;
+
+// What a store holds at one moment.
+class Survey {
+  public:
+    explicit Survey(ClusterStore& store) : store_(store) {}
+
+    // The first record that is none ends it.
+    FBR_STATUS Read() ZRFS_REQUIRES(store_.lock);
+    // The first record that refers to one that is missing; empty for none.
+    std::string Missing() const;
+    // Ids that cannot be reached from the root.
+    std::set<std::string> Lost() const;
+    // Below d/, and no value has them.
+    std::vector<std::string> LostPieces() const;
+
+  private:
+    using OnRecord = std::function<bool(const KeyValue& pair, const std::string& rest)>;
+    FBR_STATUS Each(const char* kind, bool keysOnly, const OnRecord& onRecord)
+        ZRFS_REQUIRES(store_.lock);
+    bool AddChild(const KeyValue& pair, const std::string& rest);
+    bool AddValue(const KeyValue& pair, const std::string& rest);
+    bool AddPiece(const KeyValue& pair, const std::string& rest);
+    std::set<std::string> Reachable() const;
+
+    ClusterStore& store_;
+    int64_t revision_ = 0;
+    std::multimap<std::string, Child> children_;  // by the ids of their parents
+    std::set<std::string> keys_, others_;         // ids that have a record, and those of all else
+    Pieces pieces_, wanted_;
+};
+
+// In pages, all of which show the state of the first; smaller ones where they would be too large.
+FBR_STATUS Survey::Each(const char* kind, bool keysOnly, const OnRecord& onRecord) {
+    const Span all = store_.names.All(kind);
+    Span rest = all;
+    for (int64_t limit = kRecordsAtOnce;;) {
+        RangeReply page;
+        const Outcome outcome =
+            store_.api.Range({rest, limit, revision_, keysOnly}, &page, &revision_);
+        if (outcome == Outcome::TooLarge && limit > 1) {
+            limit /= 10;
+            continue;
+        }
+        if (outcome != Outcome::Answered) return store_.StatusOf(outcome);
+        for (const KeyValue& pair : page.found)
+            if (!onRecord(pair, RestOf(pair.key, all))) return store_.Damaged(pair.key);
+        if (!page.hasMore || page.found.empty()) return FSSTATUS_SUCCESS;
+        rest.from = page.found.back().key + '\0';
+    }
+}
+
+bool Survey::AddChild(const KeyValue& pair, const std::string& rest) {
+    const std::string parent = rest.substr(0, rest.find('/'));
+    Child child;
+    std::string folded;
+    if (!IsId(parent) || !ReadChildOf(pair, store_.names.Children(parent), &child, &folded))
+        return false;
+    children_.emplace(parent, std::move(child));
+    return true;
+}
+
+bool Survey::AddValue(const KeyValue& pair, const std::string& rest) {
+    const std::string id = rest.substr(0, rest.find('/'));
+    if (!IsId(id)) return false;
+    others_.insert(id);
+    ValueRecord value;
+    const std::string folded = RestOf(pair.key, store_.names.Values(id));
+    if (!ReadValue(pair.value, folded, &value)) return false;
+    if (!value.pieces.empty())
+        wanted_[RestOf(store_.names.Piece(id, folded, value.pieces, 0), store_.names.All("d"))] =
+            value.size;
+    return true;
+}
+
+bool Survey::AddPiece(const KeyValue& pair, const std::string& rest) {
+    const std::string id = rest.substr(0, rest.find('/'));
+    if (!IsId(id) || rest.size() < id.size() + 24) return false;
+    others_.insert(id);
+    pieces_[rest.substr(0, rest.rfind('/')) + "/00000"] += pair.value.size();
+    return true;
+}
+
+FBR_STATUS Survey::Read() {
+    FBR_STATUS status = Each("k", false, [&](const KeyValue& pair, const std::string& rest) {
+        KeyRecord key;
+        if (IsId(rest)) keys_.insert(rest);
+        return IsId(rest) && ReadKeyRecord(pair.value, &key);
+    });
+    const auto each = [&](const char* kind, const OnRecord& onRecord) ZRFS_REQUIRES(store_.lock) {
+        if (status == FSSTATUS_SUCCESS) status = Each(kind, false, onRecord);
+    };
+    each("c", [&](const auto& pair, const auto& rest) { return AddChild(pair, rest); });
+    each("v", [&](const auto& pair, const auto& rest) { return AddValue(pair, rest); });
+    each("d", [&](const auto& pair, const auto& rest) { return AddPiece(pair, rest); });
+    each("t", [&](const auto&, const auto& rest) {
+        if (IsId(rest)) others_.insert(rest);
+        return IsId(rest);
+    });
+    return status;
+}
+
+std::set<std::string> Survey::Reachable() const {
+    std::set<std::string> reached = {kRootId};
+    for (std::vector<std::string> next = {kRootId}; !next.empty();) {
+        const std::string id = std::move(next.back());
+        next.pop_back();
+        const auto [first, last] = children_.equal_range(id);
+        for (auto child = first; child != last; ++child)
+            if (reached.insert(child->second.id).second) next.push_back(child->second.id);
+    }
+    return reached;
+}
+
+std::string Survey::Missing() const {
+    for (const auto& [parent, child] : children_)
+        if (!keys_.contains(child.id)) return store_.names.Key(child.id);
+    for (const auto& [pieces, size] : wanted_) {
+        const auto found = pieces_.find(pieces);
+        if (found == pieces_.end() || found->second != size)
+            return store_.names.All("d").from + pieces;
+    }
+    return "";
+}
+
+std::set<std::string> Survey::Lost() const {
+    std::set<std::string> lost = keys_;
+    lost.insert(others_.begin(), others_.end());
+    for (const auto& [parent, child] : children_) lost.insert(parent);
+    for (const std::string& id : Reachable()) lost.erase(id);
+    return lost;
+}
+
+std::vector<std::string> Survey::LostPieces() const {
+    std::vector<std::string> lost;
+    for (const auto& [pieces, size] : pieces_)
+        if (!wanted_.contains(pieces))
+            lost.push_back(store_.names.All("d").from + pieces.substr(0, pieces.rfind('/') + 1));
+    return lost;
+}
+
+}  // namespace
 
 FBR_STATUS CheckStore(ClusterStore& store) {
-    return store.isDamaged ? FSSTATUS_FILE_CORRUPT : FSSTATUS_SUCCESS;
+    Survey survey(store);
+    const FBR_STATUS status = survey.Read();
+    if (status != FSSTATUS_SUCCESS) return status;
+    const std::string missing = survey.Missing();
+    return missing.empty() ? FSSTATUS_SUCCESS : store.Damaged(missing);
 }
 
 FBR_STATUS SweepStore(ClusterStore& store) {
-    return DeleteGone(store);
+    Survey survey(store);
+    FBR_STATUS status = DeleteGone(store);
+    if (status == FSSTATUS_SUCCESS) status = survey.Read();
+    Change change;
+    const auto commit = [&](size_t from) ZRFS_REQUIRES(store.lock) {
+        if (status != FSSTATUS_SUCCESS || change.operations.size() < from) return;
+        status = store.Commit(&change);
+        change = {};
+    };
+    for (const std::string& id : survey.Lost()) {
+        change.operations.push_back(Put(store.names.Gone(id), "{}"));
+        commit(kPutAtOnce);
+    }
+    for (const std::string& pieces : survey.LostPieces()) {
+        change.operations.push_back(Delete(AllBelow(pieces)));
+        commit(kPutAtOnce);
+    }
+    commit(1);
+    return status == FSSTATUS_SUCCESS ? DeleteGone(store) : status;
 }
 
 }  // namespace cluster

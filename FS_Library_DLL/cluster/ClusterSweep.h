@@ -9,7 +9,8 @@ namespace cluster {
 // FSSTATUS_FILE_CORRUPT when a record is none, or refers to one that is missing.
 FBR_STATUS CheckStore(ClusterStore& store) ZRFS_REQUIRES(store.lock);
 
-// Deletes what was left by writers that died, under the store's lock.
+// Deletes what was left by writers that died, under the store's lock. Nothing, and the answer of
+// CheckStore, where a record is none.
 FBR_STATUS SweepStore(ClusterStore& store) ZRFS_REQUIRES(store.lock);
 
 }  // namespace cluster

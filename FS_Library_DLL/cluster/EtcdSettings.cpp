@@ -75,6 +75,8 @@ bool ReadEtcdSettings(std::vector<std::string> endpoints, EtcdSettings* settings
     settings->key = Setting("KEY", lines);
     settings->user = Setting("USER", lines);
     settings->password = Setting("PASSWORD", lines);
+    const int patience = std::atoi(Setting("PATIENCE", lines).c_str());
+    if (patience > 0) settings->patience = std::min(patience, 600);
     return true;
 }
 

@@ -25,7 +25,6 @@ using Varnhold::Hob::Detail::kError;
 namespace {
 
 constexpr Milliseconds kPatienceAtOpening{4500};
-constexpr Milliseconds kPatience{12000};
 constexpr Milliseconds kPatienceAtClosing{3000};
 
 // No exception leaves the store.
@@ -83,9 +82,10 @@ FBR_STATUS FsClusterImpl::Open(const WChar* path) {
     }
     auto store = std::make_unique<ClusterStore>(std::move(settings), std::move(parsed.prefix));
     const MutexGuard guard(store->lock);
-    store->api.SetPatience(kPatienceAtOpening);
+    const Milliseconds patience = std::chrono::seconds(store->settings->patience);
+    store->api.SetPatience(std::min(patience, kPatienceAtOpening));
     const FBR_STATUS status = OpenRoot(*store);
-    store->api.SetPatience(kPatience);
+    store->api.SetPatience(patience);
     if (status == FSSTATUS_SUCCESS) store_ = std::move(store);
     return status;
 }

@@ -7,8 +7,9 @@
 
 // What is answered was agreed upon by a majority of the cluster's members, and every change is one
 // transaction of theirs, under the store's lock. A cluster that does not answer is waited for, 5
-// seconds at the opening and 12 later; the answer is FSSTATUS_FAILED then, and the log names its
-// members. Keys may be used from any thread; calls run one at a time.
+// seconds at the opening and 12 later unless ZRFS_ETCD_PATIENCE says less; the answer is
+// FSSTATUS_FAILED then, and the log names its members. Keys may be used from any thread; calls run
+// one at a time.
 class FsClusterImpl : public IFSInterface {
   public:
     FsClusterImpl() = default;

@@ -2,7 +2,6 @@
 #include "tests/contract/ClusterPlaces.h"
 
 #include "tests/cluster/RunningCluster.h"
-#include "tests/contract/FilePlaces.h"
 
 namespace contract {
 namespace {
@@ -30,11 +29,10 @@ class ClusterPlace : public Place {
 }  // namespace
 
 std::vector<Backend> ClusterBackends() {
-    const Backend near = {"Cluster",
-                          ClusterPlace::Make,
-                          {"cluster", "near", "far", "writesNeedLock", "rootHasVersion",
-                           "emptyNameIsDefault", "shortBufferSucceeds", "volatileEndsWithStore"}};
-    return {near, Behind<ClusterPlace>(near)};
+    return {{"Cluster",
+             ClusterPlace::Make,
+             {"cluster", "near", "far", "writesNeedLock", "rootHasVersion", "emptyNameIsDefault",
+              "shortBufferSucceeds", "volatileEndsWithStore"}}};
 }
 
 }  // namespace contract
