@@ -78,12 +78,11 @@ void KeepNewKeys(ClusterStore& store, const NewKeys& keys) ZRFS_REQUIRES(store.l
     if (kept == nullptr) return;
     for (size_t i = 0; i < keys.names.size(); ++i) {
         const std::string& parent = i == 0 ? keys.parent.id : keys.ids[i - 1];
-        kept->Children(parent).found[FoldedText(keys.names[i])] = {keys.ids[i], keys.names[i],
-                                                                   keys.lease};
+        kept->Keep(parent, FoldedText(keys.names[i]),
+                   Child{keys.ids[i], keys.names[i], keys.lease});
         kept->Children(keys.ids[i]).isAll = true;
         kept->Values(keys.ids[i]).isAll = true;
     }
-    kept->Count(600 * keys.names.size());
 }
 
 FBR_STATUS MakeKeys(ClusterStore& store, NewKeys* keys) ZRFS_REQUIRES(store.lock) {
@@ -182,7 +181,7 @@ FBR_STATUS RenameKey(ClusterStore& store, const OpenedKey& key, const WString& n
     store.DropListings(record.parent);
     if (KeptReads* kept = store.Kept()) {
         kept->Children(record.parent).found.erase(folded);
-        kept->Children(record.parent).found[newFolded] = {key.id, newName, key.lease};
+        kept->Keep(record.parent, newFolded, Child{key.id, newName, key.lease});
     }
     return FSSTATUS_SUCCESS;
 }

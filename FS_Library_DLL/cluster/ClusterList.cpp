@@ -10,7 +10,9 @@ namespace {
 constexpr int kMostTries = 5;
 constexpr int64_t kNamesAtOnce = 1000;
 constexpr size_t kMostListings = 8;
-constexpr size_t kMostKeptBytes = 4u << 20;
+constexpr int64_t kNoTime = -1;  // of a listing that is for the time of the lock alone
+constexpr size_t kKeysAhead = 15;
+constexpr int64_t kNamesAhead = 200;
 
 // One listing, page by page, as it was when the first page was read.
 class Reading {
@@ -21,7 +23,6 @@ class Reading {
           listing{id, kind, {}} {}
 
     Outcome Read() ZRFS_REQUIRES(store_.lock);
-    void Keep() ZRFS_REQUIRES(store_.lock);
 
     bool isThere = true;  // the key
     std::string damaged;  // a record that is none
@@ -33,9 +34,6 @@ class Reading {
     const Span span_;
     int64_t revision_ = 0;
     int64_t atOnce_ = kNamesAtOnce;
-    size_t bytes_ = 0;
-    std::vector<std::pair<std::string, ValueRecord>> values_;
-    std::vector<std::pair<std::string, Child>> children_;
 
   public:
     Listing listing;
@@ -58,23 +56,15 @@ Outcome Reading::ReadFirst(RangeReply* page) {
 bool Reading::Add(const RangeReply& page) {
     for (const KeyValue& pair : page.found) {
         damaged = pair.key;
-        bytes_ += pair.value.size() + 200;
-        const bool keeps = bytes_ <= kMostKeptBytes;
-        if (!keeps) values_.clear(), children_.clear();
         std::string folded = RestOf(pair.key, span_);
-        if (listing.kind == Kind::Children) {
-            Child child;
-            if (!ReadChildOf(pair, span_, &child, &folded)) return false;
-            listing.names.push_back(child.name);
-            if (keeps) children_.emplace_back(std::move(folded), std::move(child));
-        } else if (keeps) {
-            ValueRecord value;
-            if (!ReadValue(pair.value, folded, &value)) return false;
-            listing.names.push_back(value.name);
-            values_.emplace_back(std::move(folded), std::move(value));
-        } else if (!ReadValueName(pair.value, folded, &listing.names.emplace_back())) {
-            return false;
+        WString& name = listing.names.emplace_back();
+        if (listing.kind == Kind::Values) {
+            if (!ReadValueName(pair.value, folded, &name)) return false;
+            continue;
         }
+        Child child;
+        if (!ReadChildOf(pair, span_, &child, &folded)) return false;
+        name = std::move(child.name);
     }
     damaged.clear();
     return true;
@@ -98,25 +88,80 @@ Outcome Reading::Read() {
     }
 }
 
-// All of it that is not too much, where nobody can change it.
-void Reading::Keep() {
-    KeptReads* kept = store_.Kept();
-    if (kept == nullptr || bytes_ > kMostKeptBytes) return;
-    kept->Count(bytes_);
-    if (listing.kind == Kind::Children) {
-        auto& children = kept->Children(listing.id);
-        for (auto& [folded, child] : children_) children.found[folded] = std::move(child);
-        children.isAll = true;
-        return;
-    }
-    auto& values = kept->Values(listing.id);
+// False when one of them is none: who asks for that one is told.
+bool KeepValues(const ClusterStore& store, KeptReads& kept, const std::string& id,
+                const std::vector<KeyValue>& pairs) {
     bool all = true;
-    for (auto& [folded, value] : values_)
-        if (value.pieces.empty())
-            values.found[folded] = std::move(value);
+    for (const KeyValue& pair : pairs) {
+        ValueRecord value;
+        const std::string folded = RestOf(pair.key, store.names.Values(id));
+        if (ReadValue(pair.value, folded, &value))
+            kept.Keep(id, folded, std::move(value));
         else
             all = false;
-    values.isAll = all;
+    }
+    return all;
+}
+
+bool KeepChildren(const ClusterStore& store, KeptReads& kept, const std::string& id,
+                  const std::vector<KeyValue>& pairs) {
+    bool all = true;
+    for (const KeyValue& pair : pairs) {
+        Child child;
+        std::string folded;
+        if (ReadChildOf(pair, store.names.Children(id), &child, &folded))
+            kept.Keep(id, folded, std::move(child));
+        else
+            all = false;
+    }
+    return all;
+}
+
+// Under the lock, what a key holds is read as a whole, and what the next ones hold with it. All of
+// it is kept that is not too much for one answer.
+FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const std::string& id)
+    ZRFS_REQUIRES(store.lock) {
+    std::vector<std::string> ids = kept.ReadNext(id, kKeysAhead);
+    ids.insert(ids.begin(), id);
+    Transaction look;
+    for (const std::string& one : ids) {
+        look.ifTrue.push_back(Get(store.names.Values(one), one == id ? kNamesAtOnce : kNamesAhead));
+        look.ifTrue.push_back(
+            Get(store.names.Children(one), one == id ? kNamesAtOnce : kNamesAhead));
+    }
+    look.compares = {IsThere(store.names.Key(id))};
+    TransactionReply reply;
+    const Outcome outcome = store.api.Do(look, &reply);
+    if (outcome == Outcome::TooLarge) return FSSTATUS_SUCCESS;
+    if (outcome != Outcome::Answered) return store.StatusOf(outcome);
+    if (!reply.isTrue) return FSSTATUS_NOT_FOUND;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        kept.Values(ids[i]).isAll = KeepValues(store, kept, ids[i], reply.results[2 * i].found) &&
+                                    !reply.results[2 * i].hasMore;
+        kept.Children(ids[i]).isAll =
+            KeepChildren(store, kept, ids[i], reply.results[2 * i + 1].found) &&
+            !reply.results[2 * i + 1].hasMore;
+    }
+    return FSSTATUS_SUCCESS;
+}
+
+// A listing of what is kept. False when that is not all.
+bool ListKept(KeptReads& kept, Listing* listing) {
+    const auto add = [&](const auto& names) {
+        for (const auto& [folded, item] : names.found) listing->names.push_back(item.name);
+        return names.isAll;
+    };
+    return listing->kind == Kind::Values
+               ? kept.Values(listing->id).isAll && add(kept.Values(listing->id))
+               : kept.Children(listing->id).isAll && add(kept.Children(listing->id));
+}
+
+FBR_STATUS AddListing(ClusterStore& store, Listing made, const Listing** listing)
+    ZRFS_REQUIRES(store.lock) {
+    if (store.listings.size() == kMostListings) store.listings.erase(store.listings.begin());
+    store.listings.push_back(std::move(made));
+    *listing = &store.listings.back();
+    return FSSTATUS_SUCCESS;
 }
 
 // Whether a listing is still what the key holds: nothing in it has changed since.
@@ -124,6 +169,8 @@ Outcome IsStillSo(ClusterStore& store, const Listing& listing, bool* isSo)
     ZRFS_REQUIRES(store.lock) {
     *isSo = true;
     if (store.Kept() != nullptr) return Outcome::Answered;
+    *isSo = false;
+    if (listing.time == kNoTime) return Outcome::Answered;
     Transaction look;
     look.compares = {IsThere(store.names.Key(listing.id)),
                      {Compare::What::Modified,
@@ -154,6 +201,13 @@ FBR_STATUS List(ClusterStore& store, const OpenedKey& key, Kind kind, bool mayBe
         listings.erase(listings.begin() + static_cast<ptrdiff_t>(i));
         break;
     }
+    if (kept != nullptr) {
+        Listing made{key.id, kind, {}, kNoTime};
+        if (ListKept(*kept, &made)) return AddListing(store, std::move(made), listing);
+        const FBR_STATUS status = ReadAhead(store, *kept, key.id);
+        if (status != FSSTATUS_SUCCESS) return status;
+        if (ListKept(*kept, &made)) return AddListing(store, std::move(made), listing);
+    }
     Outcome outcome = Outcome::Compacted;
     for (int tries = 0; tries < kMostTries && outcome == Outcome::Compacted; ++tries) {
         Reading reading(store, key.id, kind);
@@ -161,10 +215,7 @@ FBR_STATUS List(ClusterStore& store, const OpenedKey& key, Kind kind, bool mayBe
         if (outcome != Outcome::Answered) continue;
         if (!reading.isThere) return FSSTATUS_NOT_FOUND;
         if (!reading.damaged.empty()) return store.Damaged(reading.damaged);
-        reading.Keep();
-        if (listings.size() == kMostListings) listings.erase(listings.begin());
-        listings.push_back(std::move(reading.listing));
-        *listing = &listings.back();
+        return AddListing(store, std::move(reading.listing), listing);
     }
     return store.StatusOf(outcome);
 }

@@ -9,7 +9,6 @@ namespace cluster {
 namespace {
 
 constexpr int kMostTries = 5;
-constexpr size_t kMostKeptBytes = 64 * 1024;
 
 void Touch(const ClusterStore& store, const OpenedKey& key, Change* change) {
     change->operations.push_back(
@@ -56,16 +55,18 @@ Outcome ReadPieces(ClusterStore& store, const std::string& id, const std::string
     return Outcome::Answered;
 }
 
-void KeepValue(ClusterStore& store, const OpenedKey& key, const std::string& folded,
-               const ValueRecord& value) ZRFS_REQUIRES(store.lock) {
+// Whether what is kept of a value is all that is wanted.
+bool FindKept(ClusterStore& store, const OpenedKey& key, const std::string& folded, bool wantsData,
+              ValueRecord* value, bool* isMissing) ZRFS_REQUIRES(store.lock) {
     KeptReads* kept = store.Kept();
-    if (kept == nullptr) return;
-    if (value.pieces.empty() && value.data.size() <= kMostKeptBytes) {
-        kept->Keep(key.id, folded, value);
-        return;
-    }
-    kept->Values(key.id).found.erase(folded);
-    kept->Values(key.id).isAll = false;
+    if (kept == nullptr) return false;
+    const auto& values = kept->Values(key.id);
+    const auto found = values.found.find(folded);
+    *isMissing = found == values.found.end() && values.isAll;
+    if (found == values.found.end()) return *isMissing;
+    if (wantsData && found->second.data.size() != found->second.size) return false;
+    *value = found->second;
+    return true;
 }
 
 }  // namespace
@@ -89,7 +90,7 @@ FBR_STATUS SetValue(ClusterStore& store, const OpenedKey& key, ValueRecord value
     const FBR_STATUS status = store.Commit(&change);
     if (status != FSSTATUS_SUCCESS) return status;
     if (change.isConflict) return AfterConflict(store);
-    KeepValue(store, key, folded, value);
+    if (KeptReads* kept = store.Kept()) kept->Keep(key.id, folded, std::move(value));
     return FSSTATUS_SUCCESS;
 }
 
@@ -110,15 +111,9 @@ FBR_STATUS DeleteValue(ClusterStore& store, const OpenedKey& key, const WString&
 FBR_STATUS ReadValueOf(ClusterStore& store, const OpenedKey& key, const WString& name,
                        bool wantsData, ValueRecord* value) {
     const std::string folded = FoldedText(name), record = store.names.Value(key.id, folded);
-    if (KeptReads* kept = store.Kept()) {
-        const auto& values = kept->Values(key.id);
-        const auto found = values.found.find(folded);
-        if (found != values.found.end()) {
-            *value = found->second;
-            return FSSTATUS_SUCCESS;
-        }
-        if (values.isAll) return FSSTATUS_NOT_FOUND;
-    }
+    bool isMissing = false;
+    if (FindKept(store, key, folded, wantsData, value, &isMissing))
+        return isMissing ? FSSTATUS_NOT_FOUND : FSSTATUS_SUCCESS;
     Outcome outcome = Outcome::Compacted;
     for (int tries = 0; tries < kMostTries && outcome == Outcome::Compacted; ++tries) {
         RangeReply reply;
@@ -128,7 +123,7 @@ FBR_STATUS ReadValueOf(ClusterStore& store, const OpenedKey& key, const WString&
         if (reply.found.empty()) return FSSTATUS_NOT_FOUND;
         if (!ReadValue(reply.found[0].value, folded, value)) return store.Damaged(record);
         if (value->pieces.empty()) {
-            KeepValue(store, key, folded, *value);
+            if (KeptReads* kept = store.Kept()) kept->Keep(key.id, folded, *value);
             return FSSTATUS_SUCCESS;
         }
         std::string missing;

@@ -62,8 +62,8 @@ FBR_STATUS WalkFree(ClusterStore& store, const std::string& base, const std::vec
 }
 
 // Under the lock, all children of a key are read at once where there are not too many.
-FBR_STATUS ReadChildren(ClusterStore& store, const std::string& parent,
-                        KeptReads::Names<Child>* kept) ZRFS_REQUIRES(store.lock) {
+FBR_STATUS ReadChildren(ClusterStore& store, const std::string& parent, KeptReads* kept)
+    ZRFS_REQUIRES(store.lock) {
     const Span children = store.names.Children(parent);
     RangeReply reply;
     const Outcome outcome = store.api.Range({children, kChildrenAtOnce}, &reply);
@@ -72,9 +72,9 @@ FBR_STATUS ReadChildren(ClusterStore& store, const std::string& parent,
         Child child;
         std::string folded;
         if (!ReadChildOf(pair, children, &child, &folded)) return store.Damaged(pair.key);
-        kept->found[folded] = std::move(child);
+        kept->Keep(parent, folded, std::move(child));
     }
-    kept->isAll = !reply.hasMore;
+    kept->Children(parent).isAll = !reply.hasMore;
     return FSSTATUS_SUCCESS;
 }
 
@@ -84,9 +84,8 @@ FBR_STATUS StepKept(ClusterStore& store, KeptReads& kept, const std::string& par
     KeptReads::Names<Child>* children = &kept.Children(parent);
     auto found = children->found.find(folded);
     if (found == children->found.end() && !children->isAll && children->found.empty()) {
-        const FBR_STATUS status = ReadChildren(store, parent, children);
+        const FBR_STATUS status = ReadChildren(store, parent, &kept);
         if (status != FSSTATUS_SUCCESS) return status;
-        kept.Count(300 * children->found.size());
         found = children->found.find(folded);
     }
     if (found != children->found.end()) {
@@ -97,8 +96,7 @@ FBR_STATUS StepKept(ClusterStore& store, KeptReads& kept, const std::string& par
     Way way;
     bool moved = false;
     const FBR_STATUS status = Step(store, parent, name, &way, child, &moved);
-    if (status == FSSTATUS_SUCCESS) children->found[folded] = *child;
-    kept.Count(300);
+    if (status == FSSTATUS_SUCCESS) kept.Keep(parent, folded, *child);
     return status;
 }
 

@@ -26,12 +26,17 @@ class KeptReads {
 
     Names<Child>& Children(const std::string& id) { return children_[id]; }
     Names<ValueRecord>& Values(const std::string& id) { return values_[id]; }
-    // Of a value that is set or read.
+    bool HasAll(const std::string& id) { return children_[id].isAll && values_[id].isAll; }
+    void Keep(const std::string& parent, const std::string& folded, Child child);
+    // Of a value that is set or read. Long data are not kept.
     void Keep(const std::string& id, const std::string& folded, ValueRecord value);
     void Drop(const std::string& id) {
         children_.erase(id);
         values_.erase(id);
     }
+    // The next keys beside this one, if the one before it was read: who goes through a store asks
+    // for them next. They were not read yet.
+    std::vector<std::string> ReadNext(const std::string& id, size_t most);
     void Clear() { *this = {}; }
     // What was added; and, between two operations, whether it is too much.
     void Count(size_t bytes) { bytes_ += bytes; }
@@ -42,15 +47,37 @@ class KeptReads {
   private:
     static constexpr size_t kMostBytes = 32u << 20;
 
+    static constexpr size_t kMostDataBytes = 64 * 1024;
+
     std::unordered_map<std::string, Names<Child>> children_;
+    std::unordered_map<std::string, std::pair<std::string, std::string>> places_;  // of children
     std::unordered_map<std::string, Names<ValueRecord>> values_;
     size_t bytes_ = 0;
 };
 
+inline void KeptReads::Keep(const std::string& parent, const std::string& folded, Child child) {
+    Count(400);
+    places_[child.id] = {parent, folded};
+    children_[parent].found[folded] = std::move(child);
+}
+
 inline void KeptReads::Keep(const std::string& id, const std::string& folded, ValueRecord value) {
-    const size_t bytes = value.data.size() + 200;
+    if (value.data.size() > kMostDataBytes) value.data.clear();
+    Count(value.data.size() + 200);
     values_[id].found[folded] = std::move(value);
-    Count(bytes);
+}
+
+inline std::vector<std::string> KeptReads::ReadNext(const std::string& id, size_t most) {
+    const auto place = places_.find(id);
+    if (place == places_.end()) return {};
+    const auto& siblings = children_[place->second.first].found;
+    auto at = siblings.find(place->second.second);
+    if (at == siblings.end()) return {};
+    if (at != siblings.begin() && !HasAll(std::prev(at)->second.id)) return {};
+    std::vector<std::string> next;
+    while (++at != siblings.end() && next.size() < most && !HasAll(at->second.id))
+        next.push_back(at->second.id);
+    return next;
 }
 
 }  // namespace cluster

@@ -135,15 +135,9 @@ std::vector<cluster::KeyValue> Records::Below(const std::string& prefix) {
     return reply.found;
 }
 
-void Records::Put(const std::string& key, const std::string& value) {
+void Records::Do(std::vector<cluster::Operation> operations) {
     cluster::TransactionReply reply;
-    EXPECT_EQ(api_.Do({{}, {cluster::Put(key, value)}, {}}, &reply), cluster::Outcome::Answered);
-}
-
-void Records::Delete(const std::string& prefix) {
-    cluster::TransactionReply reply;
-    EXPECT_EQ(api_.Do({{}, {cluster::Delete(cluster::AllBelow(prefix))}, {}}, &reply),
-              cluster::Outcome::Answered);
+    EXPECT_EQ(api_.Do({{}, std::move(operations), {}}, &reply), cluster::Outcome::Answered);
 }
 
 }  // namespace cluster_test

@@ -47,8 +47,9 @@ class Records {
   public:
     explicit Records(const RunningCluster& cluster);
     std::vector<cluster::KeyValue> Below(const std::string& prefix);
-    void Put(const std::string& key, const std::string& value);
-    void Delete(const std::string& prefix);
+    void Put(const std::string& key, const std::string& value) { Do({cluster::Put(key, value)}); }
+    void Delete(const std::string& prefix) { Do({cluster::Delete(cluster::AllBelow(prefix))}); }
+    void Do(std::vector<cluster::Operation> operations);
 
   private:
     cluster::EtcdApi api_;
