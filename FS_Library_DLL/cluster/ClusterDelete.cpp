@@ -16,17 +16,28 @@ void DeleteRecords(const ClusterStore& store, const std::string& id, Change* cha
 
 void ForgetKey(ClusterStore& store, const std::string& parent, const std::string& folded,
                const std::string& id) ZRFS_REQUIRES(store.lock) {
-    store.DropListings(parent);
-    store.DropListings(id);
+    store.listings.clear();
     KeptReads* kept = store.Kept();
     if (kept == nullptr) return;
     kept->Children(parent).found.erase(folded);
-    kept->Drop(id);
+    kept->DropTree(id);
 }
 
-void ForgetAll(ClusterStore& store) ZRFS_REQUIRES(store.lock) {
-    if (KeptReads* kept = store.Kept()) kept->Clear();
-    store.listings.clear();
+// In one transaction. FSSTATUS_DIR_NOT_EMPTY, and nothing changed, when there is a key below it.
+FBR_STATUS DeleteLeaf(ClusterStore& store, const std::string& parent, const std::string& folded,
+                      const std::string& id, int64_t lease) ZRFS_REQUIRES(store.lock) {
+    Change change;
+    change.compares = {IsThere(store.names.Key(id)), IsMissing(store.names.Children(id))};
+    change.operations.push_back(Delete({store.names.Child(parent, folded)}));
+    DeleteRecords(store, id, &change);
+    change.onConflict = {Get({store.names.Key(id)})};
+    FBR_STATUS status = TouchParent(store, parent, lease, &change);
+    if (status == FSSTATUS_SUCCESS) status = store.Commit(&change);
+    if (status != FSSTATUS_SUCCESS) return status;
+    if (change.isConflict)
+        return change.answers[0].found.empty() ? AfterConflict(store) : FSSTATUS_DIR_NOT_EMPTY;
+    ForgetKey(store, parent, folded, id);
+    return FSSTATUS_SUCCESS;
 }
 
 // Takes keys of one parent off the tree.
@@ -40,7 +51,7 @@ FBR_STATUS CutOff(ClusterStore& store, const std::string& parent,
     }
     FBR_STATUS status = TouchParent(store, parent, children[0].lease, &change);
     if (status == FSSTATUS_SUCCESS) status = store.Commit(&change);
-    ForgetAll(store);
+    for (const Child& child : children) ForgetKey(store, parent, FoldedText(child.name), child.id);
     return status;
 }
 
@@ -70,7 +81,8 @@ FBR_STATUS EmptyRoot(ClusterStore& store) ZRFS_REQUIRES(store.lock) {
         if (status != FSSTATUS_SUCCESS || children.empty()) break;
         status = CutOff(store, kRootId, children);
     }
-    ForgetAll(store);
+    if (KeptReads* kept = store.Kept()) kept->Clear();
+    store.listings.clear();
     return status;
 }
 
@@ -110,19 +122,7 @@ FBR_STATUS DeleteKey(ClusterStore& store, const OpenedKey& key) {
     KeyRecord record;
     const FBR_STATUS found = ReadKeyOf(store, key.id, &record);
     if (found != FSSTATUS_SUCCESS) return found;
-    const std::string folded = FoldedText(record.name);
-    Change change;
-    change.compares = {IsThere(store.names.Key(key.id)), IsMissing(store.names.Children(key.id))};
-    change.operations.push_back(Delete({store.names.Child(record.parent, folded)}));
-    DeleteRecords(store, key.id, &change);
-    change.onConflict = {Get({store.names.Key(key.id)})};
-    FBR_STATUS status = TouchParent(store, record.parent, key.lease, &change);
-    if (status == FSSTATUS_SUCCESS) status = store.Commit(&change);
-    if (status != FSSTATUS_SUCCESS) return status;
-    if (change.isConflict)
-        return change.answers[0].found.empty() ? AfterConflict(store) : FSSTATUS_DIR_NOT_EMPTY;
-    ForgetKey(store, record.parent, folded, key.id);
-    return FSSTATUS_SUCCESS;
+    return DeleteLeaf(store, record.parent, FoldedText(record.name), key.id, key.lease);
 }
 
 FBR_STATUS DeleteGone(ClusterStore& store) {
@@ -155,7 +155,10 @@ FBR_STATUS DeleteTree(ClusterStore& store, const std::vector<WString>& parts) {
         if (status != FSSTATUS_SUCCESS) return status;
         const Child key = std::move(walked.found.back());
         walked.found.pop_back();
-        status = CutOff(store, walked.LastId(kRootId), {key});
+        const std::string parent = walked.LastId(kRootId);
+        status = DeleteLeaf(store, parent, FoldedText(key.name), key.id, key.lease);
+        if (status != FSSTATUS_DIR_NOT_EMPTY) return status;
+        status = CutOff(store, parent, {key});
     }
     if (status == FSSTATUS_SUCCESS) DeleteGone(store);  // whatever comes of it, the key is gone
     return status;

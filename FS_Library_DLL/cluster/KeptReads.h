@@ -30,10 +30,8 @@ class KeptReads {
     void Keep(const std::string& parent, const std::string& folded, Child child);
     // Of a value that is set or read. Long data are not kept.
     void Keep(const std::string& id, const std::string& folded, ValueRecord value);
-    void Drop(const std::string& id) {
-        children_.erase(id);
-        values_.erase(id);
-    }
+    // A key that is gone, with what is known to be below it.
+    void DropTree(const std::string& id);
     // The next keys beside this one, if the one before it was read: who goes through a store asks
     // for them next. They were not read yet.
     std::vector<std::string> ReadNext(const std::string& id, size_t most);
@@ -65,6 +63,17 @@ inline void KeptReads::Keep(const std::string& id, const std::string& folded, Va
     if (value.data.size() > kMostDataBytes) value.data.clear();
     Count(value.data.size() + 200);
     values_[id].found[folded] = std::move(value);
+}
+
+inline void KeptReads::DropTree(const std::string& id) {
+    for (std::vector<std::string> gone = {id}; !gone.empty();) {
+        const std::string one = std::move(gone.back());
+        gone.pop_back();
+        for (const auto& [folded, child] : children_[one].found) gone.push_back(child.id);
+        children_.erase(one);
+        values_.erase(one);
+        places_.erase(one);
+    }
 }
 
 inline std::vector<std::string> KeptReads::ReadNext(const std::string& id, size_t most) {

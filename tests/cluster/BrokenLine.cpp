@@ -66,6 +66,7 @@ bool BrokenLine::Pass(int from, int to, bool isRequest) {
     char bytes[65536];
     const ssize_t size = recv(from, bytes, sizeof bytes, 0);
     if (size <= 0) return false;
+    requests_ += isRequest ? 1 : 0;
     const bool isHeld = isRequest && holds_.exchange(false);
     if (isHeld) {
         delivers_ = false;

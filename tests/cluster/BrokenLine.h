@@ -20,6 +20,8 @@ class BrokenLine {
     // The next answer does not come.
     void LoseOne() { loses_ = true; }
     int Lost() const { return lost_; }
+    // Small requests that went this way.
+    int Requests() const { return requests_; }
     // The next request does not arrive before Deliver, whoever waits for the answer.
     void HoldOne() { holds_ = true; }
     // Returns when it was done.
@@ -33,7 +35,7 @@ class BrokenLine {
     const int memberPort_;
     int listener_ = -1, port_ = 0;
     std::atomic<bool> loses_ = false, holds_ = false, delivers_ = false, ends_ = false;
-    std::atomic<int> lost_ = 0, delivered_ = 0;
+    std::atomic<int> lost_ = 0, delivered_ = 0, requests_ = 0;
     std::thread thread_;
 };
 

@@ -196,6 +196,45 @@ TEST(ClusterFailures, AnAnswerThatIsLostMakesNoSecondChange) {
     EXPECT_EQ(line.Lost(), 7);
 }
 
+// What a call costs, in requests, with the lock and without it.
+TEST(ClusterFailures, CallsTakeNoMoreRequestsThanTheyMust) {
+    RunningCluster cluster(1);
+    BrokenLine line(cluster.Endpoints()[0]);
+    Store store(line.Endpoint() + "/cost", FS_VR_METHOD_CLUSTER);
+    int seen = 0;
+    const auto cost = [&] { return line.Requests() - std::exchange(seen, line.Requests()); };
+    cost();
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(cost(), 3);  // a lease, the record, and what a deletion left
+    const support::OpenKey key(store.handle, store.Make("a\\b\\c\\d"));
+    EXPECT_EQ(cost(), 2);
+    for (int i = 0; i < 1000; ++i) store.Set(key, Text(std::to_string(i)), DataOf(i));
+    EXPECT_LE(cost(), 1005);  // with those that keep the lease alive
+    // What was written under the lock is known.
+    EXPECT_EQ(store.Values(key).size(), 1000u);
+    EXPECT_EQ(store.Get(key, "7"), DataOf(7));
+    EXPECT_EQ(cost(), 0);
+    store.Unlock();
+    EXPECT_EQ(cost(), 1);
+    uint32_t number = 0;
+    uint64_t size = 0;
+    EXPECT_EQ(store.Query(key, "7", &number, sizeof number, &size), FSSTATUS_SUCCESS);
+    EXPECT_EQ(cost(), 1);
+    EXPECT_EQ(store.Values(key).size(), 1000u);
+    EXPECT_EQ(cost(), 1);
+    FBR_WCHAR* name = nullptr;
+    EXPECT_EQ(FBR_EnumIntFileEx(key, 500, &name, store.handle), FSSTATUS_SUCCESS);
+    FBR_Release(name);
+    EXPECT_EQ(cost(), 1);
+    // One for each level of the way.
+    EXPECT_TRUE(store.Has("a\\b\\c\\d"));
+    EXPECT_EQ(cost(), 4);
+    ASSERT_EQ(store.Lock(3), FSSTATUS_SUCCESS);
+    cost();
+    for (int i = 0; i < 1000; ++i) store.Query(key, "7", &number, sizeof number, &size);
+    EXPECT_EQ(cost(), 1);
+}
+
 // The way to one member hangs, and the request is made through another: when it arrives at last,
 // the store has gone on.
 TEST(ClusterFailures, ARequestThatComesLateChangesNothing) {
