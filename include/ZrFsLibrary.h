@@ -22,6 +22,8 @@
  * FSSTATUS_FAILED that to a lack of memory, to a key handle that is not open, and to every failure
  * that has no status of its own; FSSTATUS_FILE_CORRUPT that to damage met on the way, and to
  * nothing else: what others are writing is no damage. What else a function answers stands with it.
+ * A store on a cluster (method 16) starts the one thread that there is in the library: it keeps
+ * what the cluster lends it, the lock and the volatile keys, and is there as long as these are.
  * The comments tell of a container (method 1); the other stores answer alike where they can, and
  * FSSTATUS_NOT_IMPLEMENTED where they cannot.
  *
@@ -59,7 +61,8 @@ extern "C" {
  *   SERVER|STORE     a container of this machine with method 1; a server behind the pipe SERVER
  *                    with any other method, which travels there as it is: for a container
  *                    there it is 4, FS_VR_METHOD_REMOTE_CONTAINER
- * STORE is a file (methods 1 and 6), a registry path (2), or FILE!MOUNTNAME (5).
+ * STORE is a file (methods 1 and 6), a registry path (2), FILE!MOUNTNAME (5), or
+ * HOST:PORT[,HOST:PORT...]/PREFIX (16).
  * On success the store is the caller's until FBR_DeInitialiseEx; on failure *handle is untouched.
  * A store stays with the file that it opened, whatever becomes of the current folder. A missing
  * container is made under another name in its folder and renamed, so that others find none or a

@@ -22,7 +22,8 @@ class Reading {
           span_(kind == Kind::Values ? store.names.Values(id) : store.names.Children(id)),
           listing{id, kind, {}} {}
 
-    Outcome Read() ZRFS_REQUIRES(store_.lock);
+    // By who has the store's lock.
+    Outcome Read();
 
     bool isThere = true;  // the key
     std::string damaged;  // a record that is none
@@ -72,6 +73,7 @@ bool Reading::Add(const RangeReply& page) {
 
 // A page with long values is asked for again as a smaller one.
 Outcome Reading::Read() {
+    store_.lock.AssertHeld();
     std::string next;
     for (;;) {
         RangeReply page;

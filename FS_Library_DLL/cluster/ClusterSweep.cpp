@@ -21,8 +21,8 @@ class Survey {
   public:
     explicit Survey(ClusterStore& store) : store_(store) {}
 
-    // The first record that is none ends it.
-    FBR_STATUS Read() ZRFS_REQUIRES(store_.lock);
+    // By who has the store's lock. The first record that is none ends it.
+    FBR_STATUS Read();
     // The first record that refers to one that is missing; empty for none.
     std::string Missing() const;
     // Ids that cannot be reached from the root.
@@ -98,6 +98,7 @@ bool Survey::AddPiece(const KeyValue& pair, const std::string& rest) {
 }
 
 FBR_STATUS Survey::Read() {
+    store_.lock.AssertHeld();
     FBR_STATUS status = Each("k", false, [&](const KeyValue& pair, const std::string& rest) {
         KeyRecord key;
         if (IsId(rest)) keys_.insert(rest);

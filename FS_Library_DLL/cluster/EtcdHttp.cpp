@@ -62,7 +62,8 @@ struct Failure {
 Failure ReadFailure(const std::string& body) {
     const json reply = json::parse(body, nullptr, false);
     Failure failure;
-    if (!reply.is_object()) return failure;
+    // What stands before the gateway says it in plain words.
+    if (!reply.is_object()) return {0, body.substr(0, std::min(body.find('\n'), size_t{200}))};
     const auto code = reply.find("code");
     const auto message = reply.find("error");
     if (code != reply.end() && code->is_number_integer()) failure.code = code->get<int>();

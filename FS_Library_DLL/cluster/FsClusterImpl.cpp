@@ -143,9 +143,9 @@ FBR_STATUS FsClusterImpl::FBR_Compact(uint32_t* done) {
 }
 
 FBR_STATUS FsClusterImpl::FBR_GetLockEx(uint32_t lockType) {
-    bool wasFree = false;
-    const FBR_STATUS status = Quietly([&] { return store_->storeLock.Take(lockType, &wasFree); });
-    if (status != FSSTATUS_SUCCESS || !wasFree || lockType == FBR_LOCK_READ) return status;
+    bool isLeft = false;
+    const FBR_STATUS status = Quietly([&] { return store_->storeLock.Take(lockType, &isLeft); });
+    if (status != FSSTATUS_SUCCESS || !isLeft || lockType == FBR_LOCK_READ) return status;
     Locked([&]() ZRFS_REQUIRES(store_->lock) { return DeleteGone(*store_); });
     return status;
 }

@@ -37,8 +37,8 @@ void Remember(const std::string& holder, std::thread::id thread, bool holds) {
 
 }  // namespace
 
-FBR_STATUS StoreLock::Take(uint32_t type, bool* wasFree) {
-    *wasFree = false;
+FBR_STATUS StoreLock::Take(uint32_t type, bool* isLeft) {
+    *isLeft = false;
     if (type < FBR_LOCK_WRITE || type > FBR_LOCK_READ) return FSSTATUS_LOCK_FAILED;
     const auto until = Clock::now() + Milliseconds(LockWaitMilliseconds());
     const auto me = std::this_thread::get_id();
@@ -58,11 +58,10 @@ FBR_STATUS StoreLock::Take(uint32_t type, bool* wasFree) {
         isLost_ = false;
         types_.assign(1, 0);  // none is in force yet
     }
-    const FBR_STATUS status = Acquire(until);
+    const FBR_STATUS status = Acquire(until, isLeft);
     const MutexGuard guard(lock_);
     if (status == FSSTATUS_SUCCESS) {
         types_.assign(1, type);
-        *wasFree = true;
     } else {
         isTaken_ = false;
         types_.clear();
@@ -75,7 +74,8 @@ Outcome StoreLock::TryOnce(const Fence& wanted, TransactionReply* reply) {
     Transaction transaction;
     const std::string name = names_.Lock();
     transaction.compares = {{Compare::What::Created, Compare::How::Equal, {name}, 0}};
-    transaction.ifTrue = {Put(name, LockText(wanted.record, platform::UtcNow()), wanted.lease)};
+    transaction.ifTrue = {Put(name, LockText(wanted.record, platform::UtcNow()), wanted.lease),
+                          Get(names_.AllGone(), 1)};
     transaction.ifFalse = {Get({name})};
     return api_->Do(transaction, reply);
 }
@@ -93,7 +93,7 @@ bool StoreLock::MakeFence(const KeyValue& record, const Fence& wanted) {
 
 // Tries at once, and whenever the record goes, for as long as there is patience. The lease is kept
 // alive meanwhile.
-FBR_STATUS StoreLock::Acquire(Clock::time_point until) {
+FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
     if (api_ == nullptr) api_ = std::make_unique<EtcdApi>(settings_);
     EtcdApi& api = *api_;
     api.SetPatience(std::clamp(std::chrono::ceil<Milliseconds>(until - Clock::now()),
@@ -119,6 +119,7 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until) {
             record = reply.results[0].found[0];
         if (MakeFence(record, wanted)) {
             Remember(wanted.record.holder, std::this_thread::get_id(), true);
+            *isLeft = !reply.isTrue || !reply.results[1].found.empty();
             return FSSTATUS_SUCCESS;
         }
         LockRecord other;

@@ -28,9 +28,9 @@ class StoreLock {
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
 
-    // As FBR_GetLockEx and FBR_ReleaseLockEx. `wasFree` becomes true when nobody of this store had
-    // it. A wait holds nothing that others of this store might want.
-    FBR_STATUS Take(uint32_t type, bool* wasFree);
+    // As FBR_GetLockEx and FBR_ReleaseLockEx. `isLeft` tells whether a deletion was left that did
+    // not come to its end. A wait holds nothing that others of this store might want.
+    FBR_STATUS Take(uint32_t type, bool* isLeft);
     FBR_STATUS Release();
     // Whatever thread has it; others may take it then.
     void Drop();
@@ -45,7 +45,7 @@ class StoreLock {
     void Lost(int64_t lease);
 
   private:
-    FBR_STATUS Acquire(Clock::time_point until);
+    FBR_STATUS Acquire(Clock::time_point until, bool* isLeft);
     Outcome TryOnce(const Fence& wanted, TransactionReply* reply);
     bool MakeFence(const KeyValue& record, const Fence& wanted);
     void GiveBack(int64_t lease);
