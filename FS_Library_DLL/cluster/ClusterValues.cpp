@@ -9,6 +9,7 @@ namespace cluster {
 namespace {
 
 constexpr int kMostTries = 5;
+constexpr int64_t kValuesAhead = 256;
 
 void Touch(const ClusterStore& store, const OpenedKey& key, Change* change) {
     change->operations.push_back(
@@ -69,6 +70,39 @@ bool FindKept(ClusterStore& store, const OpenedKey& key, const std::string& fold
     return true;
 }
 
+// How many values to read at once, this one and those behind it: many where somebody who listed
+// them has read the one before.
+int64_t ValuesAhead(ClusterStore& store, const OpenedKey& key, const std::string& folded)
+    ZRFS_REQUIRES(store.lock) {
+    KeptReads* kept = store.Kept();
+    if (kept == nullptr) return 1;
+    const auto& values = kept->Values(key.id).found;
+    if (values.contains(folded)) return 1;  // its data are too long to be kept
+    for (const Listing& listing : store.listings) {
+        if (listing.id != key.id || listing.kind != Kind::Values) continue;
+        const auto& names = listing.names;
+        const auto at = std::lower_bound(names.begin(), names.end(), folded,
+                                         [](const WString& name, const std::string& wanted) {
+                                             return FoldedText(name) < wanted;
+                                         });
+        const bool follows = at == names.begin() || values.contains(FoldedText(*std::prev(at)));
+        if (at != names.end() && follows) return kValuesAhead;
+    }
+    return 1;
+}
+
+void KeepRead(ClusterStore& store, const OpenedKey& key, const RangeReply& reply)
+    ZRFS_REQUIRES(store.lock) {
+    KeptReads* kept = store.Kept();
+    if (kept == nullptr) return;
+    const Span values = store.names.Values(key.id);
+    for (const KeyValue& pair : reply.found) {
+        ValueRecord value;
+        const std::string folded = RestOf(pair.key, values);
+        if (ReadValue(pair.value, folded, &value)) kept->Keep(key.id, folded, std::move(value));
+    }
+}
+
 }  // namespace
 
 FBR_STATUS SetValue(ClusterStore& store, const OpenedKey& key, ValueRecord value) {
@@ -115,17 +149,21 @@ FBR_STATUS ReadValueOf(ClusterStore& store, const OpenedKey& key, const WString&
     if (FindKept(store, key, folded, wantsData, value, &isMissing))
         return isMissing ? FSSTATUS_NOT_FOUND : FSSTATUS_SUCCESS;
     Outcome outcome = Outcome::Compacted;
+    int64_t ahead = ValuesAhead(store, key, folded);
     for (int tries = 0; tries < kMostTries && outcome == Outcome::Compacted; ++tries) {
         RangeReply reply;
         int64_t revision = 0;
-        outcome = store.api.Range({{record}}, &reply, &revision);
-        if (outcome != Outcome::Answered) continue;
-        if (reply.found.empty()) return FSSTATUS_NOT_FOUND;
-        if (!ReadValue(reply.found[0].value, folded, value)) return store.Damaged(record);
-        if (value->pieces.empty()) {
-            if (KeptReads* kept = store.Kept()) kept->Keep(key.id, folded, *value);
-            return FSSTATUS_SUCCESS;
+        const Span span{record, ahead == 1 ? "" : store.names.Values(key.id).to};
+        outcome = store.api.Range({span, ahead}, &reply, &revision);
+        if (outcome == Outcome::TooLarge && ahead > 1) {
+            ahead = 1;
+            outcome = Outcome::Compacted;  // once more
         }
+        if (outcome != Outcome::Answered) continue;
+        if (reply.found.empty() || reply.found[0].key != record) return FSSTATUS_NOT_FOUND;
+        if (!ReadValue(reply.found[0].value, folded, value)) return store.Damaged(record);
+        KeepRead(store, key, reply);
+        if (value->pieces.empty()) return FSSTATUS_SUCCESS;
         std::string missing;
         if (wantsData) outcome = ReadPieces(store, key.id, folded, revision, value, &missing);
         if (!missing.empty()) return store.Damaged(missing);

@@ -25,6 +25,7 @@ class Method(enum.IntEnum):
     REMOTE_CONTAINER = 4
     HIVE = 5
     OFFLINE = 6
+    CLUSTER = 16
 
 
 class Lock(enum.IntEnum):
