@@ -47,8 +47,9 @@ struct Backend {
     std::string name;
     std::unique_ptr<Place> (*makePlace)();
     // What it is: "container", "offline", "cluster", "registry", "hive", "live", "byPath", and
-    // "near" or "remote", "far" where a call takes its time, and "apart" where its provider is a library with a log of its own; and what is
-    // allowed to differ, by the words of docs/backends.md.
+    // "near" or "remote", "far" where a call takes its time, and "apart" where its provider is a
+    // library with a log of its own; and what is allowed to differ, by the words of
+    // docs/backends.md.
     std::set<std::string> traits;
     // Threads of its own may meet at locks of the run-time library, which then open something
     // for good.
