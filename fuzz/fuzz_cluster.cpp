@@ -26,7 +26,7 @@ void ReadReply(uint8_t kind, std::string_view text) {
         Require(reply.results.size() == text.size() % 4, "results that are missing");
     if (kind == 2 && ReadLeaseReply(text, &number, &other))
         Require(number != 0, "a lease that is none");
-    if (kind == 3) TellsOfDeletion(text);
+    if (kind == 3) TellsOf(cluster::Events::Deletions, text);
 }
 
 bool SameValue(const ValueRecord& a, const ValueRecord& b) {

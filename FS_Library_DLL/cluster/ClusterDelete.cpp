@@ -60,7 +60,7 @@ FBR_STATUS NextChildren(ClusterStore& store, const std::string& parent,
                         std::vector<Child>* children) ZRFS_REQUIRES(store.lock) {
     const Span span = store.names.Children(parent);
     RangeReply reply;
-    const Outcome outcome = store.api.Range({span, 40}, &reply);
+    const Outcome outcome = store.Api().Range({span, 40}, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     children->clear();
     for (const KeyValue& pair : reply.found) {
@@ -92,7 +92,7 @@ FBR_STATUS DeleteSome(ClusterStore& store, const std::vector<std::string>& ids)
     Transaction look;
     for (const std::string& id : ids) look.ifTrue.push_back(Get(store.names.Children(id), 20));
     TransactionReply reply;
-    const Outcome outcome = store.api.Do(look, &reply);
+    const Outcome outcome = store.Api().Do(look, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     Change change;
     for (size_t i = 0; i < ids.size() && change.Fits(7); ++i) {
@@ -129,7 +129,7 @@ FBR_STATUS DeleteGone(ClusterStore& store) {
     for (;;) {
         const Span gone = store.names.AllGone();
         RangeReply reply;
-        const Outcome outcome = store.api.Range({gone, 30, 0, true}, &reply);
+        const Outcome outcome = store.Api().Range({gone, 30, 0, true}, &reply);
         if (outcome != Outcome::Answered) return store.StatusOf(outcome);
         if (reply.found.empty()) return FSSTATUS_SUCCESS;
         std::vector<std::string> ids;

@@ -21,7 +21,7 @@ Operation Touch(const ClusterStore& store, const OpenedKey& key) {
 FBR_STATUS VolatileLease(ClusterStore& store, int64_t* lease) ZRFS_REQUIRES(store.lock) {
     if (store.volatileLease == 0 || store.leases.IsLost(store.volatileLease)) {
         const auto asked = Clock::now();
-        const Outcome outcome = store.api.Grant(kLeaseSeconds, lease);
+        const Outcome outcome = store.Api().Grant(store.settings->lease, lease);
         if (outcome != Outcome::Answered) return store.StatusOf(outcome);
         try {
             store.leases.Keep(*lease, asked);
@@ -90,7 +90,9 @@ FBR_STATUS MakeKeys(ClusterStore& store, NewKeys* keys) ZRFS_REQUIRES(store.lock
     for (size_t end = keys->names.size(); end > 0;) {
         const size_t first = end > kKeysAtOnce ? end - kKeysAtOnce : 0;
         Change change = PartOfPath(store, *keys, first, end);
-        const FBR_STATUS status = store.Commit(&change);
+        // Parts of a path have records in common, and go one after the other.
+        const bool isWhole = first == 0 && end == keys->names.size();
+        const FBR_STATUS status = isWhole ? store.CommitSoon(&change) : store.Commit(&change);
         if (status != FSSTATUS_SUCCESS) return status;
         if (change.isConflict) return AfterConflict(store);
         end = first;
@@ -191,7 +193,7 @@ FBR_STATUS KeyTime(ClusterStore& store, const OpenedKey& key, platform::UtcTime*
     Transaction look;
     look.ifTrue = {Get({made}), Get({changed})};
     TransactionReply reply;
-    const Outcome outcome = store.api.Do(look, &reply);
+    const Outcome outcome = store.Api().Do(look, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     if (reply.results[0].found.empty()) return FSSTATUS_NOT_FOUND;
     KeyRecord record;
@@ -203,28 +205,30 @@ FBR_STATUS KeyTime(ClusterStore& store, const OpenedKey& key, platform::UtcTime*
 }
 
 FBR_STATUS OpenRoot(ClusterStore& store) {
+    const std::string record = store.names.Key(kRootId);
+    RangeReply root;
+    const Outcome outcome = store.Api().Range({{record}}, &root);
+    if (outcome != Outcome::Answered) return store.StatusOf(outcome);
+    store.isMade = !root.found.empty();
+    if (!store.isMade) return FSSTATUS_SUCCESS;
+    int layout = 0;
+    if (!ReadLayout(root.found[0].value, &layout)) return store.Damaged(record);
+    return layout == kLayout ? FSSTATUS_SUCCESS : FSSTATUS_VERSION_MISMATCH;
+}
+
+FBR_STATUS MakeRoot(ClusterStore& store) {
     constexpr const platform::WChar* kVersionName = WTEXT("FBRVersion");
     const std::string record = store.names.Key(kRootId);
-    ValueRecord version{kVersionName, FBR_TYPE_DWORD, std::string("\2\0\0\0", 4)};
-    Transaction transaction;
-    transaction.compares = {IsMissing({record})};
-    transaction.ifTrue = {
+    const ValueRecord version{kVersionName, FBR_TYPE_DWORD, std::string("\2\0\0\0", 4)};
+    Change change;
+    change.compares = {IsMissing({record})};
+    change.operations = {
         Put(record, RootText(UtcNow())),
         Put(store.names.Value(kRootId, FoldedText(kVersionName)), ValueText(version))};
-    transaction.ifFalse = {Get({record})};
-    RangeReply root;
-    Outcome outcome = store.api.Range({{record}}, &root);
-    if (outcome == Outcome::Answered && root.found.empty()) {
-        TransactionReply reply;
-        outcome = store.api.Do(transaction, &reply);
-        if (outcome == Outcome::Answered && reply.isTrue) return FSSTATUS_SUCCESS;
-        if (outcome == Outcome::Answered) root = reply.results[0];
-    }
-    if (outcome != Outcome::Answered) return store.StatusOf(outcome);
-    int layout = 0;
-    if (root.found.empty() || !ReadLayout(root.found[0].value, &layout))
-        return store.Damaged(record);
-    return layout == kLayout ? FSSTATUS_SUCCESS : FSSTATUS_VERSION_MISMATCH;
+    const FBR_STATUS status = store.Commit(&change);
+    if (status != FSSTATUS_SUCCESS) return status;
+    store.isMade = true;
+    return change.isConflict ? OpenRoot(store) : FSSTATUS_SUCCESS;
 }
 
 }  // namespace cluster

@@ -22,7 +22,9 @@ FBR_STATUS RenameKey(ClusterStore& store, const OpenedKey& key, const WString& n
 FBR_STATUS KeyTime(ClusterStore& store, const OpenedKey& key, platform::UtcTime* time)
     ZRFS_REQUIRES(store.lock);
 
-// Makes the root of a new store, or looks at that of an old one.
+// Looks whether there is a root, and at it.
 FBR_STATUS OpenRoot(ClusterStore& store) ZRFS_REQUIRES(store.lock);
+// Where there was none, by who has the lock for changes.
+FBR_STATUS MakeRoot(ClusterStore& store) ZRFS_REQUIRES(store.lock);
 
 }  // namespace cluster

@@ -45,7 +45,7 @@ Outcome Reading::ReadFirst(RangeReply* page) {
     look.ifTrue = {Get({store_.names.Key(listing.id)}), Get({store_.names.Time(listing.id)}),
                    Get(span_, atOnce_)};
     TransactionReply reply;
-    const Outcome outcome = store_.api.Do(look, &reply);
+    const Outcome outcome = store_.Api().Do(look, &reply);
     if (outcome != Outcome::Answered) return outcome;
     isThere = !reply.results[0].found.empty();
     listing.time = reply.results[1].found.empty() ? 0 : reply.results[1].found[0].modified;
@@ -79,7 +79,7 @@ Outcome Reading::Read() {
         RangeReply page;
         const Outcome outcome =
             next.empty() ? ReadFirst(&page)
-                         : store_.api.Range({{next, span_.to}, atOnce_, revision_}, &page);
+                         : store_.Api().Range({{next, span_.to}, atOnce_, revision_}, &page);
         if (outcome == Outcome::TooLarge && atOnce_ > 1) {
             atOnce_ /= 10;
             continue;
@@ -133,10 +133,10 @@ FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const std::string& id
     }
     look.compares = {IsThere(store.names.Key(id))};
     TransactionReply reply;
-    const Outcome outcome = store.api.Do(look, &reply);
+    const Outcome outcome = store.Api().Do(look, &reply);
     if (outcome == Outcome::TooLarge) return FSSTATUS_SUCCESS;
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
-    if (!reply.isTrue) return FSSTATUS_NOT_FOUND;
+    if (!reply.isTrue) return id == kRootId ? FSSTATUS_SUCCESS : FSSTATUS_NOT_FOUND;
     for (size_t i = 0; i < ids.size(); ++i) {
         kept.Values(ids[i]).isAll = KeepValues(store, kept, ids[i], reply.results[2 * i].found) &&
                                     !reply.results[2 * i].hasMore;
@@ -180,7 +180,7 @@ Outcome IsStillSo(ClusterStore& store, const Listing& listing, bool* isSo)
                       {store.names.Time(listing.id)},
                       listing.time}};
     TransactionReply reply;
-    const Outcome outcome = store.api.Do(look, &reply);
+    const Outcome outcome = store.Api().Do(look, &reply);
     *isSo = reply.isTrue;
     return outcome;
 }
@@ -215,7 +215,8 @@ FBR_STATUS List(ClusterStore& store, const OpenedKey& key, Kind kind, bool mayBe
         Reading reading(store, key.id, kind);
         outcome = reading.Read();
         if (outcome != Outcome::Answered) continue;
-        if (!reading.isThere) return FSSTATUS_NOT_FOUND;
+        // A root that is not made yet is empty.
+        if (!reading.isThere && key.id != kRootId) return FSSTATUS_NOT_FOUND;
         if (!reading.damaged.empty()) return store.Damaged(reading.damaged);
         return AddListing(store, std::move(reading.listing), listing);
     }

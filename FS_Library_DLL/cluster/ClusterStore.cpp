@@ -15,7 +15,7 @@ ClusterStore::ClusterStore(std::shared_ptr<const EtcdSettings> given, std::strin
       names(std::move(prefix)),
       leases(settings),
       storeLock(settings, names, leases),
-      api(settings) {}
+      api_(settings) {}
 
 FBR_STATUS ClusterStore::StatusOf(Outcome outcome) const {
     switch (outcome) {
@@ -64,7 +64,7 @@ bool ClusterStore::FindFence(Fence* fence) {
     transaction.ifTrue = {
         Put(names.Lock(), LockText(fence->record, platform::UtcNow()), fence->lease)};
     TransactionReply reply;
-    const Outcome outcome = api.Do(transaction, &reply);
+    const Outcome outcome = api_.Do(transaction, &reply);
     if (outcome == Outcome::Answered && reply.isTrue) {
         fence->modified = reply.revision;
         storeLock.Moved(fence->lease, reply.revision, fence->record.change);
@@ -94,7 +94,7 @@ FBR_STATUS ClusterStore::Settle(const Fence& fence, const std::string& change,
     return FSSTATUS_SUCCESS;
 }
 
-FBR_STATUS ClusterStore::Commit(Change* change) {
+FBR_STATUS ClusterStore::Make(Change* change) {
     for (int tries = 0; tries < 3; ++tries) {
         std::optional<Fence> fence = storeLock.FenceOfChange();
         if (!fence) return FSSTATUS_LOCK_FAILED;
@@ -110,7 +110,7 @@ FBR_STATUS ClusterStore::Commit(Change* change) {
         transaction.ifFalse.insert(transaction.ifFalse.end(), change->onConflict.begin(),
                                    change->onConflict.end());
         TransactionReply reply;
-        const Outcome outcome = api.Do(transaction, &reply);
+        const Outcome outcome = api_.Do(transaction, &reply);
         change->revision = reply.revision;
         if (outcome == Outcome::Unanswered || outcome == Outcome::Malformed) {
             kept_.Clear();
@@ -131,6 +131,43 @@ FBR_STATUS ClusterStore::Commit(Change* change) {
         return status;
     }
     return FSSTATUS_FAILED;
+}
+
+FBR_STATUS ClusterStore::Commit(Change* change) {
+    const FBR_STATUS status = SendGathered();
+    return status == FSSTATUS_SUCCESS ? Make(change) : status;
+}
+
+FBR_STATUS ClusterStore::CommitSoon(Change* change) {
+    if (!gathers_) return Commit(change);
+    if (gatheredStatus_ == FSSTATUS_SUCCESS && gathered_.Add(*change)) return FSSTATUS_SUCCESS;
+    const FBR_STATUS status = SendGathered();
+    if (status == FSSTATUS_SUCCESS) gathered_.Add(*change);
+    return status;
+}
+
+void ClusterStore::Gather(bool gathers) {
+    gathers_ = gathers;
+    gatheredStatus_ = FSSTATUS_SUCCESS;
+}
+
+FBR_STATUS ClusterStore::SendGathered() {
+    if (gathered_.IsEmpty() || gatheredStatus_ != FSSTATUS_SUCCESS) return gatheredStatus_;
+    Change change = gathered_.Take();
+    gatheredStatus_ = Make(&change);
+    // Somebody changed records beside the lock.
+    if (gatheredStatus_ == FSSTATUS_SUCCESS && change.isConflict)
+        gatheredStatus_ = FSSTATUS_NOT_FOUND;
+    if (gatheredStatus_ != FSSTATUS_SUCCESS) {
+        kept_.Clear();
+        listings.clear();
+    }
+    return gatheredStatus_;
+}
+
+EtcdApi& ClusterStore::Api() {
+    SendGathered();
+    return api_;
 }
 
 }  // namespace cluster

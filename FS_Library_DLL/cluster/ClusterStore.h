@@ -2,24 +2,12 @@
 // An open store on a cluster: what its operations share.
 #pragma once
 
+#include "FS_Library_DLL/cluster/Gathered.h"
 #include "FS_Library_DLL/cluster/KeptReads.h"
 #include "FS_Library_DLL/cluster/OpenKeys.h"
 #include "FS_Library_DLL/cluster/StoreLock.h"
 
 namespace cluster {
-
-// One change: it is made as a whole, under the store's lock, or not at all.
-struct Change {
-    std::vector<Compare> compares;
-    std::vector<Operation> operations;
-    // Where a compare of the caller's fails, nothing is changed, and these are answered.
-    std::vector<Operation> onConflict = {};
-    bool isConflict = false;
-    std::vector<RangeReply> answers = {};
-    int64_t revision = 0;
-
-    bool Fits(size_t more) const { return operations.size() + more < kMostOperations; }
-};
 
 // The names of the values, or of the subkeys, of one key.
 enum class Kind { Values, Children };
@@ -28,6 +16,12 @@ struct Listing {
     Kind kind;
     std::vector<WString> names;
     int64_t time = 0;  // the revision of the key's time, which changes with each change in the key
+};
+
+// What a walk saw of a child, which the next one looks at again together with all of its way.
+struct SeenChild {
+    Child child;
+    int64_t modified = 0;
 };
 
 class ClusterStore {
@@ -44,15 +38,25 @@ class ClusterStore {
 
     // Held by each operation from its beginning to its end, but for a wait for the store's lock.
     platform::Mutex lock;
-    EtcdApi api ZRFS_GUARDED_BY(lock);
     OpenKeys keys ZRFS_GUARDED_BY(lock);
-    std::vector<Listing> listings ZRFS_GUARDED_BY(lock);  // the last few
-    int64_t volatileLease ZRFS_GUARDED_BY(lock) = 0;      // 0: no volatile key was made
-    bool isDamaged ZRFS_GUARDED_BY(lock) = false;         // a record was met that is none
+    std::vector<Listing> listings ZRFS_GUARDED_BY(lock);                    // the last few
+    std::unordered_map<std::string, SeenChild> seen ZRFS_GUARDED_BY(lock);  // by their records
+    int64_t volatileLease ZRFS_GUARDED_BY(lock) = 0;  // 0: no volatile key was made
+    bool isDamaged ZRFS_GUARDED_BY(lock) = false;     // a record was met that is none
+    // Whether there is a root, as far as it is known: the first lock for changes makes one.
+    bool isMade ZRFS_GUARDED_BY(lock) = false;
 
+    // For all but changes. What is gathered is made before.
+    EtcdApi& Api() ZRFS_REQUIRES(lock);
     // FSSTATUS_LOCK_FAILED without a lock for changes, and when it was lost; whether the change
     // was made is then, and after FSSTATUS_FAILED, not known.
     FBR_STATUS Commit(Change* change) ZRFS_REQUIRES(lock);
+    // The same, and where changes are gathered only by SendGathered at the latest.
+    FBR_STATUS CommitSoon(Change* change) ZRFS_REQUIRES(lock);
+    // From now on, or until now. What fails of them is answered by SendGathered, and by all
+    // changes that come before it.
+    void Gather(bool gathers) ZRFS_REQUIRES(lock);
+    FBR_STATUS SendGathered() ZRFS_REQUIRES(lock);
     // What is kept, null when it cannot be relied on.
     KeptReads* Kept() ZRFS_REQUIRES(lock);
     // Forgets what was read of a key that changes.
@@ -63,11 +67,16 @@ class ClusterStore {
     FBR_STATUS Damaged(const std::string& record) ZRFS_REQUIRES(lock);
 
   private:
+    FBR_STATUS Make(Change* change) ZRFS_REQUIRES(lock);
     bool FindFence(Fence* fence) ZRFS_REQUIRES(lock);
     FBR_STATUS Settle(const Fence& fence, const std::string& change, const RangeReply& record,
                       bool* again) ZRFS_REQUIRES(lock);
 
+    EtcdApi api_ ZRFS_GUARDED_BY(lock);
     KeptReads kept_ ZRFS_GUARDED_BY(lock);
+    bool gathers_ ZRFS_GUARDED_BY(lock) = false;
+    Gathered gathered_ ZRFS_GUARDED_BY(lock);
+    FBR_STATUS gatheredStatus_ ZRFS_GUARDED_BY(lock) = FSSTATUS_SUCCESS;
     int64_t keptUnder_ ZRFS_GUARDED_BY(lock) = 0;
     uint64_t changes_ ZRFS_GUARDED_BY(lock) = 0;
 };

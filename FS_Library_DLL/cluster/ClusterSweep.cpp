@@ -53,7 +53,7 @@ FBR_STATUS Survey::Each(const char* kind, bool keysOnly, const OnRecord& onRecor
     for (int64_t limit = kRecordsAtOnce;;) {
         RangeReply page;
         const Outcome outcome =
-            store_.api.Range({rest, limit, revision_, keysOnly}, &page, &revision_);
+            store_.Api().Range({rest, limit, revision_, keysOnly}, &page, &revision_);
         if (outcome == Outcome::TooLarge && limit > 1) {
             limit /= 10;
             continue;

@@ -23,6 +23,14 @@ void DropPieces(const ClusterStore& store, const OpenedKey& key, const std::stri
         change->operations.push_back(Delete(std::move(span)));
 }
 
+// Whether the key is known to have no value of that name.
+bool IsNew(ClusterStore& store, const OpenedKey& key, const std::string& folded)
+    ZRFS_REQUIRES(store.lock) {
+    KeptReads* kept = store.Kept();
+    return kept != nullptr && kept->Values(key.id).isAll &&
+           !kept->Values(key.id).found.contains(folded);
+}
+
 FBR_STATUS WritePieces(ClusterStore& store, const OpenedKey& key, const std::string& folded,
                        const ValueRecord& value) ZRFS_REQUIRES(store.lock) {
     for (uint64_t index = 0; index * kPieceBytes < value.size; ++index) {
@@ -44,7 +52,7 @@ Outcome ReadPieces(ClusterStore& store, const std::string& id, const std::string
     for (uint64_t index = 0; index * kPieceBytes < value->size; ++index) {
         const std::string record = store.names.Piece(id, folded, value->pieces, index);
         RangeReply reply;
-        const Outcome outcome = store.api.Range({{record}, 0, revision}, &reply);
+        const Outcome outcome = store.Api().Range({{record}, 0, revision}, &reply);
         if (outcome != Outcome::Answered) return outcome;
         const uint64_t expected = std::min(kPieceBytes, value->size - index * kPieceBytes);
         if (reply.found.empty() || reply.found[0].value.size() != expected) {
@@ -116,12 +124,12 @@ FBR_STATUS SetValue(ClusterStore& store, const OpenedKey& key, ValueRecord value
         const FBR_STATUS status = WritePieces(store, key, folded, value);
         if (status != FSSTATUS_SUCCESS) return status;
     }
-    DropPieces(store, key, folded, value.pieces, &change);
+    if (!IsNew(store, key, folded)) DropPieces(store, key, folded, value.pieces, &change);
     change.operations.push_back(
         Put(store.names.Value(key.id, folded), ValueText(value), key.lease));
     Touch(store, key, &change);
     store.DropListings(key.id);
-    const FBR_STATUS status = store.Commit(&change);
+    const FBR_STATUS status = store.CommitSoon(&change);
     if (status != FSSTATUS_SUCCESS) return status;
     if (change.isConflict) return AfterConflict(store);
     if (KeptReads* kept = store.Kept()) kept->Keep(key.id, folded, std::move(value));
@@ -154,7 +162,7 @@ FBR_STATUS ReadValueOf(ClusterStore& store, const OpenedKey& key, const WString&
         RangeReply reply;
         int64_t revision = 0;
         const Span span{record, ahead == 1 ? "" : store.names.Values(key.id).to};
-        outcome = store.api.Range({span, ahead}, &reply, &revision);
+        outcome = store.Api().Range({span, ahead}, &reply, &revision);
         if (outcome == Outcome::TooLarge && ahead > 1) {
             ahead = 1;
             outcome = Outcome::Compacted;  // once more

@@ -10,6 +10,7 @@ constexpr int64_t kChildrenAtOnce = 1000;
 constexpr int kMostTries = 20;
 // Of a very deep path, the first parts are no more looked at than this.
 constexpr size_t kMostCompares = 100;
+constexpr size_t kMostSeen = 4096;
 
 // What the steps of a walk have seen, each of which looks at all before it again: so that the last
 // one knows all of the way at one moment.
@@ -29,7 +30,7 @@ FBR_STATUS Step(ClusterStore& store, const std::string& parent, const WString& n
     const std::string record = children.from + FoldedText(name);
     Transaction transaction{way->seen, {Get({record})}, {}};
     TransactionReply reply;
-    const Outcome outcome = store.api.Do(transaction, &reply);
+    const Outcome outcome = store.Api().Do(transaction, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     *moved = !reply.isTrue;
     if (*moved) return FSSTATUS_SUCCESS;
@@ -39,7 +40,30 @@ FBR_STATUS Step(ClusterStore& store, const std::string& parent, const WString& n
     if (pair.key != record || !ReadChildOf(pair, children, child, &folded))
         return store.Damaged(record);
     way->Saw(record, pair.modified);
+    if (store.seen.size() >= kMostSeen) store.seen.clear();
+    store.seen[record] = {*child, pair.modified};
     return FSSTATUS_SUCCESS;
+}
+
+// The first parts as they were when they were last seen.
+void WalkSeen(ClusterStore& store, const std::string& base, const std::vector<WString>& parts,
+              Walked* walked, Way* way) ZRFS_REQUIRES(store.lock) {
+    if (parts.size() > kMostCompares) return;
+    for (const WString& part : parts) {
+        const std::string record = store.names.Child(walked->LastId(base), FoldedText(part));
+        const auto found = store.seen.find(record);
+        if (found == store.seen.end()) return;
+        walked->found.push_back(found->second.child);
+        way->Saw(record, found->second.modified);
+    }
+}
+
+// Whether nothing of the way has changed.
+FBR_STATUS LookAgain(ClusterStore& store, const Way& way, bool* moved) ZRFS_REQUIRES(store.lock) {
+    TransactionReply reply;
+    const Outcome outcome = store.Api().Do({way.seen, {}, {}}, &reply);
+    *moved = !reply.isTrue;
+    return store.StatusOf(outcome);
 }
 
 FBR_STATUS WalkFree(ClusterStore& store, const std::string& base, const std::vector<WString>& parts,
@@ -48,15 +72,21 @@ FBR_STATUS WalkFree(ClusterStore& store, const std::string& base, const std::vec
         walked->found.clear();
         Way way;
         bool moved = false;
-        for (const WString& part : parts) {
+        WalkSeen(store, base, parts, walked, &way);
+        if (walked->found.size() == parts.size()) {
+            const FBR_STATUS status = LookAgain(store, way, &moved);
+            if (status != FSSTATUS_SUCCESS) return status;
+        }
+        while (!moved && walked->found.size() < parts.size()) {
             Child child;
+            const WString& part = parts[walked->found.size()];
             const FBR_STATUS status = Step(store, walked->LastId(base), part, &way, &child, &moved);
             if (status == FSSTATUS_NOT_FOUND) return FSSTATUS_SUCCESS;
             if (status != FSSTATUS_SUCCESS) return status;
-            if (moved) break;
-            walked->found.push_back(std::move(child));
+            if (!moved) walked->found.push_back(std::move(child));
         }
         if (!moved) return FSSTATUS_SUCCESS;
+        store.seen.clear();
     }
     return FSSTATUS_LOCK_FAILED;  // others' changes leave no moment
 }
@@ -66,7 +96,7 @@ FBR_STATUS ReadChildren(ClusterStore& store, const std::string& parent, KeptRead
     ZRFS_REQUIRES(store.lock) {
     const Span children = store.names.Children(parent);
     RangeReply reply;
-    const Outcome outcome = store.api.Range({children, kChildrenAtOnce}, &reply);
+    const Outcome outcome = store.Api().Range({children, kChildrenAtOnce}, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     for (const KeyValue& pair : reply.found) {
         Child child;

@@ -205,7 +205,7 @@ bool ReadLeaseReply(std::string_view text, int64_t* id, int64_t* seconds) {
     return ReadNumber(fields, "ID", id) && ReadNumber(fields, "TTL", seconds) && *id != 0;
 }
 
-bool TellsOfDeletion(std::string_view line) {
+bool TellsOf(Events wanted, std::string_view line) {
     json reply;
     if (!Parse(line, &reply)) return true;
     const json* result = Field(reply, "result");
@@ -215,7 +215,7 @@ bool TellsOfDeletion(std::string_view line) {
     if (events == nullptr || !events->is_array()) return false;
     for (const json& event : *events) {
         const json* type = Field(event, "type");
-        if (type != nullptr && *type == "DELETE") return true;
+        if (wanted == Events::All || (type != nullptr && *type == "DELETE")) return true;
     }
     return false;
 }
@@ -267,10 +267,17 @@ Outcome EtcdApi::KeepAlive(int64_t lease) {
     return seconds > 0 ? outcome : Outcome::NoSuchLease;
 }
 
-Outcome EtcdApi::WaitForDeletion(const std::string& key, int64_t revision, Milliseconds patience) {
-    const std::string what = Writer().Bytes("key", key).Number("start_revision", revision).Take();
-    return http_.Stream("/v3/watch", Writer().Raw("create_request", what).Take(), patience,
-                        [](std::string_view line) { return !TellsOfDeletion(line); });
+// One watch for each of the spans, in one stream.
+Outcome EtcdApi::WaitFor(Events wanted, const std::vector<Span>& spans, int64_t revision,
+                         Milliseconds patience, const EtcdHttp::GoesOn& goesOn) {
+    std::string body;
+    for (const Span& span : spans) {
+        const std::string what = Writer().Where(span).Number("start_revision", revision).Take();
+        body += Writer().Raw("create_request", what).Take();
+    }
+    return http_.Stream(
+        "/v3/watch", body, patience, [&](std::string_view line) { return !TellsOf(wanted, line); },
+        goesOn);
 }
 
 }  // namespace cluster

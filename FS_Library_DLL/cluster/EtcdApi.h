@@ -69,8 +69,10 @@ struct TransactionReply {
 bool ReadRangeReply(std::string_view text, RangeReply* reply, int64_t* revision);
 bool ReadTransactionReply(std::string_view text, size_t operations, TransactionReply* reply);
 bool ReadLeaseReply(std::string_view text, int64_t* id, int64_t* seconds);
-// A line of what a watch tells. Whether something was deleted, or the watch is at its end.
-bool TellsOfDeletion(std::string_view line);
+// A line of what a watch tells: an event, one that deletes something where nothing else counts, or
+// that the watch is at its end.
+enum class Events { All, Deletions };
+bool TellsOf(Events wanted, std::string_view line);
 
 class EtcdApi {
   public:
@@ -87,8 +89,10 @@ class EtcdApi {
     Outcome Revoke(int64_t lease);
     // NoSuchLease when it ran out.
     Outcome KeepAlive(int64_t lease);
-    // Answered when the key was deleted at or behind the revision.
-    Outcome WaitForDeletion(const std::string& key, int64_t revision, Milliseconds patience);
+    // Answered when there was such an event at or behind the revision, or the cluster knows no more
+    // what there was; Unanswered when the time is over, the member was lost, or `goesOn` is false.
+    Outcome WaitFor(Events wanted, const std::vector<Span>& spans, int64_t revision,
+                    Milliseconds patience, const EtcdHttp::GoesOn& goesOn = {});
 
   private:
     Outcome Ask(const char* path, const std::string& body, std::string* reply) {

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/cluster/EtcdHttp.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <csignal>
 #include <ctime>
-#include <mutex>
 #include <new>
 #include <nlohmann/json.hpp>
 
+#include "FS_Library_DLL/cluster/CurlLibrary.h"
 #include "Shared/logging/Logger.h"
 
 #undef ZRFS_LOG_FILE
@@ -75,32 +73,37 @@ Failure ReadFailure(const std::string& body) {
 }  // namespace
 
 struct EtcdHttp::Curl {
-    CURLM* multi = nullptr;
-    CURL* easy = nullptr;
+    const CurlLibrary& library;
+    CURLM* const multi;
+    CURL* const easy;
     curl_slist* headers = nullptr;
 
-    Curl() {
-        static std::once_flag once;
-        std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-        multi = curl_multi_init();
-        easy = curl_easy_init();
-    }
+    explicit Curl(const CurlLibrary& loaded)
+        : library(loaded), multi(loaded.multiInit()), easy(loaded.easyInit()) {}
     ~Curl() {
-        curl_slist_free_all(headers);
-        curl_easy_cleanup(easy);
-        curl_multi_cleanup(multi);
+        library.freeList(headers);
+        library.easyCleanup(easy);
+        library.multiCleanup(multi);
     }
     Curl(const Curl&) = delete;
     Curl& operator=(const Curl&) = delete;
 
-    // No "Expect", which would cost a round trip with each large value.
+    template <class Value>
+    void Set(CURLoption option, Value value) {
+        library.setOption(easy, option, value);
+    }
+    // No "Expect", which would cost a round trip with each large value. A member that has no leader
+    // ends a watch that asks for one.
     void SetHeaders(const std::string& token) {
-        curl_slist_free_all(headers);
-        headers = curl_slist_append(nullptr, "Content-Type: application/json");
-        headers = curl_slist_append(headers, "Expect:");
-        if (!token.empty())
-            headers = curl_slist_append(headers, ("Authorization: " + token).c_str());
-        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
+        library.freeList(headers);
+        headers = library.append(nullptr, "Content-Type: application/json");
+        headers = library.append(headers, "Expect:");
+        headers = library.append(headers, "Grpc-Metadata-hasleader: true");
+        if (!token.empty()) headers = library.append(headers, ("Authorization: " + token).c_str());
+        Set(CURLOPT_HTTPHEADER, headers);
+    }
+    void Wait(Milliseconds time) {
+        library.poll(multi, nullptr, 0, static_cast<int>(time.count()), nullptr);
     }
 };
 
@@ -108,6 +111,7 @@ struct EtcdHttp::Curl {
 struct EtcdHttp::Attempt {
     const std::string& body;
     const OnLine* onLine = nullptr;
+    const GoesOn* goesOn = nullptr;
     std::string reply = {};  // of a stream, what is behind its last whole line
     bool isEnough = false, isTooLarge = false, outOfMemory = false;
     int curlCode = 0;
@@ -129,20 +133,25 @@ struct EtcdHttp::Attempt {
     }
 };
 
-EtcdHttp::EtcdHttp(std::shared_ptr<const EtcdSettings> settings)
-    : settings_(std::move(settings)), curl_(std::make_unique<Curl>()) {
-    CURL* easy = curl_->easy;
-    if (easy == nullptr || curl_->multi == nullptr) throw std::bad_alloc();
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_PROXY, "");
-    curl_easy_setopt(easy, CURLOPT_TCP_NODELAY, 1L);
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(kConnecting.count()));
-    curl_easy_setopt(
-        easy, CURLOPT_WRITEFUNCTION, +[](const char* data, size_t one, size_t size, void* attempt) {
+EtcdHttp::EtcdHttp(std::shared_ptr<const EtcdSettings> settings) : settings_(std::move(settings)) {
+    const CurlLibrary* const library = LoadCurl();
+    if (library == nullptr) throw std::runtime_error("no libcurl");
+    curl_ = std::make_unique<Curl>(*library);
+    if (curl_->easy == nullptr || curl_->multi == nullptr) throw std::bad_alloc();
+    curl_->Set(CURLOPT_NOSIGNAL, 1L);
+    curl_->Set(CURLOPT_PROXY, "");
+    curl_->Set(CURLOPT_TCP_NODELAY, 1L);
+    // A machine that is gone says nothing; a watch would wait for it forever.
+    curl_->Set(CURLOPT_TCP_KEEPALIVE, 1L);
+    curl_->Set(CURLOPT_TCP_KEEPIDLE, 20L);
+    curl_->Set(CURLOPT_TCP_KEEPINTVL, 5L);
+    curl_->Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(kConnecting.count()));
+    curl_->Set(
+        CURLOPT_WRITEFUNCTION, +[](const char* data, size_t one, size_t size, void* attempt) {
             return static_cast<Attempt*>(attempt)->Receive(data, one * size);
         });
     const auto name = [&](CURLoption option, const std::string& file) {
-        if (!file.empty()) curl_easy_setopt(easy, option, file.c_str());
+        if (!file.empty()) curl_->Set(option, file.c_str());
     };
     name(CURLOPT_CAINFO, settings_->caCertificate);
     name(CURLOPT_SSLCERT, settings_->certificate);
@@ -153,55 +162,53 @@ EtcdHttp::~EtcdHttp() = default;
 
 void EtcdHttp::Interrupt() {
     interrupted_ = true;
-    curl_multi_wakeup(curl_->multi);
+    curl_->library.wakeUp(curl_->multi);
 }
 
 void EtcdHttp::Pause(Milliseconds time) {
-    if (!interrupted_)
-        curl_multi_poll(curl_->multi, nullptr, 0, static_cast<int>(time.count()), nullptr);
+    if (!interrupted_) curl_->Wait(time);
 }
 
 // False when it was interrupted or the time is over.
-bool EtcdHttp::Perform(Clock::time_point until, int* result) {
+bool EtcdHttp::Perform(const Attempt& attempt, Clock::time_point until, int* result) {
     const NoPipeSignal noSignal;
     for (int running = 1; !interrupted_;) {
-        if (curl_multi_perform(curl_->multi, &running) != CURLM_OK) return false;
+        if (curl_->library.perform(curl_->multi, &running) != CURLM_OK) return false;
         int left = 0;
-        while (const CURLMsg* message = curl_multi_info_read(curl_->multi, &left))
+        while (const CURLMsg* message = curl_->library.readInfo(curl_->multi, &left))
             if (message->msg == CURLMSG_DONE) {
                 *result = message->data.result;
                 return true;
             }
         const Milliseconds wait = Until(until);
-        if (wait.count() == 0) return false;
-        curl_multi_poll(curl_->multi, nullptr, 0,
-                        static_cast<int>(std::min<int64_t>(wait.count(), 1000)), nullptr);
+        if (wait.count() == 0 || (attempt.goesOn != nullptr && !(*attempt.goesOn)())) return false;
+        // A signal ends the wait at once, unless it came just before.
+        curl_->Wait(std::min(wait, Milliseconds(attempt.goesOn != nullptr ? 250 : 1000)));
     }
     return false;
 }
 
 Outcome EtcdHttp::Send(const char* path, Attempt* attempt, Clock::time_point until) {
-    CURL* easy = curl_->easy;
+    const CurlLibrary& library = curl_->library;
     const std::string url =
         (settings_->UsesTls() ? "https://" : "http://") + settings_->endpoints[member_] + path;
-    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+    curl_->Set(CURLOPT_URL, url.c_str());
     curl_->SetHeaders(token_);
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, attempt->body.data());
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE,
-                     static_cast<curl_off_t>(attempt->body.size()));
-    curl_easy_setopt(easy, CURLOPT_WRITEDATA, attempt);
+    curl_->Set(CURLOPT_POSTFIELDS, attempt->body.data());
+    curl_->Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(attempt->body.size()));
+    curl_->Set(CURLOPT_WRITEDATA, attempt);
     attempt->curlCode = CURLE_OPERATION_TIMEDOUT;
-    if (curl_multi_add_handle(curl_->multi, easy) == CURLM_OK) {
-        Perform(until, &attempt->curlCode);
-        curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &attempt->httpStatus);
-        curl_multi_remove_handle(curl_->multi, easy);
+    if (library.addHandle(curl_->multi, curl_->easy) == CURLM_OK) {
+        Perform(*attempt, until, &attempt->curlCode);
+        library.getInfo(curl_->easy, CURLINFO_RESPONSE_CODE, &attempt->httpStatus);
+        library.removeHandle(curl_->multi, curl_->easy);
     }
     if (attempt->outOfMemory) throw std::bad_alloc();
     if (attempt->isEnough) return Outcome::Answered;
     if (attempt->isTooLarge) return Outcome::TooLarge;
     if (interrupted_) return Outcome::Interrupted;
     if (attempt->curlCode == CURLE_OK) return Judge(*attempt);
-    lastFailure_ = curl_easy_strerror(static_cast<CURLcode>(attempt->curlCode));
+    lastFailure_ = library.errorText(static_cast<CURLcode>(attempt->curlCode));
     switch (attempt->curlCode) {
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CERTPROBLEM:
@@ -296,17 +303,20 @@ Outcome EtcdHttp::Post(const char* path, const std::string& body, Milliseconds p
 }
 
 Outcome EtcdHttp::Stream(const char* path, const std::string& body, Milliseconds patience,
-                         const OnLine& onLine) {
+                         const OnLine& onLine, const GoesOn& goesOn) {
     const auto until = Clock::now() + patience;
-    if (!settings_->user.empty() && token_.empty()) {
-        const Outcome outcome = Authenticate(std::min(until, Clock::now() + kOneMember));
+    for (bool again = !settings_->user.empty();; again = false) {
+        Outcome outcome = Outcome::Answered;
+        if (!settings_->user.empty() && token_.empty())
+            outcome = Authenticate(std::min(until, Clock::now() + kOneMember));
         if (outcome != Outcome::Answered) return outcome;
+        Attempt attempt{body, &onLine, goesOn ? &goesOn : nullptr};
+        outcome = Send(path, &attempt, until);
+        if (outcome == Outcome::Answered && !attempt.isEnough) outcome = Outcome::Unanswered;
+        if (outcome == Outcome::Unanswered) member_ = (member_ + 1) % settings_->endpoints.size();
+        if (outcome != Outcome::Denied || !again) return outcome;
+        token_.clear();
     }
-    Attempt attempt{body, &onLine};
-    const Outcome outcome = Send(path, &attempt, until);
-    if (outcome == Outcome::Answered && !attempt.isEnough) return Outcome::Unanswered;
-    if (outcome == Outcome::Unanswered) member_ = (member_ + 1) % settings_->endpoints.size();
-    return outcome;
 }
 
 }  // namespace cluster

@@ -30,10 +30,11 @@ enum class Outcome {
 using Milliseconds = std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-// One at a time may use it, but for Interrupt. Nothing throws but std::bad_alloc. What goes wrong
-// is logged with the names of the members.
+// One at a time may use it, but for Interrupt. Nothing that is asked throws but std::bad_alloc.
+// What goes wrong is logged with the names of the members.
 class EtcdHttp {
   public:
+    // Throws std::runtime_error where there is no libcurl.
     explicit EtcdHttp(std::shared_ptr<const EtcdSettings> settings);
     ~EtcdHttp();
     EtcdHttp(const EtcdHttp&) = delete;
@@ -45,10 +46,12 @@ class EtcdHttp {
     Outcome Post(const char* path, const std::string& body, Milliseconds patience,
                  std::string* reply);
     // Sends once, to the member that answered last. Each line of the answer goes to `onLine`, until
-    // that returns false, which is Answered; Unanswered when the time is over or it breaks off.
+    // that returns false, which is Answered; Unanswered when the time is over, it breaks off, or
+    // `goesOn` is false, which is asked each time that the thread wakes up, and may be empty.
     using OnLine = std::function<bool(std::string_view line)>;
+    using GoesOn = std::function<bool()>;
     Outcome Stream(const char* path, const std::string& body, Milliseconds patience,
-                   const OnLine& onLine);
+                   const OnLine& onLine, const GoesOn& goesOn = {});
     // From any thread: ends what is under way, and all that is asked later.
     void Interrupt();
 
@@ -59,12 +62,12 @@ class EtcdHttp {
     Outcome Send(const char* path, Attempt* attempt, Clock::time_point until);
     Outcome Judge(const Attempt& attempt);
     Outcome Authenticate(Clock::time_point until);
-    bool Perform(Clock::time_point until, int* result);
+    bool Perform(const Attempt& attempt, Clock::time_point until, int* result);
     void Pause(Milliseconds time);
     void Tell(const char* path) const;
 
     const std::shared_ptr<const EtcdSettings> settings_;
-    const std::unique_ptr<Curl> curl_;
+    std::unique_ptr<Curl> curl_;
     size_t member_ = 0;  // the one to ask next
     std::string token_;
     std::string lastFailure_;

@@ -75,8 +75,12 @@ bool ReadEtcdSettings(std::vector<std::string> endpoints, EtcdSettings* settings
     settings->key = Setting("KEY", lines);
     settings->user = Setting("USER", lines);
     settings->password = Setting("PASSWORD", lines);
-    const int patience = std::atoi(Setting("PATIENCE", lines).c_str());
-    if (patience > 0) settings->patience = std::min(patience, 600);
+    const auto number = [&](const char* name, int* setting) {
+        const int given = std::atoi(Setting(name, lines).c_str());
+        if (given > 0) *setting = std::min(given, 600);
+    };
+    number("PATIENCE", &settings->patience);
+    number("LEASE", &settings->lease);
     return true;
 }
 

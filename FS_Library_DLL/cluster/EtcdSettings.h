@@ -25,13 +25,15 @@ struct EtcdSettings {
     std::string user, password;
     int patience = 12;  // seconds that a call goes on trying; 5 at most where a store is opened
 
+    int lease = 10;  // seconds for which the lock and volatile keys outlive their holder
+
     bool UsesTls() const { return !caCertificate.empty() || !certificate.empty(); }
     std::string Endpoints() const;  // for people
 };
 
-// From the environment: ZRFS_ETCD_CACERT, _CERT, _KEY, _USER, _PASSWORD and _PATIENCE, and what is
-// not there from the file that ZRFS_ETCD_SETTINGS names, in lines such as "USER=somebody". False
-// when that file cannot be read.
+// From the environment: ZRFS_ETCD_CACERT, _CERT, _KEY, _USER, _PASSWORD, _PATIENCE and _LEASE, and
+// what is not there from the file that ZRFS_ETCD_SETTINGS names, in lines such as "USER=somebody".
+// False when that file cannot be read.
 bool ReadEtcdSettings(std::vector<std::string> endpoints, EtcdSettings* settings);
 
 }  // namespace cluster

@@ -12,6 +12,8 @@
 #include "FS_Library_DLL/cluster/ClusterKeys.h"
 #include "FS_Library_DLL/cluster/ClusterSweep.h"
 #include "FS_Library_DLL/cluster/ClusterValues.h"
+#include "FS_Library_DLL/cluster/ClusterWatch.h"
+#include "FS_Library_DLL/cluster/CurlLibrary.h"
 #include "Shared/logging/Logger.h"
 #include "platform/Heap.h"
 
@@ -74,6 +76,10 @@ FsClusterImpl::~FsClusterImpl() {
 FBR_STATUS FsClusterImpl::Open(const WChar* path) {
     ClusterPath parsed;
     if (!ParseClusterPath(path, &parsed)) return FSSTATUS_INVALID_NAME;
+    if (LoadCurl() == nullptr) {
+        ZRFS_LOG(kError, "FsClusterImpl::FBR_InitialiseEx", "There is no libcurl.so.4");
+        return FSSTATUS_NOT_IMPLEMENTED;
+    }
     auto settings = std::make_shared<EtcdSettings>();
     if (!ReadEtcdSettings(std::move(parsed.endpoints), settings.get())) {
         ZRFS_LOG(kError, "FsClusterImpl::FBR_InitialiseEx",
@@ -83,9 +89,9 @@ FBR_STATUS FsClusterImpl::Open(const WChar* path) {
     auto store = std::make_unique<ClusterStore>(std::move(settings), std::move(parsed.prefix));
     const MutexGuard guard(store->lock);
     const Milliseconds patience = std::chrono::seconds(store->settings->patience);
-    store->api.SetPatience(std::min(patience, kPatienceAtOpening));
+    store->Api().SetPatience(std::min(patience, kPatienceAtOpening));
     const FBR_STATUS status = OpenRoot(*store);
-    store->api.SetPatience(patience);
+    store->Api().SetPatience(patience);
     if (status == FSSTATUS_SUCCESS) store_ = std::move(store);
     return status;
 }
@@ -96,22 +102,23 @@ FBR_STATUS FsClusterImpl::FBR_InitialiseEx(const WChar* path) {
 }
 
 // What is not given back now, the cluster takes when the lease is over.
-void FsClusterImpl::GiveUp() {
-    if (store_ == nullptr) return;
+FBR_STATUS FsClusterImpl::GiveUp() {
+    if (store_ == nullptr) return FSSTATUS_SUCCESS;
+    const FBR_STATUS status = SendGathered();
     Quietly([&] {
         store_->storeLock.Drop();
         const MutexGuard guard(store_->lock);
         store_->leases.ForgetAll();
-        store_->api.SetPatience(kPatienceAtClosing);
-        if (store_->volatileLease != 0) store_->api.Revoke(store_->volatileLease);
+        store_->Api().SetPatience(kPatienceAtClosing);
+        if (store_->volatileLease != 0) store_->Api().Revoke(store_->volatileLease);
         return FSSTATUS_SUCCESS;
     });
     store_.reset();
+    return status;
 }
 
 FBR_STATUS FsClusterImpl::FBR_DeInitialiseEx() {
-    GiveUp();
-    return FSSTATUS_SUCCESS;
+    return GiveUp();
 }
 
 FBR_STATUS FsClusterImpl::FBR_CheckFile() {
@@ -142,16 +149,27 @@ FBR_STATUS FsClusterImpl::FBR_Compact(uint32_t* done) {
     return status;
 }
 
+// Under a lock for changes, the root is there, and nothing that a deletion left.
+FBR_STATUS FsClusterImpl::AfterLock(bool isLeft) {
+    return Locked([&]() ZRFS_REQUIRES(store_->lock) {
+        if (isLeft) DeleteGone(*store_);  // if not now, then later
+        return store_->isMade ? FSSTATUS_SUCCESS : MakeRoot(*store_);
+    });
+}
+
 FBR_STATUS FsClusterImpl::FBR_GetLockEx(uint32_t lockType) {
     bool isLeft = false;
-    const FBR_STATUS status = Quietly([&] { return store_->storeLock.Take(lockType, &isLeft); });
-    if (status != FSSTATUS_SUCCESS || !isLeft || lockType == FBR_LOCK_READ) return status;
-    Locked([&]() ZRFS_REQUIRES(store_->lock) { return DeleteGone(*store_); });
+    FBR_STATUS status = Quietly([&] { return store_->storeLock.Take(lockType, &isLeft); });
+    if (status != FSSTATUS_SUCCESS || lockType == FBR_LOCK_READ) return status;
+    status = AfterLock(isLeft);
+    if (status != FSSTATUS_SUCCESS) Quietly([&] { return store_->storeLock.Release(); });
     return status;
 }
 
 FBR_STATUS FsClusterImpl::FBR_ReleaseLockEx(uint32_t /*lockType*/) {
-    return Quietly([&] { return store_->storeLock.Release(); });
+    const FBR_STATUS sent = SendGathered();
+    const FBR_STATUS status = Quietly([&] { return store_->storeLock.Release(); });
+    return sent == FSSTATUS_SUCCESS ? status : sent;
 }
 
 FBR_STATUS FsClusterImpl::FBR_GetLockTypeEx(uint32_t* lockType) {
@@ -347,4 +365,37 @@ FBR_STATUS FsClusterImpl::FBR_GetKeySecurityString(int64_t, WChar*, uint32_t*) {
 
 FBR_STATUS FsClusterImpl::FBR_SetKeySecurityString(int64_t, const WChar*) {
     return FSSTATUS_NOT_IMPLEMENTED;
+}
+
+bool FsClusterImpl::IsMade() {
+    const MutexGuard guard(store_->lock);
+    return store_->isMade;
+}
+
+void FsClusterImpl::Gather(bool gathers) {
+    SendGathered();
+    const MutexGuard guard(store_->lock);
+    store_->Gather(gathers);
+}
+
+FBR_STATUS FsClusterImpl::SendGathered() {
+    return Locked([&]() ZRFS_REQUIRES(store_->lock) { return store_->SendGathered(); });
+}
+
+FBR_STATUS FsClusterImpl::CurrentState(uint64_t* state) {
+    return Locked([&]() ZRFS_REQUIRES(store_->lock) {
+        RangeReply root;
+        int64_t revision = 0;
+        const Outcome outcome =
+            store_->Api().Range({{store_->names.Key(kRootId)}}, &root, &revision);
+        *state = static_cast<uint64_t>(revision);
+        return store_->StatusOf(outcome);
+    });
+}
+
+FBR_STATUS FsClusterImpl::WaitForChange(uint64_t state, const std::function<bool()>& goesOn) {
+    return Quietly([&] {
+        return cluster::WaitForChange(store_->settings, store_->names, static_cast<int64_t>(state),
+                                      goesOn);
+    });
 }

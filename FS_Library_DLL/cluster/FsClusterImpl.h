@@ -3,6 +3,7 @@
 #pragma once
 
 #include "FS_Library_DLL/IFSInterface.h"
+#include "FS_Library_DLL/SharedStore.h"
 #include "FS_Library_DLL/cluster/ClusterStore.h"
 
 // What is answered was agreed upon by a majority of the cluster's members, and every change is one
@@ -10,7 +11,7 @@
 // seconds at the opening and 12 later unless ZRFS_ETCD_PATIENCE says less; the answer is
 // FSSTATUS_FAILED then, and the log names its members. Keys may be used from any thread; calls run
 // one at a time.
-class FsClusterImpl : public IFSInterface {
+class FsClusterImpl : public IFSInterface, public SharedStore {
   public:
     FsClusterImpl() = default;
     // Gives up the lock and the volatile keys when that was not done.
@@ -18,7 +19,8 @@ class FsClusterImpl : public IFSInterface {
     FsClusterImpl(const FsClusterImpl&) = delete;
     FsClusterImpl& operator=(const FsClusterImpl&) = delete;
 
-    // `path` is HOST:PORT[,HOST:PORT...]/PREFIX; a store that is missing is made.
+    // `path` is HOST:PORT[,HOST:PORT...]/PREFIX; a store that is missing is empty, and made by the
+    // first lock for changes. FSSTATUS_NOT_IMPLEMENTED where there is no libcurl;
     // FSSTATUS_INVALID_NAME for another path; FSSTATUS_VERSION_MISMATCH for a store of another
     // layout; FSSTATUS_ACCESS_DENIED where the cluster does not know us.
     FBR_STATUS FBR_InitialiseEx(const WChar* path) override;
@@ -56,6 +58,12 @@ class FsClusterImpl : public IFSInterface {
     FBR_STATUS FBR_GetKeySecurityString(int64_t key, WChar* buffer, uint32_t* bufferChars) override;
     FBR_STATUS FBR_SetKeySecurityString(int64_t key, const WChar* sddl) override;
 
+    bool IsMade() override;
+    void Gather(bool gathers) override;
+    FBR_STATUS SendGathered() override;
+    FBR_STATUS CurrentState(uint64_t* state) override;
+    FBR_STATUS WaitForChange(uint64_t state, const std::function<bool()>& goesOn) override;
+
   private:
     FBR_STATUS Open(const WChar* path);
     FBR_STATUS EnumerateOne(int64_t key, uint32_t index, cluster::Kind kind, WChar** name);
@@ -65,7 +73,8 @@ class FsClusterImpl : public IFSInterface {
     FBR_STATUS Locked(Operation operation);
     template <class Operation>
     FBR_STATUS WithKey(int64_t key, FBR_STATUS notOpen, Operation operation);
-    void GiveUp();
+    FBR_STATUS GiveUp();
+    FBR_STATUS AfterLock(bool isLeft);
 
     std::unique_ptr<cluster::ClusterStore> store_;  // null until it is open
 };

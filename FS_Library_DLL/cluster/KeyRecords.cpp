@@ -6,7 +6,7 @@ namespace cluster {
 FBR_STATUS ReadKeyOf(ClusterStore& store, const std::string& id, KeyRecord* key) {
     RangeReply reply;
     const std::string record = store.names.Key(id);
-    const Outcome outcome = store.api.Range({{record}}, &reply);
+    const Outcome outcome = store.Api().Range({{record}}, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     if (reply.found.empty()) return FSSTATUS_NOT_FOUND;
     if (!ReadKeyRecord(reply.found[0].value, key) || (id != kRootId && key->parent.empty()))
@@ -20,7 +20,7 @@ FBR_STATUS TouchParent(ClusterStore& store, const std::string& parent, int64_t l
     int64_t itsLease = 0;
     if (lease != 0) {
         RangeReply reply;
-        const Outcome outcome = store.api.Range({{store.names.Key(parent)}}, &reply);
+        const Outcome outcome = store.Api().Range({{store.names.Key(parent)}}, &reply);
         if (outcome != Outcome::Answered) return store.StatusOf(outcome);
         if (reply.found.empty()) return FSSTATUS_NOT_FOUND;
         itsLease = reply.found[0].lease;

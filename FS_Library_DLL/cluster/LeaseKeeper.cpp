@@ -10,7 +10,6 @@ using platform::MutexWait;
 namespace cluster {
 namespace {
 
-constexpr Milliseconds kBeat{kLeaseSeconds * 1000 / 3};
 constexpr Milliseconds kBeatAfterFailure{500};
 constexpr Milliseconds kPatience{3000};
 
@@ -36,7 +35,7 @@ void LeaseKeeper::Keep(int64_t lease, Clock::time_point granted) {
     const MutexGuard threadGuard(threadLock_);
     {
         const MutexGuard guard(lock_);
-        leases_[lease] = {granted + std::chrono::seconds(kLeaseSeconds)};
+        leases_[lease] = {granted + life_};
         ends_ = false;
     }
     if (thread_) return;
@@ -111,7 +110,7 @@ bool LeaseKeeper::BeatOnce() {
         const auto found = leases_.find(lease);
         if (found == leases_.end()) continue;
         if (outcome == Outcome::Answered)
-            found->second.until = asked + std::chrono::seconds(kLeaseSeconds);
+            found->second.until = asked + life_;
         else if (outcome == Outcome::NoSuchLease)
             found->second.isLost = true;
         else
@@ -121,7 +120,8 @@ bool LeaseKeeper::BeatOnce() {
 }
 
 void LeaseKeeper::Run() {
-    Milliseconds pause = kBeat;
+    const Milliseconds beat = Milliseconds(life_) / 3;
+    Milliseconds pause = beat;
     for (;;) {
         {
             MutexWait wait(lock_);
@@ -131,7 +131,7 @@ void LeaseKeeper::Run() {
             if (ends_) return;
         }
         try {
-            pause = BeatOnce() ? kBeat : kBeatAfterFailure;
+            pause = BeatOnce() ? beat : kBeatAfterFailure;
         } catch (const std::bad_alloc&) {
             pause = kBeatAfterFailure;
         }

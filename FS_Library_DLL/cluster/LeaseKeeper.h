@@ -13,12 +13,10 @@
 
 namespace cluster {
 
-inline constexpr int64_t kLeaseSeconds = 10;
-
 class LeaseKeeper {
   public:
     explicit LeaseKeeper(std::shared_ptr<const EtcdSettings> settings)
-        : settings_(std::move(settings)) {}
+        : settings_(std::move(settings)), life_(settings_->lease) {}
     ~LeaseKeeper() { ForgetAll(); }
     LeaseKeeper(const LeaseKeeper&) = delete;
     LeaseKeeper& operator=(const LeaseKeeper&) = delete;
@@ -44,7 +42,8 @@ class LeaseKeeper {
     void EndThread();
 
     const std::shared_ptr<const EtcdSettings> settings_;
-    platform::Mutex threadLock_;  // before the other: who starts or ends the thread
+    const std::chrono::seconds life_;  // of a lease that is not kept alive
+    platform::Mutex threadLock_;       // before the other: who starts or ends the thread
     std::optional<std::thread> thread_ ZRFS_GUARDED_BY(threadLock_);
     std::unique_ptr<EtcdApi> api_;  // the thread's own while it runs, but for Interrupt
     mutable platform::Mutex lock_;

@@ -101,7 +101,8 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
     Fence wanted;
     wanted.record.holder = NewId();
     const auto asked = Clock::now();
-    if (api.Grant(kLeaseSeconds, &wanted.lease) != Outcome::Answered) return FSSTATUS_LOCK_FAILED;
+    if (api.Grant(settings_->lease, &wanted.lease) != Outcome::Answered)
+        return FSSTATUS_LOCK_FAILED;
     try {
         leases_.Keep(wanted.lease, asked);
     } catch (const std::exception&) {
@@ -127,8 +128,8 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
         const auto left = std::chrono::floor<Milliseconds>(until - Clock::now());
         if (left.count() <= 0) break;
         if (!told && LockWaitCallback() != nullptr) LockWaitCallback()();
-        if (api.WaitForDeletion(names_.Lock(), reply.revision + 1, std::min(left, kLongestWatch)) ==
-            Outcome::Denied)
+        if (api.WaitFor(Events::Deletions, {{names_.Lock()}}, reply.revision + 1,
+                        std::min(left, kLongestWatch)) == Outcome::Denied)
             break;
     }
     leases_.Forget(wanted.lease);

@@ -108,7 +108,7 @@ TEST_F(ClusterContent, WhatDeadWritersLeftIsSweptAway) {
     EXPECT_EQ(records.Below(prefix + "/k/").size(), 3u);
     const std::string lost = "00000000000000aa";
     records.Put(prefix + "/k/" + lost,
-                cluster::KeyText({"00000000000000ab", Text("lost"), {2026, 1, 1}}));
+                cluster::KeyText({"00000000000000ab", Text("lost"), {2026, 1, 1, 0, 0, 0, 0}}));
     records.Put(prefix + "/v/" + lost + "/v", cluster::ValueText({Text("v"), 3, "x"}));
     records.Put(prefix + "/t/" + lost, "");
     records.Put(prefix + "/d/" + IdOf("stays") + "/v/" + lost + "/00000", "x");

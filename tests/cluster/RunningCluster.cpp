@@ -34,19 +34,25 @@ std::string Url(int port) {
     return "http://127.0.0.1:" + std::to_string(port);
 }
 
-std::shared_ptr<const cluster::EtcdSettings> SettingsFor(std::vector<std::string> endpoints) {
-    auto settings = std::make_shared<cluster::EtcdSettings>();
-    settings->endpoints = std::move(endpoints);
-    return settings;
-}
-
 }  // namespace
 
-RunningCluster::RunningCluster(size_t members) {
+RunningCluster::RunningCluster(size_t members, std::filesystem::path certificates)
+    : certificates_(std::move(certificates)) {
     const std::vector<int> ports = FreePorts(members * 2);
     for (size_t i = 0; i < members; ++i) members_.push_back({ports[2 * i], ports[2 * i + 1]});
     for (size_t i = 0; i < members; ++i) Start(i);
     AwaitAll();
+}
+
+std::shared_ptr<const cluster::EtcdSettings> RunningCluster::Settings(
+    std::vector<std::string> endpoints) const {
+    auto settings = std::make_shared<cluster::EtcdSettings>();
+    settings->endpoints = std::move(endpoints);
+    if (certificates_.empty()) return settings;
+    settings->caCertificate = (certificates_ / "ca.pem").string();
+    settings->certificate = (certificates_ / "own.pem").string();
+    settings->key = (certificates_ / "own.key").string();
+    return settings;
 }
 
 std::vector<std::string> RunningCluster::Arguments(size_t member) const {
@@ -55,28 +61,39 @@ std::vector<std::string> RunningCluster::Arguments(size_t member) const {
     std::string all;
     for (size_t i = 0; i < members_.size(); ++i)
         all += (i == 0 ? "m" : ",m") + std::to_string(i) + "=" + Url(members_[i].peers);
+    const std::string clients = (certificates_.empty() ? "http" : "https") +
+                                std::string("://127.0.0.1:") + std::to_string(own.clients);
     // It ends with the process that started it, however that ends.
-    return {"--pdeathsig",
-            "KILL",
-            "etcd",
-            "--name",
-            name,
-            "--data-dir",
-            (folder_ / name).string(),
-            "--listen-client-urls",
-            Url(own.clients),
-            "--advertise-client-urls",
-            Url(own.clients),
-            "--listen-peer-urls",
-            Url(own.peers),
-            "--initial-advertise-peer-urls",
-            Url(own.peers),
-            "--initial-cluster",
-            all,
-            "--initial-cluster-state",
-            "new",
-            "--log-level",
-            "error"};
+    std::vector<std::string> arguments = {"--pdeathsig",
+                                          "KILL",
+                                          "etcd",
+                                          "--name",
+                                          name,
+                                          "--data-dir",
+                                          (folder_ / name).string(),
+                                          "--listen-client-urls",
+                                          clients,
+                                          "--advertise-client-urls",
+                                          clients,
+                                          "--listen-peer-urls",
+                                          Url(own.peers),
+                                          "--initial-advertise-peer-urls",
+                                          Url(own.peers),
+                                          "--initial-cluster",
+                                          all,
+                                          "--initial-cluster-state",
+                                          "new",
+                                          "--log-level",
+                                          "error"};
+    if (certificates_.empty()) return arguments;
+    for (const char* option : {"trusted-ca-file=ca.pem", "cert-file=own.pem", "key-file=own.key"}) {
+        const std::string text = option;
+        const size_t file = text.find('=') + 1;
+        arguments.push_back("--" + text.substr(0, file) +
+                            (certificates_ / text.substr(file)).string());
+    }
+    arguments.emplace_back("--client-cert-auth");
+    return arguments;
 }
 
 void RunningCluster::Start(size_t member) {
@@ -106,7 +123,7 @@ platform::WString RunningCluster::Path(const std::string& prefix) const {
 
 void RunningCluster::AwaitAll() const {
     for (const std::string& endpoint : Endpoints()) {
-        cluster::EtcdApi api(SettingsFor({endpoint}));
+        cluster::EtcdApi api(Settings({endpoint}));
         api.SetPatience(cluster::Milliseconds(30000));
         cluster::RangeReply reply;
         if (api.Range({{"ready"}}, &reply) != cluster::Outcome::Answered)
@@ -116,7 +133,7 @@ void RunningCluster::AwaitAll() const {
 
 size_t RunningCluster::Leader() const {
     for (size_t i = 0; i < members_.size(); ++i) {
-        cluster::EtcdHttp http(SettingsFor({Endpoints()[i]}));
+        cluster::EtcdHttp http(Settings({Endpoints()[i]}));
         std::string reply;
         if (http.Post("/v3/maintenance/status", "{}", cluster::Milliseconds(5000), &reply) !=
             cluster::Outcome::Answered)
@@ -127,7 +144,7 @@ size_t RunningCluster::Leader() const {
     throw std::runtime_error("the cluster has no leader");
 }
 
-Records::Records(const RunningCluster& cluster) : api_(SettingsFor(cluster.Endpoints())) {}
+Records::Records(const RunningCluster& cluster) : api_(cluster.Settings(cluster.Endpoints())) {}
 
 std::vector<cluster::KeyValue> Records::Below(const std::string& prefix) {
     cluster::RangeReply reply;

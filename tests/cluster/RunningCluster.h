@@ -14,13 +14,16 @@ namespace cluster_test {
 
 class RunningCluster {
   public:
-    // Throws std::runtime_error when they do not work together in good time.
-    explicit RunningCluster(size_t members = 3);
+    // With certificates, a folder that has ca.pem, own.pem and own.key, all go over TLS, and want
+    // one of their clients. Throws std::runtime_error when they do not work together in good time.
+    explicit RunningCluster(size_t members = 3, std::filesystem::path certificates = {});
     RunningCluster(const RunningCluster&) = delete;
     RunningCluster& operator=(const RunningCluster&) = delete;
 
     size_t Members() const { return members_.size(); }
     std::vector<std::string> Endpoints() const;
+    // What reaches one of them, or all.
+    std::shared_ptr<const cluster::EtcdSettings> Settings(std::vector<std::string> endpoints) const;
     // What opens a store there.
     platform::WString Path(const std::string& prefix) const;
 
@@ -38,6 +41,7 @@ class RunningCluster {
     };
     std::vector<std::string> Arguments(size_t member) const;
 
+    const std::filesystem::path certificates_;
     support::TempDir folder_;
     std::vector<Member> members_;
 };

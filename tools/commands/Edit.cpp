@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "FS_Library_DLL/SharedStore.h"
 #include "tools/commands/Cli.h"
 #include "tools/console/ReadFile.h"
 #include "tools/format/Text.h"
@@ -37,12 +38,18 @@ Bytes DataFromFile(uint32_t type, bool hex, const std::string& file) {
 void Create(const StoreName& name) {
     const auto file = FileOf(name);
     std::error_code ignored;
-    if (file && std::filesystem::exists(*file, ignored)) {
+    const auto fail = [&] {
         throw StoreError(fmt::format("cannot create store {}: {}", name.path,
                                      StatusText(FSSTATUS_ALREADY_EXISTS)),
                          FSSTATUS_ALREADY_EXISTS);
+    };
+    if (file && std::filesystem::exists(*file, ignored)) fail();
+    Store store(name, Store::IfMissing::kCreate);
+    if (SharedStore* const shared = store.Shared()) {
+        if (shared->IsMade()) fail();
+        const WriteLock lock(store);  // makes it
     }
-    Store(name, Store::IfMissing::kCreate).Close();
+    store.Close();
 }
 
 void Set(const StoreName& store, const EditArguments& args) {

@@ -200,6 +200,7 @@ void ApplyAll(Input& input, const Store& store, const ImportArguments& args) {
             writer.Apply(path, record);
             progress.Step();
         });
+        writer.Finish();
     } catch (const StoreError& error) {
         ThrowAtLine(input.File(), line,
                     stands(error.what(), "when that is mended the same import does it"));
@@ -217,7 +218,7 @@ void TellChanges(Cli& cli, Input& input, const StoreName& name) {
     std::optional<Store> store;
     std::optional<ReadLock> lock;
     if (!isNew) {
-        store.emplace(name, Store::IfMissing::kFail);
+        store.emplace(name, file ? Store::IfMissing::kFail : Store::IfMissing::kCreate);
         store->ExpectNoText();
         lock.emplace(*store);
     }

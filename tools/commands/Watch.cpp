@@ -7,6 +7,7 @@
 #include <set>
 #include <thread>
 
+#include "FS_Library_DLL/SharedStore.h"
 #include "tools/commands/Cli.h"
 #include "tools/commands/DifferenceReports.h"
 #include "tools/console/Interrupt.h"
@@ -36,7 +37,8 @@ struct Before {
 using Values = std::map<WString, Value, Before>;
 using Snapshot = std::map<WString, Values, Before>;  // by the paths of keys
 
-// Changes with every change: the counter of a container, else the time and the size of the file.
+// Changes with every change: the counter of a container, the state of what tells of its changes by
+// itself, else the time and the size of the file.
 struct Stamp {
     uint64_t number = 0, size = 0;
     bool operator==(const Stamp&) const = default;
@@ -51,10 +53,13 @@ class Watcher {
           key_(KeyArgument(args.key)),
           lines_(std::cout, {}, cli.Colored()),
           json_(std::cout, {}),
-          sink_(cli.Json() ? static_cast<DifferenceSink&>(json_) : lines_) {}
+          sink_(cli.Json() ? static_cast<DifferenceSink&>(json_) : lines_) {
+        if (name_.method == FS_VR_METHOD_CLUSTER) waits_.emplace(name_, Store::IfMissing::kFail);
+    }
     void Run();
 
   private:
+    SharedStore* Shared() const;
     Stamp StampNow() const;
     void WaitForChange(const Stamp& last) const;
     Snapshot Read(bool mustBeThere);
@@ -65,13 +70,24 @@ class Watcher {
     const WatchArguments& args_;
     const StoreName name_;
     const WString key_;
+    std::optional<Store> waits_;  // what tells of its changes by itself
     DifferenceLines lines_;
     DifferenceJson json_;
     DifferenceSink& sink_;
     std::set<std::string> losses_;  // each is told once
 };
 
+SharedStore* Watcher::Shared() const {
+    return waits_ ? waits_->Shared() : nullptr;
+}
+
 Stamp Watcher::StampNow() const {
+    if (SharedStore* const shared = Shared()) {
+        Stamp stamp;
+        const FBR_STATUS status = shared->CurrentState(&stamp.number);
+        if (status != FSSTATUS_SUCCESS) waits_->ThrowFailed("cannot watch " + name_.path, status);
+        return stamp;
+    }
     const auto file = FileOf(name_);
     if (!file) return {};
     const uint64_t size = std::filesystem::is_regular_file(*file) ? file_size(*file) : 0;
@@ -82,6 +98,13 @@ Stamp Watcher::StampNow() const {
 }
 
 void Watcher::WaitForChange(const Stamp& last) const {
+    if (SharedStore* const shared = Shared()) {
+        const FBR_STATUS status =
+            shared->WaitForChange(last.number, [] { return !WasInterrupted(); });
+        StopIfInterrupted();
+        if (status != FSSTATUS_SUCCESS) waits_->ThrowFailed("cannot watch " + name_.path, status);
+        return;
+    }
     const bool hasFile = FileOf(name_).has_value();
     const auto began = steady_clock::now();
     for (int failures = 0;;) {

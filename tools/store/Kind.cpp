@@ -288,6 +288,8 @@ std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status) {
     const auto file = FileOf(name);
     if (name.method == FS_VR_METHOD_CLUSTER && status == FSSTATUS_INVALID_NAME)
         return "; a store on a cluster is named etcd://HOST:PORT,.../PREFIX";
+    if (name.method == FS_VR_METHOD_CLUSTER && status == FSSTATUS_NOT_FOUND)
+        return "; fbr create makes an empty one";
     const bool remote = IsBehindServer(name);
     const std::string folder = file ? MissingFolder(*file) : "";
     if (remote && status == FSSTATUS_INVALID_PARAMETER)

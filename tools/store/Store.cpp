@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include "FS_Library_DLL/IFSInterface.h"
+#include "FS_Library_DLL/SharedStore.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Rehearsal.h"
 #include "tools/format/Text.h"
@@ -95,7 +97,17 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
         open_.reset();
         fail(FSSTATUS_INVALID_NAME);
     }
+    if (ifMissing == IfMissing::kFail && Shared() != nullptr && !Shared()->IsMade()) {
+        open_.reset();
+        throw StoreError(what + ": " + StatusText(FSSTATUS_NOT_FOUND) +
+                             WhyItDoesNotOpen(name_, FSSTATUS_NOT_FOUND),
+                         FSSTATUS_NOT_FOUND);
+    }
     if (kept_) session->Keep(name_, open_);
+}
+
+SharedStore* Store::Shared() const {
+    return dynamic_cast<SharedStore*>(Handle());
 }
 
 // A live key that is opened comes into being, but for one that is asked for by its path alone.

@@ -16,6 +16,8 @@
 #include "tools/console/Interrupt.h"
 #include "tools/format/Record.h"
 
+class SharedStore;
+
 namespace fbr {
 
 // A failed operation on a store. The text has all that a person needs.
@@ -75,6 +77,8 @@ class Store {
     bool IsText() const { return text_ != nullptr; }
     FBR_STORE Handle() const { return open_->handle(); }
     const zrfs::Store& Open() const { return *open_; }
+    // Null where it is none that many machines share.
+    SharedStore* Shared() const;
     // True when a session keeps it open, see Session.h.
     bool IsKept() const { return kept_; }
 

@@ -31,6 +31,7 @@ class Copier : public RecordSink {
         if (HasPlace(name)) writer_.Value(name, type, data);
     }
 
+    void Finish() { writer_.Finish(); }
     std::string Done() const { return writer_.Done(); }
 
   private:
@@ -67,6 +68,7 @@ void CopyTree(const Place& from, const Place& to, const std::function<void()>& o
     };
     try {
         ReadTree(from.store, from.key, copier, onKey, onLoss);
+        copier.Finish();
     } catch (const StoreError& error) {
         throw StoreError(told(error.what()), error.Status());
     } catch (const Interrupted&) {

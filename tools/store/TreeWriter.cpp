@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "FS_Library_DLL/SharedStore.h"
 #include "tools/console/Interrupt.h"
 
 namespace fbr {
@@ -26,6 +27,20 @@ size_t CommonPath(WStringView a, WStringView b) {
 }
 
 }  // namespace
+
+TreeWriter::TreeWriter(const Store& store) : store_(store), shared_(store.Shared()) {
+    if (shared_ != nullptr) shared_->Gather(true);
+}
+
+TreeWriter::~TreeWriter() {
+    if (shared_ != nullptr) shared_->Gather(false);
+}
+
+void TreeWriter::Finish() {
+    const FBR_STATUS status = shared_ != nullptr ? shared_->SendGathered() : FSSTATUS_SUCCESS;
+    if (status != FSSTATUS_SUCCESS)
+        store_.ThrowFailed("cannot write to store " + store_.Name(), status);
+}
 
 void TreeWriter::Key(WStringView path) {
     const bool same = !levels_.empty() && path == path_;
@@ -99,7 +114,9 @@ std::string TreeWriter::Done() const {
     const auto counted = [](uint64_t count, const char* what) {
         return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
     };
-    std::string text = counted(keys_, "key") + " and " + counted(values_, "value") + " set";
+    const bool all = shared_ == nullptr || shared_->SendGathered() == FSSTATUS_SUCCESS;
+    std::string text = (all ? "" : "at most ") + counted(keys_, "key") + " and " +
+                       counted(values_, "value") + " set";
     return removed_ == 0 ? text : text + fmt::format(", {} removed", removed_);
 }
 

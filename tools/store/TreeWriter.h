@@ -14,7 +14,10 @@ namespace fbr {
 // stay open, so a list in tree order opens each key once.
 class TreeWriter : public RecordSink {
   public:
-    explicit TreeWriter(const Store& store) : store_(store) {}
+    explicit TreeWriter(const Store& store);
+    ~TreeWriter();
+    TreeWriter(const TreeWriter&) = delete;
+    TreeWriter& operator=(const TreeWriter&) = delete;
 
     void Key(platform::WStringView path) override;
     void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
@@ -22,6 +25,9 @@ class TreeWriter : public RecordSink {
     // Does what the record of a file says of the key.
     void Apply(platform::WStringView path, const Record& record);
 
+    // To be called at the end: a store that many machines share has not all of it before. What
+    // fails is thrown.
+    void Finish();
     // What was done so far: "2 keys and 5 values set, 1 removed".
     std::string Done() const;
 
@@ -39,6 +45,7 @@ class TreeWriter : public RecordSink {
     void EnterLevels(size_t begin, size_t end);
 
     const Store& store_;
+    SharedStore* const shared_;  // null for other stores
     platform::WString path_;     // of the key given last
     std::vector<Level> levels_;  // the root first; empty before the first key
     uint64_t keys_ = 0, values_ = 0, removed_ = 0;
