@@ -189,6 +189,11 @@ FBR_STATUS RenameKey(ClusterStore& store, const OpenedKey& key, const WString& n
 }
 
 FBR_STATUS KeyTime(ClusterStore& store, const OpenedKey& key, platform::UtcTime* time) {
+    if (const KeptReads* kept = store.Kept())
+        if (const platform::UtcTime* known = kept->FindTime(key.id)) {
+            *time = *known;
+            return FSSTATUS_SUCCESS;
+        }
     const std::string changed = store.names.Time(key.id), made = store.names.Key(key.id);
     Transaction look;
     look.ifTrue = {Get({made}), Get({changed})};
@@ -196,12 +201,8 @@ FBR_STATUS KeyTime(ClusterStore& store, const OpenedKey& key, platform::UtcTime*
     const Outcome outcome = store.Api().Do(look, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     if (reply.results[0].found.empty()) return FSSTATUS_NOT_FOUND;
-    KeyRecord record;
-    if (!ReadKeyRecord(reply.results[0].found[0].value, &record)) return store.Damaged(made);
-    *time = record.made;
-    if (reply.results[1].found.empty()) return FSSTATUS_SUCCESS;
-    return ReadTime(reply.results[1].found[0].value, time) ? FSSTATUS_SUCCESS
-                                                           : store.Damaged(changed);
+    if (TimeOf(reply.results[0], reply.results[1], time)) return FSSTATUS_SUCCESS;
+    return store.Damaged(reply.results[1].found.empty() ? made : changed);
 }
 
 FBR_STATUS OpenRoot(ClusterStore& store) {

@@ -10,8 +10,8 @@ namespace {
 constexpr int kMostTries = 5;
 constexpr int64_t kNamesAtOnce = 1000;
 constexpr size_t kMostListings = 8;
-constexpr int64_t kNoTime = -1;  // of a listing that is for the time of the lock alone
-constexpr size_t kKeysAhead = 15;
+constexpr int64_t kNoTime = -1;    // of a listing that is for the time of the lock alone
+constexpr size_t kKeysAhead = 30;  // of four operations each
 constexpr int64_t kNamesAhead = 200;
 
 // One listing, page by page, as it was when the first page was read.
@@ -130,6 +130,8 @@ FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const std::string& id
         look.ifTrue.push_back(Get(store.names.Values(one), one == id ? kNamesAtOnce : kNamesAhead));
         look.ifTrue.push_back(
             Get(store.names.Children(one), one == id ? kNamesAtOnce : kNamesAhead));
+        look.ifTrue.push_back(Get({store.names.Key(one)}));
+        look.ifTrue.push_back(Get({store.names.Time(one)}));
     }
     look.compares = {IsThere(store.names.Key(id))};
     TransactionReply reply;
@@ -138,11 +140,13 @@ FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const std::string& id
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     if (!reply.isTrue) return id == kRootId ? FSSTATUS_SUCCESS : FSSTATUS_NOT_FOUND;
     for (size_t i = 0; i < ids.size(); ++i) {
-        kept.Values(ids[i]).isAll = KeepValues(store, kept, ids[i], reply.results[2 * i].found) &&
-                                    !reply.results[2 * i].hasMore;
+        const RangeReply* const found = &reply.results[4 * i];
+        kept.Values(ids[i]).isAll =
+            KeepValues(store, kept, ids[i], found[0].found) && !found[0].hasMore;
         kept.Children(ids[i]).isAll =
-            KeepChildren(store, kept, ids[i], reply.results[2 * i + 1].found) &&
-            !reply.results[2 * i + 1].hasMore;
+            KeepChildren(store, kept, ids[i], found[1].found) && !found[1].hasMore;
+        platform::UtcTime time{};
+        if (TimeOf(found[2], found[3], &time)) kept.KeepTime(ids[i], time);
     }
     return FSSTATUS_SUCCESS;
 }

@@ -95,6 +95,7 @@ FBR_STATUS ClusterStore::Settle(const Fence& fence, const std::string& change,
 }
 
 FBR_STATUS ClusterStore::Make(Change* change) {
+    kept_.ForgetTimes();
     for (int tries = 0; tries < 3; ++tries) {
         std::optional<Fence> fence = storeLock.FenceOfChange();
         if (!fence) return FSSTATUS_LOCK_FAILED;
@@ -139,7 +140,10 @@ FBR_STATUS ClusterStore::Commit(Change* change) {
 }
 
 FBR_STATUS ClusterStore::CommitSoon(Change* change) {
-    if (!gathers_) return Commit(change);
+    const std::optional<Fence> fence = storeLock.FenceOfChange();
+    if (!gathers_ || !fence) return Commit(change);
+    if (gathered_.IsEmpty()) gatheredUnder_ = fence->lease;
+    kept_.ForgetTimes();
     if (gatheredStatus_ == FSSTATUS_SUCCESS && gathered_.Add(*change)) return FSSTATUS_SUCCESS;
     const FBR_STATUS status = SendGathered();
     if (status == FSSTATUS_SUCCESS) gathered_.Add(*change);
@@ -154,7 +158,9 @@ void ClusterStore::Gather(bool gathers) {
 FBR_STATUS ClusterStore::SendGathered() {
     if (gathered_.IsEmpty() || gatheredStatus_ != FSSTATUS_SUCCESS) return gatheredStatus_;
     Change change = gathered_.Take();
-    gatheredStatus_ = Make(&change);
+    const std::optional<Fence> fence = storeLock.FenceOfChange();
+    gatheredStatus_ =
+        fence && fence->lease == gatheredUnder_ ? Make(&change) : FSSTATUS_LOCK_FAILED;
     // Somebody changed records beside the lock.
     if (gatheredStatus_ == FSSTATUS_SUCCESS && change.isConflict)
         gatheredStatus_ = FSSTATUS_NOT_FOUND;

@@ -76,6 +76,7 @@ class ClusterStore {
     KeptReads kept_ ZRFS_GUARDED_BY(lock);
     bool gathers_ ZRFS_GUARDED_BY(lock) = false;
     Gathered gathered_ ZRFS_GUARDED_BY(lock);
+    int64_t gatheredUnder_ ZRFS_GUARDED_BY(lock) = 0;  // a lease: no other lock makes them
     FBR_STATUS gatheredStatus_ ZRFS_GUARDED_BY(lock) = FSSTATUS_SUCCESS;
     int64_t keptUnder_ ZRFS_GUARDED_BY(lock) = 0;
     uint64_t changes_ ZRFS_GUARDED_BY(lock) = 0;

@@ -26,15 +26,20 @@ class KeptReads {
 
     Names<Child>& Children(const std::string& id) { return children_[id]; }
     Names<ValueRecord>& Values(const std::string& id) { return values_[id]; }
-    bool HasAll(const std::string& id) { return children_[id].isAll && values_[id].isAll; }
+    bool HasAll(const std::string& id) const;
     void Keep(const std::string& parent, const std::string& folded, Child child);
     // Of a value that is set or read. Long data are not kept.
     void Keep(const std::string& id, const std::string& folded, ValueRecord value);
     // A key that is gone, with what is known to be below it.
     void DropTree(const std::string& id);
-    // The next keys beside this one, if the one before it was read: who goes through a store asks
-    // for them next. They were not read yet.
-    std::vector<std::string> ReadNext(const std::string& id, size_t most);
+    // The next keys behind this one that were not read yet, if the one before it was: who goes
+    // through a store asks for them next.
+    std::vector<std::string> ReadNext(const std::string& id, size_t most) const;
+    // When something in a key changed last.
+    void KeepTime(const std::string& id, const platform::UtcTime& time) { times_[id] = time; }
+    const platform::UtcTime* FindTime(const std::string& id) const;
+    // Something changes.
+    void ForgetTimes() { times_.clear(); }
     void Clear() { *this = {}; }
     // What was added; and, between two operations, whether it is too much.
     void Count(size_t bytes) { bytes_ += bytes; }
@@ -46,10 +51,15 @@ class KeptReads {
     static constexpr size_t kMostBytes = 32u << 20;
 
     static constexpr size_t kMostDataBytes = 64 * 1024;
+    static constexpr int kMostLookedAt = 1000;
+
+    void AddUnread(const std::string& id, size_t most, int* looks,
+                   std::vector<std::string>* next) const;
 
     std::unordered_map<std::string, Names<Child>> children_;
     std::unordered_map<std::string, std::pair<std::string, std::string>> places_;  // of children
     std::unordered_map<std::string, Names<ValueRecord>> values_;
+    std::unordered_map<std::string, platform::UtcTime> times_;
     size_t bytes_ = 0;
 };
 
@@ -76,16 +86,40 @@ inline void KeptReads::DropTree(const std::string& id) {
     }
 }
 
-inline std::vector<std::string> KeptReads::ReadNext(const std::string& id, size_t most) {
-    const auto place = places_.find(id);
-    if (place == places_.end()) return {};
-    const auto& siblings = children_[place->second.first].found;
-    auto at = siblings.find(place->second.second);
-    if (at == siblings.end()) return {};
-    if (at != siblings.begin() && !HasAll(std::prev(at)->second.id)) return {};
+inline bool KeptReads::HasAll(const std::string& id) const {
+    const auto children = children_.find(id);
+    const auto values = values_.find(id);
+    return children != children_.end() && children->second.isAll && values != values_.end() &&
+           values->second.isAll;
+}
+
+inline const platform::UtcTime* KeptReads::FindTime(const std::string& id) const {
+    const auto found = times_.find(id);
+    return found == times_.end() ? nullptr : &found->second;
+}
+
+// This key, or those below it, which are no deeper than what was read.
+inline void KeptReads::AddUnread(const std::string& id, size_t most, int* looks,
+                                 std::vector<std::string>* next) const {
+    if (next->size() >= most || ++*looks > kMostLookedAt) return;
+    if (!HasAll(id)) return next->push_back(id);
+    for (const auto& [folded, child] : children_.find(id)->second.found)
+        AddUnread(child.id, most, looks, next);
+}
+
+inline std::vector<std::string> KeptReads::ReadNext(const std::string& id, size_t most) const {
     std::vector<std::string> next;
-    while (++at != siblings.end() && next.size() < most && !HasAll(at->second.id))
-        next.push_back(at->second.id);
+    int looks = 0;
+    for (auto place = places_.find(id); place != places_.end() && next.size() < most;
+         place = places_.find(place->second.first)) {
+        const auto& siblings = children_.find(place->second.first);
+        if (siblings == children_.end() || ++looks > kMostLookedAt) break;
+        auto at = siblings->second.found.find(place->second.second);
+        if (at == siblings->second.found.end()) break;
+        if (at != siblings->second.found.begin() && !HasAll(std::prev(at)->second.id)) break;
+        while (++at != siblings->second.found.end() && next.size() < most)
+            AddUnread(at->second.id, most, &looks, &next);
+    }
     return next;
 }
 

@@ -14,6 +14,14 @@ FBR_STATUS ReadKeyOf(ClusterStore& store, const std::string& id, KeyRecord* key)
     return FSSTATUS_SUCCESS;
 }
 
+bool TimeOf(const RangeReply& made, const RangeReply& changed, platform::UtcTime* time) {
+    if (!changed.found.empty()) return ReadTime(changed.found[0].value, time);
+    KeyRecord record;
+    if (made.found.empty() || !ReadKeyRecord(made.found[0].value, &record)) return false;
+    *time = record.made;
+    return true;
+}
+
 // A key that hangs on no lease has a parent that does not, either.
 FBR_STATUS TouchParent(ClusterStore& store, const std::string& parent, int64_t lease,
                        Change* change) {

@@ -17,6 +17,10 @@ inline Compare IsMissing(Span records) {
 FBR_STATUS ReadKeyOf(ClusterStore& store, const std::string& id, KeyRecord* key)
     ZRFS_REQUIRES(store.lock);
 
+// When something in a key changed last, by its record and that of its time, if there is one. False
+// where one of them is none.
+bool TimeOf(const RangeReply& made, const RangeReply& changed, platform::UtcTime* time);
+
 // Something below `parent` changes that hangs on `lease`, or on none.
 FBR_STATUS TouchParent(ClusterStore& store, const std::string& parent, int64_t lease,
                        Change* change) ZRFS_REQUIRES(store.lock);

@@ -31,11 +31,12 @@ class AllSignalsBlocked {
 
 }  // namespace
 
-void LeaseKeeper::Keep(int64_t lease, Clock::time_point granted) {
+void LeaseKeeper::Keep(int64_t lease, Clock::time_point granted, IsWanted isWanted,
+                       const void* asker) {
     const MutexGuard threadGuard(threadLock_);
     {
         const MutexGuard guard(lock_);
-        leases_[lease] = {granted + life_};
+        leases_[lease] = {granted + life_, isWanted, asker};
         ends_ = false;
     }
     if (thread_) return;
@@ -105,7 +106,8 @@ bool LeaseKeeper::BeatOnce() {
     for (auto& [lease, kept] : leases) {
         if (kept.isLost) continue;
         const auto asked = Clock::now();
-        const Outcome outcome = api_->KeepAlive(lease);
+        const bool isWanted = kept.isWanted == nullptr || kept.isWanted(kept.asker);
+        const Outcome outcome = isWanted ? api_->KeepAlive(lease) : Outcome::NoSuchLease;
         const MutexGuard guard(lock_);
         const auto found = leases_.find(lease);
         if (found == leases_.end()) continue;

@@ -21,20 +21,25 @@ class LeaseKeeper {
     LeaseKeeper(const LeaseKeeper&) = delete;
     LeaseKeeper& operator=(const LeaseKeeper&) = delete;
 
-    // From now on; `granted` is when it was asked for. Throws std::system_error without a thread.
-    void Keep(int64_t lease, Clock::time_point granted);
+    // From now on, for as long as it is wanted; `granted` is when it was asked for. Throws
+    // std::system_error without a thread.
+    using IsWanted = bool (*)(const void* asker);
+    void Keep(int64_t lease, Clock::time_point granted, IsWanted isWanted = nullptr,
+              const void* asker = nullptr);
     // It lives on for as long as it was last kept alive.
     void Forget(int64_t lease);
     void ForgetAll();
 
     // Whether the cluster cannot have taken it yet.
     bool IsAlive(int64_t lease) const;
-    // Whether the cluster said that it did.
+    // Whether the cluster said that it did, or it was not wanted any more.
     bool IsLost(int64_t lease) const;
 
   private:
     struct Kept {
         Clock::time_point until;
+        IsWanted isWanted = nullptr;
+        const void* asker = nullptr;
         bool isLost = false;
     };
     void Run();

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/cluster/StoreLock.h"
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <set>
 
@@ -16,18 +20,19 @@ namespace {
 
 constexpr Milliseconds kPatience{8000};
 constexpr Milliseconds kLongestWatch{5000};
+constexpr Milliseconds kLookAtOwner{300};
 
 // Who of this process has which locks: one that a thread has through another store would never
 // come free for it.
 Mutex g_holdersLock;
-std::set<std::pair<std::string, std::thread::id>> g_holders ZRFS_GUARDED_BY(g_holdersLock);
+std::set<std::pair<std::string, pid_t>> g_holders ZRFS_GUARDED_BY(g_holdersLock);
 
 bool IsMine(const std::string& holder) {
     const MutexGuard guard(g_holdersLock);
-    return g_holders.contains({holder, std::this_thread::get_id()});
+    return g_holders.contains({holder, gettid()});
 }
 
-void Remember(const std::string& holder, std::thread::id thread, bool holds) {
+void Remember(const std::string& holder, pid_t thread, bool holds) {
     const MutexGuard guard(g_holdersLock);
     if (holds)
         g_holders.insert({holder, thread});
@@ -41,7 +46,8 @@ FBR_STATUS StoreLock::Take(uint32_t type, bool* isLeft) {
     *isLeft = false;
     if (type < FBR_LOCK_WRITE || type > FBR_LOCK_READ) return FSSTATUS_LOCK_FAILED;
     const auto until = Clock::now() + Milliseconds(LockWaitMilliseconds());
-    const auto me = std::this_thread::get_id();
+    const pid_t me = gettid();
+    std::optional<Fence> left;  // by a thread that ended
     {
         MutexWait wait(lock_);
         if (isTaken_ && owner_ == me) {
@@ -49,15 +55,19 @@ FBR_STATUS StoreLock::Take(uint32_t type, bool* isLeft) {
             types_.push_back(type);
             return FSSTATUS_SUCCESS;
         }
-        if (isTaken_ && LockWaitCallback() != nullptr) LockWaitCallback()();
-        while (isTaken_)
-            if (freed_.wait_until(wait.native, until) == std::cv_status::timeout && isTaken_)
-                return FSSTATUS_LOCK_FAILED;
+        if (isTaken_ && OwnerLives() && LockWaitCallback() != nullptr) LockWaitCallback()();
+        while (isTaken_ && OwnerLives()) {
+            if (Clock::now() >= until) return FSSTATUS_LOCK_FAILED;
+            freed_.wait_until(wait.native, std::min(until, Clock::now() + kLookAtOwner));
+        }
+        left.swap(fence_);
+        if (left) Remember(left->record.holder, owner_, false);
         isTaken_ = true;
         owner_ = me;
         isLost_ = false;
         types_.assign(1, 0);  // none is in force yet
     }
+    if (left) GiveBack(left->lease);
     const FBR_STATUS status = Acquire(until, isLeft);
     const MutexGuard guard(lock_);
     if (status == FSSTATUS_SUCCESS) {
@@ -68,6 +78,10 @@ FBR_STATUS StoreLock::Take(uint32_t type, bool* isLeft) {
         freed_.notify_one();
     }
     return status;
+}
+
+bool StoreLock::OwnerLives() const {
+    return tgkill(getpid(), owner_, 0) == 0 || errno != ESRCH;
 }
 
 Outcome StoreLock::TryOnce(const Fence& wanted, TransactionReply* reply) {
@@ -104,7 +118,10 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
     if (api.Grant(settings_->lease, &wanted.lease) != Outcome::Answered)
         return FSSTATUS_LOCK_FAILED;
     try {
-        leases_.Keep(wanted.lease, asked);
+        leases_.Keep(
+            wanted.lease, asked,
+            [](const void* lock) { return static_cast<const StoreLock*>(lock)->OwnerLives(); },
+            this);
     } catch (const std::exception&) {
         api.Revoke(wanted.lease);
         return FSSTATUS_LOCK_FAILED;
@@ -119,7 +136,7 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
         else if (!reply.results[0].found.empty())
             record = reply.results[0].found[0];
         if (MakeFence(record, wanted)) {
-            Remember(wanted.record.holder, std::this_thread::get_id(), true);
+            Remember(wanted.record.holder, gettid(), true);
             *isLeft = !reply.isTrue || !reply.results[1].found.empty();
             return FSSTATUS_SUCCESS;
         }
@@ -140,7 +157,7 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
 FBR_STATUS StoreLock::Release() {
     {
         const MutexGuard guard(lock_);
-        if (!isTaken_ || owner_ != std::this_thread::get_id()) return FSSTATUS_LOCK_FAILED;
+        if (!isTaken_ || owner_ != gettid()) return FSSTATUS_LOCK_FAILED;
         types_.pop_back();
         if (!types_.empty()) return FSSTATUS_SUCCESS;
     }

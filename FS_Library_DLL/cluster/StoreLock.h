@@ -2,6 +2,9 @@
 // The lock of a store on a cluster: a record that hangs on a lease of its holder, and goes with it.
 #pragma once
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <optional>
 #include <vector>
 
@@ -28,8 +31,10 @@ class StoreLock {
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
 
-    // As FBR_GetLockEx and FBR_ReleaseLockEx. `isLeft` tells whether a deletion was left that did
-    // not come to its end. A wait holds nothing that others of this store might want.
+    // As FBR_GetLockEx and FBR_ReleaseLockEx; the lock of a thread that ended falls to the next one
+    // who wants it, of other processes when the lease is over. `isLeft` tells whether a deletion
+    // was left that did not come to its end. A wait holds nothing that others of this store might
+    // want.
     FBR_STATUS Take(uint32_t type, bool* isLeft);
     FBR_STATUS Release();
     // Whatever thread has it; others may take it then.
@@ -46,6 +51,7 @@ class StoreLock {
 
   private:
     FBR_STATUS Acquire(Clock::time_point until, bool* isLeft);
+    bool OwnerLives() const;
     Outcome TryOnce(const Fence& wanted, TransactionReply* reply);
     bool MakeFence(const KeyValue& record, const Fence& wanted);
     void GiveBack(int64_t lease);
@@ -57,7 +63,7 @@ class StoreLock {
     mutable platform::Mutex lock_;
     std::condition_variable freed_;
     bool isTaken_ ZRFS_GUARDED_BY(lock_) = false;
-    std::thread::id owner_ ZRFS_GUARDED_BY(lock_);
+    std::atomic<pid_t> owner_ = 0;  // the thread, as the system knows it; set under lock_
     std::vector<uint32_t> types_ ZRFS_GUARDED_BY(lock_);  // the one taken last is in force
     std::optional<Fence> fence_ ZRFS_GUARDED_BY(lock_);
     bool isLost_ ZRFS_GUARDED_BY(lock_) = false;

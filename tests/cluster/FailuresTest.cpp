@@ -148,6 +148,21 @@ TEST(ClusterFailures, ALockAndVolatileKeysEndWithTheirHolder) {
     EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     EXPECT_LE(steady_clock::now() - began, seconds(6));
     EXPECT_TRUE(support::Eventually([&] { return !store.Has("volatile"); }));
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+    // The same where only the thread ends: at once in its own store, and elsewhere.
+    const auto takeAndEnd = [&] {
+        std::thread([&] { EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS); }).join();
+        return steady_clock::now();
+    };
+    const auto ended = takeAndEnd();
+    EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_LE(steady_clock::now() - ended, seconds(2));
+    EXPECT_EQ(store.TryMake("mine"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+    const auto endedAgain = takeAndEnd();
+    Store other(path, FS_VR_METHOD_CLUSTER);
+    EXPECT_EQ(other.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_LE(steady_clock::now() - endedAgain, seconds(7));
     unsetenv("ZRFS_ETCD_LEASE");
 }
 

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A store that many use: who may, who waits for changes, who works beside whom.
+#include <signal.h>
+
 #include <cstdlib>
 #include <future>
 
@@ -250,6 +252,50 @@ TEST(ClusterShared, ThreeWorkOnOneStoreUnderItsLock) {
     FBR_FileChecking(false);
 }
 
+// A program of this build with its streams in a folder; it ends with the object.
+class Program {
+  public:
+    Program(const char* name, const std::vector<std::string>& arguments) {
+        std::ofstream(folder_ / "in").flush();
+        const auto bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+        process_ = std::make_unique<support::ChildProcess>(bin / name, arguments, folder_.Path());
+    }
+    int Wait() { return process_->Wait(); }
+    void Interrupt() const { kill(static_cast<pid_t>(process_->Id()), SIGINT); }
+    std::string Out() const {
+        std::ifstream in(folder_ / "out");
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+  private:
+    const support::TempDir folder_;
+    std::unique_ptr<support::ChildProcess> process_;
+};
+
+TEST(ClusterShared, TheToolWorksOnOne) {
+    RunningCluster cluster(1);
+    const support::TempDir folder;
+    const std::string file = (folder / "a.jsonl").string();
+    const auto at = [&](const char* prefix) {
+        return "etcd://" + platform::ToUtf8(cluster.Path(prefix));
+    };
+    std::ofstream(file) << R"({"key":"\\K\\L","name":"n","type":4,"data":"07000000"})" << '\n';
+    EXPECT_EQ(Program("fbr", {"ls", at("typo")}).Wait(), 1);
+    EXPECT_EQ(Program("fbr", {"import", at("tool"), file}).Wait(), 0);
+    EXPECT_EQ(Program("fbr", {"create", at("tool")}).Wait(), 1);
+    Program watch("fbr", {"watch", at("tool"), "K"});
+    EXPECT_TRUE(support::Eventually([&] {
+        Program("fbr", {"set", at("tool"), "K", "m", "dword", std::to_string(rand())}).Wait();
+        return watch.Out().find("\"m\"") != std::string::npos;
+    }));
+    const auto began = steady_clock::now();
+    watch.Interrupt();
+    EXPECT_NE(watch.Wait(), 0);
+    EXPECT_LE(steady_clock::now() - began, std::chrono::milliseconds(900));
+    EXPECT_EQ(Program("fbr", {"rm", at("tool"), "K", "m"}).Wait(), 0);
+    EXPECT_EQ(Program("fbr", {"diff", at("tool"), "--to", file}).Wait(), 0);
+}
+
 // The contract's tests, three times at once on one cluster.
 TEST(ClusterShared, TheContractHoldsBesideOthers) {
     const char* times = std::getenv("ZRFS_LONG_TESTS");
@@ -257,19 +303,12 @@ TEST(ClusterShared, TheContractHoldsBesideOthers) {
     RunningCluster cluster;
     const std::string endpoints = platform::ToUtf8(cluster.Path(""));
     const Variable where("ZRFS_TEST_CLUSTER", endpoints.substr(0, endpoints.size() - 1));
-    const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    const support::TempDir folder;
-    std::vector<std::unique_ptr<support::ChildProcess>> children;
-    for (int i = 0; i < 3; ++i) {
-        const auto streams = folder / std::to_string(i);
-        std::filesystem::create_directories(streams);
-        std::ofstream(streams / "in").flush();
-        children.push_back(std::make_unique<support::ChildProcess>(
-            program / "test_contract",
+    std::vector<std::unique_ptr<Program>> children;
+    for (int i = 0; i < 3; ++i)
+        children.push_back(std::make_unique<Program>(
+            "test_contract",
             std::vector<std::string>{"--gtest_filter=*/Cluster",
-                                     "--gtest_random_seed=" + std::to_string(i + 1)},
-            streams));
-    }
+                                     "--gtest_random_seed=" + std::to_string(i + 1)}));
     for (auto& child : children) EXPECT_EQ(child->Wait(), 0);
 }
 
