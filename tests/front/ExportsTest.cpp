@@ -44,9 +44,15 @@ TEST(Initialise, TheHandleIsUntouchedByAFailure) {
         uint32_t method;
         FBR_STATUS status = FSSTATUS_INVALID_PARAMETER;
     } rows[] = {
-        {WTEXT(""), 1},        {WTEXT("||"), 1},      {WTEXT("x|y|z"), 1},
-        {WTEXT("!REMOTE"), 2}, {WTEXT("path"), 0},    {WTEXT("path"), 4},
-        {WTEXT("path"), 5},    {WTEXT("path"), 1000}, {WTEXT("path"), 3, FSSTATUS_NOT_IMPLEMENTED},
+        {WTEXT(""), 1},
+        {WTEXT("||"), 1},
+        {WTEXT("x|y|z"), 1},
+        {WTEXT("!REMOTE"), 2},
+        {WTEXT("path"), 0},
+        {WTEXT("path"), 4},
+        {WTEXT("path"), 5},
+        {WTEXT("path"), 1000},
+        {WTEXT("path"), 3, FSSTATUS_NOT_IMPLEMENTED},
         {WTEXT("path"), 16, ZRFS_CLUSTER ? FSSTATUS_INVALID_NAME : FSSTATUS_NOT_IMPLEMENTED}};
     for (const auto& row : rows)
         EXPECT_EQ(FBR_InitialiseEx(row.path, &handle, static_cast<FBR_METHOD>(row.method)),
