@@ -262,8 +262,8 @@ class Program {
     }
     int Wait() { return process_->Wait(); }
     void Interrupt() const { kill(static_cast<pid_t>(process_->Id()), SIGINT); }
-    std::string Out() const {
-        std::ifstream in(folder_ / "out");
+    std::string Out(const char* stream = "out") const {
+        std::ifstream in(folder_ / stream);
         return {std::istreambuf_iterator<char>(in), {}};
     }
 
@@ -281,6 +281,9 @@ TEST(ClusterShared, TheToolWorksOnOne) {
     };
     std::ofstream(file) << R"({"key":"\\K\\L","name":"n","type":4,"data":"07000000"})" << '\n';
     EXPECT_EQ(Program("fbr", {"ls", at("typo")}).Wait(), 1);
+    Program none("fbr", {"ls", "etcd://127.0.0.1:1,127.0.0.1:2/none"});
+    EXPECT_EQ(none.Wait(), 1);
+    EXPECT_NE(none.Out("err").find("The cluster at 127.0.0.1:1, 127.0.0.1:2"), std::string::npos);
     EXPECT_EQ(Program("fbr", {"import", at("tool"), file}).Wait(), 0);
     EXPECT_EQ(Program("fbr", {"create", at("tool")}).Wait(), 1);
     Program watch("fbr", {"watch", at("tool"), "K"});

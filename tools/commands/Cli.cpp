@@ -10,6 +10,7 @@
 #include <iostream>
 #include <streambuf>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "Shared/logging/Logger.h"
@@ -343,17 +344,24 @@ std::string Cli::ContainerAt(const std::string& path) const {
     return std::string(text.begin(), text.end());
 }
 
-// What the library warns of in a hive's file goes to standard error; all else that it logs is for
-// those who mend it, and tells a person nothing that the failed operation does not tell. That a
-// hive could be read in part only is a loss: the command did not give all that there is.
+// What the library warns of in a hive's file, and what a cluster says, goes to standard error; all
+// else that it logs is for those who mend it, and tells a person nothing that the failed operation
+// does not tell. That a hive could be read in part only is a loss: the command did not give all
+// that there is.
 void Cli::HearWarnings() {
     namespace log = Varnhold::Hob::Detail;
     log::Logger::Instance().AddSink(
         log::kWarning, [](int severity) { return severity <= log::kWarning; },
-        [this, last = std::string()](const log::LogRecord& record) mutable {
+        [this, last = std::string(),
+         thread = std::this_thread::get_id()](const log::LogRecord& record) mutable {
+            if (std::this_thread::get_id() != thread) return;  // that tries by itself again
             const std::string_view file = record.file;
             const bool loss = file == "offreg/OfflineRegistry";
-            if (!loss && file != "FS_Library_DLL/FsOfflineRegistryImpl") return;
+            const bool heard = loss || file == "FS_Library_DLL/FsOfflineRegistryImpl" ||
+                               file == "FS_Library_DLL/EtcdHttp" ||
+                               file == "FS_Library_DLL/ClusterStore" ||
+                               file == "FS_Library_DLL/FsClusterImpl";
+            if (!heard) return;
             if (std::exchange(last, record.message) == record.message) return;  // tried again
             const int status = Report(WithoutNumber(record.message).c_str(), kExitFailed);
             if (loss) SetExitStatus(status);

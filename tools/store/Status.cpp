@@ -16,7 +16,8 @@ std::string MissingMethod(FBR_METHOD method) {
         case FS_VR_METHOD_HIVE:
             return "; only Windows can mount a hive: open the file with --method offline";
         case FS_VR_METHOD_CLUSTER:
-            return "; this build has no stores on a cluster: it was made without libcurl";
+            return "; a store on a cluster needs Linux, libcurl (Debian: libcurl4) and a build "
+                   "that found it";
         case FS_VR_METHOD_VARNHOLD_TARN:
             return "; the method is reserved";
         default:
