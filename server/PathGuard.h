@@ -26,8 +26,8 @@ class PathGuard {
   public:
     // Without a root any file that the server (or the client it acts as) can open may be named,
     // relative ones from the server's folder. With one, only files below it, relative ones from
-    // it; no live registry, no cluster, nor a hive under a name that the system mounts hives by. That a path
-    // was admitted does not say where it leads when it is opened: Root does.
+    // it; no live registry, no cluster, nor a hive under a name that the system mounts hives by.
+    // That a path was admitted does not say where it leads when it is opened: Root does.
     //
     // Throws std::runtime_error when the root is no folder.
     explicit PathGuard(std::optional<std::filesystem::path> root);
