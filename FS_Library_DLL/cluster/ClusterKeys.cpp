@@ -75,7 +75,7 @@ Change PartOfPath(const ClusterStore& store, const NewKeys& keys, size_t first, 
 void KeepNewKeys(ClusterStore& store, const NewKeys& keys) ZRFS_REQUIRES(store.lock) {
     store.DropListings(keys.parent.id);
     KeptReads* kept = store.Kept();
-    if (kept == nullptr) return;
+    if (kept == nullptr || store.MayGo(keys.lease)) return;
     for (size_t i = 0; i < keys.names.size(); ++i) {
         const std::string& parent = i == 0 ? keys.parent.id : keys.ids[i - 1];
         kept->Keep(parent, FoldedText(keys.names[i]),

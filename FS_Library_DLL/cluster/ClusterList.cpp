@@ -92,12 +92,12 @@ Outcome Reading::Read() {
 
 // False when one of them is none: who asks for that one is told.
 bool KeepValues(const ClusterStore& store, KeptReads& kept, const std::string& id,
-                const std::vector<KeyValue>& pairs) {
+                const std::vector<KeyValue>& pairs) ZRFS_REQUIRES(store.lock) {
     bool all = true;
     for (const KeyValue& pair : pairs) {
         ValueRecord value;
         const std::string folded = RestOf(pair.key, store.names.Values(id));
-        if (ReadValue(pair.value, folded, &value))
+        if (!store.MayGo(pair.lease) && ReadValue(pair.value, folded, &value))
             kept.Keep(id, folded, std::move(value));
         else
             all = false;
@@ -106,12 +106,13 @@ bool KeepValues(const ClusterStore& store, KeptReads& kept, const std::string& i
 }
 
 bool KeepChildren(const ClusterStore& store, KeptReads& kept, const std::string& id,
-                  const std::vector<KeyValue>& pairs) {
+                  const std::vector<KeyValue>& pairs) ZRFS_REQUIRES(store.lock) {
     bool all = true;
     for (const KeyValue& pair : pairs) {
         Child child;
         std::string folded;
-        if (ReadChildOf(pair, store.names.Children(id), &child, &folded))
+        if (!store.MayGo(pair.lease) &&
+            ReadChildOf(pair, store.names.Children(id), &child, &folded))
             kept.Keep(id, folded, std::move(child));
         else
             all = false;
@@ -141,6 +142,7 @@ FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const std::string& id
     if (!reply.isTrue) return id == kRootId ? FSSTATUS_SUCCESS : FSSTATUS_NOT_FOUND;
     for (size_t i = 0; i < ids.size(); ++i) {
         const RangeReply* const found = &reply.results[4 * i];
+        if (!found[2].found.empty() && store.MayGo(found[2].found[0].lease)) continue;
         kept.Values(ids[i]).isAll =
             KeepValues(store, kept, ids[i], found[0].found) && !found[0].hasMore;
         kept.Children(ids[i]).isAll =

@@ -59,6 +59,11 @@ class ClusterStore {
     FBR_STATUS SendGathered() ZRFS_REQUIRES(lock);
     // What is kept, null when it cannot be relied on.
     KeptReads* Kept() ZRFS_REQUIRES(lock);
+    // Whether what hangs on that lease goes with another store, whoever has the lock: it is not
+    // kept.
+    bool MayGo(int64_t lease) const ZRFS_REQUIRES(lock) {
+        return lease != 0 && lease != volatileLease;
+    }
     // Forgets what was read of a key that changes.
     void DropListings(const std::string& id) ZRFS_REQUIRES(lock);
 

@@ -107,7 +107,8 @@ void KeepRead(ClusterStore& store, const OpenedKey& key, const RangeReply& reply
     for (const KeyValue& pair : reply.found) {
         ValueRecord value;
         const std::string folded = RestOf(pair.key, values);
-        if (ReadValue(pair.value, folded, &value)) kept->Keep(key.id, folded, std::move(value));
+        if (!store.MayGo(pair.lease) && ReadValue(pair.value, folded, &value))
+            kept->Keep(key.id, folded, std::move(value));
     }
 }
 
@@ -132,7 +133,8 @@ FBR_STATUS SetValue(ClusterStore& store, const OpenedKey& key, ValueRecord value
     const FBR_STATUS status = store.CommitSoon(&change);
     if (status != FSSTATUS_SUCCESS) return status;
     if (change.isConflict) return AfterConflict(store);
-    if (KeptReads* kept = store.Kept()) kept->Keep(key.id, folded, std::move(value));
+    KeptReads* kept = store.MayGo(key.lease) ? nullptr : store.Kept();
+    if (kept != nullptr) kept->Keep(key.id, folded, std::move(value));
     return FSSTATUS_SUCCESS;
 }
 

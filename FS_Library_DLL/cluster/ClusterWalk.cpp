@@ -98,13 +98,17 @@ FBR_STATUS ReadChildren(ClusterStore& store, const std::string& parent, KeptRead
     RangeReply reply;
     const Outcome outcome = store.Api().Range({children, kChildrenAtOnce}, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
+    bool all = !reply.hasMore;
     for (const KeyValue& pair : reply.found) {
         Child child;
         std::string folded;
         if (!ReadChildOf(pair, children, &child, &folded)) return store.Damaged(pair.key);
-        kept->Keep(parent, folded, std::move(child));
+        if (store.MayGo(pair.lease))
+            all = false;
+        else
+            kept->Keep(parent, folded, std::move(child));
     }
-    kept->Children(parent).isAll = !reply.hasMore;
+    kept->Children(parent).isAll = all;
     return FSSTATUS_SUCCESS;
 }
 
@@ -126,7 +130,7 @@ FBR_STATUS StepKept(ClusterStore& store, KeptReads& kept, const std::string& par
     Way way;
     bool moved = false;
     const FBR_STATUS status = Step(store, parent, name, &way, child, &moved);
-    if (status == FSSTATUS_SUCCESS) kept.Keep(parent, folded, *child);
+    if (status == FSSTATUS_SUCCESS && !store.MayGo(child->lease)) kept.Keep(parent, folded, *child);
     return status;
 }
 

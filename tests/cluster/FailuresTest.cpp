@@ -149,6 +149,16 @@ TEST(ClusterFailures, ALockAndVolatileKeysEndWithTheirHolder) {
     EXPECT_LE(steady_clock::now() - began, seconds(6));
     EXPECT_TRUE(support::Eventually([&] { return !store.Has("volatile"); }));
     EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+    // They go whoever has the lock and has seen them.
+    Store closing(path, FS_VR_METHOD_CLUSTER);
+    closing.Lock();
+    closing.TryMake("volatile\\below", 0, FSCREATEOPTIONS_VOLATILE);
+    closing.Unlock();
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(store.Has("volatile\\below"));
+    closing.Close();
+    EXPECT_FALSE(store.Has("volatile\\below"));
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
     // The same where only the thread ends: at once in its own store, and elsewhere.
     const auto takeAndEnd = [&] {
         std::thread([&] { EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS); }).join();
