@@ -18,10 +18,6 @@ using std::chrono::steady_clock;
 using support::Store;
 using support::Text;
 
-bool IsLong() {
-    return std::getenv("ZRFS_LONG_TESTS") != nullptr;
-}
-
 std::string Narrow(const platform::WString& text) {
     return platform::ToUtf8(text);
 }

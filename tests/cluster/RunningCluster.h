@@ -2,6 +2,7 @@
 // A cluster of this test's own, on loopback ports that were free.
 #pragma once
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +12,11 @@
 #include "tests/support/TempDir.h"
 
 namespace cluster_test {
+
+// Rounds of minutes are wanted, and not only those that show a fault at once.
+inline bool IsLong() {
+    return std::getenv("ZRFS_LONG_TESTS") != nullptr;
+}
 
 class RunningCluster {
   public:

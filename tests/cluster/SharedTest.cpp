@@ -21,10 +21,6 @@ using std::chrono::steady_clock;
 using support::OpenKey;
 using support::Store;
 
-bool IsLong() {
-    return std::getenv("ZRFS_LONG_TESTS") != nullptr;
-}
-
 // For as long as it stands.
 class Variable {
   public:
