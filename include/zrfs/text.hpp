@@ -104,7 +104,11 @@ namespace detail {
 
 // What was done, and on what, for check.
 inline auto told(const char* what, const Text& on) {
-    return [what, &on] { return what + on.utf8(); };
+    return [what, &on] {
+        std::string text = what;
+        for (const char c : on.utf8()) text += c == 0 ? std::string("\\0") : std::string(1, c);
+        return text;
+    };
 }
 
 }  // namespace detail

@@ -150,6 +150,7 @@ def test_failures_are_exceptions_of_their_own(path):
         zrfs.check(path + ".missing")
     for name, method, advice in (("|x.fbr", 4, "SERVER|PATH"), (path, 4, "SERVER|PATH"),
                                  (path + ".none|x.fbr", 4, "no server may answer"),
+                                 (str(pathlib.Path(path).parent), 1, "that is a folder"),
                                  (path, 5, "FILE!NAME")):
         with pytest.raises(zrfs.Error, match=re.escape(advice)):
             zrfs.open(name, method=method)

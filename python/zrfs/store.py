@@ -8,6 +8,7 @@ import datetime
 import enum
 import itertools
 import os
+import shutil
 import warnings
 from typing import Any, Iterator, Mapping, MutableMapping, Optional
 
@@ -76,7 +77,8 @@ class _OpenKey:
     def _make(self, handle: lib.Handle, path: str) -> None:
         status = _library.FBR_CreateDirEx(0, lib.to_units("\\" + path), 0,
                                           ctypes.byref(self._key), handle)
-        _check(Status.SUCCESS if status == Status.ALREADY_EXISTS else status, self._what())
+        self._store._check_change(Status.SUCCESS if status == Status.ALREADY_EXISTS else status,
+                                  self._what())
 
     def _close(self) -> None:
         _library.FBR_CloseDirEx(self._key, self._store._handle)
@@ -172,9 +174,9 @@ class Key(MutableMapping[str, Any]):
     def __setitem__(self, name: str, value: Stored) -> None:
         stored = from_python(value)
         with _OpenKey(self._store, self.path, create=True) as key:
-            _check(_library.FBR_SetValue(key, lib.to_units(name), stored.type, stored.data,
-                                         len(stored.data), self._store._handle),
-                   f"set {self._what(name)}")
+            status = _library.FBR_SetValue(key, lib.to_units(name), stored.type, stored.data,
+                                           len(stored.data), self._store._handle)
+            self._store._check_change(status, f"set {self._what(name)}")
 
     def __delitem__(self, name: str) -> None:
         with _OpenKey(self._store, self.path) as key:
@@ -253,6 +255,25 @@ def _why_not_opened(path: str, method: Method, status: int) -> Optional[str]:
     if method == Method.HIVE and "!" not in path:
         return ("a hive is mounted as FILE!NAME, and by Windows alone; Method.OFFLINE opens FILE "
                 "itself")
+    return _what_its_file_tells(path, method, status)
+
+
+def _what_its_file_tells(path: str, method: Method, status: int) -> Optional[str]:
+    """What to do after a general failure, where a look at a store's file shows the reason."""
+    if status != Status.FAILED or method not in (Method.CONTAINER, Method.OFFLINE):
+        return None
+    if os.path.isdir(path):
+        return "that is a folder: name a file in it"
+    there = os.path.exists(path)
+    if there and not os.access(path, os.R_OK):
+        return "its file may not be read: ask its owner for the right"
+    if not os.access(path if there else os.path.dirname(path) or ".", os.W_OK):
+        return "its file may not be written: ask its owner for the right, or take a copy of it"
+    try:
+        if shutil.disk_usage(os.path.dirname(path) or ".").free == 0:
+            return "the disk is full: make room on it"
+    except OSError:
+        pass
     return None
 
 
@@ -295,6 +316,9 @@ class Store(Mapping[str, Key]):
         if self._handle is None:
             raise ValueError(f"{self.path} is closed")
         return self._handle
+
+    def _check_change(self, status: int, what: str) -> None:
+        _check(status, what, _what_its_file_tells(self.path, self.method, status))
 
     def close(self) -> None:
         """Closes the store, and gives up its lock. Closing it again does nothing."""

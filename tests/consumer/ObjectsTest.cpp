@@ -130,9 +130,10 @@ TEST(ObjectsLocks, AChangeWithoutOneFailsWithItsStatus) {
     EXPECT_EQ(root.get("v"), Value::dword(1));
     EXPECT_EQ(StatusOf([&] { root.get("w"); }), FSSTATUS_NOT_FOUND);
     try {
-        root.get("w");
+        root.get(std::string("w\0x", 3));
+        ADD_FAILURE();
     } catch (const std::system_error& error) {
-        EXPECT_STREQ(error.what(), "read value w: there is no such key, value or file");
+        EXPECT_STREQ(error.what(), "read value w\\0x: there is no such key, value or file");
     }
 }
 
