@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@ class LogCapture {
     explicit LogCapture(int level = Varnhold::Hob::Detail::kScope) {
         Varnhold::Hob::Detail::Logger::Instance().AddSink(
             level, nullptr, [this](const Varnhold::Hob::Detail::LogRecord& record) {
+                const std::lock_guard guard(lock_);  // threads log at once
                 lines.push_back(
                     {record.severity, record.file, record.function, record.message, record.line});
             });
@@ -28,14 +30,19 @@ class LogCapture {
     LogCapture& operator=(const LogCapture&) = delete;
 
     bool Has(const std::string& message) const {
+        const std::lock_guard guard(lock_);
         return std::any_of(lines.begin(), lines.end(),
                            [&](const Line& line) { return line.message == message; });
     }
     std::vector<std::string> Messages() const {
+        const std::lock_guard guard(lock_);
         std::vector<std::string> messages;
         for (const Line& line : lines) messages.push_back(line.message);
         return messages;
     }
 
     std::vector<Line> lines;
+
+  private:
+    mutable std::mutex lock_;
 };
