@@ -69,6 +69,13 @@ FBR_STATUS FsClusterImpl::WithKey(int64_t key, FBR_STATUS notOpen, Operation ope
     });
 }
 
+// The same where 0 stands for the root.
+template <class Operation>
+FBR_STATUS FsClusterImpl::WithBase(int64_t parent, Operation operation) {
+    if (parent != 0) return WithKey(parent, FSSTATUS_FAILED, operation);
+    return Locked([&]() ZRFS_REQUIRES(store_->lock) { return operation(OpenedKey{kRootId, {}}); });
+}
+
 FsClusterImpl::~FsClusterImpl() {
     GiveUp();
 }
@@ -218,14 +225,10 @@ FBR_STATUS FsClusterImpl::FBR_QueryValue(int64_t key, const WChar* name, void* b
 FBR_STATUS FsClusterImpl::FBR_CreateDirEx(int64_t parent, const WChar* name,
                                           FBR_CREATEOPTIONS options, int64_t* key) {
     if (name == nullptr || key == nullptr) return FSSTATUS_INVALID_PARAMETER;
-    return Locked([&]() ZRFS_REQUIRES(store_->lock) {
-        const OpenedKey root{kRootId, {}};
-        const OpenedKey* base = parent == 0 ? &root : store_->keys.Find(parent);
-        if (base == nullptr) return FSSTATUS_FAILED;
+    return WithBase(parent, [&](const OpenedKey& base) ZRFS_REQUIRES(store_->lock) {
         const bool isVolatile = (static_cast<uint32_t>(options) & FSCREATEOPTIONS_VOLATILE) != 0;
         OpenedKey opened;
-        const FBR_STATUS status =
-            MakePath(*store_, OpenedKey(*base), PartsOf(name), isVolatile, &opened);
+        const FBR_STATUS status = MakePath(*store_, base, PartsOf(name), isVolatile, &opened);
         if (status == FSSTATUS_SUCCESS || status == FSSTATUS_ALREADY_EXISTS)
             *key = store_->keys.Add(std::move(opened));
         return status;
@@ -234,12 +237,9 @@ FBR_STATUS FsClusterImpl::FBR_CreateDirEx(int64_t parent, const WChar* name,
 
 FBR_STATUS FsClusterImpl::FBR_OpenDirEx(int64_t parent, const WChar* name, int64_t* key) {
     if (name == nullptr || key == nullptr) return FSSTATUS_INVALID_PARAMETER;
-    return Locked([&]() ZRFS_REQUIRES(store_->lock) {
-        const OpenedKey root{kRootId, {}};
-        const OpenedKey* base = parent == 0 ? &root : store_->keys.Find(parent);
-        if (base == nullptr) return FSSTATUS_FAILED;
+    return WithBase(parent, [&](const OpenedKey& base) ZRFS_REQUIRES(store_->lock) {
         OpenedKey opened;
-        const FBR_STATUS status = OpenPath(*store_, *base, PartsOf(name), &opened);
+        const FBR_STATUS status = OpenPath(*store_, base, PartsOf(name), &opened);
         if (status == FSSTATUS_SUCCESS) *key = store_->keys.Add(std::move(opened));
         return status;
     });

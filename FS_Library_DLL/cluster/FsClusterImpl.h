@@ -73,6 +73,8 @@ class FsClusterImpl : public IFSInterface, public SharedStore {
     FBR_STATUS Locked(Operation operation);
     template <class Operation>
     FBR_STATUS WithKey(int64_t key, FBR_STATUS notOpen, Operation operation);
+    template <class Operation>
+    FBR_STATUS WithBase(int64_t parent, Operation operation);
     FBR_STATUS GiveUp();
     FBR_STATUS AfterLock(bool isLeft);
 

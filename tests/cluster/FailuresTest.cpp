@@ -18,10 +18,6 @@ using std::chrono::steady_clock;
 using support::Store;
 using support::Text;
 
-std::string Narrow(const platform::WString& text) {
-    return platform::ToUtf8(text);
-}
-
 support::Bytes DataOf(int number) {
     const std::string text = std::to_string(number);
     return {text.begin(), text.end()};
@@ -63,7 +59,7 @@ const support::ChildRole kHolder("cluster-holder", [](const std::vector<std::str
 class Writers {
   public:
     Writers(const RunningCluster& cluster, const std::string& prefix, int each)
-        : path_(Narrow(cluster.Path(prefix))) {
+        : path_(platform::ToUtf8(cluster.Path(prefix))) {
         for (int i = 0; i < 4; ++i)
             children_.push_back(std::make_unique<support::ChildProcess>(
                 "cluster-writer", std::vector<std::string>{path_, Name(i), std::to_string(each),
@@ -131,10 +127,10 @@ TEST(ClusterFailures, WhatWasAnsweredOutlivesTheLeader) {
 }
 
 TEST(ClusterFailures, ALockAndVolatileKeysEndWithTheirHolder) {
-    setenv("ZRFS_ETCD_LEASE", "3", 1);
+    const Variable lease("ZRFS_ETCD_LEASE", "3");
     RunningCluster cluster(1);
     const support::TempDir folder;
-    const std::string path = Narrow(cluster.Path("holder"));
+    const std::string path = platform::ToUtf8(cluster.Path("holder"));
     support::ChildProcess holder("cluster-holder", {path, (folder / "has").string()});
     ASSERT_TRUE(support::Eventually([&] { return std::filesystem::exists(folder / "has"); }));
     Store store(path, FS_VR_METHOD_CLUSTER);
@@ -169,12 +165,11 @@ TEST(ClusterFailures, ALockAndVolatileKeysEndWithTheirHolder) {
     Store other(path, FS_VR_METHOD_CLUSTER);
     EXPECT_EQ(other.Lock(), FSSTATUS_SUCCESS);
     EXPECT_LE(steady_clock::now() - endedAgain, seconds(7));
-    unsetenv("ZRFS_ETCD_LEASE");
 }
 
 TEST(ClusterFailures, WithoutAMajorityCallsFailAndTheHandleGoesOnLater) {
-    setenv("ZRFS_ETCD_PATIENCE", "2", 1);
-    setenv("ZRFS_ETCD_LEASE", "4", 1);
+    const Variable patience("ZRFS_ETCD_PATIENCE", "2");
+    const Variable lease("ZRFS_ETCD_LEASE", "4");
     RunningCluster cluster;
     Store store(cluster.Path("quorum"), FS_VR_METHOD_CLUSTER);
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
@@ -197,8 +192,6 @@ TEST(ClusterFailures, WithoutAMajorityCallsFailAndTheHandleGoesOnLater) {
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     EXPECT_EQ(store.Set(key, "v", {3}), FSSTATUS_SUCCESS);
     EXPECT_EQ(reader.Get(read, "v"), support::Bytes{3});
-    unsetenv("ZRFS_ETCD_PATIENCE");
-    unsetenv("ZRFS_ETCD_LEASE");
 }
 
 // A second rename, or a second key of the name, would be refused.
@@ -287,7 +280,7 @@ TEST(ClusterFailures, CallsTakeNoMoreRequestsThanTheyMust) {
 // The way to one member hangs, and the request is made through another: when it arrives at last,
 // the store has gone on.
 TEST(ClusterFailures, ARequestThatComesLateChangesNothing) {
-    setenv("ZRFS_ETCD_PATIENCE", "2", 1);
+    const Variable patience("ZRFS_ETCD_PATIENCE", "2");
     RunningCluster cluster(1);
     BrokenLine line(cluster.Endpoints()[0]);
     Store store(line.Endpoint() + "," + cluster.Endpoints()[0] + "/late", FS_VR_METHOD_CLUSTER);
@@ -299,7 +292,6 @@ TEST(ClusterFailures, ARequestThatComesLateChangesNothing) {
     line.Deliver();
     EXPECT_EQ(Records(cluster).Below("late/v/").back().value,
               R"({"name":"v","type":3,"data":"Ag=="})");
-    unsetenv("ZRFS_ETCD_PATIENCE");
 }
 
 // Who has lost the lock without knowing changes nothing, and is told.

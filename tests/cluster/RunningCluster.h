@@ -18,6 +18,20 @@ inline bool IsLong() {
     return std::getenv("ZRFS_LONG_TESTS") != nullptr;
 }
 
+// Set in the environment for as long as it stands.
+class Variable {
+  public:
+    Variable(const char* name, const std::string& value) : name_(name) {
+        setenv(name, value.c_str(), 1);
+    }
+    ~Variable() { unsetenv(name_); }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+
+  private:
+    const char* const name_;
+};
+
 class RunningCluster {
   public:
     // With certificates, a folder that has ca.pem, own.pem and own.key, all go over TLS, and want

@@ -21,20 +21,6 @@ using std::chrono::steady_clock;
 using support::OpenKey;
 using support::Store;
 
-// For as long as it stands.
-class Variable {
-  public:
-    Variable(const char* name, const std::string& value) : name_(name) {
-        setenv(name, value.c_str(), 1);
-    }
-    ~Variable() { unsetenv(name_); }
-    Variable(const Variable&) = delete;
-    Variable& operator=(const Variable&) = delete;
-
-  private:
-    const char* const name_;
-};
-
 void Shell(const std::string& command) {
     ASSERT_EQ(std::system((command + " >/dev/null 2>&1").c_str()), 0) << command;
 }
