@@ -1,21 +1,27 @@
 # SPDX-License-Identifier: MIT
-# zrfs_test(NAME area [THREADS] [SHARDS n] SOURCES a.cpp ... LIBS target ...): one GoogleTest
+# zrfs_test(NAME area [THREADS] [LONG] [SHARDS n] SOURCES a.cpp ... LIBS target ...): one GoogleTest
 # program, one ctest entry, or n of them that share its tests, where these take long. Its main
 # function is that of zrfs_test_support, unless one of the sources has one. With THREADS it bears the
-# label "threads": the thread sanitizer is for these.
+# label "threads": the thread sanitizer is for these. Those that are LONG or have SHARDS begin first,
+# so that no processor waits for them at the end.
 add_custom_target(thread_tests)
+# The sanitizers are for what is tested; a test is compiled in half the time so. Linked last, for
+# these options take back what others ask for.
+add_library(zrfs_test_options INTERFACE)
+if(ZRFS_SANITIZE)
+  target_compile_options(zrfs_test_options INTERFACE -O0 -fno-sanitize=undefined)
+endif()
 function(zrfs_test)
-  cmake_parse_arguments(T "THREADS" "NAME;SHARDS" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(T "THREADS;LONG" "NAME;SHARDS" "SOURCES;LIBS" ${ARGN})
   add_executable(test_${T_NAME} ${T_SOURCES})
-  target_link_libraries(test_${T_NAME} PRIVATE zrfs_options zrfs_test_support ${T_LIBS} gtest)
-  if(ZRFS_SANITIZE)
-    # The sanitizers are for what is tested; a test is compiled in half the time so.
-    set_property(SOURCE ${T_SOURCES} APPEND PROPERTY COMPILE_OPTIONS -O0 -fno-sanitize=undefined)
-  endif()
+  target_link_libraries(test_${T_NAME} PRIVATE zrfs_options zrfs_test_support ${T_LIBS} gtest
+                                              zrfs_test_options)
   if(T_THREADS)
     add_dependencies(thread_tests test_${T_NAME})
   endif()
-  if(NOT T_SHARDS)
+  if(T_SHARDS)
+    set(T_LONG TRUE)
+  else()
     set(T_SHARDS 1)
   endif()
   foreach(shard RANGE 1 ${T_SHARDS})
@@ -39,6 +45,9 @@ function(zrfs_test)
     set_tests_properties(${entry} PROPERTIES ENVIRONMENT "${environment}")
     if(T_THREADS)
       set_tests_properties(${entry} PROPERTIES LABELS threads)
+    endif()
+    if(T_LONG)
+      set_tests_properties(${entry} PROPERTIES COST 60)
     endif()
   endforeach()
 endfunction()

@@ -8,7 +8,7 @@
 namespace cluster {
 namespace {
 
-constexpr int kMostTries = 5;
+constexpr int kMostReadings = 5;
 constexpr int64_t kValuesAhead = 256;
 
 void Touch(const ClusterStore& store, const OpenedKey& key, Change* change) {
@@ -160,7 +160,7 @@ FBR_STATUS ReadValueOf(ClusterStore& store, const OpenedKey& key, const WString&
         return isMissing ? FSSTATUS_NOT_FOUND : FSSTATUS_SUCCESS;
     Outcome outcome = Outcome::Compacted;
     int64_t ahead = ValuesAhead(store, key, folded);
-    for (int tries = 0; tries < kMostTries && outcome == Outcome::Compacted; ++tries) {
+    for (int tries = 0; tries < kMostReadings && outcome == Outcome::Compacted; ++tries) {
         RangeReply reply;
         int64_t revision = 0;
         const Span span{record, ahead == 1 ? "" : store.names.Values(key.id).to};

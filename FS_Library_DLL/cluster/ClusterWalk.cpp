@@ -7,7 +7,7 @@ namespace cluster {
 namespace {
 
 constexpr int64_t kChildrenAtOnce = 1000;
-constexpr int kMostTries = 20;
+constexpr int kMostWalks = 20;
 // Of a very deep path, the first parts are no more looked at than this.
 constexpr size_t kMostCompares = 100;
 constexpr size_t kMostSeen = 4096;
@@ -68,7 +68,7 @@ FBR_STATUS LookAgain(ClusterStore& store, const Way& way, bool* moved) ZRFS_REQU
 
 FBR_STATUS WalkFree(ClusterStore& store, const std::string& base, const std::vector<WString>& parts,
                     Walked* walked) ZRFS_REQUIRES(store.lock) {
-    for (int tries = 0; tries < kMostTries; ++tries) {
+    for (int tries = 0; tries < kMostWalks; ++tries) {
         walked->found.clear();
         Way way;
         bool moved = false;

@@ -11,7 +11,7 @@ namespace cluster {
 namespace {
 
 constexpr Milliseconds kBeatAfterFailure{500};
-constexpr Milliseconds kPatience{3000};
+constexpr Milliseconds kBeatPatience{3000};
 
 // The host's handlers of signals are for its own threads: one that starts now gets none.
 class AllSignalsBlocked {
@@ -42,7 +42,7 @@ void LeaseKeeper::Keep(int64_t lease, Clock::time_point granted, IsWanted isWant
     if (thread_) return;
     try {
         api_ = std::make_unique<EtcdApi>(settings_);
-        api_->SetPatience(kPatience);
+        api_->SetPatience(kBeatPatience);
         const AllSignalsBlocked noSignals;
         thread_.emplace([this] { Run(); });
     } catch (const std::exception&) {

@@ -18,7 +18,7 @@ using platform::MutexWait;
 namespace cluster {
 namespace {
 
-constexpr Milliseconds kPatience{8000};
+constexpr Milliseconds kLockPatience{8000};
 constexpr Milliseconds kLongestWatch{5000};
 constexpr Milliseconds kLookAtOwner{300};
 
@@ -111,7 +111,7 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
     if (api_ == nullptr) api_ = std::make_unique<EtcdApi>(settings_);
     EtcdApi& api = *api_;
     api.SetPatience(std::clamp(std::chrono::ceil<Milliseconds>(until - Clock::now()),
-                               Milliseconds(2000), kPatience));
+                               Milliseconds(2000), kLockPatience));
     Fence wanted;
     wanted.record.holder = NewId();
     const auto asked = Clock::now();
