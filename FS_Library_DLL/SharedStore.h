@@ -22,6 +22,11 @@ class SharedStore {
     // that came later was refused with the same status, and this answers it.
     virtual FBR_STATUS SendGathered() = 0;
 
+    // From now on, all reads see the state that the first of them finds, without the lock; until as
+    // many calls have ended it. FSSTATUS_FAILED from a read when the cluster keeps that state no
+    // longer. Under the lock it changes nothing.
+    virtual void Snapshot(bool begins) = 0;
+
     // What reads see now, for WaitForChange.
     virtual FBR_STATUS CurrentState(uint64_t* state) = 0;
     // Until something has changed since then, or `goesOn` is false, which is asked when a signal

@@ -84,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (kind == 8 && ReadName(text, &name)) Require(NameText(name) == text, "another name");
     if (kind == 9 && FromBase64(text, &bytes)) Require(ToBase64(bytes) == text, "other bytes");
     if (kind == 10) WriteRecord(data, size);
-    if (kind == 11 && ParseClusterPath(platform::FromUtf8(text), &path))
+    if (kind == 11 && ParseClusterPath(platform::FromUtf8(text), &path, &bytes))
         Require(!path.endpoints.empty() && !path.prefix.empty(), "a path of nothing");
     return 0;
 }

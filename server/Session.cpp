@@ -6,6 +6,7 @@
 #include <shared_mutex>
 
 #include "FS_Library_DLL/IFSInterface.h"
+#include "FS_Library_DLL/SharedStore.h"
 #include "platform/Clock.h"
 #include "platform/LockWaitLimit.h"
 #include "platform/RealPath.h"
@@ -75,27 +76,37 @@ FBR_STATUS Session::Patiently(Call call) const {
     }
 }
 
-// The store's lock for the time of one request.
+// The store's lock for the time of one request. Reads of a store that shows one state without it
+// keep nobody else from it.
 class Session::Locked {
   public:
     Locked(const Session& session, Request code)
         : store_(session.lockable_ ? session.store_ : nullptr),
           type_(Changes(code) ? kWriteLock : kReadLock) {
-        if (store_ != nullptr)
+        if (type_ == kReadLock) snapshot_ = dynamic_cast<SharedStore*>(store_);
+        if (snapshot_ != nullptr)
+            snapshot_->Snapshot(true);
+        else if (store_ != nullptr)
             status_ = session.Patiently([this] { return FBR_GetLockEx(type_, store_); });
     }
     ~Locked() {
-        if (store_ != nullptr && status_ == FSSTATUS_SUCCESS) FBR_ReleaseLockEx(type_, store_);
+        if (store_ == nullptr || status_ != FSSTATUS_SUCCESS) return;
+        if (snapshot_ != nullptr)
+            snapshot_->Snapshot(false);
+        else
+            FBR_ReleaseLockEx(type_, store_);
     }
     Locked(const Locked&) = delete;
     Locked& operator=(const Locked&) = delete;
 
     bool Held() const { return status_ == FSSTATUS_SUCCESS; }
+    FBR_STATUS Status() const { return status_; }
     // The store is gone, and its lock with it.
     void Forget() { store_ = nullptr; }
 
   private:
     FBR_STORE store_;
+    SharedStore* snapshot_ = nullptr;
     uint32_t type_;
     FBR_STATUS status_ = FSSTATUS_SUCCESS;
 };
@@ -255,7 +266,7 @@ void Session::NumberRequest(Request code, Reply& reply) {
     } else if (store_ != nullptr) {
         const Locked lock(*this, code);
         if (!lock.Held()) {
-            status = FSSTATUS_LOCK_FAILED;
+            status = lock.Status();
         } else {
             status = code == Request::Compact ? FBR_Compact(store_, &number)
                                               : FBR_IsCorrupted(store_, &number);
@@ -279,7 +290,7 @@ void Session::ValueRequest(Request code, WireReader& request, Reply& reply) {
     if (store_ != nullptr && Find(number, &key)) {
         const Locked lock(*this, code);
         if (!lock.Held()) {
-            status = FSSTATUS_LOCK_FAILED;
+            status = lock.Status();
         } else if (code == Request::QueryValue) {
             return Query(key, name, size, reply);
         } else {
@@ -336,7 +347,7 @@ void Session::NewKeyRequest(Request code, WireReader& request, Reply& reply) {
     if (store_ != nullptr && known) {
         const Locked lock(*this, code);
         if (!lock.Held()) {
-            status = FSSTATUS_LOCK_FAILED;
+            status = lock.Status();
         } else if (code == Request::CreateDirEx) {
             status = FBR_CreateDirEx(key, name.c_str(), static_cast<FBR_CREATEOPTIONS>(options),
                                      &made, store_);
@@ -358,7 +369,7 @@ void Session::KeyRequest(Request code, WireReader& request, Reply& reply) {
     if (store_ != nullptr && (named || Find(number, &key))) {
         const Locked lock(*this, code);
         if (!lock.Held()) {
-            status = FSSTATUS_LOCK_FAILED;
+            status = lock.Status();
         } else if (named) {
             status = FBR_DeleteDirNamedEx(name.c_str(), store_);
         } else if (code == Request::RenameDirEx) {
@@ -384,7 +395,7 @@ void Session::NameRequest(Request code, WireReader& request, Reply& reply) {
     if (store_ != nullptr && Find(number, &key)) {
         const Locked lock(*this, code);
         if (!lock.Held()) {
-            status = FSSTATUS_LOCK_FAILED;
+            status = lock.Status();
         } else if (code == Request::EnumIntFileEx) {
             status = FBR_EnumIntFileEx(key, index, name.Out(), store_);
         } else if (code == Request::EnumIntDirEx) {
@@ -406,7 +417,7 @@ void Session::TimesRequest(WireReader& request, Reply& reply) {
     FBR_STATUS status = FSSTATUS_INVALID_HANDLE;
     if (store_ != nullptr && Find(number, &key)) {
         const Locked lock(*this, Request::GetDirTimesEx);
-        status = lock.Held() ? FBR_GetDirTimesEx(key, &time, store_) : FSSTATUS_LOCK_FAILED;
+        status = lock.Held() ? FBR_GetDirTimesEx(key, &time, store_) : lock.Status();
     }
     // In the order of their names.
     for (const uint16_t field : {time.wDay, time.wDayOfWeek, time.wHour, time.wMilliseconds,
@@ -424,7 +435,7 @@ void Session::NamesRequest(Request code, WireReader& request, Reply& reply) {
     if (store_ != nullptr && Find(number, &key)) {
         const Locked lock(*this, code);
         if (!lock.Held()) {
-            status = FSSTATUS_LOCK_FAILED;
+            status = lock.Status();
         } else {
             status = code == Request::EnumerateAllValues
                          ? FBR_EnumerateAllValues(key, names, store_)

@@ -82,6 +82,7 @@ void KeepNewKeys(ClusterStore& store, const NewKeys& keys) ZRFS_REQUIRES(store.l
                    Child{keys.ids[i], keys.names[i], keys.lease});
         kept->Children(keys.ids[i]).isAll = true;
         kept->Values(keys.ids[i]).isAll = true;
+        kept->KeepParent(keys.ids[i], parent);
     }
 }
 
@@ -94,7 +95,7 @@ FBR_STATUS MakeKeys(ClusterStore& store, NewKeys* keys) ZRFS_REQUIRES(store.lock
         const bool isWhole = first == 0 && end == keys->names.size();
         const FBR_STATUS status = isWhole ? store.CommitSoon(&change) : store.Commit(&change);
         if (status != FSSTATUS_SUCCESS) return status;
-        if (change.isConflict) return AfterConflict(store);
+        if (change.isConflict) return AfterConflict(store, keys->parent);
         end = first;
     }
     KeepNewKeys(store, *keys);
@@ -111,7 +112,7 @@ FBR_STATUS OpenPath(ClusterStore& store, const OpenedKey& base, const std::vecto
     const FBR_STATUS status = Walk(store, base.id, parts, &walked);
     if (status != FSSTATUS_SUCCESS) return status;
     if (walked.found.size() != parts.size()) return FSSTATUS_NOT_FOUND;
-    *opened = {walked.found.back().id, PathOf(base.path, parts), walked.found.back().lease};
+    *opened = walked.Last(base, parts);
     return FSSTATUS_SUCCESS;
 }
 
@@ -123,18 +124,13 @@ FBR_STATUS MakePath(ClusterStore& store, const OpenedKey& base, const std::vecto
     Walked walked;
     FBR_STATUS status = Walk(store, base.id, parts, &walked);
     if (status != FSSTATUS_SUCCESS) return status;
-    opened->path = PathOf(base.path, parts);
-    NewKeys keys{base,
+    const OpenedKey last = walked.Last(base, parts);
+    NewKeys keys{last,
                  {parts.begin() + static_cast<ptrdiff_t>(walked.found.size()), parts.end()},
                  {},
-                 base.lease};
-    if (!walked.found.empty()) {
-        keys.parent = {walked.found.back().id, {}, walked.found.back().lease};
-        keys.lease = keys.parent.lease;
-    }
+                 last.lease};
     if (keys.names.empty()) {
-        opened->id = keys.parent.id;
-        opened->lease = keys.lease;
+        *opened = last;
         return FSSTATUS_ALREADY_EXISTS;
     }
     if (isVolatile && keys.lease == 0) {
@@ -150,15 +146,15 @@ FBR_STATUS MakePath(ClusterStore& store, const OpenedKey& base, const std::vecto
     }
     status = MakeKeys(store, &keys);
     if (status != FSSTATUS_SUCCESS) return status;
-    opened->id = keys.ids.back();
-    opened->lease = keys.lease;
+    const std::string& parent = keys.ids.size() > 1 ? keys.ids.end()[-2] : last.id;
+    *opened = {keys.ids.back(), PathOf(base.path, parts), keys.lease, parent};
     return FSSTATUS_SUCCESS;
 }
 
 FBR_STATUS RenameKey(ClusterStore& store, const OpenedKey& key, const WString& newName) {
     if (!store.storeLock.FenceOfChange()) return FSSTATUS_LOCK_FAILED;
     KeyRecord record;
-    const FBR_STATUS found = ReadKeyOf(store, key.id, &record);
+    const FBR_STATUS found = ReadKeyOf(store, key, &record);
     if (found != FSSTATUS_SUCCESS) return found;
     const std::string folded = FoldedText(record.name), newFolded = FoldedText(newName);
     const std::string from = store.names.Child(record.parent, folded),
@@ -179,7 +175,7 @@ FBR_STATUS RenameKey(ClusterStore& store, const OpenedKey& key, const WString& n
     if (status != FSSTATUS_SUCCESS) return status;
     if (change.isConflict)
         return from != to && !change.answers[0].found.empty() ? FSSTATUS_ALREADY_EXISTS
-                                                              : AfterConflict(store);
+                                                              : AfterConflict(store, key);
     store.DropListings(record.parent);
     if (KeptReads* kept = store.Kept()) {
         kept->Children(record.parent).found.erase(folded);
@@ -200,7 +196,7 @@ FBR_STATUS KeyTime(ClusterStore& store, const OpenedKey& key, platform::UtcTime*
     TransactionReply reply;
     const Outcome outcome = store.Api().Do(look, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
-    if (reply.results[0].found.empty()) return FSSTATUS_NOT_FOUND;
+    if (reply.results[0].found.empty()) return WhyMissing(store, key);
     if (TimeOf(reply.results[0], reply.results[1], time)) return FSSTATUS_SUCCESS;
     return store.Damaged(reply.results[1].found.empty() ? made : changed);
 }

@@ -13,23 +13,27 @@ constexpr size_t kMostListings = 8;
 constexpr int64_t kNoTime = -1;    // of a listing that is for the time of the lock alone
 constexpr size_t kKeysAhead = 30;  // of four operations each
 constexpr int64_t kNamesAhead = 200;
+constexpr size_t kMostKeptChildren = 60'000;
 
 // One listing, page by page, as it was when the first page was read.
 class Reading {
   public:
-    Reading(ClusterStore& store, const std::string& id, Kind kind)
+    Reading(ClusterStore& store, const OpenedKey& key, Kind kind)
         : store_(store),
-          span_(kind == Kind::Values ? store.names.Values(id) : store.names.Children(id)),
-          listing{id, kind, {}} {}
+          span_(kind == Kind::Values ? store.names.Values(key.id) : store.names.Children(key.id)),
+          listing{key.id, key.parent, kind, {}} {}
 
     // By who has the store's lock.
     Outcome Read();
 
-    bool isThere = true;  // the key
-    std::string damaged;  // a record that is none
+    std::vector<KeyValue> record;      // of the key; none where there is none
+    std::vector<std::string> damaged;  // records that are none
+    bool isKept = true;                // all children are
+    std::vector<std::pair<std::string, Child>> children;
+
   private:
     Outcome ReadFirst(RangeReply* page) ZRFS_REQUIRES(store_.lock);
-    bool Add(const RangeReply& page);
+    void Add(const RangeReply& page) ZRFS_REQUIRES(store_.lock);
 
     ClusterStore& store_;
     const Span span_;
@@ -47,28 +51,33 @@ Outcome Reading::ReadFirst(RangeReply* page) {
     TransactionReply reply;
     const Outcome outcome = store_.Api().Do(look, &reply);
     if (outcome != Outcome::Answered) return outcome;
-    isThere = !reply.results[0].found.empty();
+    record = std::move(reply.results[0].found);
     listing.time = reply.results[1].found.empty() ? 0 : reply.results[1].found[0].modified;
     revision_ = reply.revision;
     *page = std::move(reply.results[2]);
     return outcome;
 }
 
-bool Reading::Add(const RangeReply& page) {
+void Reading::Add(const RangeReply& page) {
     for (const KeyValue& pair : page.found) {
-        damaged = pair.key;
         std::string folded = RestOf(pair.key, span_);
-        WString& name = listing.names.emplace_back();
-        if (listing.kind == Kind::Values) {
-            if (!ReadValueName(pair.value, folded, &name)) return false;
+        WString name;
+        Child child;
+        if (listing.kind == Kind::Values ? !ReadValueName(pair.value, folded, &name)
+                                         : !ReadChildOf(pair, span_, &child, &folded)) {
+            damaged.push_back(pair.key);
             continue;
         }
-        Child child;
-        if (!ReadChildOf(pair, span_, &child, &folded)) return false;
-        name = std::move(child.name);
+        if (listing.kind == Kind::Values) {
+            listing.names.push_back(std::move(name));
+            continue;
+        }
+        listing.names.push_back(child.name);
+        if (store_.MayGo(pair.lease) || children.size() == kMostKeptChildren)
+            isKept = false;
+        else
+            children.emplace_back(std::move(folded), std::move(child));
     }
-    damaged.clear();
-    return true;
 }
 
 // A page with long values is asked for again as a smaller one.
@@ -84,8 +93,9 @@ Outcome Reading::Read() {
             atOnce_ /= 10;
             continue;
         }
-        if (outcome != Outcome::Answered || !Add(page) || !page.hasMore || page.found.empty())
-            return outcome;
+        if (outcome != Outcome::Answered) return outcome;
+        Add(page);
+        if (!page.hasMore || page.found.empty()) return outcome;
         next = page.found.back().key + '\0';
     }
 }
@@ -120,10 +130,18 @@ bool KeepChildren(const ClusterStore& store, KeptReads& kept, const std::string&
     return all;
 }
 
+// Whether a key's record is as it must be. A root that is not made yet is empty.
+FBR_STATUS CheckRecord(ClusterStore& store, const OpenedKey& key,
+                       const std::vector<KeyValue>& record) ZRFS_REQUIRES(store.lock) {
+    if (!record.empty()) return CheckParent(store, key, record[0]);
+    return key.id == kRootId ? FSSTATUS_SUCCESS : WhyMissing(store, key);
+}
+
 // Under the lock, what a key holds is read as a whole, and what the next ones hold with it. All of
 // it is kept that is not too much for one answer.
-FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const std::string& id)
+FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const OpenedKey& key)
     ZRFS_REQUIRES(store.lock) {
+    const std::string& id = key.id;
     std::vector<std::string> ids = kept.ReadNext(id, kKeysAhead);
     ids.insert(ids.begin(), id);
     Transaction look;
@@ -134,15 +152,19 @@ FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const std::string& id
         look.ifTrue.push_back(Get({store.names.Key(one)}));
         look.ifTrue.push_back(Get({store.names.Time(one)}));
     }
-    look.compares = {IsThere(store.names.Key(id))};
     TransactionReply reply;
     const Outcome outcome = store.Api().Do(look, &reply);
     if (outcome == Outcome::TooLarge) return FSSTATUS_SUCCESS;
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
-    if (!reply.isTrue) return id == kRootId ? FSSTATUS_SUCCESS : FSSTATUS_NOT_FOUND;
+    const FBR_STATUS status = CheckRecord(store, key, reply.results[2].found);
+    if (status != FSSTATUS_SUCCESS) return status;
     for (size_t i = 0; i < ids.size(); ++i) {
         const RangeReply* const found = &reply.results[4 * i];
-        if (!found[2].found.empty() && store.MayGo(found[2].found[0].lease)) continue;
+        KeyRecord record;
+        if (found[2].found.empty() || store.MayGo(found[2].found[0].lease) ||
+            !ReadKeyRecord(found[2].found[0].value, &record))
+            continue;
+        kept.KeepParent(ids[i], record.parent);
         kept.Values(ids[i]).isAll =
             KeepValues(store, kept, ids[i], found[0].found) && !found[0].hasMore;
         kept.Children(ids[i]).isAll =
@@ -155,6 +177,7 @@ FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const std::string& id
 
 // A listing of what is kept. False when that is not all.
 bool ListKept(KeptReads& kept, Listing* listing) {
+    if (kept.ParentOf(listing->id) != listing->parent) return false;
     const auto add = [&](const auto& names) {
         for (const auto& [folded, item] : names.found) listing->names.push_back(item.name);
         return names.isAll;
@@ -162,6 +185,12 @@ bool ListKept(KeptReads& kept, Listing* listing) {
     return listing->kind == Kind::Values
                ? kept.Values(listing->id).isAll && add(kept.Values(listing->id))
                : kept.Children(listing->id).isAll && add(kept.Children(listing->id));
+}
+
+// Who has listed many children asks for each of them.
+void KeepAll(KeptReads& kept, const std::string& id, Reading* reading) {
+    for (auto& [folded, child] : reading->children) kept.Keep(id, folded, std::move(child));
+    kept.Children(id).isAll = reading->isKept && reading->damaged.empty();
 }
 
 FBR_STATUS AddListing(ClusterStore& store, Listing made, const Listing** listing)
@@ -198,7 +227,9 @@ FBR_STATUS List(ClusterStore& store, const OpenedKey& key, Kind kind, bool mayBe
     KeptReads* kept = store.Kept();
     auto& listings = store.listings;
     for (size_t i = 0; i < listings.size(); ++i) {
-        if (listings[i].id != key.id || listings[i].kind != kind) continue;
+        if (listings[i].id != key.id || listings[i].parent != key.parent ||
+            listings[i].kind != kind)
+            continue;
         bool isSo = false;
         if (mayBeKept || kept != nullptr) {
             const Outcome outcome = IsStillSo(store, listings[i], &isSo);
@@ -210,20 +241,22 @@ FBR_STATUS List(ClusterStore& store, const OpenedKey& key, Kind kind, bool mayBe
         break;
     }
     if (kept != nullptr) {
-        Listing made{key.id, kind, {}, kNoTime};
+        Listing made{key.id, key.parent, kind, {}, kNoTime};
         if (ListKept(*kept, &made)) return AddListing(store, std::move(made), listing);
-        const FBR_STATUS status = ReadAhead(store, *kept, key.id);
+        const FBR_STATUS status = ReadAhead(store, *kept, key);
         if (status != FSSTATUS_SUCCESS) return status;
         if (ListKept(*kept, &made)) return AddListing(store, std::move(made), listing);
     }
     Outcome outcome = Outcome::Compacted;
     for (int tries = 0; tries < kMostTries && outcome == Outcome::Compacted; ++tries) {
-        Reading reading(store, key.id, kind);
+        Reading reading(store, key, kind);
         outcome = reading.Read();
         if (outcome != Outcome::Answered) continue;
-        // A root that is not made yet is empty.
-        if (!reading.isThere && key.id != kRootId) return FSSTATUS_NOT_FOUND;
-        if (!reading.damaged.empty()) return store.Damaged(reading.damaged);
+        const FBR_STATUS status = CheckRecord(store, key, reading.record);
+        if (status != FSSTATUS_SUCCESS) return status;
+        for (const std::string& one : reading.damaged) store.Damaged(one);
+        if (kept != nullptr) kept->KeepParent(key.id, key.parent);
+        if (kept != nullptr && kind == Kind::Children) KeepAll(*kept, key.id, &reading);
         return AddListing(store, std::move(reading.listing), listing);
     }
     return store.StatusOf(outcome);

@@ -195,6 +195,16 @@ bool ReadLayout(std::string_view text, int* layout) {
     return true;
 }
 
+std::string GoneText(const std::string& parent) {
+    return parent.empty() ? "{}" : Text({{"parent", parent}});
+}
+
+std::string ReadGone(std::string_view text) {
+    json record;
+    std::string parent;
+    return Parse(text, &record) && Read(record, "parent", &parent) ? parent : "";
+}
+
 std::string TimeText(const UtcTime& time) {
     return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", time.year, time.month,
                        time.day, time.hour, time.minute, time.second, time.millisecond);

@@ -30,6 +30,10 @@ bool ReadKeyRecord(std::string_view text, KeyRecord* key);
 // Of the root's record; false when it is none.
 bool ReadLayout(std::string_view text, int* layout);
 
+// A key that is still to be deleted: the parent that its own record must tell then, or none.
+std::string GoneText(const std::string& parent);
+std::string ReadGone(std::string_view text);
+
 std::string TimeText(const platform::UtcTime& time);
 bool ReadTime(std::string_view text, platform::UtcTime* time);
 

@@ -17,6 +17,17 @@ ClusterStore::ClusterStore(std::shared_ptr<const EtcdSettings> given, std::strin
       storeLock(settings, names, leases),
       api_(settings) {}
 
+void ClusterStore::Leave(std::unique_ptr<ClusterStore> store) {
+    // Known to those who look for memory that nobody knows.
+    static std::vector<ClusterStore*>* const left = new std::vector<ClusterStore*>;
+    left->push_back(store.release());
+    ClusterStore& one = *left->back();
+    one.lock.AssertAlone();
+    one.api_.CloseSockets();
+    one.storeLock.CloseSockets();
+    one.leases.CloseSockets();
+}
+
 FBR_STATUS ClusterStore::StatusOf(Outcome outcome) const {
     switch (outcome) {
         case Outcome::Answered:
@@ -25,6 +36,13 @@ FBR_STATUS ClusterStore::StatusOf(Outcome outcome) const {
             return FSSTATUS_ACCESS_DENIED;
         case Outcome::NoSuchLease:  // and what hung on it
             return FSSTATUS_NOT_FOUND;
+        case Outcome::Compacted:
+            if (InSnapshot())
+                ZRFS_LOG(kError, "ClusterStore::StatusOf",
+                         "The state that was read from is no longer kept by the cluster at {}: "
+                         "begin anew",
+                         settings->Endpoints());
+            return FSSTATUS_FAILED;
         default:
             return FSSTATUS_FAILED;
     }
@@ -38,15 +56,22 @@ FBR_STATUS ClusterStore::Damaged(const std::string& record) {
 }
 
 KeptReads* ClusterStore::Kept() {
-    const int64_t lease = storeLock.Certain();
-    if (lease == 0) return nullptr;
-    if (lease != keptUnder_) {
+    const int64_t under = InSnapshot() ? -snapshots_ : storeLock.Certain();
+    if (under == 0) return nullptr;
+    if (under != keptUnder_) {
         kept_.Clear();
         listings.clear();
     }
-    keptUnder_ = lease;
+    keptUnder_ = under;
     kept_.Trim();
     return &kept_;
+}
+
+void ClusterStore::Snapshot(bool begins) {
+    snapshot_ += begins ? 1 : -1;
+    if (!begins || snapshot_ != 1) return;
+    ++snapshots_;
+    api_.Freeze(false);
 }
 
 void ClusterStore::DropListings(const std::string& id) {
@@ -96,6 +121,7 @@ FBR_STATUS ClusterStore::Settle(const Fence& fence, const std::string& change,
 
 FBR_STATUS ClusterStore::Make(Change* change) {
     kept_.ForgetTimes();
+    api_.Freeze(false);
     for (int tries = 0; tries < 3; ++tries) {
         std::optional<Fence> fence = storeLock.FenceOfChange();
         if (!fence) return FSSTATUS_LOCK_FAILED;
@@ -173,6 +199,7 @@ FBR_STATUS ClusterStore::SendGathered() {
 
 EtcdApi& ClusterStore::Api() {
     SendGathered();
+    api_.Freeze(InSnapshot());
     return api_;
 }
 

@@ -2,6 +2,8 @@
 // An open store on a cluster: what its operations share.
 #pragma once
 
+#include <unistd.h>
+
 #include "FS_Library_DLL/cluster/Gathered.h"
 #include "FS_Library_DLL/cluster/KeptReads.h"
 #include "FS_Library_DLL/cluster/OpenKeys.h"
@@ -13,6 +15,7 @@ namespace cluster {
 enum class Kind { Values, Children };
 struct Listing {
     std::string id;
+    std::string parent;  // that the key was opened below
     Kind kind;
     std::vector<WString> names;
     int64_t time = 0;  // the revision of the key's time, which changes with each change in the key
@@ -35,6 +38,12 @@ class ClusterStore {
     const RecordNames names;
     LeaseKeeper leases;
     StoreLock storeLock;
+
+    // False in a child that was forked since: what is here is the parent's, and a thread that is
+    // not there may hold its locks.
+    bool IsOurs() const { return process_ == getpid(); }
+    // In such a child: closes its sockets and leaves all else as it is, for ever.
+    static void Leave(std::unique_ptr<ClusterStore> store);
 
     // Held by each operation from its beginning to its end, but for a wait for the store's lock.
     platform::Mutex lock;
@@ -59,31 +68,38 @@ class ClusterStore {
     FBR_STATUS SendGathered() ZRFS_REQUIRES(lock);
     // What is kept, null when it cannot be relied on.
     KeptReads* Kept() ZRFS_REQUIRES(lock);
+    // From now on all that is read is of one state, as under the lock; until as many calls ended
+    // it. Under the lock it does nothing.
+    void Snapshot(bool begins) ZRFS_REQUIRES(lock);
     // Whether what hangs on that lease goes with another store, whoever has the lock: it is not
     // kept.
     bool MayGo(int64_t lease) const ZRFS_REQUIRES(lock) {
-        return lease != 0 && lease != volatileLease;
+        return lease != 0 && lease != volatileLease && !InSnapshot();
     }
     // Forgets what was read of a key that changes.
     void DropListings(const std::string& id) ZRFS_REQUIRES(lock);
 
-    FBR_STATUS StatusOf(Outcome outcome) const;
+    FBR_STATUS StatusOf(Outcome outcome) const ZRFS_REQUIRES(lock);
     // Tells of a record that is none.
     FBR_STATUS Damaged(const std::string& record) ZRFS_REQUIRES(lock);
 
   private:
+    bool InSnapshot() const ZRFS_REQUIRES(lock) { return snapshot_ > 0 && storeLock.Type() == 0; }
     FBR_STATUS Make(Change* change) ZRFS_REQUIRES(lock);
     bool FindFence(Fence* fence) ZRFS_REQUIRES(lock);
     FBR_STATUS Settle(const Fence& fence, const std::string& change, const RangeReply& record,
                       bool* again) ZRFS_REQUIRES(lock);
 
+    const pid_t process_ = getpid();
     EtcdApi api_ ZRFS_GUARDED_BY(lock);
     KeptReads kept_ ZRFS_GUARDED_BY(lock);
     bool gathers_ ZRFS_GUARDED_BY(lock) = false;
     Gathered gathered_ ZRFS_GUARDED_BY(lock);
     int64_t gatheredUnder_ ZRFS_GUARDED_BY(lock) = 0;  // a lease: no other lock makes them
     FBR_STATUS gatheredStatus_ ZRFS_GUARDED_BY(lock) = FSSTATUS_SUCCESS;
-    int64_t keptUnder_ ZRFS_GUARDED_BY(lock) = 0;
+    int64_t keptUnder_ ZRFS_GUARDED_BY(lock) = 0;  // a lease, or a snapshot below 0
+    int snapshot_ ZRFS_GUARDED_BY(lock) = 0;       // how many want one
+    int64_t snapshots_ ZRFS_GUARDED_BY(lock) = 0;  // that were begun
     uint64_t changes_ ZRFS_GUARDED_BY(lock) = 0;
 };
 

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <set>
+#include <unordered_map>
 
 #include "FS_Library_DLL/cluster/ClusterDelete.h"
 #include "FS_Library_DLL/cluster/ClusterWalk.h"
@@ -21,10 +22,14 @@ class Survey {
   public:
     explicit Survey(ClusterStore& store) : store_(store) {}
 
-    // By who has the store's lock. The first record that is none ends it.
+    // By who has the store's lock. FSSTATUS_FILE_CORRUPT where records are none, each of which is
+    // told.
     FBR_STATUS Read();
-    // The first record that refers to one that is missing; empty for none.
-    std::string Missing() const;
+    // Keys whose own record is missing, with the parent that they hang on.
+    std::vector<std::pair<std::string, Child>> WithoutRecord() const;
+    // Tells of records that refer to one that is missing, or to a key that hangs elsewhere. Whether
+    // there are such.
+    bool TellBroken() ZRFS_REQUIRES(store_.lock);
     // Ids that cannot be reached from the root.
     std::set<std::string> Lost() const;
     // Below d/, and no value has them.
@@ -41,8 +46,10 @@ class Survey {
 
     ClusterStore& store_;
     int64_t revision_ = 0;
-    std::multimap<std::string, Child> children_;  // by the ids of their parents
-    std::set<std::string> keys_, others_;         // ids that have a record, and those of all else
+    FBR_STATUS status_ = FSSTATUS_SUCCESS;
+    std::multimap<std::string, Child> children_;         // by the ids of their parents
+    std::unordered_map<std::string, std::string> keys_;  // parents by the ids that have a record
+    std::set<std::string> others_;                       // the ids of all else
     Pieces pieces_, wanted_;
 };
 
@@ -60,7 +67,7 @@ FBR_STATUS Survey::Each(const char* kind, bool keysOnly, const OnRecord& onRecor
         }
         if (outcome != Outcome::Answered) return store_.StatusOf(outcome);
         for (const KeyValue& pair : page.found)
-            if (!onRecord(pair, RestOf(pair.key, all))) return store_.Damaged(pair.key);
+            if (!onRecord(pair, RestOf(pair.key, all))) status_ = store_.Damaged(pair.key);
         if (!page.hasMore || page.found.empty()) return FSSTATUS_SUCCESS;
         rest.from = page.found.back().key + '\0';
     }
@@ -101,8 +108,9 @@ FBR_STATUS Survey::Read() {
     store_.lock.AssertHeld();
     FBR_STATUS status = Each("k", false, [&](const KeyValue& pair, const std::string& rest) {
         KeyRecord key;
-        if (IsId(rest)) keys_.insert(rest);
-        return IsId(rest) && ReadKeyRecord(pair.value, &key);
+        const bool isKey = IsId(rest) && ReadKeyRecord(pair.value, &key);
+        if (IsId(rest)) keys_[rest] = key.parent;
+        return isKey && key.parent.empty() == (rest == kRootId);
     });
     const auto each = [&](const char* kind, const OnRecord& onRecord) ZRFS_REQUIRES(store_.lock) {
         if (status == FSSTATUS_SUCCESS) status = Each(kind, false, onRecord);
@@ -110,11 +118,13 @@ FBR_STATUS Survey::Read() {
     each("c", [&](const auto& pair, const auto& rest) { return AddChild(pair, rest); });
     each("v", [&](const auto& pair, const auto& rest) { return AddValue(pair, rest); });
     each("d", [&](const auto& pair, const auto& rest) { return AddPiece(pair, rest); });
-    each("t", [&](const auto&, const auto& rest) {
+    each("t", [&](const auto& pair, const auto& rest) {
+        platform::UtcTime time{};
         if (IsId(rest)) others_.insert(rest);
-        return IsId(rest);
+        return IsId(rest) && ReadTime(pair.value, &time);
     });
-    return status;
+    each("g", [](const auto&, const auto& rest) { return IsId(rest) && rest != kRootId; });
+    return status == FSSTATUS_SUCCESS ? status_ : status;
 }
 
 std::set<std::string> Survey::Reachable() const {
@@ -129,20 +139,39 @@ std::set<std::string> Survey::Reachable() const {
     return reached;
 }
 
-std::string Survey::Missing() const {
+std::vector<std::pair<std::string, Child>> Survey::WithoutRecord() const {
+    std::vector<std::pair<std::string, Child>> found;
+    std::set<std::string> seen;
     for (const auto& [parent, child] : children_)
-        if (!keys_.contains(child.id)) return store_.names.Key(child.id);
+        if (!keys_.contains(child.id) && seen.insert(child.id).second)
+            found.emplace_back(parent, child);
+    return found;
+}
+
+bool Survey::TellBroken() {
+    bool isBroken = false;
+    const auto tell = [&](const std::string& record) ZRFS_REQUIRES(store_.lock) {
+        store_.Damaged(record);
+        isBroken = true;
+    };
+    for (const auto& [parent, child] : children_) {
+        const auto key = keys_.find(child.id);
+        if (key == keys_.end())
+            tell(store_.names.Key(child.id));
+        else if (key->second != parent)
+            tell(store_.names.Child(parent, FoldedText(child.name)));
+    }
     for (const auto& [pieces, size] : wanted_) {
         const auto found = pieces_.find(pieces);
         if (found == pieces_.end() || found->second != size)
-            return store_.names.All("d").from + pieces;
+            tell(store_.names.All("d").from + pieces);
     }
-    return "";
+    return isBroken;
 }
 
 std::set<std::string> Survey::Lost() const {
-    std::set<std::string> lost = keys_;
-    lost.insert(others_.begin(), others_.end());
+    std::set<std::string> lost = others_;
+    for (const auto& [id, parent] : keys_) lost.insert(id);
     for (const auto& [parent, child] : children_) lost.insert(parent);
     for (const std::string& id : Reachable()) lost.erase(id);
     return lost;
@@ -161,31 +190,38 @@ std::vector<std::string> Survey::LostPieces() const {
 FBR_STATUS CheckStore(ClusterStore& store) {
     Survey survey(store);
     const FBR_STATUS status = survey.Read();
-    if (status != FSSTATUS_SUCCESS) return status;
-    const std::string missing = survey.Missing();
-    return missing.empty() ? FSSTATUS_SUCCESS : store.Damaged(missing);
+    if (status != FSSTATUS_SUCCESS && status != FSSTATUS_FILE_CORRUPT) return status;
+    return survey.TellBroken() ? FSSTATUS_FILE_CORRUPT : status;
 }
 
+// A key that has lost its record gets another: what it holds hangs on its id, and is all there.
+// Where a record is none, what seems lost may hang on that one, and stays.
 FBR_STATUS SweepStore(ClusterStore& store) {
     Survey survey(store);
     FBR_STATUS status = DeleteGone(store);
     if (status == FSSTATUS_SUCCESS) status = survey.Read();
+    const bool isDamaged = status == FSSTATUS_FILE_CORRUPT;
+    if (isDamaged) status = FSSTATUS_SUCCESS;
     Change change;
-    const auto commit = [&](size_t from) ZRFS_REQUIRES(store.lock) {
-        if (status != FSSTATUS_SUCCESS || change.operations.size() < from) return;
+    const auto add = [&](Operation operation) ZRFS_REQUIRES(store.lock) {
+        change.operations.push_back(std::move(operation));
+        if (status != FSSTATUS_SUCCESS || change.operations.size() < kPutAtOnce) return;
         status = store.Commit(&change);
         change = {};
     };
-    for (const std::string& id : survey.Lost()) {
-        change.operations.push_back(Put(store.names.Gone(id), "{}"));
-        commit(kPutAtOnce);
+    if (status == FSSTATUS_SUCCESS)
+        for (const auto& [parent, child] : survey.WithoutRecord())
+            add(Put(store.names.Key(child.id), KeyText({parent, child.name, platform::UtcNow()}),
+                    child.lease));
+    if (status == FSSTATUS_SUCCESS && !isDamaged) {
+        for (const std::string& id : survey.Lost()) add(Put(store.names.Gone(id), GoneText({})));
+        for (const std::string& pieces : survey.LostPieces()) add(Delete(AllBelow(pieces)));
     }
-    for (const std::string& pieces : survey.LostPieces()) {
-        change.operations.push_back(Delete(AllBelow(pieces)));
-        commit(kPutAtOnce);
-    }
-    commit(1);
-    return status == FSSTATUS_SUCCESS ? DeleteGone(store) : status;
+    if (!change.operations.empty() && status == FSSTATUS_SUCCESS) status = store.Commit(&change);
+    store.listings.clear();
+    if (KeptReads* kept = store.Kept()) kept->Clear();
+    if (status == FSSTATUS_SUCCESS) status = DeleteGone(store);
+    return status == FSSTATUS_SUCCESS && isDamaged ? FSSTATUS_FILE_CORRUPT : status;
 }
 
 }  // namespace cluster

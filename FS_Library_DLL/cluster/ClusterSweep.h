@@ -6,11 +6,13 @@
 
 namespace cluster {
 
-// FSSTATUS_FILE_CORRUPT when a record is none, or refers to one that is missing.
+// FSSTATUS_FILE_CORRUPT when a record is none, or refers to one that is missing or hangs elsewhere.
+// Each is told.
 FBR_STATUS CheckStore(ClusterStore& store) ZRFS_REQUIRES(store.lock);
 
-// Deletes what was left by writers that died, under the store's lock. Nothing, and the answer of
-// CheckStore, where a record is none.
+// Deletes what was left by writers that died, under the store's lock, and makes records of keys
+// that have lost theirs. Where a record is none, it deletes nothing else, and answers
+// FSSTATUS_FILE_CORRUPT.
 FBR_STATUS SweepStore(ClusterStore& store) ZRFS_REQUIRES(store.lock);
 
 }  // namespace cluster

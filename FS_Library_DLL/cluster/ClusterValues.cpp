@@ -40,9 +40,20 @@ FBR_STATUS WritePieces(ClusterStore& store, const OpenedKey& key, const std::str
                                  value.data.substr(index * kPieceBytes, kPieceBytes), key.lease)};
         const FBR_STATUS status = store.Commit(&change);
         if (status != FSSTATUS_SUCCESS) return status;
-        if (change.isConflict) return AfterConflict(store);
+        if (change.isConflict) return AfterConflict(store, key);
     }
     return FSSTATUS_SUCCESS;
+}
+
+// Of a value that is not set after all. Nobody else knows their id, and one who deletes needs no
+// room: that the cluster has no more may be why they are in vain.
+void RemovePieces(ClusterStore& store, const OpenedKey& key, const std::string& folded,
+                  const ValueRecord& value) ZRFS_REQUIRES(store.lock) {
+    const std::string first = store.names.Piece(key.id, folded, value.pieces, 0);
+    Transaction removal;
+    removal.ifTrue = {Delete(AllBelow(first.substr(0, first.rfind('/') + 1)))};
+    TransactionReply reply;
+    store.Api().Do(removal, &reply);
 }
 
 // The pieces as they were when their value's record was read.
@@ -123,7 +134,10 @@ FBR_STATUS SetValue(ClusterStore& store, const OpenedKey& key, ValueRecord value
     if (value.size > kPieceBytes) {
         value.pieces = NewId();
         const FBR_STATUS status = WritePieces(store, key, folded, value);
-        if (status != FSSTATUS_SUCCESS) return status;
+        if (status != FSSTATUS_SUCCESS) {
+            RemovePieces(store, key, folded, value);
+            return status;
+        }
     }
     if (!IsNew(store, key, folded)) DropPieces(store, key, folded, value.pieces, &change);
     change.operations.push_back(
@@ -132,7 +146,7 @@ FBR_STATUS SetValue(ClusterStore& store, const OpenedKey& key, ValueRecord value
     store.DropListings(key.id);
     const FBR_STATUS status = store.CommitSoon(&change);
     if (status != FSSTATUS_SUCCESS) return status;
-    if (change.isConflict) return AfterConflict(store);
+    if (change.isConflict) return AfterConflict(store, key);
     KeptReads* kept = store.MayGo(key.lease) ? nullptr : store.Kept();
     if (kept != nullptr) kept->Keep(key.id, folded, std::move(value));
     return FSSTATUS_SUCCESS;

@@ -102,8 +102,8 @@ FBR_STATUS ReadChildren(ClusterStore& store, const std::string& parent, KeptRead
     for (const KeyValue& pair : reply.found) {
         Child child;
         std::string folded;
-        if (!ReadChildOf(pair, children, &child, &folded)) return store.Damaged(pair.key);
-        if (store.MayGo(pair.lease))
+        // Who asks for one that is none is told.
+        if (!ReadChildOf(pair, children, &child, &folded) || store.MayGo(pair.lease))
             all = false;
         else
             kept->Keep(parent, folded, std::move(child));
@@ -150,6 +150,13 @@ WString PathOf(const WString& parent, const std::vector<WString>& parts) {
     WString path = parent;
     for (const WString& part : parts) path += WTEXT("\\") + part;
     return path;
+}
+
+OpenedKey Walked::Last(const OpenedKey& base, const std::vector<WString>& parts) const {
+    if (found.empty()) return base;
+    const auto end = parts.begin() + static_cast<ptrdiff_t>(found.size());
+    return {found.back().id, PathOf(base.path, {parts.begin(), end}), found.back().lease,
+            found.size() > 1 ? found.end()[-2].id : base.id};
 }
 
 bool ReadChildOf(const KeyValue& pair, const Span& children, Child* child, std::string* folded) {

@@ -17,6 +17,8 @@ struct Walked {
     std::string LastId(const std::string& base) const {
         return found.empty() ? base : found.back().id;
     }
+    // The last of them as an open key, which is the base itself for none.
+    OpenedKey Last(const OpenedKey& base, const std::vector<WString>& parts) const;
 };
 
 // Walks on from the key `base` until a part is missing, on one state of the store.

@@ -71,7 +71,8 @@ std::string CompareText(const Compare& compare) {
         .Take();
 }
 
-std::string OperationText(const Operation& operation) {
+// A range is read as it was at the revision.
+std::string OperationText(const Operation& operation, int64_t revision) {
     switch (operation.what) {
         case Operation::What::Put: {
             Writer put;
@@ -85,7 +86,7 @@ std::string OperationText(const Operation& operation) {
                 .Take();
         default:
             return Writer()
-                .Raw("request_range", RangeText({operation.span, operation.limit}))
+                .Raw("request_range", RangeText({operation.span, operation.limit, revision}))
                 .Take();
     }
 }
@@ -222,19 +223,24 @@ bool TellsOf(Events wanted, std::string_view line) {
 
 Outcome EtcdApi::Range(const RangeRequest& request, RangeReply* reply, int64_t* revision) {
     std::string text;
-    const Outcome outcome = Ask("/v3/kv/range", RangeText(request), &text);
+    RangeRequest asked = request;
+    asked.revision = Reads(request.revision);
+    const Outcome outcome = Ask("/v3/kv/range", RangeText(asked), &text);
     if (outcome != Outcome::Answered) return outcome;
     int64_t read = 0;
     if (!ReadRangeReply(text, reply, &read)) return Outcome::Malformed;
-    if (revision != nullptr) *revision = request.revision != 0 ? request.revision : read;
+    if (asked.revision != 0) read = asked.revision;
+    if (revision != nullptr) *revision = read;
+    HasRead(read);
     return outcome;
 }
 
 Outcome EtcdApi::Do(const Transaction& transaction, TransactionReply* reply) {
+    const auto textOf = [this](const Operation& one) { return OperationText(one, Reads(0)); };
     const std::string body = Writer()
                                  .Raw("compare", List(transaction.compares, CompareText))
-                                 .Raw("success", List(transaction.ifTrue, OperationText))
-                                 .Raw("failure", List(transaction.ifFalse, OperationText))
+                                 .Raw("success", List(transaction.ifTrue, textOf))
+                                 .Raw("failure", List(transaction.ifFalse, textOf))
                                  .Take();
     std::string text;
     const Outcome outcome = Ask("/v3/kv/txn", body, &text);
@@ -242,7 +248,9 @@ Outcome EtcdApi::Do(const Transaction& transaction, TransactionReply* reply) {
     const bool isReply = ReadTransactionReply(text, transaction.ifTrue.size(), reply);
     const bool isWhole =
         isReply && (reply->isTrue || reply->results.size() == transaction.ifFalse.size());
-    return isWhole ? outcome : Outcome::Malformed;
+    if (!isWhole) return Outcome::Malformed;
+    HasRead(reply->revision);
+    return outcome;
 }
 
 Outcome EtcdApi::Grant(int64_t seconds, int64_t* lease) {

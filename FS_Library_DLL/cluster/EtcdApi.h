@@ -80,7 +80,14 @@ class EtcdApi {
 
     // How long a call goes on trying.
     void SetPatience(Milliseconds patience) { patience_ = patience; }
+    // While it freezes, all that is read is of the state that the first answer since then showed.
+    // Compares are made of what is there now all the same.
+    void Freeze(bool freezes) {
+        if (freezes_ != freezes) frozenAt_ = 0;
+        freezes_ = freezes;
+    }
     void Interrupt() { http_.Interrupt(); }
+    void CloseSockets() { http_.CloseSockets(); }
 
     // `revision` becomes the one that was read, and may be null.
     Outcome Range(const RangeRequest& request, RangeReply* reply, int64_t* revision = nullptr);
@@ -99,7 +106,14 @@ class EtcdApi {
         return http_.Post(path, body, patience_, reply);
     }
 
+    int64_t Reads(int64_t revision) const { return revision == 0 ? frozenAt_ : revision; }
+    void HasRead(int64_t revision) {
+        if (freezes_ && frozenAt_ == 0) frozenAt_ = revision;
+    }
+
     EtcdHttp http_;
+    bool freezes_ = false;
+    int64_t frozenAt_ = 0;  // 0: nothing was read yet, or it does not freeze
     Milliseconds patience_{12000};
 };
 

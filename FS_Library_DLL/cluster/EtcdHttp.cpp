@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/cluster/EtcdHttp.h"
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <ctime>
 #include <new>
@@ -77,9 +81,12 @@ struct EtcdHttp::Curl {
     CURLM* const multi;
     CURL* const easy;
     curl_slist* headers = nullptr;
+    std::array<std::atomic<int>, 32> sockets;  // those that are open, and -1
 
     explicit Curl(const CurlLibrary& loaded)
-        : library(loaded), multi(loaded.multiInit()), easy(loaded.easyInit()) {}
+        : library(loaded), multi(loaded.multiInit()), easy(loaded.easyInit()) {
+        for (auto& one : sockets) one = -1;
+    }
     ~Curl() {
         library.freeList(headers);
         library.easyCleanup(easy);
@@ -104,6 +111,28 @@ struct EtcdHttp::Curl {
     }
     void Wait(Milliseconds time) {
         library.poll(multi, nullptr, 0, static_cast<int>(time.count()), nullptr);
+    }
+    // One takes the place of the other; more than there is room for are not known.
+    void Exchange(int known, int other) {
+        for (auto& one : sockets)
+            if (int expected = known; one.compare_exchange_strong(expected, other)) return;
+    }
+    void RememberSockets() {
+        Set(
+            CURLOPT_OPENSOCKETFUNCTION,
+            +[](void* curl, curlsocktype, curl_sockaddr* address) -> curl_socket_t {
+                const int made =
+                    socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+                if (made >= 0) static_cast<Curl*>(curl)->Exchange(-1, made);
+                return made;
+            });
+        Set(
+            CURLOPT_CLOSESOCKETFUNCTION, +[](void* curl, curl_socket_t ended) {
+                static_cast<Curl*>(curl)->Exchange(ended, -1);
+                return close(ended);
+            });
+        Set(CURLOPT_OPENSOCKETDATA, this);
+        Set(CURLOPT_CLOSESOCKETDATA, this);
     }
 };
 
@@ -133,11 +162,13 @@ struct EtcdHttp::Attempt {
     }
 };
 
-EtcdHttp::EtcdHttp(std::shared_ptr<const EtcdSettings> settings) : settings_(std::move(settings)) {
+EtcdHttp::EtcdHttp(std::shared_ptr<const EtcdSettings> settings)
+    : settings_(std::move(settings)), member_(settings_->answering % settings_->endpoints.size()) {
     const CurlLibrary* const library = LoadCurl();
     if (library == nullptr) throw std::runtime_error("no libcurl");
     curl_ = std::make_unique<Curl>(*library);
     if (curl_->easy == nullptr || curl_->multi == nullptr) throw std::bad_alloc();
+    curl_->RememberSockets();
     curl_->Set(CURLOPT_NOSIGNAL, 1L);
     curl_->Set(CURLOPT_PROXY, "");
     curl_->Set(CURLOPT_TCP_NODELAY, 1L);
@@ -163,6 +194,11 @@ EtcdHttp::~EtcdHttp() = default;
 void EtcdHttp::Interrupt() {
     interrupted_ = true;
     curl_->library.wakeUp(curl_->multi);
+}
+
+void EtcdHttp::CloseSockets() {
+    for (auto& one : curl_->sockets)
+        if (const int open = one.exchange(-1); open >= 0) close(open);
 }
 
 void EtcdHttp::Pause(Milliseconds time) {
@@ -266,7 +302,22 @@ Outcome EtcdHttp::Authenticate(Clock::time_point until) {
     return Outcome::Answered;
 }
 
-void EtcdHttp::Tell(const char* path) const {
+// So that each member has its turn.
+Milliseconds EtcdHttp::LongestFor(Milliseconds patience) const {
+    const auto turns =
+        static_cast<int64_t>(std::clamp(settings_->endpoints.size(), size_t{2}, size_t{4}));
+    return std::min(kOneMember, patience / turns);
+}
+
+void EtcdHttp::Tell(const char* path, Outcome outcome) const {
+    if (outcome == Outcome::NoSpace) {
+        ZRFS_LOG(kWarning, "EtcdHttp::Post",
+                 "The space of the cluster at {} is used up, and nothing can be changed: give it "
+                 "more (--quota-backend-bytes), or compact and defragment it, and then have "
+                 "etcdctl disarm its alarm",
+                 settings_->Endpoints());
+        return;
+    }
     ZRFS_LOG(kWarning, "EtcdHttp::Post", "The cluster at {} did not do {}: {}",
              settings_->Endpoints(), path, lastFailure_);
 }
@@ -276,12 +327,13 @@ Outcome EtcdHttp::Post(const char* path, const std::string& body, Milliseconds p
     const auto until = Clock::now() + patience;
     bool mayAuthenticate = !settings_->user.empty();
     for (size_t tries = 1;; ++tries) {
-        const auto limit = std::min(until, Clock::now() + std::min(kOneMember, patience / 2));
+        const auto limit = std::min(until, Clock::now() + LongestFor(patience));
         Outcome outcome = Outcome::Answered;
         if (mayAuthenticate && token_.empty()) outcome = Authenticate(limit);
         Attempt attempt{body};
         if (outcome == Outcome::Answered) outcome = Send(path, &attempt, limit);
         if (outcome == Outcome::Answered) {
+            settings_->answering = member_;
             *reply = std::move(attempt.reply);
             return outcome;
         }
@@ -297,7 +349,7 @@ Outcome EtcdHttp::Post(const char* path, const std::string& body, Milliseconds p
             if (Clock::now() < until && !interrupted_) continue;
         }
         if (interrupted_) return Outcome::Interrupted;
-        Tell(path);
+        Tell(path, outcome);
         return outcome;
     }
 }

@@ -42,7 +42,8 @@ class EtcdHttp {
 
     // Posts a body, such as to "/v3/kv/range". A request that broke off, and one that a member
     // could not pass on to a leader, is sent again, to the next member: what must not be done twice
-    // says so itself, by what it compares. No member is waited for longer than 4 s.
+    // says so itself, by what it compares. No member is waited for longer than 4 s, nor than its
+    // part of the patience.
     Outcome Post(const char* path, const std::string& body, Milliseconds patience,
                  std::string* reply);
     // Sends once, to the member that answered last. Each line of the answer goes to `onLine`, until
@@ -54,6 +55,9 @@ class EtcdHttp {
                    const OnLine& onLine, const GoesOn& goesOn = {});
     // From any thread: ends what is under way, and all that is asked later.
     void Interrupt();
+    // In the child of a fork: closes its copies of the connections and tells nobody. Neither used
+    // nor destroyed any more, for another thread may have been at work with it at the fork.
+    void CloseSockets();
 
   private:
     struct Attempt;
@@ -64,11 +68,12 @@ class EtcdHttp {
     Outcome Authenticate(Clock::time_point until);
     bool Perform(const Attempt& attempt, Clock::time_point until, int* result);
     void Pause(Milliseconds time);
-    void Tell(const char* path) const;
+    Milliseconds LongestFor(Milliseconds patience) const;
+    void Tell(const char* path, Outcome outcome) const;
 
     const std::shared_ptr<const EtcdSettings> settings_;
     std::unique_ptr<Curl> curl_;
-    size_t member_ = 0;  // the one to ask next
+    size_t member_;  // the one to ask next
     std::string token_;
     std::string lastFailure_;
     std::atomic<bool> interrupted_ = false;

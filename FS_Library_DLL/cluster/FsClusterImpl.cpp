@@ -54,6 +54,7 @@ FBR_STATUS CopyText(WStringView text, WChar** copy) {
 
 template <class Operation>
 FBR_STATUS FsClusterImpl::Locked(Operation operation) {
+    if (!store_->IsOurs()) return FSSTATUS_FAILED;
     return Quietly([&] {
         const MutexGuard guard(store_->lock);
         return operation();
@@ -82,16 +83,20 @@ FsClusterImpl::~FsClusterImpl() {
 
 FBR_STATUS FsClusterImpl::Open(const WChar* path) {
     ClusterPath parsed;
-    if (!ParseClusterPath(path, &parsed)) return FSSTATUS_INVALID_NAME;
+    std::string wrong;
+    if (!ParseClusterPath(path, &parsed, &wrong)) {
+        if (!wrong.empty()) ZRFS_LOG(kError, "FsClusterImpl::FBR_InitialiseEx", "{}", wrong);
+        return FSSTATUS_INVALID_NAME;
+    }
     if (LoadCurl() == nullptr) {
         ZRFS_LOG(kError, "FsClusterImpl::FBR_InitialiseEx", "There is no libcurl.so.4");
         return FSSTATUS_NOT_IMPLEMENTED;
     }
     auto settings = std::make_shared<EtcdSettings>();
-    if (!ReadEtcdSettings(std::move(parsed.endpoints), settings.get())) {
-        ZRFS_LOG(kError, "FsClusterImpl::FBR_InitialiseEx",
-                 "The file that ZRFS_ETCD_SETTINGS names cannot be read");
-        return FSSTATUS_ACCESS_DENIED;
+    SettingsFault fault;
+    if (!ReadEtcdSettings(std::move(parsed.endpoints), settings.get(), &fault)) {
+        ZRFS_LOG(kError, "FsClusterImpl::FBR_InitialiseEx", "{}", fault.text);
+        return fault.isUnreadable ? FSSTATUS_ACCESS_DENIED : FSSTATUS_INVALID_PARAMETER;
     }
     auto store = std::make_unique<ClusterStore>(std::move(settings), std::move(parsed.prefix));
     const MutexGuard guard(store->lock);
@@ -111,6 +116,8 @@ FBR_STATUS FsClusterImpl::FBR_InitialiseEx(const WChar* path) {
 // What is not given back now, the cluster takes when the lease is over.
 FBR_STATUS FsClusterImpl::GiveUp() {
     if (store_ == nullptr) return FSSTATUS_SUCCESS;
+    if (!store_->IsOurs())
+        return Quietly([&] { return ClusterStore::Leave(std::move(store_)), FSSTATUS_SUCCESS; });
     const FBR_STATUS status = SendGathered();
     Quietly([&] {
         store_->storeLock.Drop();
@@ -143,6 +150,7 @@ FBR_STATUS FsClusterImpl::FBR_IsCorrupted(uint32_t* corrupted) {
 
 FBR_STATUS FsClusterImpl::FBR_Compact(uint32_t* done) {
     if (done == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    if (!store_->IsOurs()) return FSSTATUS_FAILED;
     const uint32_t type = store_->storeLock.Type();
     const bool takes = type != FBR_LOCK_WRITE && type != FBR_LOCK_WRITE_OWNER;
     if (takes) {
@@ -165,6 +173,7 @@ FBR_STATUS FsClusterImpl::AfterLock(bool isLeft) {
 }
 
 FBR_STATUS FsClusterImpl::FBR_GetLockEx(uint32_t lockType) {
+    if (!store_->IsOurs()) return FSSTATUS_FAILED;
     bool isLeft = false;
     FBR_STATUS status = Quietly([&] { return store_->storeLock.Take(lockType, &isLeft); });
     if (status != FSSTATUS_SUCCESS || lockType == FBR_LOCK_READ) return status;
@@ -174,6 +183,7 @@ FBR_STATUS FsClusterImpl::FBR_GetLockEx(uint32_t lockType) {
 }
 
 FBR_STATUS FsClusterImpl::FBR_ReleaseLockEx(uint32_t /*lockType*/) {
+    if (!store_->IsOurs()) return FSSTATUS_FAILED;
     const FBR_STATUS sent = SendGathered();
     const FBR_STATUS status = Quietly([&] { return store_->storeLock.Release(); });
     return sent == FSSTATUS_SUCCESS ? status : sent;
@@ -181,6 +191,7 @@ FBR_STATUS FsClusterImpl::FBR_ReleaseLockEx(uint32_t /*lockType*/) {
 
 FBR_STATUS FsClusterImpl::FBR_GetLockTypeEx(uint32_t* lockType) {
     if (lockType == nullptr) return FSSTATUS_INVALID_PARAMETER;
+    if (!store_->IsOurs()) return FSSTATUS_FAILED;
     *lockType = store_->storeLock.Type();
     return FSSTATUS_SUCCESS;
 }
@@ -247,6 +258,7 @@ FBR_STATUS FsClusterImpl::FBR_OpenDirEx(int64_t parent, const WChar* name, int64
 
 FBR_STATUS FsClusterImpl::FBR_DeleteDirEx(int64_t key) {
     if (key == 0) return FSSTATUS_INVALID_PARAMETER;
+    if (!store_->IsOurs()) return FSSTATUS_FAILED;
     if (!store_->storeLock.FenceOfChange()) return FSSTATUS_LOCK_FAILED;
     return WithKey(key, FSSTATUS_SUCCESS, [&](const OpenedKey& opened) ZRFS_REQUIRES(store_->lock) {
         const FBR_STATUS status = DeleteKey(*store_, opened);
@@ -368,18 +380,28 @@ FBR_STATUS FsClusterImpl::FBR_SetKeySecurityString(int64_t, const WChar*) {
 }
 
 bool FsClusterImpl::IsMade() {
-    const MutexGuard guard(store_->lock);
-    return store_->isMade;
+    return Locked([&]() ZRFS_REQUIRES(store_->lock) {
+               return store_->isMade ? FSSTATUS_SUCCESS : FSSTATUS_NOT_FOUND;
+           }) == FSSTATUS_SUCCESS;
 }
 
 void FsClusterImpl::Gather(bool gathers) {
     SendGathered();
-    const MutexGuard guard(store_->lock);
-    store_->Gather(gathers);
+    Locked([&]() ZRFS_REQUIRES(store_->lock) {
+        store_->Gather(gathers);
+        return FSSTATUS_SUCCESS;
+    });
 }
 
 FBR_STATUS FsClusterImpl::SendGathered() {
     return Locked([&]() ZRFS_REQUIRES(store_->lock) { return store_->SendGathered(); });
+}
+
+void FsClusterImpl::Snapshot(bool begins) {
+    Locked([&]() ZRFS_REQUIRES(store_->lock) {
+        store_->Snapshot(begins);
+        return FSSTATUS_SUCCESS;
+    });
 }
 
 FBR_STATUS FsClusterImpl::CurrentState(uint64_t* state) {
@@ -394,6 +416,7 @@ FBR_STATUS FsClusterImpl::CurrentState(uint64_t* state) {
 }
 
 FBR_STATUS FsClusterImpl::WaitForChange(uint64_t state, const std::function<bool()>& goesOn) {
+    if (!store_->IsOurs()) return FSSTATUS_FAILED;
     return Quietly([&] {
         return cluster::WaitForChange(store_->settings, store_->names, static_cast<int64_t>(state),
                                       goesOn);

@@ -10,7 +10,8 @@
 // transaction of theirs, under the store's lock. A cluster that does not answer is waited for, 5
 // seconds at the opening and 12 later unless ZRFS_ETCD_PATIENCE says less; the answer is
 // FSSTATUS_FAILED then, and the log names its members. Keys may be used from any thread; calls run
-// one at a time.
+// one at a time. In a child that a process forks, closing leaves the lock and the volatile keys to
+// the parent, and everything else answers FSSTATUS_FAILED.
 class FsClusterImpl : public IFSInterface, public SharedStore {
   public:
     FsClusterImpl() = default;
@@ -22,7 +23,8 @@ class FsClusterImpl : public IFSInterface, public SharedStore {
     // `path` is HOST:PORT[,HOST:PORT...]/PREFIX; a store that is missing is empty, and made by the
     // first lock for changes. FSSTATUS_NOT_IMPLEMENTED where there is no libcurl;
     // FSSTATUS_INVALID_NAME for another path; FSSTATUS_VERSION_MISMATCH for a store of another
-    // layout; FSSTATUS_ACCESS_DENIED where the cluster does not know us.
+    // layout; FSSTATUS_ACCESS_DENIED where the cluster does not know us, or a file that the
+    // settings name cannot be read; FSSTATUS_INVALID_PARAMETER where a setting is none.
     FBR_STATUS FBR_InitialiseEx(const WChar* path) override;
     FBR_STATUS FBR_DeInitialiseEx() override;
     FBR_STATUS FBR_CheckFile() override;
@@ -61,6 +63,7 @@ class FsClusterImpl : public IFSInterface, public SharedStore {
     bool IsMade() override;
     void Gather(bool gathers) override;
     FBR_STATUS SendGathered() override;
+    void Snapshot(bool begins) override;
     FBR_STATUS CurrentState(uint64_t* state) override;
     FBR_STATUS WaitForChange(uint64_t state, const std::function<bool()>& goesOn) override;
 

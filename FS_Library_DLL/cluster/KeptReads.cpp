@@ -4,14 +4,14 @@
 namespace cluster {
 
 void KeptReads::Keep(const std::string& parent, const std::string& folded, Child child) {
-    Count(400);
+    keyBytes_ += 500;
     places_[child.id] = {parent, folded};
     children_[parent].found[folded] = std::move(child);
 }
 
 void KeptReads::Keep(const std::string& id, const std::string& folded, ValueRecord value) {
     if (value.data.size() > kMostDataBytes) value.data.clear();
-    Count(value.data.size() + 200);
+    valueBytes_ += value.data.size() + 200;
     values_[id].found[folded] = std::move(value);
 }
 
@@ -23,7 +23,20 @@ void KeptReads::DropTree(const std::string& id) {
         children_.erase(one);
         values_.erase(one);
         places_.erase(one);
+        parents_.erase(one);
     }
+}
+
+std::string KeptReads::ParentOf(const std::string& id) const {
+    const auto found = parents_.find(id);
+    return found == parents_.end() ? "" : found->second;
+}
+
+void KeptReads::Trim() {
+    if (keyBytes_ > kMostKeyBytes) return Clear();
+    if (valueBytes_ <= kMostValueBytes) return;
+    values_.clear();
+    valueBytes_ = 0;
 }
 
 bool KeptReads::HasAll(const std::string& id) const {

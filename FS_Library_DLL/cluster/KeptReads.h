@@ -30,6 +30,9 @@ class KeptReads {
     void Keep(const std::string& parent, const std::string& folded, Child child);
     // Of a value that is set or read. Long data are not kept.
     void Keep(const std::string& id, const std::string& folded, ValueRecord value);
+    // The parent that a key's own record tells; empty where that was not read.
+    void KeepParent(const std::string& id, const std::string& parent) { parents_[id] = parent; }
+    std::string ParentOf(const std::string& id) const;
     // A key that is gone, with what is known to be below it.
     void DropTree(const std::string& id);
     // The next keys behind this one that were not read yet, if the one before it was: who goes
@@ -41,14 +44,13 @@ class KeptReads {
     // Something changes.
     void ForgetTimes() { times_.clear(); }
     void Clear() { *this = {}; }
-    // What was added; and, between two operations, whether it is too much.
-    void Count(size_t bytes) { bytes_ += bytes; }
-    void Trim() {
-        if (bytes_ > kMostBytes) Clear();
-    }
+    // Between two operations: drops what is too much, values before keys, by which one who goes
+    // through a store finds the next.
+    void Trim();
 
   private:
-    static constexpr size_t kMostBytes = 32u << 20;
+    static constexpr size_t kMostValueBytes = 24u << 20;
+    static constexpr size_t kMostKeyBytes = 48u << 20;
 
     static constexpr size_t kMostDataBytes = 64 * 1024;
     static constexpr int kMostLookedAt = 1000;
@@ -60,7 +62,8 @@ class KeptReads {
     std::unordered_map<std::string, std::pair<std::string, std::string>> places_;  // of children
     std::unordered_map<std::string, Names<ValueRecord>> values_;
     std::unordered_map<std::string, platform::UtcTime> times_;
-    size_t bytes_ = 0;
+    std::unordered_map<std::string, std::string> parents_;
+    size_t keyBytes_ = 0, valueBytes_ = 0;
 };
 
 }  // namespace cluster

@@ -14,7 +14,16 @@ inline Compare IsMissing(Span records) {
 }
 
 // Where a key is: by its record, for others may have renamed it since it was opened.
-FBR_STATUS ReadKeyOf(ClusterStore& store, const std::string& id, KeyRecord* key)
+FBR_STATUS ReadKeyOf(ClusterStore& store, const OpenedKey& key, KeyRecord* record)
+    ZRFS_REQUIRES(store.lock);
+
+// Why a key that was opened has no record: FSSTATUS_NOT_FOUND when it was deleted. One that still
+// hangs on its parent has lost it.
+FBR_STATUS WhyMissing(ClusterStore& store, const OpenedKey& key) ZRFS_REQUIRES(store.lock);
+
+// FSSTATUS_FILE_CORRUPT where the key's record, which is one or none, tells of another parent than
+// it was found below: whoever follows such records may go in a circle.
+FBR_STATUS CheckParent(ClusterStore& store, const OpenedKey& key, const KeyValue& record)
     ZRFS_REQUIRES(store.lock);
 
 // When something in a key changed last, by its record and that of its time, if there is one. False
@@ -25,7 +34,8 @@ bool TimeOf(const RangeReply& made, const RangeReply& changed, platform::UtcTime
 FBR_STATUS TouchParent(ClusterStore& store, const std::string& parent, int64_t lease,
                        Change* change) ZRFS_REQUIRES(store.lock);
 
-// What others changed beside the lock, they have changed: it is read again next time.
-FBR_STATUS AfterConflict(ClusterStore& store) ZRFS_REQUIRES(store.lock);
+// What others changed beside the lock, they have changed: it is read again next time. The key is
+// the one that seems to be missing.
+FBR_STATUS AfterConflict(ClusterStore& store, const OpenedKey& key) ZRFS_REQUIRES(store.lock);
 
 }  // namespace cluster

@@ -29,6 +29,10 @@ class LeaseKeeper {
     // It lives on for as long as it was last kept alive.
     void Forget(int64_t lease);
     void ForgetAll();
+    // As of EtcdHttp, in the child of a fork: the thread is not there.
+    void CloseSockets() {
+        if (api_ != nullptr) api_->CloseSockets();
+    }
 
     // Whether the cluster cannot have taken it yet.
     bool IsAlive(int64_t lease) const;

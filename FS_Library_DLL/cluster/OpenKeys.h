@@ -13,6 +13,7 @@ struct OpenedKey {
     std::string id;
     WString path;  // with a leading backslash; empty for the root
     int64_t lease = 0;
+    std::string parent = {};  // its id; empty for the root
 };
 
 class OpenKeys {

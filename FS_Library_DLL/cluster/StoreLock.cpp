@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/cluster/StoreLock.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -26,6 +27,27 @@ constexpr Milliseconds kLookAtOwner{300};
 // come free for it.
 Mutex g_holdersLock;
 std::set<std::pair<std::string, pid_t>> g_holders ZRFS_GUARDED_BY(g_holdersLock);
+
+// A child begins with none, whatever another thread was about at the fork.
+[[maybe_unused]] const int g_forks = pthread_atfork(
+    +[]() ZRFS_NO_ANALYSIS { g_holdersLock.lock(); },
+    +[]() ZRFS_NO_ANALYSIS { g_holdersLock.unlock(); },
+    +[]() ZRFS_NO_ANALYSIS {
+        g_holders.clear();
+        g_holdersLock.unlock();
+    });
+
+// Of a request for the lock; one that was answered did not get it.
+FBR_STATUS StatusOf(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::Answered:
+            return FSSTATUS_LOCK_FAILED;
+        case Outcome::Denied:
+            return FSSTATUS_ACCESS_DENIED;
+        default:
+            return FSSTATUS_FAILED;
+    }
+}
 
 bool IsMine(const std::string& holder) {
     const MutexGuard guard(g_holdersLock);
@@ -115,8 +137,8 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
     Fence wanted;
     wanted.record.holder = NewId();
     const auto asked = Clock::now();
-    if (api.Grant(settings_->lease, &wanted.lease) != Outcome::Answered)
-        return FSSTATUS_LOCK_FAILED;
+    const Outcome granted = api.Grant(settings_->lease, &wanted.lease);
+    if (granted != Outcome::Answered) return StatusOf(granted);
     try {
         leases_.Keep(
             wanted.lease, asked,
@@ -124,11 +146,13 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
             this);
     } catch (const std::exception&) {
         api.Revoke(wanted.lease);
-        return FSSTATUS_LOCK_FAILED;
+        return FSSTATUS_FAILED;
     }
+    FBR_STATUS status = FSSTATUS_LOCK_FAILED;
     for (bool told = false;; told = true) {
         TransactionReply reply;
         const Outcome outcome = TryOnce(wanted, &reply);
+        status = StatusOf(outcome);
         if (outcome != Outcome::Answered) break;
         KeyValue record;
         if (reply.isTrue)
@@ -146,47 +170,52 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
         if (left.count() <= 0) break;
         if (!told && LockWaitCallback() != nullptr) LockWaitCallback()();
         if (api.WaitFor(Events::Deletions, {{names_.Lock()}}, reply.revision + 1,
-                        std::min(left, kLongestWatch)) == Outcome::Denied)
+                        std::min(left, kLongestWatch)) == Outcome::Denied) {
+            status = FSSTATUS_ACCESS_DENIED;
             break;
+        }
     }
     leases_.Forget(wanted.lease);
     api.Revoke(wanted.lease);
-    return FSSTATUS_LOCK_FAILED;
+    return status;
 }
 
 FBR_STATUS StoreLock::Release() {
     {
         const MutexGuard guard(lock_);
         if (!isTaken_ || owner_ != gettid()) return FSSTATUS_LOCK_FAILED;
-        types_.pop_back();
-        if (!types_.empty()) return FSSTATUS_SUCCESS;
+        const bool isLost = isLost_ || (fence_ && leases_.IsLost(fence_->lease));
+        if (!isLost) types_.pop_back();
+        if (!isLost && !types_.empty()) return FSSTATUS_SUCCESS;
     }
-    Drop();
-    return FSSTATUS_SUCCESS;
+    return Drop() ? FSSTATUS_SUCCESS : FSSTATUS_LOCK_FAILED;
 }
 
-void StoreLock::Drop() {
+bool StoreLock::Drop() {
     std::optional<Fence> fence;
+    bool isOurs = false;
     {
         const MutexGuard guard(lock_);
-        if (!isTaken_) return;
+        if (!isTaken_) return false;
         types_.clear();
         fence.swap(fence_);
+        isOurs = fence && !isLost_;
         if (fence) Remember(fence->record.holder, owner_, false);
     }
-    if (fence) GiveBack(fence->lease);
+    if (fence && !GiveBack(fence->lease)) isOurs = false;
     const MutexGuard guard(lock_);
     isTaken_ = false;
     freed_.notify_one();
+    return isOurs;
 }
 
-// A cluster that is not there takes it when its time is over.
-void StoreLock::GiveBack(int64_t lease) {
+// A cluster that is not there takes it when its time is over. False when it was lost before.
+bool StoreLock::GiveBack(int64_t lease) {
     const bool isLost = leases_.IsLost(lease);
     leases_.Forget(lease);
-    if (isLost) return;
+    if (isLost) return false;
     api_->SetPatience(Milliseconds(3000));
-    api_->Revoke(lease);
+    return api_->Revoke(lease) != Outcome::NoSuchLease;
 }
 
 uint32_t StoreLock::Type() const {

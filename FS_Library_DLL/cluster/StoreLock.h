@@ -31,14 +31,21 @@ class StoreLock {
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
 
-    // As FBR_GetLockEx and FBR_ReleaseLockEx; the lock of a thread that ended falls to the next one
-    // who wants it, of other processes when the lease is over. `isLeft` tells whether a deletion
-    // was left that did not come to its end. A wait holds nothing that others of this store might
-    // want.
+    // As FBR_GetLockEx and FBR_ReleaseLockEx; FSSTATUS_ACCESS_DENIED where the cluster denies it,
+    // and FSSTATUS_FAILED where it does not answer or has no more space. Who releases a lock that
+    // was lost has none any more, however often he took it, and is told FSSTATUS_LOCK_FAILED. The
+    // lock of a thread that ended falls to the next one who wants it, of other processes when the
+    // lease is over. `isLeft` tells whether a deletion was left that did not come to its end. A
+    // wait holds nothing that others of this store might want.
     FBR_STATUS Take(uint32_t type, bool* isLeft);
     FBR_STATUS Release();
     // Whatever thread has it; others may take it then.
-    void Drop();
+    // False when it was lost before.
+    bool Drop();
+    // As of EtcdHttp, in the child of a fork.
+    void CloseSockets() {
+        if (api_ != nullptr) api_->CloseSockets();
+    }
 
     uint32_t Type() const;  // 0 for none
     // Nothing when no lock that allows changes is in force, or when it was lost.
@@ -54,7 +61,7 @@ class StoreLock {
     bool OwnerLives() const;
     Outcome TryOnce(const Fence& wanted, TransactionReply* reply);
     bool MakeFence(const KeyValue& record, const Fence& wanted);
-    void GiveBack(int64_t lease);
+    bool GiveBack(int64_t lease);
 
     const std::shared_ptr<const EtcdSettings> settings_;
     const RecordNames& names_;

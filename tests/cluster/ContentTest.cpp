@@ -1,7 +1,13 @@
 // SPDX-License-Identifier: MIT
 // What lies on the cluster: long and many values, what writers left that died, and records that
 // nobody of ours wrote.
+#include <cstdlib>
+#include <fstream>
+
+#include "FS_Library_DLL/IFSInterface.h"
+#include "FS_Library_DLL/SharedStore.h"
 #include "FS_Library_DLL/cluster/ClusterRecords.h"
+#include "FS_Library_DLL/cluster/EtcdSettings.h"
 #include "tests/cluster/RunningCluster.h"
 #include "tests/shared/LogCapture.h"
 #include "tests/support/Store.h"
@@ -32,6 +38,22 @@ class ClusterContent : public testing::Test {
         const auto found = records.Below(prefix + "/c/0/" + name);
         EXPECT_TRUE(!found.empty() && cluster::ReadChild(found[0].value, name, &child));
         return child.id;
+    }
+
+    // Whether it finds damage, and tells of that record.
+    FBR_STATUS Check(const std::string& record) {
+        const LogCapture log;
+        FBR_FileChecking(true);
+        const FBR_STATUS status = FBR_CheckFile(store.handle);
+        FBR_FileChecking(false);
+        EXPECT_TRUE(status != FSSTATUS_FILE_CORRUPT || IsTold(log, record)) << record;
+        return status;
+    }
+    static bool IsTold(const LogCapture& log, const std::string& record) {
+        const auto messages = log.Messages();
+        return std::any_of(messages.begin(), messages.end(), [&](const std::string& line) {
+            return line.find(record + " ") != std::string::npos;
+        });
     }
 
     const std::string prefix;
@@ -110,9 +132,13 @@ TEST_F(ClusterContent, WhatDeadWritersLeftIsSweptAway) {
     records.Put(prefix + "/k/" + lost,
                 cluster::KeyText({"00000000000000ab", Text("lost"), {2026, 1, 1, 0, 0, 0, 0}}));
     records.Put(prefix + "/v/" + lost + "/v", cluster::ValueText({Text("v"), 3, "x"}));
-    records.Put(prefix + "/t/" + lost, "");
+    records.Put(prefix + "/t/" + lost, "2026-01-01T00:00:00.000Z");
+    records.Put(prefix + "/g/foreign", "x");  // and in nobody's way
     records.Put(prefix + "/d/" + IdOf("stays") + "/v/" + lost + "/00000", "x");
     uint32_t done = 0;
+    EXPECT_EQ(FBR_Compact(store.handle, &done), FSSTATUS_FILE_CORRUPT);
+    EXPECT_EQ(Check(prefix + "/g/foreign"), FSSTATUS_FILE_CORRUPT);
+    records.Delete(prefix + "/g/");
     EXPECT_EQ(FBR_Compact(store.handle, &done), FSSTATUS_SUCCESS);
     EXPECT_EQ(done, 255u);
     for (const char* kind : {"/v/0", "/t/0000", "/d/"})
@@ -129,16 +155,14 @@ TEST_F(ClusterContent, RecordsThatAreNoneAreToldByTheirNames) {
     const OpenKey key(store.handle, store.Make("k", 0, FSCREATEOPTIONS_NONE, &told));
     ASSERT_EQ(told, FSSTATUS_SUCCESS);
     const std::string value = prefix + "/v/" + IdOf("k") + "/v", child = prefix + "/c/0/bad";
-    const auto isTold = [&](const std::string& record, const std::string& text, auto operation) {
+    const auto isTold = [&](const std::string& record, const std::string& text, auto operation,
+                            FBR_STATUS expected = FSSTATUS_FILE_CORRUPT) {
         SCOPED_TRACE(record + ": " + text);
         records.Put(record, text);
         store.Unlock();
         const LogCapture log;
-        EXPECT_EQ(operation(), FSSTATUS_FILE_CORRUPT);
-        const auto messages = log.Messages();
-        EXPECT_TRUE(std::any_of(messages.begin(), messages.end(), [&](const std::string& line) {
-            return line.find(record) != std::string::npos;
-        }));
+        EXPECT_EQ(operation(), expected);
+        EXPECT_TRUE(IsTold(log, record));
         EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
         records.Delete(record);
     };
@@ -167,7 +191,8 @@ TEST_F(ClusterContent, RecordsThatAreNoneAreToldByTheirNames) {
             continue;
         }
         isTold(value, text, query);
-        if (std::string(text).find("\"name\":\"v\"") > 200) isTold(value, text, list);
+        if (std::string(text).find("\"name\":\"v\"") > 200)
+            isTold(value, text, list, FSSTATUS_NO_MORE_ENTRIES);
     }
     const auto open = [&] { return store.TryOpen("bad\\below"); };
     for (const char* text :
@@ -181,6 +206,120 @@ TEST_F(ClusterContent, RecordsThatAreNoneAreToldByTheirNames) {
     EXPECT_EQ(corrupted, 1u);
 }
 
+// What stands beside a record that is none is read as ever, in whatever way.
+TEST_F(ClusterContent, ARecordThatIsNoneHidesNoOther) {
+    store.TryMake("a");
+    store.TryMake("z\\below");
+    records.Put(prefix + "/c/0/m", "none");
+    auto* shared = dynamic_cast<SharedStore*>(store.handle);
+    const OpenKey root(store.handle, store.Root());
+    for (const char* way : {"locked", "snapshot", "free"}) {
+        SCOPED_TRACE(way);
+        EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+        if (*way == 'l') store.Lock();
+        if (*way == 's') shared->Snapshot(true);
+        const LogCapture log;
+        EXPECT_TRUE(store.Has("z\\below"));
+        EXPECT_EQ(store.Keys(root), (support::Names{Text("a"), Text("z")}));
+        EXPECT_TRUE(IsTold(log, prefix + "/c/0/m"));
+        EXPECT_EQ(store.TryOpen("m"), FSSTATUS_FILE_CORRUPT);
+        if (*way == 's') shared->Snapshot(false);
+        if (*way != 'l') store.Lock();
+    }
+    EXPECT_EQ(Check(prefix + "/c/0/m"), FSSTATUS_FILE_CORRUPT);
+    EXPECT_EQ(store.DeleteTree("\\"), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(records.Below(prefix + "/c/").empty());
+}
+
+// A child that leads to a key which hangs elsewhere, as one in a circle does, and a child whose own
+// record is missing: both are told by name, end every walk, and can be removed without harm to what
+// hangs elsewhere.
+TEST_F(ClusterContent, BrokenLinksAreToldAndCanBeRemoved) {
+    ASSERT_EQ(store.TryMake("top\\mid\\leaf"), FSSTATUS_SUCCESS);
+    ASSERT_EQ(store.TryMake("other\\below"), FSSTATUS_SUCCESS);
+    const std::string top = IdOf("top"), other = IdOf("other");
+    cluster::ChildRecord mid;
+    ASSERT_TRUE(
+        cluster::ReadChild(records.Below(prefix + "/c/" + top + "/mid")[0].value, "mid", &mid));
+    const OpenKey value(store.handle, store.Open("top\\mid"));
+    ASSERT_EQ(store.Set(value, "v", {7}), FSSTATUS_SUCCESS);
+    const std::string link = prefix + "/c/" + mid.id + "/bad";
+    const auto linkTo = [&](const std::string& id) {
+        records.Put(link, cluster::ChildText({id, Text("bad")}));
+    };
+    const auto isTold = [&](const std::string& path, const std::string& record) {
+        for (const bool isLocked : {false, true}) {
+            store.Unlock();
+            if (isLocked) store.Lock();
+            const LogCapture log;
+            support::Names names;
+            const OpenKey key(store.handle, store.Open(path));
+            EXPECT_EQ(FBR_EnumerateAllKeys(key, names, store.handle), FSSTATUS_FILE_CORRUPT);
+            EXPECT_TRUE(IsTold(log, record)) << record << (isLocked ? " locked" : "");
+            if (!isLocked) store.Lock();
+        }
+        EXPECT_EQ(Check(record), FSSTATUS_FILE_CORRUPT);
+    };
+    for (const std::string& id : {mid.id, top, other}) {
+        SCOPED_TRACE(id);
+        linkTo(id);
+        isTold("top\\mid\\bad", link);
+        EXPECT_EQ(store.DeleteTree("top\\mid\\bad"), FSSTATUS_SUCCESS);
+        EXPECT_EQ(Check(""), FSSTATUS_SUCCESS);
+        EXPECT_TRUE(store.Has("top\\mid\\leaf") && store.Has("other\\below"));
+    }
+    // A record that is missing is made anew by a compaction, and what hangs on it is all there.
+    const std::string own = prefix + "/k/" + mid.id;
+    records.Delete(own);
+    isTold("top\\mid", own);
+    EXPECT_EQ(store.Set(value, "w", {1}), FSSTATUS_FILE_CORRUPT);
+    uint32_t done = 0;
+    EXPECT_EQ(FBR_Compact(store.handle, &done), FSSTATUS_SUCCESS);
+    EXPECT_EQ(Check(""), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Get(value, "v"), Bytes{7});
+    EXPECT_TRUE(store.Has("top\\mid\\leaf"));
+    // And it can be deleted, with a way to elsewhere below it that leads nowhere then.
+    linkTo(other);
+    records.Delete(own);
+    EXPECT_EQ(store.DeleteTree("top\\mid"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.TryMake("other\\more"), FSSTATUS_SUCCESS);
+    records.Put(prefix + "/c/" + other + "/up", cluster::ChildText({top, Text("up")}));
+    EXPECT_EQ(store.DeleteTree("other"), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(store.Has("top"));
+    EXPECT_TRUE(records.Below(prefix + "/g/").empty());
+    EXPECT_EQ(Check(""), FSSTATUS_SUCCESS);
+}
+
+// Settings that are none are told by name and line, and blanks and line ends of any system are not.
+TEST(ClusterSettings, EachLineIsTakenOrTold) {
+    const support::TempDir folder;
+    const std::string file = (folder / "settings").string();
+    const Variable settings("ZRFS_ETCD_SETTINGS", file);
+    const auto fault = [&](const std::string& text, cluster::EtcdSettings* read) {
+        std::ofstream(file, std::ios::binary) << text;
+        cluster::SettingsFault told;
+        return cluster::ReadEtcdSettings({"host:1"}, read, &told) ? "" : told.text;
+    };
+    const struct {
+        const char *text, *told;
+    } rows[] = {{"LEASE=abc", "LEASE in line 1 of "},
+                {"# a note\r\n\r\nLEASE=-5\r\n", "LEASE in line 3 of "},
+                {"PATIENCE=5s", "\"5s\", and not a number"},
+                {"PATIENCE=601", "from 1 to 600"},
+                {"USER=a\nUSRE=bob", "Line 2 of "},
+                {"USER", "has no \"=\""},
+                {"KEY=/none/here", "The file /none/here, which KEY in line 1 of "}};
+    for (const auto& row : rows) {
+        cluster::EtcdSettings read;
+        EXPECT_NE(fault(row.text, &read).find(row.told), std::string::npos) << row.text;
+    }
+    cluster::EtcdSettings read;
+    EXPECT_EQ(fault(" USER = bob \r\n# c\r\n\r\nLEASE =\t5\r\nPASSWORD=a=b", &read), "");
+    EXPECT_EQ(read.user, "bob");
+    EXPECT_EQ(read.password, "a=b");
+    EXPECT_EQ(read.lease, 5);
+}
+
 // A root that is none, or of a later layout, opens nothing.
 TEST_F(ClusterContent, ARootOfAnotherKindIsNotOpened) {
     const auto opened = [&](const std::string& text) {
@@ -190,7 +329,8 @@ TEST_F(ClusterContent, ARootOfAnotherKindIsNotOpened) {
     EXPECT_EQ(opened("else"), FSSTATUS_FILE_CORRUPT);
     EXPECT_EQ(opened(R"({"layout":2})"), FSSTATUS_VERSION_MISMATCH);
     for (const char* path : {"", "host", "host:1", "host:1/", ":1/a", "host:/a", "host:x/a",
-                             "host:1,/a", "a b:1/a", "user@host:1/a"})
+                             "host:1,/a", "a b:1/a", "user@host:1/a", "host:99999/a", "host:0/a",
+                             "host:1//a", "host:1/a//b", "host:1/a/c", "host:1/a/lock/b"})
         EXPECT_EQ(Store(path, FS_VR_METHOD_CLUSTER).status,
                   *path == 0 ? FSSTATUS_INVALID_PARAMETER : FSSTATUS_INVALID_NAME)
             << path;

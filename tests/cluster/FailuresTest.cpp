@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Members and writers that are killed, halted and missing, and answers that are lost.
 // ZRFS_LONG_TESTS=1 makes 10,000 sets of each of the mixes, and halts a leader, too.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <fstream>
 #include <future>
 
 #include "FS_Library_DLL/IFSInterface.h"
 #include "FS_Library_DLL/SharedStore.h"
+#include "FS_Library_DLL/cluster/ClusterRecords.h"
 #include "tests/cluster/BrokenLine.h"
 #include "tests/cluster/RunningCluster.h"
 #include "tests/support/Store.h"
@@ -167,6 +171,45 @@ TEST(ClusterFailures, ALockAndVolatileKeysEndWithTheirHolder) {
     EXPECT_LE(steady_clock::now() - endedAgain, seconds(7));
 }
 
+// Whatever other threads are about at the fork, the child does not hang, and closing there takes
+// nothing from the parent. It may open a store of its own.
+TEST(ClusterFailures, AForkedChildTakesNothingAway) {
+    RunningCluster cluster(1);
+    const auto path = cluster.Path("forked");
+    Store store(path, FS_VR_METHOD_CLUSTER);
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    const support::OpenKey key(store.handle, store.Make("k"));
+    ASSERT_EQ(store.TryMake("volatile", 0, FSCREATEOPTIONS_VOLATILE), FSSTATUS_SUCCESS);
+    std::atomic<bool> ends = false;
+    std::thread reader([&] {
+        while (!ends) store.Get(key, "v");
+    });
+    const auto inChild = [&]() -> int {
+        alarm(20);
+        uint32_t type = 0;
+        const bool isRefused =
+            store.TryOpen("k") == FSSTATUS_FAILED && store.TryMake("n") == FSSTATUS_FAILED &&
+            store.Lock() == FSSTATUS_FAILED && store.Unlock() == FSSTATUS_FAILED &&
+            FBR_GetLockTypeEx(store.handle, &type) == FSSTATUS_FAILED &&
+            store.Set(key, "v", {1}) == FSSTATUS_FAILED && store.Delete(key) == FSSTATUS_FAILED;
+        if (!isRefused) return 1;
+        if (store.Close() != FSSTATUS_SUCCESS) return 2;
+        return Store(path, FS_VR_METHOD_CLUSTER).Has("volatile") ? 0 : 3;
+    };
+    for (int i = 0; i < 10; ++i) {
+        const pid_t child = fork();
+        if (child == 0) _exit(inChild());
+        int ended = -1;
+        ASSERT_EQ(waitpid(child, &ended, 0), child);
+        EXPECT_EQ(ended, 0);
+    }
+    ends = true;
+    reader.join();
+    EXPECT_EQ(store.Set(key, "v", {1}), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(store.Has("volatile"));
+    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+}
+
 TEST(ClusterFailures, WithoutAMajorityCallsFailAndTheHandleGoesOnLater) {
     const Variable patience("ZRFS_ETCD_PATIENCE", "2");
     const Variable lease("ZRFS_ETCD_LEASE", "4");
@@ -252,6 +295,29 @@ TEST(ClusterFailures, CallsTakeNoMoreRequestsThanTheyMust) {
     EXPECT_TRUE(store.Has("a\\b\\C\\d"));
     EXPECT_FALSE(store.Has("a\\b\\c\\e"));
     EXPECT_EQ(cost(), 2);
+    // Many siblings are gone through by few requests.
+    Records records(cluster);
+    for (int i = 0; i < 30; ++i) {
+        std::vector<cluster::Operation> puts;
+        for (int j = 0; j < 60; ++j) {
+            const std::string id = cluster::NewId(), own = std::to_string(i * 60 + j);
+            puts.push_back(cluster::Put("cost/k/" + id,
+                                        cluster::KeyText({"0", Text(own), platform::UtcNow()})));
+            puts.push_back(cluster::Put("cost/c/0/" + own, cluster::ChildText({id, Text(own)})));
+        }
+        records.Do(std::move(puts));
+    }
+    dynamic_cast<SharedStore*>(store.handle)->Snapshot(true);
+    cost();
+    for (const auto& one : store.Keys(support::OpenKey(store.handle, store.Root()))) {
+        const support::OpenKey child(store.handle, store.Open(one));
+        FBR_SYSTEMTIME time{};
+        EXPECT_EQ(FBR_GetDirTimesEx(child, &time, store.handle), FSSTATUS_SUCCESS);
+        EXPECT_TRUE(store.Values(child).empty());
+        EXPECT_EQ(store.Keys(child).size(), one == Text("a") ? 1u : 0u);
+    }
+    EXPECT_LE(cost(), 200);
+    dynamic_cast<SharedStore*>(store.handle)->Snapshot(false);
     // What is gathered goes in few.
     ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     auto* shared = dynamic_cast<SharedStore*>(store.handle);
@@ -316,9 +382,24 @@ TEST(ClusterFailures, WhoLostTheLockIsToldByTheNextWrite) {
     EXPECT_EQ(store.TryMake("mine"), FSSTATUS_LOCK_FAILED);
     EXPECT_TRUE(store.Has("theirs"));
     EXPECT_FALSE(store.Has("mine"));
-    EXPECT_EQ(store.Unlock(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.Unlock(), FSSTATUS_LOCK_FAILED);
     EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
     EXPECT_EQ(store.Set(key, "v", {1}), FSSTATUS_SUCCESS);
+}
+
+// A member that takes requests and answers none holds nobody up for long, and only once.
+TEST(ClusterFailures, AFirstMemberThatHangsIsPassedOver) {
+    RunningCluster cluster;
+    const size_t hangs = (cluster.Leader() + 1) % 3;
+    const auto all = cluster.Endpoints();
+    cluster.Halt(hangs, true);
+    const auto began = steady_clock::now();
+    Store store(all[hangs] + "," + all[(hangs + 1) % 3] + "," + all[(hangs + 2) % 3] + "/hangs",
+                FS_VR_METHOD_CLUSTER);
+    EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_EQ(store.TryMake("k"), FSSTATUS_SUCCESS);
+    EXPECT_LE(steady_clock::now() - began, std::chrono::milliseconds(4500));
+    cluster.Halt(hangs, false);
 }
 
 }  // namespace

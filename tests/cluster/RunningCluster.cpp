@@ -36,8 +36,9 @@ std::string Url(int port) {
 
 }  // namespace
 
-RunningCluster::RunningCluster(size_t members, std::filesystem::path certificates)
-    : certificates_(std::move(certificates)) {
+RunningCluster::RunningCluster(size_t members, std::filesystem::path certificates,
+                               std::string option)
+    : certificates_(std::move(certificates)), option_(std::move(option)) {
     const std::vector<int> ports = FreePorts(members * 2);
     for (size_t i = 0; i < members; ++i) members_.push_back({ports[2 * i], ports[2 * i + 1]});
     for (size_t i = 0; i < members; ++i) Start(i);
@@ -85,6 +86,7 @@ std::vector<std::string> RunningCluster::Arguments(size_t member) const {
                                           "new",
                                           "--log-level",
                                           "error"};
+    if (!option_.empty()) arguments.push_back(option_);
     if (certificates_.empty()) return arguments;
     for (const char* option : {"trusted-ca-file=ca.pem", "cert-file=own.pem", "key-file=own.key"}) {
         const std::string text = option;

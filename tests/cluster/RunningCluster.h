@@ -36,7 +36,9 @@ class RunningCluster {
   public:
     // With certificates, a folder that has ca.pem, own.pem and own.key, all go over TLS, and want
     // one of their clients. Throws std::runtime_error when they do not work together in good time.
-    explicit RunningCluster(size_t members = 3, std::filesystem::path certificates = {});
+    // `option` is one more of etcd's own.
+    explicit RunningCluster(size_t members = 3, std::filesystem::path certificates = {},
+                            std::string option = {});
     RunningCluster(const RunningCluster&) = delete;
     RunningCluster& operator=(const RunningCluster&) = delete;
 
@@ -62,6 +64,7 @@ class RunningCluster {
     std::vector<std::string> Arguments(size_t member) const;
 
     const std::filesystem::path certificates_;
+    const std::string option_;
     support::TempDir folder_;
     std::vector<Member> members_;
 };
