@@ -11,6 +11,7 @@
 #include "tests/cluster/RunningCluster.h"
 #include "tests/faults/Registry.h"
 #include "tests/remote/RunningServer.h"
+#include "tests/shared/LogCapture.h"
 #include "tests/support/Store.h"
 
 namespace cluster_test {
@@ -28,6 +29,26 @@ void Shell(const std::string& command) {
 FBR_STATUS Opened(const platform::WString& path) {
     return Store(path, FS_VR_METHOD_CLUSTER).status;
 }
+
+// A program of this build with its streams in a folder; it ends with the object.
+class Program {
+  public:
+    Program(const char* name, const std::vector<std::string>& arguments) {
+        std::ofstream(folder_ / "in").flush();
+        const auto bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+        process_ = std::make_unique<support::ChildProcess>(bin / name, arguments, folder_.Path());
+    }
+    int Wait() { return process_->Wait(); }
+    void Interrupt() const { kill(static_cast<pid_t>(process_->Id()), SIGINT); }
+    std::string Out(const char* stream = "out") const {
+        std::ifstream in(folder_ / stream);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+  private:
+    const support::TempDir folder_;
+    std::unique_ptr<support::ChildProcess> process_;
+};
 
 // An authority, a member's certificate that serves us as well, and another authority.
 TEST(ClusterAccess, OverTlsBothSidesShowWhoTheyAre) {
@@ -65,9 +86,14 @@ TEST(ClusterAccess, AUserDoesWhatItsRoleAllows) {
     for (const char* command :
          {"user add root:top", "user grant-role root root", "user add some:word", "role add users",
           "role grant-permission users readwrite --prefix=true mine/", "user grant-role some users",
-          "auth enable"})
+          "user add reader:word", "role add readers",
+          "role grant-permission readers read --prefix=true mine/",
+          "user grant-role reader readers", "auth enable"})
         Shell(tell + command);
     EXPECT_EQ(Opened(cluster.Path("mine")), FSSTATUS_ACCESS_DENIED);
+    const auto fbr = [&](const char* command) {
+        return Program("fbr", {command, "etcd://" + platform::ToUtf8(cluster.Path("mine"))}).Wait();
+    };
     const Variable user("ZRFS_ETCD_USER", "some");
     {
         const Variable password("ZRFS_ETCD_PASSWORD", "wrong");
@@ -82,6 +108,89 @@ TEST(ClusterAccess, AUserDoesWhatItsRoleAllows) {
     cluster.Start(0);
     EXPECT_EQ(store.Set(key, "v", {1}), FSSTATUS_SUCCESS);
     EXPECT_EQ(store.Get(key, "v"), support::Bytes{1});
+    // Who may read only reads, beside the one who has the lock, and is told why there is no more.
+    const Variable reader("ZRFS_ETCD_USER", "reader");
+    for (const char* command : {"ls", "export", "stat", "check"}) EXPECT_EQ(fbr(command), 0);
+    EXPECT_EQ(fbr("compact"), 1);
+    Store reading(cluster.Path("mine"), FS_VR_METHOD_CLUSTER);
+    EXPECT_EQ(reading.Lock(), FSSTATUS_ACCESS_DENIED);
+    EXPECT_EQ(reading.Lock(support::kLockRead), FSSTATUS_ACCESS_DENIED);
+}
+
+// All that is read is of one state, whatever others do, until the cluster keeps that no longer.
+TEST(ClusterShared, ASnapshotShowsOneState) {
+    RunningCluster cluster(1);
+    Store writer(cluster.Path("states"), FS_VR_METHOD_CLUSTER);
+    Store reader(cluster.Path("states"), FS_VR_METHOD_CLUSTER);
+    auto* shared = dynamic_cast<SharedStore*>(reader.handle);
+    ASSERT_EQ(writer.Lock(), FSSTATUS_SUCCESS);
+    const OpenKey key(writer.handle, writer.Make("k")), gone(writer.handle, writer.Make("gone\\a"));
+    const support::Bytes before(700'000, 1), after(700'000, 2);
+    writer.Set(key, "v", before);
+    writer.Set(gone, "v", {1});
+    shared->Snapshot(true);
+    EXPECT_TRUE(reader.Has("k"));
+    writer.Set(key, "v", after);
+    writer.DeleteTree("gone");
+    writer.TryMake("new");
+    const auto seen = [&] {
+        const OpenKey root(reader.handle, reader.Root()), own(reader.handle, reader.Open("k"));
+        return std::pair(reader.Keys(root).size(), reader.Get(own, "v"));
+    };
+    EXPECT_EQ(seen(), std::pair(size_t{2}, std::optional(before)));
+    EXPECT_EQ(reader.Get(OpenKey(reader.handle, reader.Open("gone\\a")), "v"), support::Bytes{1});
+    shared->Snapshot(false);
+    EXPECT_EQ(seen(), std::pair(size_t{2}, std::optional(after)));
+    EXPECT_TRUE(reader.Has("new"));
+    // Under the lock all is of now.
+    shared->Snapshot(true);
+    EXPECT_TRUE(reader.Has("k"));
+    writer.DeleteTree("new");
+    writer.Unlock();
+    EXPECT_TRUE(reader.Has("new"));
+    ASSERT_EQ(reader.Lock(), FSSTATUS_SUCCESS);
+    EXPECT_FALSE(reader.Has("new"));
+    EXPECT_EQ(reader.TryMake("mine"), FSSTATUS_SUCCESS);
+    reader.Unlock();
+    EXPECT_TRUE(reader.Has("mine"));
+    uint64_t state = 0;
+    ASSERT_EQ(writer.Lock(), FSSTATUS_SUCCESS);
+    writer.TryMake("later");
+    dynamic_cast<SharedStore*>(writer.handle)->CurrentState(&state);
+    cluster::EtcdHttp http(cluster.Settings(cluster.Endpoints()));
+    std::string reply;
+    EXPECT_EQ(http.Post("/v3/kv/compaction",
+                        R"({"physical":true,"revision":")" + std::to_string(state) + "\"}",
+                        cluster::Milliseconds(5000), &reply),
+              cluster::Outcome::Answered);
+    EXPECT_EQ(reader.TryOpen("k\\x"), FSSTATUS_FAILED);
+    shared->Snapshot(false);
+    EXPECT_TRUE(reader.Has("later"));
+}
+
+// Nothing can be changed, and that is told; all can be read, and what was written in vain is gone.
+TEST(ClusterShared, ACrowdedClusterCanBeRead) {
+    RunningCluster cluster(1, {}, "--quota-backend-bytes=4000000");
+    Store store(cluster.Path("full"), FS_VR_METHOD_CLUSTER);
+    ASSERT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+    const OpenKey key(store.handle, store.Make("k"));
+    ASSERT_EQ(store.Set(key, "v", {1}), FSSTATUS_SUCCESS);
+    const LogCapture log;
+    EXPECT_EQ(store.Set(key, "long", support::Bytes(6'000'000, 3)), FSSTATUS_FAILED);
+    EXPECT_TRUE(Records(cluster).Below("full/d/").empty());
+    EXPECT_EQ(store.Set(key, "more", {1}), FSSTATUS_FAILED);
+    store.Unlock();
+    EXPECT_EQ(store.Lock(), FSSTATUS_FAILED);
+    const auto messages = log.Messages();
+    EXPECT_TRUE(std::any_of(messages.begin(), messages.end(), [](const std::string& line) {
+        return line.find("is used up") != std::string::npos;
+    }));
+    EXPECT_EQ(store.Get(key, "v"), support::Bytes{1});
+    const std::string at = "etcd://" + platform::ToUtf8(cluster.Path("full"));
+    EXPECT_EQ(Program("fbr", {"export", at}).Wait(), 0);
+    Program rm("fbr", {"rm", at, "k", "v"});
+    EXPECT_EQ(rm.Wait(), 1);
+    EXPECT_NE(rm.Out("err").find("is used up"), std::string::npos);
 }
 
 TEST(ClusterShared, AStoreIsMadeByTheFirstLockForChanges) {
@@ -189,6 +298,11 @@ TEST(ClusterShared, AServerOffersOne) {
     EXPECT_EQ(far.Rename(key, "c"), FSSTATUS_SUCCESS);
     Store near(cluster.Path("far"), FS_VR_METHOD_CLUSTER);
     EXPECT_EQ(near.Get(OpenKey(near.handle, near.Open("a\\c")), "v"), (support::Bytes{1, 2}));
+    const std::string at =
+        platform::ToUtf8(server.Pipe()) + "|etcd://" + platform::ToUtf8(cluster.Path("far"));
+    Program get("fbr", {"get", at, "a\\c", "v"});
+    EXPECT_EQ(get.Wait(), 0) << get.Out("err");
+    EXPECT_EQ(Program("fbr", {"set", at, "a", "w", "dword", "7"}).Wait(), 0);
     EXPECT_EQ(far.DeleteTree("a"), FSSTATUS_SUCCESS);
     EXPECT_FALSE(near.Has("a"));
 }
@@ -234,26 +348,6 @@ TEST(ClusterShared, ThreeWorkOnOneStoreUnderItsLock) {
     FBR_FileChecking(false);
 }
 
-// A program of this build with its streams in a folder; it ends with the object.
-class Program {
-  public:
-    Program(const char* name, const std::vector<std::string>& arguments) {
-        std::ofstream(folder_ / "in").flush();
-        const auto bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-        process_ = std::make_unique<support::ChildProcess>(bin / name, arguments, folder_.Path());
-    }
-    int Wait() { return process_->Wait(); }
-    void Interrupt() const { kill(static_cast<pid_t>(process_->Id()), SIGINT); }
-    std::string Out(const char* stream = "out") const {
-        std::ifstream in(folder_ / stream);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-  private:
-    const support::TempDir folder_;
-    std::unique_ptr<support::ChildProcess> process_;
-};
-
 TEST(ClusterShared, TheToolWorksOnOne) {
     RunningCluster cluster(1);
     const support::TempDir folder;
@@ -278,6 +372,24 @@ TEST(ClusterShared, TheToolWorksOnOne) {
     EXPECT_NE(watch.Wait(), 0);
     EXPECT_LE(steady_clock::now() - began, std::chrono::milliseconds(900));
     EXPECT_EQ(Program("fbr", {"rm", at("tool"), "K", "m"}).Wait(), 0);
+    // One whose reader has gone gives the lock back, and the next need not wait for its lease.
+    const std::string bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    std::ofstream(folder / "lines") << "set " << at("tool") << " K o dword 1\n"
+                                    << "ls -R " << at("tool") << "\n";
+    const auto broke = steady_clock::now();
+    std::system(
+        ("'" + bin + "/fbr' batch " + (folder / "lines").string() + " 2>&1 | true").c_str());
+    EXPECT_EQ(Program("fbr", {"rm", at("tool"), "K", "o"}).Wait(), 0);
+    EXPECT_LE(steady_clock::now() - broke, seconds(6));
+    for (const char* command : {"check", "compact"})
+        EXPECT_EQ(Program("fbr", {command, at("tool")}).Wait(), 0);
+    Records(cluster).Put("tool/c/0/bad", "none");
+    Program ls("fbr", {"ls", at("tool")});
+    EXPECT_EQ(ls.Wait(), 1);
+    EXPECT_NE(ls.Out().find("K"), std::string::npos);
+    EXPECT_NE(ls.Out("err").find("tool/c/0/bad"), std::string::npos);
+    EXPECT_EQ(Program("fbr", {"check", at("tool")}).Wait(), 3);
+    Records(cluster).Delete("tool/c/0/bad");
     EXPECT_EQ(Program("fbr", {"diff", at("tool"), "--to", file}).Wait(), 0);
 }
 

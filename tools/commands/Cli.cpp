@@ -131,7 +131,9 @@ std::string WithoutNumber(const std::string& message) {
 
 // The status of a command all of whose output is where it belongs.
 int WrittenOut(int status) {
-    return std::cout.flush() ? status : Report("cannot write to standard output", kExitFailed);
+    if (std::cout.flush()) return status;
+    if (WasOutputBroken()) return kExitInterrupted;
+    return Report("cannot write to standard output", kExitFailed);
 }
 
 }  // namespace
@@ -226,8 +228,8 @@ Cli::Cli()
     app_->set_version_flag("--version", "fbr " ZRFS_VERSION);
     Command(this, app_.get(), nullptr)
         .Text("--method METHOD", method_, Need::kOptional,
-              "how the store is kept, where its file does not tell: container, native, hive, "
-              "offline, "
+              "how the store is kept, where its name does not tell: container, native, hive, "
+              "offline, cluster (which etcd:// in front of HOST:PORT,.../PREFIX tells), "
               "remote-container (a container behind a server), or a number")
         .Text("--trace DIR", traceFolder_, Need::kOptional,
               "write what the library does to logs/FBR_PROCESS.log in this folder; they are made "
@@ -313,8 +315,9 @@ StoreName Cli::StoreAt(const std::string& path) const {
 }
 
 StoreName Cli::StoreAt(const std::string& path, const std::string& method) {
-    if (method.empty()) return Recognise(path);
-    return {path, ParseMethod(method)};
+    const FBR_METHOD given = method.empty() ? FBR_METHOD{} : ParseMethod(method);
+    const bool namesIt = given == FS_VR_METHOD_CLUSTER && ClusterAt(path) != std::string::npos;
+    return method.empty() || namesIt ? Recognise(path) : StoreName{path, given};
 }
 
 StoreName Cli::StoreToMake(const std::string& path, const std::string& method) {
@@ -332,8 +335,8 @@ std::string Cli::ContainerAt(const std::string& path) const {
                         path, kind, path));
     }
     if (name.method != FS_VR_METHOD_TARN || !file) {
-        throw UsageError(fmt::format(
-            "expected a container on this machine, not {} with --method {}", path, method_));
+        throw UsageError(fmt::format("expected a container on this machine, not {}{}", path,
+                                     method_.empty() ? "" : " with --method " + method_));
     }
     if (KindOf(*file) == Kind::kEmpty)
         throw std::runtime_error(
@@ -346,8 +349,8 @@ std::string Cli::ContainerAt(const std::string& path) const {
 
 // What the library warns of in a hive's file, and what a cluster says, goes to standard error; all
 // else that it logs is for those who mend it, and tells a person nothing that the failed operation
-// does not tell. That a hive could be read in part only is a loss: the command did not give all
-// that there is.
+// does not tell. That a hive could be read in part only, or that records on a cluster are none, is
+// a loss: the command did not give all that there is.
 void Cli::HearWarnings() {
     namespace log = Varnhold::Hob::Detail;
     log::Logger::Instance().AddSink(
@@ -356,15 +359,15 @@ void Cli::HearWarnings() {
          thread = std::this_thread::get_id()](const log::LogRecord& record) mutable {
             if (std::this_thread::get_id() != thread) return;  // that tries by itself again
             const std::string_view file = record.file;
-            const bool loss = file == "offreg/OfflineRegistry";
+            const bool loss =
+                file == "offreg/OfflineRegistry" || file == "FS_Library_DLL/ClusterStore";
             const bool heard = loss || file == "FS_Library_DLL/FsOfflineRegistryImpl" ||
                                file == "FS_Library_DLL/EtcdHttp" ||
-                               file == "FS_Library_DLL/ClusterStore" ||
                                file == "FS_Library_DLL/FsClusterImpl";
             if (!heard) return;
             if (std::exchange(last, record.message) == record.message) return;  // tried again
             const int status = Report(WithoutNumber(record.message).c_str(), kExitFailed);
-            if (loss) SetExitStatus(status);
+            if (loss && !findsDamage_) SetExitStatus(status);
         });
 }
 
@@ -414,6 +417,7 @@ int Cli::RunOne(std::vector<std::string> words) {
     try {
         Parse(std::move(words));
         const int status = WrittenOut(exitStatus_);
+        if (WasOutputBroken()) return kExitInterrupted;
         if (WasInterrupted()) throw Interrupted("stopped when all of it was done");
         return status;
     } catch (const CLI::ParseError& error) {
@@ -430,6 +434,7 @@ int Cli::RunOne(std::vector<std::string> words) {
     } catch (const std::bad_alloc&) {
         return Fail("out of memory", kExitFailed);
     } catch (const std::exception& error) {
+        if (WasOutputBroken()) return kExitInterrupted;
         return Fail(error.what(), kExitFailed);
     }
 }
@@ -461,11 +466,13 @@ FBR_METHOD ParseMethod(const std::string& text) {
     if (text == "offline") return FS_VR_METHOD_OFFLINE;
     if (text == "cluster") return FS_VR_METHOD_CLUSTER;
     if (text == "remote-container") return FS_VR_METHOD_REMOTE_CONTAINER;
-    const auto number = ParseNumber(text, FS_VR_METHOD_OFFLINE);
-    if (!number || *number == 0) {
+    const auto number = ParseNumber(text, FS_VR_METHOD_CLUSTER);
+    const bool isMethod = number && *number != 0 &&
+                          (*number <= FS_VR_METHOD_OFFLINE || *number == FS_VR_METHOD_CLUSTER);
+    if (!isMethod) {
         throw UsageError(fmt::format(
-            "expected container, native, hive, offline, cluster, remote-container or a number from "
-            "1 to 6 after --method, not \"{}\"",
+            "expected container, native, hive, offline, cluster, remote-container or a number, "
+            "1 to 6 or 16, after --method, not \"{}\"",
             text));
     }
     return static_cast<FBR_METHOD>(*number);

@@ -121,6 +121,8 @@ class Cli {
     void SetExitStatus(int status) {
         if (exitStatus_ != kExitFailed) exitStatus_ = status;
     }
+    // The command looks for damage: what the library tells of it is the answer, and no failure.
+    void FindsDamage() { findsDamage_ = true; }
     // Tells of something that the command leaves out, on standard error; it ends with a failure.
     void TellLoss(const std::string& text);
 
@@ -149,6 +151,7 @@ class Cli {
     std::string color_ = "auto";
     bool json_ = false, quiet_ = false;
     int exitStatus_ = kExitOk;
+    bool findsDamage_ = false;
 };
 
 // A method by number or by name; throws UsageError.

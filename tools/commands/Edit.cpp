@@ -39,7 +39,7 @@ void Create(const StoreName& name) {
     const auto file = FileOf(name);
     std::error_code ignored;
     const auto fail = [&] {
-        throw StoreError(fmt::format("cannot create store {}: {}", name.path,
+        throw StoreError(fmt::format("cannot create store {}: {}", name.Shown(),
                                      StatusText(FSSTATUS_ALREADY_EXISTS)),
                          FSSTATUS_ALREADY_EXISTS);
     };

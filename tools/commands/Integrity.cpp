@@ -247,6 +247,51 @@ void Check(Cli& cli, const CheckArguments& arguments, bool repair) {
         Print(file, run, report, !repair ? "" : arguments.dryRun ? ", not mended" : ", mended");
 }
 
+// A store on a cluster, whose faults the library tells one by one.
+void CheckShared(Cli& cli, const StoreName& name) {
+    Store store(name, Store::IfMissing::kFail);
+    cli.FindsDamage();
+    FBR_FileChecking(true);
+    const FBR_STATUS status = FBR_CheckFile(store.Handle());
+    FBR_FileChecking(false);
+    const bool isDamaged = status == FSSTATUS_FILE_CORRUPT;
+    if (status != FSSTATUS_SUCCESS && !isDamaged)
+        store.ThrowFailed("cannot check " + store.Name(), status);
+    store.Close();
+    if (isDamaged) cli.SetExitStatus(kExitNo);
+    if (cli.Json())
+        std::cout << JsonObject(JsonObject::Place::kLine)
+                         .Text("store", name.Shown())
+                         .True("damaged", isDamaged)
+                         .Number("status", static_cast<uint64_t>(cli.Status()))
+                         .Done()
+                  << '\n';
+    else
+        std::cout << name.Shown()
+                  << (isDamaged ? ": the records that were told are damaged\n"
+                                : ": no damage was found\n");
+}
+
+void CompactShared(const Cli& cli, const StoreName& name) {
+    Store store(name, Store::IfMissing::kFail);
+    {
+        const WriteLock lock(store);
+        uint32_t done = 0;
+        const FBR_STATUS status = FBR_Compact(store.Handle(), &done);
+        if (status != FSSTATUS_SUCCESS) store.ThrowFailed("cannot compact " + store.Name(), status);
+    }
+    store.Close();
+    if (!cli.Json()) {
+        std::cout << name.Shown() << ": what nothing leads to is deleted\n";
+        return;
+    }
+    std::cout << JsonObject(JsonObject::Place::kLine)
+                     .Text("store", name.Shown())
+                     .Number("status", static_cast<uint64_t>(cli.Status()))
+                     .Done()
+              << '\n';
+}
+
 struct Extent {
     explicit Extent(const std::string& file) {
         const Image image(file, 0);
@@ -314,13 +359,22 @@ void AddIntegrityCommands(Cli& cli) {
     const auto check = std::make_shared<CheckArguments>();
     constexpr const char* kFile = "the container's file";
 
+    constexpr const char* kFileOrCluster = "the container's file, or a store on a cluster";
+    const auto isShared = [&cli](const std::string& path) {
+        const StoreName name = cli.StoreAt(path);
+        return name.method == FS_VR_METHOD_CLUSTER && path.find('|') == path.npos;
+    };
+
     cli.Add("check", "Look for damage in a container; exit status 3 when there is some")
         .Tells()
         .No("there are findings")
         .Example("fbr check settings.fbr")
         .Example("fbr check --wait 0 settings.fbr")
-        .Text("STORE", check->store, Need::kRequired, kFile)
-        .Does([&cli, check] { Check(cli, *check, false); });
+        .Text("STORE", check->store, Need::kRequired, kFileOrCluster)
+        .Does([&cli, check, isShared] {
+            if (isShared(check->store)) return CheckShared(cli, cli.StoreAt(check->store));
+            Check(cli, *check, false);
+        });
 
     cli.Add("repair", "Mend the damage in a container; exit status 3 when there was some")
         .Tells()
@@ -337,8 +391,11 @@ void AddIntegrityCommands(Cli& cli) {
         .Tells()
         .Example("fbr compact settings.fbr")
         .Example("fbr compact --wait 0 settings.fbr")
-        .Text("STORE", *store, Need::kRequired, "the store")
-        .Does([&cli, store] { Compact(cli, *store); });
+        .Text("STORE", *store, Need::kRequired, kFileOrCluster)
+        .Does([&cli, store, isShared] {
+            if (isShared(*store)) return CompactShared(cli, cli.StoreAt(*store));
+            Compact(cli, *store);
+        });
 }
 
 }  // namespace fbr

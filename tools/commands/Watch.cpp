@@ -85,7 +85,8 @@ Stamp Watcher::StampNow() const {
     if (SharedStore* const shared = Shared()) {
         Stamp stamp;
         const FBR_STATUS status = shared->CurrentState(&stamp.number);
-        if (status != FSSTATUS_SUCCESS) waits_->ThrowFailed("cannot watch " + name_.path, status);
+        if (status != FSSTATUS_SUCCESS)
+            waits_->ThrowFailed("cannot watch " + name_.Shown(), status);
         return stamp;
     }
     const auto file = FileOf(name_);
@@ -102,7 +103,8 @@ void Watcher::WaitForChange(const Stamp& last) const {
         const FBR_STATUS status =
             shared->WaitForChange(last.number, [] { return !WasInterrupted(); });
         StopIfInterrupted();
-        if (status != FSSTATUS_SUCCESS) waits_->ThrowFailed("cannot watch " + name_.path, status);
+        if (status != FSSTATUS_SUCCESS)
+            waits_->ThrowFailed("cannot watch " + name_.Shown(), status);
         return;
     }
     const bool hasFile = FileOf(name_).has_value();

@@ -14,9 +14,14 @@ std::vector<std::string> CommandLine(int argc, char** argv) {
     return {argv + 1, argv + argc};
 }
 
-// A write past the limit of a file's size then fails like one on a full disk.
+// A write past the limit of a file's size then fails like one on a full disk. Who has a store open
+// closes it when nobody reads what he writes any more.
 void PrepareStreams() {
     std::signal(SIGXFSZ, SIG_IGN);
+    struct sigaction action = {}, old = {};
+    action.sa_handler = [](int) { OutputIsBroken(); };
+    sigaction(SIGPIPE, nullptr, &old);
+    if (old.sa_handler != SIG_IGN) sigaction(SIGPIPE, &action, nullptr);
 }
 
 void HearOfSessionEnd() {}  // a signal
@@ -61,9 +66,10 @@ void OnInterrupt(void (*handler)()) {
 }
 
 void EndInterrupted() {
-    std::signal(SIGINT, SIG_DFL);
-    std::raise(SIGINT);
-    std::_Exit(130);
+    const int number = WasOutputBroken() ? SIGPIPE : SIGINT;
+    std::signal(number, SIG_DFL);
+    std::raise(number);
+    std::_Exit(128 + number);
 }
 
 }  // namespace fbr

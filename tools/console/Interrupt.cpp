@@ -9,6 +9,7 @@ namespace fbr {
 namespace {
 
 std::atomic<bool> g_interrupted = false;
+std::atomic<bool> g_outputBroken = false;
 std::atomic<int> g_unbroken = 0;
 int g_guards = 0;
 
@@ -35,6 +36,15 @@ UnbrokenGuard::UnbrokenGuard() {
 
 UnbrokenGuard::~UnbrokenGuard() {
     if (--g_unbroken == 0 && g_interrupted) OnInterrupt(nullptr);
+}
+
+void OutputIsBroken() {
+    g_outputBroken = true;
+    g_interrupted = true;
+}
+
+bool WasOutputBroken() {
+    return g_outputBroken;
 }
 
 bool WasInterrupted() {

@@ -39,6 +39,11 @@ class UnbrokenGuard {
 
 bool WasInterrupted();
 
+// Nobody reads standard output any more: work ends as after an interrupt, in order, and
+// EndInterrupted ends the program by the signal that tells so.
+void OutputIsBroken();  // fit for a signal handler
+bool WasOutputBroken();
+
 // Throws Interrupted after an interrupt.
 void StopIfInterrupted();
 

@@ -17,6 +17,7 @@
 namespace fbr {
 namespace {
 
+constexpr std::string_view kCluster = "etcd://";
 constexpr size_t kLookedAt = 512;
 constexpr uintmax_t kLittleRoom = 1u << 20;
 constexpr const char* kDiskFull = "; the disk is full: make room on it";
@@ -127,8 +128,11 @@ std::string WhyServerFails(const StoreName& name) {
         platform::OpenPipe(pipe.c_str(), platform::Disclosure::Identify);
     if (platform::IsValid(server)) {
         platform::ClosePipe(server);
-        return "; the server cannot: --method remote-container is for a container there, offline "
-               "for a hive";
+        return name.method == FS_VR_METHOD_CLUSTER
+                   ? "; the server cannot: what it writes tells what the cluster says"
+                   : "; the server cannot: --method remote-container is for a container there, "
+                     "offline "
+                     "for a hive";
     }
     if (platform::LastError() == platform::kErrorAccessDenied)
         return "; the server at " + ServerOf(name) + " is another user's";
@@ -174,6 +178,12 @@ const char* WordsOf(Kind kind) {
 
 }  // namespace
 
+size_t ClusterAt(const std::string& path) {
+    const size_t bar = path.rfind('|');
+    const size_t at = bar == std::string::npos ? 0 : bar + 1;
+    return path.compare(at, kCluster.size(), kCluster) == 0 ? at : std::string::npos;
+}
+
 bool IsLivePath(const std::string& path) {
     constexpr WStringView kRoot = WTEXT("\\registry\\");
     return path.size() > kRoot.size() && BeginsWith(path, kRoot);
@@ -211,8 +221,8 @@ Kind KindOf(const std::filesystem::path& file) {
 }
 
 StoreName Recognise(const std::string& path) {
-    constexpr std::string_view kCluster = "etcd://";
-    if (path.starts_with(kCluster)) return {path.substr(kCluster.size()), FS_VR_METHOD_CLUSTER};
+    if (const size_t at = ClusterAt(path); at != std::string::npos)
+        return {path.substr(0, at) + path.substr(at + kCluster.size()), FS_VR_METHOD_CLUSTER};
     const Session* session = Session::Current();
     if (const auto open = session != nullptr ? session->Named(path) : std::nullopt) return *open;
     StoreName name{path, FS_VR_METHOD_TARN};
@@ -247,9 +257,9 @@ std::string KindInWords(const StoreName& name) {
 
 std::string WhyItDoesNotOpen(const StoreName& name) {
     if (NamesNoServer(name)) return kHowServersAreNamed;
-    if (name.method == FS_VR_METHOD_CLUSTER)
-        return "; no member of the cluster does it: the line above tells what they say";
     const auto file = FileOf(name);
+    if (name.method == FS_VR_METHOD_CLUSTER && !IsBehindServer(name))
+        return "; no member of the cluster does it: the line above tells what they say";
     if (!file) return IsBehindServer(name) ? WhyServerFails(name) : MissingLiveKey(name);
     if (IsBehindServer(name))
         return "; a store behind a server takes --method: remote-container, or offline for a hive";
@@ -286,8 +296,12 @@ std::string WhyItDoesNotOpen(const StoreName& name) {
 std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status) {
     if (NamesNoServer(name)) return kHowServersAreNamed;
     const auto file = FileOf(name);
-    if (name.method == FS_VR_METHOD_CLUSTER && status == FSSTATUS_INVALID_NAME)
+    const bool isUnnamed = status == FSSTATUS_INVALID_NAME || name.path.empty();
+    if (name.method == FS_VR_METHOD_CLUSTER && isUnnamed)
         return "; a store on a cluster is named etcd://HOST:PORT,.../PREFIX";
+    if (name.method == FS_VR_METHOD_CLUSTER && status == FSSTATUS_INVALID_PARAMETER &&
+        !IsBehindServer(name))
+        return "; the line above tells which setting is none";
     if (name.method == FS_VR_METHOD_CLUSTER && status == FSSTATUS_NOT_FOUND)
         return "; fbr create makes an empty one";
     const bool remote = IsBehindServer(name);
@@ -350,7 +364,8 @@ std::string WhyHiveIsNotSaved(const std::filesystem::path& file) {
 
 std::string WhyItFailed(const StoreName& name) {
     const auto file = FileOf(name);
-    if (name.method == FS_VR_METHOD_CLUSTER) return "; the line above tells what its members say";
+    if (name.method == FS_VR_METHOD_CLUSTER && !IsBehindServer(name))
+        return "; the line above tells what its members say";
     if (!file) return "; the server or the system tells no more";
     if (name.method == FS_VR_METHOD_OFFLINE) return WhyHiveIsNotSaved(*file);
     if (IsFull(*file)) return kDiskFull;

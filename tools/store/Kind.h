@@ -26,6 +26,9 @@ Kind KindOf(const std::filesystem::path& file);
 // True for "\registry\machine\..." and what else the live registry has, in any case.
 bool IsLivePath(const std::string& path);
 
+// Where "etcd://" begins in the path of a store on a cluster, be it behind a server; else npos.
+size_t ClusterAt(const std::string& path);
+
 // The store of that path by the kind that the file shows; a container where it shows nothing.
 StoreName Recognise(const std::string& path);
 

@@ -76,7 +76,7 @@ void Session::Close() {
         }
     }
     if (status != FSSTATUS_SUCCESS)
-        ThrowFailedAt(failed, "cannot close store " + failed.path, status);
+        ThrowFailedAt(failed, "cannot close store " + failed.Shown(), status);
 }
 
 bool IsSameStore(const StoreName& a, const StoreName& b) {

@@ -38,11 +38,15 @@ std::string Advice(FBR_STATUS status, FBR_METHOD method) {
         case FSSTATUS_LOCK_FAILED:
             return "; somebody else holds the store: try again later";
         case FSSTATUS_FILE_CORRUPT:
-            return "; fbr check tells more of a container";
+            return method == FS_VR_METHOD_CLUSTER ? "; fbr check tells all records that are none"
+                                                  : "; fbr check tells more of a container";
         case FSSTATUS_VERSION_MISMATCH:
             return "; take the version of the tool that made it";
         case FSSTATUS_ACCESS_DENIED:
-            return "; ask its owner for the right, or take a copy of the file";
+            return method == FS_VR_METHOD_CLUSTER
+                       ? "; the line above tells what the cluster says: it goes by ZRFS_ETCD_USER "
+                         "and what that user's roles permit below the prefix"
+                       : "; ask its owner for the right, or take a copy of the file";
         case FSSTATUS_DIR_NOT_EMPTY:
             return "; it has subkeys";
         default:

@@ -61,9 +61,16 @@ std::string ShowKey(WStringView path) {
     return Printable(RootedPath(path));
 }
 
-Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
+std::string StoreName::Shown() const {
+    if (method != FS_VR_METHOD_CLUSTER) return path;
+    const size_t bar = path.rfind('|');
+    const size_t at = bar == std::string::npos ? 0 : bar + 1;
+    return path.substr(0, at) + "etcd://" + path.substr(at);
+}
+
+Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)), shown_(name_.Shown()) {
     EndOfRehearsal();
-    const std::string what = fmt::format("cannot open store {}", name_.path);
+    const std::string what = fmt::format("cannot open store {}", shown_);
     const auto fail = [&](FBR_STATUS status) {
         const std::string why =
             ifMissing == IfMissing::kCreate ? WhyItIsNotMade(name_) : WhyItDoesNotOpen(name_);
@@ -79,7 +86,7 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)) {
         text_ = std::make_unique<TextStore>(name_);
         path = text_->Container();
     }
-    NextWaitIsFor(name_.path);
+    NextWaitIsFor(shown_);
     FBR_STATUS status = FSSTATUS_SUCCESS;
     try {
         open_ = std::make_shared<zrfs::Store>(path, name_.method);
@@ -144,7 +151,7 @@ void Store::ExpectNoText() const {
 void Store::Close() {
     const auto open = std::exchange(open_, nullptr);
     const auto saving = WhileItCloses(name_);
-    if (!kept_) Told([&] { return "cannot close store " + name_.path; }, [&] { open->close(); });
+    if (!kept_) Told([&] { return "cannot close store " + shown_; }, [&] { open->close(); });
 }
 
 void Store::ThrowFailed(const std::string& what, FBR_STATUS status) const {
@@ -208,6 +215,11 @@ ReadLock::ReadLock(const Store& store) : StoreLock(store, FBR_LOCK_READ) {}
 // What is open in the place of text nobody else knows, and it may have no name any more.
 StoreLock::StoreLock(const Store& store, FBR_LOCK_TYPE type) {
     if (store.IsText() && type == FBR_LOCK_READ) return;
+    if (type == FBR_LOCK_READ) snapshot_ = store.Shared();
+    if (snapshot_ != nullptr) {
+        snapshot_->Snapshot(true);
+        return;
+    }
     store.ExpectNoText();
     NextWaitIsFor(store.Name());
     try {
@@ -219,11 +231,17 @@ StoreLock::StoreLock(const Store& store, FBR_LOCK_TYPE type) {
         StopIfInterrupted();
         const FBR_STATUS status = zrfs::status_of(error.code());
         const bool busy = status == FSSTATUS_LOCK_FAILED;
-        throw StoreError(fmt::format("cannot lock store {}: {}{}{}", store.Name(),
-                                     StatusText(status), Advice(status, FS_VR_METHOD_TARN),
-                                     busy ? ", or wait longer with --wait" : ""),
-                         status);
+        const std::string what = "cannot lock store " + store.Name();
+        if (store.Shared() != nullptr && !busy) store.ThrowFailed(what, status);
+        throw StoreError(
+            fmt::format("{}: {}{}{}", what, StatusText(status), Advice(status, FS_VR_METHOD_TARN),
+                        busy ? ", or wait longer with --wait" : ""),
+            status);
     }
+}
+
+StoreLock::~StoreLock() {
+    if (snapshot_ != nullptr) snapshot_->Snapshot(false);
 }
 
 }  // namespace fbr

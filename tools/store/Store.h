@@ -36,6 +36,9 @@ struct StoreName {
     std::string path;  // UTF-8
     FBR_METHOD method = FS_VR_METHOD_TARN;
     bool isText = false;  // exported text, to be read as a store
+
+    // As the command line names it.
+    std::string Shown() const;
 };
 
 // The file on this machine that holds the store, where there is one: none for the live registry
@@ -71,7 +74,7 @@ class Store {
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
-    const std::string& Name() const { return name_.path; }
+    const std::string& Name() const { return shown_; }
     const StoreName& FullName() const { return name_; }
     // True for text that is read as a store and cannot be changed.
     bool IsText() const { return text_ != nullptr; }
@@ -120,6 +123,7 @@ class Store {
     bool IsThere() const;
 
     StoreName name_;
+    std::string shown_;
     std::unique_ptr<TextStore> text_;  // what is open in the place of text
     std::shared_ptr<zrfs::Store> open_;
     bool kept_ = false;
@@ -139,9 +143,11 @@ class StoreLock {
 
   protected:
     StoreLock(const Store& store, FBR_LOCK_TYPE type);
+    ~StoreLock();
 
   private:
     std::optional<zrfs::Lock> lock_;
+    SharedStore* snapshot_ = nullptr;  // in the place of a lock for reads
 };
 
 // For changes.
@@ -150,7 +156,8 @@ class WriteLock : public StoreLock {
     explicit WriteLock(const Store& store);
 };
 
-// For reads that must all see one state: nobody else writes meanwhile.
+// For reads that must all see one state: nobody else writes meanwhile, but to a store that many
+// machines share, which shows one state all the same and is not kept from anybody.
 class ReadLock : public StoreLock {
   public:
     explicit ReadLock(const Store& store);
