@@ -245,6 +245,7 @@ Outcome EtcdHttp::Send(const char* path, Attempt* attempt, Clock::time_point unt
     if (interrupted_) return Outcome::Interrupted;
     if (attempt->curlCode == CURLE_OK) return Judge(*attempt);
     lastFailure_ = library.errorText(static_cast<CURLcode>(attempt->curlCode));
+    lastFailure_ += WhatToLookAt(attempt->curlCode);
     switch (attempt->curlCode) {
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CERTPROBLEM:
@@ -252,6 +253,32 @@ Outcome EtcdHttp::Send(const char* path, Attempt* attempt, Clock::time_point unt
             return Outcome::Denied;
         default:
             return Outcome::Unanswered;
+    }
+}
+
+// What a person has to look at who reads that a connection fails so.
+std::string EtcdHttp::WhatToLookAt(int curlCode) const {
+    switch (curlCode) {
+        case CURLE_PEER_FAILED_VERIFICATION:
+            return ": the certificate of the member is for another name, or not signed by the "
+                   "authority that ZRFS_ETCD_CACERT names";
+        case CURLE_SSL_CACERT_BADFILE:
+            return ": ZRFS_ETCD_CACERT names " + settings_->caCertificate;
+        case CURLE_SSL_CERTPROBLEM:
+            return ": ZRFS_ETCD_CERT names \"" + settings_->certificate +
+                   "\" and ZRFS_ETCD_KEY \"" + settings_->key + '"';
+        case CURLE_SSL_CONNECT_ERROR:
+            return ": does it speak TLS, which ZRFS_ETCD_CACERT and ZRFS_ETCD_CERT ask for?";
+        case CURLE_GOT_NOTHING:
+        case CURLE_SEND_ERROR:
+        case CURLE_RECV_ERROR:
+            if (!settings_->UsesTls())
+                return ": does it speak TLS? ZRFS_ETCD_CACERT names its authority then";
+            return settings_->certificate.empty()
+                       ? ": does it want a certificate? ZRFS_ETCD_CERT and ZRFS_ETCD_KEY name it"
+                       : "";
+        default:
+            return "";
     }
 }
 
@@ -263,6 +290,12 @@ Outcome EtcdHttp::Judge(const Attempt& attempt) {
     };
     lastFailure_ =
         failure.message.empty() ? "HTTP " + std::to_string(attempt.httpStatus) : failure.message;
+    if (says("CommonName of client")) {
+        lastFailure_ +=
+            ": where the cluster has users, the certificate that ZRFS_ETCD_CERT names must have no "
+            "common name (CN)";
+        return Outcome::Denied;
+    }
     switch (failure.code) {
         case 4:   // it was given up on
         case 14:  // no leader, or it stops

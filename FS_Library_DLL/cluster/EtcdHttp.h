@@ -64,6 +64,7 @@ class EtcdHttp {
     struct Curl;
 
     Outcome Send(const char* path, Attempt* attempt, Clock::time_point until);
+    std::string WhatToLookAt(int curlCode) const;
     Outcome Judge(const Attempt& attempt);
     Outcome Authenticate(Clock::time_point until);
     bool Perform(const Attempt& attempt, Clock::time_point until, int* result);

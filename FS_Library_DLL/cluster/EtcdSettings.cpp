@@ -135,7 +135,8 @@ bool ParseClusterPath(platform::WStringView path, ClusterPath* parsed, std::stri
         const size_t end = std::min(text.find(',', start), slash);
         parsed->endpoints.push_back(text.substr(start, end - start));
         if (!IsEndpoint(parsed->endpoints.back())) {
-            *fault = fmt::format("\"{}\" is no HOST:PORT", parsed->endpoints.back());
+            *fault = fmt::format("\"{}\" is no HOST:PORT, with a port from 1 to 65535",
+                                 parsed->endpoints.back());
             return false;
         }
         start = end + 1;

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <future>
+#include <regex>
 
 #include "FS_Library_DLL/IFSInterface.h"
 #include "FS_Library_DLL/SharedStore.h"
@@ -65,13 +66,30 @@ TEST(ClusterAccess, OverTlsBothSidesShowWhoTheyAre) {
     const auto path = cluster.Path("tls");
     const auto file = [&](const char* name) { return (folder / name).string(); };
     const Variable patience("ZRFS_ETCD_PATIENCE", "1");
-    EXPECT_EQ(Opened(path), FSSTATUS_FAILED);
-    {
-        const Variable authority("ZRFS_ETCD_CACERT", file("other.pem"));
-        EXPECT_EQ(Opened(path), FSSTATUS_ACCESS_DENIED);
+    // What is wrong is told by what a person has to look at.
+    const auto isTold = [](const platform::WString& where, const char* words) {
+        const LogCapture log;
+        const FBR_STATUS status = Opened(where);
+        const std::string told =
+            std::to_string(status) + ' ' + (log.lines.empty() ? "" : log.lines.back().message);
+        EXPECT_TRUE(std::regex_search(told, std::regex(words))) << told;
+    };
+    isTold(path, "^1 .*CACERT names its authority");
+    for (const auto& [name, words] :
+         {std::pair("other.pem", "15 .*authority that ZRFS_ETCD_CACERT"),
+          std::pair("names", "15 .*CACERT names .*/names"), std::pair("none", "15 .*be read")}) {
+        const Variable authority("ZRFS_ETCD_CACERT", file(name));
+        isTold(path, words);
     }
     const Variable authority("ZRFS_ETCD_CACERT", file("ca.pem"));
-    EXPECT_EQ(Opened(path), FSSTATUS_FAILED);
+    isTold(path, "^1 .*want a certificate");
+    RunningCluster plain(1);
+    isTold(plain.Path("tls"), "^1 .*does it speak TLS");
+    {
+        const Variable certificate("ZRFS_ETCD_CERT", file("own.pem"));
+        const Variable key("ZRFS_ETCD_KEY", file("ca.key"));
+        isTold(path, "^15 .*ZRFS_ETCD_KEY .*ca.key");
+    }
     std::ofstream(file("settings")) << "CERT=" << file("own.pem") << "\nKEY=" << file("own.key");
     const Variable settings("ZRFS_ETCD_SETTINGS", file("settings"));
     Store store(path, FS_VR_METHOD_CLUSTER);
