@@ -365,7 +365,9 @@ void AddIntegrityCommands(Cli& cli) {
         return name.method == FS_VR_METHOD_CLUSTER && path.find('|') == path.npos;
     };
 
-    cli.Add("check", "Look for damage in a container; exit status 3 when there is some")
+    cli.Add("check",
+            "Look for damage in a container or a store on a cluster; exit status 3 when there is "
+            "some")
         .Tells()
         .No("there are findings")
         .Example("fbr check settings.fbr")
@@ -387,7 +389,9 @@ void AddIntegrityCommands(Cli& cli) {
         .Flag("--discard-log", check->discardLog, "give up a redo log that cannot be replayed")
         .Does([&cli, check] { Check(cli, *check, true); });
 
-    cli.Add("compact", "Give the free pages of a container back to the disk")
+    cli.Add("compact",
+            "Give the free pages of a container back to the disk; on a cluster, delete what is "
+            "left over")
         .Tells()
         .Example("fbr compact settings.fbr")
         .Example("fbr compact --wait 0 settings.fbr")

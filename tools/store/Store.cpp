@@ -212,16 +212,19 @@ bool Store::KeepsUnnamedApart() const {
 WriteLock::WriteLock(const Store& store) : StoreLock(store, FBR_LOCK_WRITE) {}
 ReadLock::ReadLock(const Store& store) : StoreLock(store, FBR_LOCK_READ) {}
 
-// What is open in the place of text nobody else knows, and it may have no name any more.
+// What is open in the place of text nobody else knows, and it may have no name any more. A session
+// keeps one lock for all that it does; where it may only read, it sees one state a command.
 StoreLock::StoreLock(const Store& store, FBR_LOCK_TYPE type) {
     if (store.IsText() && type == FBR_LOCK_READ) return;
-    if (type == FBR_LOCK_READ) snapshot_ = store.Shared();
-    if (snapshot_ != nullptr) {
-        snapshot_->Snapshot(true);
-        return;
-    }
     store.ExpectNoText();
     NextWaitIsFor(store.Name());
+    SharedStore* const shared = store.Shared();
+    const auto show = [&] {
+        snapshot_ = shared;
+        snapshot_->Snapshot(true);
+    };
+    const bool canShow = type == FBR_LOCK_READ && shared != nullptr;
+    if (canShow && !store.IsKept()) return show();
     try {
         if (store.IsKept())
             Session::Current()->Lock(store.Open(), type);
@@ -231,8 +234,9 @@ StoreLock::StoreLock(const Store& store, FBR_LOCK_TYPE type) {
         StopIfInterrupted();
         const FBR_STATUS status = zrfs::status_of(error.code());
         const bool busy = status == FSSTATUS_LOCK_FAILED;
+        if (canShow && !busy) return show();
         const std::string what = "cannot lock store " + store.Name();
-        if (store.Shared() != nullptr && !busy) store.ThrowFailed(what, status);
+        if (shared != nullptr && !busy) store.ThrowFailed(what, status);
         throw StoreError(
             fmt::format("{}: {}{}{}", what, StatusText(status), Advice(status, FS_VR_METHOD_TARN),
                         busy ? ", or wait longer with --wait" : ""),
