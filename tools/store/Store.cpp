@@ -224,9 +224,10 @@ StoreLock::StoreLock(const Store& store, FBR_LOCK_TYPE type) {
         snapshot_->Snapshot(true);
     };
     const bool canShow = type == FBR_LOCK_READ && shared != nullptr;
-    if (canShow && !store.IsKept()) return show();
     try {
-        if (store.IsKept())
+        if (canShow && !store.IsKept())
+            show();
+        else if (store.IsKept())
             Session::Current()->Lock(store.Open(), type);
         else
             lock_.emplace(store.Open(), type);
@@ -234,7 +235,10 @@ StoreLock::StoreLock(const Store& store, FBR_LOCK_TYPE type) {
         StopIfInterrupted();
         const FBR_STATUS status = zrfs::status_of(error.code());
         const bool busy = status == FSSTATUS_LOCK_FAILED;
-        if (canShow && !busy) return show();
+        if (canShow && !busy) {
+            show();
+            return;
+        }
         const std::string what = "cannot lock store " + store.Name();
         if (shared != nullptr && !busy) store.ThrowFailed(what, status);
         throw StoreError(
