@@ -28,8 +28,8 @@ class Survey {
     // Keys whose own record is missing, with the parent that they hang on.
     std::vector<std::pair<std::string, Child>> WithoutRecord() const;
     // Tells of records that refer to one that is missing, or to a key that hangs elsewhere. Whether
-    // there are such.
-    bool TellBroken() ZRFS_REQUIRES(store_.lock);
+    // there are such. By who has the store's lock.
+    bool TellBroken();
     // Ids that cannot be reached from the root.
     std::set<std::string> Lost() const;
     // Below d/, and no value has them.
@@ -149,6 +149,7 @@ std::vector<std::pair<std::string, Child>> Survey::WithoutRecord() const {
 }
 
 bool Survey::TellBroken() {
+    store_.lock.AssertHeld();
     bool isBroken = false;
     const auto tell = [&](const std::string& record) ZRFS_REQUIRES(store_.lock) {
         store_.Damaged(record);
