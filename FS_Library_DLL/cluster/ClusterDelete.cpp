@@ -204,18 +204,26 @@ FBR_STATUS DeleteGone(ClusterStore& store) {
 
 namespace {
 
-// By what the key's own record tells, if there is one.
+// By what the key's own record tells, if there is one; it is asked for where it is not known.
 FBR_STATUS DeleteLinked(ClusterStore& store, const std::string& parent, const Child& key)
     ZRFS_REQUIRES(store.lock) {
-    RangeReply reply;
-    const Outcome outcome = store.Api().Range({{store.names.Key(key.id)}}, &reply);
-    if (outcome != Outcome::Answered) return store.StatusOf(outcome);
+    KeptReads* kept = store.Kept();
     KeyRecord record;
-    const bool isRecord = !reply.found.empty() && ReadKeyRecord(reply.found[0].value, &record);
+    const bool isKnown = kept != nullptr && kept->ParentOf(key.id) == parent;
+    bool isRecord = isKnown;
+    record.parent = parent;
+    if (!isKnown) {
+        RangeReply reply;
+        const Outcome outcome = store.Api().Range({{store.names.Key(key.id)}}, &reply);
+        if (outcome != Outcome::Answered) return store.StatusOf(outcome);
+        isRecord = !reply.found.empty() && ReadKeyRecord(reply.found[0].value, &record);
+    }
     if (isRecord && record.parent != parent) return Unlink(store, parent, key);
     if (isRecord) {
         const FBR_STATUS status =
             DeleteLeaf(store, parent, FoldedText(key.name), key.id, key.lease);
+        // What somebody changed by hand is not kept any more.
+        if (status == FSSTATUS_NOT_FOUND && isKnown) return DeleteLinked(store, parent, key);
         if (status != FSSTATUS_DIR_NOT_EMPTY) return status;
     }
     return CutOff(store, parent, {key});

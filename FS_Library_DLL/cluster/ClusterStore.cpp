@@ -50,7 +50,7 @@ FBR_STATUS ClusterStore::StatusOf(Outcome outcome) const {
 
 FBR_STATUS ClusterStore::Damaged(const std::string& record) {
     isDamaged = true;
-    ZRFS_LOG(kError, "ClusterStore::Damaged", "The record {} at {} is not one of a store", record,
+    ZRFS_LOG(kError, "ClusterStore::Damaged", "The record {} at {} is missing or damaged", record,
              settings->Endpoints());
     return FSSTATUS_FILE_CORRUPT;
 }

@@ -38,8 +38,9 @@ std::string Advice(FBR_STATUS status, FBR_METHOD method) {
         case FSSTATUS_LOCK_FAILED:
             return "; somebody else holds the store: try again later";
         case FSSTATUS_FILE_CORRUPT:
-            return method == FS_VR_METHOD_CLUSTER ? "; fbr check tells all records that are none"
-                                                  : "; fbr check tells more of a container";
+            return method == FS_VR_METHOD_CLUSTER
+                       ? "; fbr check tells all that are missing or damaged"
+                       : "; fbr check tells more of a container";
         case FSSTATUS_VERSION_MISMATCH:
             return "; take the version of the tool that made it";
         case FSSTATUS_ACCESS_DENIED:
