@@ -270,11 +270,12 @@ std::string EtcdHttp::WhatToLookAt(int curlCode) const {
         case CURLE_SSL_CONNECT_ERROR:
             return ": does it speak TLS, which ZRFS_ETCD_CACERT and ZRFS_ETCD_CERT ask for?";
         case CURLE_GOT_NOTHING:
-        case CURLE_SEND_ERROR:
-        case CURLE_RECV_ERROR:
             if (!settings_->UsesTls())
                 return ": does it speak TLS? ZRFS_ETCD_CACERT names its authority then";
-            return settings_->certificate.empty()
+            [[fallthrough]];
+        case CURLE_SEND_ERROR:
+        case CURLE_RECV_ERROR:
+            return settings_->UsesTls() && settings_->certificate.empty()
                        ? ": does it want a certificate? ZRFS_ETCD_CERT and ZRFS_ETCD_KEY name it"
                        : "";
         default:
