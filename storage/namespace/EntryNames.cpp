@@ -84,8 +84,9 @@ struct NameChain {
     }
     Status Write(CachePage* page, WStringView units) {
         const Status status = MarkPageChanged(context, page);
-        if (status == kOk)
-            std::memcpy(page->buffer + kPageHeaderSize, units.data(), units.size() * sizeof(WChar));
+        if (status != kOk) return status;
+        std::memset(page->buffer + kPageHeaderSize, 0, context->payloadSize);
+        std::memcpy(page->buffer + kPageHeaderSize, units.data(), units.size() * sizeof(WChar));
         return status;
     }
     // Frees the rest of the chain.

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <regex>
+#include <set>
 #include <sstream>
 
 #include "tests/container/Shapes.h"
@@ -149,6 +150,77 @@ TEST_F(InspectTest, LooksAtDamageOfAllKinds) {
         const std::string path = Put(Pattern(size, 7));
         EXPECT_EQ(LookAtAll(path, 0), "") << size;
         LookAtAll(path, 256);
+    }
+}
+
+// A tree of names of many pages, and which they are.
+struct LongNames {
+    std::set<platform::WString> names;
+    Item root;
+
+    LongNames() {
+        root.kind = ItemKind::Directory;
+        for (const uint32_t units :
+             {1u, 21u, 22u, 23u, 255u, 262u, 263u, 502u, 503u, 1000u, 16000u}) {
+            Item& item = root.children.emplace_back();
+            item.kind = units % 2 == 0 ? ItemKind::Directory : ItemKind::File;
+            while (item.name.size() < units)
+                item.name += static_cast<char16_t>('a' + item.name.size() * units % 23);
+            names.emplace(item.name.begin(), item.name.end());
+        }
+    }
+    // Whether each name is one of these, or told to be none, and none of them is lost by more than
+    // is damaged: `hurt` of them may be.
+    void Expect(const fbr::Image& image, size_t hurt) const {
+        const fbr::Objects objects(image);
+        size_t whole = 0;
+        for (const fbr::FoundObject& object : objects.All()) {
+            std::string fault;
+            const platform::WString name = objects.NameOf(object, &fault);
+            if (object.id == objects.RootId() || object.entryPage == 0) continue;
+            EXPECT_EQ(names.contains(name), fault.empty()) << platform::ToUtf8(name) << fault;
+            whole += fault.empty();
+        }
+        EXPECT_GE(whole + hurt, names.size());
+    }
+};
+
+TEST_F(InspectTest, GivesNamesWholeOrTellsOfIt) {
+    const LongNames tree;
+    for (const bool foreign : {false, true}) {
+        const auto look = [&](Builder& damaged, size_t hurt) {
+            tree.Expect(fbr::Image(Put(damaged.Finish()), 0), hurt);
+        };
+        const Builder sound({.foreign = foreign}, tree.root);
+        Builder same = sound;
+        look(same, 0);
+        for (const Item& item : tree.root.children) {
+            const std::u16string path = u"\\" + item.name;
+            const uint32_t units = static_cast<uint32_t>(item.name.size());
+            SCOPED_TRACE(testing::Message() << foreign << ' ' << units);
+            for (const uint32_t wrong :
+                 {0u, 1u, 21u, 22u, 23u, 262u, 263u, units - 1, units + 1, units + 240, ~0u}) {
+                Builder damaged = sound;
+                Put32(damaged.Entry(path), 12, wrong);
+                look(damaged, 1);
+            }
+            const auto& pages = sound.At(path).namePages;
+            Builder cut = sound;
+            Put32(cut.Entry(path), 16, 0);
+            look(cut, 0);
+            for (size_t i = 0; i<pages.size(); i += pages.size()> 9 ? 9 : 1) {
+                SCOPED_TRACE(i);
+                const uint32_t page = pages[i];
+                for (const size_t field : {0u, 4u, 16u, 20u, 24u}) {
+                    Builder damaged = sound;
+                    Put32(damaged.Page(page), field, field == 16 ? pages[i / 2] : 0);
+                    look(damaged, field < 5 || field == 20 || pages.size() == 1);
+                }
+                Builder damaged = sound;
+                std::fill_n(damaged.Page(page) + 32, 40, uint8_t{0});
+                look(damaged, 1);
+            }
+        }
     }
 }
 

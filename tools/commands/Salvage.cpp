@@ -22,7 +22,8 @@ namespace {
 
 constexpr platform::WStringView kUnnamed = WTEXT("(Default)");
 
-constexpr size_t kLongestPath = 8192, kShownPath = 64;  // in units
+// In units. What stands below a longer path would make a file of any size.
+constexpr size_t kLongestPath = 32767, kShownPath = 64;
 
 // Counts on the way, and leaves out what is the store's own.
 class Output : public RecordSink {
@@ -96,10 +97,12 @@ WString Numbered(uint32_t id) {
 }
 
 void ContainerSalvage::Value(const FoundObject& object, const WString& key) {
-    WString name = objects_.NameOf(object);
+    std::string fault;
+    WString name = objects_.NameOf(object, &fault);
     if (name == kUnnamed) name.clear();
     const std::string shown = fmt::format("value \"{}\" of key {}", Printable(name), ShowKey(key));
     if (object.entryPage == 0) onLoss_(fmt::format("the name of {} is lost", shown));
+    if (!fault.empty()) onLoss_(fmt::format("the name of {} is damaged: {}", shown, fault));
     const ValueRead value = ValueOf(image_, objects_, object);
     if (!value.found) return onLoss_(fmt::format("left out {}: {}", shown, value.fault));
     if (!value.fault.empty())
@@ -110,8 +113,12 @@ void ContainerSalvage::Value(const FoundObject& object, const WString& key) {
 
 // A name that is lost, or that no path can have, gives way to the number.
 WString ContainerSalvage::KeyName(const FoundObject& object, const WString& above) const {
-    WString name = objects_.NameOf(object);
+    std::string fault;
+    WString name = objects_.NameOf(object, &fault);
     const bool usable = !name.empty() && name.find(WChar{'\\'}) == name.npos;
+    if (!fault.empty())
+        onLoss_(fmt::format("the name of key {} in key {} is damaged: {}", Printable(name),
+                            ShowKey(above), fault));
     if (usable && object.entryPage != 0) return name;
     WString number = Numbered(object.id);
     if (usable)
@@ -139,7 +146,7 @@ void ContainerSalvage::Tell(const Level& level, std::vector<Level>& keys) {
         WString path = level.path;
         if (!path.empty()) path += '\\';
         path += KeyName(object, level.path);
-        if (path.size() > kLongestPath) {
+        if (level.path.size() > kLongestPath) {
             path = Numbered(object.id);
             onLoss_(fmt::format("a key below {} is too deep and stands at {}",
                                 ShowKey(level.path.substr(0, kShownPath)), ShowKey(path)));

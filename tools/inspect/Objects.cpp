@@ -11,6 +11,7 @@
 #include "tools/format/Text.h"
 #include "tools/inspect/Fields.h"
 #include "tools/inspect/PageMap.h"
+#include "tools/inspect/StoredName.h"
 
 namespace fbr {
 namespace {
@@ -21,7 +22,6 @@ using storage::LoadU32;
 
 constexpr platform::WStringView kMarker = WTEXT("#FILE"), kUnnamed = WTEXT("(Default)");
 constexpr size_t kLongestPath = 4096;  // in units
-constexpr size_t kLongest = 0x8000;    // units of a name
 
 uint16_t KindOf(const PageBytes& page) {
     return LoadU16(page.data(), 0);
@@ -134,9 +134,10 @@ void Objects::Gather() {
         if (use != Use::kMap && number > storage::kSuperblockNumber)
             Take(number, use != Use::kFree);
     });
-    std::sort(data_.begin(), data_.end(), [](const DataPage& a, const DataPage& b) {
-        return std::tie(a.id, a.level, a.page) < std::tie(b.id, b.level, b.page);
-    });
+    for (auto* pages : {&data_, &names_})
+        std::sort(pages->begin(), pages->end(), [](const LeveledPage& a, const LeveledPage& b) {
+            return std::tie(a.id, a.level, a.page) < std::tie(b.id, b.level, b.page);
+        });
 }
 
 // A page with the number of another is a copy that a change made, unless the map knows it.
@@ -152,15 +153,15 @@ void Objects::Take(uint32_t number, bool inUse) {
     const bool isFirst = level == 0 || HasRecord(page, storage::kFileInfoRecord);
     if (KindOf(page) == storage::kHeaderPage && isFirst) TakeHeader(number, page, inUse);
     if (KindOf(page) == storage::kDataPage && inUse) data_.push_back({IdOf(page), level, number});
+    if (KindOf(page) == storage::kNamePage && inUse) names_.push_back({IdOf(page), level, number});
 }
 
-std::vector<uint32_t> Objects::DataPagesOf(uint32_t id) const {
-    std::vector<uint32_t> pages;
-    auto at =
-        std::lower_bound(data_.begin(), data_.end(), id,
-                         [](const DataPage& page, uint32_t wanted) { return page.id < wanted; });
-    for (; at != data_.end() && at->id == id; ++at) pages.push_back(at->page);
-    return pages;
+std::span<const Objects::LeveledPage> Objects::Of(uint32_t id,
+                                                  const std::vector<LeveledPage>& pages) {
+    const auto isBelow = [](const LeveledPage& a, const LeveledPage& b) { return a.id < b.id; };
+    const auto [begin, end] =
+        std::equal_range(pages.begin(), pages.end(), LeveledPage{id, 0, 0}, isBelow);
+    return {begin, end};
 }
 
 void Objects::TakeEntries(uint32_t number, const PageBytes& page, bool inUse) {
@@ -241,23 +242,12 @@ const FoundObject* Objects::AtEntry(uint32_t page, WStringView stored) const {
     return nullptr;
 }
 
-// As far as its pages can be followed.
-WString Objects::NameOf(const FoundObject& object) const {
+WString Objects::NameOf(const FoundObject& object, std::string* fault) const {
     if (object.entryPage == 0) return NumberAsName(object.id);
-    const PageBytes page = image_.Page(object.entryPage);
-    const auto entry = storage::Load<DirectoryEntry>(page.data(), object.entryOffset);
-    WString stored(std::begin(entry.name), std::end(entry.name));
-    const size_t length = std::min<size_t>(entry.nameLength, kLongest);
-    for (uint32_t next = entry.namePage; next != 0 && stored.size() < length;) {
-        if (next >= image_.PageCount() || image_.IsMapPage(next)) break;
-        const PageBytes more = image_.Page(next);
-        if (KindOf(more) != storage::kNamePage || IdOf(more) != object.id) break;
-        for (uint32_t at = storage::kPageHeaderSize; at + 2 <= more.size(); at += 2)
-            stored += static_cast<WChar>(LoadU16(more.data(), at));
-        next = LoadU32(more.data(), offsetof(storage::PageHeader, nextPage));
-    }
-    stored.resize(std::min(length, stored.size()));
-    return DecodedName(stored);
+    const StoredName stored = ReadStoredName(image_, *this, object);
+    if (fault != nullptr) *fault = stored.fault;
+    const WString name = DecodedName(stored.units);
+    return stored.fault.empty() ? name : name + NumberAsName(object.id);
 }
 
 ObjectPath Objects::PathOf(const FoundObject& object) const {

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
+#include <string>
 #include <vector>
 
 #include "tools/inspect/Image.h"
@@ -44,8 +46,13 @@ class Objects {
     const std::vector<FoundObject>& All() const { return objects_; }
     // Null where nothing is known.
     const FoundObject* WithId(uint32_t id) const;
-    // Its pages of data, in the order of their levels; see StreamOf.
-    std::vector<uint32_t> DataPagesOf(uint32_t id) const;
+    // A page of an object that says which one in its chain it is.
+    struct LeveledPage {
+        uint32_t id, level, page;
+    };
+    // Those of its data, and of its name, in the order of their levels.
+    std::span<const LeveledPage> DataPagesOf(uint32_t id) const { return Of(id, data_); }
+    std::span<const LeveledPage> NamePagesOf(uint32_t id) const { return Of(id, names_); }
     uint32_t RootId() const { return root_; }
     // For each page in use the id of the object that it belongs to, 0 for none.
     const std::vector<uint32_t>& OwnerIds() const { return ownerIds_; }
@@ -54,12 +61,15 @@ class Objects {
     // The entry on that page whose name in the entry itself, in stored form, is that.
     const FoundObject* AtEntry(uint32_t page, platform::WStringView stored) const;
 
-    // Of a path longer than people read, the end. A name that is not to be had is a question mark
-    // with the object's number.
+    // Of a path longer than people read, the end.
     ObjectPath PathOf(const FoundObject& object) const;
-    platform::WString NameOf(const FoundObject& object) const;
+    // A name that is not to be had is a question mark with the object's number; of one that is not
+    // all there, or of which that is in doubt, what is there stands in front of that, and `fault`
+    // tells why.
+    platform::WString NameOf(const FoundObject& object, std::string* fault = nullptr) const;
 
   private:
+    static std::span<const LeveledPage> Of(uint32_t id, const std::vector<LeveledPage>& pages);
     void Gather();
     void Take(uint32_t number, bool inUse);
     void TakeEntries(uint32_t number, const PageBytes& page, bool inUse);
@@ -70,10 +80,7 @@ class Objects {
     uint32_t root_ = 1;
     std::vector<FoundObject> objects_;
     std::vector<uint32_t> ownerIds_;
-    struct DataPage {
-        uint32_t id, level, page;
-    };
-    std::vector<DataPage> data_;
+    std::vector<LeveledPage> data_, names_;
 };
 
 // The directory entries that a page has, and where.

@@ -147,7 +147,7 @@ void Reader::FindPages() {
     if (FindListed()) return;
     pages_ = chained;
     broken_ = !sound;  // or there are holes
-    for (const uint32_t number : objects_.DataPagesOf(object_.id)) TakePage(number);
+    for (const auto& [id, level, number] : objects_.DataPagesOf(object_.id)) TakePage(number);
 }
 
 bool Reader::Decode(const std::vector<uint8_t>& code, uint64_t largest) {
