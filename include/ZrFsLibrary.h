@@ -225,7 +225,9 @@ FBR_API FBR_STATUS FBR_GetFullName_DirEx(FBR_KEY key, FBR_WCHAR** name, FBR_STOR
 FBR_API FBR_STATUS FBR_DuplicateDirHandleEx(FBR_KEY key, FBR_KEY* newKey, FBR_STORE handle);
 
 /** The time of the last change in a key, UTC; wDayOfWeek is left as it is. FSSTATUS_NOT_FOUND for a
- * key as above. */
+ * key as above. The last day of a year, and the one before it in a leap year, is day 0 of the next
+ * year's January in a container. Where its time is none, as after damage,
+ * a container tells year, month and day 0, and a hive nothing: set *time to 0 before. */
 FBR_API FBR_STATUS FBR_GetDirTimesEx(FBR_KEY key, FBR_SYSTEMTIME* time, FBR_STORE handle);
 
 /** The security of a key as text, for an offline hive (method 6) alone. `bufferChars` is in units.

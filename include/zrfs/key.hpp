@@ -69,11 +69,16 @@ class Key {
         check(status, "delete a key");
         handle_ = 0;
     }
+    // FSSTATUS_FILE_CORRUPT where what the store tells is no moment.
     std::chrono::sys_time<std::chrono::milliseconds> modified() const {
         FBR_SYSTEMTIME t{};
         check(FBR_GetDirTimesEx(handle_, &t, store_), "the time of a key");
         using namespace std::chrono;
-        return sys_days(year(t.wYear) / t.wMonth / t.wDay) + hours(t.wHour) + minutes(t.wMinute) +
+        const auto first = year(t.wYear) / t.wMonth / 1;
+        if (t.wYear < 1601 || !first.ok() || t.wDay > 31)
+            check(FSSTATUS_FILE_CORRUPT, "the time of a key");
+        // Day 0 is the one before the first.
+        return sys_days(first) + days(t.wDay - 1) + hours(t.wHour) + minutes(t.wMinute) +
                seconds(t.wSecond) + milliseconds(t.wMilliseconds);
     }
 

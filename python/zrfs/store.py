@@ -145,13 +145,20 @@ class Key(MutableMapping[str, Any]):
         return Key(self._store, f"{parent}\\{name}")
 
     def modified(self) -> datetime.datetime:
-        """The time of the last change in the key."""
+        """The time of the last change in the key; CorruptError where the store has none."""
         time = lib.SystemTime()
         with _OpenKey(self._store, self.path) as key:
             _check(_library.FBR_GetDirTimesEx(key, ctypes.byref(time), self._store._handle),
                    f"read the time of key {self}")
-        return datetime.datetime(time.year, time.month, time.day, time.hour, time.minute,
-                                 time.second, 1000 * time.milliseconds, datetime.timezone.utc)
+        try:
+            first = datetime.datetime(time.year, time.month, 1, time.hour, time.minute,
+                                      time.second, 1000 * time.milliseconds,
+                                      datetime.timezone.utc)
+            if time.year < 1601 or time.day > 31:
+                raise ValueError
+        except ValueError:
+            _check(Status.FILE_CORRUPT, f"read the time of key {self}")
+        return first + datetime.timedelta(days=time.day - 1)  # day 0 is the one before the first
 
     def subkeys(self) -> Iterator["Key"]:
         """The keys right below this one, in the store's order."""

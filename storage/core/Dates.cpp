@@ -10,7 +10,7 @@ namespace storage {
 namespace {
 
 constexpr uint32_t kDayOfEpoch = 693594;  // ordinal of 1899-12-30, 1 being 0001-01-01
-constexpr double kLastDate = 1e9;         // far behind the year 9999
+constexpr double kPastDates = 23242573;   // 65536-01-01, whose year a caller's number does not hold
 
 bool IsLeap(uint32_t year) {
     return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
@@ -41,7 +41,7 @@ double CurrentDate() {
 
 void DecodeDate(double date, uint16_t* year, uint16_t* month, uint16_t* day) {
     *year = *month = *day = 0;
-    if (!(date >= 0) || date > kLastDate) return;
+    if (!(date >= 0 && date < kPastDates)) return;
     uint32_t rest = static_cast<uint32_t>(date) + kDayOfEpoch;
     const uint32_t a = rest / 146097;
     rest %= 146097;

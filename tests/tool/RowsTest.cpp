@@ -8,6 +8,7 @@
 #include "tests/support/ScriptText.h"
 #include "tests/tool/Formats.h"
 #include "tools/format/JsonLines.h"
+#include "tools/format/Matching.h"
 #include "tools/format/RegReader.h"
 #include "tools/format/RegWriter.h"
 #include "tools/format/TypeNames.h"
@@ -95,6 +96,10 @@ std::string Answer(const std::string& left) {
     if (verb == "parse") {
         const auto type = fbr::ParseType(word);
         return type ? std::to_string(*type) : "!!";
+    }
+    if (verb == "since") {
+        const auto moment = fbr::ParseMoment(word, 1'000'000'000);
+        return moment ? std::to_string(*moment) : "!!";
     }
     const auto type = static_cast<uint32_t>(std::stoul(word));
     const std::string rest = second == left.npos ? "" : left.substr(second + 1);

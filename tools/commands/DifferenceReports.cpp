@@ -124,7 +124,7 @@ void DifferencePage::AddAll(const Place& side, WStringView path) {
             const WStringView below = PathBelow(key.Path(), side.key);
             page_.Key(DepthOf(below), NameOf(below));
             if (onlyThere_) page_.Missing();
-            page_.Time(ShowTime(key.Time()));
+            page_.Time(ShowTime(key.Time(), ""));
             if (!onlyThere_) page_.Missing();
             ReadValues(key, *this, onLoss_, Order::kByName);
         },
@@ -140,8 +140,8 @@ void DifferencePage::Value(WStringView name, uint32_t type, const Bytes& data) {
 
 void DifferencePage::KeyInBoth(WStringView path, const fbr::Key& here, const fbr::Key& there) {
     page_.Key(DepthOf(path), NameOf(path));
-    page_.Time(ShowTime(here.Time()));
-    page_.Time(ShowTime(there.Time()));
+    page_.Time(ShowTime(here.Time(), ""));
+    page_.Time(ShowTime(there.Time(), ""));
 }
 
 void DifferencePage::ValueDiffers(WStringView, const WString& name, const fbr::Value* here,

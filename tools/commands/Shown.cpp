@@ -26,8 +26,8 @@ WString KeyInJson(WStringView path) {
     return path.empty() ? WString() : WTEXT("\\") + WString(path);
 }
 
-std::string ShowTime(const std::optional<FBR_SYSTEMTIME>& time) {
-    if (!time) return "";
+std::string ShowTime(const std::optional<FBR_SYSTEMTIME>& time, const char* none) {
+    if (!time) return none;
     return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", time->wYear, time->wMonth, time->wDay,
                        time->wHour, time->wMinute, time->wSecond);
 }

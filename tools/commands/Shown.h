@@ -22,7 +22,7 @@ std::string ShowTypeAndData(const Value& value);
 platform::WString KeyInJson(platform::WStringView path);
 
 // 2026-11-22 08:18:05, in UTC; nothing for what a store does not tell.
-std::string ShowTime(const std::optional<FBR_SYSTEMTIME>& time);
+std::string ShowTime(const std::optional<FBR_SYSTEMTIME>& time, const char* none = "-");
 // 2026-11-22T08:18:05.123Z.
 std::string TimeInJson(const FBR_SYSTEMTIME& time);
 // The member "time" of that name, which is null for what a store does not tell.

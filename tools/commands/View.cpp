@@ -47,7 +47,7 @@ void View(Cli& cli, const ViewArguments& args) {
     WalkKeys(store, root, progress.OnLoss(), [&](const Key& key) {
         const platform::WStringView below = PathBelow(key.Path(), root);
         page.Key(DepthOf(below), NameOf(below));
-        page.Time(ShowTime(key.Time()));
+        page.Time(ShowTime(key.Time(), ""));
         ReadValues(key, values, progress.OnLoss(), Order::kStores);
         progress.Step();
     });

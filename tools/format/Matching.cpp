@@ -120,32 +120,34 @@ int64_t SecondsSince1970(int year, unsigned month, unsigned day, unsigned hour, 
 }
 
 std::optional<int64_t> ParseMoment(const std::string& text, int64_t now) {
-    if (text.size() > 1 && text.size() < 10) {
-        constexpr std::string_view kUnits = "smhdw";
-        constexpr int64_t kSeconds[] = {1, 60, 3600, 86400, 604800};
+    constexpr std::string_view kUnits = "smhdw";
+    constexpr int64_t kSeconds[] = {1, 60, 3600, 86400, 604800};
+    constexpr size_t kMostDigits = 9;
+    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    if (digits != 0 && digits <= kMostDigits && digits + 1 == text.size()) {
         const size_t unit = kUnits.find(text.back());
-        const auto number = ParseNumber(text.substr(0, text.size() - 1), 100'000'000);
-        if (unit != kUnits.npos && number)
-            return now - static_cast<int64_t>(*number) * kSeconds[unit];
+        if (unit == kUnits.npos) return std::nullopt;
+        return now - std::stoll(text) * kSeconds[unit];
     }
-    int year = 0, end = 0;
-    unsigned month = 0, day = 0, hour = 0, minute = 0, second = 0;
-    if (std::sscanf(text.c_str(), "%4d-%2u-%2u%n", &year, &month, &day, &end) != 3)
-        return std::nullopt;
-    std::string rest = text.substr(static_cast<size_t>(end));
-    if (rest.ends_with('Z')) rest.pop_back();
-    if (!rest.empty()) {
-        int behind = 0;
-        const bool separated = rest[0] == 'T' || rest[0] == ' ';
-        if (rest.size() == 6) rest += ":00";
-        if (!separated ||
-            std::sscanf(rest.c_str() + 1, "%2u:%2u:%2u%n", &hour, &minute, &second, &behind) != 3 ||
-            static_cast<size_t>(behind) + 1 != rest.size())
-            return std::nullopt;
-    }
-    if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60)
-        return std::nullopt;
-    return SecondsSince1970(year, month, day, hour, minute, second);
+    const std::string_view form = "0000-00-00T00:00:00.000";
+    std::string moment = text;
+    if (moment.ends_with('Z')) moment.pop_back();
+    if (moment.size() > 10 && moment[10] == ' ') moment[10] = 'T';
+    const size_t size = moment.size();
+    if (size != 10 && size != 16 && size != 19 && size != form.size()) return std::nullopt;
+    const auto fits = [](char c, char in) { return in == '0' ? c >= '0' && c <= '9' : c == in; };
+    if (!std::equal(moment.begin(), moment.end(), form.begin(), fits)) return std::nullopt;
+    moment += form.substr(size);
+    const auto number = [&moment](size_t at, size_t count) {
+        return static_cast<unsigned>(std::stoul(moment.substr(at, count)));
+    };
+    const unsigned hour = number(11, 2), minute = number(14, 2), second = number(17, 2);
+    using namespace std::chrono;
+    const year_month_day date{year(static_cast<int>(number(0, 4))), month(number(5, 2)),
+                              day(number(8, 2))};
+    if (!date.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+    return SecondsSince1970(static_cast<int>(date.year()), number(5, 2), number(8, 2), hour, minute,
+                            second);
 }
 
 }  // namespace fbr

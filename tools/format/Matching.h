@@ -43,7 +43,8 @@ class Pattern {
 };
 
 // A moment as seconds since 1970 in UTC: "2026-11-22", "2026-11-22 08:18", "2026-11-22T08:18:05Z",
-// or so long before `now`: "90s", "10m", "2h", "3d", "1w". Nothing for anything else.
+// with thousandths behind it or not; or so long before `now`: "90s", "10m", "2h", "3d", "1w".
+// Nothing for anything else.
 std::optional<int64_t> ParseMoment(const std::string& text, int64_t now);
 int64_t SecondsSince1970(int year, unsigned month, unsigned day, unsigned hour, unsigned minute,
                          unsigned second);

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "FS_Library_DLL/keystore/FsBrackenTarnImpl.h"
@@ -15,6 +16,23 @@ namespace {
 
 constexpr size_t kFirstBuffer = 1024;         // holds the data of most values
 constexpr uint64_t kLargeStep = 1024 * 1024;  // what a claim alone is worth
+
+// What a store tells may be damaged, or no moment at all. A container tells the last day of a year
+// as day 0 of the next.
+std::optional<FBR_SYSTEMTIME> InCalendar(FBR_SYSTEMTIME time) {
+    using namespace std::chrono;
+    constexpr unsigned kFirstYear = 1601, kLastYear = 9999;
+    if (time.wMonth == 1 && time.wDay == 0) {
+        --time.wYear;
+        time.wMonth = 12;
+        time.wDay = 31;
+    }
+    const year_month_day date{year(time.wYear), month(time.wMonth), day(time.wDay)};
+    const bool isOne = date.ok() && time.wYear >= kFirstYear && time.wYear <= kLastYear &&
+                       time.wHour < 24 && time.wMinute < 60 && time.wSecond < 60 &&
+                       time.wMilliseconds < 1000;
+    return isOne ? std::optional(time) : std::nullopt;
+}
 
 }  // namespace
 
@@ -92,13 +110,14 @@ bool Key::HasSubkeys() const {
 std::optional<FBR_SYSTEMTIME> Key::Time() const {
     FBR_SYSTEMTIME time = {};
     if (store_->IsText()) return std::nullopt;  // that of the reading
-    if (FBR_GetDirTimesEx(key_.handle(), &time, store_->Handle()) == FSSTATUS_SUCCESS) return time;
+    if (FBR_GetDirTimesEx(key_.handle(), &time, store_->Handle()) == FSSTATUS_SUCCESS)
+        return InCalendar(time);
     // A container does not find a key by a path of names that it writes otherwise.
     const auto* container = dynamic_cast<const FsBrackenTarnImpl*>(store_->Handle());
     if (container == nullptr ||
         FsTimeOfAnyKey(key_.handle(), &time, container->Context()) != FSSTATUS_SUCCESS)
         return std::nullopt;
-    return time;
+    return InCalendar(time);
 }
 
 // Values are asked for at the store itself, for the exported functions call the unnamed value

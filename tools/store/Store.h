@@ -186,7 +186,8 @@ class Key {
     // The unnamed value is the empty name, here and in the operations below.
     void AddValueNames(std::vector<platform::WString>& names) const;
     bool HasSubkeys() const;
-    // Of the last change, in UTC; nothing where the store does not tell.
+    // Of the last change, in UTC, in the years 1601 to 9999; nothing where the store does not tell,
+    // or tells what is no moment of these.
     std::optional<FBR_SYSTEMTIME> Time() const;
 
     // Takes no more memory than the data that is there needs, whatever size a damaged value claims;
