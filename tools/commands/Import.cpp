@@ -35,7 +35,7 @@ struct ImportArguments {
 }
 
 // Lines that are told of together, the first of them in words.
-struct Told {
+struct ToldLines {
     uint64_t count = 0;
     std::vector<std::string> first;
 
@@ -58,7 +58,8 @@ class Input {
           prefix_(KeyArgument(args.prefix)),
           lenient_(args.lenient),
           hasVersion_(HasVersion(store)),
-          source_(args.file) {}
+          source_(args.file),
+          repeats_(!KeepsUnnamedApart(store)) {}
 
     uint64_t Records() const { return records_; }
 
@@ -71,7 +72,7 @@ class Input {
         hearing.bad = [this](uint64_t line, const std::string& text) {
             bad_.Add(file_, line, text);
         };
-        Told odd;
+        ToldLines odd;
         hearing.odd = [&](uint64_t line, const std::string& text) { odd.Add(file_, line, text); };
         hearing.lost = [this](uint64_t) { ++lost_; };
         const auto check = [&](const WString& key, Record& record) {
@@ -79,7 +80,7 @@ class Input {
             if (IsVersion(key, record))
                 hearing.odd(record.line, "the store keeps its own FBRVersion");
             else if (IsAtOrBelow(key, prefix_))
-                ++records_;
+                Count(key, record);
             else
                 hearing.bad(record.line, fmt::format("expected a key below {}, not {}",
                                                      Printable(prefix_), Printable(key)));
@@ -93,6 +94,7 @@ class Input {
             throw Interrupted(file_ + ": stopped; nothing of it was applied");
         }
         progress.Clear();
+        repeats_.Finish();
         odd.Print();
         if (bad_.count != 0 && !lenient_) ThrowBad();
         bad_.Print();
@@ -100,11 +102,10 @@ class Input {
 
     // The records that Check found good, with the paths that they have in the store.
     void ForEach(const OnRecord& take) {
-        const size_t cut = prefix_.empty() ? 0 : prefix_.size() + 1;
         const auto below = [&](const WString& key, Record& record) {
             StopIfInterrupted();
             if (IsAtOrBelow(key, prefix_) && !IsVersion(key, record))
-                take(key.substr(std::min(cut, key.size())), record);
+                take(WString(PathBelow(key, prefix_)), record);
         };
         Hearing hearing;
         if (lenient_) hearing.bad = [](uint64_t, const std::string&) {};
@@ -123,8 +124,15 @@ class Input {
     }
 
     const std::string& File() const { return file_; }
+    // What it says more than once, known after Check.
+    Repeats& Repeated() { return repeats_; }
 
   private:
+    void Count(const WString& key, const Record& record) {
+        ++records_;
+        repeats_.Take(PathBelow(key, prefix_), record);
+    }
+
     // The value in the root by which a store is known to be one: with another number it cannot be
     // opened any more.
     bool IsVersion(const WString& key, const Record& record) const {
@@ -147,7 +155,8 @@ class Input {
     const bool hasVersion_;  // the store that it goes to has one of its own
     FileSource source_;
     uint64_t records_ = 0;
-    Told bad_;
+    Repeats repeats_;
+    ToldLines bad_;
     uint64_t lost_ = 0;  // values below keys that are bad
 };
 
@@ -197,7 +206,7 @@ void ApplyAll(Input& input, const Store& store, const ImportArguments& args) {
     try {
         input.ForEach([&](const WString& path, Record& record) {
             line = record.line;
-            writer.Apply(path, record);
+            writer.Apply(path, record, input.Repeated().Met(path, record));
             progress.Step();
         });
         writer.Finish();
@@ -222,8 +231,11 @@ void TellChanges(Cli& cli, Input& input, const StoreName& name) {
         store->ExpectNoText();
         lock.emplace(*store);
     }
+    LastWords words(input.Repeated());
+    if (input.Repeated().Any())
+        input.ForEach([&](const WString& path, Record& record) { words.Take(path, record); });
     std::ostream nowhere(nullptr);
-    DryRun run(store ? &*store : nullptr, cli.Quiet() ? nowhere : std::cout, cli.Colored());
+    DryRun run(store ? &*store : nullptr, words, cli.Quiet() ? nowhere : std::cout, cli.Colored());
     input.ForEach([&](const WString& path, Record& record) { run.Take(path, record); });
     if (isNew || run.ChangesAnything()) cli.SetExitStatus(kExitNo);
 }

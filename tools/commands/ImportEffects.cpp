@@ -67,29 +67,56 @@ void UndoWriter::Restore(const WString& path) {
     current_.reset();
 }
 
-bool DryRun::Has(const WString& path) {
-    const bool gone = std::any_of(removed_.begin(), removed_.end(), [&](const WString& removed) {
-        return IsAtOrBelow(path, removed);
-    });
-    return !gone && old_.Has(path);
+// The values of an old key that is removed and made again, but for those that are set later.
+void DryRun::TellValues(const Key& key) {
+    for (const WString& name : ReachableValues(key, {})) {
+        if (words_.OfValue(key.Path(), name) > number_) continue;
+        if (IsStoresOwn({*store_, {}}, key.Path(), name)) continue;
+        const auto value = TryGet(key, name, {});
+        if (value) lines_.ValueDiffers(key.Path(), name, &*value, nullptr);
+        changes_ = true;
+    }
+}
+
+void DryRun::TellGone(const WString& path) {
+    lines_.KeyOnlyHere(path);
+    changes_ = true;
+}
+
+// What is made again stays, so far as it is. What is removed once more is told there.
+void DryRun::TellRemoved(const WString& path) {
+    if (words_.IsGone(path)) return TellGone(path);
+    std::vector<WString> keys = {path};
+    while (!keys.empty()) {
+        StopIfInterrupted();
+        const WString at = std::move(keys.back());
+        keys.pop_back();
+        if (words_.Removal(at) != number_) continue;
+        if (words_.IsGone(at)) {
+            TellGone(at);
+            continue;
+        }
+        const Key key = store_->OpenKey(at);
+        TellValues(key);
+        for (const WString& name : ReachableSubkeys(key, {})) keys.push_back(JoinKeys(at, name));
+    }
 }
 
 void DryRun::Take(const WString& path, const Record& record) {
-    const bool there = Has(path);
-    if (record.kind == Record::Kind::kDeleteKey) {
-        if (!there) return;
-        lines_.KeyOnlyHere(path);
-        removed_.push_back(path);
-        made_.reset();
-        changes_ = true;
+    ++number_;
+    const bool removes = record.kind == Record::Kind::kDeleteKey;
+    const uint64_t removal = words_.Removal(path);
+    if (removal > number_ || (removes && words_.IsGone(PathAbove(path)))) return;
+    const bool there = old_.Has(path);
+    if (removes) {
+        if (there) TellRemoved(path);
         return;
     }
-    if (!there && made_ != path) {
+    if (!there && made_.insert(words_.Hash().Key(path)).second) {
         lines_.KeyOnlyThere(path);
-        made_ = path;
         changes_ = true;
     }
-    if (record.kind == Record::Kind::kKey) return;
+    if (record.kind == Record::Kind::kKey || !words_.IsLast(path, record, number_)) return;
     const auto old = there ? old_.Get(record.name) : std::nullopt;
     std::optional<Value> value;
     if (record.kind == Record::Kind::kValue) value = Value{record.type, record.data};

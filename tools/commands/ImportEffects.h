@@ -4,9 +4,10 @@
 
 #include <optional>
 #include <ostream>
-#include <vector>
+#include <unordered_set>
 
 #include "tools/commands/DifferenceReports.h"
+#include "tools/commands/LastWords.h"
 #include "tools/format/RegWriter.h"
 #include "tools/store/Store.h"
 
@@ -48,23 +49,27 @@ class UndoWriter {
     platform::WString taken_;                   // taken back last
 };
 
-// Tells what each record would change. One that says again what an earlier one said counts anew.
+// Tells what the records come to, each thing once: where the last word on it stands in the file.
 class DryRun {
   public:
     // `store` is null for one that is not there yet.
-    DryRun(const Store* store, std::ostream& out, bool colored)
-        : old_(store), lines_(out, {}, colored) {}
+    DryRun(const Store* store, const LastWords& words, std::ostream& out, bool colored)
+        : store_(store), words_(words), old_(store), lines_(out, {}, colored) {}
 
     void Take(const platform::WString& path, const Record& record);
     bool ChangesAnything() const { return changes_; }
 
   private:
-    bool Has(const platform::WString& path);
+    void TellRemoved(const platform::WString& path);
+    void TellGone(const platform::WString& path);
+    void TellValues(const Key& key);
 
+    const Store* const store_;
+    const LastWords& words_;
     OldState old_;
     DifferenceLines lines_;
-    std::vector<platform::WString> removed_;
-    std::optional<platform::WString> made_;  // last
+    uint64_t number_ = 0;                // of the record
+    std::unordered_set<uint64_t> made_;  // hashes of keys
     bool changes_ = false;
 };
 

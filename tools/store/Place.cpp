@@ -29,6 +29,11 @@ WStringView NameOf(WStringView path) {
     return path.substr(path.rfind('\\') + 1);
 }
 
+WStringView PathAbove(WStringView path) {
+    const size_t last = path.rfind('\\');
+    return path.substr(0, last == WStringView::npos ? 0 : last);
+}
+
 bool IsAtOrBelow(WStringView path, WStringView key) {
     if (key.empty()) return true;
     if (path.size() < key.size() || CompareFolded(path.substr(0, key.size()), key) != 0) {

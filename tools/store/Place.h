@@ -17,9 +17,10 @@ platform::WString JoinKeys(platform::WStringView key, platform::WStringView rela
 // The rest of `path`, which begins with `key`.
 platform::WStringView PathBelow(platform::WStringView path, platform::WStringView key);
 
-// The number of names in a path, and the last of them.
+// The number of names in a path, the last of them, and what stands in front of that.
 size_t DepthOf(platform::WStringView path);
 platform::WStringView NameOf(platform::WStringView path);
+platform::WStringView PathAbove(platform::WStringView path);
 
 // True when `path` is `key` or stands below it; names compare as in a container.
 bool IsAtOrBelow(platform::WStringView path, platform::WStringView key);

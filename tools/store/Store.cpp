@@ -203,10 +203,10 @@ uint64_t Store::BytesHeld() const {
     return error ? UINT64_MAX : size;
 }
 
-bool Store::KeepsUnnamedApart() const {
-    const bool container = IsRemote(name_) ? name_.method == FS_VR_METHOD_REMOTE_CONTAINER
-                                           : name_.method == FS_VR_METHOD_TARN;
-    return !container && name_.method != FS_VR_METHOD_CLUSTER;
+bool KeepsUnnamedApart(const StoreName& name) {
+    const bool container = IsRemote(name) ? name.method == FS_VR_METHOD_REMOTE_CONTAINER
+                                          : name.method == FS_VR_METHOD_TARN;
+    return !container && name.method != FS_VR_METHOD_CLUSTER;
 }
 
 WriteLock::WriteLock(const Store& store) : StoreLock(store, FBR_LOCK_WRITE) {}

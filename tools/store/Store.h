@@ -45,6 +45,10 @@ struct StoreName {
 // and for a store behind a server.
 std::optional<std::filesystem::path> FileOf(const StoreName& name);
 
+// True when a key may have both an unnamed value and one with the name "(Default)". In a container
+// those are the same.
+bool KeepsUnnamedApart(const StoreName& name);
+
 // True for a store that has its version in its root, in the value FBRVersion.
 inline bool HasVersion(const StoreName& name) {
     return name.method != FS_VR_METHOD_NATIVE;
@@ -93,9 +97,7 @@ class Store {
     bool DeleteTree(platform::WStringView path) const;
     bool HasKey(platform::WStringView path) const;
 
-    // True when a key may have both an unnamed value and one with the name "(Default)". In a
-    // container those are the same.
-    bool KeepsUnnamedApart() const;
+    bool KeepsUnnamedApart() const { return fbr::KeepsUnnamedApart(name_); }
     // The size of the store's file, which no value in it passes; as good as endless where there is
     // no file to ask.
     uint64_t BytesHeld() const;

@@ -103,10 +103,13 @@ void TreeWriter::DeleteValue(WStringView name) {
     if (Current().DeleteValue(platform::WString(name))) ++removed_;
 }
 
-void TreeWriter::Apply(WStringView path, const Record& record) {
+void TreeWriter::Apply(WStringView path, const Record& record, Again again) {
     if (record.kind == Record::Kind::kDeleteKey) return DeleteKey(path);
+    const uint64_t keys = keys_, values = values_;
     Key(path);
+    if (again.key) keys_ = keys;
     if (record.kind == Record::Kind::kValue) Value(record.name, record.type, record.data);
+    if (again.value) values_ = values;
     if (record.kind == Record::Kind::kDeleteValue) DeleteValue(record.name);
 }
 

@@ -22,8 +22,12 @@ class TreeWriter : public RecordSink {
     void Key(platform::WStringView path) override;
     void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
 
+    // What was counted before, and is not once more.
+    struct Again {
+        bool key, value;
+    };
     // Does what the record of a file says of the key.
-    void Apply(platform::WStringView path, const Record& record);
+    void Apply(platform::WStringView path, const Record& record, Again again = {false, false});
 
     // To be called at the end: a store that many machines share has not all of it before. What
     // fails is thrown.
