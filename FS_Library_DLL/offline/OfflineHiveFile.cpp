@@ -154,8 +154,10 @@ uint32_t ReplaceHive(const WString& path, const HiveMark& read,
                  "the changes of this store are given up",
                  ToUtf8(path));
     } else if (error != kErrorSuccess) {
-        ZRFS_LOG(kError, kReplace, "[{}] cannot be replaced and stays as it is [{}]", ToUtf8(path),
-                 error);
+        ZRFS_LOG(kError, kReplace,
+                 read.file.exists ? "[{}] cannot be replaced and stays as it is [{}]"
+                                  : "[{}] cannot be written [{}]",
+                 ToUtf8(path), error);
     }
     return error;
 }

@@ -21,6 +21,7 @@
 #include "tools/console/Progress.h"
 #include "tools/console/Rehearsal.h"
 #include "tools/format/Json.h"
+#include "tools/format/Reason.h"
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
 #include "tools/format/ValueText.h"
@@ -121,12 +122,13 @@ int Report(const char* text, int status) {
     return status;
 }
 
-// The system's error that the library puts behind what it says, "[112]".
-std::string WithoutNumber(const std::string& message) {
+// With words for the system's error that the library puts behind what it says, "[112]".
+std::string WithReason(const std::string& message) {
     const size_t open = message.rfind(" [");
-    const bool number = open != std::string::npos && message.ends_with(']') &&
-                        message.find_first_not_of("0123456789", open + 2) == message.size() - 1;
-    return number ? message.substr(0, open) : message;
+    if (open == std::string::npos || !message.ends_with(']')) return message;
+    const auto error = ParseNumber(message.substr(open + 2, message.size() - open - 3), UINT32_MAX);
+    if (!error) return message;
+    return message.substr(0, open) + ": " + ReasonOf(static_cast<platform::Error>(*error));
 }
 
 // The status of a command all of whose output is where it belongs.
@@ -366,7 +368,7 @@ void Cli::HearWarnings() {
                                file == "FS_Library_DLL/FsClusterImpl";
             if (!heard) return;
             if (std::exchange(last, record.message) == record.message) return;  // tried again
-            const int status = Report(WithoutNumber(record.message).c_str(), kExitFailed);
+            const int status = Report(WithReason(record.message).c_str(), kExitFailed);
             if (loss && !findsDamage_) SetExitStatus(status);
         });
 }

@@ -358,8 +358,7 @@ std::string WhyHiveIsNotSaved(const std::filesystem::path& file) {
     if (IsFull(file, kLittleRoom + (error ? 0 : size)))
         return "; a hive is saved as a new file beside the old one, and the disk has no room for "
                "one: make room on it";
-    return "; a hive is saved as a new file beside the old one: its folder must take one of that "
-           "size";
+    return "; a hive is saved as a new file in its folder, which must take one of its size";
 }
 
 std::string WhyItFailed(const StoreName& name) {
