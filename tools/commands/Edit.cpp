@@ -10,6 +10,7 @@
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
 #include "tools/format/ValueText.h"
+#include "tools/store/NewKeys.h"
 #include "tools/store/Status.h"
 
 namespace fbr {
@@ -68,7 +69,9 @@ void Set(const StoreName& store, const EditArguments& args) {
     Store open(store, Store::IfMissing::kFail);
     {
         const WriteLock lock(open);
+        NewKeys made(open, key);
         open.CreateKey(key).Set(name, *type, data);
+        made.Stay();
     }
     open.Close();
 }

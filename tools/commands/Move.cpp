@@ -9,6 +9,7 @@
 #include "tools/commands/TreeProgress.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
+#include "tools/store/NewKeys.h"
 #include "tools/store/TreeCopy.h"
 
 namespace fbr {
@@ -42,12 +43,14 @@ void TakeValue(const Way& way, const Place& from, const Place& to, bool move) {
         throw UsageError("expected another value than FBRVersion, which is the store's own");
     const Key source = from.store.OpenKey(from.key);
     const Value value = source.Get(*way.name);
+    NewKeys made(to.store, to.key);
     const Key target = to.store.CreateKey(to.key);
     const bool same = &from.store == &to.store && platform::CompareFolded(from.key, to.key) == 0 &&
                       platform::CompareFolded(*way.name, *way.newName) == 0;
     // A name that changes its case only is another one when it is made anew.
     if (same && move) source.DeleteValue(*way.name);
     target.Set(*way.newName, value.type, value.data);
+    made.Stay();
     if (move && !same) source.DeleteValue(*way.name);
 }
 
