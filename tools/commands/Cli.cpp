@@ -97,8 +97,37 @@ void AddText(CLI::App& app, std::string name, Target& target, Need need, const c
         ->required(need == Need::kRequired);
 }
 
+constexpr std::string_view kPlace = "STORE KEY";  // what begins the words of a place
+
+CLI::Option* OptionNamed(CLI::App& app, const std::string& name) {
+    const auto options = app.get_options();
+    const auto has = [&name](const CLI::Option* option) { return option->check_name(name); };
+    const auto found = std::find_if(options.begin(), options.end(), has);
+    return found == options.end() ? nullptr : *found;
+}
+
+// In a shell a command has the store from there, and so have places behind an option.
+void HideStore(CLI::App& command) {
+    if (CLI::Option* const store = OptionNamed(command, "STORE")) command.remove_option(store);
+    CLI::Option* const to = OptionNamed(command, "--to");
+    if (to == nullptr || !to->get_type_name().starts_with(kPlace)) return;
+    to->type_name(to->get_type_name().substr(kPlace.find("KEY")));
+    to->description("where to: a key, and for a value the name there");
+    command.remove_option(OptionNamed(command, "--to-method"));
+}
+
+// The parser counts the words behind an option, with the store that a shell puts there.
+std::string ExpectedBehind(const CLI::App& app, const std::string& told) {
+    const std::string name = told.substr(0, told.find(':'));
+    for (CLI::App* command : app.get_subcommands())
+        if (const CLI::Option* option = OptionNamed(*command, name))
+            return fmt::format("expected {} behind {}", option->get_type_name(), name);
+    return told;
+}
+
 // The parser tells of a command that is missing where it does not know the word.
 std::string WhatIsWrong(const CLI::App& app, const CLI::Error& error) {
+    if (error.get_name() == "ArgumentMismatch") return ExpectedBehind(app, error.what());
     if (!app.get_subcommands().empty() || error.get_name() != "RequiredError") return error.what();
     const std::vector<std::string> words = app.remaining();
     const auto word = std::find_if(words.begin(), words.end(), [](const std::string& one) {
@@ -253,9 +282,10 @@ Cli::Cli()
         LimitWait();
         if (!Rehearsal::Stands()) StartTrace();
     });
-    app_->failure_message([](const CLI::App* app, const CLI::Error& error) {
-        return fmt::format("fbr: {}\nRun \"fbr --help\" or \"fbr COMMAND --help\".\n",
-                           WhatIsWrong(*app, error));
+    app_->failure_message([this](const CLI::App* app, const CLI::Error& error) {
+        return fmt::format("fbr: {}\n{}\n", WhatIsWrong(*app, error),
+                           inShell_ ? "Type \"help\" or \"help COMMAND\"."
+                                    : "Run \"fbr --help\" or \"fbr COMMAND --help\".");
     });
     app_->footer("Exit status:\n" + ExitStatusLines("differences, findings, nothing found"));
 }
@@ -308,7 +338,7 @@ Command Cli::Add(const char* name, const char* description) {
     CLI::App* command = app_->add_subcommand(name, description)->fallthrough();
     Notes* notes = &notes_.emplace_back();
     command->footer("");  // not that of all
-    command->footer([this, notes] { return HelpFooter(*app_, *notes); });
+    command->footer([this, notes] { return HelpFooter(*app_, *notes, !inShell_); });
     return Command(this, command, notes);
 }
 
@@ -375,6 +405,8 @@ void Cli::HearWarnings() {
 
 int Cli::Run(std::vector<std::string> words) {
     HearWarnings();
+    inShell_ = !words.empty() && words[0] == kInShell;
+    if (inShell_) words.erase(words.begin());
     const int status = RunOne(std::move(words));
     if (status == kExitInterrupted) EndInterrupted();
     return status;
@@ -392,6 +424,8 @@ void Cli::Parse(std::vector<std::string> words) {
 
 // The parser throws what is wrong with the words, and the help and the version, too.
 int Cli::EndOfParse(const CLI::ParseError& error) const {
+    if (inShell_)
+        for (CLI::App* command : app_->get_subcommands()) HideStore(*command);
     if (error.get_exit_code() != 0) TellProgram(WhatIsWrong(*app_, error), kExitUsage);
     return app_->exit(error, std::cout, std::cerr) == 0 ? WrittenOut(kExitOk) : kExitUsage;
 }

@@ -79,6 +79,8 @@ class Command {
     Notes* notes_;
 };
 
+inline constexpr const char* kInShell = "--in-shell";
+
 class Cli {
   public:
     Cli();
@@ -127,6 +129,7 @@ class Cli {
     void TellLoss(const std::string& text);
 
     // Runs the command that `words` make; failures are reported on standard error. The exit status.
+    // A shell puts kInShell in front of them.
     int Run(std::vector<std::string> words);
     // The same for one of several commands, which does not end the program.
     int RunOne(std::vector<std::string> words);
@@ -150,6 +153,7 @@ class Cli {
     std::optional<std::string> wait_;
     std::string color_ = "auto";
     bool json_ = false, quiet_ = false;
+    bool inShell_ = false;  // the words are those of a line there, which has no store
     int exitStatus_ = kExitOk;
     bool findsDamage_ = false;
 };

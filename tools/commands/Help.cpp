@@ -57,9 +57,11 @@ std::string ExitStatusLines(const std::string& no) {
            "  130  interrupted\n";
 }
 
-std::string HelpFooter(const CLI::App& all, const Notes& notes) {
-    std::string text = "With every command:\n" + OptionLines(all) + "\nExamples:\n";
-    for (const std::string& example : notes.examples) text += "  " + example + "\n";
+std::string HelpFooter(const CLI::App& all, const Notes& notes, bool examples) {
+    std::string text = "With every command:\n" + OptionLines(all);
+    if (examples) text += "\nExamples:\n";
+    for (size_t i = 0; examples && i < notes.examples.size(); ++i)
+        text += "  " + notes.examples[i] + "\n";
     text += "\nExit status:\n" + ExitStatusLines(notes.no);
     text.pop_back();
     return text;

@@ -19,7 +19,7 @@ struct Notes {
 };
 
 // The end of a command's help: the options that all commands have, the examples, the exit statuses.
-std::string HelpFooter(const CLI::App& all, const Notes& notes);
+std::string HelpFooter(const CLI::App& all, const Notes& notes, bool examples);
 
 // One line each: the exit statuses, with "3" only where `no` tells what it means.
 std::string ExitStatusLines(const std::string& no);

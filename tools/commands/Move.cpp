@@ -83,6 +83,7 @@ void Take(Cli& cli, const Way& way, bool move) {
 
 void Rename(const StoreName& name, const MoveArguments& args) {
     const WString path = KeyArgument(args.key), newName = Wide(args.name.value_or(""));
+    if (!args.name) throw UsageError("expected the key's new name behind KEY, or --to and a place");
     if (newName.empty() || newName.find('\\') != WString::npos) {
         throw UsageError("expected a name without a backslash for NEWNAME");
     }

@@ -2,6 +2,7 @@
 // A session on one store: shell.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <iostream>
 #include <memory>
@@ -18,11 +19,30 @@
 namespace fbr {
 namespace {
 
-constexpr std::array kOwn = {"cd", "exit", "help", "pwd"};
+constexpr std::array kOwn = {"cd", "exit", "help", "pwd", "quit"};
+
+bool IsOwn(const std::string& word) {
+    return std::find(kOwn.begin(), kOwn.end(), word) != kOwn.end();
+}
+
+// What a line would have to have to be one that can be done; empty for one that is.
+std::string ExpectedOf(const ShellLine& line) {
+    if (const char* expected = line.Expected()) return expected;
+    const bool own = !line.words.empty() && IsOwn(line.words[0]);
+    if (line.piped && line.words.empty()) return "a command in front of |";
+    if (line.piped && own) return fmt::format("no | behind {}", line.words[0]);
+    if (line.piped && line.pipe.find_first_not_of(" \t") == line.pipe.npos)
+        return "a program behind |, to which the output goes";
+    const bool takesOne = own && (line.words[0] == "cd" || line.words[0] == "help");
+    if (own && line.words.size() > (takesOne ? 2 : 1))
+        return fmt::format("{} behind {}", takesOne ? "one word" : "nothing", line.words[0]);
+    return "";
+}
 
 constexpr const char* kHelp =
     "cd [KEY]     makes a key the current one; the root if not given\n"
     "pwd          tells the current key\n"
+    "help COMMAND tells of one\n"
     "exit         ends the shell, as Ctrl-D does\n"
     "Any command of fbr without STORE: ls KEY, set KEY NAME TYPE DATA, mv KEY NAME --to KEY NAME. "
     "Only\n"
@@ -32,7 +52,7 @@ constexpr const char* kHelp =
     "with a backslash in front from the root; \".\" is the current one, \"..\" the one above.\n"
     "Quotes keep blanks together: ls 'Program Files' or ls \"Program Files\". LINE | PROGRAM gives "
     "the output\n"
-    "to a program. A line that begins with # says nothing. COMMAND --help tells the rest.\n";
+    "to a program. A line that begins with # says nothing.\n";
 
 class Shell {
   public:
@@ -47,7 +67,7 @@ class Shell {
         LineEditor editor([this](const std::string& line) { return Continue(line); });
         while (const auto line = editor.Read(fmt::format("{} \\{}> ", place_.store, place_.key))) {
             const ShellLine parsed = ParseShellLine(*line);
-            if (const char* expected = parsed.Expected()) {
+            if (const std::string expected = ExpectedOf(parsed); !expected.empty()) {
                 std::cerr << "fbr: expected " << expected << std::endl;
                 status_ = kExitUsage;
                 continue;
@@ -68,14 +88,27 @@ class Shell {
             ChangeTo(words.size() > 1 ? ResolveKey(place_.key, words[1]) : "");
         } else if (words[0] == "pwd") {
             std::cout << '\\' << place_.key << std::endl;
-        } else if (words[0] == "help") {
-            std::cout << kHelp << std::flush;
+        } else if (words[0] != "help") {
+            Run(WithStore(grammar_, place_, words), line.pipe);
+        } else if (words.size() > 1 && !IsOwn(words[1])) {
+            TellOf(words[1]);
         } else {
-            std::cout << std::flush;
-            std::vector<std::string> all = WithStore(grammar_, place_, words);
-            all.insert(all.begin(), shared_.begin(), shared_.end());
-            status_ = RunAgain(all, line.pipe);
+            std::cout << kHelp << std::flush;
         }
+    }
+
+    // What is no command is told as one that is typed.
+    void TellOf(const std::string& command) {
+        const auto is = [&](const GrammarCommand& one) { return one.name == command; };
+        const bool known = std::ranges::any_of(grammar_.commands, is);
+        Run(known ? std::vector<std::string>{command, "--help"} : std::vector{command}, "");
+    }
+
+    void Run(std::vector<std::string> words, const std::string& pipe) {
+        std::cout << std::flush;
+        words.insert(words.begin(), shared_.begin(), shared_.end());
+        words.insert(words.begin(), kInShell);
+        status_ = RunAgain(words, pipe);
     }
 
     void ChangeTo(const std::string& path) {
