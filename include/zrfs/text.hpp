@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Text: UTF-8 or UTF-16 where it goes in, UTF-8 where it comes out. A unit of UTF-16 that has no
-// partner goes through as the three bytes that it would have, and back.
+// partner goes through as the three bytes that it would have, and back, so that every name and text
+// of a store comes out, and in again. Other bytes that are no UTF-8 are refused:
+// FSSTATUS_INVALID_NAME.
 #ifndef ZRFS_TEXT_HPP
 #define ZRFS_TEXT_HPP
 
@@ -27,21 +29,21 @@ inline void append_utf8(std::string& out, char32_t c) {
     for (int i = more - 1; i >= 0; --i) out += static_cast<char>(0x80 | (c >> 6 * i & 0x3F));
 }
 
-// The character at `at`, which moves behind it. A byte that begins none is one by itself.
+// The character at `at`, which moves behind it.
 inline char32_t next_utf8(std::string_view text, size_t& at) {
     const auto first = static_cast<unsigned char>(text[at++]);
-    const int more = first < 0xC2 ? 0 : first < 0xE0 ? 1 : first < 0xF0 ? 2 : first < 0xF5 ? 3 : 0;
     if (first < 0x80) return first;
-    if (more == 0 || text.size() - at < static_cast<size_t>(more)) return 0xFFFD;
+    const auto refuse = [] { check(FSSTATUS_INVALID_NAME, "take a text that is no UTF-8"); };
+    const int more = first < 0xC2 ? 0 : first < 0xE0 ? 1 : first < 0xF0 ? 2 : first < 0xF5 ? 3 : 0;
+    if (more == 0 || text.size() - at < static_cast<size_t>(more)) refuse();
     char32_t c = first & (0x3Fu >> more);
     for (int i = 0; i < more; ++i) {
-        const auto byte = static_cast<unsigned char>(text[at + static_cast<size_t>(i)]);
-        if ((byte & 0xC0) != 0x80) return 0xFFFD;
+        const auto byte = static_cast<unsigned char>(text[at++]);
+        if ((byte & 0xC0) != 0x80) refuse();
         c = c << 6 | (byte & 0x3F);
     }
     constexpr char32_t kLeast[] = {0, 0x80, 0x800, 0x10000};
-    if (c < kLeast[more] || c > 0x10FFFF) return 0xFFFD;
-    at += static_cast<size_t>(more);
+    if (c < kLeast[more] || c > 0x10FFFF) refuse();
     return c;
 }
 

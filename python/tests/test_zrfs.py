@@ -2,9 +2,11 @@
 """The package on stores of its own. ZRFS_LIBRARY names the library that was built."""
 import copy
 import datetime
+import math
 import pathlib
 import pickle
 import re
+import struct
 import subprocess
 import sys
 
@@ -90,6 +92,20 @@ def test_keys(path):
         assert abs(age) < datetime.timedelta(minutes=5)
         assert "top\\c" in store and "top\\b" not in store and "v" in store["top\\c"]
         store.compact()
+
+
+def test_a_time_is_one_of_a_calendar_or_refused(path):
+    for date in (45291.25, math.nan):
+        zrfs.open(path, write=True).close()
+        with open(path, "r+b") as file:
+            file.seek(2 * 512 + 60)  # in the root's page
+            file.write(struct.pack("<d", date))
+        with zrfs.open(path) as store:
+            if date == date:
+                assert store[""].modified().isoformat() == "2023-12-31T06:00:00+00:00"
+            else:
+                with pytest.raises(zrfs.CorruptError):
+                    store[""].modified()
 
 
 def test_a_store_and_a_key_are_mappings(path):

@@ -5,6 +5,8 @@
 #include <zrfs/store.hpp>
 
 #include <algorithm>
+#include <cmath>
+#include <fstream>
 
 #include "tests/support/TempDir.h"
 
@@ -61,8 +63,11 @@ TEST(ObjectsText, GoesBetweenTheFormsAndBack) {
     const zrfs::WideString lone = {0x61, 0xD800, 0x62};
     EXPECT_EQ(zrfs::to_utf16("\xF0\x9F\x98\x80"), (zrfs::WideString{0xD83D, 0xDE00}));
     EXPECT_EQ(zrfs::to_utf16(zrfs::to_utf8(lone)), lone);
-    for (const char* bad : {"\xFF", "\xC0\x80", "\xE2\x82", "\xF4\x90\x80\x80", "\x80"}) {
-        EXPECT_EQ(zrfs::to_utf16(bad).front(), 0xFFFD) << bad;
+    EXPECT_EQ(zrfs::to_utf16("\xEF\xBF\xBD"), zrfs::WideString{0xFFFD});
+    for (const char* bad :
+         {"\xFF", "\xC0\x80", "\xE2\x82", "\xF4\x90\x80\x80", "\x80", "a\xE2z\x82"}) {
+        EXPECT_EQ(StatusOf([&] { zrfs::Text{bad}; }), FSSTATUS_INVALID_NAME) << bad;
+        EXPECT_EQ(StatusOf([&] { Value::texts({bad}); }), FSSTATUS_INVALID_NAME) << bad;
     }
     // Bytes that lie about their size or end.
     EXPECT_EQ((Value{FBR_TYPE_SZ, {0x61, 0, 0x62}}).text(), "a");
@@ -93,6 +98,22 @@ TEST_F(Objects, KeysAreMadeFoundRenamedAndDeleted) {
     store.remove_tree("k");
     EXPECT_EQ(StatusOf([&] { store.open("k"); }), FSSTATUS_NOT_FOUND);
     store.compact();
+}
+
+// The root's page has it, as a double.
+TEST(ObjectsTime, IsOneOfACalendarOrRefused) {
+    const support::TempDir folder;
+    const auto at = [&](double date) {
+        { const zrfs::Store made{zrfs::Text(folder.File("x.fbr"))}; }
+        std::fstream file(folder / "x.fbr", std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(2 * 512 + 60).write(reinterpret_cast<const char*>(&date), sizeof date);
+        file.close();
+        return zrfs::Store(zrfs::Text(folder.File("x.fbr"))).root().modified();
+    };
+    using namespace std::chrono;
+    EXPECT_EQ(at(45291.25), sys_days(2023y / December / 31) + 6h);
+    for (const double none : {-1.0, 3e7, 1e300, std::nan("")})
+        EXPECT_EQ(StatusOf([&] { at(none); }), FSSTATUS_FILE_CORRUPT) << none;
 }
 
 TEST_F(Objects, KeysStandBesideTheValuesOfTheirNames) {
