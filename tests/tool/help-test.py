@@ -43,6 +43,14 @@ def bash_offers(script, words):
         echo "${{COMPREPLY[@]}}" """).split())
 
 
+def fish_offers(script, words):
+    with tempfile.NamedTemporaryFile("w") as file:
+        print(script, file=file, flush=True)
+        offered = run("fish", "-c", f'source {file.name}; complete -C "fbr $argv"',
+                      "--", words.replace("''", ""))
+    return {line.split("\t")[0] for line in offered.splitlines()}
+
+
 def main(fbr):
     listed = run(fbr, "--help").split("\nSubcommands:\n")[1].split("\n\n")[0]
     options = {name: options_of(fbr, name) for name in re.findall(r"^  (\S+) ", listed, re.M)}
@@ -68,6 +76,8 @@ def main(fbr):
     offers |= {f"--color never {name} x -": options[name] for name in options}
     for words, expected in offers.items():
         assert bash_offers(pages["bash"], words) - {"--version"} == expected, words
+        if shutil.which("fish") and words != "export x":  # which offers files
+            assert fish_offers(pages["fish"], words) - {"--version"} == expected, words
 
 
 main(sys.argv[1])

@@ -195,12 +195,29 @@ void WriteZsh(const Grammar& grammar, std::ostream& out) {
 
 void WriteFish(const Grammar& grammar, std::ostream& out) {
     out << "# Completions for fish, made by fbr generate fish.\n"
-           "complete -c fbr -n __fish_use_subcommand -f\n";
+           "function __fbr_is -d 'The command of the line, \"\" for none yet'\n"
+           "    set -l words (commandline -opc)\n"
+           "    set -e words[1]\n"
+           "    while set -q words[1]\n"
+           "        switch $words[1]\n"
+           "            case "
+        << Joined(WithWord(grammar), " ")
+        << "\n"
+           "                set -e words[1]\n"
+           "            case '-*'\n"
+           "            case '*'\n"
+           "                break\n"
+           "        end\n"
+           "        set -e words[1]\n"
+           "    end\n"
+           "    test \"$words[1]\" = \"$argv[1]\"\n"
+           "end\n"
+           "complete -c fbr -n '__fbr_is \"\"' -f\n";
     for (const GrammarWord& word : grammar.options) WriteFishOption(word, "", out);
     for (const GrammarCommand& command : grammar.commands) {
-        out << "complete -c fbr -n __fish_use_subcommand -a " << command.name << " -d "
+        out << "complete -c fbr -n '__fbr_is \"\"' -a " << command.name << " -d "
             << FishQuoted(command.description) << '\n';
-        const std::string seen = " -n '__fish_seen_subcommand_from " + command.name + "'";
+        const std::string seen = " -n '__fbr_is " + command.name + "'";
         for (const GrammarWord& word : command.options) WriteFishOption(word, seen, out);
         for (const GrammarWord& word : command.arguments)
             if (!word.choices.empty())
