@@ -152,6 +152,8 @@ def odd(byte, last, letter):
 "bytes"=hex:00,01,02,03,04,05,06,07,08,09,{byte},0b
 "large"=hex:{",".join(["5a"] * 70_000)},{last}
 "odd"=hex(1):61,00,62,00,{letter}
+"{"long" * 80}"="x"
+"both"=hex(7):d0,05,00,00,61,00,00,00,00,00
 [אבג\\דהו\\123]
 "זח"="שלום abc"
 [{deep}]
@@ -173,6 +175,14 @@ check("also far behind", browse(page, evil + 'click("values", "large");' + marks
 check("where that is told", browse(page, evil + 'return shown("values").find(row => row.includes("large")).split("REG")[0]'), "~large from byte 70000 on")
 check("half a character makes bytes", browse(page, evil + 'return shown("values").find(row => row.includes("odd"))'),
       "~oddREG_SZ 61 00 62 00 63REG_SZ 61 00 62 00 64")
+check("a long name has room", browse(page, evil + '''click("values", "longlong");
+    const title = $("detail").querySelector("h2"); return title.scrollWidth <= title.clientWidth'''), True)
+one = folder / "fifth.html"
+subprocess.run([fbr, "view", folder / "fifth.fbr", "-o", one], check=True)
+check("texts stand in their order", browse(one, '''click("tree", "Soft"); press("tree", "ArrowRight"); click("tree", "evil");
+    const text = rows("values").find(row => row.textContent.includes("both")).lastChild.firstChild, place = document.createRange();
+    const left = at => { place.setStart(text, at); place.setEnd(text, at + 1); return place.getBoundingClientRect().left; };
+    return left(text.data.indexOf("\u05d0")) < left(text.data.indexOf("a"))''', "order.png"), True)
 check("the deepest key is in sight", browse(page, '''click("tree", "level 1"); for (let i = 1; i < 60; ++i) press("tree", "ArrowRight", "ArrowRight");
     const name = $("tree").querySelector(".chosen bdi");
     return [name.textContent, name.getBoundingClientRect().right < $("tree").getBoundingClientRect().right]''', "deep.png"),
