@@ -32,7 +32,7 @@ bool HasItsLogBeside(const WString& file) {
 
 }  // namespace
 
-PathGuard::PathGuard(std::optional<fs::path> root) {
+PathGuard::PathGuard(std::optional<fs::path> root, WString cluster) : cluster_(std::move(cluster)) {
     if (!root) return;
     folder_ = platform::RootFolder::Open(ToText(fs::absolute(*root)));
     if (folder_ == nullptr)
@@ -71,6 +71,11 @@ bool PathGuard::AdmitMount(const WString& name) const {
             platform::CompareFolded(WStringView(name).substr(0, 2), WTEXT("S-")) != 0);
 }
 
+bool PathGuard::AdmitCluster(const WString& path) const {
+    return !cluster_.empty() && path.starts_with(cluster_) &&
+           (path.size() == cluster_.size() || path[cluster_.size()] == '/');
+}
+
 std::optional<StoreRequest> PathGuard::Admit(uint32_t method, const WString& path) const {
     // The path is a single token: no server name, no flag.
     if (path.empty() || path.find('|') != WString::npos) return std::nullopt;
@@ -80,8 +85,9 @@ std::optional<StoreRequest> PathGuard::Admit(uint32_t method, const WString& pat
         case kMethodRemoteContainer:
             request.method = FS_VR_METHOD_TARN;
             break;
-        case FS_VR_METHOD_NATIVE:
         case FS_VR_METHOD_CLUSTER:
+            return AdmitCluster(path) ? std::optional(request) : std::nullopt;
+        case FS_VR_METHOD_NATIVE:
             return root_.empty() ? std::optional(request) : std::nullopt;
         case FS_VR_METHOD_HIVE: {
             const size_t mark = path.find('!');

@@ -22,7 +22,7 @@ constexpr uint32_t kPauseAfterFailure = 100;  // milliseconds
 
 StoreServer::StoreServer(ServerOptions options)
     : options_(std::move(options)),
-      rules_(PathGuard(options_.root)),
+      rules_(PathGuard(options_.root, options_.cluster)),
       stop_(platform::StopSignal::Create()) {}
 
 StoreServer::~StoreServer() {

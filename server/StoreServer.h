@@ -16,6 +16,7 @@ namespace server {
 struct ServerOptions {
     platform::WString name;
     std::optional<std::filesystem::path> root;  // see PathGuard
+    platform::WString cluster = {};             // see there
     bool anyUser = false;                       // Linux: let in other users too
     // A client that has begun a packet, or is being sent one, may pause this long.
     uint32_t stallMilliseconds = 30000;

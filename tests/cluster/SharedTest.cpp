@@ -308,7 +308,16 @@ TEST(ClusterShared, AChangeIsWaitedForWithoutAsking) {
 
 TEST(ClusterShared, AServerOffersOne) {
     RunningCluster cluster(1);
-    const remote_test::RunningServer server;
+    server::ServerOptions options;
+    options.cluster = cluster.Path("far");
+    const remote_test::RunningServer server(std::move(options));
+    for (const char* other : {"farther", "fa", "other/far"}) {
+        const Store refused(server.Pipe() + WTEXT("|") + cluster.Path(other), FS_VR_METHOD_CLUSTER);
+        EXPECT_EQ(refused.status, FSSTATUS_INVALID_PARAMETER) << other;
+    }
+    EXPECT_EQ(
+        Store(server.Pipe() + WTEXT("|") + cluster.Path("far/below"), FS_VR_METHOD_CLUSTER).status,
+        FSSTATUS_SUCCESS);
     Store far(server.Pipe() + WTEXT("|") + cluster.Path("far"), FS_VR_METHOD_CLUSTER);
     ASSERT_EQ(far.status, FSSTATUS_SUCCESS);
     const OpenKey key(far.handle, far.Make("a\\b"));

@@ -38,10 +38,19 @@ void LogToStandardError(int level) {
 
 struct ServeArguments {
     std::string name;
-    std::optional<std::string> root;
+    std::optional<std::string> root, cluster;
     bool anyUser = false;
     bool verbose = false;
 };
+
+// The store's path, as clients name it behind our name.
+std::string ClusterNamed(std::string place) {
+    constexpr std::string_view kBegin = "etcd://";
+    if (!place.starts_with(kBegin) || place.size() == kBegin.size())
+        throw UsageError("expected etcd://HOST:PORT,.../PREFIX after --cluster, not \"" + place +
+                         '"');
+    return place.substr(kBegin.size());
+}
 
 void Serve(const ServeArguments& arguments) {
     if (arguments.name.empty()) throw UsageError("expected a name for the pipe, not \"\"");
@@ -49,6 +58,7 @@ void Serve(const ServeArguments& arguments) {
     options.name = Wide(arguments.name);
     options.anyUser = arguments.anyUser;
     if (arguments.root) options.root = std::filesystem::path(Wide(*arguments.root));
+    if (arguments.cluster) options.cluster = Wide(ClusterNamed(*arguments.cluster));
     LogToStandardError(arguments.verbose ? log::kInformation : log::kWarning);
     server::StoreServer server(std::move(options));
     const platform::Error error = server.Listen();
@@ -77,6 +87,8 @@ void AddServeCommand(Cli& cli) {
               "the pipe's name; on Linux a path is taken as it is")
         .Text("--root DIR", arguments->root, Need::kOptional,
               "let clients open files below DIR only")
+        .Text("--cluster STORE", arguments->cluster, Need::kOptional,
+              "let clients open etcd://HOST:PORT,.../PREFIX and stores below it, too")
         .Flag("--any-user", arguments->anyUser, "Linux: let in other users too")
         .Flag("--verbose", arguments->verbose, "tell of clients that come and go")
         .Does([arguments] { Serve(*arguments); });
