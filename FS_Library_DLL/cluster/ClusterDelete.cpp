@@ -78,22 +78,24 @@ FBR_STATUS Unlink(ClusterStore& store, const std::string& parent, const Child& c
 // The next children of the root, as many as fit into one change. Records that are none go at once.
 FBR_STATUS NextOfRoot(ClusterStore& store, std::vector<Child>* children) ZRFS_REQUIRES(store.lock) {
     const Span span = store.names.Children(kRootId);
-    RangeReply reply;
-    const Outcome outcome = store.Api().Range({span, 40}, &reply);
-    if (outcome != Outcome::Answered) return store.StatusOf(outcome);
-    children->clear();
-    Change damaged;
-    for (const KeyValue& pair : reply.found) {
-        std::string folded;
-        Child child;
-        if (ReadChildOf(pair, span, &child, &folded))
-            children->push_back(std::move(child));
-        else
-            damaged.operations.push_back(Delete({pair.key}));
+    for (;;) {
+        RangeReply reply;
+        const Outcome outcome = store.Api().Range({span, 40}, &reply);
+        if (outcome != Outcome::Answered) return store.StatusOf(outcome);
+        children->clear();
+        Change damaged;
+        for (const KeyValue& pair : reply.found) {
+            std::string folded;
+            Child child;
+            if (ReadChildOf(pair, span, &child, &folded))
+                children->push_back(std::move(child));
+            else
+                damaged.operations.push_back(Delete({pair.key}));
+        }
+        if (damaged.operations.empty()) return FSSTATUS_SUCCESS;
+        const FBR_STATUS status = store.Commit(&damaged);
+        if (status != FSSTATUS_SUCCESS || !children->empty()) return status;
     }
-    if (damaged.operations.empty()) return FSSTATUS_SUCCESS;
-    const FBR_STATUS status = store.Commit(&damaged);
-    return status == FSSTATUS_SUCCESS && children->empty() ? NextOfRoot(store, children) : status;
 }
 
 FBR_STATUS EmptyRoot(ClusterStore& store) ZRFS_REQUIRES(store.lock) {
