@@ -2,6 +2,9 @@
 #include <process.h>
 #include <windows.h>
 
+#include <cstdlib>
+#include <iostream>
+
 #include "tools/console/Spawn.h"
 #include "tools/format/Text.h"
 
@@ -27,6 +30,19 @@ WString FromWords(const std::string& utf8) {
     return out;
 }
 
+// The system's own where no variable names one.
+WString SystemShell() {
+    if (const wchar_t* named = _wgetenv(L"COMSPEC")) return named;
+    WString path(MAX_PATH, 0);
+    path.resize(GetSystemDirectoryW(path.data(), MAX_PATH));
+    return path + WTEXT("\\cmd.exe");
+}
+
+int Told(intptr_t status, const char* what) {
+    if (status == -1) std::cerr << "fbr: cannot run " << what << std::endl;
+    return status == -1 ? 1 : static_cast<int>(status);
+}
+
 }  // namespace
 
 int RunAgain(const std::vector<std::string>& words, const std::string& pipe) {
@@ -39,13 +55,15 @@ int RunAgain(const std::vector<std::string>& words, const std::string& pipe) {
         for (const WString& word : quoted) arguments.push_back(word.c_str());
         arguments.push_back(nullptr);
         const intptr_t status = _wspawnv(_P_WAIT, program.c_str(), arguments.data());
-        return status == -1 ? 1 : static_cast<int>(status);
+        return Told(status, "a command");
     }
-    // The shell takes the outermost quotes off.
+    // With /s the shell takes the outermost quotes off, and nothing else.
     WString line = WTEXT("\"");
     for (const WString& word : quoted) line += word + L' ';
     line += WTEXT("| ") + FromWords(pipe) + L'"';
-    return _wsystem(line.c_str());
+    const WString shell = SystemShell();
+    return Told(_wspawnl(_P_WAIT, shell.c_str(), L"cmd.exe", L"/s", L"/c", line.c_str(), nullptr),
+                "the shell of the system, which gives the output to a program");
 }
 
 }  // namespace fbr
