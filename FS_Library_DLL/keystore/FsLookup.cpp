@@ -107,7 +107,7 @@ bool FsLookUpValue(int64_t key, const WChar* name, void* buffer, uint64_t buffer
             if (entry == nullptr || entry->path == nullptr || context->container->batch != nullptr)
                 return storage::kOk;
             FileObject* directory =
-                storage::FindLoadedDirectory(context->container, entry->path, &entry->hint);
+                storage::FindDirectory(context->container, entry->path, &entry->hint);
             if (directory == nullptr) return storage::kOk;
             PlainStream stream;
             const Look look = FindValueStream(directory, stored, &stream);

@@ -9,6 +9,7 @@
 #include "FS_Library_DLL/keystore/FsFiles.h"
 #include "FS_Library_DLL/keystore/FsKeys.h"
 #include "FS_Library_DLL/keystore/FsLocks.h"
+#include "FS_Library_DLL/keystore/FsLookup.h"
 #include "FS_Library_DLL/keystore/FsOperation.h"
 #include "FS_Library_DLL/keystore/FsTrace.h"
 #include "FS_Library_DLL/keystore/FsVolatileKeys.h"
@@ -90,8 +91,15 @@ void WriteMissingVersion(int64_t root, FsStoreContext* context) {
 uint32_t CheckVersion(FsStoreContext* context) {
     int64_t root = 0;
     if (!OpenRoot(&root, context)) return 0;
-    uint32_t version = kStoreVersion;
+    uint32_t version = 0;
+    uint64_t size = 0;
     FBR_STATUS status = FSSTATUS_SUCCESS;
+    if (FsLookUpValue(root, kVersionName, &version, sizeof version, &size, nullptr, context,
+                      &status) &&
+        status == FSSTATUS_SUCCESS) {
+        FS_CloseDirEx(root, context);
+        return version;
+    }
     FsRead(context, [&]() -> Status {
         FileHandle* file = nullptr;
         version = kStoreVersion;

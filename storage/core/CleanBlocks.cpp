@@ -26,6 +26,12 @@ uint32_t SectorsOf(uint64_t offset, uint32_t size, uint32_t block, uint32_t sect
 
 }  // namespace
 
+bool CleanBlocks::HasTable() {
+    if (table_ == nullptr)
+        table_ = static_cast<Table*>(platform::HeapAllocateZeroed(sizeof(Table)));
+    return table_ != nullptr;
+}
+
 bool CleanBlocks::Knows(uint64_t offset, uint32_t size) {
     const Place* place = PlaceOf(offset >> kShift);
     const uint32_t wanted = SectorsOf(offset, size, kBytes, kSector);
@@ -112,9 +118,7 @@ PageBytes CleanBlocks::Find(platform::PageFile* file, uint64_t offset, uint32_t 
     *error = 0;
     if (size > kBytes || offset >> kShift >= kMostBlocks) return {};
     pageSize_ = size;
-    if (table_ == nullptr)
-        table_ = static_cast<Table*>(platform::HeapAllocateZeroed(sizeof(Table)));
-    if (table_ == nullptr) return {};
+    if (!HasTable()) return {};
     for (; small_.HeldBytes() + uint64_t{count_} * kBytes > kBudget && count_ != 0; --count_)
         platform::HeapRelease(std::exchange(UsedPlace(count_ - 1)->bytes, nullptr));
     const PageBytes small = small_.Find(offset);
@@ -186,7 +190,7 @@ uint32_t CleanBlocks::Copy(uint64_t offset, uint8_t* bytes, uint32_t size) {
 }
 
 void CleanBlocks::Offer(uint64_t offset, const uint8_t* bytes, uint32_t size) {
-    if (table_ == nullptr || (offset + size) >> kShift >= kMostBlocks) return;
+    if ((offset + size) >> kShift >= kMostBlocks || !HasTable()) return;
     const auto sector = static_cast<uint32_t>(offset / kSector);
     uint32_t& offered = table_->offered[sector * 2654435769u >> 26];
     const bool again = std::exchange(offered, sector) == sector;

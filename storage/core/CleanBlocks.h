@@ -71,6 +71,7 @@ class CleanBlocks {
     static constexpr uint32_t kBudget = kLimit - sizeof(Table) - (64 << 10);
     static_assert(SmallPages::kLimit + 16 * kRun * kBytes < kBudget);
 
+    bool HasTable();
     Place* PlaceOf(uint64_t block) { return &table_->places[block % kPlaces]; }
     Place* UsedPlace(uint32_t at) { return &table_->places[table_->used[at]]; }
     bool Knows(uint64_t offset, uint32_t size);

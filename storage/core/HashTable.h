@@ -60,7 +60,7 @@ class HashTable {
     // Visits every item; the visit may remove the item it is given.
     template <class Visit>
     void ForEach(Visit visit) {
-        for (uint32_t i = 0; i < size_; ++i) {
+        for (uint32_t i = 0; i < size_ && count_ != 0; ++i) {
             for (T* item = buckets_[i]; item != nullptr;) {
                 T* next = item->*Chain;
                 visit(item);

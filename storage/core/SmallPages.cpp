@@ -28,7 +28,8 @@ uint32_t UsedBytes(const uint8_t* page, uint32_t size) {
 }  // namespace
 
 SmallPages::~SmallPages() {
-    for (uint8_t* chunk : chunks_) platform::HeapRelease(chunk);
+    for (uint8_t* chunk : chunks_)
+        if (chunk != nullptr) platform::HeapRelease(chunk);
     platform::HeapRelease(buckets_);
 }
 

@@ -13,7 +13,7 @@ struct ContainerPlace {
     uint64_t base = 0;  // in blocks of kLocateBlock bytes
     bool byteSwapped = false;
     uint16_t pageShift = 0;          // as it stands there, not checked
-    uint8_t head[2 * kLocateBlock];  // what it begins with; zeros behind the end of the file
+    uint8_t head[8 * kLocateBlock];  // what it begins with; zeros behind the end of the file
 };
 
 // Follows partition tables and volume boot sectors from the start of the file until a container

@@ -27,6 +27,17 @@ uint64_t FileSize(StorageContext* context) ZRFS_REQUIRES(context->containerLock)
     return context->file->Size(&size) == 0 ? size : 0;
 }
 
+// What came along behind page 1 is mostly wanted next. It counts as read: who takes it from memory
+// must look whether the file moved since.
+void OfferHead(StorageContext* context, const ContainerPlace& place)
+    ZRFS_REQUIRES(context->containerLock) {
+    const uint32_t begin = 2 * context->pageSize;
+    if (begin >= sizeof place.head) return;
+    ++context->pageReads;
+    context->blocks.Offer(place.base * kLocateBlock + begin, place.head + begin,
+                          static_cast<uint32_t>(sizeof place.head) - begin);
+}
+
 Status MeasureFile(StorageContext* context, ContainerPlace* found)
     ZRFS_REQUIRES(context->containerLock) {
     const uint64_t size = FileSize(context);
@@ -41,6 +52,7 @@ Status MeasureFile(StorageContext* context, ContainerPlace* found)
     const uint64_t base = place.base * kLocateBlock >> place.pageShift;
     if (base >= kUnknownPages) return kNotContainer;
     context->basePage = static_cast<uint32_t>(base);
+    OfferHead(context, place);
     return CountPages(context, size);
 }
 

@@ -394,9 +394,35 @@ Status OpenEntry(FileObject* directory, DirEntry* entry, FileObject** object) {
     return *object != nullptr ? kOk : kNoMemory;
 }
 
+namespace {
+
+// The child waits, with its record, for the list that may be filled later.
+Status OpenGlanced(FileObject* directory, const DirectoryEntry& bytes, uint32_t number,
+                   FileObject** object) {
+    DirEntry* entry = AdoptOrphan(directory, bytes);
+    const bool isNew = entry == nullptr;
+    if (isNew) entry = NewDirEntry(directory->context->objects, nullptr, 1);
+    if (entry == nullptr) return kNoMemory;
+    FillEntry(entry, bytes, number);
+    const Status status = OpenEntry(directory, entry, object);
+    if (status == kOk)
+        AddOrphan(directory, *object);
+    else if (isNew)
+        DestroyDirEntry(entry);
+    return status;
+}
+
+}  // namespace
+
 Status OpenChild(FileObject* directory, platform::WStringView name, FileObject** object,
                  Status codeWhenAbsent, StorageTransaction* transaction) {
     *object = nullptr;
+    DirectoryEntry bytes;
+    uint32_t number = 0;
+    // Who goes on in a transaction, or holds the child open, will want the list.
+    if (transaction == nullptr && (directory->flags & kEntriesLoaded) == 0 &&
+        GlanceAt(directory, name, &bytes, &number))
+        return OpenGlanced(directory, bytes, number, object);
     Status status = LoadDirectory(directory, transaction);
     bool found = false;
     uint32_t position = 0;

@@ -23,6 +23,11 @@ Status LoadDirectory(FileObject* directory, StorageTransaction* transaction);
 Status MoveEntriesOut(FileObject* directory, StorageTransaction* transaction);
 // Such entries may be in memory: nothing is changed in the directory then without LoadDirectory.
 bool HasInlineEntries(const FileObject* directory);
+// Looks for an entry of a directory whose list is not filled, on its pages as they stand in the
+// file, and tells its place among them. False where the list is to be filled instead: for most of
+// those who look for what is not there, too.
+bool GlanceAt(FileObject* directory, platform::WStringView name, DirectoryEntry* bytes,
+              uint32_t* entry);
 // The 64 bytes of an entry; `page` is told the number of its EntryPage (0 while inline). Either
 // output may be null.
 Status ReadDirEntry(FileObject* directory, const DirEntry* entry, DirectoryEntry* bytes,

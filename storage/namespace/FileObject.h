@@ -95,6 +95,7 @@ struct FileObject {
     // Children whose records are in no list since a roll back threw the list away; LoadDirectory
     // takes them up again.
     List<FileObject, &FileObject::orphanPrev, &FileObject::orphanNext> orphans;
+    uint32_t glances;    // look-ups for which the entries were not loaded
     uint32_t purgeNext;  // while the object is purged: children not yet looked at
 
     // Stream.
@@ -183,6 +184,7 @@ struct PathCache {
     };
     Place places[kPlaces];
     uint32_t epoch = 1;  // a new one empties every place
+    bool anyFilled = false;
 };
 
 // Every object, handle and search of a context.

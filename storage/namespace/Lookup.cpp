@@ -175,13 +175,17 @@ FileObject* FindDirectory(StorageContext* context, const WChar* path, DirectoryH
 
 FileObject* FindLoadedDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint) {
     FileObject* directory = FindDirectory(context, path, hint);
-    if (directory == nullptr || (directory->flags & kEntriesLoaded) != 0) return directory;
+    return directory != nullptr && EnsureLoaded(directory) ? directory : nullptr;
+}
+
+bool EnsureLoaded(FileObject* directory) {
+    if ((directory->flags & kEntriesLoaded) != 0) return true;
     AddReference(directory);
     LeaveIdle(directory);  // it comes back among those that hold memory
     const Status status = LoadDirectory(directory, nullptr);
     --directory->references;
     SettleObject(directory);
-    return status == kOk ? directory : nullptr;
+    return status == kOk;
 }
 
 bool DirectoryListing::Next(uint32_t attributeMask, platform::WStringView* name) {
@@ -210,31 +214,51 @@ bool ListDirectory(StorageContext* context, const WChar* path, DirectoryHint* hi
     return true;
 }
 
-Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStream* stream) {
-    bool found = false;
-    uint32_t position = 0;
-    if (FindEntry(directory, name, &found, &position, nullptr) != kOk) return Look::Unusual;
-    if (!found) return Look::Missing;
-    EntryChunk::Item& item = directory->children.ItemAt(position);
-    const DirEntry* entry = item.entry;
-    if ((entry->attributes & (kAttrDirectory | kAttrLink | kAttrReadOnly)) != 0)
-        return Look::Unusual;
-    const FileObject* object = entry->object;
+namespace {
+
+// The stream of the file whose object is `object`, if it has one.
+Look LookAtStream(StorageContext* context, const FileObject* object, uint32_t fileId,
+                  uint32_t headerPage, uint32_t* pagePlace, PlainStream* stream) {
     if (object != nullptr && (object->transaction != nullptr || !object->handles.Empty()))
         return Look::Unusual;
-    StorageContext* context = directory->context;
     if (context->updateAccessTime || context->byteSwapped) return Look::Unusual;
-    const PageBytes page = ViewPage(context, entry->headerPage, false, &item.pagePlace);
+    const PageBytes page = ViewPage(context, headerPage, false, pagePlace);
     StreamRecords records;
-    if (page.bytes == nullptr || !ReadRecords(page, entry->fileId, &records)) return Look::Unusual;
+    if (page.bytes == nullptr || !ReadRecords(page, fileId, &records)) return Look::Unusual;
     const uint64_t size = LoadU64(records.info, record::kFileSize);
     const uint32_t link = LoadU32(records.data, record::kLink);
     const uint32_t stored = LoadU16(records.data, record::kSize) - kRecordHeaderSize;
     if (size > UINT32_MAX || LoadU32(records.data, record::kInfo) != 0) return Look::Unusual;
     if (link == 0 && stored < size) return Look::Unusual;
-    *stream = {context, static_cast<uint32_t>(size), entry->fileId,
+    *stream = {context, static_cast<uint32_t>(size), fileId,
                link == 0 ? records.data + record::kPayload : nullptr, link};
     return Look::Found;
+}
+
+constexpr uint32_t kNotPlainAttributes = kAttrDirectory | kAttrLink | kAttrReadOnly;
+
+}  // namespace
+
+Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStream* stream) {
+    StorageContext* context = directory->context;
+    DirectoryEntry bytes;
+    uint32_t place = 0;
+    if ((directory->flags & kEntriesLoaded) == 0) {
+        if (GlanceAt(directory, name, &bytes, &place)) {
+            if ((bytes.attributes & kNotPlainAttributes) != 0) return Look::Unusual;
+            const FileObject* object = context->objects->fileObjects.Find(bytes.fileId);
+            return LookAtStream(context, object, bytes.fileId, bytes.headerPage, nullptr, stream);
+        }
+        if (!EnsureLoaded(directory)) return Look::Unusual;
+    }
+    bool found = false;
+    if (FindEntry(directory, name, &found, &place, nullptr) != kOk) return Look::Unusual;
+    if (!found) return Look::Missing;
+    EntryChunk::Item& item = directory->children.ItemAt(place);
+    const DirEntry* entry = item.entry;
+    if ((entry->attributes & kNotPlainAttributes) != 0) return Look::Unusual;
+    return LookAtStream(context, entry->object, entry->fileId, entry->headerPage, &item.pagePlace,
+                        stream);
 }
 
 bool ReadLongStream(const PlainStream& stream, void* head, uint32_t headBytes, void* data,

@@ -43,6 +43,9 @@ struct DirectoryListing {
 bool ListDirectory(StorageContext* context, const WChar* path, DirectoryHint* hint,
                    DirectoryListing* listing) ZRFS_REQUIRES(context->containerLock);
 
+// Fills the list of a directory that FindDirectory found. False where the long way has to tell why.
+bool EnsureLoaded(FileObject* directory) ZRFS_REQUIRES(directory->context->containerLock);
+
 enum class Look { Found, Missing, Unusual };
 
 // A stream as it lies in the file. It may be used until the next page is asked for.
@@ -54,7 +57,8 @@ struct PlainStream {
     uint32_t firstPage;
 };
 
-// Looks for a file of the directory. Found: its stream may be read as it lies there.
+// Looks for a file of a directory that FindDirectory found. Found: its stream may be read as it
+// lies there.
 Look FindPlainStream(FileObject* directory, platform::WStringView name, PlainStream* stream)
     ZRFS_REQUIRES(directory->context->containerLock);
 // The same of a stream in pages of its own.

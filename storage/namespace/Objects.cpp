@@ -44,6 +44,7 @@ void InitialiseObject(FileObject* object) {
     object->orphanPrev = object->orphanNext = nullptr;
     object->orphans = {};
     object->lastFound = 0;
+    object->glances = 0;
     object->listVersion = 0;
     object->lastUsed = 0;
     object->size = kUnknownSize;
@@ -75,7 +76,7 @@ void FreeObject(FileObject* object) {
     state->fileObjects.Remove(object);
     LeaveIdle(object);
     if ((object->flags & kObjectHinted) != 0) ++state->hintedGone;
-    if ((object->flags & kObjectRemembered) != 0)
+    if ((object->flags & kObjectRemembered) != 0 && state->paths.anyFilled)
         for (PathCache::Place& place : state->paths.places)
             if (place.directory == object) place.epoch = 0;
     if (state->root == object) state->root = nullptr;
@@ -160,7 +161,8 @@ void DestroyObjectState(StorageContext* context) {
     while (FileHandle* handle = state->spareHandles.Take()) platform::HeapRelease(handle);
     while (FindContext* search = state->spareSearches.Take()) FreeSearch(search);
     while (FileBlock* block = state->spareBlocks.Take()) platform::HeapRelease(block);
-    for (PathCache::Place& place : state->paths.places) ReleaseText(&place.path);
+    for (PathCache::Place& place : state->paths.places)
+        if (place.path.text != nullptr) ReleaseText(&place.path);
     state->~ObjectState();
     platform::HeapRelease(state);
     context->objects = nullptr;
@@ -168,8 +170,8 @@ void DestroyObjectState(StorageContext* context) {
 }
 
 void ClearObjectState(StorageContext* context) {
-    DestroyObjects(context->objects);
     ForgetPaths(context);
+    DestroyObjects(context->objects);
     context->objects->rootRecord = nullptr;
 }
 
@@ -305,6 +307,7 @@ void ForgetPath(FileObject* object) {
 
 void ForgetPaths(StorageContext* context) {
     PathCache& paths = context->objects->paths;
+    paths.anyFilled = false;
     if (++paths.epoch != 0) return;
     for (PathCache::Place& place : paths.places) place.epoch = 0;
     paths.epoch = 1;

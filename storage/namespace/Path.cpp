@@ -80,6 +80,7 @@ void Remember(StorageContext* context, WStringView path, FileObject* directory) 
     place->directory = directory;
     place->caseSensitive = context->caseSensitive;
     place->epoch = context->objects->paths.epoch;
+    context->objects->paths.anyFilled = true;
     for (FileObject* on = directory; on != nullptr; on = on->parent) on->flags |= kObjectRemembered;
 }
 

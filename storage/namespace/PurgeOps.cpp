@@ -278,30 +278,22 @@ struct FilePages {
 };
 
 bool FindFilePages(StorageContext* context, const DirEntry* entry, FilePages* pages) {
-    const PageBytes found = ViewPage(context, entry->headerPage, true);
-    HeaderPageHeader header;
-    if (found.count < sizeof header) return false;
-    const uint8_t* const page = found.bytes;
-    std::memcpy(&header, page, sizeof header);
-    if (header.kind != kHeaderPage || header.fileId != entry->fileId || header.nextPage != 0 ||
-        header.endOffset > found.count)
-        return false;
-    for (uint32_t at = kRecordsStart; at < header.endOffset;) {
-        if (at + kRecordHeaderSize > header.endOffset) return false;
-        const uint16_t type = LoadU16(page, at + record::kType);
-        const uint32_t size = LoadU16(page, at + record::kSize);
-        const uint32_t link = LoadU32(page, at + record::kLink);
-        if (size < kRecordHeaderSize || at + size > header.endOffset) return false;
+    RecordWalk walk;
+    if (!walk.Begin(ViewPage(context, entry->headerPage, true), entry->fileId)) return false;
+    for (const uint8_t* record = nullptr;;) {
+        if (!walk.Next(&record)) return false;
+        if (record == nullptr) return true;
+        const uint16_t type = LoadU16(record, record::kType);
+        const uint32_t size = LoadU16(record, record::kSize);
+        const uint32_t link = LoadU32(record, record::kLink);
         uint32_t* const place = type == kDataRecord       ? &pages->stream
                                 : type == kPageListRecord ? &pages->index
                                                           : nullptr;
         if (place != nullptr ? *place != 0 : type != kFileInfoRecord || link != 0) return false;
         if (place != nullptr) *place = link;
         if (place == nullptr && size >= kFileInfoSize)
-            pages->bytes = LoadU64(page, at + record::kFileSize);
-        at += size;
+            pages->bytes = LoadU64(record, record::kFileSize);
     }
-    return true;
 }
 
 // Frees the pages of a file that nobody has; its entry goes with the directory. kNotPlain, and

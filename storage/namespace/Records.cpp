@@ -137,6 +137,27 @@ bool NextRecord(StorageContext* context, CachePage* page, uint32_t* offset, Stat
     return true;
 }
 
+bool RecordWalk::Begin(const PageBytes& found, uint32_t fileId) {
+    HeaderPageHeader header;
+    if (found.count < sizeof header) return false;
+    std::memcpy(&header, found.bytes, sizeof header);
+    page = found.bytes;
+    end = header.endOffset;
+    return header.kind == kHeaderPage && header.fileId == fileId && header.nextPage == 0 &&
+           end <= found.count;
+}
+
+bool RecordWalk::Next(const uint8_t** record) {
+    *record = nullptr;
+    if (at >= end) return true;
+    if (at + kRecordHeaderSize > end) return false;
+    const uint32_t size = LoadU16(page, at + record::kSize);
+    if (size < kRecordHeaderSize || at + size > end) return false;
+    *record = page + at;
+    at += size;
+    return true;
+}
+
 Status FindRecordAt(StorageContext* context, uint32_t fileId, uint32_t firstPage, uint16_t type,
                     RecordPlace* place, bool mustExist, StorageTransaction* transaction) {
     *place = RecordPlace{};

@@ -24,6 +24,18 @@ struct RecordPlace {
 // corruption code, at a record that cannot be.
 bool NextRecord(StorageContext* context, CachePage* page, uint32_t* offset, Status* status);
 
+// Steps over the records of an object's HeaderPage that is only viewed. It is the only one.
+struct RecordWalk {
+    const uint8_t* page = nullptr;
+    uint32_t end = 0;
+    uint32_t at = kRecordsStart;
+
+    // False for no page, another one's, and one of several.
+    bool Begin(const PageBytes& found, uint32_t fileId);
+    // *record becomes null behind the last one. False at one that cannot be.
+    bool Next(const uint8_t** record);
+};
+
 // The first record of a type in the object's chain. Nothing found is kOk with a null place, or
 // corruption with `mustExist`.
 Status FindRecord(FileObject* object, uint16_t type, RecordPlace* place, bool mustExist,

@@ -7,6 +7,7 @@
 
 #include "storage/core/Transaction.h"
 #include "storage/namespace/Directory.h"
+#include "storage/namespace/Lookup.h"
 #include "tests/container/Edit.h"
 #include "tests/container/Shapes.h"
 #include "tests/container/Verbs.h"
@@ -112,6 +113,33 @@ TEST(Namespace, HoldsManyNamesAndDeepTrees) {
     EXPECT_EQ(store.Body(path + u"\\v"), Text("deep"));
     EXPECT_EQ(store.Delete(u"\\0"), kOk);
     EXPECT_EQ(store.ReadSound().usedPages, used);
+}
+
+// Who passes through a directory looks at one entry, until it is loaded: the object stays the same.
+TEST(Namespace, FindsAChildBeforeAndBehindTheLoadingOfItsDirectory) {
+    EngineStore store(512);
+    ASSERT_EQ(store.MakeDirectory(u"\\dir"), kOk);
+    for (int i = 0; i < 40; ++i) ASSERT_EQ(store.MakeDirectory(Numbered(u"\\dir\\", i)), kOk);
+    const std::u16string last = Numbered(u"\\dir\\", 39), absent = Numbered(u"\\dir\\", 40);
+    const auto find = [&](const std::u16string& path) {
+        store.Container()->containerLock.AssertAlone();
+        DirectoryHint hint;
+        return FindDirectory(store, ToWide(path).c_str(), &hint);
+    };
+    for (const bool moved : {false, true}) {
+        ASSERT_EQ(store.Reopen(), kOk);
+        const FileObject* child = find(last);
+        ASSERT_NE(child, nullptr);
+        EXPECT_EQ(find(last), child);
+        EXPECT_EQ(child->parent->flags & kEntriesLoaded, 0u);
+        if (moved) EXPECT_EQ(store.Move(last, u"\\dir\\moved"), kOk);
+        EXPECT_EQ(find(absent), nullptr);
+        EXPECT_NE(child->parent->flags & kEntriesLoaded, 0u);
+        EXPECT_EQ(child->parent->children.Count(), 40u);
+        EXPECT_EQ(find(last), moved ? nullptr : child);
+        EXPECT_EQ(find(moved ? u"\\dir\\moved" : last), child);
+    }
+    store.ReadSound();
 }
 
 TEST(Namespace, RefusesNothingness) {
