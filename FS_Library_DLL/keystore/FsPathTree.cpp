@@ -36,6 +36,14 @@ int ComparePaths(WStringView a, WStringView b) {
     return static_cast<int>(Rank(a, at)) - static_cast<int>(Rank(b, at));
 }
 
+// Where a node stands to the run of those at a path and below it: before it, in it (0), or behind.
+int SideOfRun(const FsPathNode* node, WStringView path) {
+    const WStringView text = PathOf(node);
+    const size_t at = CommonUnits(text, path);
+    if (at == path.size() && Rank(text, at) <= 1) return 0;
+    return Rank(text, at) < Rank(path, at) ? -1 : 1;
+}
+
 // Equal paths are told apart by the entry's address.
 int CompareNodes(const FsPathNode* a, const FsPathNode* b) {
     const int order = ComparePaths(PathOf(a), PathOf(b));
@@ -104,16 +112,18 @@ void FsPathTree::Remove(FsHandleEntry* entry) {
 }
 
 FsPathNode* FsPathTree::TakeSubtree(WStringView path) {
+    // All of the run are at or below the first of it that a walk comes to.
+    FsPathNode** link = &root_;
+    for (int side; *link != nullptr && (side = SideOfRun(*link, path)) != 0;)
+        link = side < 0 ? &(*link)->right : &(*link)->left;
     FsPathNode* before = nullptr;
     FsPathNode* rest = nullptr;
     FsPathNode* run = nullptr;
     FsPathNode* behind = nullptr;
     Split(
-        root_, [&](const FsPathNode* node) { return ComparePaths(PathOf(node), path) < 0; },
-        &before, &rest);
+        *link, [&](const FsPathNode* node) { return SideOfRun(node, path) < 0; }, &before, &rest);
     Split(
-        rest, [&](const FsPathNode* node) { return FsIsInSubtree(PathOf(node), path); }, &run,
-        &behind);
-    root_ = Merge(before, behind);
+        rest, [&](const FsPathNode* node) { return SideOfRun(node, path) == 0; }, &run, &behind);
+    *link = Merge(before, behind);
     return Unravel(run, nullptr);
 }

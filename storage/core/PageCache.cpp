@@ -64,8 +64,8 @@ void DestroyDescriptor(StorageContext* context, CachePage* page) {
 // other way, and until then the cache may pass its limit.
 void EvictDownTo(StorageContext* context, uint32_t limit) {
     while (context->cachedPages > limit) {
-        // What is nowhere else in memory stays longer, up to three quarters of the room.
-        const bool fromMap = context->lru.Empty() || context->mapLruCount > limit / 4 * 3;
+        // What is nowhere else in memory stays longer, and leaves the others a little room.
+        const bool fromMap = context->lru.Empty() || context->mapLruCount > limit - limit / 16;
         CachePage* page = fromMap ? context->mapLru.head : context->lru.head;
         if (page == nullptr) return;
         LeaveLru(context, page);
