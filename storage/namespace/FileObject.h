@@ -173,14 +173,14 @@ struct FindContext {
 };
 
 // Directories that paths led to, by the text of the path: a second walk of the same path costs one
-// comparison. Each text has one place, and the last one that came there has it.
+// comparison. Each text has a pair of places, which the last two that came there have.
 struct PathCache {
-    static constexpr uint32_t kPlaces = 256;  // a power of two
+    static constexpr uint32_t kPlaces = 512;  // a power of two
     struct Place {
         FileObject* directory = nullptr;  // of use only while `epoch` is that of the cache
+        TextBuffer path;
         uint32_t epoch = 0;
         bool caseSensitive = false;
-        TextBuffer path;
     };
     Place places[kPlaces];
     uint32_t epoch = 1;  // a new one empties every place

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "storage/namespace/Path.h"
 
+#include <utility>
+
 #include "storage/namespace/Directory.h"
 #include "storage/namespace/Links.h"
 #include "storage/namespace/Objects.h"
@@ -49,8 +51,8 @@ void AddReferenceChain(FileObject* object) {
     }
 }
 
-// The place of a text. Texts are short and end in what tells them apart.
-PathCache::Place* PlaceOf(StorageContext* context, WStringView path) {
+// The places of a text. Texts are short and end in what tells them apart.
+PathCache::Place* PairOf(StorageContext* context, WStringView path) {
     uint64_t hash = path.size();
     const auto mix = [&hash](uint64_t bits) { hash = (hash ^ bits) * 0x9E3779B97F4A7C15u; };
     size_t at = 0;
@@ -60,21 +62,23 @@ PathCache::Place* PlaceOf(StorageContext* context, WStringView path) {
         mix(bits ^ hash >> 32);
     }
     for (; at < path.size(); ++at) mix(path[at] ^ hash >> 32);
-    return &context->objects->paths.places[(hash >> 40) % PathCache::kPlaces];
+    return &context->objects->paths.places[(hash >> 40) % (PathCache::kPlaces / 2) * 2];
 }
 
 FileObject* FindRemembered(StorageContext* context, WStringView path) {
-    const PathCache::Place* place = PlaceOf(context, path);
-    const bool same = place->epoch == context->objects->paths.epoch &&
-                      place->path.units == path.size() &&
-                      place->caseSensitive == context->caseSensitive &&
-                      std::memcmp(place->path.text, path.data(), path.size() * sizeof(WChar)) == 0;
-    return same ? place->directory : nullptr;
+    const PathCache::Place* const pair = PairOf(context, path);
+    for (const PathCache::Place* place : {pair, pair + 1})
+        if (place->epoch == context->objects->paths.epoch && place->path.units == path.size() &&
+            place->caseSensitive == context->caseSensitive &&
+            std::memcmp(place->path.text, path.data(), path.size() * sizeof(WChar)) == 0)
+            return place->directory;
+    return nullptr;
 }
 
 void Remember(StorageContext* context, WStringView path, FileObject* directory) {
     if (path.size() > kMaxRememberedUnits) return;
-    PathCache::Place* place = PlaceOf(context, path);
+    PathCache::Place* const place = PairOf(context, path);
+    std::swap(place[0], place[1]);
     place->epoch = 0;
     if (!AssignText(&place->path, path)) return;  // then the next walk takes every step again
     place->directory = directory;
