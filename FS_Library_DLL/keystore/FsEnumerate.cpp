@@ -89,7 +89,7 @@ bool ListNames(int64_t key, std::vector<WString>& names, FsEnumMode mode, FsStor
                 return storage::kOk;
             WStringView stored;
             while (listing.Next(static_cast<uint32_t>(mode), &stored))
-                FsUnescape(stored, &names.emplace_back());
+                FsAddUnescaped(stored, &names);
             answered = true;
             return storage::kOk;
         });

@@ -111,17 +111,17 @@ WChar* FsUnescapedCopy(WStringView stored) {
     return name;
 }
 
-void FsUnescape(WStringView stored, WString* out) {
+void FsAddUnescaped(WStringView stored, std::vector<WString>* names) {
     size_t plain = 0;
     while (plain < stored.size() && stored[plain] != '#' && stored[plain] != 0) ++plain;
     if (plain == stored.size() || (stored[plain] == 0 && !NeedsDecoding(stored))) {
-        out->assign(stored.data(), plain);
+        names->emplace_back(stored.data(), plain);
         return;
     }
-    out->resize(stored.size());
-    out->resize(Decode(stored, out->data()));
-    const size_t end = out->find(WChar{0});
-    if (end != WString::npos) out->resize(end);
+    WString& name = names->emplace_back(stored.size(), WChar{0});
+    name.resize(Decode(stored, name.data()));
+    const size_t end = name.find(WChar{0});
+    if (end != WString::npos) name.resize(end);
 }
 
 bool FsUnescapeInto(WStringView stored, FsText* out) {

@@ -6,6 +6,8 @@
 // to begin the marker "#FILE" of a value whose plain name is taken by a subkey.
 #pragma once
 
+#include <vector>
+
 #include "FS_Library_DLL/keystore/FsText.h"
 
 // Which characters are escaped beside those that do not print. In a key's name the backslash parts
@@ -24,8 +26,8 @@ bool FS_EscapeName(const WChar* name, FsNameSet set, FsText* buffer, WStringView
 bool FS_UnescapeName(const WChar* stored, WChar** out);
 // The same, always as a heap string; null when there is no memory.
 WChar* FsUnescapedCopy(WStringView stored);
-// The same as a string, which ends where the heap string would: before the first unit 0.
-void FsUnescape(WStringView stored, WString* out);
+// The same as one string more, which ends where the heap string would: before the first unit 0.
+void FsAddUnescaped(WStringView stored, std::vector<WString>* names);
 // The same into `out`; false when there is no memory.
 bool FsUnescapeInto(WStringView stored, FsText* out);
 
