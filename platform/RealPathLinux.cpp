@@ -1,19 +1,39 @@
 // SPDX-License-Identifier: MIT
 #include "platform/RealPath.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <new>
+#include <string>
+#include <string_view>
 
 namespace platform {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// Most paths are, and need no converter.
+template <class Text>
+bool IsPlain(const Text& text) {
+    return std::all_of(text.begin(), text.end(), [](auto unit) { return unit > 0 && unit < 0x7F; });
+}
+
+}  // namespace
+
 Error RealPath(const WString& path, WString* real) noexcept {
     try {
-        const fs::path given(path);
+        const bool plain = IsPlain(path);
         char all[PATH_MAX];
+        if (plain && realpath(std::string(path.begin(), path.end()).c_str(), all) != nullptr &&
+            IsPlain(std::string_view(all))) {
+            real->assign(all, all + std::strlen(all));
+            return kErrorSuccess;
+        }
+        const fs::path given(path);
         if (realpath(given.c_str(), all) != nullptr) {
             *real = fs::path(all).u16string();
             return kErrorSuccess;
