@@ -132,7 +132,9 @@ TEST(Namespace, FindsAChildBeforeAndBehindTheLoadingOfItsDirectory) {
         ASSERT_NE(child, nullptr);
         EXPECT_EQ(find(last), child);
         EXPECT_EQ(child->parent->flags & kEntriesLoaded, 0u);
-        if (moved) EXPECT_EQ(store.Move(last, u"\\dir\\moved"), kOk);
+        if (moved) {
+            EXPECT_EQ(store.Move(last, u"\\dir\\moved"), kOk);
+        }
         EXPECT_EQ(find(absent), nullptr);
         EXPECT_NE(child->parent->flags & kEntriesLoaded, 0u);
         EXPECT_EQ(child->parent->children.Count(), 40u);
