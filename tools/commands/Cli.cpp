@@ -97,34 +97,6 @@ void AddText(CLI::App& app, std::string name, Target& target, Need need, const c
         ->required(need == Need::kRequired);
 }
 
-constexpr std::string_view kPlace = "STORE KEY";  // what begins the words of a place
-
-CLI::Option* OptionNamed(CLI::App& app, const std::string& name) {
-    const auto options = app.get_options();
-    const auto has = [&name](const CLI::Option* option) { return option->check_name(name); };
-    const auto found = std::find_if(options.begin(), options.end(), has);
-    return found == options.end() ? nullptr : *found;
-}
-
-// In a shell a command has the store from there, and so have places behind an option.
-void HideStore(CLI::App& command) {
-    if (CLI::Option* const store = OptionNamed(command, "STORE")) command.remove_option(store);
-    CLI::Option* const to = OptionNamed(command, "--to");
-    if (to == nullptr || !to->get_type_name().starts_with(kPlace)) return;
-    to->type_name(to->get_type_name().substr(kPlace.find("KEY")));
-    to->description("where to: a key, and for a value the name there");
-    command.remove_option(OptionNamed(command, "--to-method"));
-}
-
-// The parser counts the words behind an option, with the store that a shell puts there.
-std::string ExpectedBehind(const CLI::App& app, const std::string& told) {
-    const std::string name = told.substr(0, told.find(':'));
-    for (CLI::App* command : app.get_subcommands())
-        if (const CLI::Option* option = OptionNamed(*command, name))
-            return fmt::format("expected {} behind {}", option->get_type_name(), name);
-    return told;
-}
-
 // The parser tells of a command that is missing where it does not know the word.
 std::string WhatIsWrong(const CLI::App& app, const CLI::Error& error) {
     if (error.get_name() == "ArgumentMismatch") return ExpectedBehind(app, error.what());

@@ -44,6 +44,15 @@ std::string OptionLines(const CLI::App& all) {
     return text;
 }
 
+constexpr std::string_view kPlace = "STORE KEY";  // what begins the words of a place
+
+CLI::Option* OptionNamed(CLI::App& app, const std::string& name) {
+    const auto options = app.get_options();
+    const auto has = [&name](const CLI::Option* option) { return option->check_name(name); };
+    const auto found = std::find_if(options.begin(), options.end(), has);
+    return found == options.end() ? nullptr : *found;
+}
+
 }  // namespace
 
 std::string ExitStatusLines(const std::string& no) {
@@ -81,6 +90,23 @@ std::string NearestCommand(const CLI::App& all, const std::string& word) {
         nearest = name;
     }
     return nearest;
+}
+
+void HideStore(CLI::App& command) {
+    if (CLI::Option* const store = OptionNamed(command, "STORE")) command.remove_option(store);
+    CLI::Option* const to = OptionNamed(command, "--to");
+    if (to == nullptr || !to->get_type_name().starts_with(kPlace)) return;
+    to->type_name(to->get_type_name().substr(kPlace.find("KEY")));
+    to->description("where to: a key, and for a value the name there");
+    command.remove_option(OptionNamed(command, "--to-method"));
+}
+
+std::string ExpectedBehind(const CLI::App& app, const std::string& told) {
+    const std::string name = told.substr(0, told.find(':'));
+    for (CLI::App* command : app.get_subcommands())
+        if (const CLI::Option* option = OptionNamed(*command, name))
+            return fmt::format("expected {} behind {}", option->get_type_name(), name);
+    return told;
 }
 
 }  // namespace fbr

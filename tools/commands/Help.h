@@ -27,4 +27,12 @@ std::string ExitStatusLines(const std::string& no);
 // The command of `all` that `word` is most likely meant to be; empty when none is near.
 std::string NearestCommand(const CLI::App& all, const std::string& word);
 
+// In a shell a command has the store from there, and so have places behind an option: takes these
+// words off the command, for its help and what is wrong with its words.
+void HideStore(CLI::App& command);
+
+// What should stand behind an option, of which the parser told that it is not so many words: it
+// counts the store that a shell puts there.
+std::string ExpectedBehind(const CLI::App& app, const std::string& told);
+
 }  // namespace fbr
