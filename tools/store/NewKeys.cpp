@@ -5,18 +5,34 @@
 
 namespace fbr {
 
-NewKeys::NewKeys(const Store& store, const platform::WString& path) : store_(store) {
-    if (store.HasKey(path)) return;
-    size_t end = std::min(path.find('\\'), path.size());
-    while (end < path.size() && store.HasKey(path.substr(0, end)))
-        end = std::min(path.find('\\', end + 1), path.size());
-    uppermost_ = path.substr(0, end);
+using platform::WString;
+
+NewKeys::NewKeys(const Store& store, WString path) : store_(store), path_(std::move(path)) {
+    if (store.HasKey(path_)) return;
+    const auto next = [this](size_t from) {
+        return std::min(path_.find('\\', from), path_.size());
+    };
+    uppermost_ = next(0);
+    while (uppermost_ < path_.size() && store.HasKey(path_.substr(0, uppermost_)))
+        uppermost_ = next(uppermost_ + 1);
+}
+
+// False for a key that holds something.
+bool NewKeys::DeleteEmpty(const WString& path) const {
+    if (!store_.HasKey(path)) return true;
+    Key key = store_.OpenKey(path);
+    std::vector<WString> values;
+    key.AddValueNames(values);
+    if (!values.empty() || key.HasSubkeys()) return false;
+    key.Delete();
+    return true;
 }
 
 NewKeys::~NewKeys() {
-    if (uppermost_.empty()) return;
     try {
-        store_.DeleteTree(uppermost_);
+        size_t end = uppermost_ == 0 ? 0 : path_.size();
+        while (end >= std::max<size_t>(uppermost_, 1) && DeleteEmpty(path_.substr(0, end)))
+            end = end == uppermost_ ? 0 : path_.rfind('\\', end - 1);
     } catch (const std::exception&) {
         // the failure that led here is the one to tell
     }

@@ -172,10 +172,15 @@ Key Store::OpenKey(WStringView path) const {
 }
 
 bool Store::HasKey(WStringView path) const {
+    const auto what = [&] {
+        return fmt::format("cannot look for key {} in {}", ShowKey(path), Name());
+    };
     try {
         return open_->find(RootedPath(path)).has_value();
-    } catch (const std::system_error&) {
-        return false;
+    } catch (const std::system_error& error) {
+        const FBR_STATUS status = zrfs::status_of(error.code());
+        if (status != FSSTATUS_INVALID_NAME) ThrowFailed(what(), status);
+        return false;  // nor can there be one
     }
 }
 

@@ -95,6 +95,7 @@ class Store {
 
     // The key and all below it. False when there is no such key.
     bool DeleteTree(platform::WStringView path) const;
+    // Throws the StoreError when it cannot be known.
     bool HasKey(platform::WStringView path) const;
 
     bool KeepsUnnamedApart() const { return fbr::KeepsUnnamedApart(name_); }
