@@ -211,16 +211,17 @@ FBR_STATUS DeleteLinked(ClusterStore& store, const std::string& parent, const Ch
     ZRFS_REQUIRES(store.lock) {
     KeptReads* kept = store.Kept();
     KeyRecord record;
-    const bool isKnown = kept != nullptr && kept->ParentOf(key.id) == parent;
+    const std::string place = PlaceText(parent, key.name);
+    const bool isKnown = kept != nullptr && kept->PlaceOf(key.id) == place;
     bool isRecord = isKnown;
-    record.parent = parent;
     if (!isKnown) {
         RangeReply reply;
         const Outcome outcome = store.Api().Range({{store.names.Key(key.id)}}, &reply);
         if (outcome != Outcome::Answered) return store.StatusOf(outcome);
         isRecord = !reply.found.empty() && ReadKeyRecord(reply.found[0].value, &record);
     }
-    if (isRecord && record.parent != parent) return Unlink(store, parent, key);
+    const bool isElsewhere = isRecord && !isKnown && PlaceText(record.parent, record.name) != place;
+    if (isElsewhere || key.id == parent) return Unlink(store, parent, key);
     if (isRecord) {
         const FBR_STATUS status =
             DeleteLeaf(store, parent, FoldedText(key.name), key.id, key.lease);

@@ -82,7 +82,7 @@ void KeepNewKeys(ClusterStore& store, const NewKeys& keys) ZRFS_REQUIRES(store.l
                    Child{keys.ids[i], keys.names[i], keys.lease});
         kept->Children(keys.ids[i]).isAll = true;
         kept->Values(keys.ids[i]).isAll = true;
-        kept->KeepParent(keys.ids[i], parent);
+        kept->KeepPlace(keys.ids[i], PlaceText(parent, keys.names[i]));
     }
 }
 
@@ -147,7 +147,7 @@ FBR_STATUS MakePath(ClusterStore& store, const OpenedKey& base, const std::vecto
     status = MakeKeys(store, &keys);
     if (status != FSSTATUS_SUCCESS) return status;
     const std::string& parent = keys.ids.size() > 1 ? keys.ids.end()[-2] : last.id;
-    *opened = {keys.ids.back(), PathOf(base.path, parts), keys.lease, parent};
+    *opened = {keys.ids.back(), PathOf(base.path, parts), keys.lease, parent, last.way};
     return FSSTATUS_SUCCESS;
 }
 

@@ -21,7 +21,7 @@ class Reading {
     Reading(ClusterStore& store, const OpenedKey& key, Kind kind)
         : store_(store),
           span_(kind == Kind::Values ? store.names.Values(key.id) : store.names.Children(key.id)),
-          listing{key.id, key.parent, kind, {}} {}
+          listing{key.id, PlaceOf(key), kind, {}} {}
 
     // By who has the store's lock.
     Outcome Read();
@@ -133,7 +133,7 @@ bool KeepChildren(const ClusterStore& store, KeptReads& kept, const std::string&
 // Whether a key's record is as it must be. A root that is not made yet is empty.
 FBR_STATUS CheckRecord(ClusterStore& store, const OpenedKey& key,
                        const std::vector<KeyValue>& record) ZRFS_REQUIRES(store.lock) {
-    if (!record.empty()) return CheckParent(store, key, record[0]);
+    if (!record.empty()) return CheckPlace(store, key, record[0]);
     return key.id == kRootId ? FSSTATUS_SUCCESS : WhyMissing(store, key);
 }
 
@@ -164,7 +164,7 @@ FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const OpenedKey& key)
         if (found[2].found.empty() || store.MayGo(found[2].found[0].lease) ||
             !ReadKeyRecord(found[2].found[0].value, &record))
             continue;
-        kept.KeepParent(ids[i], record.parent);
+        kept.KeepPlace(ids[i], ids[i] == kRootId ? "" : PlaceText(record.parent, record.name));
         kept.Values(ids[i]).isAll =
             KeepValues(store, kept, ids[i], found[0].found) && !found[0].hasMore;
         kept.Children(ids[i]).isAll =
@@ -177,7 +177,7 @@ FBR_STATUS ReadAhead(ClusterStore& store, KeptReads& kept, const OpenedKey& key)
 
 // A listing of what is kept. False when that is not all.
 bool ListKept(KeptReads& kept, Listing* listing) {
-    if (kept.ParentOf(listing->id) != listing->parent) return false;
+    if (kept.PlaceOf(listing->id) != listing->place) return false;
     const auto add = [&](const auto& names) {
         for (const auto& [folded, item] : names.found) listing->names.push_back(item.name);
         return names.isAll;
@@ -224,11 +224,13 @@ Outcome IsStillSo(ClusterStore& store, const Listing& listing, bool* isSo)
 
 FBR_STATUS List(ClusterStore& store, const OpenedKey& key, Kind kind, bool mayBeKept,
                 const Listing** listing) {
+    const FBR_STATUS way = CheckWay(store, key);
+    if (way != FSSTATUS_SUCCESS) return way;
     KeptReads* kept = store.Kept();
     auto& listings = store.listings;
+    const std::string place = PlaceOf(key);
     for (size_t i = 0; i < listings.size(); ++i) {
-        if (listings[i].id != key.id || listings[i].parent != key.parent ||
-            listings[i].kind != kind)
+        if (listings[i].id != key.id || listings[i].place != place || listings[i].kind != kind)
             continue;
         bool isSo = false;
         if (mayBeKept || kept != nullptr) {
@@ -241,7 +243,7 @@ FBR_STATUS List(ClusterStore& store, const OpenedKey& key, Kind kind, bool mayBe
         break;
     }
     if (kept != nullptr) {
-        Listing made{key.id, key.parent, kind, {}, kNoTime};
+        Listing made{key.id, place, kind, {}, kNoTime};
         if (ListKept(*kept, &made)) return AddListing(store, std::move(made), listing);
         const FBR_STATUS status = ReadAhead(store, *kept, key);
         if (status != FSSTATUS_SUCCESS) return status;
@@ -255,7 +257,7 @@ FBR_STATUS List(ClusterStore& store, const OpenedKey& key, Kind kind, bool mayBe
         const FBR_STATUS status = CheckRecord(store, key, reading.record);
         if (status != FSSTATUS_SUCCESS) return status;
         for (const std::string& one : reading.damaged) store.Damaged(one);
-        if (kept != nullptr) kept->KeepParent(key.id, key.parent);
+        if (kept != nullptr) kept->KeepPlace(key.id, place);
         if (kept != nullptr && kind == Kind::Children) KeepAll(*kept, key.id, &reading);
         return AddListing(store, std::move(reading.listing), listing);
     }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "FS_Library_DLL/cluster/ClusterStore.h"
 
+#include <fmt/format.h>
+
 #include "Shared/logging/Logger.h"
 
 #undef ZRFS_LOG_FILE
@@ -48,10 +50,27 @@ FBR_STATUS ClusterStore::StatusOf(Outcome outcome) const {
     }
 }
 
+namespace {
+
+// Whatever somebody wrote there, a line of the log stays one.
+std::string WithoutControls(const std::string& record) {
+    std::string text;
+    for (const char unit : record) {
+        const auto byte = static_cast<unsigned char>(unit);
+        if (byte < ' ' || byte == 0x7F)
+            text += fmt::format("%{:02X}", byte);
+        else
+            text += unit;
+    }
+    return text;
+}
+
+}  // namespace
+
 FBR_STATUS ClusterStore::Damaged(const std::string& record) {
     isDamaged = true;
-    ZRFS_LOG(kError, "ClusterStore::Damaged", "The record {} at {} is missing or damaged", record,
-             settings->Endpoints());
+    ZRFS_LOG(kError, "ClusterStore::Damaged", "The record {} at {} is missing or damaged",
+             WithoutControls(record), settings->Endpoints());
     return FSSTATUS_FILE_CORRUPT;
 }
 

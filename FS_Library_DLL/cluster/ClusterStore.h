@@ -15,7 +15,7 @@ namespace cluster {
 enum class Kind { Values, Children };
 struct Listing {
     std::string id;
-    std::string parent;  // that the key was opened below
+    std::string place;  // that the key was opened at, see PlaceText
     Kind kind;
     std::vector<WString> names;
     int64_t time = 0;  // the revision of the key's time, which changes with each change in the key

@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "FS_Library_DLL/cluster/ClusterDelete.h"
+#include "FS_Library_DLL/cluster/KeyRecords.h"
 #include "FS_Library_DLL/cluster/ClusterWalk.h"
 
 namespace cluster {
@@ -28,8 +29,8 @@ class Survey {
     // Keys whose own record is missing, with the parent that they hang on.
     std::vector<std::pair<std::string, Child>> WithoutRecord() const;
     // Tells of records that refer to one that is missing, or to a key that hangs elsewhere. Whether
-    // there are such. By who has the store's lock.
-    bool TellBroken();
+    // there are such. By who has the store's lock. Those `withoutRecord` may be told or not.
+    bool TellBroken(bool withoutRecord = true);
     // Ids that cannot be reached from the root.
     std::set<std::string> Lost() const;
     // Below d/, and no value has them.
@@ -39,6 +40,7 @@ class Survey {
     using OnRecord = std::function<bool(const KeyValue& pair, const std::string& rest)>;
     FBR_STATUS Each(const char* kind, bool keysOnly, const OnRecord& onRecord)
         ZRFS_REQUIRES(store_.lock);
+    FBR_STATUS ReadLockRecord();
     bool AddChild(const KeyValue& pair, const std::string& rest);
     bool AddValue(const KeyValue& pair, const std::string& rest);
     bool AddPiece(const KeyValue& pair, const std::string& rest);
@@ -48,7 +50,7 @@ class Survey {
     int64_t revision_ = 0;
     FBR_STATUS status_ = FSSTATUS_SUCCESS;
     std::multimap<std::string, Child> children_;         // by the ids of their parents
-    std::unordered_map<std::string, std::string> keys_;  // parents by the ids that have a record
+    std::unordered_map<std::string, std::string> keys_;  // where those that have a record are
     std::set<std::string> others_;                       // the ids of all else
     Pieces pieces_, wanted_;
 };
@@ -109,7 +111,7 @@ FBR_STATUS Survey::Read() {
     FBR_STATUS status = Each("k", false, [&](const KeyValue& pair, const std::string& rest) {
         KeyRecord key;
         const bool isKey = IsId(rest) && ReadKeyRecord(pair.value, &key);
-        if (IsId(rest)) keys_[rest] = key.parent;
+        if (IsId(rest)) keys_[rest] = PlaceText(key.parent, key.name);
         return isKey && key.parent.empty() == (rest == kRootId);
     });
     const auto each = [&](const char* kind, const OnRecord& onRecord) ZRFS_REQUIRES(store_.lock) {
@@ -124,7 +126,19 @@ FBR_STATUS Survey::Read() {
         return IsId(rest) && ReadTime(pair.value, &time);
     });
     each("g", [](const auto&, const auto& rest) { return IsId(rest) && rest != kRootId; });
+    if (status == FSSTATUS_SUCCESS) status = ReadLockRecord();
     return status == FSSTATUS_SUCCESS ? status_ : status;
+}
+
+FBR_STATUS Survey::ReadLockRecord() {
+    store_.lock.AssertHeld();
+    RangeReply reply;
+    LockRecord told;
+    const Outcome outcome = store_.Api().Range({{store_.names.Lock()}}, &reply);
+    if (outcome != Outcome::Answered) return store_.StatusOf(outcome);
+    if (!reply.found.empty() && !ReadLock(reply.found[0].value, &told))
+        status_ = store_.Damaged(store_.names.Lock());
+    return FSSTATUS_SUCCESS;
 }
 
 std::set<std::string> Survey::Reachable() const {
@@ -148,7 +162,7 @@ std::vector<std::pair<std::string, Child>> Survey::WithoutRecord() const {
     return found;
 }
 
-bool Survey::TellBroken() {
+bool Survey::TellBroken(bool withoutRecord) {
     store_.lock.AssertHeld();
     bool isBroken = false;
     const auto tell = [&](const std::string& record) ZRFS_REQUIRES(store_.lock) {
@@ -157,15 +171,14 @@ bool Survey::TellBroken() {
     };
     for (const auto& [parent, child] : children_) {
         const auto key = keys_.find(child.id);
-        if (key == keys_.end())
-            tell(store_.names.Key(child.id));
-        else if (key->second != parent)
+        if (key == keys_.end() && withoutRecord) tell(store_.names.Key(child.id));
+        if (key != keys_.end() && key->second != PlaceText(parent, child.name))
             tell(store_.names.Child(parent, FoldedText(child.name)));
     }
     for (const auto& [pieces, size] : wanted_) {
         const auto found = pieces_.find(pieces);
         if (found == pieces_.end() || found->second != size)
-            tell(store_.names.All("d").from + pieces);
+            tell(store_.names.All("d").from + pieces.substr(0, pieces.rfind('/') + 1));
     }
     return isBroken;
 }
@@ -203,6 +216,7 @@ FBR_STATUS SweepStore(ClusterStore& store) {
     if (status == FSSTATUS_SUCCESS) status = survey.Read();
     const bool isDamaged = status == FSSTATUS_FILE_CORRUPT;
     if (isDamaged) status = FSSTATUS_SUCCESS;
+    const bool isBroken = status == FSSTATUS_SUCCESS && survey.TellBroken(false);
     Change change;
     const auto add = [&](Operation operation) ZRFS_REQUIRES(store.lock) {
         change.operations.push_back(std::move(operation));
@@ -222,7 +236,7 @@ FBR_STATUS SweepStore(ClusterStore& store) {
     store.listings.clear();
     if (KeptReads* kept = store.Kept()) kept->Clear();
     if (status == FSSTATUS_SUCCESS) status = DeleteGone(store);
-    return status == FSSTATUS_SUCCESS && isDamaged ? FSSTATUS_FILE_CORRUPT : status;
+    return status == FSSTATUS_SUCCESS && (isDamaged || isBroken) ? FSSTATUS_FILE_CORRUPT : status;
 }
 
 }  // namespace cluster

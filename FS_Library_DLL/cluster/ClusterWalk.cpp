@@ -155,8 +155,10 @@ WString PathOf(const WString& parent, const std::vector<WString>& parts) {
 OpenedKey Walked::Last(const OpenedKey& base, const std::vector<WString>& parts) const {
     if (found.empty()) return base;
     const auto end = parts.begin() + static_cast<ptrdiff_t>(found.size());
+    WayDown way = base.way;
+    for (const Child& child : found) way.Step(child.id);
     return {found.back().id, PathOf(base.path, {parts.begin(), end}), found.back().lease,
-            found.size() > 1 ? found.end()[-2].id : base.id};
+            found.size() > 1 ? found.end()[-2].id : base.id, way};
 }
 
 bool ReadChildOf(const KeyValue& pair, const Span& children, Child* child, std::string* folded) {

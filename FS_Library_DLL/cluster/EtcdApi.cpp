@@ -261,9 +261,13 @@ Outcome EtcdApi::Grant(int64_t seconds, int64_t* lease) {
     return ReadLeaseReply(text, lease, &granted) && granted > 0 ? outcome : Outcome::Malformed;
 }
 
+// The answer to the first of several requests may be lost.
 Outcome EtcdApi::Revoke(int64_t lease) {
     std::string text;
-    return Ask("/v3/lease/revoke", Writer().Number("ID", lease).Take(), &text);
+    size_t sent = 0;
+    const Outcome outcome =
+        Ask("/v3/lease/revoke", Writer().Number("ID", lease).Take(), &text, &sent);
+    return outcome == Outcome::NoSuchLease && sent > 1 ? Outcome::Answered : outcome;
 }
 
 Outcome EtcdApi::KeepAlive(int64_t lease) {

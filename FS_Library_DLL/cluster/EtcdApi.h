@@ -102,8 +102,9 @@ class EtcdApi {
                     Milliseconds patience, const EtcdHttp::GoesOn& goesOn = {});
 
   private:
-    Outcome Ask(const char* path, const std::string& body, std::string* reply) {
-        return http_.Post(path, body, patience_, reply);
+    Outcome Ask(const char* path, const std::string& body, std::string* reply,
+                size_t* sent = nullptr) {
+        return http_.Post(path, body, patience_, reply, sent);
     }
 
     int64_t Reads(int64_t revision) const { return revision == 0 ? frozenAt_ : revision; }

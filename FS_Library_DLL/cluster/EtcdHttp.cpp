@@ -357,12 +357,13 @@ void EtcdHttp::Tell(const char* path, Outcome outcome) const {
 }
 
 Outcome EtcdHttp::Post(const char* path, const std::string& body, Milliseconds patience,
-                       std::string* reply) {
+                       std::string* reply, size_t* sent) {
     const auto until = Clock::now() + patience;
     bool mayAuthenticate = !settings_->user.empty();
     for (size_t tries = 1;; ++tries) {
         const auto limit = std::min(until, Clock::now() + LongestFor(patience));
         Outcome outcome = Outcome::Answered;
+        if (sent != nullptr) *sent = tries;
         if (mayAuthenticate && token_.empty()) outcome = Authenticate(limit);
         Attempt attempt{body};
         if (outcome == Outcome::Answered) outcome = Send(path, &attempt, limit);

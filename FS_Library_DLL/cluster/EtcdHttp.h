@@ -44,8 +44,9 @@ class EtcdHttp {
     // could not pass on to a leader, is sent again, to the next member: what must not be done twice
     // says so itself, by what it compares. No member is waited for longer than 4 s, nor than its
     // part of the patience.
+    // *sent, unless it is null, becomes how often it was sent.
     Outcome Post(const char* path, const std::string& body, Milliseconds patience,
-                 std::string* reply);
+                 std::string* reply, size_t* sent = nullptr);
     // Sends once, to the member that answered last. Each line of the answer goes to `onLine`, until
     // that returns false, which is Answered; Unanswered when the time is over, it breaks off, or
     // `goesOn` is false, which is asked each time that the thread wakes up, and may be empty.

@@ -16,6 +16,7 @@
 #include "FS_Library_DLL/cluster/CurlLibrary.h"
 #include "Shared/logging/Logger.h"
 #include "platform/Heap.h"
+#include "platform/LockWaitLimit.h"
 
 #undef ZRFS_LOG_FILE
 #define ZRFS_LOG_FILE "FS_Library_DLL/FsClusterImpl"
@@ -27,6 +28,7 @@ using Varnhold::Hob::Detail::kError;
 namespace {
 
 constexpr Milliseconds kPatienceAtOpening{4500};
+constexpr uint32_t kCompactPatience = 5000;  // milliseconds
 constexpr Milliseconds kPatienceAtClosing{3000};
 
 // No exception leaves the store.
@@ -154,6 +156,7 @@ FBR_STATUS FsClusterImpl::FBR_Compact(uint32_t* done) {
     const uint32_t type = store_->storeLock.Type();
     const bool takes = type != FBR_LOCK_WRITE && type != FBR_LOCK_WRITE_OWNER;
     if (takes) {
+        const platform::LockWaitLimit limit(kCompactPatience);
         const FBR_STATUS taken = FBR_GetLockEx(FBR_LOCK_WRITE);
         if (taken != FSSTATUS_SUCCESS) return taken;
     }

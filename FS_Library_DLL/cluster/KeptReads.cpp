@@ -23,13 +23,13 @@ void KeptReads::DropTree(const std::string& id) {
         children_.erase(one);
         values_.erase(one);
         places_.erase(one);
-        parents_.erase(one);
+        told_.erase(one);
     }
 }
 
-std::string KeptReads::ParentOf(const std::string& id) const {
-    const auto found = parents_.find(id);
-    return found == parents_.end() ? "" : found->second;
+std::string KeptReads::PlaceOf(const std::string& id) const {
+    const auto found = told_.find(id);
+    return found == told_.end() ? "" : found->second;
 }
 
 void KeptReads::Trim() {

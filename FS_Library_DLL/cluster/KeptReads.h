@@ -30,9 +30,9 @@ class KeptReads {
     void Keep(const std::string& parent, const std::string& folded, Child child);
     // Of a value that is set or read. Long data are not kept.
     void Keep(const std::string& id, const std::string& folded, ValueRecord value);
-    // The parent that a key's own record tells; empty where that was not read.
-    void KeepParent(const std::string& id, const std::string& parent) { parents_[id] = parent; }
-    std::string ParentOf(const std::string& id) const;
+    // Where a key's own record tells that it is, see PlaceText; empty where that was not read.
+    void KeepPlace(const std::string& id, const std::string& place) { told_[id] = place; }
+    std::string PlaceOf(const std::string& id) const;
     // A key that is gone, with what is known to be below it.
     void DropTree(const std::string& id);
     // The next keys behind this one that were not read yet, if the one before it was: who goes
@@ -62,7 +62,7 @@ class KeptReads {
     std::unordered_map<std::string, std::pair<std::string, std::string>> places_;  // of children
     std::unordered_map<std::string, Names<ValueRecord>> values_;
     std::unordered_map<std::string, platform::UtcTime> times_;
-    std::unordered_map<std::string, std::string> parents_;
+    std::unordered_map<std::string, std::string> told_;
     size_t keyBytes_ = 0, valueBytes_ = 0;
 };
 

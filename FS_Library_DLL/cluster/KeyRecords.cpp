@@ -11,7 +11,34 @@ std::string ChildRecordOf(const ClusterStore& store, const OpenedKey& key) {
     return store.names.Child(key.parent, FoldedText(key.path.substr(key.path.rfind('\\') + 1)));
 }
 
+// Whether the record by which the key was found leads to it, still.
+FBR_STATUS StillLeads(ClusterStore& store, const OpenedKey& key, bool* leads)
+    ZRFS_REQUIRES(store.lock) {
+    const std::string record = ChildRecordOf(store, key);
+    RangeReply reply;
+    const Outcome outcome = store.Api().Range({{record}}, &reply);
+    ChildRecord child;
+    *leads =
+        outcome == Outcome::Answered && !reply.found.empty() &&
+        ReadChild(reply.found[0].value, RestOf(record, store.names.Children(key.parent)), &child) &&
+        child.id == key.id;
+    return store.StatusOf(outcome);
+}
+
 }  // namespace
+
+std::string PlaceText(const std::string& parent, platform::WStringView name) {
+    return parent + '/' + FoldedText(name);
+}
+
+std::string PlaceOf(const OpenedKey& key) {
+    if (key.id == kRootId) return "";
+    return PlaceText(key.parent, platform::WStringView(key.path).substr(key.path.rfind('\\') + 1));
+}
+
+FBR_STATUS CheckWay(ClusterStore& store, const OpenedKey& key) {
+    return key.way.IsCircle() ? store.Damaged(ChildRecordOf(store, key)) : FSSTATUS_SUCCESS;
+}
 
 FBR_STATUS WhyMissing(ClusterStore& store, const OpenedKey& key) {
     const std::string record = ChildRecordOf(store, key), own = store.names.Key(key.id);
@@ -29,11 +56,17 @@ FBR_STATUS WhyMissing(ClusterStore& store, const OpenedKey& key) {
     return isLost ? store.Damaged(own) : FSSTATUS_NOT_FOUND;
 }
 
-FBR_STATUS CheckParent(ClusterStore& store, const OpenedKey& key, const KeyValue& record) {
+FBR_STATUS CheckPlace(ClusterStore& store, const OpenedKey& key, const KeyValue& record) {
     KeyRecord told;
     if (key.id == kRootId) return FSSTATUS_SUCCESS;
     if (!ReadKeyRecord(record.value, &told)) return store.Damaged(record.key);
-    return told.parent == key.parent ? FSSTATUS_SUCCESS : store.Damaged(ChildRecordOf(store, key));
+    if (PlaceText(told.parent, told.name) == PlaceOf(key)) return FSSTATUS_SUCCESS;
+    bool isElsewhere = told.parent != key.parent;
+    if (!isElsewhere) {
+        const FBR_STATUS status = StillLeads(store, key, &isElsewhere);
+        if (status != FSSTATUS_SUCCESS) return status;
+    }
+    return isElsewhere ? store.Damaged(ChildRecordOf(store, key)) : FSSTATUS_SUCCESS;
 }
 
 FBR_STATUS ReadKeyOf(ClusterStore& store, const OpenedKey& key, KeyRecord* record) {
@@ -43,7 +76,7 @@ FBR_STATUS ReadKeyOf(ClusterStore& store, const OpenedKey& key, KeyRecord* recor
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
     if (reply.found.empty()) return WhyMissing(store, key);
     if (!ReadKeyRecord(reply.found[0].value, record)) return store.Damaged(name);
-    return CheckParent(store, key, reply.found[0]);
+    return CheckPlace(store, key, reply.found[0]);
 }
 
 bool TimeOf(const RangeReply& made, const RangeReply& changed, platform::UtcTime* time) {

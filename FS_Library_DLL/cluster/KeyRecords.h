@@ -21,10 +21,17 @@ FBR_STATUS ReadKeyOf(ClusterStore& store, const OpenedKey& key, KeyRecord* recor
 // hangs on its parent has lost it.
 FBR_STATUS WhyMissing(ClusterStore& store, const OpenedKey& key) ZRFS_REQUIRES(store.lock);
 
-// FSSTATUS_FILE_CORRUPT where the key's record, which is one or none, tells of another parent than
-// it was found below: whoever follows such records may go in a circle.
-FBR_STATUS CheckParent(ClusterStore& store, const OpenedKey& key, const KeyValue& record)
+// Where a key is: below which one, by which name. Of all records that lead to a key only one does
+// from the place that the key's own record tells, so no walk comes to a key by two ways.
+std::string PlaceText(const std::string& parent, platform::WStringView name);
+std::string PlaceOf(const OpenedKey& key);
+
+// FSSTATUS_FILE_CORRUPT where the key's record, which is one or none, tells of another place than
+// it was found at, unless somebody renamed it since.
+FBR_STATUS CheckPlace(ClusterStore& store, const OpenedKey& key, const KeyValue& record)
     ZRFS_REQUIRES(store.lock);
+// FSSTATUS_FILE_CORRUPT for a key that was come to in a circle.
+FBR_STATUS CheckWay(ClusterStore& store, const OpenedKey& key) ZRFS_REQUIRES(store.lock);
 
 // When something in a key changed last, by its record and that of its time, if there is one. False
 // where one of them is none.

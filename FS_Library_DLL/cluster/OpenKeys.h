@@ -9,11 +9,30 @@
 
 namespace cluster {
 
+// The keys on a way down, of which it remembers one, and after twice as many steps a later one: of
+// those in a circle each comes again and again, so it meets one before long.
+class WayDown {
+  public:
+    void Step(const std::string& id) {
+        isCircle_ = isCircle_ || id == remembered_;
+        if (++steps_ != next_) return;
+        remembered_ = id;
+        next_ *= 2;
+    }
+    bool IsCircle() const { return isCircle_; }
+
+  private:
+    std::string remembered_;
+    uint64_t steps_ = 0, next_ = 1;
+    bool isCircle_ = false;
+};
+
 struct OpenedKey {
     std::string id;
     WString path;  // with a leading backslash; empty for the root
     int64_t lease = 0;
     std::string parent = {};  // its id; empty for the root
+    WayDown way = {};         // that it was opened by
 };
 
 class OpenKeys {

@@ -11,10 +11,16 @@
 #include <set>
 
 #include "FS_Library_DLL/LockWait.h"
+#include "Shared/logging/Logger.h"
+#include "platform/LockWaitLimit.h"
+
+#undef ZRFS_LOG_FILE
+#define ZRFS_LOG_FILE "FS_Library_DLL/ClusterStore"  // a loss, as of any other record
 
 using platform::Mutex;
 using platform::MutexGuard;
 using platform::MutexWait;
+using Varnhold::Hob::Detail::kError;
 
 namespace cluster {
 namespace {
@@ -67,7 +73,7 @@ void Remember(const std::string& holder, pid_t thread, bool holds) {
 FBR_STATUS StoreLock::Take(uint32_t type, bool* isLeft) {
     *isLeft = false;
     if (type < FBR_LOCK_WRITE || type > FBR_LOCK_READ) return FSSTATUS_LOCK_FAILED;
-    const auto until = Clock::now() + Milliseconds(LockWaitMilliseconds());
+    const auto until = Clock::now() + Milliseconds(platform::LockWaitOf(LockWaitMilliseconds()));
     const pid_t me = gettid();
     std::optional<Fence> left;  // by a thread that ended
     {
@@ -165,7 +171,16 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
             return FSSTATUS_SUCCESS;
         }
         LockRecord other;
-        if (ReadLock(record.value, &other) && IsMine(other.holder)) break;
+        if (!record.value.empty() || record.created != 0) {
+            if (!ReadLock(record.value, &other)) {
+                ZRFS_LOG(kError, "StoreLock::Acquire",
+                         "The record {} at {} is no lock of a store: delete it", names_.Lock(),
+                         settings_->Endpoints());
+                status = FSSTATUS_FILE_CORRUPT;
+                break;
+            }
+            if (IsMine(other.holder)) break;
+        }
         const auto left = std::chrono::floor<Milliseconds>(until - Clock::now());
         if (left.count() <= 0) break;
         if (!told && LockWaitCallback() != nullptr) LockWaitCallback()();
@@ -188,34 +203,41 @@ FBR_STATUS StoreLock::Release() {
         if (!isLost) types_.pop_back();
         if (!isLost && !types_.empty()) return FSSTATUS_SUCCESS;
     }
-    return Drop() ? FSSTATUS_SUCCESS : FSSTATUS_LOCK_FAILED;
+    return Drop();
 }
 
-bool StoreLock::Drop() {
+FBR_STATUS StoreLock::Drop() {
     std::optional<Fence> fence;
-    bool isOurs = false;
+    bool isLost = false;
     {
         const MutexGuard guard(lock_);
-        if (!isTaken_) return false;
+        if (!isTaken_) return FSSTATUS_LOCK_FAILED;
         types_.clear();
         fence.swap(fence_);
-        isOurs = fence && !isLost_;
+        isLost = !fence || isLost_;
         if (fence) Remember(fence->record.holder, owner_, false);
     }
-    if (fence && !GiveBack(fence->lease)) isOurs = false;
+    const FBR_STATUS status = fence ? GiveBack(fence->lease) : FSSTATUS_LOCK_FAILED;
     const MutexGuard guard(lock_);
     isTaken_ = false;
     freed_.notify_one();
-    return isOurs;
+    return isLost ? FSSTATUS_LOCK_FAILED : status;
 }
 
-// A cluster that is not there takes it when its time is over. False when it was lost before.
-bool StoreLock::GiveBack(int64_t lease) {
+// A cluster that is not there takes it when its time is over.
+FBR_STATUS StoreLock::GiveBack(int64_t lease) {
     const bool isLost = leases_.IsLost(lease);
     leases_.Forget(lease);
-    if (isLost) return false;
+    if (isLost) return FSSTATUS_LOCK_FAILED;
     api_->SetPatience(Milliseconds(3000));
-    return api_->Revoke(lease) != Outcome::NoSuchLease;
+    switch (api_->Revoke(lease)) {
+        case Outcome::Answered:
+            return FSSTATUS_SUCCESS;
+        case Outcome::NoSuchLease:
+            return FSSTATUS_LOCK_FAILED;
+        default:
+            return FSSTATUS_FAILED;
+    }
 }
 
 uint32_t StoreLock::Type() const {

@@ -39,9 +39,9 @@ class StoreLock {
     // wait holds nothing that others of this store might want.
     FBR_STATUS Take(uint32_t type, bool* isLeft);
     FBR_STATUS Release();
-    // Whatever thread has it; others may take it then.
-    // False when it was lost before.
-    bool Drop();
+    // Whatever thread has it; others may take it then. FSSTATUS_LOCK_FAILED when it was lost
+    // before, FSSTATUS_FAILED when it may only end with its lease.
+    FBR_STATUS Drop();
     // As of EtcdHttp, in the child of a fork.
     void CloseSockets() {
         if (api_ != nullptr) api_->CloseSockets();
@@ -61,7 +61,7 @@ class StoreLock {
     bool OwnerLives() const;
     Outcome TryOnce(const Fence& wanted, TransactionReply* reply);
     bool MakeFence(const KeyValue& record, const Fence& wanted);
-    bool GiveBack(int64_t lease);
+    FBR_STATUS GiveBack(int64_t lease);
 
     const std::shared_ptr<const EtcdSettings> settings_;
     const RecordNames& names_;

@@ -268,6 +268,12 @@ TEST_F(ClusterContent, BrokenLinksAreToldAndCanBeRemoved) {
         EXPECT_EQ(Check(""), FSSTATUS_SUCCESS);
         EXPECT_TRUE(store.Has("top\\mid\\leaf") && store.Has("other\\below"));
     }
+    // Nor is one way by another name.
+    const std::string twin = prefix + "/c/" + top + "/twin";
+    records.Put(twin, cluster::ChildText({mid.id, Text("twin")}));
+    isTold("top\\twin", twin);
+    EXPECT_EQ(store.DeleteTree("top\\twin"), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(store.Has("top\\mid\\leaf"));
     // A record that is missing is made anew by a compaction, and what hangs on it is all there.
     const std::string own = prefix + "/k/" + mid.id;
     records.Delete(own);
@@ -291,6 +297,50 @@ TEST_F(ClusterContent, BrokenLinksAreToldAndCanBeRemoved) {
 }
 
 // Settings that are none are told by name and line, and blanks and line ends of any system are not.
+// Where each record of a circle is as it must be, only the way shows it.
+TEST_F(ClusterContent, AWayInACircleEnds) {
+    ASSERT_EQ(store.TryMake("top\\mid"), FSSTATUS_SUCCESS);
+    const std::string top = IdOf("top");
+    cluster::ChildRecord mid;
+    ASSERT_TRUE(
+        cluster::ReadChild(records.Below(prefix + "/c/" + top + "/mid")[0].value, "mid", &mid));
+    records.Put(prefix + "/c/" + mid.id + "/top", cluster::ChildText({top, Text("top")}));
+    records.Put(prefix + "/k/" + top, cluster::KeyText({mid.id, Text("top"), {}}));
+    for (const bool isLocked : {true, false}) {
+        store.Unlock();
+        if (isLocked) store.Lock();
+        std::string path = "top\\mid";
+        FBR_STATUS status = FSSTATUS_NO_MORE_ENTRIES;
+        for (int turn = 0; turn < 9 && status != FSSTATUS_FILE_CORRUPT; ++turn) {
+            path += "\\top\\mid";
+            support::Names names;
+            const OpenKey key(store.handle, store.Open(path));
+            status = FBR_EnumerateAllKeys(key, names, store.handle);
+        }
+        EXPECT_EQ(status, FSSTATUS_FILE_CORRUPT);
+    }
+    store.Lock();
+    EXPECT_EQ(Check(prefix + "/c/0/top"), FSSTATUS_FILE_CORRUPT);
+    uint32_t done = 0;
+    EXPECT_EQ(FBR_Compact(store.handle, &done), FSSTATUS_FILE_CORRUPT);
+    EXPECT_EQ(store.DeleteTree("top"), FSSTATUS_SUCCESS);
+    EXPECT_EQ(FBR_Compact(store.handle, &done), FSSTATUS_SUCCESS);
+    EXPECT_TRUE(records.Below(prefix + "/c/").empty());
+}
+
+TEST_F(ClusterContent, ALockThatIsNoneIsTold) {
+    store.Unlock();
+    for (const char* text : {"", "none", "{}"}) {
+        records.Put(prefix + "/lock", text);
+        const LogCapture log;
+        EXPECT_EQ(store.Lock(), FSSTATUS_FILE_CORRUPT) << text;
+        EXPECT_TRUE(IsTold(log, prefix + "/lock")) << text;
+        EXPECT_EQ(Check(prefix + "/lock"), FSSTATUS_FILE_CORRUPT) << text;
+    }
+    records.Delete(prefix + "/lock");
+    EXPECT_EQ(store.Lock(), FSSTATUS_SUCCESS);
+}
+
 TEST(ClusterSettings, EachLineIsTakenOrTold) {
     const support::TempDir folder;
     const std::string file = (folder / "settings").string();
