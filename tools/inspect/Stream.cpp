@@ -133,7 +133,12 @@ bool Reader::FindListed() {
             const uint32_t page = LoadU32(list.data(), at);
             if (page == 0) continue;
             if (!Enter(page, storage::kDataPage)) return false;
-            pages_.emplace(level, page);
+            // One that says of both its places that they are elsewhere has another one's bytes.
+            if (Word(offsetof(storage::PageHeader, level)) == level ||
+                Word(offsetof(storage::PageHeader, pageNumber)) == page)
+                pages_.emplace(level, page);
+            else
+                broken_ = true;
         }
         number = LoadU32(list.data(), offsetof(storage::PageHeader, nextPage));
     }
@@ -142,11 +147,13 @@ bool Reader::FindListed() {
 
 void Reader::FindPages() {
     const bool sound = FindChained();
-    if (sound && pages_.size() >= Levels()) return;
+    const bool isBeyond = !pages_.empty() && pages_.rbegin()->first >= Levels();
+    if (sound && !isBeyond && pages_.size() >= Levels()) return;
     const auto chained = std::exchange(pages_, {});
     if (FindListed()) return;
     pages_ = chained;
-    broken_ = !sound;  // or there are holes
+    // Or there are holes.
+    broken_ = !sound || isBeyond;
     for (const auto& [id, level, number] : objects_.DataPagesOf(object_.id)) TakePage(number);
 }
 
