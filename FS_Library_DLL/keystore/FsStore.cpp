@@ -180,22 +180,12 @@ Status MakeStore(const WChar* path, FsStoreContext* context) {
     return MakeStoreAt(path, beside, context);
 }
 
-// What may not be looked at may still be opened.
-bool IsMissing(const WChar* path) {
-    const platform::Error error = platform::ProbePath(path);
-    return error != platform::kErrorSuccess && error != platform::kErrorAccessDenied;
-}
-
-// Mostly it is there. An engine of somebody else is not asked for what is not.
 Status CreateOrOpen(const WChar* path, FsStoreContext* context) {
     if (path[0] == 0) return storage::kInvalid;
-    Status code = static_cast<Status>(platform::kErrorFileNotFound);
-    if (FsHasOwnEngine()) code = OpenExisting(path, context);
-    if (code == storage::kOk || context->container != nullptr) return code;
-    if (IsMissing(path)) return MakeStore(path, context);
-    const bool appeared = code == static_cast<Status>(platform::kErrorFileNotFound) ||
-                          code == static_cast<Status>(platform::kErrorPathNotFound);
-    return appeared ? OpenExisting(path, context) : code;
+    // What may not be looked at may still be opened.
+    const platform::Error error = platform::ProbePath(path);
+    const bool missing = error != platform::kErrorSuccess && error != platform::kErrorAccessDenied;
+    return missing ? MakeStore(path, context) : OpenExisting(path, context);
 }
 
 Status Initialise(const WChar* path, FsStoreContext** out) {
