@@ -6,8 +6,8 @@
 #include <unordered_map>
 
 #include "FS_Library_DLL/cluster/ClusterDelete.h"
-#include "FS_Library_DLL/cluster/KeyRecords.h"
 #include "FS_Library_DLL/cluster/ClusterWalk.h"
+#include "FS_Library_DLL/cluster/KeyRecords.h"
 
 namespace cluster {
 namespace {
