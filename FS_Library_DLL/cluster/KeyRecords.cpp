@@ -5,24 +5,21 @@ namespace cluster {
 
 namespace {
 
-// The record that leads from its parent to a key; empty for the root.
-std::string ChildRecordOf(const ClusterStore& store, const OpenedKey& key) {
-    if (key.id == kRootId) return "";
-    return store.names.Child(key.parent, FoldedText(key.path.substr(key.path.rfind('\\') + 1)));
+// The name that a key was opened by.
+platform::WStringView NameOf(const OpenedKey& key) {
+    return platform::WStringView(key.path).substr(key.path.rfind('\\') + 1);
 }
 
-// Whether the record by which the key was found leads to it, still.
-FBR_STATUS StillLeads(ClusterStore& store, const OpenedKey& key, bool* leads)
-    ZRFS_REQUIRES(store.lock) {
-    const std::string record = ChildRecordOf(store, key);
-    RangeReply reply;
-    const Outcome outcome = store.Api().Range({{record}}, &reply);
+// The record that leads from its parent to a key; empty for the root.
+std::string ChildRecordOf(const ClusterStore& store, const OpenedKey& key) {
+    return key.id == kRootId ? "" : store.names.Child(key.parent, FoldedText(NameOf(key)));
+}
+
+// Whether that record, as it was found, leads to the key.
+bool Leads(const RangeReply& record, const OpenedKey& key) {
     ChildRecord child;
-    *leads =
-        outcome == Outcome::Answered && !reply.found.empty() &&
-        ReadChild(reply.found[0].value, RestOf(record, store.names.Children(key.parent)), &child) &&
-        child.id == key.id;
-    return store.StatusOf(outcome);
+    return !record.found.empty() &&
+           ReadChild(record.found[0].value, FoldedText(NameOf(key)), &child) && child.id == key.id;
 }
 
 }  // namespace
@@ -33,7 +30,7 @@ std::string PlaceText(const std::string& parent, platform::WStringView name) {
 
 std::string PlaceOf(const OpenedKey& key) {
     if (key.id == kRootId) return "";
-    return PlaceText(key.parent, platform::WStringView(key.path).substr(key.path.rfind('\\') + 1));
+    return PlaceText(key.parent, NameOf(key));
 }
 
 FBR_STATUS CheckWay(ClusterStore& store, const OpenedKey& key) {
@@ -48,11 +45,7 @@ FBR_STATUS WhyMissing(ClusterStore& store, const OpenedKey& key) {
     TransactionReply reply;
     const Outcome outcome = store.Api().Do(look, &reply);
     if (outcome != Outcome::Answered) return store.StatusOf(outcome);
-    ChildRecord child;
-    const bool isLost = reply.results[0].found.empty() && !reply.results[1].found.empty() &&
-                        ReadChild(reply.results[1].found[0].value,
-                                  RestOf(record, store.names.Children(key.parent)), &child) &&
-                        child.id == key.id;
+    const bool isLost = reply.results[0].found.empty() && Leads(reply.results[1], key);
     return isLost ? store.Damaged(own) : FSSTATUS_NOT_FOUND;
 }
 
@@ -61,12 +54,13 @@ FBR_STATUS CheckPlace(ClusterStore& store, const OpenedKey& key, const KeyValue&
     if (key.id == kRootId) return FSSTATUS_SUCCESS;
     if (!ReadKeyRecord(record.value, &told)) return store.Damaged(record.key);
     if (PlaceText(told.parent, told.name) == PlaceOf(key)) return FSSTATUS_SUCCESS;
-    bool isElsewhere = told.parent != key.parent;
-    if (!isElsewhere) {
-        const FBR_STATUS status = StillLeads(store, key, &isElsewhere);
-        if (status != FSSTATUS_SUCCESS) return status;
-    }
-    return isElsewhere ? store.Damaged(ChildRecordOf(store, key)) : FSSTATUS_SUCCESS;
+    const std::string found = ChildRecordOf(store, key);
+    if (told.parent != key.parent) return store.Damaged(found);
+    // Renamed, unless the old name leads here as well.
+    RangeReply reply;
+    const Outcome outcome = store.Api().Range({{found}}, &reply);
+    if (outcome != Outcome::Answered) return store.StatusOf(outcome);
+    return Leads(reply, key) ? store.Damaged(found) : FSSTATUS_SUCCESS;
 }
 
 FBR_STATUS ReadKeyOf(ClusterStore& store, const OpenedKey& key, KeyRecord* record) {

@@ -15,7 +15,7 @@
 #include "platform/LockWaitLimit.h"
 
 #undef ZRFS_LOG_FILE
-#define ZRFS_LOG_FILE "FS_Library_DLL/ClusterStore"  // a loss, as of any other record
+#define ZRFS_LOG_FILE "FS_Library_DLL/StoreLock"
 
 using platform::Mutex;
 using platform::MutexGuard;
@@ -171,7 +171,7 @@ FBR_STATUS StoreLock::Acquire(Clock::time_point until, bool* isLeft) {
             return FSSTATUS_SUCCESS;
         }
         LockRecord other;
-        if (!record.value.empty() || record.created != 0) {
+        if (record.created != 0) {
             if (!ReadLock(record.value, &other)) {
                 ZRFS_LOG(kError, "StoreLock::Acquire",
                          "The record {} at {} is no lock of a store: delete it", names_.Lock(),

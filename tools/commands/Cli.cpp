@@ -367,7 +367,8 @@ void Cli::HearWarnings() {
                 file == "offreg/OfflineRegistry" || file == "FS_Library_DLL/ClusterStore";
             const bool heard = loss || file == "FS_Library_DLL/FsOfflineRegistryImpl" ||
                                file == "FS_Library_DLL/EtcdHttp" ||
-                               file == "FS_Library_DLL/FsClusterImpl";
+                               file == "FS_Library_DLL/FsClusterImpl" ||
+                               file == "FS_Library_DLL/StoreLock";
             if (!heard) return;
             if (std::exchange(last, record.message) == record.message) return;  // tried again
             const int status = Report(WithReason(record.message).c_str(), kExitFailed);

@@ -68,9 +68,10 @@ std::string ExitStatusLines(const std::string& no) {
 
 std::string HelpFooter(const CLI::App& all, const Notes& notes, bool examples) {
     std::string text = "With every command:\n" + OptionLines(all);
-    if (examples) text += "\nExamples:\n";
-    for (size_t i = 0; examples && i < notes.examples.size(); ++i)
-        text += "  " + notes.examples[i] + "\n";
+    if (examples) {
+        text += "\nExamples:\n";
+        for (const std::string& example : notes.examples) text += "  " + example + "\n";
+    }
     text += "\nExit status:\n" + ExitStatusLines(notes.no);
     text.pop_back();
     return text;

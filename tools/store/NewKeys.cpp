@@ -29,10 +29,11 @@ bool NewKeys::DeleteEmpty(const WString& path) const {
 }
 
 NewKeys::~NewKeys() {
+    if (uppermost_ == 0) return;
     try {
-        size_t end = uppermost_ == 0 ? 0 : path_.size();
-        while (end >= std::max<size_t>(uppermost_, 1) && DeleteEmpty(path_.substr(0, end)))
-            end = end == uppermost_ ? 0 : path_.rfind('\\', end - 1);
+        for (size_t end = path_.size(); DeleteEmpty(path_.substr(0, end));
+             end = path_.rfind('\\', end - 1))
+            if (end <= uppermost_) return;
     } catch (const std::exception&) {
         // the failure that led here is the one to tell
     }
