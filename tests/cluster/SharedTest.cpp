@@ -68,10 +68,14 @@ TEST(ClusterAccess, OverTlsBothSidesShowWhoTheyAre) {
     const Variable patience("ZRFS_ETCD_PATIENCE", "1");
     // What is wrong is told by what a person has to look at.
     const auto isTold = [](const platform::WString& where, const char* words) {
-        const LogCapture log;
-        const FBR_STATUS status = Opened(where);
-        const std::string told =
-            std::to_string(status) + ' ' + (log.lines.empty() ? "" : log.lines.back().message);
+        std::string told;
+        // A busy machine may need longer than the second that is waited here.
+        for (int turn = 0; turn < 20 && (turn == 0 || told.find("Timeout") != told.npos); ++turn) {
+            const LogCapture log;
+            const FBR_STATUS status = Opened(where);
+            told =
+                std::to_string(status) + ' ' + (log.lines.empty() ? "" : log.lines.back().message);
+        }
         EXPECT_TRUE(std::regex_search(told, std::regex(words))) << told;
     };
     isTold(path, "^1 .*CACERT names its authority");
