@@ -10,19 +10,22 @@
 #include "FS_Library_DLL/cluster/Base64.h"
 #include "include/ZrFsTypes.h"
 
+using nlohmann::json;
 using platform::UtcTime;
 using platform::WChar;
 
 namespace cluster {
 namespace {
 
-using json = nlohmann::ordered_json;  // a person reads the name first
+// For a person, who reads the name first. What others wrote is read without an order, which would
+// take the square of a record's members.
+using Written = nlohmann::ordered_json;
 
-std::string Text(const json& record) {
-    return record.dump(-1, ' ', false, json::error_handler_t::replace);
+std::string Text(const Written& record) {
+    return record.dump(-1, ' ', false, Written::error_handler_t::replace);
 }
 
-bool Parse(std::string_view text, json* record) {
+bool ParseRecord(std::string_view text, json* record) {
     *record = json::parse(text, nullptr, false);
     return record->is_object();
 }
@@ -77,8 +80,8 @@ size_t NumberBytes(uint32_t type) {
 }
 
 // Strings that end in a zero each, and one zero more.
-bool TextsOf(const WString& text, json* list) {
-    *list = json::array();
+bool TextsOf(const WString& text, Written* list) {
+    *list = Written::array();
     for (size_t start = 0; start + 1 < text.size();) {
         const size_t end = text.find(WChar{0}, start);
         if (end == WString::npos || end == start) return false;
@@ -92,13 +95,13 @@ bool TextsOf(const WString& text, json* list) {
 // What nobody reads anyhow, and might grow as text past what a request may have.
 constexpr size_t kMostTextBytes = 64 * 1024;
 
-void PutData(const ValueRecord& value, json* record) {
+void PutData(const ValueRecord& value, Written* record) {
     if (value.data.size() > kMostTextBytes) {
         (*record)["data"] = ToBase64(value.data);
         return;
     }
     WString text;
-    json list;
+    Written list;
     const size_t numberBytes = NumberBytes(value.type);
     if (IsText(value.type) && UnitsOf(value.data, &text) && !text.empty() &&
         text.find(WChar{0}) == text.size() - 1) {
@@ -161,7 +164,7 @@ std::string ChildText(const ChildRecord& child) {
 
 bool ReadChild(std::string_view text, std::string_view folded, ChildRecord* child) {
     json record;
-    return Parse(text, &record) && Read(record, "id", &child->id) && IsId(child->id) &&
+    return ParseRecord(text, &record) && Read(record, "id", &child->id) && IsId(child->id) &&
            child->id != kRootId && ReadNameField(record, &child->name) && !child->name.empty() &&
            child->name.find('\\') == WString::npos && FoldedText(child->name) == folded;
 }
@@ -178,7 +181,7 @@ std::string RootText(const UtcTime& made) {
 bool ReadKeyRecord(std::string_view text, KeyRecord* key) {
     json record;
     std::string made;
-    if (!Parse(text, &record) || !Read(record, "made", &made) || !ReadTime(made, &key->made))
+    if (!ParseRecord(text, &record) || !Read(record, "made", &made) || !ReadTime(made, &key->made))
         return false;
     key->parent.clear();
     key->name.clear();
@@ -190,7 +193,7 @@ bool ReadKeyRecord(std::string_view text, KeyRecord* key) {
 bool ReadLayout(std::string_view text, int* layout) {
     json record;
     uint64_t number = 0;
-    if (!Parse(text, &record) || !Read(record, "layout", 1 << 30, &number)) return false;
+    if (!ParseRecord(text, &record) || !Read(record, "layout", 1 << 30, &number)) return false;
     *layout = static_cast<int>(number);
     return true;
 }
@@ -202,7 +205,7 @@ std::string GoneText(const std::string& parent) {
 std::string ReadGone(std::string_view text) {
     json record;
     std::string parent;
-    return Parse(text, &record) && Read(record, "parent", &parent) ? parent : "";
+    return ParseRecord(text, &record) && Read(record, "parent", &parent) ? parent : "";
 }
 
 std::string TimeText(const UtcTime& time) {
@@ -224,7 +227,7 @@ bool ReadTime(std::string_view text, UtcTime* time) {
 }
 
 std::string ValueText(const ValueRecord& value) {
-    json record = {{"name", NameText(value.name)}, {"type", value.type}};
+    Written record = {{"name", NameText(value.name)}, {"type", value.type}};
     if (value.pieces.empty()) {
         PutData(value, &record);
     } else {
@@ -239,7 +242,7 @@ bool ReadValue(std::string_view text, std::string_view folded, ValueRecord* valu
     json record;
     uint64_t type = 0;
     *value = {};
-    if (!Parse(text, &record) || !Read(record, "type", kMost, &type) ||
+    if (!ParseRecord(text, &record) || !Read(record, "type", kMost, &type) ||
         !ReadNameField(record, &value->name) || FoldedText(value->name) != folded)
         return false;
     value->type = static_cast<uint32_t>(type);
@@ -253,7 +256,7 @@ bool ReadValue(std::string_view text, std::string_view folded, ValueRecord* valu
 
 bool ReadValueName(std::string_view text, std::string_view folded, WString* name) {
     json record;
-    return Parse(text, &record) && ReadNameField(record, name) && FoldedText(*name) == folded;
+    return ParseRecord(text, &record) && ReadNameField(record, name) && FoldedText(*name) == folded;
 }
 
 std::string LockText(const LockRecord& lock, const UtcTime& since) {
@@ -265,7 +268,7 @@ std::string LockText(const LockRecord& lock, const UtcTime& since) {
 
 bool ReadLock(std::string_view text, LockRecord* lock) {
     json record;
-    return Parse(text, &record) && Read(record, "holder", &lock->holder) &&
+    return ParseRecord(text, &record) && Read(record, "holder", &lock->holder) &&
            Read(record, "change", &lock->change);
 }
 

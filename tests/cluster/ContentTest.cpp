@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What lies on the cluster: long and many values, what writers left that died, and records that
 // nobody of ours wrote.
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 
@@ -194,6 +195,11 @@ TEST_F(ClusterContent, RecordsThatAreNoneAreToldByTheirNames) {
         if (std::string(text).find("\"name\":\"v\"") > 200)
             isTold(value, text, list, FSSTATUS_NO_MORE_ENTRIES);
     }
+    std::string many = "{";  // takes no square of them
+    for (int i = 0; i < 100000; ++i) many += '"' + std::to_string(i) + "\":1,";
+    const auto began = std::chrono::steady_clock::now();
+    isTold(value, many + "\"name\":\"w\"}", query);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
     const auto open = [&] { return store.TryOpen("bad\\below"); };
     for (const char* text :
          {"", R"({"name":"bad"})", R"({"name":"bad","id":"0"})",
