@@ -15,4 +15,7 @@ inline constexpr WChar kHostSeparator = '/';
 // In front of a path that Windows is to take as it stands, however long it is.
 inline constexpr WStringView kLongPathPrefix = WTEXT("\\\\?\\");
 
+// Units of the longest of its paths, and a zero.
+inline constexpr uint32_t kLongestPath = 32768;
+
 }  // namespace platform

@@ -8,21 +8,12 @@
 
 #include "platform/HeapObject.h"
 #include "platform/Hooks.h"
+#include "platform/OutcomeWindows.h"
 #include "platform/Resources.h"
 #include "platform/RootFolder.h"
 
 namespace platform {
 namespace {
-
-Error Failure() {
-    const Error error = ::GetLastError();
-    return error != kErrorSuccess ? error : kErrorGenFailure;
-}
-
-Error Leave(Error error) {
-    ::SetLastError(error);
-    return error;
-}
 
 // Transfers move the one position of the file and go on from there. An OVERLAPPED offset would
 // spare the seek, but costs several times more than both calls on some systems.

@@ -6,11 +6,10 @@
 #include <initializer_list>
 #include <new>
 
+#include "platform/HostPath.h"
+
 namespace platform {
 namespace {
-
-constexpr DWORD kLongestPath = 32768;
-constexpr WStringView kVerbatim = L"\\\\?\\";
 
 // Without `.` and `..` and, unless it is verbatim, without what the system takes off a name or
 // takes for a device, which comes out as `\\.\NAME`. Empty on failure.
@@ -24,9 +23,9 @@ WString FullName(const WString& path) {
 // Where the names of files begin: behind the drive, or the sign of a verbatim path and its volume.
 // 0 for what names no file: a device, a stream of a file, a sign of another kind.
 size_t BeginOfNames(const WString& full) {
-    const bool verbatim = full.starts_with(kVerbatim);
+    const bool verbatim = full.starts_with(kLongPathPrefix);
     if (full.starts_with(L"\\\\.\\")) return 0;
-    const size_t begin = verbatim ? kVerbatim.size() : 0;
+    const size_t begin = verbatim ? kLongPathPrefix.size() : 0;
     const bool drive = full.size() > begin + 1 && full[begin + 1] == L':';
     // A colon stands behind the drive's letter and nowhere else.
     if (full.find(L':', begin + (drive ? 2 : 0)) != WString::npos) return 0;
@@ -60,8 +59,8 @@ WString Familiar(const WString& name) {
     WString plain = name;
     if (name.starts_with(kShare)) {
         plain = L"\\\\" + name.substr(kShare.size());
-    } else if (name.size() > 5 && name.starts_with(kVerbatim) && name[5] == L':') {
-        plain = name.substr(kVerbatim.size());
+    } else if (name.size() > 5 && name.starts_with(kLongPathPrefix) && name[5] == L':') {
+        plain = name.substr(kLongPathPrefix.size());
     }
     return FullName(plain) == plain ? plain : name;
 }

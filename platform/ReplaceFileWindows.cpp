@@ -15,11 +15,6 @@ constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELE
 constexpr SECURITY_INFORMATION kMode = DACL_SECURITY_INFORMATION;
 constexpr SECURITY_INFORMATION kOwner = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION;
 
-Error Leave(Error error) {
-    ::SetLastError(error);
-    return error;
-}
-
 uint64_t Joined(DWORD high, DWORD low) {
     return uint64_t{high} << 32 | low;
 }

@@ -5,10 +5,10 @@
 
 #include <new>
 
+#include "platform/HostPath.h"
+
 namespace platform {
 namespace {
-
-constexpr DWORD kLongestPath = 32768;
 
 // The name of what is open, as paths are written; empty on failure.
 WString FinalName(HANDLE file) {

@@ -21,12 +21,6 @@ std::string Escaped(const std::string& text, const char* special, const char* es
     return out;
 }
 
-std::string Joined(const std::vector<std::string>& words, const char* between) {
-    std::string out;
-    for (const std::string& word : words) out += (out.empty() ? "" : between) + word;
-    return out;
-}
-
 std::vector<std::string> CommandNames(const Grammar& grammar) {
     std::vector<std::string> names;
     for (const GrammarCommand& command : grammar.commands) names.push_back(command.name);

@@ -13,10 +13,6 @@ std::vector<std::string> ChoicesIn(const std::string& type) {
     return CLI::detail::split(type.substr(open + 1, close - open - 1), ',');
 }
 
-std::string Joined(const std::vector<std::string>& words, const char* between) {
-    return CLI::detail::join(words, between);
-}
-
 GrammarWord WordOf(const CLI::Option& option) {
     GrammarWord word;
     if (option.get_positional()) {
@@ -40,6 +36,10 @@ bool Begins(const GrammarWord& word, const char* text) {
 }
 
 }  // namespace
+
+std::string Joined(const std::vector<std::string>& words, const char* between) {
+    return CLI::detail::join(words, between);
+}
 
 bool GrammarWord::TakesFile() const {
     return Begins(*this, "STORE") || Begins(*this, "FILE");

@@ -40,6 +40,9 @@ struct Grammar {
 // `notes` are those of the commands, in their order.
 Grammar GrammarOf(const CLI::App& all, const std::deque<Notes>& notes);
 
+// In one text, with `between` between each two.
+std::string Joined(const std::vector<std::string>& words, const char* between);
+
 // "export STORE [KEY] [--format WORD]".
 std::string Synopsis(const GrammarCommand& command);
 

@@ -58,7 +58,7 @@ std::wregex Anywhere(const std::wstring& text) {
 }
 
 // A unit is a character to an expression, as it is to a glob.
-std::wstring Units(WStringView text) {
+std::wstring Wide(WStringView text) {
     return {text.begin(), text.end()};
 }
 
@@ -77,7 +77,7 @@ Pattern Pattern::Piece(WStringView text) {
 Pattern Pattern::Regex(WStringView text) {
     Pattern pattern(Kind::kRegex, text);
     try {
-        pattern.regex_ = Anywhere(Units(text));
+        pattern.regex_ = Anywhere(Wide(text));
     } catch (const std::regex_error& error) {
         const auto code = error.code();
         const char* which = code == std::regex_constants::error_complexity
@@ -93,7 +93,7 @@ Pattern Pattern::Regex(WStringView text) {
 bool Pattern::Fits(WStringView text) const {
     if (kind_ == Kind::kGlob) return IsLike(text, text_);
     if (kind_ == Kind::kRegex)
-        return std::regex_search(Units(text), *regex_, std::regex_constants::match_continuous);
+        return std::regex_search(Wide(text), *regex_, std::regex_constants::match_continuous);
     return Folded(text).find(text_) != WString::npos;
 }
 

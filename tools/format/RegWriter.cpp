@@ -8,6 +8,7 @@
 
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
+#include "tools/format/ValueText.h"
 
 namespace fbr {
 namespace {
@@ -47,12 +48,6 @@ void AppendKeyEscape(WString& out, WChar unit) {
 // What a REGEDIT4 file has as text of its code page.
 bool IsAnsiData(uint32_t type) {
     return type == kRegSz || type == kRegExpandSz || type == kRegMultiSz;
-}
-
-WString Units(const Bytes& data) {
-    WString text(data.size() / 2, WChar{});
-    if (!text.empty()) std::memcpy(text.data(), data.data(), text.size() * 2);
-    return text;
 }
 
 WString QuotedUnits(const Bytes& data) {

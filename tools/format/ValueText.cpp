@@ -22,12 +22,6 @@ bool IsString(uint32_t type) {
     return type == kRegSz || type == kRegExpandSz || type == kRegLink;
 }
 
-WString Units(const Bytes& data) {
-    WString text(data.size() / 2, WChar{});
-    if (!text.empty()) std::memcpy(text.data(), data.data(), text.size() * 2);
-    return text;
-}
-
 // Text without the zeros at its end.
 WString StringOf(const Bytes& data) {
     WString text = Units(data);
@@ -110,6 +104,12 @@ Bytes BytesFromWords(const std::vector<std::string>& words) {
 }
 
 }  // namespace
+
+WString Units(const Bytes& data) {
+    WString text(data.size() / 2, WChar{});
+    if (!text.empty()) std::memcpy(text.data(), data.data(), text.size() * 2);
+    return text;
+}
 
 void AppendHex(std::string& out, const uint8_t* data, size_t size, std::string_view separator) {
     constexpr char kDigits[] = "0123456789abcdef";

@@ -17,6 +17,9 @@ class DataError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// The whole units of the data of a text.
+WString Units(const Bytes& data);
+
 // Appends bytes as pairs of lower-case digits with `separator` between them.
 void AppendHex(std::string& out, const uint8_t* data, size_t size, std::string_view separator);
 

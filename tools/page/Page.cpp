@@ -18,7 +18,7 @@ using platform::WString;
 using platform::WStringView;
 
 // Of one value. Nobody reads more in a browser, and the page stays small enough to be opened.
-constexpr size_t kShownBytes = 65536;
+constexpr size_t kBytesInPage = 65536;
 
 // The template in front of one of its marks, behind another, or whole between two.
 std::string_view Between(std::string_view from, std::string_view to) {
@@ -88,7 +88,7 @@ void Page::Time(const std::string& time) {
 void Page::Data(uint32_t type, const Bytes& data, size_t from) {
     from = std::min(from, data.size());
     line_ += fmt::format(",[{},\"", type);
-    AppendHex(line_, data.data() + from, std::min(data.size() - from, kShownBytes), "");
+    AppendHex(line_, data.data() + from, std::min(data.size() - from, kBytesInPage), "");
     line_ += from == 0 ? fmt::format("\",{}]", data.size())
                        : fmt::format("\",{},{}]", data.size(), from);
 }
@@ -100,7 +100,7 @@ size_t Page::PartThatDiffers(const Bytes& here, const Bytes& there) {
     const auto at =
         static_cast<size_t>(std::mismatch(here.begin(), end, there.begin()).first - here.begin());
     const bool same = at == here.size() && at == there.size();
-    return same || at < kShownBytes ? 0 : (at - kBefore) / kLine * kLine;
+    return same || at < kBytesInPage ? 0 : (at - kBefore) / kLine * kLine;
 }
 
 void Page::Missing() {
