@@ -51,6 +51,16 @@ TEST(RegReader, ReadsEveryEncodingAndLineEnd) {
     EXPECT_EQ(LinesOf(ReadJsonLines("\xEF\xBB\xBF{\"key\":\"\"}\r\n\n")).size(), 1u);
 }
 
+TEST(RegWriter, TheWholeCodePageGoesRound) {
+    std::string all;
+    for (int byte = 1; byte < 256; ++byte) all += static_cast<char>(byte);
+    WString text;
+    fbr::AppendAnsi(text, all);
+    EXPECT_TRUE(fbr::IsAnsi(text));
+    EXPECT_EQ(fbr::Ansi(text), all);
+    EXPECT_FALSE(fbr::IsAnsi(WTEXT("\u0100")));
+}
+
 // Inputs that make a careless reader look again and again over what it has seen.
 TEST(RegReader, TakesTimeInProportionToTheFile) {
     const auto repeated = [](const std::string& text) {
