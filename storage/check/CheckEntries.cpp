@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Second pass: directory entries and their names.
+#include <algorithm>
+
 #include "storage/check/CheckRun.h"
 
 namespace storage {
@@ -45,11 +47,40 @@ uint16_t StreamTypeOf(const DirectoryEntry& entry) {
     return (entry.attributes & kAttrLink) != 0 ? kLinkRecord : kDataRecord;
 }
 
-// The key store makes keys and values, and nothing that is both, hidden or a link.
-uint32_t RightAttributes(const CheckRun* run, const DirectoryEntry& entry) {
-    if (!run->isStore) return entry.attributes;
-    const bool isKey = (entry.attributes & kAttrDirectory) != 0;
-    return (entry.attributes & kAttrInherited) | (isKey ? kAttrDirectory : kAttrFile);
+// The first record of that type, null where there is none.
+const uint8_t* FindRecord(const uint8_t* header, uint32_t pageSize, uint16_t type) {
+    const uint32_t end = std::min<uint32_t>(LoadU16(header, 32), pageSize);
+    for (uint32_t at = kRecordsStart; at + kRecordHeaderSize <= end;) {
+        const uint8_t* const record = header + at;
+        const uint32_t size = LoadU16(record, record::kSize);
+        if (LoadU16(record, record::kType) == type) return record;
+        if (size < kRecordHeaderSize) break;
+        at += size;
+    }
+    return nullptr;
+}
+
+// True when the object has that record, and it leads to what it must.
+bool HasContent(const CheckRun* run, const uint8_t* header, uint16_t type) {
+    const uint8_t* const record = FindRecord(header, run->context->pageSize, type);
+    if (record == nullptr) return false;
+    const uint32_t link = LoadU32(record, record::kLink);
+    return link == 0 || (link < run->pages && run->digests[link].kind == type + kRecordKindBase);
+}
+
+// The key store makes keys and values, and nothing that is both, hidden or a link. A value has
+// data, and a key has none.
+Status RightAttributes(CheckRun* run, DirectoryEntry* entry) {
+    if (!run->isStore) return kOk;
+    constexpr uint8_t kBoth = kMarkData | kMarkList;
+    bool isKey = (entry->attributes & kAttrDirectory) != 0;
+    if ((run->marks[entry->headerPage] & kBoth) == (isKey ? kMarkData : kMarkList)) {
+        const Status status = LoadChecked(run, entry->headerPage, run->other);
+        if (status != kOk) return status;
+        if (HasContent(run, run->other, isKey ? kDataRecord : kDirectoryRecord)) isKey = !isKey;
+    }
+    entry->attributes = (entry->attributes & kAttrInherited) | (isKey ? kAttrDirectory : kAttrFile);
+    return kOk;
 }
 
 // One used entry. `entry` is free afterwards when nothing can be made of it.
@@ -66,15 +97,15 @@ struct EntryCheck {
 Status EntryCheck::CheckName(DirectoryEntry* entry, uint32_t offset) {
     uint32_t length = 0, right = 0;
     storage::CheckName name{0, place.page, offset, entry->fileId, false, false};
-    Status status = PossibleLength(run, *entry, &length);
+    const uint32_t attributes = entry->attributes;
+    Status status = RightAttributes(run, entry);
+    if (status == kOk) status = PossibleLength(run, *entry, &length);
     if (status == kOk) status = JudgeName(run, *entry, length, &name, &right);
     if (status == kOk && right != length) status = JudgeName(run, *entry, right, &name, &length);
     if (status != kOk) return status;
-    const uint32_t attributes = RightAttributes(run, *entry);
     name.changed = right != entry->nameLength;
     if (name.changed || attributes != entry->attributes) TellBadEntry(run, place.page, *entry);
     entry->nameLength = right;
-    entry->attributes = attributes;
     return names->Add(name) ? kOk : kNoMemory;
 }
 
@@ -100,6 +131,13 @@ Status EntryCheck::Check(DirectoryEntry* entry, uint32_t offset) {
 }
 
 }  // namespace
+
+uint8_t RecordMarks(const uint8_t* page, uint32_t pageSize) {
+    const auto mark = [&](uint16_t type, PageMark there) {
+        return FindRecord(page, pageSize, type) != nullptr ? there : 0;
+    };
+    return static_cast<uint8_t>(mark(kDataRecord, kMarkData) | mark(kDirectoryRecord, kMarkList));
+}
 
 Status CheckEntries(CheckRun* run, const EntryPlace& place, ItemList<CheckItem>* work,
                     CheckNames* names, bool* changed) {

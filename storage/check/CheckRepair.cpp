@@ -163,6 +163,8 @@ Status ReadPages(CheckRun* run) {
             const Status status = ReadForCheck(run, page, buffer);
             if (status != kOk) return status;
             std::memcpy(&run->digests[page], buffer, sizeof(PageDigest));
+            if (!isMap && run->digests[page].kind == kHeaderPage)
+                run->marks[page] = RecordMarks(buffer, context->pageSize);
         }
         Tell(run, kCheckRead, page + 1, run->pages);
     }

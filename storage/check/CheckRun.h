@@ -69,6 +69,8 @@ enum PageMark : uint8_t {
     kMarkInUse = 1,    // reached from the root
     kMarkChanged = 2,  // the digest differs from the page
     kMarkLost = 4,     // in use to the map only
+    kMarkData = 8,     // a HeaderPage with a DataRecord
+    kMarkList = 16,    // one with a DirectoryRecord
 };
 
 inline bool IsObjectPage(uint16_t kind) {
@@ -127,6 +129,8 @@ Status CheckMap(CheckRun* run);
 // Writes all that the run found to be changed to the file.
 Status WriteRepair(CheckRun* run);
 
+// kMarkData and kMarkList of a HeaderPage.
+uint8_t RecordMarks(const uint8_t* page, uint32_t pageSize);
 // Walks all that the root reaches. kNotContainer when there is no root.
 Status CheckObjects(CheckRun* run);
 // Gives each of the objects found an id of its own.
