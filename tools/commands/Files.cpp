@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <streambuf>
@@ -77,15 +78,20 @@ class OutputFile::Buffer : public std::streambuf {
 };
 
 OutputFile::OutputFile(const std::string& file, std::initializer_list<std::string> sources)
-    : buffer_(std::make_unique<Buffer>(NotOneOf(file, sources))), stream_(buffer_.get()) {
-    stream_.exceptions(std::ios::badbit);
+    : buffer_(file == "-" ? nullptr : std::make_unique<Buffer>(NotOneOf(file, sources))),
+      stream_(buffer_.get()) {
+    if (buffer_) stream_.exceptions(std::ios::badbit);
 }
 
 OutputFile::~OutputFile() = default;
 
+std::ostream& OutputFile::Stream() {
+    return buffer_ ? stream_ : std::cout;
+}
+
 void OutputFile::Finish() {
     StopIfInterrupted();
-    buffer_->Finish();
+    if (buffer_) buffer_->Finish();
 }
 
 }  // namespace fbr

@@ -17,14 +17,15 @@ namespace fbr {
 // throws what tells it.
 class OutputFile {
   public:
-    // None of `sources`, from which it is made, may be the file that it takes the place of: a
-    // UsageError, and nothing is touched.
+    // "-" is standard output. None of `sources`, from which it is made, may be the file that it
+    // takes the place of: a UsageError, and nothing is touched.
     OutputFile(const std::string& file, std::initializer_list<std::string> sources);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    std::ostream& Stream() { return stream_; }
+    std::ostream& Stream();
+    bool IsOutput() const { return buffer_ == nullptr; }  // the standard one
     void Finish();
 
   private:

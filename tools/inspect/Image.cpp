@@ -67,6 +67,10 @@ void Image::Locate(uint32_t pageSize) {
     if (status == storage::kOk && IsPageShift(shift)) {
         context_->byteSwapped = place.byteSwapped;
         SetPageShift(shift, place.base);
+        // Page 1 stands elsewhere when the size is wrong.
+        if (KindOfPageOne() == storage::kSuperblockPage) return;
+        if (storage::ProbePageShift(file_.get(), place.base, &shift) == storage::kOk)
+            SetPageShift(shift, place.base);
         return;
     }
     status = storage::ProbePageShift(file_.get(), place.base, &shift);
@@ -98,6 +102,10 @@ void Image::SetPageShift(uint32_t shift, uint64_t baseBlock) {
     context_->payloadSize = context_->pageSize - storage::kPageHeaderSize;
     context_->basePage = static_cast<uint32_t>(std::min(base, pages));
     context_->totalPages = static_cast<uint32_t>(pages) - context_->basePage;
+}
+
+uint16_t Image::KindOfPageOne() const {
+    return storage::LoadU16(Page(storage::kSuperblockNumber).data(), 0);
 }
 
 uint32_t Image::PageSize() const {

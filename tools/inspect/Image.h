@@ -57,6 +57,7 @@ class Image {
   private:
     void Locate(uint32_t pageSize);
     void SetPageShift(uint32_t shift, uint64_t baseBlock);
+    uint16_t KindOfPageOne() const;
     [[noreturn]] void Fail(const std::string& why) const;
 
     const std::string name_;
