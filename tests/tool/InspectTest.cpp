@@ -13,6 +13,7 @@
 #include "tools/inspect/Dump.h"
 #include "tools/inspect/Info.h"
 #include "tools/inspect/Picture.h"
+#include "tools/inspect/StoredName.h"
 #include "tools/inspect/Stream.h"
 
 namespace {
@@ -175,9 +176,9 @@ struct LongNames {
         const fbr::Objects objects(image);
         size_t whole = 0;
         for (const fbr::FoundObject& object : objects.All()) {
-            std::string fault;
-            const platform::WString name = objects.NameOf(object, &fault);
             if (object.id == objects.RootId() || object.entryPage == 0) continue;
+            const platform::WString name = objects.NameOf(object);
+            const std::string fault = ReadStoredName(image, objects, object).fault;
             EXPECT_EQ(names.contains(name), fault.empty()) << platform::ToUtf8(name) << fault;
             whole += fault.empty();
         }

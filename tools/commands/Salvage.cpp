@@ -5,6 +5,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <set>
 
 #include "tools/commands/Files.h"
 #include "tools/commands/Inspect.h"
@@ -12,6 +13,8 @@
 #include "tools/commands/TreeProgress.h"
 #include "tools/format/JsonLines.h"
 #include "tools/format/Text.h"
+#include "tools/inspect/PageMap.h"
+#include "tools/inspect/StoredName.h"
 #include "tools/inspect/Stream.h"
 #include "tools/store/Kind.h"
 #include "tools/store/Place.h"
@@ -47,6 +50,34 @@ class Output : public RecordSink {
     uint64_t keys_ = 0, values_ = 0;
 };
 
+WString Numbered(uint32_t id) {
+    const std::string name = fmt::format("?{}", id);
+    return WString(name.begin(), name.end());
+}
+
+// The names of a key's subkeys and values, in which case does not count.
+class Names {
+  public:
+    // False for one that another has in the same stored form.
+    bool Take(WStringView stored) {
+        taken_.insert(Folded(DecodedName(stored)));
+        return stored_.insert(Folded(stored)).second;
+    }
+    // The name or, where a key or a value has that, one that none has.
+    WString Free(WString name) {
+        while (!taken_.insert(Folded(name)).second) name += '?';
+        return name;
+    }
+
+  private:
+    static WString Folded(WStringView name) {
+        WString folded(name);
+        for (WChar& unit : folded) unit = platform::Fold(unit);
+        return folded;
+    }
+    std::set<WString> stored_, taken_;
+};
+
 // Goes through the objects of a container file from the root on, then through those that nothing
 // leads to. Each is met once, whatever refers to it.
 class ContainerSalvage {
@@ -75,10 +106,17 @@ class ContainerSalvage {
         WString path;
         bool rooted;  // entries lead there from the root
     };
+    struct Child {
+        const FoundObject* object;
+        WString name;
+    };
     void Tree(Level root);
     void Tell(const Level& level, std::vector<Level>& keys);
-    void Value(const FoundObject& object, const WString& key);
-    WString KeyName(const FoundObject& object, const WString& above) const;
+    std::vector<Child> Children(const Level& level);
+    void NameChildren(std::vector<Child>& children, const Level& level);
+    std::string NameFault(Child& child, Names& names) const;
+    void Value(const FoundObject& object, WString name, const WString& key);
+    WString PathAtTop(uint32_t id);
 
     const Image& image_;
     const Objects objects_;
@@ -86,23 +124,17 @@ class ContainerSalvage {
     const std::vector<FoundObject>& all_;
     std::vector<bool> met_;
     std::multimap<uint32_t, uint32_t> below_;  // indexes of objects, by the id of their parent
+    Names rootNames_;
+    std::map<uint32_t, WString> tops_;  // keys of the root that stand for what has lost its place
     TreeProgress progress_;
     const OnLoss onLoss_;
     const std::function<void()> step_;
 };
 
-WString Numbered(uint32_t id) {
-    const std::string name = fmt::format("?{}", id);
-    return WString(name.begin(), name.end());
-}
-
-void ContainerSalvage::Value(const FoundObject& object, const WString& key) {
-    std::string fault;
-    WString name = objects_.NameOf(object, &fault);
+void ContainerSalvage::Value(const FoundObject& object, WString name, const WString& key) {
     if (name == kUnnamed) name.clear();
     const std::string shown = fmt::format("value \"{}\" of key {}", Printable(name), ShowKey(key));
-    if (object.entryPage == 0) onLoss_(fmt::format("the name of {} is lost", shown));
-    if (!fault.empty()) onLoss_(fmt::format("the name of {} is damaged: {}", shown, fault));
+    if (object.isMislabeled) onLoss_(fmt::format("the entry of {} says that it is a key", shown));
     const ValueRead value = ValueOf(image_, objects_, object);
     if (!value.found) return onLoss_(fmt::format("left out {}: {}", shown, value.fault));
     if (!value.fault.empty())
@@ -111,46 +143,78 @@ void ContainerSalvage::Value(const FoundObject& object, const WString& key) {
     out_.Value(name, value.type, value.data);
 }
 
-// A name that is lost, or that no path can have, gives way to the number.
-WString ContainerSalvage::KeyName(const FoundObject& object, const WString& above) const {
-    std::string fault;
-    WString name = objects_.NameOf(object, &fault);
-    const bool usable = !name.empty() && name.find(WChar{'\\'}) == name.npos;
-    if (!fault.empty())
-        onLoss_(fmt::format("the name of key {} in key {} is damaged: {}", Printable(name),
-                            ShowKey(above), fault));
-    if (usable && object.entryPage != 0) return name;
-    WString number = Numbered(object.id);
-    if (usable)
-        onLoss_(
-            fmt::format("the name of key {} in key {} is lost", Printable(number), ShowKey(above)));
-    else
-        onLoss_(fmt::format("key {} in key {} cannot be called \"{}\"", Printable(number),
-                            ShowKey(above), Printable(name)));
-    return number;
+// Gives the child its name; where it cannot have that, what is left of it, and tells why.
+std::string ContainerSalvage::NameFault(Child& child, Names& names) const {
+    const FoundObject& object = *child.object;
+    child.name = Numbered(object.id);
+    if (object.entryPage == 0) return "is lost";
+    const StoredName stored = ReadStoredName(image_, objects_, object);
+    const WString name = DecodedName(stored.units);
+    const bool isPath = object.isKey && name.find(WChar{'\\'}) != name.npos;
+    if (!isPath) child.name.insert(0, name);
+    if (!stored.fault.empty()) return "is damaged: " + stored.fault;
+    if (isPath) return fmt::format("cannot be \"{}\"", Printable(name));
+    if (!names.Take(stored.units)) return "is that of another";
+    child.name = name;
+    return "";
+}
+
+// Those that are whole first: a name that is made up is none of them.
+void ContainerSalvage::NameChildren(std::vector<Child>& children, const Level& level) {
+    Names ofLevel;
+    Names& names = level.id == objects_.RootId() ? rootNames_ : ofLevel;
+    std::vector<std::pair<Child*, std::string>> faults;
+    for (Child& child : children) {
+        std::string fault = NameFault(child, names);
+        if (!fault.empty()) faults.emplace_back(&child, std::move(fault));
+    }
+    for (const auto& [child, fault] : faults) {
+        child->name = names.Free(std::move(child->name));
+        const std::string name = Printable(child->name);
+        onLoss_(child->object->isKey ? fmt::format("the name of key {} in key {} {}", name,
+                                                   ShowKey(level.path), fault)
+                                     : fmt::format("the name of value \"{}\" of key {} {}", name,
+                                                   ShowKey(level.path), fault));
+    }
+}
+
+// What the page map has for free and no entry leads to was deleted.
+std::vector<ContainerSalvage::Child> ContainerSalvage::Children(const Level& level) {
+    std::vector<Child> children;
+    const auto [from, end] = below_.equal_range(level.id);
+    for (auto at = from; at != end; ++at) {
+        const FoundObject& object = all_[at->second];
+        if (met_[at->second] || !(object.inUse || (level.rooted && object.agrees))) continue;
+        met_[at->second] = true;
+        children.push_back({&object, {}});
+    }
+    NameChildren(children, level);
+    return children;
 }
 
 void ContainerSalvage::Tell(const Level& level, std::vector<Level>& keys) {
     out_.Key(level.path);
-    const auto [from, end] = below_.equal_range(level.id);
-    for (auto at = from; at != end; ++at) {
-        const FoundObject& object = all_[at->second];
-        // What the page map has for free and no entry leads to was deleted.
-        if (met_[at->second] || !(object.inUse || (level.rooted && object.agrees))) continue;
-        met_[at->second] = true;
+    const std::string fault = objects_.ListFaultOf(level.id);
+    if (!fault.empty() && !tops_.contains(level.id))
+        onLoss_(fmt::format("not all of key {} may be here: in its list, {}", ShowKey(level.path),
+                            fault));
+    for (Child& child : Children(level)) {
+        const FoundObject& object = *child.object;
         step_();
         if (!object.isKey) {
-            Value(object, level.path);
+            Value(object, std::move(child.name), level.path);
             continue;
         }
         WString path = level.path;
         if (!path.empty()) path += '\\';
-        path += KeyName(object, level.path);
+        path += child.name;
         if (level.path.size() > kLongestPath) {
-            path = Numbered(object.id);
+            path = PathAtTop(object.id);
             onLoss_(fmt::format("a key below {} is too deep and stands at {}",
                                 ShowKey(level.path.substr(0, kShownPath)), ShowKey(path)));
         }
+        if (object.isMislabeled)
+            onLoss_(fmt::format("the entry of key {} says that it is a value", ShowKey(path)));
         keys.push_back({object.id, std::move(path), level.rooted && object.agrees});
     }
 }
@@ -164,9 +228,21 @@ void ContainerSalvage::Tree(Level root) {
     }
 }
 
+WString ContainerSalvage::PathAtTop(uint32_t id) {
+    const auto at = tops_.find(id);
+    return at != tops_.end() ? at->second : tops_[id] = rootNames_.Free(Numbered(id));
+}
+
 // First what the root leads to, then what is below keys of which there is nothing else, then what
 // is left.
 void ContainerSalvage::Run() {
+    if (all_.empty())
+        throw std::runtime_error(fmt::format(
+            "cannot salvage {}: with pages of {} bytes none of them tells of a key or a value",
+            image_.Name(), image_.PageSize()));
+    if (const uint32_t behind = PagesBehindEnd(image_))
+        onLoss_(fmt::format("{} ends after {}, and {} behind are in use to its page map",
+                            image_.Name(), Counted(image_.PageCount(), "page"), behind));
     Tree({objects_.RootId(), {}, true});
     for (const bool orphans : {true, false}) {
         for (size_t i = 0; i < all_.size(); ++i) {
@@ -175,8 +251,9 @@ void ContainerSalvage::Run() {
             if (orphans && objects_.WithId(object.parent) != nullptr) continue;
             const uint32_t top = orphans || !object.isKey ? object.parent : object.id;
             if (top == object.id) met_[i] = true;
-            onLoss_(fmt::format("key {} is for what has lost its place", ShowKey(Numbered(top))));
-            Tree({top, Numbered(top), false});
+            const WString path = PathAtTop(top);
+            onLoss_(fmt::format("key {} is for what has lost its place", ShowKey(path)));
+            Tree({top, path, false});
         }
     }
 }
@@ -201,7 +278,8 @@ void Salvage(Cli& cli, const SalvageArguments& args) {
         ReadTree(store, {}, out, progress.OnKey(), progress.OnLoss());
     }
     file.Finish();
-    std::cout << fmt::format("{}: {} written to {}\n", args.store, out.Done(), args.file);
+    if (!file.IsOutput())
+        std::cout << fmt::format("{}: {} written to {}\n", args.store, out.Done(), args.file);
 }
 
 }  // namespace
@@ -212,7 +290,8 @@ void AddSalvageCommand(Cli& cli) {
         .Example("fbr salvage damaged.fbr rest.jsonl")
         .Example("fbr salvage NTUSER.DAT rest.jsonl 2> lost.txt")
         .Text("STORE", args->store, Need::kRequired, "the container's or the hive's file")
-        .Text("FILE", args->file, Need::kRequired, "the file to write, for fbr import")
+        .Text("FILE", args->file, Need::kRequired,
+              "the file to write, for fbr import; - is standard output")
         .Number("--page-size", args->pageSize, kPageSizeHelp)
         .Does([&cli, args] { Salvage(cli, *args); });
 }

@@ -45,6 +45,17 @@ bool HasRecord(const PageBytes& page, uint16_t type) {
     return false;
 }
 
+// The same, and the record leads to what it must.
+bool HasContent(const Image& image, const PageBytes& page, uint16_t type) {
+    uint32_t end = 0;
+    for (const RecordView& record : RecordsOf(page, &end))
+        if (record.type == type)
+            return record.link == 0 ||
+                   (record.link < image.PageCount() &&
+                    KindOf(image.Page(record.link)) == type + storage::kRecordKindBase);
+    return false;
+}
+
 int HexDigit(WChar unit) {
     if (unit >= '0' && unit <= '9') return unit - '0';
     return unit >= 'A' && unit <= 'F' ? unit - 'A' + 10 : -1;
@@ -118,7 +129,7 @@ std::string InWords(const ObjectPath& path) {
            " below " + keyAt(path.key.substr(0, last == WString::npos ? 0 : last));
 }
 
-Objects::Objects(const Image& image) : image_(image), ownerIds_(image.PageCount()) {
+Objects::Objects(const Image& image) : image_(image), ownerIds_(image.PageCount()), lists_(image) {
     if (image.PageCount() <= storage::kSuperblockNumber) return;
     const PageBytes super = image.Page(storage::kSuperblockNumber);
     const auto root =
@@ -148,6 +159,7 @@ void Objects::Take(uint32_t number, bool inUse) {
     const bool isNumbered = word(offsetof(storage::PageHeader, pageNumber)) == number;
     if (!isNumbered && SlotOf(image_, number) != KindOf(page)) return;
     if (inUse && HasOwner(KindOf(page))) ownerIds_[number] = IdOf(page);
+    if (KindOf(page) == storage::kEntryPage) lists_.Add(number, page);
     TakeEntries(number, page, inUse);
     // The first page of an object is told by its level and by the record that is nowhere else.
     const bool isFirst = level == 0 || HasRecord(page, storage::kFileInfoRecord);
@@ -200,6 +212,7 @@ void Objects::Agree() {
             object.agrees && LoadU32(image_.Page(object.headerPage).data(),
                                      offsetof(storage::PageHeader, prevPage)) == object.entryPage;
     }
+    PlaceByLists();
     std::sort(objects_.begin(), objects_.end(), IsBetter);
     size_t kept = 0;
     for (size_t i = 0; i < objects_.size(); ++i) {
@@ -212,6 +225,42 @@ void Objects::Agree() {
         }
     }
     objects_.resize(kept);
+    JudgeByRecords();
+}
+
+// An entry is in the list that its page is a part of, and what the objects in it say helps to find
+// out which one that is.
+void Objects::PlaceByLists() {
+    for (const FoundObject& object : objects_)
+        if (object.exact)
+            lists_.Vote(object.entryPage, LoadU32(image_.Page(object.headerPage).data(),
+                                                  offsetof(storage::HeaderPageHeader, parentId)));
+    lists_.Settle();
+    for (FoundObject& object : objects_) {
+        const uint32_t owner = object.entryPage == 0 ? 0 : lists_.OwnerOf(object.entryPage);
+        if (owner != 0) object.parent = owner;
+    }
+}
+
+// What has data and no list is a value, what has a list and no data a key, whatever its entry says;
+// but for one that others stand in.
+void Objects::JudgeByRecords() {
+    std::unordered_set<uint32_t> parents;
+    for (const FoundObject& object : objects_) parents.insert(object.parent);
+    for (FoundObject& object : objects_) {
+        if (object.entryPage == 0 || object.headerPage == 0) continue;
+        const PageBytes page = image_.Page(object.headerPage);
+        const bool hasData = HasContent(image_, page, storage::kDataRecord);
+        const bool hasList =
+            HasContent(image_, page, storage::kDirectoryRecord) || parents.contains(object.id);
+        object.isMislabeled = hasData != hasList && object.isKey == hasData;
+        if (object.isMislabeled) object.isKey = !object.isKey;
+    }
+}
+
+std::string Objects::ListFaultOf(uint32_t id) const {
+    const FoundObject* object = WithId(id);
+    return lists_.FaultOf(id, object == nullptr ? 0 : object->headerPage);
 }
 
 const FoundObject* Objects::WithId(uint32_t id) const {
@@ -242,10 +291,9 @@ const FoundObject* Objects::AtEntry(uint32_t page, WStringView stored) const {
     return nullptr;
 }
 
-WString Objects::NameOf(const FoundObject& object, std::string* fault) const {
+WString Objects::NameOf(const FoundObject& object) const {
     if (object.entryPage == 0) return NumberAsName(object.id);
     const StoredName stored = ReadStoredName(image_, *this, object);
-    if (fault != nullptr) *fault = stored.fault;
     const WString name = DecodedName(stored.units);
     return stored.fault.empty() ? name : name + NumberAsName(object.id);
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tools/inspect/Image.h"
+#include "tools/inspect/Lists.h"
 
 namespace fbr {
 
@@ -20,9 +21,10 @@ struct FoundObject {
     uint32_t entryPage = 0;   // where its directory entry is; 0 when there is none
     uint32_t entryOffset = 0;
     bool isKey = false;
-    bool agrees = false;  // the entry and the header page are of one object
-    bool exact = false;   // and each says that the other is theirs
-    bool inUse = false;   // the page map has its page for used, or is damaged there
+    bool isMislabeled = false;  // by its entry, which says that it is the other one
+    bool agrees = false;        // the entry and the header page are of one object
+    bool exact = false;         // and each says that the other is theirs
+    bool inUse = false;         // the page map has its page for used, or is damaged there
 };
 
 struct ObjectPath {
@@ -54,6 +56,8 @@ class Objects {
     std::span<const LeveledPage> DataPagesOf(uint32_t id) const { return Of(id, data_); }
     std::span<const LeveledPage> NamePagesOf(uint32_t id) const { return Of(id, names_); }
     uint32_t RootId() const { return root_; }
+    // Why not all that stands in a key may be here, in words; else empty.
+    std::string ListFaultOf(uint32_t id) const;
     // For each page in use the id of the object that it belongs to, 0 for none.
     const std::vector<uint32_t>& OwnerIds() const { return ownerIds_; }
     // What the page belongs to, also one that is not in use.
@@ -64,9 +68,8 @@ class Objects {
     // Of a path longer than people read, the end.
     ObjectPath PathOf(const FoundObject& object) const;
     // A name that is not to be had is a question mark with the object's number; of one that is not
-    // all there, or of which that is in doubt, what is there stands in front of that, and `fault`
-    // tells why.
-    platform::WString NameOf(const FoundObject& object, std::string* fault = nullptr) const;
+    // all there, or of which that is in doubt, what is there stands in front of that.
+    platform::WString NameOf(const FoundObject& object) const;
 
   private:
     static std::span<const LeveledPage> Of(uint32_t id, const std::vector<LeveledPage>& pages);
@@ -75,12 +78,15 @@ class Objects {
     void TakeEntries(uint32_t number, const PageBytes& page, bool inUse);
     void TakeHeader(uint32_t number, const PageBytes& page, bool inUse);
     void Agree();
+    void PlaceByLists();
+    void JudgeByRecords();
 
     const Image& image_;
     uint32_t root_ = 1;
     std::vector<FoundObject> objects_;
     std::vector<uint32_t> ownerIds_;
     std::vector<LeveledPage> data_, names_;
+    Lists lists_;
 };
 
 // The directory entries that a page has, and where.

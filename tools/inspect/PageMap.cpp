@@ -75,6 +75,17 @@ uint32_t WalkMap(const Image& image, const std::function<void(uint32_t page, Use
     return damaged;
 }
 
+uint32_t PagesBehindEnd(const Image& image) {
+    if (image.PageCount() == 0) return 0;
+    const uint32_t group = image.PageSize() / 2, first = (image.PageCount() - 1) / group * group;
+    const PageBytes map = image.Page(first);
+    if (storage::LoadU16(map.data(), 0) != image.PageShift()) return 0;
+    uint32_t pages = 0;
+    for (uint32_t slot = image.PageCount() - first; slot < group; ++slot)
+        pages += UseOfKind(storage::LoadU16(map.data(), 2 * size_t{slot})) != Use::kFree;
+    return pages;
+}
+
 uint16_t SlotOf(const Image& image, uint32_t page) {
     const uint32_t group = image.PageSize() / 2;
     const PageBytes map = image.Page(page / group * group);

@@ -46,6 +46,8 @@ using UseCounts = std::array<uint64_t, kUses>;
 // Tells `each` the use of every page in turn, as the map has it, or as the page itself has it where
 // its map page is damaged. The number of damaged map pages.
 uint32_t WalkMap(const Image& image, const std::function<void(uint32_t page, Use use)>& each);
+// How many pages behind the end of the file are in use to the map.
+uint32_t PagesBehindEnd(const Image& image);
 // The slot of one page; its map page must be readable.
 uint16_t SlotOf(const Image& image, uint32_t page);
 

@@ -116,19 +116,30 @@ void NameReader::CutToLength() {
                                       : std::min<size_t>(name_.units.size(), entry_.nameLength));
 }
 
-// Up to what no name has, and without the piece of an escape at the end of what was cut.
+// How much of it a store would write: what is not plain it writes as an escape.
+size_t GoodUnits(platform::WStringView units) {
+    constexpr platform::WStringView kBad = WTEXT("\"/\\?*:<>|"), kMarker = WTEXT("#FILE"),
+                                    kDigits = WTEXT("0123456789ABCDEF");
+    size_t at = units.starts_with(kMarker) ? kMarker.size() : 0;
+    while (at < units.size()) {
+        const bool isPlain =
+            platform::IsPrintable(units[at]) && kBad.find(units[at]) == platform::WStringView::npos;
+        const auto digits = units.substr(at, kEscapeUnits).substr(1);
+        const bool isEscape = digits.size() == kEscapeUnits - 1 &&
+                              digits.find_first_not_of(kDigits) == platform::WStringView::npos;
+        if (!isPlain || (units[at] == kEscape && !isEscape)) break;
+        at += units[at] == kEscape ? kEscapeUnits : 1;
+    }
+    return at;
+}
+
+// Up to what no name has, which may be the piece of an escape at the end of what was cut.
 void NameReader::CutToGood() {
-    constexpr platform::WStringView kBad = WTEXT("/\\?*:<>|");
     WString& units = name_.units;
-    const auto bad = std::ranges::find_if(units, [&](WChar unit) {
-        return unit < 32 || kBad.find(unit) != platform::WStringView::npos;
-    });
-    if (bad != units.end()) TellFault("it holds what no name has");
-    units.erase(bad, units.end());
+    const size_t good = GoodUnits(units);
+    if (good != units.size()) TellFault("it holds what no name has");
+    units.resize(good);
     if (units.empty()) TellFault("it is empty");
-    const size_t escape = units.rfind(kEscape);
-    if (!name_.fault.empty() && escape != WString::npos && units.size() - escape < kEscapeUnits)
-        units.resize(escape);
 }
 
 StoredName NameReader::Read() {

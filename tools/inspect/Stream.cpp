@@ -22,8 +22,10 @@ constexpr uint32_t kPlain = 0, kRunLengths = 4;  // methods of coding
 constexpr uint64_t kLargestStream = uint64_t{1} << 32;
 
 struct StreamRead {
-    std::vector<uint8_t> bytes;  // from the start up to what is missing
+    std::vector<uint8_t> bytes;  // from the start up to what is missing, all that is stored
     std::string fault;
+    bool hasSize = false;
+    uint64_t size = 0;  // that the object tells of
 };
 
 // What the header pages of an object tell of its stream.
@@ -110,8 +112,10 @@ bool Reader::Describe() {
 
 // True when it is one that was not taken yet.
 bool Reader::TakePage(uint32_t number) {
-    return Enter(number, storage::kDataPage) &&
-           pages_.emplace(Word(offsetof(storage::PageHeader, level)), number).second;
+    if (!Enter(number, storage::kDataPage)) return false;
+    // A copy of another one stands in the place of one that is lost.
+    if (Word(offsetof(storage::PageHeader, pageNumber)) != number) broken_ = true;
+    return pages_.emplace(Word(offsetof(storage::PageHeader, level)), number).second;
 }
 
 // Each finder is false when not all could be followed.
@@ -153,7 +157,7 @@ void Reader::FindPages() {
     if (FindListed()) return;
     pages_ = chained;
     // Or there are holes.
-    broken_ = !sound || isBeyond;
+    broken_ = broken_ || !sound || isBeyond;
     for (const auto& [id, level, number] : objects_.DataPagesOf(object_.id)) TakePage(number);
 }
 
@@ -168,10 +172,12 @@ bool Reader::Decode(const std::vector<uint8_t>& code, uint64_t largest) {
     return true;
 }
 
-// The pages of one block, of which `first` is the first level. Levels without a page are zeros,
-// unless pages are missing.
+// The pages of one block, of which `first` is the first level. Levels without a page are those that
+// its code does not need, unless pages are missing.
 bool Reader::AddBlock(uint64_t first, uint64_t count) {
     std::vector<uint8_t> bytes, code;
+    const auto begin = pages_.lower_bound(static_cast<uint32_t>(first));
+    if (begin == pages_.end() || begin->first >= first + count) return false;
     for (uint64_t level = first; level < first + count; ++level) {
         const auto at = pages_.find(static_cast<uint32_t>(level));
         if (at == pages_.end()) {
@@ -200,6 +206,8 @@ StreamRead Reader::Read() {
         read_.fault = "the page that describes it is lost";
         return read_;
     }
+    read_.hasSize = stream_.hasSize;
+    read_.size = stream_.size;
     if (stream_.size > std::min(image_.FileSize(), kLargestStream)) {
         read_.fault = fmt::format("it claims {} bytes, more than the store holds", stream_.size);
         stream_.size = std::min(image_.FileSize(), kLargestStream);
@@ -211,19 +219,22 @@ StreamRead Reader::Read() {
             read_.fault = "its code is broken";
     } else {
         FindPages();
-        if (!stream_.hasSize && !pages_.empty())
-            stream_.size = std::min(image_.FileSize(), (pages_.rbegin()->first + 1) * Room());
-        for (uint64_t at = 0; at < Levels(); at += stream_.pagesPerBlock) {
-            if (AddBlock(at, std::min<uint64_t>(stream_.pagesPerBlock, Levels() - at))) continue;
-            read_.fault = fmt::format("page {} of its data is lost", at);
+        const uint64_t stored = pages_.empty() ? 0 : uint64_t{pages_.rbegin()->first} + 1;
+        const uint64_t levels = std::max(stored, Levels());
+        for (uint64_t at = 0; at < levels; at += stream_.pagesPerBlock) {
+            if (AddBlock(at, std::min<uint64_t>(stream_.pagesPerBlock, levels - at))) continue;
+            if (at < Levels()) read_.fault = fmt::format("page {} of its data is lost", at);
             break;
         }
     }
-    const bool isShort = read_.bytes.size() < stream_.size;
-    if (isShort && read_.fault.empty()) read_.fault = "its data ends before its size";
-    // A value tells its size itself, too.
-    if (stream_.hasSize) read_.bytes.resize(std::min<uint64_t>(read_.bytes.size(), stream_.size));
     return read_;
+}
+
+// Both the value and its object tell its size. Where they do not agree, nothing that is stored is
+// left out.
+uint64_t SizeOf(uint64_t told, uint64_t ofObject, uint64_t stored) {
+    const uint64_t larger = std::max(told, ofObject);
+    return larger <= stored ? larger : std::min(told, ofObject);
 }
 
 }  // namespace
@@ -239,8 +250,12 @@ ValueRead ValueOf(const Image& image, const Objects& objects, const FoundObject&
         return value;
     }
     value.type = LoadU32(read.bytes.data(), 0);
-    value.size = LoadU32(read.bytes.data(), 4);
+    const uint32_t told = LoadU32(read.bytes.data(), 4);
     const size_t there = read.bytes.size() - kHead;
+    const uint64_t ofObject = !read.hasSize ? told : read.size < kHead ? 0 : read.size - kHead;
+    value.size = static_cast<uint32_t>(SizeOf(told, ofObject, there));
+    if (told != ofObject && value.fault.empty())
+        value.fault = fmt::format("it says {} of itself, and its object {}", told, ofObject);
     if (value.size > there && value.fault.empty()) value.fault = "its data ends before its size";
     const auto begin = read.bytes.begin() + kHead;
     value.data.assign(begin, begin + static_cast<ptrdiff_t>(std::min<size_t>(value.size, there)));
