@@ -45,8 +45,11 @@ class Store {
     Key create(const Text& path, FBR_CREATEOPTIONS options = FSCREATEOPTIONS_NONE) const {
         return below_root().create(rooted(path), options);
     }
-    // The key and all below it.
+    // The key and all below it. The root is FSSTATUS_INVALID_PARAMETER, for a path that is empty by
+    // a slip would take all along: FBR_DeleteDirNamedEx of "\\" empties a store.
     void remove_tree(const Text& path) const {
+        if (path.wide().find_first_not_of(FBR_WCHAR{'\\'}) == WideString::npos)
+            check(FSSTATUS_INVALID_PARAMETER, "delete the root of a store");
         open(path);  // a container would take a value of the name, too
         check(FBR_DeleteDirNamedEx(rooted(path).c_str(), handle_),
               detail::told("delete key ", path));

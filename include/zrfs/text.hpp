@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Text: UTF-8 or UTF-16 where it goes in, UTF-8 where it comes out. A unit of UTF-16 that has no
 // partner goes through as the three bytes that it would have, and back, so that every name and text
-// of a store comes out, and in again. Other bytes that are no UTF-8 are refused:
-// FSSTATUS_INVALID_NAME.
+// of a store comes out, and in again. Other bytes that are no UTF-8 are refused, also the six of a
+// pair whose units stand one by one: FSSTATUS_INVALID_NAME.
 #ifndef ZRFS_TEXT_HPP
 #define ZRFS_TEXT_HPP
 
@@ -17,6 +17,15 @@ using WideString = std::basic_string<FBR_WCHAR>;
 using WideView = std::basic_string_view<FBR_WCHAR>;
 
 namespace detail {
+
+inline bool is_high(char32_t unit) noexcept {
+    return unit >= 0xD800 && unit < 0xDC00;
+}
+inline bool is_low(char32_t unit) noexcept {
+    return unit >= 0xDC00 && unit < 0xE000;
+}
+
+inline constexpr const char* kNoUtf8 = "take a text that is no UTF-8";
 
 inline void append_utf8(std::string& out, char32_t c) {
     if (c < 0x80) {
@@ -33,7 +42,7 @@ inline void append_utf8(std::string& out, char32_t c) {
 inline char32_t next_utf8(std::string_view text, size_t& at) {
     const auto first = static_cast<unsigned char>(text[at++]);
     if (first < 0x80) return first;
-    const auto refuse = [] { check(FSSTATUS_INVALID_NAME, "take a text that is no UTF-8"); };
+    const auto refuse = [] { check(FSSTATUS_INVALID_NAME, kNoUtf8); };
     const int more = first < 0xC2 ? 0 : first < 0xE0 ? 1 : first < 0xF0 ? 2 : first < 0xF5 ? 3 : 0;
     if (more == 0 || text.size() - at < static_cast<size_t>(more)) refuse();
     char32_t c = first & (0x3Fu >> more);
@@ -54,9 +63,9 @@ inline std::string to_utf8(WideView text) {
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         char32_t c = static_cast<char16_t>(text[i]);
-        if (c >= 0xD800 && c < 0xDC00 && i + 1 < text.size()) {
+        if (detail::is_high(c) && i + 1 < text.size()) {
             const char32_t low = static_cast<char16_t>(text[i + 1]);
-            if (low >= 0xDC00 && low < 0xE000) {
+            if (detail::is_low(low)) {
                 c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
                 ++i;
             }
@@ -71,6 +80,9 @@ inline WideString to_utf16(std::string_view text) {
     out.reserve(text.size());
     for (size_t at = 0; at < text.size();) {
         const char32_t c = detail::next_utf8(text, at);
+        // A pair that stands there unit by unit would come out as the four bytes of its character.
+        if (detail::is_low(c) && !out.empty() && detail::is_high(static_cast<char16_t>(out.back())))
+            check(FSSTATUS_INVALID_NAME, detail::kNoUtf8);
         if (c >= 0x10000) {
             out += static_cast<FBR_WCHAR>(0xD800 + ((c - 0x10000) >> 10));
             out += static_cast<FBR_WCHAR>(0xDC00 + ((c - 0x10000) & 0x3FF));

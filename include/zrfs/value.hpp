@@ -30,11 +30,15 @@ struct Value {
     static Value qword(uint64_t number) { return of_number(FBR_TYPE_QWORD, number, 8); }
     static Value text(const Text& text) { return of_text(FBR_TYPE_SZ, text); }
     static Value expand_text(const Text& text) { return of_text(FBR_TYPE_EXPAND_SZ, text); }
-    // Empty texts cannot be told from the end, and are left out.
+    // Empty texts cannot be told from the end, and are left out; one with a zero in it, which would
+    // be two, is FSSTATUS_INVALID_NAME.
     static Value texts(const std::vector<std::string>& texts) {
         Value value{FBR_TYPE_MULTI_SZ, {}};
-        for (const std::string& text : texts) {
-            if (!text.empty()) value.append(to_utf16(text));
+        for (const std::string& utf8 : texts) {
+            const Text text(utf8);
+            if (text.has_zero())
+                check(FSSTATUS_INVALID_NAME, detail::told("take into a list of texts ", text));
+            if (!text.wide().empty()) value.append(text.wide());
         }
         value.append({});
         return value;

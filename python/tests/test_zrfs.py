@@ -45,7 +45,7 @@ def test_types_and_bytes(path, value, type_, data):
 
 
 @pytest.mark.parametrize("value", [-1, 1 << 64, 1.5, ["a", ""], ["a\0b"], [1], None, "a\0",
-                                   zrfs.Value(1, "a")])
+                                   "\ud83d\ude00", zrfs.Value(1, "a")])
 def test_what_has_no_type_is_refused_and_changes_nothing(path, value):
     with zrfs.open(path, write=True) as store:
         with pytest.raises((TypeError, ValueError, OverflowError)):
@@ -86,6 +86,8 @@ def test_keys(path):
         assert [key.path for key in store["top"].subkeys()] == ["top\\a", "top\\b", "top\\c"]
         assert (store["top\\a"].rename("z"))["v"] == "a"
         store["top\\b"].delete()
+        with pytest.raises(ValueError, match="root"):
+            store["\\"].delete()
         assert store["top"].to_dict() == {"values": {}, "keys": {
             "c": {"values": {"v": "c"}, "keys": {}}, "z": {"values": {"v": "a"}, "keys": {}}}}
         age = datetime.datetime.now(datetime.timezone.utc) - store["top"].modified()

@@ -6,6 +6,7 @@ import ctypes
 import ctypes.util
 import os
 import pathlib
+import re
 import sys
 
 Units = ctypes.POINTER(ctypes.c_uint16)
@@ -88,13 +89,21 @@ def _load() -> ctypes.CDLL:
 library = _load()
 
 
+def encoded(text: str) -> bytes:
+    """A text as UTF-16. Half a pair goes through, as a store may have it; two that make a pair are one
+    character there, and would come back as that."""
+    if re.search("[\ud800-\udbff][\udc00-\udfff]", text):
+        raise ValueError(f"the two halves of a pair side by side in {text!r}, which are one character")
+    return text.encode("utf-16-le", "surrogatepass")
+
+
 def to_units(text: str) -> ctypes.Array:
     """A text as UTF-16 with a zero unit; it must have none inside."""
     if not isinstance(text, str):
         raise TypeError(f"a name or a path is a str, not {type(text).__name__}: {text!r}")
     if "\0" in text:
         raise ValueError(f"a zero character in {text!r}")
-    data = text.encode("utf-16-le", "surrogatepass") + b"\0\0"
+    data = encoded(text) + b"\0\0"
     return (ctypes.c_uint16 * (len(data) // 2)).from_buffer_copy(data)
 
 

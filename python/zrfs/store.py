@@ -127,7 +127,11 @@ class Key(MutableMapping[str, Any]):
             return self
 
     def delete(self) -> None:
-        """Deletes the key and all below it."""
+        """Deletes the key and all below it. The root is refused, for a path that is empty by a slip
+        would take all along."""
+        if not self.path:
+            raise ValueError(f"the root of {self._store.path} cannot be deleted; its keys and values "
+                             "can, one by one")
         with _OpenKey(self._store, self.path):
             pass  # a container would take a value at the path, too
         status = _library.FBR_DeleteDirNamedEx(lib.to_units("\\" + self.path),

@@ -6,6 +6,8 @@ import dataclasses
 import enum
 from typing import Any, Union
 
+from ._library import encoded
+
 
 class Type(enum.IntEnum):
     """The types that programs agree on. The library keeps any other number, too."""
@@ -49,10 +51,6 @@ def _decoded(data: bytes) -> str:
     return data.decode("utf-16-le", "surrogatepass")
 
 
-def _encoded(text: str) -> bytes:
-    return text.encode("utf-16-le", "surrogatepass")
-
-
 def from_python(value: Stored) -> Value:
     """A number of up to 32 bits is a DWORD, of up to 64 a QWORD; a str is an SZ, bytes are BINARY,
     and a list of str is a MULTI_SZ. A Value goes as it is. What was read can be written: a zero
@@ -72,7 +70,7 @@ def from_python(value: Stored) -> Value:
         if value.endswith("\0"):
             raise ValueError(f"a zero character at the end of {value!r}, which ends the text; "
                              "a Value of Type.SZ keeps it")
-        return Value(Type.SZ, _encoded(value + "\0"))
+        return Value(Type.SZ, encoded(value + "\0"))
     if isinstance(value, (bytes, bytearray, memoryview)):
         return Value(Type.BINARY, bytes(value))
     if isinstance(value, (list, tuple)):
@@ -81,5 +79,5 @@ def from_python(value: Stored) -> Value:
                 raise TypeError(f"a list must hold texts without a zero character, unlike {text!r}")
         if value and not value[-1]:
             raise TypeError("a list must not end in an empty text, which ends the list")
-        return Value(Type.MULTI_SZ, _encoded("".join(text + "\0" for text in value) + "\0"))
+        return Value(Type.MULTI_SZ, encoded("".join(text + "\0" for text in value) + "\0"))
     raise TypeError(f"no type of value for {type(value).__name__}")

@@ -60,15 +60,16 @@ TEST_F(Objects, ValuesComeBackAsTheyWentIn) {
 }
 
 TEST(ObjectsText, GoesBetweenTheFormsAndBack) {
-    const zrfs::WideString lone = {0x61, 0xD800, 0x62};
+    const zrfs::WideString lone = {0x61, 0xD800, 0x62, 0xDC00, 0xDC00, 0xD83D, 0xDE00, 0xDE00};
     EXPECT_EQ(zrfs::to_utf16("\xF0\x9F\x98\x80"), (zrfs::WideString{0xD83D, 0xDE00}));
     EXPECT_EQ(zrfs::to_utf16(zrfs::to_utf8(lone)), lone);
     EXPECT_EQ(zrfs::to_utf16("\xEF\xBF\xBD"), zrfs::WideString{0xFFFD});
-    for (const char* bad :
-         {"\xFF", "\xC0\x80", "\xE2\x82", "\xF4\x90\x80\x80", "\x80", "a\xE2z\x82"}) {
+    for (const char* bad : {"\xFF", "\xC0\x80", "\xE2\x82", "\xF4\x90\x80\x80", "\x80",
+                            "a\xE2z\x82", "\xED\xA0\xBD\xED\xB8\x80"}) {
         EXPECT_EQ(StatusOf([&] { zrfs::Text{bad}; }), FSSTATUS_INVALID_NAME) << bad;
         EXPECT_EQ(StatusOf([&] { Value::texts({bad}); }), FSSTATUS_INVALID_NAME) << bad;
     }
+    EXPECT_EQ(StatusOf([] { Value::texts({"a", std::string("b\0c", 3)}); }), FSSTATUS_INVALID_NAME);
     // Bytes that lie about their size or end.
     EXPECT_EQ((Value{FBR_TYPE_SZ, {0x61, 0, 0x62}}).text(), "a");
     EXPECT_EQ((Value{FBR_TYPE_MULTI_SZ, {0x61, 0}}).texts(), std::vector<std::string>{"a"});
@@ -95,6 +96,9 @@ TEST_F(Objects, KeysAreMadeFoundRenamedAndDeleted) {
     std::move(a).remove();
     EXPECT_FALSE(store.find("k\\z"));
     EXPECT_EQ(StatusOf([&] { std::move(key).remove(); }), FSSTATUS_DIR_NOT_EMPTY);
+    for (const char* root : {"", "\\", "\\\\"})
+        EXPECT_EQ(StatusOf([&] { store.remove_tree(root); }), FSSTATUS_INVALID_PARAMETER);
+    EXPECT_TRUE(store.find("k\\c"));
     store.remove_tree("k");
     EXPECT_EQ(StatusOf([&] { store.open("k"); }), FSSTATUS_NOT_FOUND);
     store.compact();

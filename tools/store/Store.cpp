@@ -196,7 +196,9 @@ bool Store::DeleteTree(WStringView path) const {
     const auto what = [&] {
         return fmt::format("cannot remove key {} in {}", ShowKey(path), Name());
     };
-    Told(what, [&] { open_->remove_tree(RootedPath(path)); });
+    // The root, too, which remove_tree refuses.
+    const FBR_STATUS status = FBR_DeleteDirNamedEx(RootedPath(path).c_str(), Handle());
+    if (status != FSSTATUS_SUCCESS) ThrowFailed(what(), status);
     return true;
 }
 
