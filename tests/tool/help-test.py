@@ -5,15 +5,17 @@
 Looks at what the table of commands gives besides the commands: their help, the manual page, and what
 shells complete words by. Each page is shown to its program where that is there.
 """
+import os
 import re
+import shlex
 import shutil
 import subprocess
 import sys
 import tempfile
 
 
-def run(*words, status=0, text=None):
-    result = subprocess.run(words, input=text, capture_output=True, text=True, timeout=60)
+def run(*words, status=0, text=None, env=None):
+    result = subprocess.run(words, input=text, env=env, capture_output=True, text=True, timeout=60)
     assert result.returncode == status, (words, result)
     assert not (result.stdout if status else result.stderr), (words, result)
     return result.stdout or result.stderr
@@ -35,9 +37,14 @@ def options_of(fbr, name):
     return options
 
 
+def words_told(fbr, *words):
+    """The words that are named where another one is refused."""
+    return set(run(fbr, *words, status=2).split("expected ")[1].split(" or a number")[0].split(", "))
+
+
 def bash_offers(script, words):
     return set(run("bash", "-s", text=f"""{script}
-        COMP_WORDS=(fbr {words})
+        COMP_WORDS=(fbr {words.replace("=", " = ")})
         COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1))
         _fbr
         echo "${{COMPREPLY[@]}}" """).split())
@@ -49,6 +56,21 @@ def fish_offers(script, words):
         offered = run("fish", "-c", f'source {file.name}; complete -C "fbr $argv"',
                       "--", words.replace("''", ""))
     return {line.split("\t")[0] for line in offered.splitlines()}
+
+
+def zsh_offers(script, words):
+    with open(".zshrc", "w", encoding="utf-8") as file:
+        print(f"""autoload -Uz compinit; compinit -u
+            {script}
+            compadd() {{ local -a found
+                [[ " $* " == *' '-[ADO]' '* ]] || builtin compadd -A found "$@"  # not who asks
+                offered+=($found); builtin compadd "$@" }}
+            zle-line-init() {{ LBUFFER={shlex.quote("fbr " + words.replace("''", ""))}
+                zle complete-word; print -l -- $offered > .offered; exit }}
+            zle -N zle-line-init""", file=file)
+    run("script", "-qec", "zsh -i", "/dev/null", env=dict(os.environ, ZDOTDIR=os.getcwd()))
+    with open(".offered", encoding="utf-8") as file:
+        return set(file.read().split())
 
 
 def main(fbr):
@@ -71,13 +93,21 @@ def main(fbr):
             if shutil.which(words[0]):
                 run(*words, file.name)
 
+    types, methods = words_told(fbr, "find", "s", "--type", "x"), words_told(fbr, "ls", "s", "--method", "x")
+    assert min(len(types), len(methods)) > 5, (types, methods)
     offers = {"''": set(options), "export --format ''": {"reg", "jsonl"}, "--trace ls exp": {"export"},
-              "export x": set(), "--method ''": set()}  # a file, a word of an option
+              "export x": set(), "--trace-level ''": set(),  # a file, a word of an option
+              "--method ''": methods, "cp s k --to-method=cl": {"cluster"}, "ls --method=''": methods,
+              "find s --type ''": types, "set s k --from-file x n dw": {"dword", "dword_be"},
+              "set s k --method hive n ''": types, "set s k ''": set(), "generate f": {"fish"}}
     offers |= {f"--color never {name} x -": options[name] for name in options}
-    for words, expected in offers.items():
-        assert bash_offers(pages["bash"], words) - {"--version"} == expected, words
-        if shutil.which("fish") and words != "export x":  # which offers files
-            assert fish_offers(pages["fish"], words) - {"--version"} == expected, words
+    for shell, offered_by in (("bash", bash_offers), ("fish", fish_offers), ("zsh", zsh_offers)):
+        for words, expected in offers.items() if shutil.which(shell) else ():
+            offered = {word.split("=")[-1] for word in offered_by(pages[shell], words)}
+            assert offered - {"--version"} == expected, (shell, words, offered)
 
 
-main(sys.argv[1])
+tool = os.path.abspath(sys.argv[1])
+with tempfile.TemporaryDirectory() as empty:
+    os.chdir(empty)  # where no names of files are offered
+    main(tool)

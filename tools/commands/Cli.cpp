@@ -2,6 +2,7 @@
 #include "tools/commands/Cli.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 #include "Shared/logging/Logger.h"
 #include "include/ZrFsVersion.h"
 #include "tools/commands/Grammar.h"
+#include "tools/commands/Methods.h"
 #include "tools/console/Console.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
@@ -132,6 +134,13 @@ std::string WithReason(const std::string& message) {
     return message.substr(0, open) + ": " + ReasonOf(static_cast<platform::Error>(*error));
 }
 
+std::string MethodHelp() {
+    return fmt::format(
+        "how the store is kept, where its name does not tell: {}, or a number; remote-container is "
+        "a container behind a server, and etcd:// in front of HOST:PORT,.../PREFIX tells a cluster",
+        fmt::join(MethodWords(), ", "));
+}
+
 // The status of a command all of whose output is where it belongs.
 int WrittenOut(int status) {
     if (std::cout.flush()) return status;
@@ -230,10 +239,7 @@ Cli::Cli()
     app_->require_subcommand(1);
     app_->set_version_flag("--version", "fbr " ZRFS_VERSION);
     Command(this, app_.get(), nullptr)
-        .Text("--method METHOD", method_, Need::kOptional,
-              "how the store is kept, where its name does not tell: container, native, hive, "
-              "offline, cluster (which etcd:// in front of HOST:PORT,.../PREFIX tells), "
-              "remote-container (a container behind a server), or a number")
+        .Text("--method METHOD", method_, Need::kOptional, MethodHelp().c_str())
         .Text("--trace DIR", traceFolder_, Need::kOptional,
               "write what the library does to logs/FBR_PROCESS.log in this folder; they are made "
               "if missing")
@@ -466,25 +472,6 @@ int Cli::Fail(const std::string& text, int status) const {
 bool Cli::Colored() const {
     if (color_ != "auto") return color_ == "always";
     return OutputIsTerminal() && std::getenv("NO_COLOR") == nullptr;
-}
-
-FBR_METHOD ParseMethod(const std::string& text) {
-    if (text == "container") return FS_VR_METHOD_TARN;
-    if (text == "native") return FS_VR_METHOD_NATIVE;
-    if (text == "hive") return FS_VR_METHOD_HIVE;
-    if (text == "offline") return FS_VR_METHOD_OFFLINE;
-    if (text == "cluster") return FS_VR_METHOD_CLUSTER;
-    if (text == "remote-container") return FS_VR_METHOD_REMOTE_CONTAINER;
-    const auto number = ParseNumber(text, FS_VR_METHOD_CLUSTER);
-    const bool isMethod = number && *number != 0 &&
-                          (*number <= FS_VR_METHOD_OFFLINE || *number == FS_VR_METHOD_CLUSTER);
-    if (!isMethod) {
-        throw UsageError(fmt::format(
-            "expected container, native, hive, offline, cluster, remote-container or a number, "
-            "1 to 6 or 16, after --method, not \"{}\"",
-            text));
-    }
-    return static_cast<FBR_METHOD>(*number);
 }
 
 WString Wide(const std::string& text) {

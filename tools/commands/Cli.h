@@ -158,9 +158,6 @@ class Cli {
     bool findsDamage_ = false;
 };
 
-// A method by number or by name; throws UsageError.
-FBR_METHOD ParseMethod(const std::string& text);
-
 // An argument as UTF-16; throws UsageError when it is not UTF-8.
 platform::WString Wide(const std::string& text);
 // An argument that is a key: names joined by backslashes, the root for none.

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Each script finds the command among the words so far, and offers the words that may follow: the
-// choices of the option in front, options after a dash, commands where there is none yet, and names
-// of files for the rest.
+// choices of the option in front, options after a dash, commands where there is none yet, the
+// choices of the argument that comes next, and names of files for the rest.
 #include <fmt/format.h>
 
 #include <functional>
+#include <set>
 
 #include "tools/commands/Grammar.h"
 
@@ -34,29 +35,38 @@ std::vector<std::string> NamesOf(const std::vector<GrammarWord>& words) {
     return names;
 }
 
-// The options in front of a command that have a word behind them.
+// The options that have a word behind them, of all commands: none has one here and none there.
 std::vector<std::string> WithWord(const Grammar& grammar) {
-    std::vector<std::string> names;
-    for (const GrammarWord& word : grammar.options)
-        if (!word.argument.empty()) names.insert(names.end(), word.names.begin(), word.names.end());
-    return names;
+    std::set<std::string> names;
+    const auto add = [&names](const std::vector<GrammarWord>& options) {
+        for (const GrammarWord& word : options)
+            if (!word.argument.empty()) names.insert(word.names.begin(), word.names.end());
+    };
+    add(grammar.options);
+    for (const GrammarCommand& command : grammar.commands) add(command.options);
+    return {names.begin(), names.end()};
 }
 
-// Tells `each` which words may stand behind another one: that of an option, or the command's name.
-void ForChoices(const Grammar& grammar,
-                const std::function<void(const std::string& command, const std::string& before,
-                                         const std::vector<std::string>& choices)>& each) {
+using Choices = std::function<void(const std::string& command, const std::string& where,
+                                   const std::vector<std::string>& choices)>;
+
+// Tells `each` which words may stand behind an option. Those of all commands have none.
+void ForOptions(const Grammar& grammar, const Choices& each) {
     const auto of = [&each](const std::string& command, const std::vector<GrammarWord>& words) {
         for (const GrammarWord& word : words)
             for (const std::string& name : word.names)
                 if (!word.choices.empty()) each(command, name, word.choices);
     };
     of("", grammar.options);
-    for (const GrammarCommand& command : grammar.commands) {
-        of(command.name, command.options);
-        if (!command.arguments.empty() && !command.arguments[0].choices.empty())
-            each(command.name, command.name, command.arguments[0].choices);
-    }
+    for (const GrammarCommand& command : grammar.commands) of(command.name, command.options);
+}
+
+// The same for arguments, by how many stand in front of it.
+void ForArguments(const Grammar& grammar, const Choices& each) {
+    for (const GrammarCommand& command : grammar.commands)
+        for (size_t i = 0; i < command.arguments.size(); ++i)
+            if (!command.arguments[i].choices.empty())
+                each(command.name, std::to_string(i), command.arguments[i].choices);
 }
 
 std::string ZshQuoted(const std::string& text) {
@@ -70,7 +80,11 @@ std::string ZshAction(const GrammarWord& word) {
 }
 
 std::string ZshOption(const GrammarWord& word) {
-    const std::string names = Joined(word.names, ",");
+    // Behind a "=" its word may stand in the same one.
+    std::vector<std::string> forms = word.names;
+    for (std::string& name : forms)
+        if (!word.argument.empty() && name.starts_with("--")) name += '=';
+    const std::string names = Joined(forms, ",");
     const std::string tail = word.argument.empty()
                                  ? ""
                                  : ":" + Escaped(word.argument, ":", "\\") + ":" + ZshAction(word);
@@ -117,29 +131,35 @@ std::string PowerShellPairs(const std::vector<GrammarWord>& words) {
 }  // namespace
 
 void WriteBash(const Grammar& grammar, std::ostream& out) {
-    out << "# Completions for bash, made by fbr generate bash.\n"
-           "_fbr() {\n"
-           "  local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]}\n"
-           "  local command='' words='' i\n"
-           "  COMPREPLY=()\n"
-           "  for ((i = 1; i < COMP_CWORD; ++i)); do\n"
-           "    case ${COMP_WORDS[i]} in\n"
-        << "      " << Joined(WithWord(grammar), "|") << ") ((++i)) ;;\n"
-        << "      " << Joined(CommandNames(grammar), "|")
-        << ") command=${COMP_WORDS[i]}; break ;;\n"
-           "    esac\n"
-           "  done\n"
-           "  ((i > COMP_CWORD)) && command=option\n"
-           "  case \"$command $before\" in\n";
-    ForChoices(grammar, [&out](const auto& command, const auto& before, const auto& choices) {
-        out << fmt::format("    {}{} {}') words='{}' ;;\n", command.empty() ? "*'" : "'", command,
-                           before, Joined(choices, " "));
-    });
-    out << "  esac\n"
-           "  if [[ -n $words ]]; then\n"
-           "    :\n"
-           "  elif [[ $current == -* ]]; then\n"
-           "    words='"
+    const auto write = [&out](const auto& command, const auto& where, const auto& choices) {
+        out << fmt::format("      {}{} {}') words='{}' ;;\n", command.empty() ? "*'" : "'", command,
+                           where, Joined(choices, " "));
+    };
+    // An option with its word behind a "=" comes as three words.
+    out << R"(# Completions for bash, made by fbr generate bash.
+_fbr() {
+  local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]}
+  local command='' words='' place=0 i
+  COMPREPLY=()
+  [[ $current == = ]] && current=''
+  [[ $before == = ]] && before=${COMP_WORDS[COMP_CWORD-2]}
+  for ((i = 1; i < COMP_CWORD; ++i)); do
+    case ${COMP_WORDS[i]} in
+)"
+        << "      " << Joined(WithWord(grammar), "|") << R"()
+        ((++i))
+        [[ ${COMP_WORDS[i]} == = ]] && ((i < COMP_CWORD)) && ((++i)) ;;
+      -?*) ;;
+      *) if [[ -z $command ]]; then command=${COMP_WORDS[i]}; else ((++place)); fi ;;
+    esac
+  done
+  if ((i > COMP_CWORD)); then
+    case "$command $before" in
+)";
+    ForOptions(grammar, write);
+    out << R"(    esac
+  elif [[ $current == -* ]]; then
+    words=')"
         << Joined(NamesOf(grammar.options), " ") << "'\n    case $command in\n";
     for (const GrammarCommand& command : grammar.commands)
         if (!command.options.empty())
@@ -150,10 +170,15 @@ void WriteBash(const Grammar& grammar, std::ostream& out) {
            "    words='"
         << Joined(CommandNames(grammar), " ")
         << "'\n"
-           "  fi\n"
-           "  [[ -z $words ]] || mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"
-           "}\n"
-           "complete -o bashdefault -o default -F _fbr fbr\n";
+           "  else\n"
+           "    case \"$command $place\" in\n";
+    ForArguments(grammar, write);
+    out << R"(    esac
+  fi
+  [[ -z $words ]] || mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+complete -o bashdefault -o default -F _fbr fbr
+)";
 }
 
 void WriteZsh(const Grammar& grammar, std::ostream& out) {
@@ -188,36 +213,43 @@ void WriteZsh(const Grammar& grammar, std::ostream& out) {
 }
 
 void WriteFish(const Grammar& grammar, std::ostream& out) {
-    out << "# Completions for fish, made by fbr generate fish.\n"
-           "function __fbr_is -d 'The command of the line, \"\" for none yet'\n"
-           "    set -l words (commandline -opc)\n"
-           "    set -e words[1]\n"
-           "    while set -q words[1]\n"
-           "        switch $words[1]\n"
-           "            case "
-        << Joined(WithWord(grammar), " ")
-        << "\n"
-           "                set -e words[1]\n"
-           "            case '-*'\n"
-           "            case '*'\n"
-           "                break\n"
-           "        end\n"
-           "        set -e words[1]\n"
-           "    end\n"
-           "    test \"$words[1]\" = \"$argv[1]\"\n"
-           "end\n"
-           "complete -c fbr -n '__fbr_is \"\"' -f\n";
+    out << R"(# Completions for fish, made by fbr generate fish.
+function __fbr_at -d 'Behind COMMAND, "" for none yet, and if PLACE is given so many words'
+    set -l words (commandline -opc)
+    set -e words[1]
+    set -l command ''
+    set -l place 0
+    while set -q words[1]
+        switch $words[1]
+            case )"
+        << Joined(WithWord(grammar), " ") << R"(
+                set -e words[1]
+            case '-?*'
+            case '*'
+                if test -z "$command"
+                    set command $words[1]
+                else
+                    set place (math $place + 1)
+                end
+        end
+        set -e words[1]
+    end
+    test "$command" = "$argv[1]"; or return
+    not set -q argv[2]; or test $place = $argv[2]
+end
+complete -c fbr -n '__fbr_at ""' -f
+)";
     for (const GrammarWord& word : grammar.options) WriteFishOption(word, "", out);
     for (const GrammarCommand& command : grammar.commands) {
-        out << "complete -c fbr -n '__fbr_is \"\"' -a " << command.name << " -d "
+        out << "complete -c fbr -n '__fbr_at \"\"' -a " << command.name << " -d "
             << FishQuoted(command.description) << '\n';
-        const std::string seen = " -n '__fbr_is " + command.name + "'";
+        const std::string seen = " -n '__fbr_at " + command.name + "'";
         for (const GrammarWord& word : command.options) WriteFishOption(word, seen, out);
-        for (const GrammarWord& word : command.arguments)
-            if (!word.choices.empty())
-                out << "complete -c fbr" << seen << " -f -a "
-                    << FishQuoted(Joined(word.choices, " ")) << '\n';
     }
+    ForArguments(grammar, [&out](const auto& command, const auto& place, const auto& choices) {
+        out << fmt::format("complete -c fbr -n '__fbr_at {} {}' -f -a {}\n", command, place,
+                           FishQuoted(Joined(choices, " ")));
+    });
 }
 
 void WritePowerShell(const Grammar& grammar, std::ostream& out) {
@@ -241,26 +273,32 @@ void WritePowerShell(const Grammar& grammar, std::ostream& out) {
         out << fmt::format("        '{}' = @({})\n", command.name,
                            PowerShellPairs(command.options));
     out << "    }\n    $choices = @{\n";
-    ForChoices(grammar, [&](const auto& command, const auto& before, const auto& choices) {
-        out << fmt::format("        '{} {}' = {}\n", command, before, list(choices));
-    });
+    const auto write = [&](const auto& command, const auto& where, const auto& choices) {
+        out << fmt::format("        '{} {}' = {}\n", command, where, list(choices));
+    };
+    ForOptions(grammar, write);
+    ForArguments(grammar, write);
     out << R"(    }
     $words = @($line.CommandElements | Select-Object -Skip 1 |
         Where-Object { $_.Extent.EndOffset -lt $place } | ForEach-Object { $_.Extent.Text })
     $command = ''
-    for ($i = 0; $i -lt $words.Count -and $command -eq ''; ++$i) {
+    $standing = 0
+    for ($i = 0; $i -lt $words.Count; ++$i) {
         if ($withWord -ccontains $words[$i]) { ++$i }
-        elseif ($commands.Contains($words[$i])) { $command = $words[$i] }
+        elseif ($words[$i] -like '-?*') { }
+        elseif ($command -eq '') { $command = $words[$i] }
+        else { ++$standing }
     }
-    $before = if ($words.Count -gt 0) { $words[-1] } else { '' }
+    $where = if ($i -gt $words.Count) { $words[-1] } else { $standing }
     $offered = @()
-    if ($choices.ContainsKey("$command $before")) {
-        foreach ($word in $choices["$command $before"]) { $offered += $word, $word }
-    } elseif ($choices.ContainsKey(" $before")) {
-        foreach ($word in $choices[" $before"]) { $offered += $word, $word }
+    if ($choices.ContainsKey("$command $where")) {
+        foreach ($word in $choices["$command $where"]) { $offered += $word, $word }
+    } elseif ($choices.ContainsKey(" $where")) {
+        foreach ($word in $choices[" $where"]) { $offered += $word, $word }
+    } elseif ($i -gt $words.Count) {
     } elseif ($current.StartsWith('-')) {
         $offered = $common
-        if ($command -ne '') { $offered += $options[$command] }
+        if ($options.ContainsKey($command)) { $offered += $options[$command] }
     } elseif ($command -eq '') {
         foreach ($word in $commands.Keys) { $offered += $word, $commands[$word] }
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Commands that change a store: create, set, rm.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <memory>
 
@@ -36,6 +37,10 @@ Bytes DataFromFile(uint32_t type, bool hex, const std::string& file) {
     }
 }
 
+std::string TypesInWords() {
+    return fmt::format("{}", fmt::join(TypeWords(), ", "));
+}
+
 void Create(const StoreName& name) {
     const auto file = FileOf(name);
     std::error_code ignored;
@@ -57,9 +62,7 @@ void Set(const StoreName& store, const EditArguments& args) {
     const auto type = ParseType(args.type);
     if (!type) {
         throw UsageError(
-            fmt::format("expected sz, expand_sz, multi_sz, binary, dword, dword_be, "
-                        "qword, link, none or a number for TYPE, not \"{}\"",
-                        args.type));
+            fmt::format("expected {} or a number for TYPE, not \"{}\"", TypesInWords(), args.type));
     }
     const WString key = KeyArgument(args.key), name = Wide(*args.name);
     if (args.file && !args.data.empty()) throw UsageError("expected either DATA or --from-file");
@@ -148,8 +151,7 @@ void AddEditCommands(Cli& cli) {
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Text("KEY", args->key, Need::kRequired, "the key")
         .Text("NAME", args->name, Need::kRequired, "the value; \"\" for the unnamed one")
-        .Text("TYPE", args->type, Need::kRequired,
-              "sz, expand_sz, multi_sz, binary, dword, dword_be, qword, link, none, or a number")
+        .Text("TYPE", args->type, Need::kRequired, (TypesInWords() + ", or a number").c_str())
         .Texts("DATA", args->data,
                "a string, strings, a number (decimal or 0x), or bytes as hexadecimal digits; "
                "put -- before the first word that begins with a dash")

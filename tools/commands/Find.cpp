@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 // find: keys and values by their names, data, types and times.
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -59,7 +62,8 @@ Wanted WantedBy(const FindArguments& args) {
         throw UsageError(error.what());
     }
     if (args.type && !(wanted.type = ParseType(*args.type)))
-        throw UsageError("expected a type or a number after --type, not \"" + *args.type + "\"");
+        throw UsageError(fmt::format("expected {} or a number after --type, not \"{}\"",
+                                     fmt::join(TypeWords(), ", "), *args.type));
     if (args.since && !(wanted.since = ParseMoment(*args.since, Now())))
         throw UsageError(
             "expected a time as 2026-11-22, \"2026-11-22 08:18\" or 3d after --since, "

@@ -3,6 +3,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/commands/Methods.h"
+#include "tools/format/TypeNames.h"
+
 namespace fbr {
 namespace {
 
@@ -11,6 +14,13 @@ std::vector<std::string> ChoicesIn(const std::string& type) {
     const size_t open = type.find('{'), close = type.find('}');
     if (open == type.npos || close == type.npos) return {};
     return CLI::detail::split(type.substr(open + 1, close - open - 1), ',');
+}
+
+// What stands where such a word is called so; the parser takes numbers there, too.
+std::vector<std::string> WordsFor(const std::string& called) {
+    if (called == "METHOD") return MethodWords();
+    if (called == "TYPE") return TypeWords();
+    return {};
 }
 
 GrammarWord WordOf(const CLI::Option& option) {
@@ -25,6 +35,8 @@ GrammarWord WordOf(const CLI::Option& option) {
     word.choices = ChoicesIn(type);
     if (!option.get_positional() && option.get_items_expected_max() != 0)
         word.argument = word.choices.empty() ? type : Joined(word.choices, "|");
+    if (word.choices.empty())
+        word.choices = WordsFor(option.get_positional() ? word.names[0] : word.argument);
     word.description = option.get_description();
     word.required = option.get_required();
     word.many = option.get_items_expected_max() > 1;

@@ -16,7 +16,7 @@ namespace fbr {
 struct GrammarWord {
     std::vector<std::string> names;    // "-o", "--output"; of an argument its one name
     std::string argument;              // what follows an option, "FILE"; empty for a flag
-    std::vector<std::string> choices;  // the words that may stand there, where they are few
+    std::vector<std::string> choices;  // the words that may stand there, where those are few
     std::string description;
     bool required = false, many = false;
 

@@ -24,6 +24,16 @@ constexpr std::array<std::string_view, 12> kNames = {
     "REG_QWORD",
 };
 
+// What people write for those that they set, which are the names for most.
+struct TypeWord {
+    std::string_view word;
+    uint32_t type;
+};
+constexpr TypeWord kWords[] = {
+    {"sz", kRegSz},         {"expand_sz", kRegExpandSz}, {"multi_sz", kRegMultiSz},
+    {"binary", kRegBinary}, {"dword", kRegDword},        {"dword_be", kRegDwordBigEndian},
+    {"qword", kRegQword},   {"link", kRegLink},          {"none", kRegNone}};
+
 std::string Upper(std::string_view text) {
     std::string out(text);
     for (char& c : out) {
@@ -37,6 +47,12 @@ std::string Upper(std::string_view text) {
 std::string TypeName(uint32_t type) {
     if (type < kNames.size()) return std::string(kNames[type]);
     return fmt::format("type 0x{:x}", type);
+}
+
+std::vector<std::string> TypeWords() {
+    std::vector<std::string> words;
+    for (const TypeWord& one : kWords) words.emplace_back(one.word);
+    return words;
 }
 
 std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit) {
@@ -58,7 +74,9 @@ std::optional<uint32_t> ParseType(std::string_view text) {
     for (uint32_t type = 0; type < kNames.size(); ++type) {
         if (name == kNames[type]) return type;
     }
-    if (name == "REG_DWORD_BE") return kRegDwordBigEndian;
+    for (const auto& [word, type] : kWords) {
+        if (name == "REG_" + Upper(word)) return type;
+    }
     const auto number = ParseNumber(text, UINT32_MAX);
     if (!number) return std::nullopt;
     return static_cast<uint32_t>(*number);

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/Text.h"
 
@@ -24,10 +25,12 @@ inline constexpr uint32_t kRegQword = 11;
 // "REG_SZ" and so on; "type 0x1234" for a number without a name.
 std::string TypeName(uint32_t type);
 
-// A type from an argument: sz, expand_sz, multi_sz, binary, dword, dword_be, qword, link, none and
-// so on, with or without
-// "reg_" in front and in any case, or a number, decimal or 0x. Nothing for anything else.
+// A type from an argument: one of TypeWords or of the names, with or without "reg_" in front and in
+// any case, or a number, decimal or 0x. Nothing for anything else.
 std::optional<uint32_t> ParseType(std::string_view text);
+
+// The words for the types that people set.
+std::vector<std::string> TypeWords();
 
 // An unsigned number, decimal or 0x, not over `limit`. Nothing for anything else.
 std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t limit);
