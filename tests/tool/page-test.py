@@ -154,6 +154,9 @@ def odd(byte, last, letter):
 "odd"=hex(1):61,00,62,00,{letter}
 "{"long" * 80}"="x"
 "both"=hex(7):d0,05,00,00,61,00,00,00,00,00
+"half"=hex(7):3d,d8,00,00,3d,d8,00,de,00,de,00,00,00,00
+"half a text"=hex(1):3d,d8,3d,d8,00,de,00,00
+"cut"="{"1" * 99}\U0001F600 and on"
 [אבג\\דהו\\123]
 "זח"="שלום abc"
 [{deep}]
@@ -168,6 +171,10 @@ evil = 'click("tree", "evil");'
 check("what turns text shows by its number", browse(page, evil + '''
     return [$("where").querySelector("b").textContent, shown("values").find(row => row.includes("txt"))]''', "turned.png"),
       ["\\Soft\\\\u202Eevil\\u2066 name", "\\u202Etxt.exe" + "REG_SZ \\u202Ereversed\\u200B" * 2])
+check("half a character shows by its number", browse(page, evil + '''click("values", "half a text");
+    const texts = shown("values").filter(row => /^(half|cut)/.test(row)).map(row => row.split("SZ ")[1].replace("REG_MULTI_", ""));
+    return [...texts, $("detail").querySelector("pre").textContent]'''),
+      ["1" * 99 + "REG_", '"\\uD83D" "\U0001F600\\uDE00"', "\\uD83D\U0001F600REG_", "\\uD83D\U0001F600"])
 marks = 'return [...$("detail").querySelectorAll("mark")].map(mark => mark.textContent)'
 check("each byte that differs is marked", browse(page, evil + 'click("values", "bytes");' + marks, "bytes.png"),
       ["0a", ".", "ff", "."])
