@@ -281,7 +281,7 @@ def _what_its_file_tells(path: str, method: Method, status: int) -> Optional[str
     if not os.access(path if there else os.path.dirname(path) or ".", os.W_OK):
         return "its file may not be written: ask its owner for the right, or take a copy of it"
     try:
-        if shutil.disk_usage(os.path.dirname(path) or ".").free == 0:
+        if shutil.disk_usage(os.path.dirname(path) or ".").free < 1 << 20:
             return "the disk is full: make room on it"
     except OSError:
         pass

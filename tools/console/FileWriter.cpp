@@ -5,7 +5,8 @@ namespace fbr {
 
 const char* WhatToDo(const std::error_code& code, const std::filesystem::path& file) {
     if (code == std::errc::no_space_on_device) return "; make room, or write to another disk";
-    if (code == std::errc::file_too_large) return "; files here may not be that large";
+    if (code == std::errc::file_too_large)
+        return "; raise the limit for the size of files, or take another disk";
     if (code == std::errc::permission_denied || code == std::errc::operation_not_permitted ||
         code == std::errc::read_only_file_system)
         return "; ask its owner for the right, or write elsewhere";

@@ -2,6 +2,7 @@
 // Writing a file as a whole: who looks finds the old one or the new one.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <system_error>
@@ -22,6 +23,8 @@ class FileWriter {
     FileWriter& operator=(const FileWriter&) = delete;
 
     void Write(const char* bytes, size_t size);
+    // Makes it so long, before the first byte: tells whether it may be.
+    void Reserve(uint64_t size);
     // Call it once, after the last byte.
     void Finish();
 

@@ -123,6 +123,10 @@ void FileWriter::Write(const char* bytes, size_t size) {
     }
 }
 
+void FileWriter::Reserve(uint64_t size) {
+    if (ftruncate(system_->descriptor, static_cast<off_t>(size)) != 0) ThrowLast();
+}
+
 void FileWriter::Finish() {
     const int descriptor = std::exchange(system_->descriptor, -1);
     if (close(descriptor) != 0) ThrowLast();

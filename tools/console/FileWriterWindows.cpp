@@ -112,6 +112,13 @@ void FileWriter::Write(const char* bytes, size_t size) {
     }
 }
 
+void FileWriter::Reserve(uint64_t size) {
+    FILE_END_OF_FILE_INFO end = {};
+    end.EndOfFile.QuadPart = static_cast<LONGLONG>(size);
+    if (!SetFileInformationByHandle(system_->handle, FileEndOfFileInfo, &end, sizeof end))
+        Throw(GetLastError());
+}
+
 void FileWriter::Finish() {
     const HANDLE handle = std::exchange(system_->handle, INVALID_HANDLE_VALUE);
     if (!CloseHandle(handle)) Throw(GetLastError());

@@ -20,7 +20,8 @@ namespace {
 constexpr std::string_view kCluster = "etcd://";
 constexpr size_t kLookedAt = 512;
 constexpr uintmax_t kLittleRoom = 1u << 20;
-constexpr const char* kDiskFull = "; the disk is full: make room on it";
+constexpr size_t kMore = 64 * 1024;  // what a new store takes, or a large change
+constexpr const char* kDiskFull = "the disk is full; make room on it";
 
 std::string FirstBytes(std::ifstream& in) {
     std::string bytes(kLookedAt, '\0');
@@ -143,11 +144,15 @@ bool MayBeWritten(const std::filesystem::path& file) {
     return static_cast<bool>(std::ofstream(file, std::ios::binary | std::ios::app | std::ios::in));
 }
 
+std::filesystem::path FolderOf(const std::filesystem::path& file) {
+    std::error_code ignored;
+    return std::filesystem::absolute(file, ignored).parent_path();
+}
+
 // Where no room is left on the disk for that many more bytes.
 bool IsFull(const std::filesystem::path& file, uintmax_t more = kLittleRoom) {
     std::error_code error;
-    const auto room =
-        std::filesystem::space(std::filesystem::absolute(file, error).parent_path(), error);
+    const auto room = std::filesystem::space(FolderOf(file), error);
     return !error && room.available < more;
 }
 
@@ -318,15 +323,42 @@ std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status) {
     return Advice(status, name.method);
 }
 
-// What the system says when as much is written there as a new store takes.
-std::string WhyNoFileIsMade(const std::filesystem::path& file) {
-    constexpr size_t kNewStore = 64 * 1024;
+// What the system says to a file beside that one which is a little larger than so many bytes.
+std::error_code TryBeside(const std::filesystem::path& file, uint64_t size) {
     try {
-        FileWriter(file).Write(std::string(kNewStore, '\0').data(), kNewStore);
-        return "; nothing may be made by that name in its folder: ask the owner for the right";
+        FileWriter beside(file);
+        beside.Reserve(size + kMore);
+        beside.Write(std::string(kMore, '\0').data(), kMore);
+        return {};
     } catch (const std::system_error& error) {
-        return "; " + error.code().message() + WhatToDo(error.code(), file);
+        return error.code();
     }
+}
+
+std::string InWords(const std::error_code& code, const std::filesystem::path& file) {
+    const bool large = code == std::errc::file_too_large;
+    return (large ? "a file there may not become that large" : code.message()) +
+           WhatToDo(code, file);
+}
+
+std::string WhyNoFileIsMade(const std::filesystem::path& file) {
+    const std::error_code code = TryBeside(file, 0);
+    if (code) return InWords(code, file);
+    return "; nothing may be made by that name in its folder: ask the owner for the right";
+}
+
+// Why that file cannot be larger than it is; empty where nothing is known.
+std::string WhyNoRoom(const std::filesystem::path& file) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error)) return "";
+    if (IsFull(file)) return kDiskFull;
+    const uintmax_t size = std::filesystem::file_size(file, error);
+    const std::error_code code = error ? error : TryBeside(file, size);
+    // Whoever may write the file need not have the right to make one beside it.
+    const bool tells = code && code != std::errc::permission_denied &&
+                       code != std::errc::operation_not_permitted &&
+                       code != std::errc::read_only_file_system;
+    return tells ? InWords(code, file) : "";
 }
 
 std::string WhyItIsNotMade(const StoreName& name) {
@@ -356,20 +388,26 @@ std::string WhyHiveIsNotSaved(const std::filesystem::path& file) {
     std::error_code error;
     const uintmax_t size = std::filesystem::file_size(file, error);
     if (IsFull(file, kLittleRoom + (error ? 0 : size)))
-        return "; a hive is saved as a new file beside the old one, and the disk has no room for "
-               "one: make room on it";
+        return "the disk has no room for the new file that a hive is saved as; make room on it";
+    if (std::string why = WhyNoRoom(file); !why.empty()) return why;
     return "; a hive is saved as a new file in its folder, which must take one of its size";
 }
 
 std::string WhyItFailed(const StoreName& name) {
+    std::error_code error;
     const auto file = FileOf(name);
     if (name.method == FS_VR_METHOD_CLUSTER && !IsBehindServer(name))
         return "; the line above tells what its members say";
     if (!file) return "; the server or the system tells no more";
     if (name.method == FS_VR_METHOD_OFFLINE) return WhyHiveIsNotSaved(*file);
-    if (IsFull(*file)) return kDiskFull;
-    if (!MayBeWritten(*file)) return "; its file may not be written: ask its owner for the right";
-    return "; no room for a larger file, or a damaged one: fbr check tells whether it is sound";
+    if (!MayBeWritten(*file)) return "its file may not be written; ask its owner for the right";
+    if (std::string why = WhyNoRoom(*file); !why.empty()) return why;
+    const auto room = std::filesystem::space(FolderOf(*file), error).available;
+    return fmt::format(
+        "; {}fbr check tells whether the file is sound",
+        error ? ""
+              : fmt::format("the disk has {} bytes left: make room if the change needs more; ",
+                            room));
 }
 
 }  // namespace fbr

@@ -36,7 +36,7 @@ StoreName Recognise(const std::string& path);
 // StoreError for a name of text.
 StoreName RecogniseNew(const std::string& path);
 
-// Words to put behind a failure to open, to make or to change a store, "; it is a folder": the
+// Words about a failure to open, to make or to change a store, as StatusText takes them: the
 // reason, and what to do. None where nothing is known.
 std::string WhyItDoesNotOpen(const StoreName& name);
 std::string WhyItIsNotMade(const StoreName& name);

@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "tools/store/Store.h"
 
 namespace fbr {
@@ -29,6 +31,12 @@ std::string MissingMethod(FBR_METHOD method) {
 
 std::string StatusText(FBR_STATUS status) {
     return fmt::format("{} ({})", FsStatusText(status), FsStatusName(status));
+}
+
+std::string StatusText(FBR_STATUS status, const std::string& why) {
+    if (why.empty() || why.front() == ';') return StatusText(status) + why;
+    const size_t end = std::min(why.find(';'), why.size());
+    return fmt::format("{} ({}){}", why.substr(0, end), FsStatusName(status), why.substr(end));
 }
 
 std::string Advice(FBR_STATUS status, FBR_METHOD method) {

@@ -10,6 +10,9 @@ namespace fbr {
 
 // "there is no such key, value or file (FSSTATUS_NOT_FOUND)".
 std::string StatusText(FBR_STATUS status);
+// The same with words behind it, "; ask its owner for the right". What begins with a reason
+// instead, "the disk is full; make room", stands in the place of the status's own words.
+std::string StatusText(FBR_STATUS status, const std::string& why);
 
 // What a bare status would leave a person to guess, with "; " in front; empty where there is
 // nothing to say. `method` is the store's.

@@ -74,7 +74,7 @@ Store::Store(StoreName name, IfMissing ifMissing) : name_(std::move(name)), show
     const auto fail = [&](FBR_STATUS status) {
         const std::string why =
             ifMissing == IfMissing::kCreate ? WhyItIsNotMade(name_) : WhyItDoesNotOpen(name_);
-        throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), why), status);
+        throw StoreError(fmt::format("{}: {}", what, StatusText(status, why)), status);
     };
     Session* const session = name_.isText ? nullptr : Session::Current();
     kept_ = session != nullptr;
@@ -161,7 +161,7 @@ void Store::ThrowFailed(const std::string& what, FBR_STATUS status) const {
 
 void ThrowFailedAt(const StoreName& name, const std::string& what, FBR_STATUS status) {
     if (status != FSSTATUS_FAILED) ThrowStatus(what, status, name.method);
-    throw StoreError(fmt::format("{}: {}{}", what, StatusText(status), WhyItFailed(name)), status);
+    throw StoreError(fmt::format("{}: {}", what, StatusText(status, WhyItFailed(name))), status);
 }
 
 Key Store::OpenKey(WStringView path) const {
