@@ -26,7 +26,7 @@ def options_of(fbr, name):
     for part in ("--method METHOD", "\nExit status:\n  0    done\n", "  4    busy",
                  "\nExamples:\n  fbr ", "  130  interrupted"):
         assert part in text, (name, part)
-    assert text.split("\nExamples:\n")[1].count(f"fbr {name} ") >= 2, text
+    assert len(re.findall(f"\n  fbr {name} ", text.split("\nExamples:")[1])) >= 2, text
     # A slip of the finger leads back.
     assert f'did you mean "{name}"?' in run(fbr, name + "x", status=2)
     # A name and what it does stand apart.

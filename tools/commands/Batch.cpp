@@ -10,6 +10,7 @@
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/Ends.h"
+#include "tools/commands/Grammar.h"
 #include "tools/commands/ShellLine.h"
 #include "tools/commands/Shown.h"
 #include "tools/console/ReadFile.h"
@@ -35,20 +36,26 @@ struct Line {
     std::string expected;  // where it can be no command
 };
 
-Line LineOf(uint64_t number, const ShellLine& parsed) {
+// What is no command at all is told by who reads the words.
+bool CannotStandIn(const Grammar& grammar, const std::string& command) {
+    const auto is = [&](const auto& one) { return one.name == command; };
+    return std::ranges::any_of(grammar.commands, is) &&
+           std::find(kAllowed.begin(), kAllowed.end(), command) == kAllowed.end();
+}
+
+Line LineOf(const Grammar& grammar, uint64_t number, const ShellLine& parsed) {
     Line line{number, parsed.words, ""};
-    const std::string command = line.words.empty() ? "" : line.words[0];
     if (const char* expected = parsed.Expected())
         line.expected = expected;
     else if (parsed.piped)
         line.expected = "no | outside of quotes";
-    else if (std::find(kAllowed.begin(), kAllowed.end(), command) == kAllowed.end())
-        line.expected = fmt::format("a command that a batch can have, not \"{}\"", command);
+    else if (CannotStandIn(grammar, line.words[0]))
+        line.expected = fmt::format("a command that a batch can have, not \"{}\"", line.words[0]);
     return line;
 }
 
 // All lines that are not empty.
-std::vector<Line> LinesOf(const std::string& file) {
+std::vector<Line> LinesOf(const Grammar& grammar, const std::string& file) {
     std::istringstream in(Utf8(DecodeTextFile(ReadInput(file), [](auto) { return false; })));
     std::vector<Line> lines;
     uint64_t number = 0;
@@ -56,36 +63,38 @@ std::vector<Line> LinesOf(const std::string& file) {
         ++number;
         if (text.ends_with('\r')) text.pop_back();
         const ShellLine parsed = ParseShellLine(text);
-        if (!parsed.words.empty() || parsed.piped) lines.push_back(LineOf(number, parsed));
+        if (!parsed.words.empty() || parsed.piped) lines.push_back(LineOf(grammar, number, parsed));
     }
     return lines;
 }
 
+std::string Where(const std::string& file, const Line& line) {
+    return fmt::format("{}:{}", file, line.number);
+}
+
 // Does `work` with a command line of its own for the words of a line.
 template <typename Work>
-auto WithLine(const Cli& all, std::vector<std::string> words, const Work& work) {
+auto WithLine(const Cli& all, const Line& line, const std::string& file, const Work& work) {
     Cli cli;
     AddCommands(cli);
+    cli.StandAt(Where(file, line));
+    std::vector<std::string> words = line.words;
     const auto shared = all.SharedWords();
     words.insert(words.begin(), shared.begin(), shared.end());
     if (!all.Method().empty()) words.insert(words.begin(), {"--method", all.Method()});
     return work(cli, std::move(words));
 }
 
-int RunLine(const Cli& all, const Line& line) {
-    return WithLine(all, line.words, [](Cli& cli, auto words) { return cli.RunOne(words); });
+int RunLine(const Cli& all, const Line& line, const std::string& file) {
+    return WithLine(all, line, file, [](Cli& cli, auto words) { return cli.RunOne(words); });
 }
 
 // False, and told, where that cannot be done.
 bool Rehearse(const Cli& all, const Line& line, const std::string& file) {
-    const bool can = line.expected.empty() && WithLine(all, line.words, [](Cli& cli, auto words) {
-                         return cli.Rehearse(words);
-                     });
-    if (!can)
-        std::cerr << fmt::format(
-            "fbr: {}:{}: {}\n", file, line.number,
-            line.expected.empty() ? "cannot be done" : "expected " + line.expected);
-    return can;
+    if (line.expected.empty())
+        return WithLine(all, line, file, [](Cli& cli, auto words) { return cli.Rehearse(words); });
+    std::cerr << fmt::format("fbr: {}: expected {}\n", Where(file, line), line.expected);
+    return false;
 }
 
 // Throws where the words of any line are wrong, all of which are told, before the first is done.
@@ -104,24 +113,24 @@ bool IsFailure(int status) {
     return status != kExitOk && status != kExitNo;
 }
 
+std::string WhatStands(size_t before) {
+    if (before == 0) return "no command before it was done";
+    return fmt::format("{} before it {} done, and what {} did stands", Counted(before, "command"),
+                       before == 1 ? "was" : "were", before == 1 ? "it" : "they");
+}
+
 // The status of the first line that failed, or of one that answered no.
 int RunAll(const Cli& cli, const std::vector<Line>& lines, const BatchArguments& args) {
     int all = kExitOk;
     uint64_t failed = 0;
     for (size_t i = 0; i < lines.size(); ++i) {
-        const int status = WasInterrupted() ? kExitInterrupted : RunLine(cli, lines[i]);
+        const int status = WasInterrupted() ? kExitInterrupted : RunLine(cli, lines[i], args.file);
         if (status == kExitInterrupted || (IsFailure(status) && !args.goOn)) {
-            std::cerr << fmt::format(
-                "fbr: {}:{}: stopped; {} before it {} done, and what {} did "
-                "stands\n",
-                args.file, lines[i].number, Counted(i, "command"), i == 1 ? "was" : "were",
-                i == 1 ? "it" : "they");
+            std::cerr << fmt::format("fbr: {}: stopped; {}\n", Where(args.file, lines[i]),
+                                     WhatStands(i));
             return status;
         }
-        if (IsFailure(status)) {
-            ++failed;
-            std::cerr << fmt::format("fbr: {}:{}: failed\n", args.file, lines[i].number);
-        }
+        if (IsFailure(status)) ++failed;
         if (!IsFailure(all) && status != kExitOk) all = status;
     }
     if (failed != 0)
@@ -133,7 +142,7 @@ int RunAll(const Cli& cli, const std::vector<Line>& lines, const BatchArguments&
 void Batch(Cli& cli, const BatchArguments& args) {
     if (args.stop && args.goOn) throw UsageError("expected either --stop or --continue");
     if (cli.Quiet()) throw UsageError("expected --quiet in the lines that need it");
-    const std::vector<Line> lines = LinesOf(args.file);
+    const std::vector<Line> lines = LinesOf(cli.AsGrammar(), args.file);
     const InterruptGuard guard;
     RehearseAll(cli, lines, args.file);
     Session session;
@@ -150,6 +159,7 @@ void AddBatchCommand(Cli& cli) {
     cli.Add("batch", "Do several commands, one a line, under one lock")
         .No("a line answered no, and none failed")
         .Example("fbr batch changes.txt")
+        .Example("fbr batch changes.txt --continue")
         .Example("echo 'set settings.fbr Software Name sz \"a b\"' | fbr batch -")
         .Text("FILE", args->file, Need::kRequired,
               "the commands without \"fbr\", with quotes as in a shell; - for standard input")

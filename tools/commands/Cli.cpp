@@ -18,6 +18,7 @@
 #include "include/ZrFsVersion.h"
 #include "tools/commands/Grammar.h"
 #include "tools/commands/Methods.h"
+#include "tools/commands/Wrong.h"
 #include "tools/console/Console.h"
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
@@ -32,22 +33,6 @@
 
 namespace fbr {
 namespace {
-
-// The parser takes a word in square brackets for a list. A mark in front hides it, and comes off
-// again where the word is used.
-constexpr char kShield = '\x01';
-
-std::string Shielded(std::string word) {
-    if (!word.empty() && (word.front() == '[' || word.front() == kShield)) {
-        word.insert(word.begin(), kShield);
-    }
-    return word;
-}
-
-std::string Unshielded(std::string word) {
-    if (!word.empty() && word.front() == kShield) word.erase(word.begin());
-    return word;
-}
 
 // "--to --to-method M STORE" means "--to-method M --to STORE": the parser would have --to without
 // its words.
@@ -99,27 +84,13 @@ void AddText(CLI::App& app, std::string name, Target& target, Need need, const c
         ->required(need == Need::kRequired);
 }
 
-// The parser tells of a command that is missing where it does not know the word.
-std::string WhatIsWrong(const CLI::App& app, const CLI::Error& error) {
-    if (error.get_name() == "ArgumentMismatch") return ExpectedBehind(app, error.what());
-    if (!app.get_subcommands().empty() || error.get_name() != "RequiredError") return error.what();
-    const std::vector<std::string> words = app.remaining();
-    const auto word = std::find_if(words.begin(), words.end(), [](const std::string& one) {
-        return !one.empty() && one.front() != '-';
-    });
-    if (word == words.end()) return "expected a command";
-    const std::string shown = Unshielded(*word), nearest = NearestCommand(app, shown);
-    return fmt::format("expected a command, not \"{}\"{}", shown,
-                       nearest.empty() ? "" : fmt::format("; did you mean \"{}\"?", nearest));
-}
-
 int ExitStatusOf(const StoreError& error) {
     const bool busy =
         error.Status() == FSSTATUS_LOCK_FAILED || error.Status() == FSSTATUS_SHARING_VIOLATION;
     return busy ? kExitBusy : kExitFailed;
 }
 
-int Report(const char* text, int status) {
+int Report(const std::string& text, int status) {
     std::cout.flush();
     std::cerr << "fbr: " << text << '\n';
     return status;
@@ -260,10 +231,11 @@ Cli::Cli()
         LimitWait();
         if (!Rehearsal::Stands()) StartTrace();
     });
-    app_->failure_message([this](const CLI::App* app, const CLI::Error& error) {
-        return fmt::format("fbr: {}\n{}\n", WhatIsWrong(*app, error),
-                           inShell_ ? "Type \"help\" or \"help COMMAND\"."
-                                    : "Run \"fbr --help\" or \"fbr COMMAND --help\".");
+    app_->failure_message([this](const CLI::App*, const CLI::Error& error) {
+        const std::string wrong = fmt::format("fbr: {}{}\n", where_, WhatIsWrong(*app_, error));
+        if (!where_.empty()) return wrong;
+        return wrong + (inShell_ ? "Type \"help\" or \"help COMMAND\".\n"
+                                 : "Run \"fbr --help\" or \"fbr COMMAND --help\".\n");
     });
     app_->footer("Exit status:\n" + ExitStatusLines("differences, findings, nothing found"));
 }
@@ -296,7 +268,7 @@ void Cli::LimitWait() const {
 }
 
 void Cli::TellLoss(const std::string& text) {
-    SetExitStatus(Report(text.c_str(), kExitFailed));
+    SetExitStatus(Report(where_ + text, kExitFailed));
 }
 
 void Cli::StartTrace() {
@@ -377,7 +349,7 @@ void Cli::HearWarnings() {
                                file == "FS_Library_DLL/StoreLock";
             if (!heard) return;
             if (std::exchange(last, record.message) == record.message) return;  // tried again
-            const int status = Report(WithReason(record.message).c_str(), kExitFailed);
+            const int status = Report(WithReason(record.message), kExitFailed);
             if (loss && !findsDamage_) SetExitStatus(status);
         });
 }
@@ -466,7 +438,7 @@ void Cli::TellProgram(const std::string& error, int status) const {
 
 int Cli::Fail(const std::string& text, int status) const {
     TellProgram(text, status);
-    return Report(text.c_str(), status);
+    return Report(where_ + text, status);
 }
 
 bool Cli::Colored() const {

@@ -115,6 +115,8 @@ class Cli {
     // Words that stand for those given to every command, but for the method: for lines that are
     // command lines of their own.
     std::vector<std::string> SharedWords() const;
+    // The words are those of a line, "changes.txt:2", which stands in front of what goes wrong.
+    void StandAt(const std::string& line) { where_ = line + ": "; }
     // True when the library was told to trace.
     bool Traces() const { return !traceFolder_.empty(); }
 
@@ -153,6 +155,7 @@ class Cli {
     std::optional<std::string> wait_;
     std::string color_ = "auto";
     bool json_ = false, quiet_ = false;
+    std::string where_;
     bool inShell_ = false;  // the words are those of a line there, which has no store
     int exitStatus_ = kExitOk;
     bool findsDamage_ = false;

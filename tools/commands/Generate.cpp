@@ -33,6 +33,7 @@ void AddGenerateCommand(Cli& cli) {
 
     cli.Add("generate", "Write the manual page, or what lets a shell complete the words of fbr")
         .Example("fbr generate man > fbr.1")
+        .Example("fbr generate fish > ~/.config/fish/completions/fbr.fish")
         .Example("source <(fbr generate bash)")
         .Choice("KIND", *kind, kinds, "man, bash, zsh, fish or powershell", Need::kRequired)
         .Does([&cli, kind] { Generate(cli, *kind); });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the help of a command tells beside its words, and what to say of a word that is no command.
+// What the help of a command tells beside its words.
 #pragma once
 
 #include <string>
@@ -24,15 +24,8 @@ std::string HelpFooter(const CLI::App& all, const Notes& notes, bool examples);
 // One line each: the exit statuses, with "3" only where `no` tells what it means.
 std::string ExitStatusLines(const std::string& no);
 
-// The command of `all` that `word` is most likely meant to be; empty when none is near.
-std::string NearestCommand(const CLI::App& all, const std::string& word);
-
 // In a shell a command has the store from there, and so have places behind an option: takes these
 // words off the command, for its help and what is wrong with its words.
 void HideStore(CLI::App& command);
-
-// What should stand behind an option, of which the parser told that it is not so many words: it
-// counts the store that a shell puts there.
-std::string ExpectedBehind(const CLI::App& app, const std::string& told);
 
 }  // namespace fbr

@@ -196,6 +196,7 @@ void AddShellCommand(Cli& cli) {
     const auto args = std::make_shared<ShellArguments>();
     cli.Add("shell", "Work on one store, a command a line, with history and completion")
         .Example("fbr shell settings.fbr")
+        .Example("fbr shell settings.hiv --method offline")
         .Example("echo 'ls Software' | fbr shell settings.fbr")
         .Text("STORE", args->store, Need::kRequired, "the store")
         .Does([&cli, args] {
