@@ -91,9 +91,15 @@ uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there,
         CompareTrees(here, there, watcher, progress.OnKey(), onLoss);
         return watcher.Seen();
     };
+    const auto compareInFull = [&](DifferenceSink& report) {
+        Watcher watcher(report, progress);
+        NewInFull full(watcher, there, onLoss);
+        CompareTrees(here, there, full, progress.OnKey(), onLoss);
+        return watcher.Seen();
+    };
     if (cli.Json()) {
         DifferenceJson json(out, here.key);
-        return compare(json);
+        return compareInFull(json);
     }
     if (args.format == "html") {
         DifferencePage page(out, here, there, onLoss);
@@ -103,7 +109,7 @@ uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there,
     }
     if (args.format != "reg") {
         DifferenceLines lines(out, here.key, args.file.empty() && cli.Colored());
-        return compare(lines);
+        return compareInFull(lines);
     }
     DifferenceReg reg(out, JoinKeys(KeyArgument(args.prefix), here.key), there, onLoss);
     const uint64_t differences = compare(reg);

@@ -29,6 +29,20 @@ std::string ShowBoth(const Value& here, const Value& there) {
 
 }  // namespace
 
+void NewInFull::KeyOnlyThere(WStringView path) {
+    ReadTree(there_.store, JoinKeys(there_.key, path), *this, {}, onLoss_, Order::kByName);
+}
+
+void NewInFull::Key(WStringView path) {
+    path_ = PathBelow(path, there_.key);
+    report_.KeyOnlyThere(path_);
+}
+
+void NewInFull::Value(WStringView name, uint32_t type, const Bytes& data) {
+    const fbr::Value value{type, data};
+    report_.ValueDiffers(path_, WString(name), nullptr, &value);
+}
+
 std::string DifferenceLines::Shown(WStringView path) const {
     return ShowKey(JoinKeys(key_, path));
 }

@@ -14,6 +14,33 @@
 
 namespace fbr {
 
+// Hands on to `report`, and of a key that is only there all that is in it: key by key and value by
+// value, as one would make it here. A key that is only here goes in one step, and stands for all
+// below it.
+class NewInFull : public DifferenceSink, private RecordSink {
+  public:
+    // `report` and `there` outlive the object. `onLoss` is told of what `there` lists and does not
+    // give.
+    NewInFull(DifferenceSink& report, const Place& there, OnLoss onLoss)
+        : report_(report), there_(there), onLoss_(std::move(onLoss)) {}
+
+    void KeyOnlyHere(platform::WStringView path) override { report_.KeyOnlyHere(path); }
+    void KeyOnlyThere(platform::WStringView path) override;
+    void ValueDiffers(platform::WStringView path, const platform::WString& name,
+                      const fbr::Value* here, const fbr::Value* there) override {
+        report_.ValueDiffers(path, name, here, there);
+    }
+
+  private:
+    void Key(platform::WStringView path) override;
+    void Value(platform::WStringView name, uint32_t type, const Bytes& data) override;
+
+    DifferenceSink& report_;
+    const Place& there_;
+    const OnLoss onLoss_;
+    platform::WString path_;  // of the key whose values come
+};
+
 // One line a difference, with the key's path in the store that is here:
 //
 //   - \a\b\                       a key, and all below it, that is only here

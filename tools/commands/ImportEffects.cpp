@@ -67,19 +67,42 @@ void UndoWriter::Restore(const WString& path) {
     current_.reset();
 }
 
+void DryRun::GoTo(WStringView path) {
+    spelling_.GoTo(path, [this](const WString& made) {
+        lines_.KeyOnlyThere(made);
+        changes_ = true;
+    });
+}
+
+void DryRun::TellValue(const WString& path, WStringView name, const Value* here,
+                       const Value* there) {
+    const auto first = firsts_.find(words_.Hash().Value(path, name));
+    if (first != firsts_.end()) name = first->second;
+    GoTo(path);
+    lines_.ValueDiffers(spelling_.Path(), spelling_.OfValue(words_.Hash().Name(name)), here, there);
+    changes_ = true;
+}
+
+void DryRun::RememberFirst(const WString& path, const Record& record) {
+    const uint64_t hash = words_.Hash().Value(path, record.name);
+    if (record.kind == Record::Kind::kValue) firsts_.try_emplace(hash, record.name);
+    if (record.kind == Record::Kind::kDeleteValue) firsts_.erase(hash);
+}
+
 // The values of an old key that is removed and made again, but for those that are set later.
 void DryRun::TellValues(const Key& key) {
     for (const WString& name : ReachableValues(key, {})) {
         if (words_.OfValue(key.Path(), name) > number_) continue;
         if (IsStoresOwn({*store_, {}}, key.Path(), name)) continue;
         const auto value = TryGet(key, name, {});
-        if (value) lines_.ValueDiffers(key.Path(), name, &*value, nullptr);
+        if (value) TellValue(key.Path(), name, &*value, nullptr);
         changes_ = true;
     }
 }
 
 void DryRun::TellGone(const WString& path) {
-    lines_.KeyOnlyHere(path);
+    GoTo(path);
+    lines_.KeyOnlyHere(spelling_.Path());
     changes_ = true;
 }
 
@@ -112,17 +135,14 @@ void DryRun::Take(const WString& path, const Record& record) {
         if (there) TellRemoved(path);
         return;
     }
-    if (!there && made_.insert(words_.Hash().Key(path)).second) {
-        lines_.KeyOnlyThere(path);
-        changes_ = true;
-    }
-    if (record.kind == Record::Kind::kKey || !words_.IsLast(path, record, number_)) return;
+    if (!there) GoTo(path);
+    if (record.kind == Record::Kind::kKey) return;
+    if (!words_.IsLast(path, record, number_)) return RememberFirst(path, record);
     const auto old = there ? old_.Get(record.name) : std::nullopt;
     std::optional<Value> value;
     if (record.kind == Record::Kind::kValue) value = Value{record.type, record.data};
-    if (old == value) return;
-    lines_.ValueDiffers(path, record.name, old ? &*old : nullptr, value ? &*value : nullptr);
-    changes_ = true;
+    if (old != value)
+        TellValue(path, record.name, old ? &*old : nullptr, value ? &*value : nullptr);
 }
 
 }  // namespace fbr

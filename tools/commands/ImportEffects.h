@@ -4,10 +4,11 @@
 
 #include <optional>
 #include <ostream>
-#include <unordered_set>
+#include <unordered_map>
 
 #include "tools/commands/DifferenceReports.h"
 #include "tools/commands/LastWords.h"
+#include "tools/commands/Spelling.h"
 #include "tools/format/RegWriter.h"
 #include "tools/store/Store.h"
 
@@ -49,12 +50,17 @@ class UndoWriter {
     platform::WString taken_;                   // taken back last
 };
 
-// Tells what the records come to, each thing once: where the last word on it stands in the file.
+// Tells what the records come to, as a comparison with the store does afterwards, each thing once:
+// where the last word on it stands in the file.
 class DryRun {
   public:
     // `store` is null for one that is not there yet.
     DryRun(const Store* store, const LastWords& words, std::ostream& out, bool colored)
-        : store_(store), words_(words), old_(store), lines_(out, {}, colored) {}
+        : store_(store),
+          words_(words),
+          old_(store),
+          spelling_(store, words.Hash()),
+          lines_(out, {}, colored) {}
 
     void Take(const platform::WString& path, const Record& record);
     bool ChangesAnything() const { return changes_; }
@@ -63,13 +69,19 @@ class DryRun {
     void TellRemoved(const platform::WString& path);
     void TellGone(const platform::WString& path);
     void TellValues(const Key& key);
+    void TellValue(const platform::WString& path, platform::WStringView name, const Value* here,
+                   const Value* there);
+    void GoTo(platform::WStringView path);
+    void RememberFirst(const platform::WString& path, const Record& record);
 
     const Store* const store_;
     const LastWords& words_;
     OldState old_;
+    Spelling spelling_;
     DifferenceLines lines_;
-    uint64_t number_ = 0;                // of the record
-    std::unordered_set<uint64_t> made_;  // hashes of keys
+    uint64_t number_ = 0;  // of the record
+    // How values of which the file speaks again are spelled where it does first.
+    std::unordered_map<uint64_t, platform::WString> firsts_;
     bool changes_ = false;
 };
 

@@ -27,8 +27,13 @@ uint64_t PlaceHash::Key(WStringView path) const {
 }
 
 uint64_t PlaceHash::Value(WStringView path, WStringView name) const {
-    if (unnamedIsDefault_ && platform::CompareFolded(name, WTEXT("(Default)")) == 0) name = {};
-    return Added(Key(path) * 0x9E3779B97F4A7C15u + 1, name);
+    return Added(Key(path) * 0x9E3779B97F4A7C15u + 1, Name(name));
+}
+
+WStringView PlaceHash::Name(WStringView name) const {
+    const bool unnamed =
+        unnamedIsDefault_ && platform::CompareFolded(name, WTEXT("(Default)")) == 0;
+    return unnamed ? WStringView() : name;
 }
 
 void Repeats::Take(WStringView path, const Record& record) {

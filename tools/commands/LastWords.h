@@ -19,6 +19,8 @@ class PlaceHash {
 
     uint64_t Key(platform::WStringView path) const;
     uint64_t Value(platform::WStringView path, platform::WStringView name) const;
+    // Empty for all names of the unnamed value.
+    platform::WStringView Name(platform::WStringView name) const;
 
   private:
     bool unnamedIsDefault_;
