@@ -7,6 +7,7 @@
 
 #include "FS_Library_DLL/SharedStore.h"
 #include "tools/commands/Cli.h"
+#include "tools/commands/Ends.h"
 #include "tools/console/ReadFile.h"
 #include "tools/format/Text.h"
 #include "tools/format/TypeNames.h"
@@ -70,6 +71,7 @@ void Set(const StoreName& store, const EditArguments& args) {
                                  : DataFromWords(*type, args.hex, args.data);
 
     Store open(store, Store::IfMissing::kFail);
+    ExpectNotStoresOwn({open, key}, name);
     {
         const WriteLock lock(open);
         NewKeys made(open, key);

@@ -13,6 +13,11 @@ WString LivePath(const End& end) {
 
 }  // namespace
 
+void ExpectNotStoresOwn(const Place& place, WStringView name) {
+    if (IsStoresOwn(place, {}, name))
+        throw UsageError("expected another value than FBRVersion, which is the store's own");
+}
+
 bool LeadsIntoItself(const End& from, const End& to) {
     const bool live =
         from.store.method == FS_VR_METHOD_NATIVE && to.store.method == from.store.method;

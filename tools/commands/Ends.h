@@ -18,6 +18,10 @@ struct End {
     platform::WString key;
 };
 
+// Throws UsageError for the value by which a store tells its version: who sets another one locks
+// everybody out.
+void ExpectNotStoresOwn(const Place& place, platform::WStringView name);
+
 // True when `to` is `from` or stands below it.
 bool LeadsIntoItself(const End& from, const End& to);
 

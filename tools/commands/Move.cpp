@@ -39,8 +39,8 @@ Way WayOf(const Cli& cli, const MoveArguments& args) {
 }
 
 void TakeValue(const Way& way, const Place& from, const Place& to, bool move) {
-    if (IsStoresOwn(from, {}, *way.name) || IsStoresOwn(to, {}, *way.newName))
-        throw UsageError("expected another value than FBRVersion, which is the store's own");
+    ExpectNotStoresOwn(from, *way.name);
+    ExpectNotStoresOwn(to, *way.newName);
     const Key source = from.store.OpenKey(from.key);
     const Value value = source.Get(*way.name);
     NewKeys made(to.store, to.key);

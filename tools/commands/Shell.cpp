@@ -6,6 +6,7 @@
 #include <array>
 #include <iostream>
 #include <memory>
+#include <utility>
 
 #include "tools/commands/Cli.h"
 #include "tools/commands/ShellLine.h"
@@ -39,6 +40,12 @@ std::string ExpectedOf(const ShellLine& line) {
     return "";
 }
 
+// What files of lines have around them on some systems.
+void TakeOffEnds(std::string& line, bool isFirst) {
+    if (isFirst && line.starts_with(kUtf8Mark)) line.erase(0, kUtf8Mark.size());
+    if (line.ends_with('\r')) line.pop_back();
+}
+
 constexpr const char* kHelp =
     "cd [KEY]     makes a key the current one; the root if not given\n"
     "pwd          tells the current key\n"
@@ -65,7 +72,9 @@ class Shell {
     // The exit status of the last command.
     int Run() {
         LineEditor editor([this](const std::string& line) { return Continue(line); });
-        while (const auto line = editor.Read(fmt::format("{} \\{}> ", place_.store, place_.key))) {
+        bool isFirst = true;
+        while (auto line = editor.Read(fmt::format("{} \\{}> ", place_.store, place_.key))) {
+            if (!InputIsTerminal()) TakeOffEnds(*line, std::exchange(isFirst, false));
             const ShellLine parsed = ParseShellLine(*line);
             if (const std::string expected = ExpectedOf(parsed); !expected.empty()) {
                 std::cerr << "fbr: expected " << expected << std::endl;

@@ -37,7 +37,6 @@ constexpr char16_t kAnsi80[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026
                                   0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 constexpr size_t kPartBytes = 64 * 1024;  // even: no unit is parted
-constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 void AppendUtf16(WString& out, std::string_view bytes, bool bigEndian) {
     for (size_t i = 0; i + 1 < bytes.size(); i += 2) {

@@ -19,6 +19,9 @@ using platform::WStringView;
 // A file as the command line names it.
 std::filesystem::path FilePath(std::string_view utf8);
 
+// In front of what some systems write as UTF-8.
+inline constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+
 // Appends `text` as UTF-8. A lone surrogate, which UTF-8 cannot carry, becomes U+FFFD.
 void AppendUtf8(std::string& out, WStringView text);
 std::string Utf8(WStringView text);
