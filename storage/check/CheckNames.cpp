@@ -142,9 +142,13 @@ bool IsVersionName(const DirectoryEntry& entry) {
     return true;
 }
 
-bool HasVersion(const uint8_t* entries, uint32_t count) {
-    for (uint32_t i = 0; i < count; ++i)
-        if (IsVersionName(Load<DirectoryEntry>(entries, i * kEntrySize))) return true;
+bool HasVersion(const uint8_t* entries, uint32_t count, uint32_t* headerPage) {
+    for (uint32_t i = 0; i < count; ++i) {
+        const auto entry = Load<DirectoryEntry>(entries, i * kEntrySize);
+        if (!IsVersionName(entry)) continue;
+        *headerPage = entry.headerPage;
+        return true;
+    }
     return false;
 }
 
@@ -212,8 +216,8 @@ Status LookForStore(CheckRun* run) {
         const Status read = LoadChecked(run, link, run->other);
         if (read != kOk) return read;
         if (run->digests[link].kind != kEntryPage) break;
-        run->isStore =
-            HasVersion(run->other + kPageHeaderSize, run->context->payloadSize / kEntrySize);
+        run->isStore = HasVersion(run->other + kPageHeaderSize,
+                                  run->context->payloadSize / kEntrySize, &run->versionHeader);
         link = run->digests[link].nextPage;
     }
     return kOk;

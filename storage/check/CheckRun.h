@@ -54,6 +54,7 @@ struct CheckRun {
     PageWindow windows[kPageWindows];  // the one used last in front
     NumberList objects;                // first HeaderPages of all that the walk came to
     bool isStore = false;              // a container of the key store, whose names are in its form
+    uint32_t versionHeader = 0;        // the first HeaderPage of the value that makes it one
 
     CheckRun() = default;
     CheckRun(const CheckRun&) = delete;
@@ -153,7 +154,7 @@ Status JudgeName(CheckRun* run, const DirectoryEntry& entry, uint32_t length, Ch
 // Gives a free name to each entry that no path leads to, for what it is called or because a
 // neighbour is called the same.
 Status CheckDirectoryNames(CheckRun* run, CheckNames* names);
-// Sets isStore.
+// Sets isStore and versionHeader.
 Status LookForStore(CheckRun* run);
 
 // The chain of an object's stream and the index of it.

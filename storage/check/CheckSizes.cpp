@@ -13,6 +13,8 @@ namespace {
 constexpr uint32_t kValueHeader = 8;  // u32 type, u32 size of the data
 constexpr uint32_t kValueSize = 4;
 constexpr uint32_t kLeastRoom = 32;  // payload of a stream record made anew
+// Its version, as a store makes it: a DWORD of 4 bytes, 2.
+constexpr uint32_t kVersionValue[] = {4, 4, 2};
 
 struct SizeCheck {
     CheckRun* run;
@@ -56,7 +58,8 @@ Status SizeCheck::FindHeader(uint32_t* page, uint32_t* offset) {
     return kOk;
 }
 
-// A value that has no room for its header gets some, of zeros: it is empty then.
+// A value that has no room for its header gets some, of zeros: it is empty then. But for the
+// version of the store, which nobody could open with an empty one.
 Status SizeCheck::MakeRoom() {
     Status status = LoadChecked(run, headerPage, run->header);
     if (status != kOk) return status;
@@ -77,9 +80,11 @@ Status SizeCheck::MakeRoom() {
     Store(place, record::kType, uint16_t{kDataRecord});
     Store(place, record::kSize, static_cast<uint16_t>(now));
     header->endOffset = static_cast<uint16_t>(header->endOffset - old + now);
+    const bool isVersion = headerPage == run->versionHeader;
+    if (isVersion) std::memcpy(place + record::kPayload, kVersionValue, sizeof kVersionValue);
     status = StoreChecked(run, headerPage, run->header);
     stored = kLeastRoom;
-    return status == kOk ? SetSize(kValueHeader) : status;
+    return status == kOk ? SetSize(isVersion ? sizeof kVersionValue : kValueHeader) : status;
 }
 
 Status SizeCheck::CheckValue() {

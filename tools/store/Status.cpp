@@ -50,7 +50,9 @@ std::string Advice(FBR_STATUS status, FBR_METHOD method) {
                        ? "; fbr check tells all that are missing or damaged"
                        : "; fbr check tells more of a container";
         case FSSTATUS_VERSION_MISMATCH:
-            return "; take the version of the tool that made it";
+            return "; take the version of the tool that made it, or fbr repair where fbr check "
+                   "finds "
+                   "damage";
         case FSSTATUS_ACCESS_DENIED:
             return method == FS_VR_METHOD_CLUSTER
                        ? "; the line above tells what the cluster says: it goes by ZRFS_ETCD_USER "
