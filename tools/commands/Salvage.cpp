@@ -116,6 +116,7 @@ class ContainerSalvage {
     void NameChildren(std::vector<Child>& children, const Level& level);
     std::string NameFault(Child& child, Names& names) const;
     void Value(const FoundObject& object, WString name, const WString& key);
+    void TellAttributes(const FoundObject& object, const std::string& shown);
     WString PathAtTop(uint32_t id);
 
     const Image& image_;
@@ -131,10 +132,15 @@ class ContainerSalvage {
     const std::function<void()> step_;
 };
 
+void ContainerSalvage::TellAttributes(const FoundObject& object, const std::string& shown) {
+    const std::string fault = AttributesFault(object);
+    if (!fault.empty()) onLoss_(fmt::format("the entry of {} {}", shown, fault));
+}
+
 void ContainerSalvage::Value(const FoundObject& object, WString name, const WString& key) {
     if (name == kUnnamed) name.clear();
     const std::string shown = fmt::format("value \"{}\" of key {}", Printable(name), ShowKey(key));
-    if (object.isMislabeled) onLoss_(fmt::format("the entry of {} says that it is a key", shown));
+    TellAttributes(object, shown);
     const ValueRead value = ValueOf(image_, objects_, object);
     if (!value.found) return onLoss_(fmt::format("left out {}: {}", shown, value.fault));
     if (!value.fault.empty())
@@ -213,8 +219,7 @@ void ContainerSalvage::Tell(const Level& level, std::vector<Level>& keys) {
             onLoss_(fmt::format("a key below {} is too deep and stands at {}",
                                 ShowKey(level.path.substr(0, kShownPath)), ShowKey(path)));
         }
-        if (object.isMislabeled)
-            onLoss_(fmt::format("the entry of key {} says that it is a value", ShowKey(path)));
+        TellAttributes(object, "key " + ShowKey(path));
         keys.push_back({object.id, std::move(path), level.rooted && object.agrees});
     }
 }

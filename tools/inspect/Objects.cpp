@@ -129,6 +129,17 @@ std::string InWords(const ObjectPath& path) {
            " below " + keyAt(path.key.substr(0, last == WString::npos ? 0 : last));
 }
 
+std::string AttributesFault(const FoundObject& object) {
+    constexpr uint32_t kEither = storage::kAttrFile | storage::kAttrDirectory;
+    const uint32_t right = object.isKey ? storage::kAttrDirectory : storage::kAttrFile;
+    const uint32_t said = object.attributes & ~uint32_t{storage::kAttrInherited};
+    if (object.entryPage == 0 || said == right) return "";
+    if (said == (kEither ^ right))
+        return object.isKey ? "says that it is a value" : "says that it is a key";
+    return fmt::format("has attributes 0x{:X}, which no {} has", object.attributes,
+                       object.isKey ? "key" : "value");
+}
+
 Objects::Objects(const Image& image) : image_(image), ownerIds_(image.PageCount()), lists_(image) {
     if (image.PageCount() <= storage::kSuperblockNumber) return;
     const PageBytes super = image.Page(storage::kSuperblockNumber);
@@ -184,6 +195,7 @@ void Objects::TakeEntries(uint32_t number, const PageBytes& page, bool inUse) {
         object.headerPage = entry.headerPage;
         object.entryPage = number;
         object.entryOffset = entry.offset;
+        object.attributes = entry.attributes;
         object.isKey = (entry.attributes & storage::kAttrDirectory) != 0;
         object.inUse = inUse;
         objects_.push_back(object);
@@ -253,8 +265,7 @@ void Objects::JudgeByRecords() {
         const bool hasData = HasContent(image_, page, storage::kDataRecord);
         const bool hasList =
             HasContent(image_, page, storage::kDirectoryRecord) || parents.contains(object.id);
-        object.isMislabeled = hasData != hasList && object.isKey == hasData;
-        if (object.isMislabeled) object.isKey = !object.isKey;
+        if (hasData != hasList) object.isKey = hasList;
     }
 }
 

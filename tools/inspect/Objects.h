@@ -20,11 +20,11 @@ struct FoundObject {
     uint32_t headerPage = 0;  // the first one; 0 when there is none of it
     uint32_t entryPage = 0;   // where its directory entry is; 0 when there is none
     uint32_t entryOffset = 0;
+    uint32_t attributes = 0;  // by its directory entry, which may lie
     bool isKey = false;
-    bool isMislabeled = false;  // by its entry, which says that it is the other one
-    bool agrees = false;        // the entry and the header page are of one object
-    bool exact = false;         // and each says that the other is theirs
-    bool inUse = false;         // the page map has its page for used, or is damaged there
+    bool agrees = false;  // the entry and the header page are of one object
+    bool exact = false;   // and each says that the other is theirs
+    bool inUse = false;   // the page map has its page for used, or is damaged there
 };
 
 struct ObjectPath {
@@ -38,6 +38,9 @@ struct ObjectPath {
 
 // "key \a", "value "n" of key \a"; "a value without a name of key \a".
 std::string InWords(const ObjectPath& path);
+
+// What its directory entry has in its attributes and no such object has, in words; else empty.
+std::string AttributesFault(const FoundObject& object);
 
 class Objects {
   public:
