@@ -34,6 +34,7 @@ struct StreamWalk {
     void Relink();
     void ClaimPages(bool indexed);
     uint32_t CountListed() const;
+    uint32_t RightInfo(uint32_t place) const;
     void ThrowOutIndex();
 };
 
@@ -142,14 +143,29 @@ void StreamWalk::Relink() {
     Change(before, &Digest(before).nextPage, 0);
 }
 
+// What the chain's page there can have for recordInfo: nothing in a plain stream; in a coded one no
+// more than fits into a page, and only in the last page of a block less. The page beside it in the
+// block tells whether that is coded.
+uint32_t StreamWalk::RightInfo(uint32_t place) const {
+    if (stream.method == 0) return 0;
+    const auto info = [this](uint32_t at) { return run->RecordInfo(chain[at]); };
+    const auto block = [this](uint32_t at) {
+        return run->digests[chain[at]].level / stream.pagesPerBlock;
+    };
+    const uint32_t own = info(place), full = run->context->payloadSize;
+    if (own == 0 || own == full) return own;
+    if (place + 1 < chain.Count() && block(place) == block(place + 1))
+        return info(place + 1) != 0 ? full : 0;
+    if (own < full) return own;
+    return place > 0 && block(place - 1) == block(place) && info(place - 1) != 0 ? full : 0;
+}
+
 void StreamWalk::ClaimPages(bool indexed) {
     const uint32_t slots = run->context->payloadSize / 4;
     for (uint32_t i = 0; i < chain.Count(); ++i) {
         const uint32_t page = chain[i];
         PageDigest& digest = Digest(page);
-        // A page cannot have more bytes in use than it has.
-        if (run->RecordInfo(page) > run->context->payloadSize)
-            Change(page, &digest.parentId, digest.parentId & 0xFFFF);
+        Change(page, &digest.parentId, (digest.parentId & 0xFFFF) | RightInfo(i) << 16);
         // With an index that is thrown out the references to it go without a word.
         if (!indexed && stream.index != 0 && digest.listPage != 0) {
             digest.listPage = 0;

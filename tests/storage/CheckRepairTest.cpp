@@ -113,7 +113,8 @@ void RunCase(const support::Section& one) {
             EXPECT_EQ(" " + Narrow(outcome.name) + " ", what);
         }
     }
-    for (const std::u16string path : {u"\\d", u"\\d\\in", u"\\long", u"\\paged", u"\\small"}) {
+    for (const std::u16string path :
+         {u"\\coded", u"\\d", u"\\d\\in", u"\\long", u"\\paged", u"\\small"}) {
         const bool gone = told["gone"].find(" " + Narrow(path) + " ") != std::string::npos;
         const Item* found = after.At(path);
         EXPECT_EQ(found == nullptr || found->body != before.At(path)->body, gone) << Narrow(path);
