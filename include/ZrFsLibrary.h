@@ -215,9 +215,11 @@ FBR_API FBR_STATUS FBR_EnumIntFileEx(FBR_KEY key, uint32_t index, FBR_WCHAR** na
 FBR_API FBR_STATUS FBR_EnumIntDirEx(FBR_KEY key, uint32_t index, FBR_WCHAR** name,
                                     FBR_STORE handle);
 
-/** Hands out the name of an open key, which is empty for the root. */
+/** Hands out the name of an open key, which is empty for the root: as it was asked for, in whatever
+ * case, and not as the store spells it, which FBR_EnumIntDirEx tells. The live registry may give
+ * its own. */
 FBR_API FBR_STATUS FBR_GetName_DirEx(FBR_KEY key, FBR_WCHAR** name, FBR_STORE handle);
-/** Hands out the path of an open key with a leading backslash; it is empty for the root. */
+/** The same for the path of an open key, with a leading backslash. */
 FBR_API FBR_STATUS FBR_GetFullName_DirEx(FBR_KEY key, FBR_WCHAR** name, FBR_STORE handle);
 
 /** Opens an open key once more. FSSTATUS_FAILED for a key with one of / : * ? " < > | # or a unit

@@ -3,6 +3,11 @@
 #ifndef ZRFS_ERROR_HPP
 #define ZRFS_ERROR_HPP
 
+// GCC 10 has a number of its own for its C++20.
+#if (defined(_MSVC_LANG) ? _MSVC_LANG : __cplusplus) <= 201703L
+#error "zrfs/store.hpp needs C++20: compile with -std=c++20 (MSVC: /std:c++20)"
+#endif
+
 #if __has_include("ZrFsLibrary.h")
 #include "ZrFsLibrary.h"
 #else

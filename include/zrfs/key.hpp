@@ -33,8 +33,10 @@ class Key {
     }
 
     FBR_KEY handle() const noexcept { return handle_; }
+    // As it was asked for, in whatever case, and not as the store spells it, which subkeys() of the
+    // key above tells; the live registry may give its own. Empty for the root.
     std::string name() const { return text_of(FBR_GetName_DirEx, "the name of a key"); }
-    // With a backslash in front; empty for the root.
+    // The same of the way from the root, with a backslash in front.
     std::string path() const { return text_of(FBR_GetFullName_DirEx, "the path of a key"); }
 
     // A key below this one, by a name or a path.

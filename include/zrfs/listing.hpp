@@ -3,11 +3,7 @@
 #ifndef ZRFS_LISTING_HPP
 #define ZRFS_LISTING_HPP
 
-#if __has_include("ZrFsLibrary.h")
-#include "ZrFsLibrary.h"
-#else
-#include "../ZrFsLibrary.h"
-#endif
+#include "error.hpp"
 
 #include <functional>
 #include <iterator>
