@@ -152,6 +152,12 @@ def test_failures_are_exceptions_of_their_own(path):
             error = kind("x", 15)
             there = pickle.loads(pickle.dumps(error))  # as a pool of processes hands it on
             assert (type(there), str(there), there.status) == (kind, str(error), 15)
+        odd = store["\ud83d\r"]
+        with pytest.raises(zrfs.NotFoundError) as caught:
+            odd["v"]
+        assert all(r"\\ud83d\r" in str(one) for one in (odd, caught.value))
+        with pytest.raises(ValueError, match=r"in '\\ud83d\\ude00',"):
+            odd["v"] = "\ud83d\ude00"
         with pytest.raises(ValueError):
             store["a\0b"].create()
         assert "a\0b" not in store and "a\0b" not in store[""] and store[""].get("a\0b") is None
@@ -166,6 +172,9 @@ def test_failures_are_exceptions_of_their_own(path):
         store["k"].create()
     with pytest.raises(zrfs.NotFoundError):
         zrfs.check(path + ".missing")
+    pathlib.Path(path + ".py").write_text("no store", "utf-8")
+    with pytest.raises(zrfs.Error, match="it is no container"):
+        zrfs.check(path + ".py")
     for name, method, advice in (("|x.fbr", 4, "SERVER|PATH"), (path, 4, "SERVER|PATH"),
                                  (path + ".none|x.fbr", 4, "no server may answer"),
                                  (str(pathlib.Path(path).parent), 1, "that is a folder"),

@@ -66,6 +66,11 @@ _TEXTS = {
 }
 
 
+def shown(text: str) -> str:
+    """A text that any terminal takes: what is not printable, half a pair among it, as repr has it."""
+    return "".join(c if c.isprintable() else repr(c)[1:-1] for c in text)
+
+
 def status_text(status: int, advice: Optional[str] = None) -> str:
     """A status in words, with its name and, where something can be done, what: `advice`, or what
     there is to say in general."""
@@ -81,7 +86,7 @@ class Error(Exception):
     what to do."""
 
     def __init__(self, what: str, status: int, advice: Optional[str] = None):
-        super().__init__(f"cannot {what}: {status_text(status, advice)}")
+        super().__init__(f"cannot {shown(what)}: {status_text(status, advice)}")
         self.status = status
 
     def __str__(self) -> str:

@@ -13,7 +13,7 @@ import warnings
 from typing import Any, Iterator, Mapping, MutableMapping, Optional
 
 from . import _library as lib
-from .errors import NotFoundError, Status, check as _check
+from .errors import NotFoundError, Status, check as _check, shown
 from .values import Stored, Value, from_python
 
 _library = lib.library
@@ -104,7 +104,7 @@ class Key(MutableMapping[str, Any]):
         return f"<zrfs.Key {self}>"
 
     def __str__(self) -> str:
-        return f"\\{self.path} in {self._store.path}"
+        return shown(f"\\{self.path} in {self._store.path}")
 
     def __truediv__(self, name: str) -> "Key":
         if not isinstance(name, str):
@@ -269,7 +269,8 @@ def _why_not_opened(path: str, method: Method, status: int) -> Optional[str]:
     return _what_its_file_tells(path, method, status)
 
 
-def _what_its_file_tells(path: str, method: Method, status: int) -> Optional[str]:
+def _what_its_file_tells(path: str, method: Method, status: int,
+                         changes: bool = True) -> Optional[str]:
     """What to do after a general failure, where a look at a store's file shows the reason."""
     if status != Status.FAILED or method not in (Method.CONTAINER, Method.OFFLINE):
         return None
@@ -278,7 +279,7 @@ def _what_its_file_tells(path: str, method: Method, status: int) -> Optional[str
     there = os.path.exists(path)
     if there and not os.access(path, os.R_OK):
         return "its file may not be read: ask its owner for the right"
-    if not os.access(path if there else os.path.dirname(path) or ".", os.W_OK):
+    if changes and not os.access(path if there else os.path.dirname(path) or ".", os.W_OK):
         return "its file may not be written: ask its owner for the right, or take a copy of it"
     try:
         if shutil.disk_usage(os.path.dirname(path) or ".").free < 1 << 20:
@@ -383,6 +384,14 @@ class Finding:
     name: str
 
 
+def _why_not_checked(path: str, status: int, repair: bool) -> Optional[str]:
+    if status not in (Status.FAILED, Status.FILE_CORRUPT):
+        return None
+    return (_what_its_file_tells(path, Method.CONTAINER, status, changes=repair) or
+            "it is no container, or one whose beginning is lost: of that fbr salvage writes what "
+            "can be read")
+
+
 def check(path: "str | bytes | os.PathLike[Any]", repair: bool = False) -> list[Finding]:
     """Checks a container file and answers what is wrong with it; mends it, too, with `repair`.
     An empty list is a sound file."""
@@ -396,7 +405,8 @@ def check(path: "str | bytes | os.PathLike[Any]", repair: bool = False) -> list[
     if not os.path.exists(path):
         raise NotFoundError(f"check {path}", Status.NOT_FOUND)
     run = _library.FBR_CheckAndRepairFileEx if repair else _library.FBR_CheckFileEx
-    _check(run(lib.to_units(path), lib.CheckCallback(found)), f"check {path}")
+    status = run(lib.to_units(path), lib.CheckCallback(found))
+    _check(status, f"check {path}", _why_not_checked(path, status, repair))
     return findings
 
 

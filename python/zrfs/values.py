@@ -70,7 +70,7 @@ def from_python(value: Stored) -> Value:
         if value.endswith("\0"):
             raise ValueError(f"a zero character at the end of {value!r}, which ends the text; "
                              "a Value of Type.SZ keeps it")
-        return Value(Type.SZ, encoded(value + "\0"))
+        return Value(Type.SZ, encoded(value) + b"\0\0")
     if isinstance(value, (bytes, bytearray, memoryview)):
         return Value(Type.BINARY, bytes(value))
     if isinstance(value, (list, tuple)):
@@ -79,5 +79,5 @@ def from_python(value: Stored) -> Value:
                 raise TypeError(f"a list must hold texts without a zero character, unlike {text!r}")
         if value and not value[-1]:
             raise TypeError("a list must not end in an empty text, which ends the list")
-        return Value(Type.MULTI_SZ, encoded("".join(text + "\0" for text in value) + "\0"))
+        return Value(Type.MULTI_SZ, b"\0\0".join([*map(encoded, value), b"\0\0"]))
     raise TypeError(f"no type of value for {type(value).__name__}")
