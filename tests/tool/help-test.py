@@ -96,8 +96,9 @@ def main(fbr):
     types, methods = words_told(fbr, "find", "s", "--type", "x"), words_told(fbr, "ls", "s", "--method", "x")
     assert min(len(types), len(methods)) > 5, (types, methods)
     offers = {"''": set(options), "export --format ''": {"reg", "jsonl"}, "--trace ls exp": {"export"},
-              "export x": set(), "--trace-level ''": set(),  # a file, a word of an option
-              "--method ''": methods, "cp s k --to-method=cl": {"cluster"}, "ls --method=''": methods,
+              "export x": set(), "--wait ''": set(),  # a file, a word of an option
+              "--trace-level ''": {"1", "3", "4"}, "--method ''": methods,
+              "cp s k --to-method=cl": {"cluster"}, "ls --method=''": methods,
               "find s --type ''": types, "set s k --from-file x n dw": {"dword", "dword_be"},
               "set s k --method hive n ''": types, "set s k ''": set(), "generate f": {"fish"}}
     offers |= {f"--color never {name} x -": options[name] for name in options}

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
 #include <memory>
 #include <sstream>
 
@@ -14,6 +13,7 @@
 #include "tools/commands/ShellLine.h"
 #include "tools/commands/Shown.h"
 #include "tools/console/ReadFile.h"
+#include "tools/console/TellError.h"
 #include "tools/format/Text.h"
 
 namespace fbr {
@@ -93,7 +93,7 @@ int RunLine(const Cli& all, const Line& line, const std::string& file) {
 bool Rehearse(const Cli& all, const Line& line, const std::string& file) {
     if (line.expected.empty())
         return WithLine(all, line, file, [](Cli& cli, auto words) { return cli.Rehearse(words); });
-    std::cerr << fmt::format("fbr: {}: expected {}\n", Where(file, line), line.expected);
+    TellError(fmt::format("{}: expected {}", Where(file, line), line.expected));
     return false;
 }
 
@@ -126,16 +126,15 @@ int RunAll(const Cli& cli, const std::vector<Line>& lines, const BatchArguments&
     for (size_t i = 0; i < lines.size(); ++i) {
         const int status = WasInterrupted() ? kExitInterrupted : RunLine(cli, lines[i], args.file);
         if (status == kExitInterrupted || (IsFailure(status) && !args.goOn)) {
-            std::cerr << fmt::format("fbr: {}: stopped; {}\n", Where(args.file, lines[i]),
-                                     WhatStands(i));
+            TellError(fmt::format("{}: stopped; {}", Where(args.file, lines[i]), WhatStands(i)));
             return status;
         }
         if (IsFailure(status)) ++failed;
         if (!IsFailure(all) && status != kExitOk) all = status;
     }
     if (failed != 0)
-        std::cerr << fmt::format("fbr: {}: {} of {} failed\n", args.file, failed,
-                                 Counted(lines.size(), "command"));
+        TellError(fmt::format("{}: {} of {} failed", args.file, failed,
+                              Counted(lines.size(), "command")));
     return all;
 }
 

@@ -23,6 +23,7 @@
 #include "tools/console/Interrupt.h"
 #include "tools/console/Progress.h"
 #include "tools/console/Rehearsal.h"
+#include "tools/console/TellError.h"
 #include "tools/format/Json.h"
 #include "tools/format/Reason.h"
 #include "tools/format/Text.h"
@@ -41,6 +42,21 @@ void PutMethodFirst(std::vector<std::string>& words) {
     if (words.end() - to < 2 || !to[1].starts_with("--to-method")) return;
     const bool joined = to[1].find('=') != std::string::npos;
     std::rotate(to, to + 1, std::min(to + (joined ? 2 : 3), words.end()));
+}
+
+// Told with where the help is.
+[[noreturn]] void ThrowWrong(const std::string& expected) {
+    throw CLI::ParseError(expected, CLI::ExitCodes::ConversionError);
+}
+
+// By what its word is called: an empty one is no file's name and no store's, and would pass for one
+// that was not given.
+void ExpectName(const std::string& word, const std::string& called, std::string name) {
+    if (!word.empty()) return;
+    name.erase(0, name.find(',') + 1);
+    for (const char* of : {"STORE", "FILE", "DIR"})
+        if (called.substr(0, called.find(' ')) == of)
+            ThrowWrong(fmt::format("expected a name for {}, not \"\"", name));
 }
 
 CLI::Option& AddWords(CLI::App& app, const char* name, std::vector<std::string>& target,
@@ -78,8 +94,11 @@ void AddText(CLI::App& app, std::string name, Target& target, Need need, const c
     const size_t blank = std::min(name.find(' '), name.size());
     const std::string word = name.substr(std::min(blank + 1, name.size()));
     name.resize(blank);
-    app.add_option_function<std::string>(
-           name, [&target](const std::string& text) { target = Unshielded(text); }, description)
+    const auto take = [&target, name, word](const std::string& text) {
+        target = Unshielded(text);
+        ExpectName(text, word.empty() ? name : word, name);
+    };
+    app.add_option_function<std::string>(name, take, description)
         ->type_name(word)
         ->required(need == Need::kRequired);
 }
@@ -91,8 +110,7 @@ int ExitStatusOf(const StoreError& error) {
 }
 
 int Report(const std::string& text, int status) {
-    std::cout.flush();
-    std::cerr << "fbr: " << text << '\n';
+    TellError(text);
     return status;
 }
 
@@ -145,8 +163,12 @@ Command& Command::Texts(const char* name, std::vector<std::string>& target,
 
 Command& Command::Words(const char* name, std::vector<std::string>& target, const char* words,
                         std::pair<int, int> count, Need need, const char* description) {
-    AddWords(*app_, name, target, description)
-        .type_name(words)
+    const auto take = [&target, name, words](const std::vector<std::string>& given) {
+        ExpectName(given.front(), words, name);
+        for (const std::string& word : given) target.push_back(Unshielded(word));
+    };
+    app_->add_option_function<std::vector<std::string>>(name, take, description)
+        ->type_name(words)
         ->expected(count.first, count.second)
         ->required(need == Need::kRequired);
     return *this;
@@ -163,9 +185,7 @@ Command& Command::Choice(const char* name, std::string& target, std::vector<std:
 Command& Command::Number(const char* name, uint64_t& target, const char* description, Need need) {
     const auto take = [name, &target](const std::string& word) {
         const auto number = ParseNumber(word, UINT64_MAX);
-        if (!number) {
-            throw UsageError(fmt::format("expected a number for {}, not \"{}\"", name, word));
-        }
+        if (!number) ThrowWrong(fmt::format("expected a number for {}, not \"{}\"", name, word));
         target = *number;
     };
     app_->add_option_function<std::string>(name, take, description)
@@ -214,7 +234,7 @@ Cli::Cli()
         .Text("--trace DIR", traceFolder_, Need::kOptional,
               "write what the library does to logs/FBR_PROCESS.log in this folder; they are made "
               "if missing")
-        .Number("--trace-level", traceLevel_,
+        .Choice("--trace-level", traceLevel_, {"1", "3", "4"},
                 "how much of it: 1 failures, 3 detail, 4 all (the default)")
         .Text("--wait SECONDS", wait_, Need::kOptional,
               "seconds to wait for the lock of a store that is in use; 60 if not given, 0 for not "
@@ -232,7 +252,8 @@ Cli::Cli()
         if (!Rehearsal::Stands()) StartTrace();
     });
     app_->failure_message([this](const CLI::App*, const CLI::Error& error) {
-        const std::string wrong = fmt::format("fbr: {}{}\n", where_, WhatIsWrong(*app_, error));
+        const std::string wrong =
+            fmt::format("fbr: {}\n", Printable(where_ + WhatIsWrong(*app_, error)));
         if (!where_.empty()) return wrong;
         return wrong + (inShell_ ? "Type \"help\" or \"help COMMAND\".\n"
                                  : "Run \"fbr --help\" or \"fbr COMMAND --help\".\n");
@@ -248,8 +269,7 @@ std::vector<std::string> Cli::SharedWords() const {
     if (quiet_) words.emplace_back("--quiet");
     if (color_ != "auto") words.insert(words.end(), {"--color", color_});
     if (Traces())
-        words.insert(words.end(),
-                     {"--trace", traceFolder_, "--trace-level", std::to_string(traceLevel_)});
+        words.insert(words.end(), {"--trace", traceFolder_, "--trace-level", traceLevel_});
     return words;
 }
 
@@ -260,10 +280,8 @@ Grammar Cli::AsGrammar() const {
 void Cli::LimitWait() const {
     if (!wait_) return SetWait(std::nullopt);
     const auto seconds = ParseNumber(*wait_, UINT64_MAX);
-    if (!seconds) {
-        throw UsageError(
-            fmt::format("expected a number of seconds for --wait, not \"{}\"", *wait_));
-    }
+    if (!seconds)
+        ThrowWrong(fmt::format("expected a number of seconds for --wait, not \"{}\"", *wait_));
     SetWait(*seconds);
 }
 
@@ -280,8 +298,7 @@ void Cli::StartTrace() {
         throw std::runtime_error(
             fmt::format("cannot trace to {}: cannot make its folder \"logs\"", traceFolder_));
     }
-    const auto level = static_cast<uint32_t>(std::min<uint64_t>(traceLevel_, UINT32_MAX));
-    FBR_Logging(true, folder.c_str(), level, false);
+    FBR_Logging(true, folder.c_str(), static_cast<uint32_t>(traceLevel_.front() - '0'), false);
 }
 
 Command Cli::Add(const char* name, const char* description) {

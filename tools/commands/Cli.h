@@ -151,7 +151,7 @@ class Cli {
     std::deque<Notes> notes_;  // of the commands
     std::string method_;       // empty when the file tells
     std::string traceFolder_;
-    uint64_t traceLevel_ = 4;
+    std::string traceLevel_ = "4";
     std::optional<std::string> wait_;
     std::string color_ = "auto";
     bool json_ = false, quiet_ = false;

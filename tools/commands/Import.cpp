@@ -14,6 +14,7 @@
 #include "tools/commands/Shown.h"
 #include "tools/console/Progress.h"
 #include "tools/console/ReadFile.h"
+#include "tools/console/TellError.h"
 #include "tools/format/RecordReader.h"
 #include "tools/format/Text.h"
 #include "tools/store/Kind.h"
@@ -43,8 +44,8 @@ struct ToldLines {
         if (++count <= kMostTold) first.push_back(fmt::format("{}:{}: {}", file, line, text));
     }
     void Print() const {
-        for (const std::string& text : first) std::cerr << "fbr: " << text << '\n';
-        if (count > first.size()) std::cerr << "fbr: and " << count - first.size() << " more\n";
+        for (const std::string& text : first) TellError(text);
+        if (count > first.size()) TellError(fmt::format("and {} more", count - first.size()));
     }
 };
 

@@ -2,7 +2,6 @@
 // fbr serve: stores for clients that cannot open them themselves.
 #include <fmt/format.h>
 
-#include <iostream>
 #include <memory>
 #include <mutex>
 
@@ -10,6 +9,7 @@
 #include "server/StoreServer.h"
 #include "tools/commands/Cli.h"
 #include "tools/console/Console.h"
+#include "tools/console/TellError.h"
 #include "tools/format/Reason.h"
 #include "tools/format/Text.h"
 
@@ -32,7 +32,7 @@ void LogToStandardError(int level) {
         [](const log::LogRecord& record) {
             static std::mutex lock;
             const std::lock_guard guard(lock);
-            std::cerr << "fbr: " << record.message << '\n';
+            TellError(record.message);
         });
 }
 
@@ -68,12 +68,12 @@ void Serve(const ServeArguments& arguments) {
     g_running = &server;
     OnInterrupt(&StopRunning);
     HearOfSessionEnd();
-    std::cerr << "fbr: listening on " << server.Where() << std::endl;
+    TellError("listening on " + server.Where());
     server.Run();
     OnInterrupt(nullptr);
     g_running = nullptr;
     log::Logger::Instance().RemoveSinks();
-    std::cerr << "fbr: stopped, every store is closed" << std::endl;
+    TellError("stopped, every store is closed");
 }
 
 }  // namespace

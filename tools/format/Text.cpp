@@ -292,4 +292,19 @@ std::string Printable(WStringView text) {
     return out;
 }
 
+std::string Printable(std::string_view text) {
+    std::string out;
+    WString units;
+    for (size_t at = 0; at < text.size();) {
+        char32_t c = 0;
+        if (NextUtf8(text, at, c)) {
+            AppendUnits(units, c);
+            continue;
+        }
+        out += Printable(units) + fmt::format("\\x{:02X}", static_cast<uint8_t>(text[at++]));
+        units.clear();
+    }
+    return out + Printable(units);
+}
+
 }  // namespace fbr

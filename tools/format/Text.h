@@ -77,5 +77,7 @@ WString DecodeTextFile(std::string_view bytes, bool (*allowAnsi)(std::string_vie
 // around them, and lone surrogates as \n, \r, \t, \0 or \u and four digits; everything else as it
 // stands.
 std::string Printable(WStringView text);
+// The same of UTF-8, with bytes that are none as \x and two digits.
+std::string Printable(std::string_view text);
 
 }  // namespace fbr

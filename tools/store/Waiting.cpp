@@ -4,11 +4,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iostream>
 
 #include "FS_Library_DLL/LockWait.h"
 #include "platform/LockWaitLimit.h"
 #include "tools/console/Interrupt.h"
+#include "tools/console/TellError.h"
 
 namespace fbr {
 namespace {
@@ -20,10 +20,8 @@ std::string g_store;
 void TellWait() {
     if (g_store.empty()) return;
     const uint32_t seconds = LockWaitMilliseconds() / 1000;
-    std::cout.flush();
-    std::cerr << fmt::format("fbr: waiting for the lock of {}, {} second{} at most", g_store,
-                             seconds, seconds == 1 ? "" : "s")
-              << std::endl;
+    TellError(fmt::format("waiting for the lock of {}, {} second{} at most", g_store, seconds,
+                          seconds == 1 ? "" : "s"));
 }
 
 }  // namespace
