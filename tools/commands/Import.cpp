@@ -227,7 +227,9 @@ void TellChanges(Cli& cli, Input& input, const StoreName& name) {
     const bool isNew = file && !std::filesystem::exists(*file, error) && !error;
     std::optional<Store> store;
     std::optional<ReadLock> lock;
-    if (!isNew) {
+    if (isNew) {
+        ExpectFolder(name);
+    } else {
         store.emplace(name, file ? Store::IfMissing::kFail : Store::IfMissing::kCreate);
         store->ExpectNoText();
         lock.emplace(*store);

@@ -125,10 +125,17 @@ void DryRun::TellRemoved(const WString& path) {
     }
 }
 
+// A key that is removed later leaves those above it that are not, spelled as it has them.
+void DryRun::TellWay(WStringView path) {
+    while (!path.empty() && words_.Removal(path) > number_) path = PathAbove(path);
+    if (!old_.Has(WString(path))) GoTo(path);
+}
+
 void DryRun::Take(const WString& path, const Record& record) {
     ++number_;
     const bool removes = record.kind == Record::Kind::kDeleteKey;
     const uint64_t removal = words_.Removal(path);
+    if (removal > number_ && !removes) return TellWay(PathAbove(path));
     if (removal > number_ || (removes && words_.IsGone(PathAbove(path)))) return;
     const bool there = old_.Has(path);
     if (removes) {

@@ -68,6 +68,7 @@ class DryRun {
   private:
     void TellRemoved(const platform::WString& path);
     void TellGone(const platform::WString& path);
+    void TellWay(platform::WStringView path);
     void TellValues(const Key& key);
     void TellValue(const platform::WString& path, platform::WStringView name, const Value* here,
                    const Value* there);

@@ -375,6 +375,18 @@ std::string WhyItIsNotMade(const StoreName& name) {
     return WhyNoFileIsMade(*file);
 }
 
+void ExpectFolder(const StoreName& name) {
+    const auto file = FileOf(name);
+    std::error_code error;
+    if (!file || file->parent_path().empty() ||
+        std::filesystem::is_directory(file->parent_path(), error))
+        return;
+    throw StoreError(
+        fmt::format("cannot open store {}: {}{}", name.Shown(), StatusText(FSSTATUS_PATH_NOT_FOUND),
+                    WhyItDoesNotOpen(name, FSSTATUS_PATH_NOT_FOUND)),
+        FSSTATUS_PATH_NOT_FOUND);
+}
+
 void ExpectChangeable(const std::string& file) {
     if (MayBeWritten(FilePath(file))) return;
     throw StoreError(fmt::format("cannot change {}: {}; its file may not be written: ask its owner "

@@ -43,6 +43,8 @@ std::string WhyItIsNotMade(const StoreName& name);
 // The same for a status that says more than that it failed.
 std::string WhyItDoesNotOpen(const StoreName& name, FBR_STATUS status);
 std::string WhyItFailed(const StoreName& name);
+// Throws what opening does for a store that is to be made where there is no folder for its file.
+void ExpectFolder(const StoreName& name);
 
 // Throws the StoreError that says so where the file may not be written.
 void ExpectChangeable(const std::string& file);
