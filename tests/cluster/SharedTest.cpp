@@ -307,7 +307,7 @@ TEST(ClusterShared, AChangeIsWaitedForWithoutAsking) {
     const auto end = began + std::chrono::milliseconds(100);
     EXPECT_EQ(shared->WaitForChange(state, [&] { return steady_clock::now() < end; }),
               FSSTATUS_SUCCESS);
-    EXPECT_LE(steady_clock::now() - began, seconds(1));
+    EXPECT_LE(steady_clock::now() - began, seconds(5));
 }
 
 TEST(ClusterShared, AServerOffersOne) {
@@ -401,7 +401,7 @@ TEST(ClusterShared, TheToolWorksOnOne) {
     const auto began = steady_clock::now();
     watch.Interrupt();
     EXPECT_NE(watch.Wait(), 0);
-    EXPECT_LE(steady_clock::now() - began, std::chrono::milliseconds(900));
+    EXPECT_LE(steady_clock::now() - began, seconds(3));
     EXPECT_EQ(Program("fbr", {"rm", at("tool"), "K", "m"}).Wait(), 0);
     // One whose reader has gone gives the lock back, and the next need not wait for its lease.
     const std::string bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
