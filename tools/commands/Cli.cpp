@@ -59,12 +59,17 @@ void ExpectName(const std::string& word, const std::string& called, std::string 
             ThrowWrong(fmt::format("expected a name for {}, not \"\"", name));
 }
 
+// They are called `called` in the help.
 CLI::Option& AddWords(CLI::App& app, const char* name, std::vector<std::string>& target,
-                      const char* description) {
-    const auto take = [&target](const std::vector<std::string>& words) {
+                      const char* called, const char* description) {
+    const auto take = [&target, name, called](const std::vector<std::string>& words) {
+        if (!words.empty()) ExpectName(words.front(), called, name);
         for (const std::string& word : words) target.push_back(Unshielded(word));
     };
-    return *app.add_option_function<std::vector<std::string>>(name, take, description);
+    CLI::Option& option =
+        *app.add_option_function<std::vector<std::string>>(name, take, description);
+    option.type_name(called);
+    return option;
 }
 
 class NullBuffer : public std::streambuf {
@@ -157,19 +162,14 @@ Command& Command::StoreAndKey(std::string& store, std::string& key) {
 
 Command& Command::Texts(const char* name, std::vector<std::string>& target,
                         const char* description) {
-    AddWords(*app_, name, target, description).type_name("");
+    AddWords(*app_, name, target, "", description);
     return *this;
 }
 
 Command& Command::Words(const char* name, std::vector<std::string>& target, const char* words,
                         std::pair<int, int> count, Need need, const char* description) {
-    const auto take = [&target, name, words](const std::vector<std::string>& given) {
-        ExpectName(given.front(), words, name);
-        for (const std::string& word : given) target.push_back(Unshielded(word));
-    };
-    app_->add_option_function<std::vector<std::string>>(name, take, description)
-        ->type_name(words)
-        ->expected(count.first, count.second)
+    AddWords(*app_, name, target, words, description)
+        .expected(count.first, count.second)
         ->required(need == Need::kRequired);
     return *this;
 }

@@ -86,33 +86,29 @@ uint64_t WriteDifferences(Cli& cli, const Place& here, const Place& there,
                           const CompareArguments& args, std::ostream& out) {
     TreeProgress progress(cli, "Comparing keys:", KeysToShow(here));
     const OnLoss onLoss = progress.OnLoss();
-    const auto compare = [&](DifferenceSink& report) {
-        Watcher watcher(report, progress);
-        CompareTrees(here, there, watcher, progress.OnKey(), onLoss);
-        return watcher.Seen();
-    };
-    const auto compareInFull = [&](DifferenceSink& report) {
+    const auto compareTo = [&](DifferenceSink& report, bool isNewInFull) {
         Watcher watcher(report, progress);
         NewInFull full(watcher, there, onLoss);
-        CompareTrees(here, there, full, progress.OnKey(), onLoss);
+        DifferenceSink& sink = isNewInFull ? static_cast<DifferenceSink&>(full) : watcher;
+        CompareTrees(here, there, sink, progress.OnKey(), onLoss);
         return watcher.Seen();
     };
     if (cli.Json()) {
         DifferenceJson json(out, here.key);
-        return compareInFull(json);
+        return compareTo(json, true);
     }
     if (args.format == "html") {
         DifferencePage page(out, here, there, onLoss);
-        const uint64_t differences = compare(page);
+        const uint64_t differences = compareTo(page, false);
         page.Finish();
         return differences;
     }
     if (args.format != "reg") {
         DifferenceLines lines(out, here.key, args.file.empty() && cli.Colored());
-        return compareInFull(lines);
+        return compareTo(lines, true);
     }
     DifferenceReg reg(out, JoinKeys(KeyArgument(args.prefix), here.key), there, onLoss);
-    const uint64_t differences = compare(reg);
+    const uint64_t differences = compareTo(reg, false);
     reg.Finish();
     return differences;
 }
